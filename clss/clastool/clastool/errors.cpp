@@ -1,0 +1,142 @@
+#include <clastool/foundation.h>
+
+using ktClassifierDefs::ConcreteError;
+using ktClassifierDefs::Errors;
+
+namespace {
+
+/// The name by which archives know the class of a number, and by which UnknownVersion names it.
+constexpr const char* nameOf(long number)
+{
+    switch (number) {
+    case 0x10004200:
+        return "ktClassifierDefs::BadParams";
+    case 0x10004201:
+        return "ktClassifierDefs::NotTrained";
+    case 0x10004202:
+        return "ktClassifierDefs::BadIndex";
+    case 0x10004203:
+        return "ktClassifierDefs::BadLabel";
+    case 0x10004204:
+        return "ktClassifierDefs::BadMethod";
+    case 0x10004205:
+        return "ktClassifierDefs::NotImplemented";
+    case 0x10004206:
+        return "ktClassifierDefs::BadFeatures";
+    case 0x10004207:
+        return "ktClassifierDefs::InsufficientTrainData";
+    default:
+        return nullptr;
+    }
+}
+
+/// Turns the failure codes of the normal density, group 91, into the library's errors. Registered for as long as the
+/// library is loaded.
+class FailureConverter {
+public:
+    FailureConverter() { kfRegisterExceptionConverter(group, &convert); }
+    ~FailureConverter() { kfUnregisterExceptionConverter(group, &convert); }
+    FailureConverter(const FailureConverter&) = delete;
+    FailureConverter& operator=(const FailureConverter&) = delete;
+
+private:
+    static constexpr long group = 91;
+
+    static void convert(long code)
+    {
+        switch (static_cast<std::uint32_t>(code)) {
+        case 0x80000B61u:
+            throw ktClassifierDefs::InsufficientTrainData("No valid data has been used to train the distribution");
+        case 0x80000B62u:
+            throw ktClassifierDefs::BadParams("Must call clear before updating with feature vectors of different sizes");
+        default:
+            return;
+        }
+    }
+};
+
+const FailureConverter failureConverter;
+
+}  // namespace
+
+Errors::Errors(const std::string& message) : ktExceptionWithString(message) {}
+Errors::Errors(const Errors&) = default;
+Errors& Errors::operator=(const Errors&) = default;
+Errors::~Errors() = default;
+
+void Errors::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void Errors::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version, "ktClassifierDefs::Errors");
+    ktExceptionWithString::dispatchSerialize(archive);
+}
+
+template <long Number>
+ConcreteError<Number>::ConcreteError(const std::string& message) : Errors(message)
+{
+}
+
+template <long Number>
+ConcreteError<Number>::ConcreteError(const ConcreteError&) = default;
+
+template <long Number>
+ConcreteError<Number>& ConcreteError<Number>::operator=(const ConcreteError&) = default;
+
+template <long Number>
+ConcreteError<Number>::~ConcreteError() = default;
+
+template <long Number>
+long ConcreteError<Number>::errorNumber() const
+{
+    return Number;
+}
+
+template <long Number>
+void ConcreteError<Number>::suicideAndRethrow()
+{
+    ktException::rethrowCopyOf(this);
+}
+
+template <long Number>
+void ConcreteError<Number>::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+template <long Number>
+void ConcreteError<Number>::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version, nameOf(Number));
+    Errors::dispatchSerialize(archive);
+}
+
+template <long Number>
+ktPersistent* ConcreteError<Number>::make()
+{
+    return new ConcreteError;
+}
+
+template <long Number>
+const kt_Instantiator ConcreteError<Number>::sExemplar(typeid(ConcreteError<Number>), &ConcreteError<Number>::make,
+                                                       nameOf(Number));
+
+template class ktClassifierDefs::ConcreteError<0x10004200>;
+template class ktClassifierDefs::ConcreteError<0x10004201>;
+template class ktClassifierDefs::ConcreteError<0x10004202>;
+template class ktClassifierDefs::ConcreteError<0x10004203>;
+template class ktClassifierDefs::ConcreteError<0x10004204>;
+template class ktClassifierDefs::ConcreteError<0x10004205>;
+template class ktClassifierDefs::ConcreteError<0x10004206>;
+template class ktClassifierDefs::ConcreteError<0x10004207>;
+
+ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status)
+{
+    unsigned long value = status;
+    archive || value;
+    status = static_cast<ktClassifierDefs::Status>(value);
+    return archive;
+}

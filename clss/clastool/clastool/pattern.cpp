@@ -1,0 +1,113 @@
+#include <clastool/foundation.h>
+
+namespace {
+
+void requireNonNegative(long index)
+{
+    if (index < 0) {
+        throw ktClassifierDefs::BadIndex("Feature measurement indices must be >= 0");
+    }
+}
+
+}  // namespace
+
+const kt_Instantiator ktFeaturePattern::sExemplar(typeid(ktFeaturePattern), &ktFeaturePattern::make);
+
+ktPersistent* ktFeaturePattern::make()
+{
+    return new ktFeaturePattern;
+}
+
+ktFeaturePattern::ktFeaturePattern() = default;
+
+ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
+    : validity_(measurements.size(), true)
+{
+    for (const long index : invalidIndices) {
+        requireNonNegative(index);
+        if (static_cast<std::size_t>(index) >= measurements.size()) {
+            throw ktClassifierDefs::BadIndex("Feature measurement indices must be < number of features");
+        }
+        validity_[static_cast<std::size_t>(index)] = false;
+    }
+    measurements_ = measurements;
+}
+
+ktFeaturePattern::ktFeaturePattern(const ktFeaturePattern&) = default;
+
+ktFeaturePattern& ktFeaturePattern::operator=(const ktFeaturePattern& other)
+{
+    // Copied aside first, so that running out of memory half way leaves the pattern as it was.
+    std::vector<double> measurements = other.measurements_;
+    std::vector<bool> validity = other.validity_;
+    measurements_.swap(measurements);
+    validity_.swap(validity);
+    return *this;
+}
+
+ktFeaturePattern::~ktFeaturePattern() = default;
+
+long ktFeaturePattern::numMeasurements() const
+{
+    return static_cast<long>(measurements_.size());
+}
+
+bool ktFeaturePattern::isValid(long index) const
+{
+    requireNonNegative(index);
+    return index < numMeasurements() && holdsValid(static_cast<std::size_t>(index));
+}
+
+double ktFeaturePattern::featureMeasurement(long index, bool throwIfNotAvailable) const
+{
+    const bool valid = isValid(index);
+    if (!valid && throwIfNotAvailable) {
+        throw ktClassifierDefs::BadFeatures("The measurement for the specified measurement index is not valid.");
+    }
+    return index < numMeasurements() ? measurements_[static_cast<std::size_t>(index)] : 0.0;
+}
+
+const std::vector<double>& ktFeaturePattern::featureMeasurements(bool throwIfAnyInvalid) const
+{
+    if (throwIfAnyInvalid && numInvalid() > 0) {
+        throw ktClassifierDefs::BadFeatures("Access to full feature vector requires that all features are valid.");
+    }
+    return measurements_;
+}
+
+std::vector<long> ktFeaturePattern::invalidFeatureIndices()
+{
+    std::vector<long> indices;
+    for (std::size_t i = 0; i < measurements_.size(); ++i) {
+        if (!holdsValid(i)) {
+            indices.push_back(static_cast<long>(i));
+        }
+    }
+    return indices;
+}
+
+long ktFeaturePattern::numInvalid() const
+{
+    long count = 0;
+    for (std::size_t i = 0; i < measurements_.size(); ++i) {
+        count += holdsValid(i) ? 0 : 1;
+    }
+    return count;
+}
+
+bool ktFeaturePattern::operator==(const ktFeaturePattern& other) const
+{
+    return measurements_ == other.measurements_ && validity_ == other.validity_;
+}
+
+void ktFeaturePattern::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktFeaturePattern::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPersistent::dispatchSerialize(archive);
+    archive || measurements_ || validity_;
+}

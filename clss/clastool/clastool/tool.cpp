@@ -1,0 +1,146 @@
+#include <clastool/classifier.h>
+
+#include <clastool/decision_tree.h>
+
+ktClassifierTool::ktClassifierTool() = default;
+
+ktClassifierTool::ktClassifierTool(const ktClassifierTool& other)
+{
+    *this = other;
+}
+
+ktClassifierTool& ktClassifierTool::operator=(const ktClassifierTool& other)
+{
+    // Kept on purpose: dropped before the source is looked at, so a tool assigned to itself ends up untrained.
+    classifier_ = nullptr;
+    if (other.isTrained()) {
+        classifier_ = other.classifier_->clone();
+    }
+    return *this;
+}
+
+ktClassifierTool::~ktClassifierTool()
+{
+    try {
+        untrain();
+    } catch (...) {
+        // A technique of the caller's own may throw; a destructor must not.
+    }
+}
+
+void ktClassifierTool::train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
+                             ktDiagObject* diag, unsigned long flags)
+{
+    // The parameters given may be the ones that the present classifier holds.
+    const ktPtrHandle_const<ktClassifierTrainParams> oldParams = classifier_ ? classifier_->trainParams_ : nullptr;
+    untrain();
+    try {
+        classifier_ = params.newClassifier_();
+    } catch (...) {
+        // Kept on purpose: whatever the parameters throw, this is what the caller is told.
+        classifier_ = nullptr;
+        throw ktClassifierDefs::NotImplemented(
+            "The classification method specified by the training parameters is not implemented.");
+    }
+    try {
+        classifier_->train(provider, params, diag, flags);
+    } catch (...) {
+        // A technique may leave a half-trained classifier behind; a tool does not.
+        untrain();
+        throw;
+    }
+    untrainIfNotRunnable(params);
+}
+
+void ktClassifierTool::train(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
+{
+    // The tree given may be the one that the present classifier holds.
+    const auto* oldClassifier = dynamic_cast<const kt_ClassifierDecisionTree*>(classifier_.get());
+    const ktPtrHandle_const<ktDecisionTree> oldTree = oldClassifier != nullptr ? oldClassifier->decisionTree() : nullptr;
+    untrain();
+    const ktPtrHandle<kt_ClassifierDecisionTree> newClassifier = new kt_ClassifierDecisionTree;
+    classifier_ = newClassifier;
+    newClassifier->trainManual(tree, diag, flags);
+}
+
+void ktClassifierTool::retrain(const ktClassifierTrainParams& params, ktDiagObject* diag, unsigned long flags)
+{
+    if (classifier_.isNull()) {
+        throw ktClassifierDefs::NotTrained("Classifier tool must be trained before retraining.");
+    }
+    const ktPtrHandle_const<ktClassifierTrainParams> oldParams = classifier_->trainParams_;
+    classifier_->retrain(params, diag, flags);
+    untrainIfNotRunnable(params);
+}
+
+void ktClassifierTool::untrainIfNotRunnable(const ktClassifierTrainParams& params)
+{
+    if (!params.throwIfNotReady()) {
+        return;
+    }
+    try {
+        classifier_->checkRunnable_();
+    } catch (const ktClassifierDefs::Errors&) {
+        // Kept on purpose: only the library's own errors untrain; others pass through and leave the tool trained.
+        untrain();
+        throw;
+    }
+}
+
+void ktClassifierTool::run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag,
+                           unsigned long flags) const
+{
+    if (classifier_.isNull()) {
+        throw ktClassifierDefs::NotTrained("Classifier tool must be trained before running.");
+    }
+    classifier_->run(pattern, result, diag, flags);
+}
+
+void ktClassifierTool::untrain()
+{
+    if (classifier_) {
+        classifier_->untrain();
+    }
+}
+
+bool ktClassifierTool::isTrained() const
+{
+    return classifier_ && classifier_->isTrained();
+}
+
+ktPtrHandle_const<ktClassifierTrainParams> ktClassifierTool::trainParams()
+{
+    if (classifier_.isNull()) {
+        throw ktClassifierDefs::NotTrained(
+            "Classifier tool must be trained before requesting the training parameters.");
+    }
+    return classifier_->trainParams();
+}
+
+ktPtrHandle_const<ktDecisionTree> ktClassifierTool::decisionTree()
+{
+    if (!isTrained()) {
+        throw ktClassifierDefs::NotTrained("Classifier tool must be trained before requesting the decision tree.");
+    }
+    const auto* classifier = dynamic_cast<const kt_ClassifierDecisionTree*>(classifier_.get());
+    if (classifier == nullptr) {
+        throw ktClassifierDefs::BadMethod("Classifier tool was not trained using a decision tree.");
+    }
+    return classifier->decisionTree();
+}
+
+bool ktClassifierTool::operator==(const ktClassifierTool& other) const
+{
+    if (isTrained() != other.isTrained()) {
+        return false;
+    }
+    return !isTrained() || classifier_->isEquivalent(*other.classifier_);
+}
+
+ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool)
+{
+    const ktArchive::Pass pass(archive);
+    archive.version("clss/clastool/clastool", 896);
+    // A handle stores and loads the pointer record; one of another class leaves the tool without a classifier.
+    return archive || tool.classifier_;
+}

@@ -1,0 +1,587 @@
+#include <clastool/decision_tree.h>
+
+#include "clastool/decision_rule.h"
+
+#include <algorithm>
+#include <set>
+#include <typeinfo>
+#include <unordered_set>
+#include <utility>
+
+namespace {
+
+void requireNonNegative(long index)
+{
+    if (index < 0) {
+        throw ktClassifierDefs::BadIndex("Measurement index must be >= 0 and < number of measurements.");
+    }
+}
+
+void requireNonNegative(const std::vector<long>& indices)
+{
+    for (const long index : indices) {
+        requireNonNegative(index);
+    }
+}
+
+/// A loaded predicate may hold a negative index, which no pattern has.
+bool isAvailable(const ktFeaturePattern& pattern, long index)
+{
+    return index >= 0 && pattern.isValid(index);
+}
+
+/// Whether several owners share the object, so that a traversal may meet it again.
+bool isShared(const ktRepBase& object)
+{
+    return object.refCount() > 1;
+}
+
+/// The two halves of a node comparison that is yet to be made.
+using TreePair = std::pair<const ktDecisionTree*, const ktDecisionTree*>;
+
+}  // namespace
+
+ktPredicateFunction::ktPredicateFunction() = default;
+ktPredicateFunction::ktPredicateFunction(const ktPredicateFunction&) = default;
+ktPredicateFunction& ktPredicateFunction::operator=(const ktPredicateFunction&) = default;
+ktPredicateFunction::~ktPredicateFunction() = default;
+
+bool ktPredicateFunction::isEqual(const ktPredicateFunction&) const
+{
+    return true;
+}
+
+void ktPredicateFunction::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktPredicateFunction::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPersistent::dispatchSerialize(archive);
+}
+
+const kt_Instantiator ktComparisonPredicate::sExemplar(typeid(ktComparisonPredicate), &ktComparisonPredicate::make);
+
+ktPersistent* ktComparisonPredicate::make()
+{
+    return new ktComparisonPredicate;
+}
+
+ktComparisonPredicate::ktComparisonPredicate() = default;
+
+ktComparisonPredicate::ktComparisonPredicate(long measurementIndex1, long measurementIndex2)
+    : index1_(measurementIndex1), index2_(measurementIndex2)
+{
+    if (measurementIndex1 == measurementIndex2) {
+        throw ktClassifierDefs::BadParams("Measurement indices must be different.");
+    }
+    requireNonNegative(measurementIndex1);
+    requireNonNegative(measurementIndex2);
+}
+
+ktComparisonPredicate::ktComparisonPredicate(const ktComparisonPredicate&) = default;
+ktComparisonPredicate& ktComparisonPredicate::operator=(const ktComparisonPredicate&) = default;
+ktComparisonPredicate::~ktComparisonPredicate() = default;
+
+bool ktComparisonPredicate::outcome(const ktFeaturePattern& pattern) const
+{
+    if (!isAvailable(pattern, index1_) || !isAvailable(pattern, index2_)) {
+        return false;
+    }
+    return pattern.featureMeasurement(index1_, true) > pattern.featureMeasurement(index2_, true);
+}
+
+ktPtrHandle<ktPredicateFunction> ktComparisonPredicate::clone() const
+{
+    return new ktComparisonPredicate(*this);
+}
+
+bool ktComparisonPredicate::isEqual(const ktPredicateFunction& other) const
+{
+    const auto* comparison = dynamic_cast<const ktComparisonPredicate*>(&other);
+    return comparison != nullptr && index1_ == comparison->index1_ && index2_ == comparison->index2_;
+}
+
+void ktComparisonPredicate::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktComparisonPredicate::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPredicateFunction::dispatchSerialize(archive);
+    archive || index1_ || index2_;
+}
+
+const kt_Instantiator ktRangePredicate::sExemplar(typeid(ktRangePredicate), &ktRangePredicate::make);
+
+ktPersistent* ktRangePredicate::make()
+{
+    return new ktRangePredicate;
+}
+
+ktRangePredicate::ktRangePredicate() : range_(ktRange::FullRange()), indices_(1, 0) {}
+
+ktRangePredicate::ktRangePredicate(const ktRange& measurementRange, const std::vector<long>& measurementIndices)
+    : range_(measurementRange), indices_(measurementIndices)
+{
+    requireNonNegative(indices_);
+}
+
+ktRangePredicate::ktRangePredicate(const ktRangePredicate&) = default;
+
+ktRangePredicate& ktRangePredicate::operator=(const ktRangePredicate& other)
+{
+    // The indices first: they are the only part whose copy can fail.
+    indices_ = other.indices_;
+    range_ = other.range_;
+    return *this;
+}
+
+ktRangePredicate::~ktRangePredicate() = default;
+
+bool ktRangePredicate::outcome(const ktFeaturePattern& pattern) const
+{
+    return std::all_of(indices_.begin(), indices_.end(), [&](long index) {
+        return isAvailable(pattern, index) && range_.isWithin(pattern.featureMeasurement(index, true));
+    });
+}
+
+ktPtrHandle<ktPredicateFunction> ktRangePredicate::clone() const
+{
+    return new ktRangePredicate(*this);
+}
+
+bool ktRangePredicate::isEqual(const ktPredicateFunction& other) const
+{
+    const auto* range = dynamic_cast<const ktRangePredicate*>(&other);
+    return range != nullptr && range_ == range->range_ && indices_ == range->indices_;
+}
+
+void ktRangePredicate::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktRangePredicate::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPredicateFunction::dispatchSerialize(archive);
+    archive || range_ || indices_;
+}
+
+const kt_Instantiator ktValidityPredicate::sExemplar(typeid(ktValidityPredicate), &ktValidityPredicate::make);
+
+ktPersistent* ktValidityPredicate::make()
+{
+    return new ktValidityPredicate;
+}
+
+ktValidityPredicate::ktValidityPredicate() : indices_(1, 0) {}
+
+ktValidityPredicate::ktValidityPredicate(const std::vector<long>& measurementIndices) : indices_(measurementIndices)
+{
+    requireNonNegative(indices_);
+}
+
+ktValidityPredicate::ktValidityPredicate(const ktValidityPredicate&) = default;
+ktValidityPredicate& ktValidityPredicate::operator=(const ktValidityPredicate&) = default;
+ktValidityPredicate::~ktValidityPredicate() = default;
+
+bool ktValidityPredicate::outcome(const ktFeaturePattern& pattern) const
+{
+    return std::all_of(indices_.begin(), indices_.end(), [&](long index) { return isAvailable(pattern, index); });
+}
+
+ktPtrHandle<ktPredicateFunction> ktValidityPredicate::clone() const
+{
+    return new ktValidityPredicate(*this);
+}
+
+bool ktValidityPredicate::isEqual(const ktPredicateFunction& other) const
+{
+    const auto* validity = dynamic_cast<const ktValidityPredicate*>(&other);
+    return validity != nullptr && indices_ == validity->indices_;
+}
+
+void ktValidityPredicate::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktValidityPredicate::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPredicateFunction::dispatchSerialize(archive);
+    archive || indices_;
+}
+
+ktDecisionTree::ktDecisionTree() = default;
+ktDecisionTree::ktDecisionTree(Kind kind) : kind_(kind) {}
+ktDecisionTree::ktDecisionTree(const ktDecisionTree&) : ktPersistent(), ktRepBase() {}
+ktDecisionTree& ktDecisionTree::operator=(const ktDecisionTree&)
+{
+    return *this;
+}
+ktDecisionTree::~ktDecisionTree() = default;
+
+bool ktDecisionTree::isEqual(const ktDecisionTree&) const
+{
+    return true;
+}
+
+long ktDecisionTree::numCategories() const
+{
+    return static_cast<long>(categoryLabels().size());
+}
+
+void ktDecisionTree::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktDecisionTree::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPersistent::dispatchSerialize(archive);
+}
+
+const kt_Instantiator ktDecisionTreeNode::sExemplar(typeid(ktDecisionTreeNode), &ktDecisionTreeNode::make);
+
+ktPersistent* ktDecisionTreeNode::make()
+{
+    return new ktDecisionTreeNode;
+}
+
+ktDecisionTreeNode::ktDecisionTreeNode() : ktDecisionTree(Kind::node) {}
+
+ktDecisionTreeNode::ktDecisionTreeNode(const ktPredicateFunction& predicate, const ktDecisionTree& trueTree,
+                                       const ktDecisionTree& falseTree)
+    : ktDecisionTree(Kind::node),
+      trueTree_(trueTree.clone()),
+      falseTree_(falseTree.clone()),
+      predicate_(predicate.clone())
+{
+}
+
+ktDecisionTreeNode::ktDecisionTreeNode(const ktDecisionTreeNode& other)
+    : ktDecisionTree(Kind::node),
+      trueTree_(other.trueTree_),
+      falseTree_(other.falseTree_),
+      predicate_(other.predicate_)
+{
+}
+
+ktDecisionTreeNode& ktDecisionTreeNode::operator=(const ktDecisionTreeNode& other)
+{
+    // All three are taken before any is let go: the source may be a part of what this node held.
+    ktPtrHandle_const<ktDecisionTree> newTrue = other.trueTree_;
+    ktPtrHandle_const<ktDecisionTree> newFalse = other.falseTree_;
+    ktPtrHandle_const<ktPredicateFunction> newPredicate = other.predicate_;
+    trueTree_.swap(newTrue);
+    falseTree_.swap(newFalse);
+    predicate_.swap(newPredicate);
+    return *this;
+}
+
+ktDecisionTreeNode::~ktDecisionTreeNode()
+{
+    releaseChain(std::move(trueTree_));
+    releaseChain(std::move(falseTree_));
+}
+
+/// Destroys what only this handle holds, however deep, without recursion and without memory: a node is destroyed when it
+/// has no subtree left. While its true tree is a node that it alone holds, the two are rotated, so that the lower one comes
+/// up; otherwise the way goes on into the false tree. Each rotation shortens the way, so all of it is linear.
+void ktDecisionTreeNode::releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept
+{
+    // Nobody else can see an object whose only handle is ours, so it may be taken apart although it is const.
+    const auto soleNode = [](const ktPtrHandle_const<ktDecisionTree>& handle) -> ktDecisionTreeNode* {
+        const ktDecisionTree* held = handle.get();
+        const bool isMine = held != nullptr && held->kind_ == Kind::node && held->refCount() == 1;
+        return isMine ? const_cast<ktDecisionTreeNode*>(static_cast<const ktDecisionTreeNode*>(held)) : nullptr;
+    };
+    while (ktDecisionTreeNode* node = soleNode(tree)) {
+        if (ktDecisionTreeNode* lower = soleNode(node->trueTree_)) {
+            // tree -> node -> lower becomes tree -> lower -> node, with lower's false tree handed to node.
+            node->trueTree_.swap(lower->falseTree_);
+            lower->falseTree_.swap(tree);
+        } else {
+            node->trueTree_ = nullptr;
+            ktPtrHandle_const<ktDecisionTree> next = std::move(node->falseTree_);
+            tree = std::move(next);
+        }
+    }
+}
+
+void ktDecisionTreeNode::predicateFunction(const ktPredicateFunction& predicate)
+{
+    predicate_ = predicate.clone();
+}
+
+void ktDecisionTreeNode::trueTree(const ktDecisionTree& tree)
+{
+    trueTree_ = tree.clone();
+}
+
+void ktDecisionTreeNode::falseTree(const ktDecisionTree& tree)
+{
+    falseTree_ = tree.clone();
+}
+
+std::vector<long> ktDecisionTreeNode::categoryLabels() const
+{
+    // A tree that was listed already adds nothing when it is met again.
+    std::unordered_set<const ktDecisionTree*> listed;
+    std::unordered_set<long> known;
+    std::vector<long> labels;
+    bool isFirst = true;
+    std::vector<const ktDecisionTree*> open{this};
+    while (!open.empty()) {
+        if (open.back() == nullptr) {
+            throw ktBadPointer();
+        }
+        const ktDecisionTree& tree = *open.back();
+        open.pop_back();
+        if (isShared(tree) && !listed.insert(&tree).second) {
+            continue;
+        }
+        // The caller's own classes may list their labels in their own way, also those derived from a node; but the node
+        // that is being asked must not ask itself again.
+        if (&tree == this || typeid(tree) == typeid(ktDecisionTreeNode)) {
+            const auto& node = static_cast<const ktDecisionTreeNode&>(tree);
+            open.push_back(node.trueTree_.get());
+            open.push_back(node.falseTree_.get());
+            continue;
+        }
+        for (const long label : tree.categoryLabels()) {
+            // Kept on purpose: the first tree's list is taken as it is, duplicates included.
+            if (known.insert(label).second || isFirst) {
+                labels.push_back(label);
+            }
+        }
+        isFirst = false;
+    }
+    return labels;
+}
+
+ktPtrHandle<ktDecisionTree> ktDecisionTreeNode::clone() const
+{
+    return new ktDecisionTreeNode(*this);
+}
+
+bool ktDecisionTreeNode::isEqual(const ktDecisionTree& other) const
+{
+    // Pairs met again were equal, or the comparison would have ended; only shared trees can be met again.
+    std::set<TreePair> compared;
+    std::vector<TreePair> open{{this, &other}};
+    while (!open.empty()) {
+        const TreePair pair = open.back();
+        open.pop_back();
+        if (pair.first == nullptr || pair.second == nullptr) {
+            throw ktBadPointer();
+        }
+        const ktDecisionTree& mine = *pair.first;
+        const ktDecisionTree& theirs = *pair.second;
+        if ((isShared(mine) || isShared(theirs)) && !compared.insert(pair).second) {
+            continue;
+        }
+        if (&mine != this && typeid(mine) != typeid(ktDecisionTreeNode)) {
+            if (!mine.isEqual(theirs)) {
+                return false;
+            }
+            continue;
+        }
+        if (theirs.kind_ != Kind::node) {
+            return false;
+        }
+        const auto& a = static_cast<const ktDecisionTreeNode&>(mine);
+        const auto& b = static_cast<const ktDecisionTreeNode&>(theirs);
+        if (!a.predicate_->isEqual(*b.predicate_)) {
+            return false;
+        }
+        open.emplace_back(a.falseTree_.get(), b.falseTree_.get());
+        open.emplace_back(a.trueTree_.get(), b.trueTree_.get());
+    }
+    return true;
+}
+
+void ktDecisionTreeNode::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktDecisionTreeNode::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktDecisionTree::dispatchSerialize(archive);
+    archive || trueTree_ || falseTree_ || predicate_;
+}
+
+const kt_Instantiator ktDecisionTreeLeaf::sExemplar(typeid(ktDecisionTreeLeaf), &ktDecisionTreeLeaf::make);
+
+ktPersistent* ktDecisionTreeLeaf::make()
+{
+    return new ktDecisionTreeLeaf;
+}
+
+ktDecisionTreeLeaf::ktDecisionTreeLeaf() : ktDecisionTree(Kind::leaf) {}
+
+ktDecisionTreeLeaf::ktDecisionTreeLeaf(const ktClassifierResult& classifierResult)
+    : ktDecisionTree(Kind::leaf), result_(classifierResult)
+{
+}
+
+ktDecisionTreeLeaf::ktDecisionTreeLeaf(const ktDecisionTreeLeaf& other)
+    : ktDecisionTree(Kind::leaf), result_(other.result_)
+{
+}
+
+ktDecisionTreeLeaf& ktDecisionTreeLeaf::operator=(const ktDecisionTreeLeaf& other)
+{
+    result_ = other.result_;
+    return *this;
+}
+
+ktDecisionTreeLeaf::~ktDecisionTreeLeaf() = default;
+
+void ktDecisionTreeLeaf::classifierResult(const ktClassifierResult& classifierResult)
+{
+    result_ = classifierResult;
+}
+
+std::vector<long> ktDecisionTreeLeaf::categoryLabels() const
+{
+    std::vector<long> labels;
+    labels.reserve(result_.categoryResults().size());
+    for (const ktClassifierCategoryResult& entry : result_.categoryResults()) {
+        labels.push_back(entry.categoryLabel());
+    }
+    return labels;
+}
+
+ktPtrHandle<ktDecisionTree> ktDecisionTreeLeaf::clone() const
+{
+    return new ktDecisionTreeLeaf(*this);
+}
+
+bool ktDecisionTreeLeaf::isEqual(const ktDecisionTree& other) const
+{
+    return other.kind_ == Kind::leaf && result_ == static_cast<const ktDecisionTreeLeaf&>(other).result_;
+}
+
+void ktDecisionTreeLeaf::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktDecisionTreeLeaf::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktDecisionTree::dispatchSerialize(archive);
+    archive || result_;
+}
+
+const kt_Instantiator kt_ClassifierDecisionTree::sExemplar(typeid(kt_ClassifierDecisionTree),
+                                                           &kt_ClassifierDecisionTree::make);
+
+ktPersistent* kt_ClassifierDecisionTree::make()
+{
+    return new kt_ClassifierDecisionTree;
+}
+
+kt_ClassifierDecisionTree::kt_ClassifierDecisionTree() = default;
+kt_ClassifierDecisionTree::kt_ClassifierDecisionTree(const kt_ClassifierDecisionTree&) = default;
+kt_ClassifierDecisionTree& kt_ClassifierDecisionTree::operator=(const kt_ClassifierDecisionTree&) = default;
+kt_ClassifierDecisionTree::~kt_ClassifierDecisionTree() = default;
+
+void kt_ClassifierDecisionTree::trainManual(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
+{
+    // Cloned before anything is let go: the tree given may be the one that is held.
+    const ktPtrHandle_const<ktDecisionTree> newTree = tree.clone();
+    untrain();
+    tree_ = newTree;
+    ktDiagObject* destination = ktDiagObject::getRecordingDestination(diag, flags);
+    recordTrainInputs_(destination, flags);
+    // Kept on purpose: this hook is given the caller's own object, not the destination.
+    recordTrainDetails_(diag, flags);
+    recordTrainResults_(destination, flags);
+}
+
+ktPtrHandle<kt_Classifier> kt_ClassifierDecisionTree::clone() const
+{
+    return new kt_ClassifierDecisionTree(*this);
+}
+
+bool kt_ClassifierDecisionTree::isEquivalent(const kt_Classifier& other) const
+{
+    const auto* treeClassifier = dynamic_cast<const kt_ClassifierDecisionTree*>(&other);
+    if (treeClassifier == nullptr || !kt_Classifier::isEquivalent(other)) {
+        return false;
+    }
+    return tree_->isEqual(*treeClassifier->tree_);
+}
+
+void kt_ClassifierDecisionTree::train_(const ktClassifierDataProvider&, const ktClassifierTrainParams&)
+{
+    throw ktClassifierDefs::NotImplemented("Automatic decision tree training is not implemented.");
+}
+
+void kt_ClassifierDecisionTree::retrain_(const ktClassifierTrainParams&)
+{
+    throw ktClassifierDefs::NotImplemented("Automatic decision tree training is not implemented.");
+}
+
+void kt_ClassifierDecisionTree::trainStart_(const ktClassifierTrainParams&)
+{
+    throw ktClassifierDefs::NotImplemented("Incremental decision tree training is not implemented.");
+}
+
+void kt_ClassifierDecisionTree::trainIncremental_(const ktFeaturePattern&, long)
+{
+    throw ktClassifierDefs::NotImplemented("Incremental decision tree training is not implemented.");
+}
+
+void kt_ClassifierDecisionTree::untrain_()
+{
+    tree_ = nullptr;
+}
+
+bool kt_ClassifierDecisionTree::isTrained_() const
+{
+    return !tree_.isNull();
+}
+
+void kt_ClassifierDecisionTree::checkRunnable_() const {}
+
+void kt_ClassifierDecisionTree::run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const
+{
+    const ktDecisionTree* tree = &*tree_;
+    for (;;) {
+        kt_pollAttention();
+        if (tree->kind_ == ktDecisionTree::Kind::leaf) {
+            result = static_cast<const ktDecisionTreeLeaf*>(tree)->classifierResult();
+            return;
+        }
+        if (tree->kind_ != ktDecisionTree::Kind::node) {
+            throw ktBadPointer();
+        }
+        const auto* node = static_cast<const ktDecisionTreeNode*>(tree);
+        tree = node->predicate_->outcome(pattern) ? &*node->trueTree_ : &*node->falseTree_;
+    }
+}
+
+void kt_ClassifierDecisionTree::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void kt_ClassifierDecisionTree::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    kt_Classifier::dispatchSerialize(archive);
+    archive || tree_;
+}

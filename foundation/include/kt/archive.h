@@ -1,0 +1,260 @@
+#pragma once
+
+#include <kt/config.h>
+#include <kt/exception.h>
+#include <kt/handle.h>
+#include <kt/persistent.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+class kt_ArchivePass;
+template <int Number>
+class kt_ArchiveFailure;
+
+/// A two-way stream of values. One operation, `archive || value`, stores or loads by the archive's direction, so one
+/// routine describes both. The bytes are the same from every platform (docs/archive-format.md) and survive every double,
+/// NaN and infinities included.
+///
+/// A pass is one outermost operation. Inside a pass an object reached by pointer several times is written once and
+/// restored shared; between passes nothing is remembered. `ktArchive::Pass` opens one by hand around several operations.
+/// When a pass ends every byte is in the stream's buffer (whether a file then takes them shows when it is flushed or
+/// closed), and loading has taken not one byte more than it needed, so an archive may lie inside a larger file. What one
+/// archive object stored, one archive object loads.
+///
+/// Streams are opened binary. A std::stringstream is both an output and an input stream, so it needs a cast:
+/// `ktArchive archive(static_cast<std::ostream&>(stream));`. A const object needs a copy, because the one operation also loads:
+/// `ktClassifierTool copy(tool); archive || copy;`.
+///
+/// Loading trusts nobody: any bytes end in a value that is safe to use or in a ktException, in memory within 64 times the
+/// input and 64 KiB. After a failed load the object is partly loaded; it can be assigned, loaded again and destroyed.
+///
+/// Ownership: the stream belongs to the caller and outlives the archive. Copy: none.
+/// Threads: one archive is used by one thread at a time.
+class KT_FOUNDATION_API ktArchive {
+public:
+    /// Base of all archive failures.
+    class Errors;
+    /// A version that this library does not know: in an object, or the encoding of the archive itself.
+    class UnknownVersion;
+    /// The bytes cannot be what an archive stored. The message says what was found, and at which byte of the archive.
+    using Corrupt = kt_ArchiveFailure<2>;
+    /// Storing: a value does not fit its 32 bits. No byte of it was written.
+    using OutOfRange = kt_ArchiveFailure<3>;
+    /// More pointer records are open at once than `maxDepth()`.
+    using TooDeep = kt_ArchiveFailure<4>;
+    /// Storing: one object was archived in place and by pointer in one pass, or leads back to itself.
+    using Conflict = kt_ArchiveFailure<5>;
+    /// The stream did not take, or did not give, a byte.
+    using StreamFailed = kt_ArchiveFailure<6>;
+
+    class Pass;
+
+    /// An archive that stores into `stream`.
+    explicit ktArchive(std::ostream& stream);
+    /// An archive that loads from `stream`.
+    explicit ktArchive(std::istream& stream);
+    ktArchive(const ktArchive&) = delete;
+    ktArchive& operator=(const ktArchive&) = delete;
+    ~ktArchive();
+
+    bool isStoring() const noexcept { return output_ != nullptr; }
+    bool isLoading() const noexcept { return input_ != nullptr; }
+
+    /// How many pointer records may be open at once, 1000 unless changed. It bounds the stack that nested objects take.
+    long maxDepth() const noexcept { return maxDepth_; }
+    void maxDepth(long depth) noexcept { maxDepth_ = depth; }
+
+    /// A signed 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt.
+    ktArchive& operator||(long& value);
+    /// An unsigned 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt.
+    ktArchive& operator||(unsigned long& value);
+    /// A 64-bit floating value, bit by bit. Throws: StreamFailed, Corrupt.
+    ktArchive& operator||(double& value);
+    /// A text of any bytes. Throws: OutOfRange, StreamFailed, Corrupt.
+    ktArchive& operator||(std::string& text);
+    /// One byte. The operator for users is the free `operator||(ktArchive&, unsigned char&)`.
+    void byte(unsigned char& value);
+
+    /// A version byte: stores 0, or loads one and checks it.
+    /// Throws: UnknownVersion(where, line) for another version than 0.
+    void version(const char* where = nullptr, int line = 0);
+    /// Throws: UnknownVersion(where, line) for another version than 0.
+    static void checkVersion(unsigned char version, const char* where = nullptr, int line = 0);
+
+    /// The count of a sequence whose elements store at least `leastStoredSize` bytes each: stores `count`, or loads one and
+    /// checks it against the bytes that are left, where the stream can tell. Returns the count.
+    std::size_t count(std::size_t count, std::size_t leastStoredSize);
+    /// Loading: throws Corrupt if so many elements of so many bytes each cannot be left.
+    void requireBytesLeft(std::uint64_t elements, std::size_t leastStoredSize);
+    /// Whether the stream could tell how many bytes are left; if not, a loaded count is only a claim.
+    bool bytesLeftKnown();
+
+    /// `count` doubles one behind the other, without the count. Loading resizes the vector to it.
+    void doubles(std::vector<double>& values, std::size_t count);
+
+    /// Throws Corrupt, with the byte at which the archive stands.
+    [[noreturn]] void throwCorrupt(const std::string& what) const;
+
+private:
+    friend class kt_ArchivePass;
+    friend KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
+    friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
+
+    void start();
+    void put(const void* bytes, std::size_t size);
+    void get(void* bytes, std::size_t size);
+    void putRaw(const void* bytes, std::size_t size);
+    void getRaw(void* bytes, std::size_t size);
+    void block(double* values, std::size_t size);
+    void store32(std::uint32_t value);
+    std::uint32_t load32();
+
+    std::ostream* output_ = nullptr;
+    std::istream* input_ = nullptr;
+    bool started_ = false;
+    long maxDepth_ = 1000;
+    std::uint64_t position_ = 0;
+    kt_ArchivePass* pass_ = nullptr;
+};
+
+class KT_FOUNDATION_API ktArchive::Errors : public ktExceptionWithString {
+public:
+    Errors(const Errors&);
+    Errors& operator=(const Errors&);
+    ~Errors() override;
+
+protected:
+    explicit Errors(const std::string& message);
+};
+
+class KT_FOUNDATION_API ktArchive::UnknownVersion : public ktArchive::Errors {
+public:
+    /// `where` names a class or a place, lives as long as the program, and may be null.
+    UnknownVersion(const char* where, int line);
+    UnknownVersion(const UnknownVersion&);
+    UnknownVersion& operator=(const UnknownVersion&);
+    ~UnknownVersion() override;
+
+    const char* where() const noexcept { return where_; }
+    int line() const noexcept { return line_; }
+
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+
+private:
+    const char* where_;
+    int line_;
+};
+
+/// The archive failures that are told apart by class and message alone.
+template <int Number>
+class KT_FOUNDATION_API kt_ArchiveFailure : public ktArchive::Errors {
+public:
+    explicit kt_ArchiveFailure(const std::string& message) : Errors(message) {}
+
+    long errorNumber() const override { return 0x10004000L + Number; }
+    void suicideAndRethrow() override { ktException::rethrowCopyOf(this); }
+};
+
+extern template class kt_ArchiveFailure<2>;
+extern template class kt_ArchiveFailure<3>;
+extern template class kt_ArchiveFailure<4>;
+extern template class kt_ArchiveFailure<5>;
+extern template class kt_ArchiveFailure<6>;
+
+/// Opens a pass, or stays in the one that is open on this archive. Operators that archive several values in a row open
+/// one, so that a caller's single operation is a single pass.
+class KT_FOUNDATION_API ktArchive::Pass {
+public:
+    explicit Pass(ktArchive& archive);
+    ~Pass();
+    Pass(const Pass&) = delete;
+    Pass& operator=(const Pass&) = delete;
+
+private:
+    ktArchive& archive_;
+    kt_ArchivePass* previous_;
+    bool outermost_;
+};
+
+/// What ktPersistent::serializePointer does, except that an object without a count stays with the pass. For handles.
+KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
+
+/// One byte. Throws: StreamFailed, Corrupt.
+KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, unsigned char& value);
+/// A vector of flags.
+KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<bool>& flags);
+/// A vector of doubles, in the form of any other vector.
+KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<double>& values);
+
+/// The fewest bytes that a value of type T takes in an archive: how a count that cannot be true is recognised. A class
+/// whose values take more than one byte at the least may specialise it; no element of a vector takes less than one.
+template <class T>
+struct ktLeastStoredSize {
+    static constexpr std::size_t value = std::is_enum_v<T> ? 4 : 1;
+};
+template <>
+struct ktLeastStoredSize<long> {
+    static constexpr std::size_t value = 4;
+};
+template <>
+struct ktLeastStoredSize<unsigned long> {
+    static constexpr std::size_t value = 4;
+};
+template <>
+struct ktLeastStoredSize<double> {
+    static constexpr std::size_t value = 8;
+};
+template <>
+struct ktLeastStoredSize<std::string> {
+    static constexpr std::size_t value = 4;
+};
+template <class T>
+struct ktLeastStoredSize<std::vector<T>> {
+    static constexpr std::size_t value = 5;
+};
+
+/// A handle, as a pointer record: null, an object, or a reference to an object met before in this pass. Loading first lets
+/// the held object go; an object of another class than T leaves the handle null.
+template <class T>
+std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktArchive& archive, ktPtrHandle<T>& handle)
+{
+    ktArchive::Pass pass(archive);
+    if (archive.isLoading()) {
+        handle = nullptr;
+    }
+    // An object that is stored is not changed, but for its mark.
+    ktPersistent* object = kt_archivePointer(archive, const_cast<std::remove_const_t<T>*>(handle.get()));
+    if (archive.isLoading()) {
+        handle = dynamic_cast<T*>(object);
+    }
+    return archive;
+}
+
+/// A vector: a version byte, the count, the elements, each by its own operator. Loading resizes it to the count first and
+/// then loads the elements in order.
+template <class T>
+ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
+{
+    ktArchive::Pass pass(archive);
+    archive.version();
+    const std::size_t count = archive.count(values.size(), ktLeastStoredSize<T>::value);
+    if (archive.isLoading() && (archive.bytesLeftKnown() || count < values.size())) {
+        values.resize(count);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i == values.size()) {
+            // The count is only a claim: grow behind what was really there.
+            values.resize(std::min(count, 2 * i + 16));
+        }
+        archive || values[i];
+    }
+    return archive;
+}

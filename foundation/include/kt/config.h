@@ -1,0 +1,64 @@
+#pragma once
+
+// The one place where a compiler's extensions are named.
+//
+// KT_FOUNDATION_API and KT_API mark what the two shared libraries export; everything else is hidden. In a static build
+// (KT_STATIC) nothing is imported, but the classes stay visible, so that an exception thrown in one shared object that
+// holds a static copy is still caught by class in another.
+
+#if defined(_WIN32) || defined(__CYGWIN__)
+#if defined(KT_STATIC)
+#define KT_EXPORT
+#define KT_IMPORT
+#else
+#define KT_EXPORT __declspec(dllexport)
+#define KT_IMPORT __declspec(dllimport)
+#endif
+#else
+#define KT_EXPORT __attribute__((visibility("default")))
+#define KT_IMPORT __attribute__((visibility("default")))
+#endif
+
+#if defined(KT_FOUNDATION_BUILD)
+#define KT_FOUNDATION_API KT_EXPORT
+#else
+#define KT_FOUNDATION_API KT_IMPORT
+#endif
+
+#if defined(KT_CLASTOOL_BUILD)
+#define KT_API KT_EXPORT
+#else
+#define KT_API KT_IMPORT
+#endif
+
+#if defined(KT_FOUNDATION_BUILD)
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <typeinfo>
+
+#if defined(__GNUG__)
+#include <cxxabi.h>
+#endif
+
+/// The name of a class as a C++ program writes it, with its namespaces. For the library's own use.
+inline std::string kt_plainClassName(const std::type_info& type)
+{
+#if defined(__GNUG__)
+    int status = 0;
+    char* demangled = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
+    const std::string name = status == 0 ? demangled : type.name();
+    std::free(demangled);
+    return name;
+#else
+    // Here names come plain, but for the keyword in front of them.
+    const char* name = type.name();
+    for (const char* keyword : {"class ", "struct "}) {
+        if (std::strncmp(name, keyword, std::strlen(keyword)) == 0) {
+            name += std::strlen(keyword);
+        }
+    }
+    return name;
+#endif
+}
+#endif

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <kt/config.h>
+
+#include <atomic>
+#include <cstddef>
+#include <string>
+#include <typeinfo>
+
+class ktArchive;
+
+/// Base of every class that an archive can store and load.
+///
+/// A class layer L derived from it follows one pattern (see ktPersistent::dispatchLayer): its `dispatchSerialize` does
+/// nothing if this layer of the object was visited in the current pass; otherwise it archives a version byte, its base's
+/// layer and its own fields, and then marks itself as visited.
+///
+/// Copy: a copy is a new object that no pass has visited.
+/// Threads: two threads may store objects that share parts; one pass runs on one thread.
+class KT_FOUNDATION_API ktPersistent {
+public:
+    ktPersistent() noexcept = default;
+    ktPersistent(const ktPersistent&) noexcept {}
+    ktPersistent& operator=(const ktPersistent&) noexcept { return *this; }
+
+    /// A destructor that finds the mark set lets the passes of this thread forget the object, because its address may be
+    /// used again before they end.
+    virtual ~ktPersistent()
+    {
+        if (mark_.load(std::memory_order_relaxed) != 0) {
+            mutating_();
+        }
+    }
+
+    /// Archives a pointer, whatever the class of its object. Storing writes the object (its class and its contents, each
+    /// object once a pass) and leaves `result` alone. Loading re-creates the object through the class registry and gives it back in
+    /// `result`, null for a null pointer.
+    ///
+    /// Ownership: a loaded object derived from ktRepBase is held by the pass until it ends; who wants to keep it makes a
+    /// handle in a ktArchive::Pass opened around the call. An object without a count belongs to the caller.
+    /// Throws: ktArchive::Errors; whatever the object's own layers throw.
+    static void serializePointer(ktArchive& archive, ktPersistent* object, ktPersistent*& result);
+
+protected:
+    /// Archives the object's layers, most derived first. The base has nothing to archive.
+    virtual void dispatchSerialize(ktArchive& archive);
+    /// Puts the object into the state of a new one where a class needs it; no class of this library does.
+    virtual void reInit();
+    /// Loads a simplified form where a class has one. Returns whether it did; no class of this library has one.
+    virtual bool loadSimple(ktArchive& archive);
+
+    /// Whether the current pass of this thread has visited the layer of `extent` bytes of this object. False outside a pass.
+    static bool haveVisited(const ktPersistent* object, std::size_t extent);
+    /// Marks the layer of `extent` bytes as visited in the current pass of this thread. Nothing happens outside a pass.
+    static void setVisited(const ktPersistent* object, std::size_t extent);
+
+    /// The whole of a layer's `dispatchSerialize`: unless visited, the version byte, then `body(version)`, then the mark.
+    /// `body` refuses the versions it does not know.
+    template <class Body>
+    static void dispatchLayer(ktArchive& archive, const ktPersistent* object, std::size_t extent, Body body)
+    {
+        if (haveVisited(object, extent)) {
+            return;
+        }
+        body(archiveVersion(archive));
+        setVisited(object, extent);
+    }
+
+private:
+    friend class ktArchive;
+    friend class kt_ArchivePass;
+    friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
+
+    static unsigned char archiveVersion(ktArchive& archive);
+    void mutating_() noexcept;
+
+    // Only a hint that some pass may know the object: the pass itself holds the truth. Atomic because two threads may
+    // store objects that share this one.
+    mutable std::atomic<unsigned char> mark_{0};
+};
+
+/// Archives an object in place: nothing about its class is written, and loading fills the given object.
+/// Throws: ktArchive::Errors, ktArchive::Conflict if the object was also archived by pointer in this pass.
+KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
+
+/// An entry of the class registry: lets an archive re-create objects of a class. Defined as a static object beside the
+/// class, it registers itself when constructed and unregisters itself when destroyed. A class is known in archives by its
+/// plain C++ name, with its namespaces.
+///
+/// Threads: entries are made while a library is loaded and destroyed while it is unloaded; no archive that may need them
+/// runs meanwhile on another thread.
+class KT_FOUNDATION_API kt_Instantiator {
+public:
+    using Make = ktPersistent* (*)();
+
+    /// `factory` returns a new default-constructed object of the class `type`. `name` is for a class whose name the compiler
+    /// would spell in its own way (a template); it must outlive the entry.
+    kt_Instantiator(const std::type_info& type, Make factory, const char* name = nullptr);
+    ~kt_Instantiator();
+    kt_Instantiator(const kt_Instantiator&) = delete;
+    kt_Instantiator& operator=(const kt_Instantiator&) = delete;
+
+    const std::string& name() const noexcept { return name_; }
+    ktPersistent* make() const { return make_(); }
+
+    /// The entry of a class, or null. Cost: linear in the number of registered classes.
+    static const kt_Instantiator* find(const std::type_info& type) noexcept;
+    /// The entry of a name, or null. Cost: linear in the number of registered classes.
+    static const kt_Instantiator* find(const std::string& name) noexcept;
+    /// The first entry of the registry, newest first, or null; `next()` leads on.
+    static const kt_Instantiator* first() noexcept;
+    const kt_Instantiator* next() const noexcept { return next_; }
+
+private:
+    const std::type_info& type_;
+    Make make_;
+    std::string name_;
+    kt_Instantiator* next_ = nullptr;
+};

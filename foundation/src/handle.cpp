@@ -1,0 +1,3 @@
+#include <kt/handle.h>
+
+ktRepBase::~ktRepBase() = default;

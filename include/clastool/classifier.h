@@ -1,0 +1,204 @@
+#pragma once
+
+#include <clastool/training_data.h>
+
+class kt_Classifier;
+class ktClassifierTool;
+class ktDecisionTree;
+
+/// Base of a technique's training parameters. The class of the parameters chooses the technique: they are the factory of
+/// its classifier.
+///
+/// Copy: kept on purpose: the base's copy does not carry `throwIfNotReady`; the derived classes of this library do.
+/// Threads: one thread at a time. Archive: version byte; `throwIfNotReady` is not stored.
+class KT_API ktClassifierTrainParams : public virtual ktPersistent, public virtual ktRepBase {
+public:
+    ktClassifierTrainParams();
+    ~ktClassifierTrainParams() override;
+
+    /// A new, independent copy.
+    virtual ktPtrHandle<ktClassifierTrainParams> clone() const = 0;
+
+    /// Whether a tool checks after training that the classifier can run, and refuses the training if it cannot. True
+    /// unless changed.
+    bool throwIfNotReady() const { return throwIfNotReady_; }
+    void throwIfNotReady(bool throwIfNotReady) { throwIfNotReady_ = throwIfNotReady; }
+
+protected:
+    ktClassifierTrainParams(const ktClassifierTrainParams&);
+    ktClassifierTrainParams& operator=(const ktClassifierTrainParams&);
+
+    /// True here; a derived class first tests the class of the other.
+    virtual bool isEqual_(const ktClassifierTrainParams& other) const;
+    /// Whether the other parameters choose the same technique, whatever their values.
+    virtual bool isSameTechnique_(const ktClassifierTrainParams& other) const = 0;
+    /// A new untrained classifier of the technique, owned by the caller.
+    virtual kt_Classifier* newClassifier_() const = 0;
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class kt_Classifier;
+    friend class ktClassifierTool;
+
+    bool throwIfNotReady_ = true;
+};
+
+/// Base of a trained classifier. Its public operations fix the order of checks, state changes and recording for all
+/// techniques; a technique fills in the hooks. Callers use it through ktClassifierTool.
+///
+/// Ownership: shares its stored parameters with its copies. Copy: shares the parameters.
+/// Threads: const operations may run on several threads at once; any other needs the classifier alone.
+/// Archive: version byte, the stored parameters as a pointer record (null allowed).
+class KT_API kt_Classifier : public ktPersistent, public ktRepBase {
+public:
+    kt_Classifier();
+    kt_Classifier(const kt_Classifier&);
+    kt_Classifier& operator=(const kt_Classifier&);
+    ~kt_Classifier() override;
+
+    virtual ktPtrHandle<kt_Classifier> clone() const = 0;
+
+    /// Whether both are trained or both are not, and their stored parameters are equal (or neither holds any). A technique
+    /// adds the comparison of its model.
+    virtual bool isEquivalent(const kt_Classifier& other) const;
+
+    /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
+    /// `params` may be the stored ones.
+    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr,
+               unsigned long flags = 0);
+
+    /// Starts incremental training: untrains, and stores a clone of the parameters.
+    void trainStart(const ktClassifierTrainParams& params);
+
+    /// Adds one pattern. `diag` and `flags` are not used.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before incremental training.".
+    void trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Takes new parameters without training again. `diag` and `flags` are not used.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before retraining."; without stored
+    /// parameters, or with parameters of another technique, ktClassifierDefs::BadMethod "Cannot retrain with a different
+    /// classification technique."; what the technique refuses.
+    void retrain(const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Classifies a pattern; `result` changes only if nothing is thrown.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running."; what the technique refuses.
+    void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
+             unsigned long flags = 0) const;
+
+    /// Forgets the training and the parameters; nothing happens to an untrained classifier.
+    void untrain();
+    bool isTrained() const { return isTrained_(); }
+
+    /// A further handle on the stored parameters.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the training parameters.",
+    /// then ktClassifierDefs::BadMethod "Classifier tool was not automatically trained.".
+    ktPtrHandle_const<ktClassifierTrainParams> trainParams();
+
+protected:
+    virtual void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) = 0;
+    virtual void retrain_(const ktClassifierTrainParams& params) = 0;
+    virtual void trainStart_(const ktClassifierTrainParams& params) = 0;
+    virtual void trainIncremental_(const ktFeaturePattern& pattern, long label) = 0;
+    virtual void untrain_() = 0;
+    virtual bool isTrained_() const = 0;
+    /// Throws what a run would throw for lack of training data.
+    virtual void checkRunnable_() const = 0;
+    virtual void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const = 0;
+
+    /// The stored parameters; null while untrained and after manual training.
+    const ktPtrHandle_const<ktClassifierTrainParams>& storedParams() const { return trainParams_; }
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class ktClassifierTool;
+
+    // Where a technique writes diagnostics. Kept on purpose: the details of training go to the caller's own object, all
+    // others to the recording destination.
+    virtual void recordTrainInputs_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordTrainDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordTrainResults_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordRunInputs_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern) const = 0;
+    virtual void recordRunDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordRunResults_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern,
+                                   const ktClassifierResult& result) const = 0;
+
+    ktPtrHandle_const<ktClassifierTrainParams> trainParams_;
+};
+
+/// Version byte, the classifier as a pointer record (null allowed).
+KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+
+/// The library's front door: trains a classifier from labelled patterns and parameters, whose class chooses the technique,
+/// or takes a decision tree built by hand; then runs it on patterns.
+///
+/// Ownership: owns its classifier. Copy: clones a trained classifier (nearest-neighbour classifiers share their kept
+/// patterns); the copy of an untrained tool is empty.
+/// Threads: `run`, `isTrained` and comparison may run on several threads at once; any other operation needs the tool alone.
+class KT_API ktClassifierTool {
+public:
+    /// Untrained.
+    ktClassifierTool();
+    ktClassifierTool(const ktClassifierTool& other);
+    /// Kept on purpose: what this tool holds is dropped first, so a tool assigned to itself ends up empty and untrained.
+    ktClassifierTool& operator=(const ktClassifierTool& other);
+    ~ktClassifierTool();
+
+    /// Trains from labelled patterns. If anything is thrown the tool is untrained afterwards.
+    /// Throws, in this order: ktClassifierDefs::NotImplemented "The classification method specified by the training
+    /// parameters is not implemented." for whatever the parameters throw when asked for a classifier (ktBadPointer if they
+    /// give none); what the technique throws; with `params.throwIfNotReady()` what the technique throws for a classifier
+    /// that cannot run.
+    /// Kept on purpose: the last check untrains the tool only for the errors of namespace ktClassifierDefs; any other
+    /// exception, such as an abort by the attention check, leaves it trained.
+    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr,
+               unsigned long flags = 0);
+
+    /// Takes a decision tree built by hand (a clone of it). There is no readiness check, and no parameters are stored.
+    void train(const ktDecisionTree& tree, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Takes new parameters without training again, for example other costs or another k.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before retraining."; for parameters of another
+    /// technique and for a decision tree ktClassifierDefs::BadMethod "Cannot retrain with a different classification
+    /// technique."; what the technique refuses. Then the same check as after training.
+    void retrain(const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Classifies a pattern; `result` changes only if nothing is thrown.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running."; what the technique refuses.
+    void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
+             unsigned long flags = 0) const;
+
+    void untrain();
+    bool isTrained() const;
+
+    /// The parameters of the training. They are read-only; `retrain` changes them.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the training parameters.",
+    /// then for a decision tree ktClassifierDefs::BadMethod "Classifier tool was not automatically trained.".
+    ktPtrHandle_const<ktClassifierTrainParams> trainParams();
+
+    /// The decision tree.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the decision tree.", then for
+    /// other techniques ktClassifierDefs::BadMethod "Classifier tool was not trained using a decision tree.".
+    ktPtrHandle_const<ktDecisionTree> decisionTree();
+
+    /// Two untrained tools are equal; two trained ones if their classifiers are equivalent.
+    bool operator==(const ktClassifierTool& other) const;
+    bool operator!=(const ktClassifierTool& other) const { return !(*this == other); }
+
+private:
+    friend ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+
+    void untrainIfNotRunnable(const ktClassifierTrainParams& params);
+
+    ktPtrHandle<kt_Classifier> classifier_;
+};
+
+template <>
+struct ktLeastStoredSize<ktClassifierTool> {
+    static constexpr std::size_t value = 2;
+};

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <clastool/classifier.h>
+#include <clastool/decision_tree.h>
+#include <clastool/foundation.h>
+#include <clastool/nearest_neighbor.h>
+#include <clastool/training_data.h>

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <kt/foundation.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ktClassifierDefs {
+
+/// Base of every error that the library itself reports. Each has a message and a fixed number, can be archived and is
+/// re-created by its class's name.
+///
+/// Archive: each class layer's version byte, the concrete class first, then the message.
+class KT_API Errors : public ktExceptionWithString {
+public:
+    Errors(const Errors&);
+    Errors& operator=(const Errors&);
+    ~Errors() override;
+
+    long errorNumber() const override = 0;
+    void suicideAndRethrow() override = 0;
+
+protected:
+    Errors(const std::string& message = "");
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion("ktClassifierDefs::Errors", 0) for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+};
+
+/// The one mechanism of the concrete errors, which differ in their number and name alone.
+template <long Number>
+class KT_API ConcreteError : public Errors {
+public:
+    ConcreteError(const std::string& message = "");
+    ConcreteError(const ConcreteError&);
+    ConcreteError& operator=(const ConcreteError&);
+    ~ConcreteError() override;
+
+    /// The number of the class.
+    long errorNumber() const override;
+    /// Throws a copy of this object and destroys this object, which must live on the free store.
+    void suicideAndRethrow() override;
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion(name of the class, 0) for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+};
+
+// Kept on purpose: the numbers are not in the order of declaration; NotTrained comes before BadIndex.
+
+/// An argument is out of range or inconsistent.
+using BadParams = ConcreteError<0x10004200>;
+/// An index is out of range.
+using BadIndex = ConcreteError<0x10004202>;
+/// A category label is negative, duplicated or unknown.
+using BadLabel = ConcreteError<0x10004203>;
+/// A technique or an option is not supported.
+using BadMethod = ConcreteError<0x10004204>;
+/// A classifier or a rule table was used before it was trained.
+using NotTrained = ConcreteError<0x10004201>;
+/// A technique does not offer the operation.
+using NotImplemented = ConcreteError<0x10004205>;
+/// A feature pattern or vector is of the wrong size or content.
+using BadFeatures = ConcreteError<0x10004206>;
+/// The training data cannot support training.
+using InsufficientTrainData = ConcreteError<0x10004207>;
+
+/// A status word that can stand in an archive. No operation of the library reads or sets one.
+enum Status : std::uint32_t { eStatusOk = 0 };
+
+}  // namespace ktClassifierDefs
+
+extern template class ktClassifierDefs::ConcreteError<0x10004200>;
+extern template class ktClassifierDefs::ConcreteError<0x10004201>;
+extern template class ktClassifierDefs::ConcreteError<0x10004202>;
+extern template class ktClassifierDefs::ConcreteError<0x10004203>;
+extern template class ktClassifierDefs::ConcreteError<0x10004204>;
+extern template class ktClassifierDefs::ConcreteError<0x10004205>;
+extern template class ktClassifierDefs::ConcreteError<0x10004206>;
+extern template class ktClassifierDefs::ConcreteError<0x10004207>;
+
+/// The status as an unsigned 32-bit value.
+KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status);
+
+/// One object to be classified: its measurements, each of them valid or not (missing). An invalid measurement keeps the
+/// value that the caller gave.
+///
+/// A pattern is changed only by assignment and by loading; owners share it through `ktPtrHandle_const<ktFeaturePattern>`.
+/// Copy: member by member. Threads: const operations may run on several threads at once.
+/// Archive: version byte, measurements, validity flags.
+class KT_API ktFeaturePattern : public ktPersistent, public ktRepBase {
+public:
+    /// No measurements.
+    ktFeaturePattern();
+    /// All measurements valid but those named in `invalidIndices`, in any order; one named twice is simply invalid.
+    /// Throws, for the first index at fault: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0", then
+    /// ktClassifierDefs::BadIndex "Feature measurement indices must be < number of features".
+    ktFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices);
+    ktFeaturePattern(const ktFeaturePattern&);
+    ktFeaturePattern& operator=(const ktFeaturePattern&);
+    ~ktFeaturePattern() override;
+
+    long numMeasurements() const;
+
+    /// False for an index past the end.
+    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
+    bool isValid(long index) const;
+
+    /// The measurement. With `throwIfNotAvailable` false an index past the end gives 0.0 and an invalid measurement the
+    /// value that it holds.
+    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0"; with `throwIfNotAvailable`, past the
+    /// end and for an invalid measurement, ktClassifierDefs::BadFeatures "The measurement for the specified measurement
+    /// index is not valid.".
+    double featureMeasurement(long index, bool throwIfNotAvailable) const;
+
+    /// All measurements, the values of invalid ones included.
+    /// Throws: with `throwIfAnyInvalid`, if any is, ktClassifierDefs::BadFeatures "Access to full feature vector requires
+    /// that all features are valid.".
+    const std::vector<double>& featureMeasurements(bool throwIfAnyInvalid) const;
+
+    /// The indices of the invalid measurements, ascending.
+    /// Kept on purpose: not const, as published. Ask a copy, or `isValid`, where the pattern is const.
+    std::vector<long> invalidFeatureIndices();
+
+    /// The number of invalid measurements. Cost: linear in the measurements.
+    long numInvalid() const;
+
+    /// Equal measurements, those of invalid ones included, and equal validity; compared exactly, no tolerance.
+    bool operator==(const ktFeaturePattern& other) const;
+    bool operator!=(const ktFeaturePattern& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    bool holdsValid(std::size_t index) const { return index < validity_.size() && validity_[index]; }
+
+    std::vector<double> measurements_;
+    // As long as the measurements, except after loading a damaged archive: a measurement without a flag is invalid.
+    std::vector<bool> validity_;
+};
