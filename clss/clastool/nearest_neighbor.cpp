@@ -332,8 +332,7 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
     findNearestNeighbors_(pattern, params_.k(), indices, distances);
     std::vector<ktClassifierCategoryResult> matches;
     fillMatchResults_(indices, matches);
-    kt_DecisionRule::decide(result, matches.data(), matches.size(), ktClassifierFrequencies(1.0),
-                            params_.misclassificationCosts(), 0.0);
+    kt_DecisionRule::decide(result, matches, ktClassifierFrequencies(1.0), params_.misclassificationCosts(), 0.0);
 }
 
 /// An exhaustive scan with a sorted list of at most k entries.

@@ -300,7 +300,7 @@ ktArchive::Pass::Pass(ktArchive& archive)
 
 ktArchive::Pass::~Pass()
 {
-    kt_ArchivePass::current() = previous_;
+    kt_ArchivePass::backTo(previous_);
     if (outermost_) {
         std::unique_ptr<kt_ArchivePass> ended(std::exchange(archive_.pass_, nullptr));
     }

@@ -61,6 +61,15 @@ kt_ArchivePass*& kt_ArchivePass::current() noexcept
     return currentPass;
 }
 
+void kt_ArchivePass::backTo(kt_ArchivePass* previous) noexcept
+{
+    kt_ArchivePass* pass = newestPass;
+    while (pass != nullptr && pass != previous) {
+        pass = pass->older_;
+    }
+    currentPass = pass;
+}
+
 void kt_ArchivePass::forgetEverywhere(const ktPersistent* object) noexcept
 {
     for (kt_ArchivePass* pass = newestPass; pass != nullptr; pass = pass->older_) {

@@ -18,6 +18,8 @@ public:
 
     /// The pass whose marks `haveVisited` and `setVisited` mean on this thread; null outside.
     static kt_ArchivePass*& current() noexcept;
+    /// Goes back to the pass that was current before, unless it has ended meanwhile.
+    static void backTo(kt_ArchivePass* previous) noexcept;
     /// Lets every pass of this thread forget an object that is being destroyed.
     static void forgetEverywhere(const ktPersistent* object) noexcept;
 

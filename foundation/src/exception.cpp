@@ -10,6 +10,8 @@ ktException::~ktException() = default;
 std::string ktException::message() const
 {
     std::ostringstream out;
+    // Otherwise running out of memory would only end the text early.
+    out.exceptions(std::ios_base::badbit);
     message_(out);
     return out.str();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <clastool/bayes.h>
 #include <clastool/classifier.h>
 #include <clastool/decision_tree.h>
 #include <clastool/foundation.h>

@@ -31,6 +31,8 @@ public:
     /// Throws: ktClassifierDefs::BadParams "Costs must be >= 0.0".
     ktClassifierCosts(double defaultCost);
     ktClassifierCosts(const ktClassifierCosts&) = default;
+    ktClassifierCosts(ktClassifierCosts&&) noexcept = default;
+    ktClassifierCosts& operator=(ktClassifierCosts&&) noexcept = default;
     ktClassifierCosts& operator=(const ktClassifierCosts& other);
 
     double defaultMisclassificationCost() const { return default_; }
@@ -77,6 +79,8 @@ public:
     /// Throws: ktClassifierDefs::BadParams "Category frequencies must be > 0.0".
     ktClassifierFrequencies(double defaultFrequency);
     ktClassifierFrequencies(const ktClassifierFrequencies&) = default;
+    ktClassifierFrequencies(ktClassifierFrequencies&&) noexcept = default;
+    ktClassifierFrequencies& operator=(ktClassifierFrequencies&&) noexcept = default;
     ktClassifierFrequencies& operator=(const ktClassifierFrequencies& other);
 
     double defaultCategoryFrequency() const { return default_; }

@@ -3,7 +3,6 @@
 #include "grow.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace {
 
@@ -46,12 +45,7 @@ ktClassifierCosts::ktClassifierCosts(double defaultCost) : default_(defaultCost)
 
 ktClassifierCosts& ktClassifierCosts::operator=(const ktClassifierCosts& other)
 {
-    ktClassifierCosts copy(other);
-    std::swap(default_, copy.default_);
-    fromLabels_.swap(copy.fromLabels_);
-    toLabels_.swap(copy.toLabels_);
-    costs_.swap(copy.costs_);
-    return *this;
+    return *this = ktClassifierCosts(other);
 }
 
 void ktClassifierCosts::defaultMisclassificationCost(double cost)
@@ -125,11 +119,7 @@ ktClassifierFrequencies::ktClassifierFrequencies(double defaultFrequency) : defa
 
 ktClassifierFrequencies& ktClassifierFrequencies::operator=(const ktClassifierFrequencies& other)
 {
-    ktClassifierFrequencies copy(other);
-    std::swap(default_, copy.default_);
-    labels_.swap(copy.labels_);
-    frequencies_.swap(copy.frequencies_);
-    return *this;
+    return *this = ktClassifierFrequencies(other);
 }
 
 void ktClassifierFrequencies::defaultCategoryFrequency(double frequency)

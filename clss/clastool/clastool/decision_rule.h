@@ -2,7 +2,9 @@
 
 #include <clastool/training_data.h>
 
-#include <cstddef>
+#include <kt/scratch.h>
+
+#include <vector>
 
 /// Raises a failing status of the attention check.
 inline void kt_pollAttention()
@@ -13,11 +15,26 @@ inline void kt_pollAttention()
     }
 }
 
+/// One category on its way through the decision rule, and a number that goes with it: its score, its posterior, at last its
+/// place.
+struct kt_Verdict {
+    ktClassifierCategoryResult category;
+    double weight;
+};
+
 /// The decision rule behind ktClassifierResult's cost-weighted constructor, for the techniques' runs: it reuses the storage
 /// of the caller's result, which changes only if nothing is thrown.
 class kt_DecisionRule {
 public:
-    static void decide(ktClassifierResult& result, const ktClassifierCategoryResult* matches, std::size_t size,
+    static void decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
                        const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
                        double matchScoreFactorLog);
+
+    /// Takes labels and match scores from the verdicts and works in them.
+    static void decide(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts,
+                       const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
+                       double matchScoreFactorLog);
+
+    /// Sorts the verdicts by ascending expected cost and hands them to the result.
+    static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
 };

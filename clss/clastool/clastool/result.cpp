@@ -1,7 +1,6 @@
 #include <clastool/training_data.h>
 
 #include "decision_rule.h"
-#include "scratch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -17,45 +16,48 @@ void requireScore(double score)
     }
 }
 
-void requireUniqueLabels(const CategoryResult* results, std::size_t size)
+using Verdicts = kt_Scratch<kt_Verdict>;
+
+void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
 {
-    for (std::size_t i = 0; i < size; ++i) {
-        for (std::size_t j = i + 1; j < size; ++j) {
-            if (results[i].categoryLabel() == results[j].categoryLabel()) {
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        verdicts[i].category = results[i];
+    }
+}
+
+void requireUniqueLabels(Verdicts& verdicts)
+{
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        for (std::size_t j = i + 1; j < verdicts.size(); ++j) {
+            if (verdicts[i].category.categoryLabel() == verdicts[j].category.categoryLabel()) {
                 throw ktClassifierDefs::BadParams("The category labels of the match results must be unique.");
             }
         }
     }
 }
 
-/// Ascending; NaN comes after every number, so that the order is one whatever the costs are.
-bool costsLess(const CategoryResult& a, const CategoryResult& b)
+/// Ascending; NaN comes after every number, so that the order is one whatever the costs are. Equal costs keep their places.
+bool comesBefore(const kt_Verdict& a, const kt_Verdict& b)
 {
-    return std::isnan(b.expectedCost()) ? !std::isnan(a.expectedCost()) : a.expectedCost() < b.expectedCost();
+    const double costA = a.category.expectedCost();
+    const double costB = b.category.expectedCost();
+    if (std::isnan(costA) || std::isnan(costB)) {
+        return std::isnan(costA) == std::isnan(costB) ? a.weight < b.weight : std::isnan(costB);
+    }
+    return costA == costB ? a.weight < b.weight : costA < costB;
 }
 
-/// Stable. The usual few categories are sorted in place, because std::stable_sort takes memory.
-void sortByExpectedCost(CategoryResult* first, CategoryResult* last)
-{
-    if (last - first > 32) {
-        std::stable_sort(first, last, costsLess);
-        return;
-    }
-    for (CategoryResult* next = first; next != last; ++next) {
-        std::rotate(std::upper_bound(first, next, *next, costsLess), next, next + 1);
-    }
-}
-
-/// Fills `priors` and returns their sum.
-double lookUpPriors(const CategoryResult* matches, const ktClassifierFrequencies& frequencies, kt_Scratch<double>& priors)
+/// Notes the priors as weights and returns their sum.
+double lookUpPriors(Verdicts& verdicts, const ktClassifierFrequencies& frequencies)
 {
     double sum = 0.0;
-    for (std::size_t i = 0; i < priors.size(); ++i) {
-        if (matches[i].categoryLabel() < 0) {
+    for (kt_Verdict& verdict : verdicts) {
+        const long label = verdict.category.categoryLabel();
+        if (label < 0) {
             throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
         }
-        priors[i] = frequencies.categoryFrequency(matches[i].categoryLabel());
-        sum += priors[i];
+        verdict.weight = frequencies.categoryFrequency(label);
+        sum += verdict.weight;
     }
     if (sum == 0.0) {
         throw ktClassifierDefs::BadParams("At least one of the category frequencies must be > 0.");
@@ -64,13 +66,13 @@ double lookUpPriors(const CategoryResult* matches, const ktClassifierFrequencies
 }
 
 /// Turns the priors into unnormalised posteriors and returns their sum.
-double weighByMatch(const CategoryResult* matches, double priorSum, kt_Scratch<double>& weights)
+double weighByMatch(Verdicts& verdicts, double priorSum)
 {
     double sum = 0.0;
-    for (std::size_t i = 0; i < weights.size(); ++i) {
+    for (kt_Verdict& verdict : verdicts) {
         kt_pollAttention();
-        weights[i] = matches[i].matchScore() * weights[i] / priorSum;
-        sum += weights[i];
+        verdict.weight = verdict.category.matchScore() * verdict.weight / priorSum;
+        sum += verdict.weight;
     }
     if (sum == 0.0) {
         throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
@@ -79,13 +81,13 @@ double weighByMatch(const CategoryResult* matches, double priorSum, kt_Scratch<d
 }
 
 /// What deciding for category j costs, not yet divided by the sum of the posteriors.
-double costOfDeciding(const CategoryResult* matches, std::size_t j, const ktClassifierCosts& costs,
-                      kt_Scratch<double>& posteriors)
+double costOfDeciding(Verdicts& verdicts, std::size_t j, const ktClassifierCosts& costs)
 {
+    const long decided = verdicts[j].category.categoryLabel();
     double cost = 0.0;
-    for (std::size_t i = 0; i < posteriors.size(); ++i) {
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
         if (i != j) {
-            cost += costs.misclassificationCost(matches[i].categoryLabel(), matches[j].categoryLabel()) * posteriors[i];
+            cost += costs.misclassificationCost(verdicts[i].category.categoryLabel(), decided) * verdicts[i].weight;
         }
     }
     return cost;
@@ -124,11 +126,11 @@ ktClassifierResult::ktClassifierResult() = default;
 
 ktClassifierResult::ktClassifierResult(const std::vector<ktClassifierCategoryResult>& categoryResults,
                                        double matchScoreFactorLog)
-    : matchScoreFactorLog_(matchScoreFactorLog)
 {
-    requireUniqueLabels(categoryResults.data(), categoryResults.size());
-    results_ = categoryResults;
-    sortByExpectedCost(results_.data(), results_.data() + results_.size());
+    Verdicts verdicts(categoryResults.size());
+    copyInto(verdicts, categoryResults);
+    requireUniqueLabels(verdicts);
+    kt_DecisionRule::conclude(*this, verdicts, matchScoreFactorLog);
     double sum = 0.0;
     for (const CategoryResult& entry : results_) {
         sum += entry.classScore();
@@ -145,24 +147,46 @@ ktClassifierResult::ktClassifierResult(const std::vector<ktClassifierCategoryRes
                                        const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
                                        double matchScoreFactorLog)
 {
-    kt_DecisionRule::decide(*this, matchResults.data(), matchResults.size(), frequencies, costs, matchScoreFactorLog);
+    kt_DecisionRule::decide(*this, matchResults, frequencies, costs, matchScoreFactorLog);
 }
 
-void kt_DecisionRule::decide(ktClassifierResult& result, const ktClassifierCategoryResult* matches, std::size_t size,
+void kt_DecisionRule::decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
                              const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
                              double matchScoreFactorLog)
 {
-    requireUniqueLabels(matches, size);
-    kt_Scratch<double> posteriors(size);
-    const double priorSum = lookUpPriors(matches, frequencies, posteriors);
-    const double sum = weighByMatch(matches, priorSum, posteriors);
-    kt_Scratch<CategoryResult> decided(size);
-    for (std::size_t j = 0; j < size; ++j) {
-        const double cost = costOfDeciding(matches, j, costs, posteriors);
-        decided[j] = CategoryResult(matches[j].categoryLabel(), matches[j].matchScore(), posteriors[j] / sum, cost / sum);
+    Verdicts verdicts(matches.size());
+    copyInto(verdicts, matches);
+    decide(result, verdicts, frequencies, costs, matchScoreFactorLog);
+}
+
+void kt_DecisionRule::decide(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts,
+                             const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
+                             double matchScoreFactorLog)
+{
+    requireUniqueLabels(verdicts);
+    const double priorSum = lookUpPriors(verdicts, frequencies);
+    const double sum = weighByMatch(verdicts, priorSum);
+    // A category's place takes its verdict at once: the others only need its label and its weight.
+    for (std::size_t j = 0; j < verdicts.size(); ++j) {
+        const CategoryResult& match = verdicts[j].category;
+        const double cost = costOfDeciding(verdicts, j, costs);
+        verdicts[j].category =
+            CategoryResult(match.categoryLabel(), match.matchScore(), verdicts[j].weight / sum, cost / sum);
     }
-    sortByExpectedCost(decided.begin(), decided.end());
-    result.results_.assign(decided.begin(), decided.end());
+    conclude(result, verdicts, matchScoreFactorLog);
+}
+
+void kt_DecisionRule::conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog)
+{
+    result.results_.reserve(verdicts.size());
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        verdicts[i].weight = static_cast<double>(i);
+    }
+    std::sort(verdicts.begin(), verdicts.end(), comesBefore);
+    result.results_.clear();
+    for (const kt_Verdict& verdict : verdicts) {
+        result.results_.push_back(verdict.category);
+    }
     result.matchScoreFactorLog_ = matchScoreFactorLog;
 }
 

@@ -16,7 +16,7 @@
 
 class kt_ArchivePass;
 template <int Number>
-class kt_ArchiveFailure;
+class KT_FOUNDATION_API kt_ArchiveFailure;
 
 /// A two-way stream of values. One operation, `archive || value`, stores or loads by the archive's direction, so one
 /// routine describes both. The bytes are the same from every platform (docs/archive-format.md) and survive every double,

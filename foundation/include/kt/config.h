@@ -34,6 +34,7 @@
 #if defined(KT_FOUNDATION_BUILD)
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <typeinfo>
 
@@ -46,10 +47,9 @@ inline std::string kt_plainClassName(const std::type_info& type)
 {
 #if defined(__GNUG__)
     int status = 0;
-    char* demangled = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
-    const std::string name = status == 0 ? demangled : type.name();
-    std::free(demangled);
-    return name;
+    const std::unique_ptr<char, void (*)(void*)> plain(
+        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+    return status == 0 ? plain.get() : type.name();
 #else
     // Here names come plain, but for the keyword in front of them.
     const char* name = type.name();

@@ -7,6 +7,7 @@
 #include <kt/failure.h>
 #include <kt/handle.h>
 #include <kt/matrix.h>
+#include <kt/normal_density.h>
 #include <kt/pair.h>
 #include <kt/persistent.h>
 #include <kt/random.h>

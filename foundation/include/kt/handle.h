@@ -100,6 +100,12 @@ public:
     /// Handles are compared by pointer, never by the value of what they hold.
     friend bool operator==(const ktPtrHandle& a, const ktPtrHandle& b) noexcept { return a.object_ == b.object_; }
     friend bool operator!=(const ktPtrHandle& a, const ktPtrHandle& b) noexcept { return a.object_ != b.object_; }
+    // Without these a plain pointer would become a handle for the comparison, and one to an object that no other handle
+    // holds would destroy it.
+    friend bool operator==(const ktPtrHandle& a, const T* b) noexcept { return a.object_ == b; }
+    friend bool operator!=(const ktPtrHandle& a, const T* b) noexcept { return a.object_ != b; }
+    friend bool operator==(const T* a, const ktPtrHandle& b) noexcept { return a == b.object_; }
+    friend bool operator!=(const T* a, const ktPtrHandle& b) noexcept { return a != b.object_; }
 
 private:
     static void countUp(const ktRepBase* object) noexcept

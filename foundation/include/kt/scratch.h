@@ -4,11 +4,12 @@
 #include <cstddef>
 #include <memory>
 
-/// Working storage of one call: on the stack for up to `Small` elements, one allocation beyond.
+/// Working storage of one call: on the stack for up to `Small` elements, one allocation beyond. Numbers start with any
+/// value. For the library's own use.
 template <class T, std::size_t Small = 32>
 class kt_Scratch {
 public:
-    explicit kt_Scratch(std::size_t size) : size_(size), large_(size > Small ? new T[size]() : nullptr) {}
+    explicit kt_Scratch(std::size_t size) : size_(size), large_(size > Small ? new T[size] : nullptr) {}
 
     T* data() noexcept { return large_ ? large_.get() : small_.data(); }
     T* begin() noexcept { return data(); }
@@ -19,5 +20,5 @@ public:
 private:
     std::size_t size_;
     std::unique_ptr<T[]> large_;
-    std::array<T, Small> small_{};
+    std::array<T, Small> small_;
 };

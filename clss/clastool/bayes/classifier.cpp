@@ -1,0 +1,223 @@
+#include <clastool/bayes.h>
+
+#include "../clastool/decision_rule.h"
+#include "../clastool/grow.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+const ktClassifierTrainParamsBayesian& asBayesian(const ktClassifierTrainParams& params)
+{
+    const auto* bayesian = dynamic_cast<const ktClassifierTrainParamsBayesian*>(&params);
+    if (bayesian == nullptr) {
+        throw ktClassifierDefs::BadParams("The training parameters are for a different classification technique.");
+    }
+    return *bayesian;
+}
+
+/// The parameters that a classifier holds; loading a damaged archive may leave none, or foreign ones.
+const ktClassifierTrainParamsBayesian& heldBayesian(const ktPtrHandle_const<ktClassifierTrainParams>& params)
+{
+    const auto* bayesian = dynamic_cast<const ktClassifierTrainParamsBayesian*>(params.get());
+    if (bayesian == nullptr) {
+        throw ktBadPointer();
+    }
+    return *bayesian;
+}
+
+const kt_CategoryModelBayesian& asBayesian(const kt_CategoryModel& model)
+{
+    const auto* bayesian = dynamic_cast<const kt_CategoryModelBayesian*>(&model);
+    if (bayesian == nullptr) {
+        throw ktBadPointer();
+    }
+    return *bayesian;
+}
+
+}  // namespace
+
+const kt_Instantiator kt_ClassifierBayesian::sExemplar(typeid(kt_ClassifierBayesian), &kt_ClassifierBayesian::make);
+
+ktPersistent* kt_ClassifierBayesian::make()
+{
+    return new kt_ClassifierBayesian;
+}
+
+kt_ClassifierBayesian::kt_ClassifierBayesian() = default;
+kt_ClassifierBayesian::kt_ClassifierBayesian(const kt_ClassifierBayesian&) = default;
+
+kt_ClassifierBayesian& kt_ClassifierBayesian::operator=(const kt_ClassifierBayesian& other)
+{
+    kt_ClassifierBayesian copy(other);
+    kt_Classifier::operator=(other);
+    labels_.swap(copy.labels_);
+    models_.swap(copy.models_);
+    return *this;
+}
+
+kt_ClassifierBayesian::~kt_ClassifierBayesian() = default;
+
+ktPtrHandle<kt_Classifier> kt_ClassifierBayesian::clone() const
+{
+    return new kt_ClassifierBayesian(*this);
+}
+
+bool kt_ClassifierBayesian::isEquivalent(const kt_Classifier& other) const
+{
+    const auto* bayesian = dynamic_cast<const kt_ClassifierBayesian*>(&other);
+    return bayesian != nullptr && *this == *bayesian;
+}
+
+bool kt_ClassifierBayesian::operator==(const kt_ClassifierBayesian& other) const
+{
+    if (!kt_Classifier::isEquivalent(other) || models_.size() != other.models_.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < models_.size(); ++i) {
+        if (asBayesian(*models_[i]) != asBayesian(*other.models_[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void kt_ClassifierBayesian::train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params)
+{
+    const ktClassifierTrainParamsBayesian& bayesian = asBayesian(params);
+    untrain_();
+    // Training only reads the provider; its interface declares three of the readers without const.
+    auto& data = const_cast<ktClassifierDataProvider&>(provider);
+    const long numPatterns = data.numPatterns();
+    if (numPatterns < 1) {
+        return;
+    }
+    const long numMeasurements = data.numMeasurements();
+    for (long i = 0; i < numPatterns; ++i) {
+        const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
+        const long label = data.categoryLabel(i);
+        if (label != -1) {
+            learn(*pattern, label, numMeasurements, bayesian);
+        }
+    }
+}
+
+void kt_ClassifierBayesian::learn(const ktFeaturePattern& pattern, long label, long numMeasurements,
+                                  const ktClassifierTrainParamsBayesian& params)
+{
+    const auto known = std::find(labels_.begin(), labels_.end(), label);
+    if (known != labels_.end()) {
+        models_[static_cast<std::size_t>(known - labels_.begin())]->adapt(pattern, nullptr, 0);
+        return;
+    }
+    const ktPtrHandle<kt_CategoryModel> model = newModel(label, numMeasurements, params);
+    model->adapt(pattern, nullptr, 0);
+    kt_makeRoomForOne(labels_, models_);
+    labels_.push_back(label);
+    models_.push_back(model);
+}
+
+/// Every measurement that no group has yet starts one: its dependency set if it is in one, else itself alone.
+kt_CategoryModel* kt_ClassifierBayesian::newModel(long label, long numMeasurements,
+                                                  const ktClassifierTrainParamsBayesian& params)
+{
+    const ktClassifierDistributionTypes& types = params.distributionTypes();
+    std::vector<std::vector<long>> groups;
+    std::vector<ktClassifierDistributionTypes::DistributionType> groupTypes;
+    std::vector<bool> isGrouped(static_cast<std::size_t>(std::max(numMeasurements, 0L)));
+    for (long m = 0; m < numMeasurements; ++m) {
+        if (isGrouped[static_cast<std::size_t>(m)]) {
+            continue;
+        }
+        const std::vector<long>* set = types.setWith(label, m);
+        groups.push_back(set != nullptr ? *set : std::vector<long>{m});
+        groupTypes.push_back(types.distributionType(label, m));
+        for (const long member : groups.back()) {
+            if (member >= 0 && member < numMeasurements) {
+                isGrouped[static_cast<std::size_t>(member)] = true;
+            }
+        }
+    }
+    return new kt_CategoryModelBayesian(label, groups, groupTypes, params.maxMeasurementValues());
+}
+
+void kt_ClassifierBayesian::retrain_(const ktClassifierTrainParams& params)
+{
+    const ktClassifierTrainParamsBayesian& held = heldBayesian(storedParams());
+    const ktClassifierTrainParamsBayesian& given = asBayesian(params);
+    if (held.distributionTypes() != given.distributionTypes()) {
+        throw ktClassifierDefs::BadParams("Cannot retrain a Bayesian classifier with different distribution types.");
+    }
+    if (held.maxMeasurementValues() != given.maxMeasurementValues()) {
+        throw ktClassifierDefs::BadParams(
+            "Cannot retrain a Bayesian classifier with different maximum measurements values.");
+    }
+}
+
+void kt_ClassifierBayesian::trainStart_(const ktClassifierTrainParams&) {}
+
+void kt_ClassifierBayesian::trainIncremental_(const ktFeaturePattern&, long) {}
+
+void kt_ClassifierBayesian::untrain_()
+{
+    labels_.clear();
+    models_.clear();
+}
+
+bool kt_ClassifierBayesian::isTrained_() const
+{
+    return !models_.empty();
+}
+
+void kt_ClassifierBayesian::checkRunnable_() const
+{
+    if (models_.empty()) {
+        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
+    }
+    const kt_CategoryModel& first = *models_.front();
+    // A loaded model may claim any number; its groups say how many measurements it can read.
+    std::size_t most = 0;
+    if (const auto* bayesian = dynamic_cast<const kt_CategoryModelBayesian*>(&first)) {
+        most = bayesian->groupSizes();
+    }
+    const auto claimed = static_cast<std::size_t>(std::max(first.numMeasurements(), 0L));
+    ktClassifierResult scratch;
+    run_(ktFeaturePattern(std::vector<double>(std::min(claimed, most), 0.0), {}), scratch);
+}
+
+void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const
+{
+    kt_Scratch<kt_Verdict> verdicts(models_.size());
+    for (std::size_t i = 0; i < models_.size(); ++i) {
+        kt_pollAttention();
+        verdicts[i].weight = models_[i]->matchScore(pattern, nullptr, 0);
+    }
+    const ktClassifierTrainParamsBayesian& params = heldBayesian(storedParams());
+    double best = -std::numeric_limits<double>::infinity();
+    for (const kt_Verdict& verdict : verdicts) {
+        // Written so that a NaN score takes over and an equal one does not.
+        if (!(best >= verdict.weight)) {
+            best = verdict.weight;
+        }
+    }
+    const double factorLog = 0.0 - best;
+    for (std::size_t i = 0; i < models_.size(); ++i) {
+        const double matchScore = std::exp(factorLog + verdicts[i].weight);
+        verdicts[i].category = ktClassifierCategoryResult(models_[i]->categoryLabel(), matchScore, 0.0, 0.0);
+    }
+    kt_DecisionRule::decide(result, verdicts, params.categoryFrequencies(), params.misclassificationCosts(), factorLog);
+}
+
+void kt_ClassifierBayesian::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void kt_ClassifierBayesian::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    kt_Classifier::dispatchSerialize(archive);
+    archive || labels_ || models_;
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <kt/config.h>
+#include <kt/matrix.h>
+
+#include <atomic>
+#include <cstddef>
+#include <vector>
+
+/// A multivariate normal density that learns one pattern at a time: mean, covariance and count, in memory exactly as in an
+/// archive, so that a reloaded state goes on bit for bit where the stored one stood.
+///
+/// Learning, with n the new count and d = x - old mean, covariance first, then mean:
+///
+///     n = 1:  mean = x, cov = 0
+///     n > 1:  cov[i][j] = (cov[i][j] (n-2)) / (n-1) + d[i] d[j] / n,   mean[i] = mean[i] + d[i] / n
+///
+/// which is the unbiased covariance. The count saturates at 2^31 - 1. See: B. P. Welford, "Note on a method for calculating
+/// corrected sums of squares and products", 1962; T. F. Chan, G. H. Golub, R. J. LeVeque, "Algorithms for computing the
+/// sample variance", 1983.
+///
+/// Evaluation never refuses a degenerate covariance and never alters the stored one; it evaluates a floored density:
+/// standard deviations s_i are raised to max(2^-23 |mean_i|, 1e-9); correlations cov[i][j] / (s_i s_j) are clipped to
+/// [-1, 1], those that are not finite count as 0; eigenvalues of the correlation matrix are raised to 1e-8. docs/numerics.md
+/// gives the reasons.
+///
+/// Failures come back as codes (failure.h), 0 for success: 0x80000B61 no valid data was learnt, 0x80000B62 the numbers of
+/// measurements disagree.
+///
+/// Copy: mean, covariance and count. Threads: const operations may run on several threads at once; the first of them
+/// computes the factorisation and publishes it atomically, the one thing that a const operation leaves behind.
+class KT_FOUNDATION_API ktNormalDensity {
+public:
+    /// A pattern as the density sees it: `size` values and as many flags.
+    struct Row {
+        const double* values;
+        const bool* valid;
+        std::size_t size;
+    };
+
+    ktNormalDensity() noexcept;
+    ktNormalDensity(const ktNormalDensity& other);
+    ktNormalDensity& operator=(const ktNormalDensity& other);
+    ~ktNormalDensity();
+
+    /// A column, one row a measurement.
+    const ktNMMatrix& mean() const noexcept { return mean_; }
+    const ktNMMatrix& covariance() const noexcept { return covariance_; }
+    long count() const noexcept { return count_; }
+
+    /// Forgets everything, the number of measurements included.
+    void clear() noexcept;
+    /// Takes a state as it is, whatever it holds.
+    void restore(const ktNMMatrix& mean, const ktNMMatrix& covariance, long count);
+
+    /// Learns rows, each value divided by `normalizer` first. The first non-empty list fixes the number of measurements. A
+    /// row with an invalid value, or one that is not finite after the division, is left out and not counted. All rows
+    /// are checked before the state changes.
+    /// Returns 0x80000B62 for a row of another size. Cost: rows times measurements squared.
+    long accumulate(const Row* rows, std::size_t numRows, double normalizer);
+
+    /// Whether no list has fixed the number of measurements yet.
+    bool isUnused() const noexcept;
+
+    /// Makes sure that learning rows of `size` values cannot fail afterwards; fixes the number of measurements.
+    /// Returns 0x80000B62 if it is another one.
+    long prepare(std::size_t size);
+
+    /// ln of the density at the row; invalid values are marginalised: the joint density of the valid ones. Held within
+    /// +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is valid.
+    /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
+    /// disagree.
+    /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation up
+    /// to 32 measurements.
+    long logDensity(const Row& row, double& value) const;
+
+    /// Equal mean, covariance and count, compared exactly, no tolerance.
+    friend bool operator==(const ktNormalDensity& a, const ktNormalDensity& b)
+    {
+        return a.mean_ == b.mean_ && a.covariance_ == b.covariance_ && a.count_ == b.count_;
+    }
+    friend bool operator!=(const ktNormalDensity& a, const ktNormalDensity& b) { return !(a == b); }
+
+private:
+    struct Factors;
+
+    bool hasSize(std::size_t size) const noexcept;
+    void learn(const Row& row, double normalizer) noexcept;
+    const Factors& factors() const;
+    double logJoint(const Factors& all, const Row& row) const;
+    double logMarginal(const Factors& all, const Row& row, std::size_t numValid) const;
+    void dropFactors() noexcept;
+
+    ktNMMatrix mean_;
+    ktNMMatrix covariance_;
+    long count_ = 0;
+    // Working storage of a learning step, kept so that a step cannot run out of memory half way.
+    std::vector<double> deviations_;
+    mutable std::atomic<const Factors*> factors_{nullptr};
+};

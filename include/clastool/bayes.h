@@ -1,0 +1,453 @@
+#pragma once
+
+#include <clastool/classifier.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+class ktClassifierDistributionTypes;
+
+/// Version byte, default type, override labels, indices and types, labels and members of the dependency sets.
+KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
+
+/// Which probability distribution models each measurement of each category, and which measurements of a category are
+/// modelled jointly: a default type, overrides per (label, measurement), and dependency sets per label.
+///
+/// An index is in at most one dependency set of a label, and all members of a set have one type.
+/// Copy: member by member.
+class KT_API ktClassifierDistributionTypes {
+public:
+    /// Stored in archives: never change.
+    enum DistributionType : std::uint32_t {
+        /// (Multivariate) normal.
+        eNormal = 0,
+        /// Binomial, for a single bounded measurement.
+        eBinomial = 1,
+        /// Not supported: training with it fails.
+        ePoisson = 2,
+        /// Not supported: training with it fails.
+        eUniform = 3
+    };
+
+    ktClassifierDistributionTypes(DistributionType defaultType = eNormal);
+    ktClassifierDistributionTypes(const ktClassifierDistributionTypes&) = default;
+    ktClassifierDistributionTypes(ktClassifierDistributionTypes&&) noexcept = default;
+    ktClassifierDistributionTypes& operator=(const ktClassifierDistributionTypes& other);
+    ktClassifierDistributionTypes& operator=(ktClassifierDistributionTypes&&) noexcept = default;
+
+    DistributionType defaultDistributionType() const { return defaultType_; }
+    /// Leaves overrides and sets alone.
+    void defaultDistributionType(DistributionType type);
+
+    /// The override of the pair, else the default.
+    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0" (kept on purpose: the misspelling, here and
+    /// below), then ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
+    DistributionType distributionType(long categoryLabel, long measurementIndex) const;
+
+    /// Kept on purpose: a type equal to the default returns at once, before any check, and leaves an override as it is.
+    /// Throws: ktClassifierDefs::BadParams "Cannot override distribution type of a feature measurement that is already part
+    /// of a dependency set.", then what `distributionType` throws.
+    void distributionTypeOverride(long categoryLabel, long measurementIndex, DistributionType type);
+
+    /// Empties the overrides and the dependency sets; the default stays.
+    void clearDistributionOverrides();
+
+    /// Makes the measurements of one category a joint group and merges it with the groups that it touches: the first of
+    /// them stays at its place and takes in the listed measurements, then the members of the others.
+    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0"; ktClassifierDefs::BadIndex "Feature measurement
+    /// indices must be >= 0"; ktClassifierDefs::BadParams "The distribution types of dependent feature measurements must be
+    /// the same.".
+    void setDependent(long categoryLabel, const std::vector<long>& measurementIndices);
+
+    /// Whether all listed measurements are in one dependency set of the category; false for an empty list.
+    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0"; unless the list is empty ktClassifierDefs::BadIndex
+    /// "Feature measurement indices must be >= 0".
+    bool isDependent(long categoryLabel, const std::vector<long>& measurementIndices) const;
+
+    /// Kept on purpose: overrides and sets are compared in the order in which they stand.
+    bool operator==(const ktClassifierDistributionTypes& other) const;
+    bool operator!=(const ktClassifierDistributionTypes& other) const { return !(*this == other); }
+
+private:
+    friend class kt_ClassifierBayesian;
+    friend ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
+
+    long distOverrideIndex_(long categoryLabel, long measurementIndex) const;
+    std::size_t numSets() const;
+    bool isSetWith(std::size_t set, long categoryLabel, long measurementIndex) const;
+    const std::vector<long>* setWith(long categoryLabel, long measurementIndex) const;
+
+    DistributionType defaultType_;
+    std::vector<long> overrideLabels_;
+    std::vector<long> overrideIndices_;
+    std::vector<DistributionType> overrideTypes_;
+    std::vector<long> dependentLabels_;
+    std::vector<std::vector<long>> dependentSets_;
+};
+
+/// The type as an unsigned 32-bit value.
+KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes::DistributionType& type);
+
+/// The probability density of one group of measurements. Patterns hold exactly the group's measurements, in its order.
+///
+/// Threads: const operations run on several threads at once. Archive: nothing of its own, not even a version byte.
+class KT_API kt_ProbabilityDensityFunction : public ktPersistent, public ktRepBase {
+public:
+    kt_ProbabilityDensityFunction();
+    ~kt_ProbabilityDensityFunction() override;
+
+    /// The natural logarithm of the density at the pattern.
+    virtual double logValue(const ktFeaturePattern& pattern) const = 0;
+    /// The same kind of density in an equal state.
+    virtual bool isEquivalent(const kt_ProbabilityDensityFunction& other) const = 0;
+    /// Learns patterns.
+    virtual void updateWithData(const std::vector<ktFeaturePattern>& patterns) = 0;
+    /// Forgets all that was learnt.
+    virtual void clear() = 0;
+
+protected:
+    kt_ProbabilityDensityFunction(const kt_ProbabilityDensityFunction&);
+    kt_ProbabilityDensityFunction& operator=(const kt_ProbabilityDensityFunction&);
+
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+/// A joint normal density of one or more measurements; ktNormalDensity (kt/normal_density.h) says how it learns and how it
+/// is evaluated.
+///
+/// Copy: copies the state. Archive: version byte, mean, covariance, count.
+class KT_API kt_PDFMultivariateNormal : public kt_ProbabilityDensityFunction {
+public:
+    kt_PDFMultivariateNormal();
+    kt_PDFMultivariateNormal(const kt_PDFMultivariateNormal&);
+    kt_PDFMultivariateNormal& operator=(const kt_PDFMultivariateNormal&);
+    ~kt_PDFMultivariateNormal() override;
+
+    /// One row a measurement.
+    ktNMMatrix mean() const { return state_.mean(); }
+    ktNMMatrix covariance() const { return state_.covariance(); }
+    /// Whether any pattern was learnt.
+    bool isValid() const { return state_.count() > 0; }
+
+    /// Learns patterns whose measurements are divided by `normalizer` first. Patterns with an invalid measurement, or one
+    /// that is not finite after the division, are left out.
+    /// Throws: ktClassifierDefs::BadParams "Must call clear before updating with feature vectors of different sizes".
+    void updateWithDataNormalize(const std::vector<ktFeaturePattern>& patterns, double normalizer);
+
+    /// With normalizer 1.0.
+    void updateWithData(const std::vector<ktFeaturePattern>& patterns) override;
+    /// Invalid measurements are marginalised; 0.0 if none is valid.
+    /// Throws: ktClassifierDefs::InsufficientTrainData "No valid data has been used to train the distribution"; for a pattern
+    /// of another size ktClassifierDefs::BadParams "Must call clear before updating with feature vectors of different
+    /// sizes".
+    double logValue(const ktFeaturePattern& pattern) const override;
+    bool isEquivalent(const kt_ProbabilityDensityFunction& other) const override;
+    void clear() override;
+
+    bool operator==(const kt_PDFMultivariateNormal& other) const { return state_ == other.state_; }
+    bool operator!=(const kt_PDFMultivariateNormal& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class kt_PDFBinomial;
+    friend class kt_CategoryModelBayesian;
+
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    // The steps of logValue and updateWithData for a category model, which hands over rows instead of patterns.
+    double logValueAt(const ktNormalDensity::Row& row) const;
+    void prepareFor(const ktNormalDensity::Row& row);
+    void learn(const ktNormalDensity::Row& row);
+
+    ktNormalDensity state_;
+};
+
+/// A binomial density of one measurement between 0 and a maximum. Learning takes the data as proportions of the maximum and
+/// estimates n and theta by the method of moments: theta = mean, n = theta (1 - theta) / variance, rounded.
+///
+/// Traps, told in docs/numerics.md: a constant training set gives no n; proportions at 0 and 1 and negative values are not
+/// guarded against.
+/// Copy: member by member. Archive: version byte, n, theta, maximum; what was accumulated is not stored, so a loaded density
+/// starts to learn from nothing. See: N. L. Johnson, S. Kotz, A. W. Kemp, "Univariate Discrete Distributions", 1992.
+class KT_API kt_PDFBinomial : public kt_ProbabilityDensityFunction {
+public:
+    /// Maximum 1.0.
+    kt_PDFBinomial();
+    /// The maximum is measurement 0 of `maxValues`, 0.0 if it has none.
+    kt_PDFBinomial(const ktFeaturePattern& maxValues);
+    kt_PDFBinomial(const kt_PDFBinomial&);
+    kt_PDFBinomial& operator=(const kt_PDFBinomial&);
+    ~kt_PDFBinomial() override;
+
+    /// n; 0 until learnt.
+    long numTrials() const { return numTrials_; }
+    double theta() const { return theta_; }
+
+    /// Kept on purpose: a variance of (nearly) 0 sets theta and leaves n as it was; only the first pattern's size is
+    /// checked here, later ones meet the accumulator's own rule.
+    /// Throws: ktClassifierDefs::NotImplemented "Multivariate Binomial Distributions are not implemented";
+    /// ktClassifierDefs::BadParams "Train data measurement cannot exceed its maximum value when using binomial
+    /// distribution"; ktClassifierDefs::BadParams "Must call clear before updating with feature vectors of different sizes".
+    void updateWithData(const std::vector<ktFeaturePattern>& patterns) override;
+
+    /// ln n! - (ln k! + ln (n-k)!) + k ln theta + (n-k) ln (1-theta) with k = x n / maximum, rounded half up; 0.0 for an
+    /// invalid measurement. theta of 0 or 1 follows the rules of floating-point arithmetic.
+    /// Throws: ktClassifierDefs::InsufficientTrainData "Insufficient data has been used to train the distribution";
+    /// ktClassifierDefs::NotImplemented "Multivariate Binomial Distributions are not implemented";
+    /// ktClassifierDefs::BadParams "Feature measurement must be <= specified maximum value".
+    /// Cost: constant; the first call in a process makes a table of logarithms.
+    double logValue(const ktFeaturePattern& pattern) const override;
+    /// A binomial density of equal n, theta and maximum; what was accumulated is not compared.
+    bool isEquivalent(const kt_ProbabilityDensityFunction& other) const override;
+    /// Theta and the maximum stay.
+    void clear() override;
+
+    bool operator==(const kt_PDFBinomial& other) const;
+    bool operator!=(const kt_PDFBinomial& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class kt_CategoryModelBayesian;
+
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    void requireWithinMaximum(const ktNormalDensity::Row& row) const;
+    void estimate();
+
+    // The steps of logValue and updateWithData for a category model, which hands over rows instead of patterns.
+    double logValueAt(const ktNormalDensity::Row& row) const;
+    void prepareFor(const ktNormalDensity::Row& row);
+    void learn(const ktNormalDensity::Row& row);
+
+    long numTrials_ = 0;
+    double theta_ = 0.0;
+    double maximum_ = 1.0;
+    kt_PDFMultivariateNormal accumulator_;
+};
+
+/// Choose the Bayesian technique: distribution types, prior frequencies, misclassification costs, and the largest values of
+/// binomial measurements (an entry that is missing or invalid stands for 1.0).
+///
+/// Copy: member by member; carries `throwIfNotReady`. Archive: kept on purpose, costs before frequencies: version byte, base,
+/// distribution types, costs, frequencies, maximum values.
+class KT_API ktClassifierTrainParamsBayesian : public ktClassifierTrainParams {
+public:
+    ktClassifierTrainParamsBayesian(
+        const ktClassifierDistributionTypes& distributionTypes = ktClassifierDistributionTypes(),
+        const ktClassifierFrequencies& categoryFrequencies = ktClassifierFrequencies(),
+        const ktClassifierCosts& misclassificationCosts = ktClassifierCosts(),
+        const ktFeaturePattern& maxMeasurementValues = ktFeaturePattern());
+    ktClassifierTrainParamsBayesian(const ktClassifierTrainParamsBayesian&);
+    ktClassifierTrainParamsBayesian& operator=(const ktClassifierTrainParamsBayesian&);
+    ~ktClassifierTrainParamsBayesian() override;
+
+    const ktClassifierDistributionTypes& distributionTypes() const { return types_; }
+    void distributionTypes(const ktClassifierDistributionTypes& distributionTypes);
+    const ktClassifierFrequencies& categoryFrequencies() const { return frequencies_; }
+    void categoryFrequencies(const ktClassifierFrequencies& categoryFrequencies);
+    const ktClassifierCosts& misclassificationCosts() const { return costs_; }
+    void misclassificationCosts(const ktClassifierCosts& misclassificationCosts);
+    const ktFeaturePattern& maxMeasurementValues() const { return maxValues_; }
+    void maxMeasurementValues(const ktFeaturePattern& maxMeasurementValues);
+
+    ktPtrHandle<ktClassifierTrainParams> clone() const override;
+
+    bool operator==(const ktClassifierTrainParamsBayesian& other) const { return isEqual_(other); }
+    bool operator!=(const ktClassifierTrainParamsBayesian& other) const { return !(*this == other); }
+
+protected:
+    bool isEqual_(const ktClassifierTrainParams& other) const override;
+    bool isSameTechnique_(const ktClassifierTrainParams& other) const override;
+    kt_Classifier* newClassifier_() const override;
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    ktClassifierDistributionTypes types_;
+    ktClassifierFrequencies frequencies_;
+    ktClassifierCosts costs_;
+    ktFeaturePattern maxValues_;
+};
+
+/// What a classifier knows of one category.
+///
+/// Copy: copies label and number of measurements. Archive: version byte, label, number of measurements.
+class KT_API kt_CategoryModel : public ktPersistent, public ktRepBase {
+public:
+    /// Label 0, no measurements.
+    kt_CategoryModel();
+    ~kt_CategoryModel() override;
+
+    /// How well the pattern fits the category: a log-likelihood.
+    virtual double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const = 0;
+    /// Learns one pattern.
+    virtual void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) = 0;
+
+    long categoryLabel() const { return label_; }
+    void categoryLabel(long label) { label_ = label; }
+    long numMeasurements() const { return numMeasurements_; }
+    void numMeasurements(long numMeasurements) { numMeasurements_ = numMeasurements; }
+
+    bool operator==(const kt_CategoryModel& other) const;
+    bool operator!=(const kt_CategoryModel& other) const { return !(*this == other); }
+
+protected:
+    kt_CategoryModel(const kt_CategoryModel&);
+    kt_CategoryModel& operator=(const kt_CategoryModel&);
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    long label_ = 0;
+    long numMeasurements_ = 0;
+};
+
+/// A category as a product of densities, one for each group of measurements: groups are independent of each other, the
+/// measurements of a group are modelled jointly.
+///
+/// Copy: shares the densities. Archive: version byte, base, groups, densities as pointer records.
+class KT_API kt_CategoryModelBayesian : public kt_CategoryModel {
+public:
+    /// Label 0, no groups.
+    kt_CategoryModelBayesian();
+    /// One density a group: `types[i]` is that of `groups[i]`, whose members index the pattern. A binomial density takes its
+    /// maximum from the entry of `maxValues` for its first measurement, 1.0 if that is missing or invalid.
+    /// Throws, for the first type at fault: ktClassifierDefs::NotImplemented "Poisson distribution is not implemented",
+    /// ktClassifierDefs::NotImplemented "Uniform distribution is not implemented", ktClassifierDefs::BadParams "Unknown
+    /// distribution type".
+    kt_CategoryModelBayesian(long categoryLabel, const std::vector<std::vector<long>>& groups,
+                             const std::vector<ktClassifierDistributionTypes::DistributionType>& types,
+                             const ktFeaturePattern& maxValues);
+    kt_CategoryModelBayesian(const kt_CategoryModelBayesian&);
+    kt_CategoryModelBayesian& operator=(const kt_CategoryModelBayesian& other);
+    ~kt_CategoryModelBayesian() override;
+
+    /// The sum of the groups' log densities; 0.0 without groups. An index past the pattern's end counts as an invalid
+    /// measurement. `diag` and `flags` are not used.
+    /// Throws: ktBadPointer for a missing density; a density's ktClassifierDefs::InsufficientTrainData with " for category "
+    /// and the label appended to its message; what else a density throws.
+    /// Cost: that of the densities. No allocation for groups of up to 32 measurements.
+    double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
+
+    /// Every density learns its part of the pattern, or none does. `diag` and `flags` are not used.
+    /// Throws: ktBadPointer for a missing density; what a density throws.
+    void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) override;
+
+    /// Equal labels and numbers of measurements, and equivalent densities. Kept on purpose: groups are not compared.
+    /// Throws: ktBadPointer for a missing density.
+    bool operator==(const kt_CategoryModelBayesian& other) const;
+    bool operator!=(const kt_CategoryModelBayesian& other) const { return !(*this == other); }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class kt_ClassifierBayesian;
+
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    std::size_t numGroups() const;
+    std::size_t groupSizes() const;
+    ktNormalDensity* stateOf(std::size_t group) const;
+    double logValueOf(std::size_t group, const ktFeaturePattern& pattern) const;
+    bool prepare(std::size_t group, const ktFeaturePattern& pattern);
+    void learn(std::size_t group, const ktFeaturePattern& pattern);
+
+    std::vector<std::vector<long>> groups_;
+    std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>> densities_;
+};
+
+/// The Bayesian classifier: one model for each category label in the training data. A run scores the pattern against every
+/// model; a category's match score is its likelihood divided by the best one.
+///
+/// Measurements may be missing, in training and in a run. `matchScoreFactorLog()` of the result is c = -(the largest
+/// log-likelihood), so ln(match score) - c recovers a category's log-likelihood, by which a pattern that fits no category
+/// can be told.
+///
+/// Copy: shares the models, which nothing changes after training. Archive: version byte, base, labels, models as pointer
+/// records. See: R. O. Duda, P. E. Hart, D. G. Stork, "Pattern Classification", 2001.
+class KT_API kt_ClassifierBayesian : public kt_Classifier {
+public:
+    kt_ClassifierBayesian();
+    kt_ClassifierBayesian(const kt_ClassifierBayesian&);
+    kt_ClassifierBayesian& operator=(const kt_ClassifierBayesian& other);
+    ~kt_ClassifierBayesian() override;
+
+    ktPtrHandle<kt_Classifier> clone() const override;
+    /// A classifier of this class for which `==` holds.
+    bool isEquivalent(const kt_Classifier& other) const override;
+
+    /// Equivalent bases and equal models in order; labels are not compared.
+    /// Throws: ktBadPointer for a missing model.
+    bool operator==(const kt_ClassifierBayesian& other) const;
+    bool operator!=(const kt_ClassifierBayesian& other) const { return !(*this == other); }
+
+protected:
+    /// Every pattern whose label is not -1 teaches the model of its label, one at a time, in order.
+    /// Throws: ktClassifierDefs::BadParams "The training parameters are for a different classification technique.";
+    /// ktBadPointer for a null pattern; what kt_CategoryModelBayesian refuses. The models built so far stay.
+    void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) override;
+    /// Other frequencies and costs take effect at the next run.
+    /// Throws: ktBadPointer without stored parameters; ktClassifierDefs::BadParams "The training parameters are for a
+    /// different classification technique."; ktClassifierDefs::BadParams "Cannot retrain a Bayesian classifier with
+    /// different distribution types."; ktClassifierDefs::BadParams "Cannot retrain a Bayesian classifier with different
+    /// maximum measurements values.".
+    void retrain_(const ktClassifierTrainParams& params) override;
+    /// No effect: the technique trains from a provider only.
+    void trainStart_(const ktClassifierTrainParams& params) override;
+    /// No effect: the technique trains from a provider only.
+    void trainIncremental_(const ktFeaturePattern& pattern, long label) override;
+    void untrain_() override;
+    bool isTrained_() const override;
+    /// Runs a pattern of zeros. Throws: ktClassifierDefs::InsufficientTrainData "No valid data was provided for training.";
+    /// ktBadPointer for a missing model; what the run throws. Polls: as a run does.
+    void checkRunnable_() const override;
+    /// Throws: what the attention check raises; ktBadPointer for a missing model; what kt_CategoryModelBayesian::matchScore
+    /// throws; ktBadPointer for stored parameters that are missing or of another class; what the decision rule throws.
+    /// Polls: once per category, and once per category in the decision rule. No allocation up to 32 categories, but for
+    /// the result's own growth and the densities' first evaluation.
+    void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
+
+    void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    void recordTrainInputs_(ktDiagObject*, unsigned long) const override {}
+    void recordTrainDetails_(ktDiagObject*, unsigned long) const override {}
+    void recordTrainResults_(ktDiagObject*, unsigned long) const override {}
+    void recordRunInputs_(ktDiagObject*, unsigned long, const ktFeaturePattern&) const override {}
+    void recordRunDetails_(ktDiagObject*, unsigned long) const override {}
+    void recordRunResults_(ktDiagObject*, unsigned long, const ktFeaturePattern&, const ktClassifierResult&) const override {}
+
+    static ktPersistent* make();
+    static const kt_Instantiator sExemplar;
+
+    void learn(const ktFeaturePattern& pattern, long label, long numMeasurements,
+               const ktClassifierTrainParamsBayesian& params);
+    static kt_CategoryModel* newModel(long label, long numMeasurements, const ktClassifierTrainParamsBayesian& params);
+
+    std::vector<long> labels_;
+    std::vector<ktPtrHandle<kt_CategoryModel>> models_;
+};
