@@ -30,6 +30,15 @@ kt_ClassDataGenerator::kt_ClassDataGenerator(const std::vector<ktPair<double>>& 
 {
 }
 
+kt_ClassDataGenerator& kt_ClassDataGenerator::operator=(const kt_ClassDataGenerator& other)
+{
+    auto distribution = other.distribution_;
+    data_ = other.data_;  // as a whole or not at all
+    distribution_.swap(distribution);
+    numPatterns_ = other.numPatterns_;
+    return *this;
+}
+
 ktClassifierDataProviderMemory kt_ClassDataGenerator::generateData()
 {
     if (data_.numMeasurements() == 0 && numPatterns_ > 0) {
@@ -52,6 +61,14 @@ kt_TotalDataGenerator::kt_TotalDataGenerator() = default;
 kt_TotalDataGenerator::kt_TotalDataGenerator(const std::vector<kt_ClassDataGenerator>& classGenerators)
     : classGenerators_(classGenerators)
 {
+}
+
+kt_TotalDataGenerator& kt_TotalDataGenerator::operator=(const kt_TotalDataGenerator& other)
+{
+    auto classGenerators = other.classGenerators_;
+    data_ = other.data_;  // as a whole or not at all
+    classGenerators_.swap(classGenerators);
+    return *this;
 }
 
 ktClassifierDataProviderMemory kt_TotalDataGenerator::generateData()

@@ -500,10 +500,10 @@ kt_ClassifierDecisionTree::~kt_ClassifierDecisionTree() = default;
 
 void kt_ClassifierDecisionTree::trainManual(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
 {
-    // Cloned before anything is let go: the tree given may be the one that is held.
-    const ktPtrHandle_const<ktDecisionTree> newTree = tree.clone();
+    // The tree given may be a part of the one that is held.
+    const ktPtrHandle_const<ktDecisionTree> oldTree = tree_;
     untrain();
-    tree_ = newTree;
+    tree_ = tree.clone();
     ktDiagObject* destination = ktDiagObject::getRecordingDestination(diag, flags);
     recordTrainInputs_(destination, flags);
     // Kept on purpose: this hook is given the caller's own object, not the destination.

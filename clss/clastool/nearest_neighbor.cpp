@@ -1,11 +1,16 @@
 #include <clastool/nearest_neighbor.h>
 
 #include "clastool/decision_rule.h"
+#include "neighbor_scan/compact_copy.h"
+#include "neighbor_scan/exact_distance.h"
+#include "neighbor_scan/nearest_list.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <limits>
 #include <map>
+#include <new>
+#include <typeinfo>
 
 namespace {
 
@@ -22,6 +27,52 @@ const ktClassifierTrainParamsKNN& asKNN(const ktClassifierTrainParams& params)
 {
     throw ktClassifierDefs::BadFeatures("K-nearest neighbor classification does not support invalid measurements");
 }
+
+/// Counts labels; without memory of its own for up to 32 different ones.
+class Ballot {
+public:
+    /// Returns false, and counts nothing, for a label too many.
+    bool count(long label)
+    {
+        const auto isIt = [label](const Votes& votes) { return votes.label == label; };
+        Votes* place = std::find_if(votes_.begin(), votes_.begin() + size_, isIt);
+        if (place == votes_.end()) {
+            return false;
+        }
+        if (place == votes_.begin() + size_) {
+            *place = {label, 0};
+            ++size_;
+        }
+        ++place->count;
+        return true;
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(size_); }
+
+    /// The share of all `total` votes that each label has, by ascending label.
+    void fill(kt_Scratch<kt_Verdict>& verdicts, std::size_t total)
+    {
+        std::sort(votes_.begin(), votes_.begin() + size_,
+                  [](const Votes& a, const Votes& b) { return a.label < b.label; });
+        std::transform(votes_.begin(), votes_.begin() + size_, verdicts.begin(), [total](const Votes& votes) {
+            return kt_Verdict{matchOf(votes.label, votes.count, total), 0.0};
+        });
+    }
+
+    static ktClassifierCategoryResult matchOf(long label, long count, std::size_t total)
+    {
+        return {label, static_cast<double>(count) / static_cast<double>(total), 0.0, 0.0};
+    }
+
+private:
+    struct Votes {
+        long label;
+        long count;
+    };
+
+    std::array<Votes, 32> votes_;
+    std::ptrdiff_t size_ = 0;
+};
 
 }  // namespace
 
@@ -90,11 +141,7 @@ double ktPatternDistanceMetricNorm::distance(const ktFeaturePattern& a, const kt
     }
     const std::vector<double>& x = a.featureMeasurements(true);
     const std::vector<double>& y = b.featureMeasurements(true);
-    double sum = 0.0;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        sum += std::pow(std::abs(x[i] - y[i]), order_);
-    }
-    return std::pow(sum, 1.0 / order_);
+    return kt_exactDistance(x.data(), y.data(), x.size(), order_);
 }
 
 ktPtrHandle<ktPatternDistanceMetric> ktPatternDistanceMetricNorm::clone() const
@@ -235,6 +282,7 @@ kt_ClassifierKNN& kt_ClassifierKNN::operator=(const kt_ClassifierKNN& other)
     params_ = other.params_;
     kt_Classifier::operator=(other);
     trainingData_ = other.trainingData_;
+    copy_ = other.copy_;
     return *this;
 }
 
@@ -262,6 +310,7 @@ bool kt_ClassifierKNN::operator==(const kt_ClassifierKNN& other) const
 void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params)
 {
     params_ = asKNN(params);
+    copy_ = nullptr;
     trainingData_ = new ktClassifierDataProviderMemory;
     // Training only reads the provider; its interface declares three of the readers without const.
     auto& data = const_cast<ktClassifierDataProvider&>(provider);
@@ -286,6 +335,7 @@ void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const kt
     patterns.shrink_to_fit();
     labels.shrink_to_fit();
     trainingData_->data(patterns, labels);
+    makeCopy();
 }
 
 void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
@@ -302,11 +352,15 @@ void kt_ClassifierKNN::trainIncremental_(const ktFeaturePattern& pattern, long l
 {
     const ktPtrHandle_const<ktFeaturePattern> copy = new ktFeaturePattern(pattern);
     trainingData_->addData(copy, label);
+    if (copy_) {
+        copy_->append(*trainingData_);
+    }
 }
 
 void kt_ClassifierKNN::untrain_()
 {
     trainingData_ = nullptr;
+    copy_ = nullptr;
 }
 
 bool kt_ClassifierKNN::isTrained_() const
@@ -327,57 +381,79 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
     if (pattern.numInvalid() > 0 || pattern.numMeasurements() != trainingData_->numMeasurements()) {
         throwInvalidMeasurements();
     }
-    std::vector<long> indices;
-    std::vector<double> distances;
-    findNearestNeighbors_(pattern, params_.k(), indices, distances);
-    std::vector<ktClassifierCategoryResult> matches;
-    fillMatchResults_(indices, matches);
-    kt_DecisionRule::decide(result, matches, ktClassifierFrequencies(1.0), params_.misclassificationCosts(), 0.0);
+    // A loaded k may be anything; the list never grows past the stored patterns.
+    const long numPatterns = trainingData_->numPatterns();
+    kt_RowList neighbors(static_cast<std::size_t>(std::clamp(params_.k(), 0L, numPatterns)));
+    if (!findByCopy(pattern, neighbors)) {
+        kt_NearestList list(neighbors.size());
+        findNearestNeighbors_(pattern, list);
+        for (std::size_t i = 0; i < neighbors.size(); ++i) {
+            neighbors[i] = list.row(i);
+        }
+    }
+    fillMatchResults_(neighbors, result);
 }
 
-/// An exhaustive scan with a sorted list of at most k entries.
-void kt_ClassifierKNN::findNearestNeighbors_(const ktFeaturePattern& pattern, long k, std::vector<long>& indices,
-                                             std::vector<double>& distances) const
+/// The same neighbours by way of the compact copy, in any order; false where that cannot be certified.
+bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const
+{
+    if (copy_.isNull() || !copy_->isCurrent(*trainingData_)) {
+        return false;
+    }
+    const ktPtrHandle_const<ktPatternDistanceMetric> metric = params_.distanceMetric();
+    // A metric derived from the norm may measure in its own way: only the norm itself may be hurried past it.
+    if (metric.isNull() || typeid(*metric.get()) != typeid(ktPatternDistanceMetricNorm)) {
+        return false;
+    }
+    const double order = static_cast<const ktPatternDistanceMetricNorm&>(*metric).order();
+    return copy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
+}
+
+/// The definition of the answer: an exhaustive scan with a sorted list of at most k entries.
+void kt_ClassifierKNN::findNearestNeighbors_(const ktFeaturePattern& pattern, kt_NearestList& neighbors) const
 {
     const long numPatterns = trainingData_->numPatterns();
-    // A loaded k may be anything; the lists never grow past the stored patterns.
-    const auto room = static_cast<std::size_t>(std::clamp(k, 0L, numPatterns));
-    indices.assign(room, 0);
-    distances.assign(room, std::numeric_limits<double>::infinity());
-    std::size_t found = 0;
+    const ktPtrHandle_const<ktPatternDistanceMetric> metric = params_.distanceMetric();
     for (long i = 0; i < numPatterns; ++i) {
         kt_pollAttention();
         const ktPtrHandle_const<ktFeaturePattern> stored = trainingData_->featurePattern(i);
-        double distance = params_.distanceMetric()->distance(pattern, *stored);
-        if (std::isnan(distance)) {
-            distance = std::numeric_limits<double>::infinity();
-        }
-        // Kept on purpose: at the last place an equal distance does not displace the pattern stored earlier, but inside the
-        // list the new entry goes before its equals.
-        if (room == 0 || (found == room && !(distance < distances.back()))) {
-            continue;
-        }
-        const auto place = std::lower_bound(distances.begin(), distances.end(), distance) - distances.begin();
-        std::move_backward(distances.begin() + place, distances.end() - 1, distances.end());
-        std::move_backward(indices.begin() + place, indices.end() - 1, indices.end());
-        distances[static_cast<std::size_t>(place)] = distance;
-        indices[static_cast<std::size_t>(place)] = i;
-        found = std::min(found + 1, room);
+        neighbors.insert(static_cast<std::size_t>(i), metric->distance(pattern, *stored));
     }
-    indices.resize(found);
-    distances.resize(found);
 }
 
-void kt_ClassifierKNN::fillMatchResults_(const std::vector<long>& indices,
-                                         std::vector<ktClassifierCategoryResult>& results) const
+/// The neighbours' votes, and the decision from them.
+void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const
 {
-    std::map<long, long> votes;
-    for (const long index : indices) {
-        ++votes[trainingData_->categoryLabel(index)];
+    const ktClassifierFrequencies frequencies(1.0);
+    Ballot ballot;
+    const auto labelOf = [this](std::size_t row) { return trainingData_->categoryLabel(static_cast<long>(row)); };
+    const bool isCounted = std::all_of(neighbors.begin(), neighbors.end(),
+                                       [&](std::size_t row) { return ballot.count(labelOf(row)); });
+    if (isCounted) {
+        kt_Scratch<kt_Verdict> verdicts(ballot.size());
+        ballot.fill(verdicts, neighbors.size());
+        kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
+        return;
     }
-    results.reserve(votes.size());
-    for (const auto& [label, count] : votes) {
-        results.emplace_back(label, static_cast<double>(count) / static_cast<double>(indices.size()), 0.0, 0.0);
+    std::map<long, long> votes;
+    for (const std::size_t row : neighbors) {
+        ++votes[labelOf(row)];
+    }
+    kt_Scratch<kt_Verdict> verdicts(votes.size());
+    std::transform(votes.begin(), votes.end(), verdicts.begin(), [&](const auto& vote) {
+        return kt_Verdict{Ballot::matchOf(vote.first, vote.second, neighbors.size()), 0.0};
+    });
+    kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
+}
+
+void kt_ClassifierKNN::makeCopy() noexcept
+{
+    copy_ = nullptr;
+    if (trainingData_) {
+        copy_ = new (std::nothrow) kt_CompactCopy;
+    }
+    if (copy_) {
+        copy_->make(*trainingData_);
     }
 }
 
@@ -392,4 +468,7 @@ void kt_ClassifierKNN::serialize_(ktArchive& archive, unsigned char version)
     kt_Classifier::dispatchSerialize(archive);
     // Kept on purpose: the parameters in use are not stored, and loading leaves them as they are.
     archive || trainingData_;
+    if (archive.isLoading()) {
+        makeCopy();
+    }
 }

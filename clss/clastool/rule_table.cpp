@@ -347,6 +347,11 @@ ktArchive& operator||(ktArchive& archive, ktClassifierRule& rule)
 
 ktClassifierRuleTable::ktClassifierRuleTable() = default;
 
+ktClassifierRuleTable& ktClassifierRuleTable::operator=(const ktClassifierRuleTable& other)
+{
+    return *this = ktClassifierRuleTable(other);
+}
+
 void ktClassifierRuleTable::train(const std::vector<ktClassifierRule>& rules)
 {
     if (rules.empty()) {

@@ -277,7 +277,8 @@ public:
     /// The held tree; null while untrained.
     const ktPtrHandle_const<ktDecisionTree>& decisionTree() const { return tree_; }
 
-    /// Untrains and holds a clone of the tree. Its content is not checked; what is wrong in it shows in a run.
+    /// Untrains, then holds a clone of the tree, which may be a part of the held one. Its content is not checked; what is
+    /// wrong in it shows in a run. If the tree cannot be cloned, the classifier stays untrained.
     void trainManual(const ktDecisionTree& tree, ktDiagObject* diag = nullptr, unsigned long flags = 0);
 
     ktPtrHandle<kt_Classifier> clone() const override;

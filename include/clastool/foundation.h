@@ -2,6 +2,7 @@
 
 #include <kt/foundation.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -129,8 +130,8 @@ public:
     /// Kept on purpose: not const, as published. Ask a copy, or `isValid`, where the pattern is const.
     std::vector<long> invalidFeatureIndices();
 
-    /// The number of invalid measurements. Cost: linear in the measurements.
-    long numInvalid() const;
+    /// The number of invalid measurements.
+    long numInvalid() const { return numInvalid_; }
 
     /// Equal measurements, those of invalid ones included, and equal validity; compared exactly, no tolerance.
     bool operator==(const ktFeaturePattern& other) const;
@@ -142,12 +143,20 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
+    friend class kt_CompactCopy;
+    friend class kt_NeighborScan;
+
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
+    void changing() noexcept;
+    void countInvalid() noexcept;
     bool holdsValid(std::size_t index) const { return index < validity_.size() && validity_[index]; }
 
     std::vector<double> measurements_;
     // As long as the measurements, except after loading a damaged archive: a measurement without a flag is invalid.
     std::vector<bool> validity_;
+    long numInvalid_ = 0;
+    // Whether some classifier works from a copy of the measurements.
+    mutable std::atomic<bool> isCopied_{false};
 };

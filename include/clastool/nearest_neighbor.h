@@ -2,7 +2,12 @@
 
 #include <clastool/classifier.h>
 
-#include <vector>
+#include <kt/scratch.h>
+
+#include <cstddef>
+
+class kt_CompactCopy;
+class kt_NearestList;
 
 /// How far two patterns are apart. Derive from it for a metric of your own.
 ///
@@ -187,10 +192,13 @@ private:
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
-    void findNearestNeighbors_(const ktFeaturePattern& pattern, long k, std::vector<long>& indices,
-                               std::vector<double>& distances) const;
-    void fillMatchResults_(const std::vector<long>& indices, std::vector<ktClassifierCategoryResult>& results) const;
+    void makeCopy() noexcept;
+    bool findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const;
+    void findNearestNeighbors_(const ktFeaturePattern& pattern, kt_NearestList& neighbors) const;
+    void fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const;
 
     ktPtrHandle<ktClassifierDataProviderMemory> trainingData_;
     ktClassifierTrainParamsKNN params_;
+    // In front of the exact scan; null where there is none, and shared like the patterns.
+    ktPtrHandle<kt_CompactCopy> copy_;
 };

@@ -269,6 +269,11 @@ class KT_API ktClassifierRuleTable {
 public:
     /// No rules: untrained.
     ktClassifierRuleTable();
+    ktClassifierRuleTable(const ktClassifierRuleTable&) = default;
+    ktClassifierRuleTable(ktClassifierRuleTable&&) noexcept = default;
+    ktClassifierRuleTable& operator=(const ktClassifierRuleTable& other);
+    ktClassifierRuleTable& operator=(ktClassifierRuleTable&&) noexcept = default;
+    ~ktClassifierRuleTable() = default;
 
     /// Replaces the rules. Labels are not checked; several rules may share one.
     /// Throws ktClassifierDefs::BadParams: "rules.size() == 0", then "rules[i].scoringMethods().size() != ruleSize" (kept on

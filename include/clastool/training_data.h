@@ -286,6 +286,9 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
+    friend class kt_CompactCopy;
+    friend class kt_NeighborScan;
+
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
@@ -293,4 +296,6 @@ private:
     std::string description_;
     std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns_;
     std::vector<long> labels_;
+    // Advances with every change of the patterns, so that a copy of their measurements can tell that it is out of date.
+    unsigned long revision_ = 0;
 };

@@ -45,7 +45,14 @@ ktPersistent* ktClassifierDataProviderMemory::make()
 }
 
 ktClassifierDataProviderMemory::ktClassifierDataProviderMemory() = default;
-ktClassifierDataProviderMemory::ktClassifierDataProviderMemory(const ktClassifierDataProviderMemory&) = default;
+ktClassifierDataProviderMemory::ktClassifierDataProviderMemory(const ktClassifierDataProviderMemory& other)
+    : ktClassifierDataProvider(other),
+      name_(other.name_),
+      description_(other.description_),
+      patterns_(other.patterns_),
+      labels_(other.labels_)
+{
+}
 ktClassifierDataProviderMemory::~ktClassifierDataProviderMemory() = default;
 
 ktClassifierDataProviderMemory& ktClassifierDataProviderMemory::operator=(const ktClassifierDataProviderMemory& other)
@@ -55,6 +62,7 @@ ktClassifierDataProviderMemory& ktClassifierDataProviderMemory::operator=(const 
     description_.swap(copy.description_);
     patterns_.swap(copy.patterns_);
     labels_.swap(copy.labels_);
+    ++revision_;
     return *this;
 }
 
@@ -118,6 +126,7 @@ void ktClassifierDataProviderMemory::addData(const ktPtrHandle_const<ktFeaturePa
     kt_makeRoomForOne(patterns_, labels_);
     patterns_.push_back(added);
     labels_.push_back(label);
+    ++revision_;
 }
 
 void ktClassifierDataProviderMemory::data(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns,
@@ -142,6 +151,7 @@ void ktClassifierDataProviderMemory::data(const std::vector<ktPtrHandle_const<kt
     auto newLabels = labels;
     patterns_.swap(newPatterns);
     labels_.swap(newLabels);
+    ++revision_;
 }
 
 bool ktClassifierDataProviderMemory::isEqual_(const ktClassifierDataProvider& other) const
@@ -167,5 +177,8 @@ void ktClassifierDataProviderMemory::serialize_(ktArchive& archive, unsigned cha
 {
     ktArchive::checkVersion(version);
     ktClassifierDataProvider::dispatchSerialize(archive);
+    if (archive.isLoading()) {
+        ++revision_;
+    }
     archive || name_ || description_ || patterns_ || labels_;
 }

@@ -1,5 +1,9 @@
 #include <clastool/foundation.h>
 
+#include "revisions.h"
+
+std::atomic<unsigned long> kt_patternRevision{0};
+
 namespace {
 
 void requireNonNegative(long index)
@@ -31,21 +35,34 @@ ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, cons
         validity_[static_cast<std::size_t>(index)] = false;
     }
     measurements_ = measurements;
+    countInvalid();
 }
 
-ktFeaturePattern::ktFeaturePattern(const ktFeaturePattern&) = default;
+ktFeaturePattern::ktFeaturePattern(const ktFeaturePattern& other)
+    : ktPersistent(), ktRepBase(), measurements_(other.measurements_), validity_(other.validity_), numInvalid_(other.numInvalid_)
+{
+}
 
 ktFeaturePattern& ktFeaturePattern::operator=(const ktFeaturePattern& other)
 {
     // Copied aside first, so that running out of memory half way leaves the pattern as it was.
     std::vector<double> measurements = other.measurements_;
     std::vector<bool> validity = other.validity_;
+    changing();
     measurements_.swap(measurements);
     validity_.swap(validity);
+    numInvalid_ = other.numInvalid_;
     return *this;
 }
 
 ktFeaturePattern::~ktFeaturePattern() = default;
+
+void ktFeaturePattern::changing() noexcept
+{
+    if (isCopied_.load(std::memory_order_relaxed)) {
+        kt_patternRevision.fetch_add(1, std::memory_order_relaxed);
+    }
+}
 
 long ktFeaturePattern::numMeasurements() const
 {
@@ -86,13 +103,12 @@ std::vector<long> ktFeaturePattern::invalidFeatureIndices()
     return indices;
 }
 
-long ktFeaturePattern::numInvalid() const
+void ktFeaturePattern::countInvalid() noexcept
 {
-    long count = 0;
+    numInvalid_ = 0;
     for (std::size_t i = 0; i < measurements_.size(); ++i) {
-        count += holdsValid(i) ? 0 : 1;
+        numInvalid_ += holdsValid(i) ? 0 : 1;
     }
-    return count;
 }
 
 bool ktFeaturePattern::operator==(const ktFeaturePattern& other) const
@@ -109,5 +125,11 @@ void ktFeaturePattern::serialize_(ktArchive& archive, unsigned char version)
 {
     ktArchive::checkVersion(version);
     ktPersistent::dispatchSerialize(archive);
+    if (archive.isLoading()) {
+        changing();
+    }
     archive || measurements_ || validity_;
+    if (archive.isLoading()) {
+        countInvalid();
+    }
 }

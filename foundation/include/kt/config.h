@@ -31,6 +31,19 @@
 #define KT_API KT_IMPORT
 #endif
 
+// For the libraries' own use: hints and questions to the processor. Where a compiler has no word for them the hint is
+// nothing and the answer no.
+#if defined(__GNUC__)
+#define KT_PREFETCH(address) __builtin_prefetch(address)
+#else
+#define KT_PREFETCH(address) static_cast<void>(address)
+#endif
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define KT_PROCESSOR_HAS_AVX2_AND_FMA (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
+#else
+#define KT_PROCESSOR_HAS_AVX2_AND_FMA false
+#endif
+
 #if defined(KT_FOUNDATION_BUILD)
 #include <cstdlib>
 #include <cstring>

@@ -33,8 +33,9 @@ public:
     ktRepBase& operator=(const ktRepBase&) noexcept { return *this; }
     virtual ~ktRepBase();
 
-    /// The number of handles that hold this object. Another thread may change it before the caller looks at it.
-    long refCount() const noexcept { return count_.load(std::memory_order_relaxed); }
+    /// The number of handles that hold this object. Another thread may change it before the caller looks at it; but who holds
+    /// the one handle there is has the object to itself, after all that others did to it.
+    long refCount() const noexcept { return count_.load(std::memory_order_acquire); }
 
 private:
     template <class T>

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <clastool/training_data.h>
+
+#include "kernels.h"
+
+#include <kt/scratch.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// Row numbers; as many of them as neighbours are asked for.
+using kt_RowList = kt_Scratch<std::size_t, 256>;
+
+/// A compact copy of the kept patterns' measurements, in front of the exact scan of a nearest-neighbour run with a norm of
+/// any order. docs/neighbor-scan.md says why it never changes an answer; in short: from the copy every distance is known
+/// within certified bounds, a row whose lower bound exceeds the k-th smallest upper bound cannot be among the k
+/// nearest, and the rows that are left go through the exact routine in stored order.
+///
+/// It belongs to one store of patterns and is shared by all classifiers that share the store. It knows whether the store
+/// and its patterns are still what it copied.
+/// Threads: const operations run on several threads at once.
+class kt_CompactCopy : public ktRepBase {
+public:
+    /// Copies the store. What cannot serve is left to the plain scan: no patterns, patterns of different sizes, invalid
+    /// measurements, values that are not finite or too large, or no memory.
+    void make(const ktClassifierDataProviderMemory& store) noexcept;
+
+    /// Takes over the pattern that was just added to the store, or copies the store anew.
+    void append(const ktClassifierDataProviderMemory& store) noexcept;
+
+    /// Whether there is a copy, and the store and its patterns are what was copied.
+    bool isCurrent(const ktClassifierDataProviderMemory& store) const noexcept;
+
+    /// The nearest rows in no particular order, as many as `rows` has room for and exactly those of the plain scan. Returns
+    /// false, without having polled, if that cannot be certified; the plain scan is to decide.
+    /// Polls: once per row. Throws: what the attention check raises.
+    bool nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
+                 kt_RowList& rows) const;
+
+    /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2. A request for one that the machine
+    /// lacks is ignored. Returns what is in force.
+    static int instructionSet() noexcept;
+    static int instructionSet(int wanted) noexcept;
+
+private:
+    friend class kt_NeighborScan;
+
+    bool appendLast(const ktClassifierDataProviderMemory& store);
+    bool measure(const ktClassifierDataProviderMemory& store);
+    void place(std::size_t row, const std::vector<double>& measurements);
+    void placeCodes(std::size_t row, const std::vector<double>& measurements);
+    void reserveRows(std::size_t rows);
+
+    bool isUsable_ = false;
+    std::size_t numRows_ = 0;
+    std::size_t size_ = 0;
+    std::size_t builtRows_ = 0;
+    unsigned long storeRevision_ = 0;
+    unsigned long patternRevision_ = 0;
+
+    // Per measurement: what is taken off before a value is rounded, so that its distance from zero costs no precision.
+    std::vector<double> offsets_;
+    // A power of two that brings all values near 1.
+    double scale_ = 1.0;
+    // The largest magnitude in the float copy.
+    double reach_ = 1.0;
+    // How far a value of the float copy is from the scaled original, at the most.
+    double floatError_ = 0.0;
+    std::vector<float> floats_;
+
+    // The 7-bit level, for stores that are large enough: one step for all measurements, in scaled units, and the largest
+    // distance between a row and its codes in the norms of order 1 and 2.
+    bool hasCodes_ = false;
+    double step_ = 0.0;
+    double codeError1_ = 0.0;
+    double codeError2_ = 0.0;
+    std::vector<double> codeOffsets_;
+    std::vector<std::uint8_t> codes_;
+};

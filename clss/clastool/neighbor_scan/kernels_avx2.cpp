@@ -1,0 +1,152 @@
+#include "kernels.h"
+
+// Only this file is compiled for AVX2 and FMA. It uses no inline function of another header, because the linker may keep
+// this file's copy of one for the whole program.
+
+#if defined(__AVX2__) && defined(__FMA__)
+
+#include <immintrin.h>
+
+namespace {
+
+constexpr int lanes = 8;
+constexpr int vectors = static_cast<int>(kt_blockRows) / lanes;
+
+inline __m256 absolute(__m256 d)
+{
+    return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), d);
+}
+
+struct Order1 {
+    explicit Order1(float) {}
+    __m256 add(__m256 sum, __m256 d) const { return _mm256_add_ps(sum, absolute(d)); }
+};
+
+struct Order2 {
+    explicit Order2(float) {}
+    __m256 add(__m256 sum, __m256 d) const { return _mm256_fmadd_ps(d, d, sum); }
+};
+
+struct Order3 {
+    explicit Order3(float) {}
+    __m256 add(__m256 sum, __m256 d) const { return _mm256_fmadd_ps(_mm256_mul_ps(d, d), absolute(d), sum); }
+};
+
+struct OrderHalf {
+    explicit OrderHalf(float) {}
+    __m256 add(__m256 sum, __m256 d) const { return _mm256_add_ps(sum, _mm256_sqrt_ps(absolute(d))); }
+};
+
+/// The same steps as the baseline's power.
+struct AnyOrder {
+    explicit AnyOrder(float order) : p(_mm256_set1_ps(order)) {}
+
+    __m256 add(__m256 sum, __m256 d) const
+    {
+        const __m256 v = absolute(d);
+        const __m256i bits = _mm256_castps_si256(v);
+        const __m256i shifted = _mm256_and_si256(_mm256_sub_epi32(bits, _mm256_set1_epi32(0x3F3504F3)),
+                                                 _mm256_set1_epi32(static_cast<int>(0xFF800000u)));
+        const __m256 m = _mm256_castsi256_ps(_mm256_sub_epi32(bits, shifted));
+        const __m256 exponent = _mm256_cvtepi32_ps(_mm256_srai_epi32(shifted, 23));
+        const __m256 one = _mm256_set1_ps(1.0f);
+        const __m256 s = _mm256_div_ps(_mm256_sub_ps(m, one), _mm256_add_ps(m, one));
+        const __m256 s2 = _mm256_mul_ps(s, s);
+        __m256 series = _mm256_fmadd_ps(s2, _mm256_set1_ps(0.4121985831f), _mm256_set1_ps(0.5770780164f));
+        series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(0.9617966939f));
+        series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(2.8853900818f));
+        const __m256 y = _mm256_mul_ps(p, _mm256_fmadd_ps(s, series, exponent));
+        const __m256 whole = _mm256_round_ps(y, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+        const __m256 x = _mm256_mul_ps(_mm256_sub_ps(y, whole), _mm256_set1_ps(0.6931471806f));
+        __m256 rest = _mm256_fmadd_ps(x, _mm256_set1_ps(0.0083333333f), _mm256_set1_ps(0.0416666667f));
+        rest = _mm256_fmadd_ps(x, rest, _mm256_set1_ps(0.1666666667f));
+        rest = _mm256_fmadd_ps(x, rest, _mm256_set1_ps(0.5f));
+        rest = _mm256_fmadd_ps(x, rest, one);
+        rest = _mm256_fmadd_ps(x, rest, one);
+        const __m256i scale =
+            _mm256_slli_epi32(_mm256_add_epi32(_mm256_cvtps_epi32(whole), _mm256_set1_epi32(127)), 23);
+        const __m256 counts = _mm256_and_ps(_mm256_cmp_ps(v, _mm256_set1_ps(0x1p-120f), _CMP_GE_OQ),
+                                            _mm256_cmp_ps(y, _mm256_set1_ps(-120.0f), _CMP_GE_OQ));
+        const __m256 term = _mm256_and_ps(counts, _mm256_mul_ps(rest, _mm256_castsi256_ps(scale)));
+        return _mm256_add_ps(sum, term);
+    }
+
+    __m256 p;
+};
+
+template <class Term>
+unsigned floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
+{
+    const Term term(order);
+    __m256 sum[vectors];
+    for (int v = 0; v < vectors; ++v) {
+        sum[v] = _mm256_setzero_ps();
+    }
+    for (std::size_t j = 0; j < size; ++j) {
+        const __m256 q = _mm256_broadcast_ss(query + j);
+        const float* measurement = block + j * kt_blockRows;
+        for (int v = 0; v < vectors; ++v) {
+            sum[v] = term.add(sum[v], _mm256_sub_ps(_mm256_loadu_ps(measurement + v * lanes), q));
+        }
+    }
+    const __m256 highest = _mm256_set1_ps(limit);
+    unsigned within = 0;
+    for (int v = 0; v < vectors; ++v) {
+        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(sum[v], highest, _CMP_LE_OQ));
+        within += static_cast<unsigned>(_mm_popcnt_u32(static_cast<unsigned>(mask)));
+    }
+    if (within != 0) {
+        for (int v = 0; v < vectors; ++v) {
+            _mm256_storeu_ps(sums + v * lanes, sum[v]);
+        }
+    }
+    return within;
+}
+
+template <bool Squared>
+unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::size_t size, std::uint16_t limit,
+                  std::uint16_t* sums)
+{
+    constexpr int rows = 16;
+    constexpr int groups = static_cast<int>(kt_blockRows) / rows;
+    __m256i sum[groups];
+    for (int g = 0; g < groups; ++g) {
+        sum[g] = _mm256_setzero_si256();
+    }
+    const __m256i ones = _mm256_set1_epi8(1);
+    for (std::size_t j = 0; j < size; j += 2) {
+        const __m256i q = _mm256_set1_epi16(static_cast<short>(query[j] | query[j + 1] << 8));
+        for (int g = 0; g < groups; ++g) {
+            const auto* codes = reinterpret_cast<const __m256i*>(block + j * kt_blockRows + g * 2 * rows);
+            const __m256i d = _mm256_abs_epi8(_mm256_sub_epi8(_mm256_loadu_si256(codes), q));
+            // Seven bits keep the sum of two squares within 16 signed bits.
+            sum[g] = _mm256_adds_epu16(sum[g], _mm256_maddubs_epi16(d, Squared ? d : ones));
+        }
+    }
+    const __m256i highest = _mm256_set1_epi16(static_cast<short>(limit));
+    unsigned within = 0;
+    for (int g = 0; g < groups; ++g) {
+        const __m256i isWithin = _mm256_cmpeq_epi16(_mm256_min_epu16(sum[g], highest), sum[g]);
+        const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(isWithin));
+        within += static_cast<unsigned>(_mm_popcnt_u32(mask)) / 2;
+    }
+    if (within != 0) {
+        for (int g = 0; g < groups; ++g) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + g * rows), sum[g]);
+        }
+    }
+    return within;
+}
+
+const kt_ScanKernels kernels = {floatSums<Order1>,    floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>,
+                                floatSums<AnyOrder>, codeSums<false>,   codeSums<true>};
+
+}  // namespace
+
+const kt_ScanKernels* const kt_avx2Kernels = &kernels;
+
+#else
+
+const kt_ScanKernels* const kt_avx2Kernels = nullptr;
+
+#endif

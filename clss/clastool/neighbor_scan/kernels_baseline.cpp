@@ -1,0 +1,102 @@
+#include "kernels.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+/// 2^(p log2 v) by short polynomials; 0 for a v or a power below 2^-120.
+float power(float v, float p)
+{
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &v, sizeof bits);
+    // v = 2^exponent m with m in [sqrt(1/2), sqrt(2)).
+    const auto exponent = static_cast<std::int32_t>((bits - 0x3F3504F3u) & 0xFF800000u) >> 23;
+    const std::uint32_t mantissaBits = bits - (static_cast<std::uint32_t>(exponent) << 23);
+    float m = 0.0f;
+    std::memcpy(&m, &mantissaBits, sizeof m);
+    // log2 m by the series of the inverse hyperbolic tangent in s = (m - 1) / (m + 1), |s| < 0.1716.
+    const float s = (m - 1.0f) / (m + 1.0f);
+    const float s2 = s * s;
+    const float log2m = s * (2.8853900818f + s2 * (0.9617966939f + s2 * (0.5770780164f + s2 * 0.4121985831f)));
+    const float y = p * (static_cast<float>(exponent) + log2m);
+    if (!(v >= 0x1p-120f) || !(y >= -120.0f)) {
+        return 0.0f;
+    }
+    // 2^y = 2^whole 2^rest with rest in [-1/2, 1/2].
+    const float whole = std::floor(y + 0.5f);
+    const float x = (y - whole) * 0.6931471806f;
+    const float rest = 1.0f + x * (1.0f + x * (0.5f + x * (0.1666666667f + x * (0.0416666667f + x * 0.0083333333f))));
+    const std::uint32_t scaleBits = static_cast<std::uint32_t>(static_cast<std::int32_t>(whole) + 127) << 23;
+    float scale = 0.0f;
+    std::memcpy(&scale, &scaleBits, sizeof scale);
+    return rest * scale;
+}
+
+template <class Term>
+unsigned floatSums(const float* block, const float* query, std::size_t size, float limit, float* sums, Term term)
+{
+    std::fill(sums, sums + kt_blockRows, 0.0f);
+    for (std::size_t j = 0; j < size; ++j) {
+        for (std::size_t row = 0; row < kt_blockRows; ++row) {
+            sums[row] += term(block[j * kt_blockRows + row] - query[j]);
+        }
+    }
+    unsigned within = 0;
+    for (std::size_t row = 0; row < kt_blockRows; ++row) {
+        within += sums[row] <= limit ? 1u : 0u;
+    }
+    return within;
+}
+
+unsigned order1(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+{
+    return floatSums(block, query, size, limit, sums, [](float d) { return std::abs(d); });
+}
+
+unsigned order2(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+{
+    return floatSums(block, query, size, limit, sums, [](float d) { return d * d; });
+}
+
+unsigned order3(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+{
+    return floatSums(block, query, size, limit, sums, [](float d) { return d * d * std::abs(d); });
+}
+
+unsigned orderHalf(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+{
+    return floatSums(block, query, size, limit, sums, [](float d) { return std::sqrt(std::abs(d)); });
+}
+
+unsigned anyOrder(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
+{
+    return floatSums(block, query, size, limit, sums, [order](float d) { return power(std::abs(d), order); });
+}
+
+template <bool Squared>
+unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::size_t size, std::uint16_t limit,
+                  std::uint16_t* sums)
+{
+    std::uint32_t wide[kt_blockRows] = {};
+    for (std::size_t j = 0; j < size; j += 2) {
+        for (std::size_t row = 0; row < kt_blockRows; ++row) {
+            const int first = block[j * kt_blockRows + 2 * row] - query[j];
+            const int second = block[j * kt_blockRows + 2 * row + 1] - query[j + 1];
+            wide[row] += static_cast<std::uint32_t>(Squared ? first * first + second * second
+                                                            : std::abs(first) + std::abs(second));
+        }
+    }
+    unsigned within = 0;
+    for (std::size_t row = 0; row < kt_blockRows; ++row) {
+        sums[row] = static_cast<std::uint16_t>(std::min<std::uint32_t>(wide[row], 65535u));
+        within += sums[row] <= limit ? 1u : 0u;
+    }
+    return within;
+}
+
+}  // namespace
+
+const kt_ScanKernels kt_baselineKernels = {order1,   order2,           order3,         orderHalf,
+                                           anyOrder, codeSums<false>, codeSums<true>};

@@ -1,0 +1,91 @@
+# What this project's targets have in common. Everything is a property of a target, so a project that adds this one as a
+# subdirectory keeps its own flags.
+
+# The settings of every target of this project, libraries and programs alike.
+function(kt_compile_settings target)
+    target_compile_features(${target} PUBLIC cxx_std_17)
+    set_target_properties(
+        ${target} PROPERTIES CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+
+    # The arithmetic is the same at every optimisation level: no fused multiply-add, and no 80-bit registers, which the
+    # old floating-point unit of 32-bit x86 would bring in.
+    if(MSVC)
+        target_compile_options(${target} PRIVATE /fp:precise)
+    else()
+        target_compile_options(${target} PRIVATE -ffp-contract=off)
+        if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
+            target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse)
+        endif()
+    endif()
+
+    if(KT_DEVELOPER)
+        if(MSVC)
+            target_compile_options(${target} PRIVATE /W4 /WX)
+        else()
+            target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+        endif()
+    endif()
+endfunction()
+
+# A library of all sources below `sources`, with its public headers in `headers`.
+function(kt_add_library target sources headers)
+    file(GLOB_RECURSE files CONFIGURE_DEPENDS ${sources}/*.cpp)
+    add_library(${target} ${files})
+    kt_compile_settings(${target})
+    target_include_directories(
+        ${target}
+        PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/${headers}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    set_target_properties(
+        ${target}
+        PROPERTIES VERSION ${PROJECT_VERSION}
+                   SOVERSION ${PROJECT_VERSION_MAJOR}
+                   POSITION_INDEPENDENT_CODE ON)
+
+    # An installed library finds the other one beside itself, wherever the folder was moved.
+    if(APPLE)
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "@loader_path")
+    else()
+        set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    endif()
+
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL STATIC_LIBRARY)
+        target_compile_definitions(${target} PUBLIC KT_STATIC)
+    endif()
+endfunction()
+
+# The files of the neighbour scan that need flags of their own. One is compiled for wider vectors, which the program asks
+# the processor for before it uses them; one must not have its powers replaced by cheaper operations.
+function(kt_compile_neighbor_scan folder)
+    if(MSVC)
+        return()
+    endif()
+    set_source_files_properties(${folder}/exact_distance.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
+    set_source_files_properties(${folder}/kernels_baseline.cpp PROPERTIES COMPILE_OPTIONS -O3)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
+        set_source_files_properties(${folder}/kernels_avx2.cpp PROPERTIES COMPILE_OPTIONS "-O3;-mavx2;-mfma")
+    endif()
+endfunction()
+
+# A class that only the registry knows is named by no program, and a linker leaves out what nobody names: an object file of
+# a static library, and many a shared library as a whole. So everything that links `target` is made to take it in. The
+# object file that defines `symbol` names all registered classes. The same options are noted for the .pc file.
+function(kt_keep_registered_classes target symbol)
+    get_target_property(type ${target} TYPE)
+    # 32-bit Windows and Apple's systems put an underscore before the name of a C symbol.
+    if(APPLE OR (WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4))
+        string(PREPEND symbol _)
+    endif()
+    set(pc_libs "-l${target}")
+    if(MSVC)
+        target_link_options(${target} INTERFACE "LINKER:/INCLUDE:${symbol}")
+    elseif(type STREQUAL STATIC_LIBRARY OR WIN32)
+        target_link_options(${target} INTERFACE "LINKER:-u,${symbol}")
+        set(pc_libs "-Wl,-u,${symbol} ${pc_libs}")
+    elseif(NOT APPLE)
+        set(file $<TARGET_LINKER_FILE:clastool::${target}>)
+        target_link_options(${target} INTERFACE "LINKER:--push-state,--no-as-needed,${file},--pop-state")
+        set(pc_libs "-Wl,--push-state,--no-as-needed ${pc_libs} -Wl,--pop-state")
+    endif()
+    set_target_properties(${target} PROPERTIES KT_PC_LIBS "${pc_libs}")
+endfunction()
