@@ -25,7 +25,7 @@ void requireNonNegative(const std::vector<long>& indices)
 }
 
 /// A loaded predicate may hold a negative index, which no pattern has.
-bool isAvailable(const ktFeaturePattern& pattern, long index)
+inline bool isAvailable(const ktFeaturePattern& pattern, long index)
 {
     return index >= 0 && pattern.isValid(index);
 }

@@ -55,7 +55,7 @@ public:
         std::sort(votes_.begin(), votes_.begin() + size_,
                   [](const Votes& a, const Votes& b) { return a.label < b.label; });
         std::transform(votes_.begin(), votes_.begin() + size_, verdicts.begin(), [total](const Votes& votes) {
-            return kt_Verdict{matchOf(votes.label, votes.count, total), 0.0};
+            return kt_Verdict{matchOf(votes.label, votes.count, total), 0.0, 0.0};
         });
     }
 
@@ -441,7 +441,7 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
     }
     kt_Scratch<kt_Verdict> verdicts(votes.size());
     std::transform(votes.begin(), votes.end(), verdicts.begin(), [&](const auto& vote) {
-        return kt_Verdict{Ballot::matchOf(vote.first, vote.second, neighbors.size()), 0.0};
+        return kt_Verdict{Ballot::matchOf(vote.first, vote.second, neighbors.size()), 0.0, 0.0};
     });
     kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
 }

@@ -88,17 +88,19 @@ void kt_ArchivePass::forget(const ktPersistent* object) noexcept
     }
 }
 
-bool kt_ArchivePass::haveVisited(const ktPersistent* object, std::size_t extent) const
+bool kt_ArchivePass::haveVisited(const ktPersistent* object, Layer layer) const
 {
     const auto layers = visited_.equal_range(object);
-    return std::any_of(layers.first, layers.second, [extent](const auto& layer) { return layer.second == extent; });
+    return std::any_of(layers.first, layers.second, [layer](const auto& visited) {
+        return visited.second.address == layer.address && visited.second.extent == layer.extent;
+    });
 }
 
-void kt_ArchivePass::setVisited(const ktPersistent* object, std::size_t extent)
+void kt_ArchivePass::setVisited(const ktPersistent* object, Layer layer)
 {
     object->mark_.store(1, std::memory_order_relaxed);
-    if (!haveVisited(object, extent)) {
-        visited_.emplace(object, extent);
+    if (!haveVisited(object, layer)) {
+        visited_.emplace(object, layer);
     }
 }
 

@@ -23,8 +23,13 @@ public:
     /// Lets every pass of this thread forget an object that is being destroyed.
     static void forgetEverywhere(const ktPersistent* object) noexcept;
 
-    bool haveVisited(const ktPersistent* object, std::size_t extent) const;
-    void setVisited(const ktPersistent* object, std::size_t extent);
+    /// A class's part of an object.
+    struct Layer {
+        const void* address;
+        std::size_t extent;
+    };
+    bool haveVisited(const ktPersistent* object, Layer layer) const;
+    void setVisited(const ktPersistent* object, Layer layer);
 
     void storePointer(ktPersistent* object);
     ktPersistent* loadPointer();
@@ -57,7 +62,7 @@ private:
 
     ktArchive& archive_;
     kt_ArchivePass* older_;
-    std::unordered_multimap<const ktPersistent*, std::size_t> visited_;
+    std::unordered_multimap<const ktPersistent*, Layer> visited_;
     std::unordered_map<const ktPersistent*, Stored> stored_;
     std::uint32_t numStored_ = 0;
     std::vector<Loaded> loaded_;

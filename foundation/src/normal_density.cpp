@@ -20,7 +20,6 @@ constexpr long largestCount = 2147483647L;
 constexpr double relativeDeviationFloor = 0x1p-23;
 constexpr double lastResortDeviationFloor = 1e-9;
 constexpr double eigenvalueFloor = 1e-8;
-constexpr double logLimit = 1e300;
 
 constexpr double logTwoPi = 1.8378770664093454835606594728112;
 
@@ -164,9 +163,34 @@ double squaredLength(const double* factor, double* z, std::size_t size)
     return squares;
 }
 
-double held(double logValue)
+/// How many rows of a whitening matrix are worked on at once: enough that no sum waits for its last addition.
+constexpr std::size_t lanes = 8;
+
+/// The inverse of a lower triangular factor, column j divided by deviation j: it turns differences from the mean into
+/// independent numbers of variance 1. Laid out in blocks of `lanes` rows, column by column as far as the block reaches, and
+/// padded with zero rows.
+Square whitening(const Square& factor, const std::vector<double>& deviations)
 {
-    return std::isnan(logValue) ? -logLimit : std::clamp(logValue, -logLimit, logLimit);
+    const std::size_t size = deviations.size();
+    Square inverse(size * size, 0.0);
+    for (std::size_t j = 0; j < size; ++j) {
+        for (std::size_t i = j; i < size; ++i) {
+            double sum = i == j ? 1.0 : 0.0;
+            for (std::size_t k = j; k < i; ++k) {
+                sum -= factor[i * size + k] * inverse[k * size + j];
+            }
+            inverse[i * size + j] = sum / factor[i * size + i];
+        }
+    }
+    Square blocks;
+    for (std::size_t first = 0; first < size; first += lanes) {
+        for (std::size_t j = 0; j < std::min(first + lanes, size); ++j) {
+            for (std::size_t i = first; i < first + lanes; ++i) {
+                blocks.push_back(i < size ? inverse[i * size + j] / deviations[j] : 0.0);
+            }
+        }
+    }
+    return blocks;
 }
 
 }  // namespace
@@ -175,10 +199,12 @@ double held(double logValue)
 struct ktNormalDensity::Factors {
     std::vector<double> deviations;
     Square correlations;
-    Square factor;
+    Square whitening;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
     double logScale = 0.0;
 };
+
+std::atomic<unsigned long> ktNormalDensity::evaluatedRevision_{0};
 
 ktNormalDensity::ktNormalDensity() noexcept = default;
 
@@ -197,12 +223,16 @@ ktNormalDensity& ktNormalDensity::operator=(const ktNormalDensity& other)
 
 ktNormalDensity::~ktNormalDensity()
 {
-    dropFactors();
+    // Nobody can hold what was taken from a density that is gone: the revision stays.
+    delete factors_.load(std::memory_order_acquire);
 }
 
 void ktNormalDensity::dropFactors() noexcept
 {
-    delete factors_.exchange(nullptr, std::memory_order_acquire);
+    if (const Factors* old = factors_.exchange(nullptr, std::memory_order_acquire)) {
+        delete old;
+        evaluatedRevision_.fetch_add(1, std::memory_order_relaxed);
+    }
 }
 
 void ktNormalDensity::clear() noexcept
@@ -317,7 +347,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     auto fresh = std::make_unique<Factors>();
     fresh->deviations.resize(size);
     fresh->correlations.resize(size * size);
-    fresh->factor.resize(size * size);
+    Square factor(size * size);
     double* s = fresh->deviations.data();
     for (std::size_t i = 0; i < size; ++i) {
         const double floor = std::max(relativeDeviationFloor * std::abs(mean[i]), lastResortDeviationFloor);
@@ -334,10 +364,11 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
         fresh->correlations[i * size + i] = 1.0;
     }
     floorEigenvalues(fresh->correlations, size);
-    factoriseFloored(fresh->factor.data(), fresh->correlations.data(), size);
+    factoriseFloored(factor.data(), fresh->correlations.data(), size);
+    fresh->whitening = whitening(factor, fresh->deviations);
     fresh->logScale = -0.5 * static_cast<double>(size) * logTwoPi;
     for (std::size_t i = 0; i < size; ++i) {
-        fresh->logScale -= std::log(s[i]) + std::log(fresh->factor[i * size + i]);
+        fresh->logScale -= std::log(s[i]) + std::log(factor[i * size + i]);
     }
     // Several threads may have come this far; the first to publish wins, and all use what it published.
     const Factors* expected = nullptr;
@@ -365,13 +396,38 @@ long ktNormalDensity::logDensity(const Row& row, double& value) const
     return success;
 }
 
+bool ktNormalDensity::single(Single& constants) const
+{
+    if (count_ < 1 || !hasSize(1)) {
+        return false;
+    }
+    const Factors& all = factors();
+    constants = {mean_.data()[0], all.whitening[0], all.logScale};
+    return true;
+}
+
 double ktNormalDensity::logJoint(const Factors& all, const Row& row) const
 {
-    kt_Scratch<double> z(row.size);
+    kt_Scratch<double> differences(row.size);
     for (std::size_t i = 0; i < row.size; ++i) {
-        z[i] = (row.values[i] - mean_.data()[i]) / all.deviations[i];
+        differences[i] = row.values[i] - mean_.data()[i];
     }
-    return all.logScale - 0.5 * squaredLength(all.factor.data(), z.data(), row.size);
+    const double* difference = differences.data();
+    const double* weights = all.whitening.data();
+    double squares = 0.0;
+    for (std::size_t first = 0; first < row.size; first += lanes) {
+        double white[lanes] = {};
+        const std::size_t columns = std::min(first + lanes, row.size);
+        for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
+            for (std::size_t lane = 0; lane < lanes; ++lane) {
+                white[lane] += weights[lane] * difference[j];
+            }
+        }
+        for (const double value : white) {
+            squares += value * value;
+        }
+    }
+    return all.logScale - 0.5 * squares;
 }
 
 /// The joint density of the valid values: that of the floored density's rows and columns which belong to them.

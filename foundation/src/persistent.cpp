@@ -13,26 +13,38 @@ bool ktPersistent::loadSimple(ktArchive&)
 
 void ktPersistent::serializePointer(ktArchive& archive, ktPersistent* object, ktPersistent*& result)
 {
-    const ktArchive::Pass pass(archive);
-    ktPersistent* archived = kt_archivePointer(archive, object);
-    if (archive.isLoading()) {
+    const ktRepBase* counted = nullptr;
+    {
+        const ktArchive::Pass pass(archive);
+        ktPersistent* archived = kt_archivePointer(archive, object);
+        if (archive.isStoring()) {
+            return;
+        }
         if (archived != nullptr) {
             kt_ArchivePass::current()->release(archived);
+            counted = dynamic_cast<const ktRepBase*>(archived);
+        }
+        if (counted != nullptr) {
+            kfInterlockedIncrement(counted->count_);
         }
         result = archived;
     }
+    // Counted across the end of the pass only: the caller gets the object with the counts that others hold, maybe none.
+    if (counted != nullptr) {
+        kfInterlockedDecrement(counted->count_);
+    }
 }
 
-bool ktPersistent::haveVisited(const ktPersistent* object, std::size_t extent)
+bool ktPersistent::haveVisited(const ktPersistent* object, const void* layer, std::size_t extent)
 {
     const kt_ArchivePass* pass = kt_ArchivePass::current();
-    return pass != nullptr && pass->haveVisited(object, extent);
+    return pass != nullptr && pass->haveVisited(object, {layer, extent});
 }
 
-void ktPersistent::setVisited(const ktPersistent* object, std::size_t extent)
+void ktPersistent::setVisited(const ktPersistent* object, const void* layer, std::size_t extent)
 {
     if (kt_ArchivePass* pass = kt_ArchivePass::current()) {
-        pass->setVisited(object, extent);
+        pass->setVisited(object, {layer, extent});
     }
 }
 

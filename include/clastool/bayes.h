@@ -2,6 +2,7 @@
 
 #include <clastool/classifier.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -111,6 +112,8 @@ protected:
     kt_ProbabilityDensityFunction& operator=(const kt_ProbabilityDensityFunction&);
 
     void dispatchSerialize(ktArchive& archive) override;
+    /// Throws: ktArchive::UnknownVersion for another version than 0.
+    void serialize_(ktArchive& archive, unsigned char version);
 };
 
 /// A joint normal density of one or more measurements; ktNormalDensity (kt/normal_density.h) says how it learns and how it
@@ -347,7 +350,8 @@ public:
     /// Cost: that of the densities. No allocation for groups of up to 32 measurements.
     double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
 
-    /// Every density learns its part of the pattern, or none does. `diag` and `flags` are not used.
+    /// Every density learns its part of the pattern, or none does; only a density of the caller's own class that throws may
+    /// leave some that have learnt it. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; what a density throws.
     void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) override;
 
@@ -364,18 +368,24 @@ protected:
 private:
     friend class kt_ClassifierBayesian;
 
+    struct Singles;
+
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
     std::size_t numGroups() const;
     std::size_t groupSizes() const;
     ktNormalDensity* stateOf(std::size_t group) const;
+    const Singles* singles() const;
+    void dropSingles() noexcept;
     double logValueOf(std::size_t group, const ktFeaturePattern& pattern) const;
-    bool prepare(std::size_t group, const ktFeaturePattern& pattern);
-    void learn(std::size_t group, const ktFeaturePattern& pattern);
+    void prepare(std::size_t group, const ktNormalDensity::Row& row);
+    void learn(std::size_t group, const ktNormalDensity::Row& row);
 
     std::vector<std::vector<long>> groups_;
     std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>> densities_;
+    // Made by the first evaluation and published atomically, the one thing that a const operation leaves behind.
+    mutable std::atomic<const Singles*> singles_{nullptr};
 };
 
 /// The Bayesian classifier: one model for each category label in the training data. A run scores the pattern against every

@@ -138,7 +138,8 @@ KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 /// or takes a decision tree built by hand; then runs it on patterns.
 ///
 /// Ownership: owns its classifier. Copy: clones a trained classifier (nearest-neighbour classifiers share their kept
-/// patterns); the copy of an untrained tool is empty.
+/// patterns); the copy of an untrained tool is empty. Two tools loaded from one record in one pass share a classifier, so
+/// that untraining one untrains both; tools stored one by one never do.
 /// Threads: `run`, `isTrained` and comparison may run on several threads at once; any other operation needs the tool alone.
 class KT_API ktClassifierTool {
 public:

@@ -30,8 +30,8 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
-/// The one mechanism of the concrete errors, which differ in their number and name alone.
-template <long Number>
+/// The one mechanism of the eight concrete errors, which differ in their name and number alone.
+template <class Concrete, long Number>
 class KT_API ConcreteError : public Errors {
 public:
     ConcreteError(const std::string& message = "");
@@ -56,36 +56,67 @@ private:
 
 // Kept on purpose: the numbers are not in the order of declaration; NotTrained comes before BadIndex.
 
-/// An argument is out of range or inconsistent.
-using BadParams = ConcreteError<0x10004200>;
-/// An index is out of range.
-using BadIndex = ConcreteError<0x10004202>;
-/// A category label is negative, duplicated or unknown.
-using BadLabel = ConcreteError<0x10004203>;
-/// A technique or an option is not supported.
-using BadMethod = ConcreteError<0x10004204>;
-/// A classifier or a rule table was used before it was trained.
-using NotTrained = ConcreteError<0x10004201>;
-/// A technique does not offer the operation.
-using NotImplemented = ConcreteError<0x10004205>;
-/// A feature pattern or vector is of the wrong size or content.
-using BadFeatures = ConcreteError<0x10004206>;
-/// The training data cannot support training.
-using InsufficientTrainData = ConcreteError<0x10004207>;
+/// An argument is out of range or inconsistent. Number 0x10004200.
+class KT_API BadParams : public ConcreteError<BadParams, 0x10004200> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// An index is out of range. Number 0x10004202.
+class KT_API BadIndex : public ConcreteError<BadIndex, 0x10004202> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// A category label is negative, duplicated or unknown. Number 0x10004203.
+class KT_API BadLabel : public ConcreteError<BadLabel, 0x10004203> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// A technique or an option is not supported. Number 0x10004204.
+class KT_API BadMethod : public ConcreteError<BadMethod, 0x10004204> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// A classifier or a rule table was used before it was trained. Number 0x10004201.
+class KT_API NotTrained : public ConcreteError<NotTrained, 0x10004201> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// A technique does not offer the operation. Number 0x10004205.
+class KT_API NotImplemented : public ConcreteError<NotImplemented, 0x10004205> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// A feature pattern or vector is of the wrong size or content. Number 0x10004206.
+class KT_API BadFeatures : public ConcreteError<BadFeatures, 0x10004206> {
+public:
+    using ConcreteError::ConcreteError;
+};
+
+/// The training data cannot support training. Number 0x10004207.
+class KT_API InsufficientTrainData : public ConcreteError<InsufficientTrainData, 0x10004207> {
+public:
+    using ConcreteError::ConcreteError;
+};
 
 /// A status word that can stand in an archive. No operation of the library reads or sets one.
 enum Status : std::uint32_t { eStatusOk = 0 };
 
-}  // namespace ktClassifierDefs
+extern template class ConcreteError<BadParams, 0x10004200>;
+extern template class ConcreteError<NotTrained, 0x10004201>;
+extern template class ConcreteError<BadIndex, 0x10004202>;
+extern template class ConcreteError<BadLabel, 0x10004203>;
+extern template class ConcreteError<BadMethod, 0x10004204>;
+extern template class ConcreteError<NotImplemented, 0x10004205>;
+extern template class ConcreteError<BadFeatures, 0x10004206>;
+extern template class ConcreteError<InsufficientTrainData, 0x10004207>;
 
-extern template class ktClassifierDefs::ConcreteError<0x10004200>;
-extern template class ktClassifierDefs::ConcreteError<0x10004201>;
-extern template class ktClassifierDefs::ConcreteError<0x10004202>;
-extern template class ktClassifierDefs::ConcreteError<0x10004203>;
-extern template class ktClassifierDefs::ConcreteError<0x10004204>;
-extern template class ktClassifierDefs::ConcreteError<0x10004205>;
-extern template class ktClassifierDefs::ConcreteError<0x10004206>;
-extern template class ktClassifierDefs::ConcreteError<0x10004207>;
+}  // namespace ktClassifierDefs
 
 /// The status as an unsigned 32-bit value.
 KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status);
@@ -108,18 +139,32 @@ public:
     ktFeaturePattern& operator=(const ktFeaturePattern&);
     ~ktFeaturePattern() override;
 
-    long numMeasurements() const;
+    long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
     /// False for an index past the end.
     /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
-    bool isValid(long index) const;
+    bool isValid(long index) const
+    {
+        if (index < 0) {
+            throwNegativeIndex();
+        }
+        const auto i = static_cast<std::size_t>(index);
+        return i < measurements_.size() && (numInvalid_ == 0 || holdsValid(i));
+    }
 
     /// The measurement. With `throwIfNotAvailable` false an index past the end gives 0.0 and an invalid measurement the
     /// value that it holds.
     /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0"; with `throwIfNotAvailable`, past the
     /// end and for an invalid measurement, ktClassifierDefs::BadFeatures "The measurement for the specified measurement
     /// index is not valid.".
-    double featureMeasurement(long index, bool throwIfNotAvailable) const;
+    double featureMeasurement(long index, bool throwIfNotAvailable) const
+    {
+        if (!isValid(index) && throwIfNotAvailable) {
+            throwNotValid();
+        }
+        const auto i = static_cast<std::size_t>(index);
+        return i < measurements_.size() ? measurements_[i] : 0.0;
+    }
 
     /// All measurements, the values of invalid ones included.
     /// Throws: with `throwIfAnyInvalid`, if any is, ktClassifierDefs::BadFeatures "Access to full feature vector requires
@@ -149,6 +194,8 @@ private:
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
+    [[noreturn]] static void throwNegativeIndex();
+    [[noreturn]] static void throwNotValid();
     void changing() noexcept;
     void countInvalid() noexcept;
     bool holdsValid(std::size_t index) const { return index < validity_.size() && validity_[index]; }

@@ -59,6 +59,9 @@ public:
 
 private:
     friend ktArchive& operator||(ktArchive& archive, ktClassifierCosts& costs);
+    friend class kt_DecisionRule;
+
+    bool hasNoOverrides() const { return fromLabels_.empty(); }
 
     long misclOverrideIndex_(long trueLabel, long assignedLabel) const;
 

@@ -3,6 +3,7 @@
 #include "sub_pattern.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <typeinfo>
 
@@ -87,18 +88,94 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
     numMeasurements(static_cast<long>(total));
 }
 
-kt_CategoryModelBayesian::kt_CategoryModelBayesian(const kt_CategoryModelBayesian&) = default;
+/// The groups of a single measurement with a normal density, side by side, so that a run need not visit their densities one
+/// by one.
+struct kt_CategoryModelBayesian::Singles {
+    unsigned long revision;
+    /// Behind the last of the consecutive single groups that begin here; here where the group is none.
+    std::vector<std::size_t> runEnds;
+    std::vector<std::size_t> indices;
+    std::vector<ktNormalDensity::Single> constants;
+    /// How many measurements a pattern must have.
+    std::size_t reach = 0;
+
+    /// Adds the log densities of groups [begin, end) to the sum, in their order. The same operations as the density's own,
+    /// in two loops, of which the first has no step that waits for the one before.
+    double add(double sum, std::size_t begin, std::size_t end, const double* values) const
+    {
+        constexpr std::size_t block = 32;
+        double logs[block];
+        for (std::size_t first = begin; first < end; first += block) {
+            const std::size_t size = std::min(block, end - first);
+            for (std::size_t i = 0; i < size; ++i) {
+                const ktNormalDensity::Single& density = constants[first + i];
+                const double z = density.inverseDeviation * (values[indices[first + i]] - density.mean);
+                logs[i] = ktNormalDensity::held(density.logScale - 0.5 * (z * z));
+            }
+            for (std::size_t i = 0; i < size; ++i) {
+                sum += logs[i];
+            }
+        }
+        return sum;
+    }
+};
+
+kt_CategoryModelBayesian::kt_CategoryModelBayesian(const kt_CategoryModelBayesian& other)
+    : kt_CategoryModel(other), groups_(other.groups_), densities_(other.densities_)
+{
+}
 
 kt_CategoryModelBayesian& kt_CategoryModelBayesian::operator=(const kt_CategoryModelBayesian& other)
 {
     kt_CategoryModelBayesian copy(other);
     kt_CategoryModel::operator=(other);
+    dropSingles();
     groups_.swap(copy.groups_);
     densities_.swap(copy.densities_);
     return *this;
 }
 
-kt_CategoryModelBayesian::~kt_CategoryModelBayesian() = default;
+kt_CategoryModelBayesian::~kt_CategoryModelBayesian()
+{
+    dropSingles();
+}
+
+void kt_CategoryModelBayesian::dropSingles() noexcept
+{
+    delete singles_.exchange(nullptr, std::memory_order_acquire);
+}
+
+/// The single groups, if they are up to date. Densities are shared with copies of the model, which may have changed them.
+const kt_CategoryModelBayesian::Singles* kt_CategoryModelBayesian::singles() const
+{
+    const unsigned long revision = ktNormalDensity::evaluatedRevision();
+    if (const Singles* published = singles_.load(std::memory_order_acquire)) {
+        return published->revision == revision ? published : nullptr;
+    }
+    auto fresh = std::make_unique<Singles>();
+    const std::size_t size = numGroups();
+    fresh->revision = revision;
+    fresh->runEnds.resize(size);
+    fresh->indices.resize(size);
+    fresh->constants.resize(size);
+    for (std::size_t i = size; i-- > 0;) {
+        fresh->runEnds[i] = i;
+        const auto* normal = densities_[i] ? exactly<kt_PDFMultivariateNormal>(*densities_[i]) : nullptr;
+        const bool isSingle = normal != nullptr && groups_[i].size() == 1 && groups_[i].front() >= 0;
+        if (isSingle && normal->state_.single(fresh->constants[i])) {
+            fresh->indices[i] = static_cast<std::size_t>(groups_[i].front());
+            fresh->reach = std::max(fresh->reach, fresh->indices[i] + 1);
+            const bool joinsNext = i + 1 < size && fresh->runEnds[i + 1] > i + 1;
+            fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
+        }
+    }
+    // Several threads may have come this far; the first to publish wins.
+    const Singles* expected = nullptr;
+    if (singles_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
+        return fresh.release();
+    }
+    return expected;
+}
 
 /// A loaded model may be damaged: it need not have a group for every density.
 std::size_t kt_CategoryModelBayesian::numGroups() const
@@ -119,9 +196,21 @@ std::size_t kt_CategoryModelBayesian::groupSizes() const
 double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktDiagObject*, unsigned long) const
 {
     try {
+        const std::vector<double>& values = pattern.featureMeasurements(false);
+        const Singles* side = pattern.numInvalid() == 0 ? singles() : nullptr;
+        if (side != nullptr && values.size() < side->reach) {
+            side = nullptr;
+        }
         double sum = 0.0;
-        for (std::size_t i = 0; i < numGroups(); ++i) {
-            sum += logValueOf(i, pattern);
+        for (std::size_t i = 0; i < numGroups();) {
+            const std::size_t end = side != nullptr ? side->runEnds[i] : i;
+            if (end > i) {
+                sum = side->add(sum, i, end, values.data());
+                i = end;
+            } else {
+                sum += logValueOf(i, pattern);
+                ++i;
+            }
         }
         return sum;
     } catch (const ktClassifierDefs::InsufficientTrainData& error) {
@@ -140,7 +229,7 @@ double kt_CategoryModelBayesian::logValueOf(std::size_t group, const ktFeaturePa
     if (const auto* binomial = exactly<kt_PDFBinomial>(density)) {
         return binomial->logValueAt(part.row());
     }
-    return density.logValue(part.pattern());
+    return density.logValue(kt_SubPattern::pattern(part.row()));
 }
 
 void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObject*, unsigned long)
@@ -148,11 +237,18 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
     // Everything that can fail comes first. A density that had learnt nothing takes its size from this pattern; if a later
     // one refuses the pattern, it must be without a size again.
     const std::size_t size = numGroups();
+    std::size_t largest = 0;
+    for (const std::vector<long>& group : groups_) {
+        largest = std::max(largest, group.size());
+    }
+    kt_SubPattern part(largest);
     kt_Scratch<bool> wasUnused(size);
     std::size_t prepared = 0;
     try {
         for (; prepared < size; ++prepared) {
-            wasUnused[prepared] = prepare(prepared, pattern);
+            const ktNormalDensity* state = stateOf(prepared);
+            wasUnused[prepared] = state != nullptr && state->isUnused();
+            prepare(prepared, part.take(pattern, groups_[prepared]));
         }
     } catch (...) {
         for (std::size_t i = 0; i < prepared; ++i) {
@@ -162,8 +258,9 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         }
         throw;
     }
+    dropSingles();
     for (std::size_t i = 0; i < size; ++i) {
-        learn(i, pattern);
+        learn(i, part.take(pattern, groups_[i]));
     }
 }
 
@@ -180,33 +277,26 @@ ktNormalDensity* kt_CategoryModelBayesian::stateOf(std::size_t group) const
     return nullptr;
 }
 
-/// Checks that the group's density can learn the pattern and makes room for it. Returns whether it had no size before.
-bool kt_CategoryModelBayesian::prepare(std::size_t group, const ktFeaturePattern& pattern)
-{
-    kt_SubPattern part(pattern, groups_[group]);
-    const ktNormalDensity* state = stateOf(group);
-    if (state == nullptr) {
-        return false;
-    }
-    const bool wasUnused = state->isUnused();
-    if (auto* binomial = exactly<kt_PDFBinomial>(*densities_[group])) {
-        binomial->prepareFor(part.row());
-    } else {
-        exactly<kt_PDFMultivariateNormal>(*densities_[group])->prepareFor(part.row());
-    }
-    return wasUnused;
-}
-
-void kt_CategoryModelBayesian::learn(std::size_t group, const ktFeaturePattern& pattern)
+/// Checks that the group's density can learn its part of a pattern and makes room for it.
+void kt_CategoryModelBayesian::prepare(std::size_t group, const ktNormalDensity::Row& row)
 {
     kt_ProbabilityDensityFunction& density = *densities_[group];
-    kt_SubPattern part(pattern, groups_[group]);
     if (auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        normal->learn(part.row());
+        normal->prepareFor(row);
     } else if (auto* binomial = exactly<kt_PDFBinomial>(density)) {
-        binomial->learn(part.row());
+        binomial->prepareFor(row);
+    }
+}
+
+void kt_CategoryModelBayesian::learn(std::size_t group, const ktNormalDensity::Row& row)
+{
+    kt_ProbabilityDensityFunction& density = *densities_[group];
+    if (auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
+        normal->learn(row);
+    } else if (auto* binomial = exactly<kt_PDFBinomial>(density)) {
+        binomial->learn(row);
     } else {
-        density.updateWithData({part.pattern()});
+        density.updateWithData({kt_SubPattern::pattern(row)});
     }
 }
 
@@ -232,5 +322,8 @@ void kt_CategoryModelBayesian::serialize_(ktArchive& archive, unsigned char vers
 {
     ktArchive::checkVersion(version);
     kt_CategoryModel::dispatchSerialize(archive);
+    if (archive.isLoading()) {
+        dropSingles();
+    }
     archive || groups_ || densities_;
 }

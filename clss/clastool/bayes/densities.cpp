@@ -92,6 +92,13 @@ kt_ProbabilityDensityFunction::~kt_ProbabilityDensityFunction() = default;
 
 void kt_ProbabilityDensityFunction::dispatchSerialize(ktArchive& archive)
 {
+    // No version byte of its own.
+    serialize_(archive, 0);
+}
+
+void kt_ProbabilityDensityFunction::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
     ktPersistent::dispatchSerialize(archive);
 }
 

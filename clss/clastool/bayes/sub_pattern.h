@@ -11,44 +11,54 @@
 /// The measurements of a pattern that one density sees, laid out for it without a pattern of their own on the heap.
 class kt_SubPattern {
 public:
+    /// Room for groups of up to `largest` measurements.
+    explicit kt_SubPattern(std::size_t largest) : values_(largest), valid_(largest) {}
+
     /// All measurements.
     explicit kt_SubPattern(const ktFeaturePattern& pattern)
-        : values_(static_cast<std::size_t>(pattern.numMeasurements())), valid_(values_.size())
+        : kt_SubPattern(static_cast<std::size_t>(pattern.numMeasurements()))
     {
         for (std::size_t i = 0; i < values_.size(); ++i) {
-            take(i, pattern, static_cast<long>(i));
+            place(i, pattern, static_cast<long>(i));
         }
     }
 
-    /// Those of a group, in its order. An index past the pattern's end counts as an invalid measurement.
-    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
-    kt_SubPattern(const ktFeaturePattern& pattern, const std::vector<long>& group)
-        : values_(group.size()), valid_(group.size())
+    /// Those of a group; see `take`.
+    kt_SubPattern(const ktFeaturePattern& pattern, const std::vector<long>& group) : kt_SubPattern(group.size())
+    {
+        take(pattern, group);
+    }
+
+    /// Lays out the measurements of a group, in its order, over those of before. An index past the pattern's end counts as
+    /// an invalid measurement.
+    /// Requires: room for the group. Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
+    ktNormalDensity::Row take(const ktFeaturePattern& pattern, const std::vector<long>& group)
     {
         for (std::size_t i = 0; i < group.size(); ++i) {
-            take(i, pattern, group[i]);
+            place(i, pattern, group[i]);
         }
+        return {values_.data(), valid_.data(), group.size()};
     }
 
     ktNormalDensity::Row row() { return {values_.data(), valid_.data(), values_.size()}; }
 
-    /// The same as a pattern, for densities that only know patterns.
-    ktFeaturePattern pattern()
+    /// A row as a pattern, for densities that only know patterns.
+    static ktFeaturePattern pattern(const ktNormalDensity::Row& row)
     {
         std::vector<long> invalid;
-        for (std::size_t i = 0; i < valid_.size(); ++i) {
-            if (!valid_[i]) {
+        for (std::size_t i = 0; i < row.size; ++i) {
+            if (!row.valid[i]) {
                 invalid.push_back(static_cast<long>(i));
             }
         }
-        return {std::vector<double>(values_.begin(), values_.end()), invalid};
+        return {std::vector<double>(row.values, row.values + row.size), invalid};
     }
 
 private:
-    void take(std::size_t place, const ktFeaturePattern& pattern, long index)
+    void place(std::size_t at, const ktFeaturePattern& pattern, long index)
     {
-        valid_[place] = pattern.isValid(index);
-        values_[place] = pattern.featureMeasurement(index, false);
+        valid_[at] = pattern.isValid(index);
+        values_[at] = pattern.featureMeasurement(index, false);
     }
 
     kt_Scratch<double> values_;

@@ -15,11 +15,13 @@ inline void kt_pollAttention()
     }
 }
 
-/// One category on its way through the decision rule, and a number that goes with it: its score, its posterior, at last its
-/// place.
+/// One category on its way through the decision rule.
 struct kt_Verdict {
     ktClassifierCategoryResult category;
-    double weight;
+    /// Its score, then its prior, its posterior, at last its place.
+    double weight = 0.0;
+    /// What deciding for it costs.
+    double cost = 0.0;
 };
 
 /// The decision rule behind ktClassifierResult's cost-weighted constructor, for the techniques' runs: it reuses the storage
@@ -37,4 +39,7 @@ public:
 
     /// Sorts the verdicts by ascending expected cost and hands them to the result.
     static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
+
+private:
+    static void sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs);
 };

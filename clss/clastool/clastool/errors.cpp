@@ -75,63 +75,63 @@ void Errors::serialize_(ktArchive& archive, unsigned char version)
     ktExceptionWithString::dispatchSerialize(archive);
 }
 
-template <long Number>
-ConcreteError<Number>::ConcreteError(const std::string& message) : Errors(message)
+template <class Concrete, long Number>
+ConcreteError<Concrete, Number>::ConcreteError(const std::string& message) : Errors(message)
 {
 }
 
-template <long Number>
-ConcreteError<Number>::ConcreteError(const ConcreteError&) = default;
+template <class Concrete, long Number>
+ConcreteError<Concrete, Number>::ConcreteError(const ConcreteError&) = default;
 
-template <long Number>
-ConcreteError<Number>& ConcreteError<Number>::operator=(const ConcreteError&) = default;
+template <class Concrete, long Number>
+ConcreteError<Concrete, Number>& ConcreteError<Concrete, Number>::operator=(const ConcreteError&) = default;
 
-template <long Number>
-ConcreteError<Number>::~ConcreteError() = default;
+template <class Concrete, long Number>
+ConcreteError<Concrete, Number>::~ConcreteError() = default;
 
-template <long Number>
-long ConcreteError<Number>::errorNumber() const
+template <class Concrete, long Number>
+long ConcreteError<Concrete, Number>::errorNumber() const
 {
     return Number;
 }
 
-template <long Number>
-void ConcreteError<Number>::suicideAndRethrow()
+template <class Concrete, long Number>
+void ConcreteError<Concrete, Number>::suicideAndRethrow()
 {
-    ktException::rethrowCopyOf(this);
+    ktException::rethrowCopyOf(static_cast<Concrete*>(this));
 }
 
-template <long Number>
-void ConcreteError<Number>::dispatchSerialize(ktArchive& archive)
+template <class Concrete, long Number>
+void ConcreteError<Concrete, Number>::dispatchSerialize(ktArchive& archive)
 {
     dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
 }
 
-template <long Number>
-void ConcreteError<Number>::serialize_(ktArchive& archive, unsigned char version)
+template <class Concrete, long Number>
+void ConcreteError<Concrete, Number>::serialize_(ktArchive& archive, unsigned char version)
 {
     ktArchive::checkVersion(version, nameOf(Number));
     Errors::dispatchSerialize(archive);
 }
 
-template <long Number>
-ktPersistent* ConcreteError<Number>::make()
+template <class Concrete, long Number>
+ktPersistent* ConcreteError<Concrete, Number>::make()
 {
-    return new ConcreteError;
+    return new Concrete;
 }
 
-template <long Number>
-const kt_Instantiator ConcreteError<Number>::sExemplar(typeid(ConcreteError<Number>), &ConcreteError<Number>::make,
-                                                       nameOf(Number));
+template <class Concrete, long Number>
+const kt_Instantiator ConcreteError<Concrete, Number>::sExemplar(typeid(Concrete), &ConcreteError<Concrete, Number>::make,
+                                                                 nameOf(Number));
 
-template class ktClassifierDefs::ConcreteError<0x10004200>;
-template class ktClassifierDefs::ConcreteError<0x10004201>;
-template class ktClassifierDefs::ConcreteError<0x10004202>;
-template class ktClassifierDefs::ConcreteError<0x10004203>;
-template class ktClassifierDefs::ConcreteError<0x10004204>;
-template class ktClassifierDefs::ConcreteError<0x10004205>;
-template class ktClassifierDefs::ConcreteError<0x10004206>;
-template class ktClassifierDefs::ConcreteError<0x10004207>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadParams, 0x10004200>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::NotTrained, 0x10004201>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadIndex, 0x10004202>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadLabel, 0x10004203>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadMethod, 0x10004204>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::NotImplemented, 0x10004205>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadFeatures, 0x10004206>;
+template class ktClassifierDefs::ConcreteError<ktClassifierDefs::InsufficientTrainData, 0x10004207>;
 
 ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status)
 {

@@ -4,17 +4,6 @@
 
 std::atomic<unsigned long> kt_patternRevision{0};
 
-namespace {
-
-void requireNonNegative(long index)
-{
-    if (index < 0) {
-        throw ktClassifierDefs::BadIndex("Feature measurement indices must be >= 0");
-    }
-}
-
-}  // namespace
-
 const kt_Instantiator ktFeaturePattern::sExemplar(typeid(ktFeaturePattern), &ktFeaturePattern::make);
 
 ktPersistent* ktFeaturePattern::make()
@@ -28,7 +17,9 @@ ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, cons
     : validity_(measurements.size(), true)
 {
     for (const long index : invalidIndices) {
-        requireNonNegative(index);
+        if (index < 0) {
+            throwNegativeIndex();
+        }
         if (static_cast<std::size_t>(index) >= measurements.size()) {
             throw ktClassifierDefs::BadIndex("Feature measurement indices must be < number of features");
         }
@@ -64,24 +55,14 @@ void ktFeaturePattern::changing() noexcept
     }
 }
 
-long ktFeaturePattern::numMeasurements() const
+void ktFeaturePattern::throwNegativeIndex()
 {
-    return static_cast<long>(measurements_.size());
+    throw ktClassifierDefs::BadIndex("Feature measurement indices must be >= 0");
 }
 
-bool ktFeaturePattern::isValid(long index) const
+void ktFeaturePattern::throwNotValid()
 {
-    requireNonNegative(index);
-    return index < numMeasurements() && holdsValid(static_cast<std::size_t>(index));
-}
-
-double ktFeaturePattern::featureMeasurement(long index, bool throwIfNotAvailable) const
-{
-    const bool valid = isValid(index);
-    if (!valid && throwIfNotAvailable) {
-        throw ktClassifierDefs::BadFeatures("The measurement for the specified measurement index is not valid.");
-    }
-    return index < numMeasurements() ? measurements_[static_cast<std::size_t>(index)] : 0.0;
+    throw ktClassifierDefs::BadFeatures("The measurement for the specified measurement index is not valid.");
 }
 
 const std::vector<double>& ktFeaturePattern::featureMeasurements(bool throwIfAnyInvalid) const
@@ -125,11 +106,16 @@ void ktFeaturePattern::serialize_(ktArchive& archive, unsigned char version)
 {
     ktArchive::checkVersion(version);
     ktPersistent::dispatchSerialize(archive);
-    if (archive.isLoading()) {
-        changing();
+    if (archive.isStoring()) {
+        archive || measurements_ || validity_;
+        return;
     }
-    archive || measurements_ || validity_;
-    if (archive.isLoading()) {
-        countInvalid();
-    }
+    // Loaded aside, so that the count fits the flags also when loading fails half way.
+    std::vector<double> measurements;
+    std::vector<bool> validity;
+    archive || measurements || validity;
+    changing();
+    measurements_.swap(measurements);
+    validity_.swap(validity);
+    countInvalid();
 }

@@ -36,15 +36,35 @@ void requireUniqueLabels(Verdicts& verdicts)
     }
 }
 
-/// Ascending; NaN comes after every number, so that the order is one whatever the costs are. Equal costs keep their places.
-bool comesBefore(const kt_Verdict& a, const kt_Verdict& b)
+/// Ascending; NaN comes after every number, so that the order is one whatever the costs are.
+bool costsLess(const kt_Verdict& a, const kt_Verdict& b)
 {
     const double costA = a.category.expectedCost();
     const double costB = b.category.expectedCost();
-    if (std::isnan(costA) || std::isnan(costB)) {
-        return std::isnan(costA) == std::isnan(costB) ? a.weight < b.weight : std::isnan(costB);
+    return costA < costB || (std::isnan(costB) && !std::isnan(costA));
+}
+
+/// Equal costs keep their places, without the memory that std::stable_sort takes: few verdicts are sorted by insertion, more
+/// of them with their places as second key.
+void sortByCost(Verdicts& verdicts)
+{
+    if (verdicts.size() <= 32) {
+        for (kt_Verdict* next = verdicts.begin(); next != verdicts.end(); ++next) {
+            const kt_Verdict inserted = *next;
+            kt_Verdict* place = next;
+            for (; place != verdicts.begin() && costsLess(inserted, place[-1]); --place) {
+                *place = place[-1];
+            }
+            *place = inserted;
+        }
+        return;
     }
-    return costA == costB ? a.weight < b.weight : costA < costB;
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        verdicts[i].weight = static_cast<double>(i);
+    }
+    std::sort(verdicts.begin(), verdicts.end(), [](const kt_Verdict& a, const kt_Verdict& b) {
+        return costsLess(a, b) || (!costsLess(b, a) && a.weight < b.weight);
+    });
 }
 
 /// Notes the priors as weights and returns their sum.
@@ -78,19 +98,6 @@ double weighByMatch(Verdicts& verdicts, double priorSum)
         throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
     }
     return sum;
-}
-
-/// What deciding for category j costs, not yet divided by the sum of the posteriors.
-double costOfDeciding(Verdicts& verdicts, std::size_t j, const ktClassifierCosts& costs)
-{
-    const long decided = verdicts[j].category.categoryLabel();
-    double cost = 0.0;
-    for (std::size_t i = 0; i < verdicts.size(); ++i) {
-        if (i != j) {
-            cost += costs.misclassificationCost(verdicts[i].category.categoryLabel(), decided) * verdicts[i].weight;
-        }
-    }
-    return cost;
 }
 
 }  // namespace
@@ -166,23 +173,40 @@ void kt_DecisionRule::decide(ktClassifierResult& result, kt_Scratch<kt_Verdict>&
     requireUniqueLabels(verdicts);
     const double priorSum = lookUpPriors(verdicts, frequencies);
     const double sum = weighByMatch(verdicts, priorSum);
-    // A category's place takes its verdict at once: the others only need its label and its weight.
-    for (std::size_t j = 0; j < verdicts.size(); ++j) {
-        const CategoryResult& match = verdicts[j].category;
-        const double cost = costOfDeciding(verdicts, j, costs);
-        verdicts[j].category =
-            CategoryResult(match.categoryLabel(), match.matchScore(), verdicts[j].weight / sum, cost / sum);
+    sumCosts(verdicts, costs);
+    for (kt_Verdict& verdict : verdicts) {
+        const CategoryResult& match = verdict.category;
+        verdict.category =
+            CategoryResult(match.categoryLabel(), match.matchScore(), verdict.weight / sum, verdict.cost / sum);
     }
     conclude(result, verdicts, matchScoreFactorLog);
+}
+
+/// What deciding for each category costs, not yet divided by the sum of the posteriors. Each sum takes its terms in
+/// ascending order of the true category.
+void kt_DecisionRule::sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs)
+{
+    for (kt_Verdict& verdict : verdicts) {
+        verdict.cost = 0.0;
+    }
+    const bool isUniform = costs.hasNoOverrides();
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        const long truth = verdicts[i].category.categoryLabel();
+        const double posterior = verdicts[i].weight;
+        const double uniform = costs.defaultMisclassificationCost() * posterior;
+        for (std::size_t j = 0; j < verdicts.size(); ++j) {
+            if (i != j) {
+                const long decided = verdicts[j].category.categoryLabel();
+                verdicts[j].cost += isUniform ? uniform : costs.misclassificationCost(truth, decided) * posterior;
+            }
+        }
+    }
 }
 
 void kt_DecisionRule::conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog)
 {
     result.results_.reserve(verdicts.size());
-    for (std::size_t i = 0; i < verdicts.size(); ++i) {
-        verdicts[i].weight = static_cast<double>(i);
-    }
-    std::sort(verdicts.begin(), verdicts.end(), comesBefore);
+    sortByCost(verdicts);
     result.results_.clear();
     for (const kt_Verdict& verdict : verdicts) {
         result.results_.push_back(verdict.category);

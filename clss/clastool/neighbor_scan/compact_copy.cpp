@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <typeinfo>
 
 namespace {
 
@@ -51,7 +52,8 @@ void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
 bool kt_CompactCopy::measure(const ktClassifierDataProviderMemory& store)
 {
     const auto& patterns = store.patterns_;
-    if (patterns.empty() || patterns.front().isNull()) {
+    // A store derived from the library's may count and give out its patterns in its own way.
+    if (typeid(store) != typeid(ktClassifierDataProviderMemory) || patterns.empty() || patterns.front().isNull()) {
         return false;
     }
     numRows_ = patterns.size();

@@ -40,6 +40,7 @@ public:
 private:
     template <class T>
     friend class ktPtrHandle;
+    friend class ktPersistent;
 
     mutable std::atomic<std::int32_t> count_{0};
 };

@@ -74,6 +74,25 @@ public:
     /// to 32 measurements.
     long logDensity(const Row& row, double& value) const;
 
+    /// What the density of a single measurement is evaluated with: its log density at x is
+    /// `held(logScale - 0.5 * (z * z))`, z = inverseDeviation * (x - mean).
+    struct Single {
+        double mean;
+        double inverseDeviation;
+        double logScale;
+    };
+    /// A log density within +-1e300, and -1e300 for NaN, so that sums stay finite.
+    static double held(double logDensity) noexcept
+    {
+        const double notBelow = logDensity >= -1e300 ? logDensity : -1e300;
+        return notBelow <= 1e300 ? notBelow : 1e300;
+    }
+    /// False for more or fewer measurements than one, and for a count below 1.
+    bool single(Single& constants) const;
+    /// Advances whenever a density that was evaluated changes, so that who keeps constants of one can tell that they may be
+    /// out of date.
+    static unsigned long evaluatedRevision() noexcept { return evaluatedRevision_.load(std::memory_order_relaxed); }
+
     /// Equal mean, covariance and count, compared exactly, no tolerance.
     friend bool operator==(const ktNormalDensity& a, const ktNormalDensity& b)
     {
@@ -97,4 +116,5 @@ private:
     // Working storage of a learning step, kept so that a step cannot run out of memory half way.
     std::vector<double> deviations_;
     mutable std::atomic<const Factors*> factors_{nullptr};
+    static std::atomic<unsigned long> evaluatedRevision_;
 };

@@ -36,8 +36,8 @@ public:
     /// object once a pass) and leaves `result` alone. Loading re-creates the object through the class registry and gives it back in
     /// `result`, null for a null pointer.
     ///
-    /// Ownership: a loaded object derived from ktRepBase is held by the pass until it ends; who wants to keep it makes a
-    /// handle in a ktArchive::Pass opened around the call. An object without a count belongs to the caller.
+    /// Ownership: a loaded object belongs to the caller: one derived from ktRepBase until the first handle takes it, any
+    /// other until it is deleted. A caller that opened a ktArchive::Pass around the call makes the handle before that ends.
     /// Throws: ktArchive::Errors; whatever the object's own layers throw.
     static void serializePointer(ktArchive& archive, ktPersistent* object, ktPersistent*& result);
 
@@ -50,20 +50,29 @@ protected:
     virtual bool loadSimple(ktArchive& archive);
 
     /// Whether the current pass of this thread has visited the layer of `extent` bytes of this object. False outside a pass.
-    static bool haveVisited(const ktPersistent* object, std::size_t extent);
+    /// `layer` points to the layer, usually `this`: layers of one object may have equal extents, but not at one address.
+    template <class Layer>
+    static bool haveVisited(const Layer* layer, std::size_t extent)
+    {
+        return haveVisited(layer, layer, extent);
+    }
     /// Marks the layer of `extent` bytes as visited in the current pass of this thread. Nothing happens outside a pass.
-    static void setVisited(const ktPersistent* object, std::size_t extent);
+    template <class Layer>
+    static void setVisited(const Layer* layer, std::size_t extent)
+    {
+        setVisited(layer, layer, extent);
+    }
 
     /// The whole of a layer's `dispatchSerialize`: unless visited, the version byte, then `body(version)`, then the mark.
     /// `body` refuses the versions it does not know.
-    template <class Body>
-    static void dispatchLayer(ktArchive& archive, const ktPersistent* object, std::size_t extent, Body body)
+    template <class Layer, class Body>
+    static void dispatchLayer(ktArchive& archive, const Layer* layer, std::size_t extent, Body body)
     {
-        if (haveVisited(object, extent)) {
+        if (haveVisited(layer, extent)) {
             return;
         }
         body(archiveVersion(archive));
-        setVisited(object, extent);
+        setVisited(layer, extent);
     }
 
 private:
@@ -71,6 +80,8 @@ private:
     friend class kt_ArchivePass;
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
 
+    static bool haveVisited(const ktPersistent* object, const void* layer, std::size_t extent);
+    static void setVisited(const ktPersistent* object, const void* layer, std::size_t extent);
     static unsigned char archiveVersion(ktArchive& archive);
     void mutating_() noexcept;
 
