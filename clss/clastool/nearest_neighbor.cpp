@@ -400,9 +400,10 @@ bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<st
     if (copy_.isNull() || !copy_->isCurrent(*trainingData_)) {
         return false;
     }
-    const ktPtrHandle_const<ktPatternDistanceMetric> metric = params_.distanceMetric();
+    const ktPtrHandle_const<ktPatternDistanceMetric> held = params_.distanceMetric();
+    const ktPatternDistanceMetric* const metric = held.get();
     // A metric derived from the norm may measure in its own way: only the norm itself may be hurried past it.
-    if (metric.isNull() || typeid(*metric.get()) != typeid(ktPatternDistanceMetricNorm)) {
+    if (metric == nullptr || typeid(*metric) != typeid(ktPatternDistanceMetricNorm)) {
         return false;
     }
     const double order = static_cast<const ktPatternDistanceMetricNorm&>(*metric).order();

@@ -72,7 +72,8 @@ ktClsFtSc::~ktClsFtSc() = default;
 
 ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore() = default;
 ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore(const ktClassifierFeatureScoreIgnore&) = default;
-ktClassifierFeatureScoreIgnore& ktClassifierFeatureScoreIgnore::operator=(const ktClassifierFeatureScoreIgnore&) = default;
+ktClassifierFeatureScoreIgnore& ktClassifierFeatureScoreIgnore::operator=(const ktClassifierFeatureScoreIgnore&) =
+    default;
 ktClassifierFeatureScoreIgnore::~ktClassifierFeatureScoreIgnore() = default;
 
 double ktClassifierFeatureScoreIgnore::score(double) const
@@ -172,8 +173,8 @@ ktClassifierFeatureScoreTwoSided& ktClassifierFeatureScoreTwoSided::operator=(co
     default;
 ktClassifierFeatureScoreTwoSided::~ktClassifierFeatureScoreTwoSided() = default;
 
-void ktClassifierFeatureScoreTwoSided::init(double x0, double x1, double xc, double x0h, double x1h, double xch, double y0,
-                                            double y1, double y0h, double y1h)
+void ktClassifierFeatureScoreTwoSided::init(double x0, double x1, double xc, double x0h, double x1h, double xch,
+                                            double y0, double y1, double y0h, double y1h)
 {
     if (reachesPast(x0, x1, xc, std::min({x0h, x1h, xch}))) {
         throw ktClassifierDefs::BadParams("x0 > lowest || x1 > lowest || xc > lowest");
@@ -279,7 +280,9 @@ ktArchive& operator||(ktArchive& archive, ktPtrHandle<ktClsFtSc>& handle)
     return archive;
 }
 
-ktClassifierFeatureVector::ktClassifierFeatureVector(const std::vector<double>& featureValues) : values_(featureValues) {}
+ktClassifierFeatureVector::ktClassifierFeatureVector(const std::vector<double>& featureValues) : values_(featureValues)
+{
+}
 
 ktArchive& operator||(ktArchive& archive, ktClassifierFeatureVector& featureVector)
 {
@@ -382,8 +385,7 @@ long ktClassifierRuleTable::classifyHardThreshold(const ktClassifierFeatureVecto
     }
     if (featureVector.featureValues().size() != rules_.front().scoringMethods().size()) {
         // Kept on purpose: the unbalanced parenthesis.
-        throw ktClassifierDefs::BadParams(
-            "featureVector.featureValues().size() != rules_[0].scoringMethods().size())");
+        throw ktClassifierDefs::BadParams("featureVector.featureValues().size() != rules_[0].scoringMethods().size())");
     }
     for (const ktClassifierRule& rule : rules_) {
         if (rule.score(featureVector) > hardThreshold) {

@@ -35,13 +35,13 @@ void ktPersistent::serializePointer(ktArchive& archive, ktPersistent* object, kt
     }
 }
 
-bool ktPersistent::haveVisited(const ktPersistent* object, const void* layer, std::size_t extent)
+bool ktPersistent::isLayerVisited(const ktPersistent* object, const void* layer, std::size_t extent)
 {
     const kt_ArchivePass* pass = kt_ArchivePass::current();
     return pass != nullptr && pass->haveVisited(object, {layer, extent});
 }
 
-void ktPersistent::setVisited(const ktPersistent* object, const void* layer, std::size_t extent)
+void ktPersistent::markLayer(const ktPersistent* object, const void* layer, std::size_t extent)
 {
     if (kt_ArchivePass* pass = kt_ArchivePass::current()) {
         pass->setVisited(object, {layer, extent});

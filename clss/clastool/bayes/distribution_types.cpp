@@ -197,7 +197,10 @@ ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes::Distrib
 {
     unsigned long value = type;
     archive || value;
-    type = static_cast<ktClassifierDistributionTypes::DistributionType>(value);
+    if (archive.isLoading()) {
+        // Storing must not even write the same value: two threads may store objects that share these types.
+        type = static_cast<ktClassifierDistributionTypes::DistributionType>(value);
+    }
     return archive;
 }
 

@@ -54,13 +54,13 @@ protected:
     template <class Layer>
     static bool haveVisited(const Layer* layer, std::size_t extent)
     {
-        return haveVisited(layer, layer, extent);
+        return isLayerVisited(layer, layer, extent);
     }
     /// Marks the layer of `extent` bytes as visited in the current pass of this thread. Nothing happens outside a pass.
     template <class Layer>
     static void setVisited(const Layer* layer, std::size_t extent)
     {
-        setVisited(layer, layer, extent);
+        markLayer(layer, layer, extent);
     }
 
     /// The whole of a layer's `dispatchSerialize`: unless visited, the version byte, then `body(version)`, then the mark.
@@ -80,8 +80,8 @@ private:
     friend class kt_ArchivePass;
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
 
-    static bool haveVisited(const ktPersistent* object, const void* layer, std::size_t extent);
-    static void setVisited(const ktPersistent* object, const void* layer, std::size_t extent);
+    static bool isLayerVisited(const ktPersistent* object, const void* layer, std::size_t extent);
+    static void markLayer(const ktPersistent* object, const void* layer, std::size_t extent);
     static unsigned char archiveVersion(ktArchive& archive);
     void mutating_() noexcept;
 

@@ -1,0 +1,79 @@
+# What the scripts share. Each of them sources this file first.
+
+set -euo pipefail
+top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$top"
+
+missing=()
+
+# need PACKAGE WHY PROBE...: notes that PACKAGE is to be installed unless the command PROBE succeeds.
+need() {
+    local package=$1 why=$2
+    shift 2
+    "$@" >/dev/null 2>&1 || missing+=("$package|$why")
+}
+
+installed() { [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
+
+need_build_tools() {
+    need g++ "the compiler" command -v g++
+    need cmake "configures the build" command -v cmake
+    need ninja-build "runs the build" command -v ninja
+}
+
+need_test_tools() {
+    need_build_tools
+    need googletest "the tests are written with it; it is compiled from its source" test -e /usr/src/googletest/CMakeLists.txt
+    need libeigen3-dev "another implementation of linear algebra, to check the normal density with" test -e /usr/include/eigen3/Eigen/Dense
+}
+
+need_check_tools() {
+    need_test_tools
+    need clang "the second compiler" command -v clang++
+    need libclang-rt-dev "the runtime of its sanitizers" installed libclang-rt-dev
+    need clang-format "checks the layout of the sources" command -v clang-format
+    need clang-tidy "checks the sources for common mistakes" command -v clang-tidy
+    need pkg-config "a program outside is built with it" command -v pkg-config
+    need git "lists the files of the project" command -v git
+    # Not the package g++-multilib, which cannot be installed beside a cross compiler.
+    local version
+    version=$(g++ -dumpversion 2>/dev/null) || version=12
+    need "g++-$version-multilib" "compiles 32-bit programs" installed "g++-$version-multilib"
+}
+
+# Installs what was found missing, or says what it is and stops.
+install_missing() {
+    [ ${#missing[@]} -gt 0 ] || return 0
+    local packages=("${missing[@]%%|*}") entry
+    echo "Packages that this needs and that are not here:" >&2
+    for entry in "${missing[@]}"; do
+        echo "    ${entry%%|*}: ${entry#*|}" >&2
+    done
+    if ! command -v apt-get >/dev/null; then
+        echo "There is no apt-get here to install them with. Install what they stand for, or see README.md for the plain CMake lines." >&2
+        exit 1
+    fi
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "Installing them takes root. Run this as root, then try again:" >&2
+        echo "    apt-get update && apt-get install --no-install-recommends ${packages[*]}" >&2
+        exit 1
+    fi
+    echo "Installing them with apt-get ..." >&2
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -q >&2
+    apt-get install -q -y --no-install-recommends "${packages[@]}" >&2
+    missing=()
+}
+
+# build PRESET [TARGET...]: configures and builds in build/PRESET; what did not change is not built again.
+build() {
+    local preset=$1
+    shift
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}

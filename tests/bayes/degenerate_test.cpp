@@ -1,0 +1,334 @@
+// Training sets that real inspection lines produce: too few samples, measurements that never change, measurements that say
+// the same twice, values far from zero or hardly different from it.
+
+#include "bayes_kit.h"
+#include "support/normal_reference.h"
+
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using bayes::answer;
+using bayes::entryFor;
+using bayes::Indices;
+using bayes::Params;
+using bayes::Types;
+using kt_test::expectThrows;
+using kt_test::Labelled;
+using kt_test::labelsOf;
+using kt_test::Rows;
+
+constexpr double denormal = 4.9406564584124654e-324;
+
+struct DegenerateSet {
+    const char* label;
+    Rows rows;
+    /// Whether every variance and mean stay clear of the last-resort floor, of overflow and of underflow.
+    bool scales;
+};
+
+Rows shifted(Rows rows, double offset)
+{
+    for (std::vector<double>& row : rows) {
+        for (double& value : row) {
+            value += offset;
+        }
+    }
+    return rows;
+}
+
+const std::vector<DegenerateSet>& degenerateSets()
+{
+    static const std::vector<DegenerateSet> sets = {
+        {"one sample", {{1.0, 2.0, 3.0}}, true},
+        {"two equal samples", {{1.0, 2.0, 3.0}, {1.0, 2.0, 3.0}}, true},
+        {"two samples", {{1.0, 2.0, 3.0}, {1.5, 1.0, 7.0}}, true},
+        {"a constant measurement",
+         {{1.0, 5.0, 3.0}, {2.0, 5.0, 2.0}, {4.0, 5.0, 9.0}, {3.0, 5.0, 1.0}, {0.5, 5.0, 4.0}},
+         true},
+        {"a measurement constant at zero", {{1.0, 0.0, 3.0}, {2.0, 0.0, 2.0}, {4.0, 0.0, 9.0}, {3.0, 0.0, 1.0}}, false},
+        {"a measurement that is twice another",
+         {{1.0, 2.0, 3.0}, {2.0, 4.0, 2.0}, {4.0, 8.0, 9.0}, {3.0, 6.0, 1.0}, {9.0, 18.0, 4.0}},
+         true},
+        {"all on one line", {{1.0, 2.0, -3.0}, {2.0, 4.0, -6.0}, {4.0, 8.0, -12.0}, {3.0, 6.0, -9.0}}, true},
+        {"fewer samples than measurements", {{1.0, 2.0, 3.0}, {2.0, 7.0, 2.0}, {4.0, 1.0, 9.0}}, true},
+        {"far from zero", shifted(kt_test::TrainingSet{20, 3, 0.0, 4.0, 31}.rows(), 1e9), true},
+        {"denormal values",
+         {{denormal, 2 * denormal, 0.0}, {3 * denormal, denormal, denormal}, {0.0, 5 * denormal, denormal}},
+         false},
+        {"huge values", {{1e300, -1e300, 2e300}, {-1e300, 1.5e300, 1e299}, {5e300, 1e300, -1e300}}, false},
+        {"huge equal values", {{1e300, 1e300, 1e300}, {1e300, 1e300, 1e300}}, false},
+        {"values at the end of the range", {{1.7e308, -1.7e308, 0.0}, {-1.7e308, 1.7e308, 1.0}}, false},
+    };
+    return sets;
+}
+
+/// Patterns near the sets, far from them, and at the ends of the range.
+const Rows& queries()
+{
+    static const Rows made = {{1.0, 2.0, 3.0},       {0.0, 0.0, 0.0}, {2.0, 4.0, 5.0},       {2.0, 4.5, 5.0},
+                              {-7.0, 100.0, 1e6},    {1e9, 1e9, 1e9}, {1e300, 1e300, 1e300}, {-1e308, 1e308, 1e308},
+                              {denormal, 0.0, 1e-9}, {1.0, 5.0, 3.0}, {1.0, 5.0000001, 3.0}};
+    return made;
+}
+
+const std::vector<Indices>& missing()
+{
+    static const std::vector<Indices> lists = {{}, {0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}};
+    return lists;
+}
+
+std::vector<Labelled> labelled(const Rows& rows, long label)
+{
+    std::vector<Labelled> list;
+    for (const std::vector<double>& row : rows) {
+        list.push_back({row, label});
+    }
+    return list;
+}
+
+/// All three measurements in one group, or each alone.
+Params grouped(bool jointly)
+{
+    Types types;
+    for (long label = 0; jointly && label < 3; ++label) {
+        types.setDependent(label, {0, 1, 2});
+    }
+    return {types};
+}
+
+TEST(DegenerateSets, GiveFiniteLogDensities)
+{
+    for (const DegenerateSet& set : degenerateSets()) {
+        SCOPED_TRACE(set.label);
+        kt_PDFMultivariateNormal density;
+        density.updateWithData(bayes::patterns(set.rows));
+        for (const std::vector<double>& query : queries()) {
+            for (const Indices& invalid : missing()) {
+                const double value = density.logValue(ktFeaturePattern(query, invalid));
+                EXPECT_TRUE(value >= -1e300 && value <= 1e300) << value;
+            }
+        }
+    }
+}
+
+TEST(DegenerateSets, GiveTheirOwnSamplesMoreThanFarPatterns)
+{
+    for (const DegenerateSet& set : degenerateSets()) {
+        if (!set.scales) {
+            continue;
+        }
+        kt_PDFMultivariateNormal density;
+        density.updateWithData(bayes::patterns(set.rows));
+        for (const std::vector<double>& row : set.rows) {
+            EXPECT_GT(density.logValue(ktFeaturePattern(row, {})),
+                      density.logValue(ktFeaturePattern({1e12, -1e12, 1e12}, {})))
+                << set.label;
+        }
+    }
+}
+
+TEST(DegenerateSets, TrainAndRunBesideAHealthyCategory)
+{
+    const Rows healthy = kt_test::TrainingSet{30, 3, 2.0, 5.0, 32}.rows();
+    for (const DegenerateSet& set : degenerateSets()) {
+        for (const bool jointly : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << set.label << (jointly ? ", jointly" : ", independently"));
+            std::vector<Labelled> rows = labelled(healthy, 1);
+            for (const Labelled& row : labelled(set.rows, 2)) {
+                rows.push_back(row);
+            }
+            ktClassifierTool tool;
+            tool.train(kt_test::trainingData(rows), grouped(jointly));
+            for (const std::vector<double>& query : queries()) {
+                for (const Indices& invalid : missing()) {
+                    ktClassifierResult result;
+                    tool.run(ktFeaturePattern(query, invalid), result);
+                    const ktClassifierCategoryResult& best = result.categoryResults()[0];
+                    const ktClassifierCategoryResult& other = result.categoryResults()[1];
+                    EXPECT_NEAR(best.classScore() + other.classScore(), 1.0, 1e-15);
+                    EXPECT_EQ(std::max(best.matchScore(), other.matchScore()), 1.0);
+                    EXPECT_TRUE(std::isfinite(result.matchScoreFactorLog()));
+                    EXPECT_LE(best.expectedCost(), other.expectedCost());
+                }
+            }
+        }
+    }
+}
+
+TEST(DegenerateSets, SamplesOfOneSampleCategoriesAreRecognised)
+{
+    for (const bool jointly : {false, true}) {
+        const auto classifier =
+            bayes::trained({{{1.0, 2.0, 3.0}, 0}, {{1.0, 2.0, 3.5}, 1}, {{-4.0, 2.0, 3.0}, 2}}, grouped(jointly));
+        EXPECT_EQ(labelsOf(answer(classifier, ktFeaturePattern({1.0, 2.0, 3.0}, {})))[0], 0);
+        EXPECT_EQ(labelsOf(answer(classifier, ktFeaturePattern({1.0, 2.0, 3.5}, {})))[0], 1);
+        EXPECT_EQ(labelsOf(answer(classifier, ktFeaturePattern({-4.0, 2.0, 3.0}, {})))[0], 2);
+        EXPECT_EQ(labelsOf(answer(classifier, ktFeaturePattern({-4.0, 2.0, 3.0}, {2})))[0], 2);
+    }
+}
+
+TEST(DegenerateSets, OnlyInvalidPatternsCannotRun)
+{
+    kt_test::PatternHandle invalid = new ktFeaturePattern({1.0, 2.0}, {0, 1});
+    ktClassifierDataProviderMemory data;
+    data.addData(kt_test::pattern({1.0, 2.0}), 0);
+    data.addData(invalid, 4);
+    data.addData(invalid, 4);
+    ktClassifierTool tool;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(
+        "No valid data has been used to train the distribution for category 4", 0x10004207,
+        [&] { tool.train(data, Params()); });
+    EXPECT_FALSE(tool.isTrained());
+}
+
+TEST(DegenerateSets, MeasurementThatIsNeverValidSpoilsItsOwnGroupAlone)
+{
+    ktClassifierDataProviderMemory data;
+    data.addData(kt_test::pattern({1.0, 2.0, 9.0}, {2}), 4);
+    data.addData(kt_test::pattern({2.0, 3.0, 9.0}, {2}), 4);
+    Params params;
+    params.throwIfNotReady(false);
+    bayes::OpenBayesian classifier;
+    classifier.train(data, params);
+    const bayes::ModelFields model = bayes::fieldsOf(bayes::modelOf(bayes::fieldsOf(classifier), 0));
+    const long counts[] = {2, 2, 0};
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(bayes::fieldsOf(dynamic_cast<const kt_PDFMultivariateNormal&>(*model.densities.at(i))).count,
+                  counts[i]);
+    }
+}
+
+/// The rows with each measurement multiplied by a power of two of its own.
+Rows scaledBy(const std::vector<int>& exponents, Rows rows)
+{
+    for (std::vector<double>& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            row[i] = std::ldexp(row[i], exponents[i]);
+        }
+    }
+    return rows;
+}
+
+const std::vector<std::vector<int>>& powersOfTwo()
+{
+    static const std::vector<std::vector<int>> lists = {{1, 0, 0},    {0, 7, -3},   {20, -2, 40},
+                                                        {-1, -1, -1}, {60, 60, 60}, {3, 90, 0}};
+    return lists;
+}
+
+TEST(DegenerateSets, ScalingByPowersOfTwoShiftsTheLogDensityByTheirLogarithms)
+{
+    for (const DegenerateSet& set : degenerateSets()) {
+        for (const std::vector<int>& exponents : powersOfTwo()) {
+            if (!set.scales) {
+                continue;
+            }
+            SCOPED_TRACE(set.label);
+            kt_PDFMultivariateNormal density;
+            density.updateWithData(bayes::patterns(set.rows));
+            kt_PDFMultivariateNormal scaled;
+            scaled.updateWithData(bayes::patterns(scaledBy(exponents, set.rows)));
+            const double shift = (exponents[0] + exponents[1] + exponents[2]) * std::log(2.0);
+            for (const std::vector<double>& row : set.rows) {
+                const double value = density.logValue(ktFeaturePattern(row, {}));
+                const double scaledValue = scaled.logValue(ktFeaturePattern(scaledBy(exponents, {row})[0], {}));
+                EXPECT_NEAR(scaledValue, value - shift, 1e-13 * (std::abs(value) + std::abs(shift) + 1.0));
+            }
+        }
+    }
+}
+
+TEST(DegenerateSets, ScalingByPowersOfTwoChangesNoDecision)
+{
+    const Rows healthy = kt_test::TrainingSet{30, 3, 2.0, 5.0, 33}.rows();
+    const Rows tested = kt_test::TrainingSet{60, 3, 2.5, 3.0, 34}.rows();
+    long decisions = 0;
+    for (const DegenerateSet& set : degenerateSets()) {
+        for (const std::vector<int>& exponents : powersOfTwo()) {
+            for (const bool jointly : {false, true}) {
+                if (!set.scales) {
+                    continue;
+                }
+                SCOPED_TRACE(set.label);
+                const auto trainedOn = [&](const Rows& one, const Rows& two) {
+                    std::vector<Labelled> rows = labelled(one, 1);
+                    for (const Labelled& row : labelled(two, 2)) {
+                        rows.push_back(row);
+                    }
+                    return bayes::trained(rows, grouped(jointly));
+                };
+                const auto original = trainedOn(healthy, set.rows);
+                const auto scaled = trainedOn(scaledBy(exponents, healthy), scaledBy(exponents, set.rows));
+                Rows all = tested;
+                all.insert(all.end(), set.rows.begin(), set.rows.end());
+                for (const std::vector<double>& row : all) {
+                    for (const Indices& invalid : {Indices{}, Indices{1}}) {
+                        const ktFeaturePattern query(row, invalid);
+                        const ktFeaturePattern scaledQuery(scaledBy(exponents, {row})[0], invalid);
+                        EXPECT_EQ(labelsOf(answer(scaled, scaledQuery)), labelsOf(answer(original, query)));
+                        ++decisions;
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_GT(decisions, 10000);
+}
+
+TEST(DegenerateSets, AtTheLastResortFloorUnitsMatter)
+{
+    // A measurement constant at zero shows no unit, so its floor is a plain number, and one distance counts for more or less
+    // with the unit that it is told in.
+    kt_PDFMultivariateNormal density;
+    density.updateWithData(bayes::patterns({{0.0}, {0.0}}));
+    const double inMetres =
+        density.logValue(ktFeaturePattern({1e-9}, {})) - density.logValue(ktFeaturePattern({0.0}, {}));
+    const double inNanometres =
+        density.logValue(ktFeaturePattern({1.0}, {})) - density.logValue(ktFeaturePattern({0.0}, {}));
+    EXPECT_NEAR(inMetres, -0.5, 1e-12);
+    EXPECT_NEAR(inNanometres, -0.5e18, 1e4);
+}
+
+TEST(DegenerateSets, MarginalsAgreeWithNumericalIntegration)
+{
+    // The floored directions are narrow: the integral runs over 40 of the conditional spreads around the conditional mean,
+    // which the density itself shows by its largest value.
+    struct Row {
+        const char* label;
+        Rows rows;
+        std::vector<double> at;
+    };
+    const Row sets[] = {
+        {"one sample", {{1.0, 2.0}}, {1.0, 2.0 + 1e-7}},
+        {"collinear", {{1.0, 2.0}, {2.0, 4.0}, {4.0, 8.0}, {3.0, 6.0}}, {2.5, 5.25}},
+        {"a constant", {{1.0, 5.0}, {2.0, 5.0}, {4.0, 5.0}}, {2.0, 5.0}},
+    };
+    for (const Row& set : sets) {
+        SCOPED_TRACE(set.label);
+        kt_PDFMultivariateNormal density;
+        density.updateWithData(bayes::patterns(set.rows));
+        const kt_test::Moments floored = kt_test::flooredReference(kt_test::twoPassMoments(set.rows));
+        for (const long kept : {0L, 1L}) {
+            const long out = 1 - kept;
+            const auto c = static_cast<std::size_t>(kept);
+            const long double slope = floored.covariance(out, kept) / floored.covariance(kept, kept);
+            const auto centre = static_cast<double>(floored.mean(out) + slope * (set.at[c] - floored.mean(kept)));
+            const auto spread =
+                static_cast<double>(std::sqrt(floored.covariance(out, out) - slope * floored.covariance(out, kept)));
+            double sum = 0.0;
+            constexpr int steps = 2000;
+            for (int i = 0; i <= steps; ++i) {
+                const double other = centre + (40.0 * i / steps - 20.0) * spread;
+                sum += std::exp(density.logValue(ktFeaturePattern(
+                    kept == 0 ? std::vector<double>{set.at[c], other} : std::vector<double>{other, set.at[c]}, {})));
+            }
+            const double integral = sum * 40.0 * spread / steps;
+            const double marginal = std::exp(density.logValue(ktFeaturePattern({set.at[c], set.at[c]}, {out})));
+            EXPECT_NEAR(integral / marginal, 1.0, 1e-6) << "measurement " << kept << " kept";
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,282 @@
+#include "bayes_kit.h"
+#include "support/allocations.h"
+#include "support/bytes.h"
+#include "support/technique.h"
+
+namespace {
+
+using bayes::Params;
+using bayes::Types;
+using kt_test::expectThrows;
+using kt_test::storedAndLoaded;
+
+constexpr const char* unknownVersion = "Unknown version in an archive.";
+
+/// The hooks of the parameters, open to a test.
+struct OpenParams : Params {
+    using Params::Params;
+    explicit OpenParams(const Params& params) : Params(params) {}
+    using Params::isEqual_;
+    using Params::isSameTechnique_;
+    using Params::newClassifier_;
+    using Params::serialize_;
+};
+
+Types someTypes()
+{
+    Types types(Types::eNormal);
+    types.distributionTypeOverride(0, 1, Types::eBinomial);
+    types.setDependent(0, {2, 3});
+    return types;
+}
+
+ktClassifierFrequencies someFrequencies()
+{
+    ktClassifierFrequencies frequencies(2.0);
+    frequencies.categoryFrequencyOverride(1, 0.25);
+    return frequencies;
+}
+
+ktClassifierCosts someCosts()
+{
+    ktClassifierCosts costs(2.5);
+    costs.misclassificationCostOverride(1, 0, 10.0);
+    return costs;
+}
+
+ktFeaturePattern someMaxima()
+{
+    return {{1.0, 7.0}, {0}};
+}
+
+Params someParams()
+{
+    return {someTypes(), someFrequencies(), someCosts(), someMaxima()};
+}
+
+TEST(BayesianParams, AreNormalWithUnitFrequenciesAndCostsUnlessToldOtherwise)
+{
+    const Params params;
+    EXPECT_TRUE(params.distributionTypes() == Types(Types::eNormal));
+    EXPECT_TRUE(params.categoryFrequencies() == ktClassifierFrequencies());
+    EXPECT_TRUE(params.misclassificationCosts() == ktClassifierCosts());
+    EXPECT_TRUE(params.maxMeasurementValues() == ktFeaturePattern());
+    EXPECT_EQ(params.maxMeasurementValues().numMeasurements(), 0);
+    EXPECT_TRUE(params.throwIfNotReady());
+    EXPECT_TRUE(params == Params());
+}
+
+TEST(BayesianParams, HoldWhatTheyAreGiven)
+{
+    const Params params = someParams();
+    EXPECT_TRUE(params.distributionTypes() == someTypes());
+    EXPECT_TRUE(params.categoryFrequencies() == someFrequencies());
+    EXPECT_TRUE(params.misclassificationCosts() == someCosts());
+    EXPECT_TRUE(params.maxMeasurementValues() == someMaxima());
+}
+
+TEST(BayesianParams, LaterArgumentsHaveTheirDefaults)
+{
+    EXPECT_TRUE(Params(someTypes()) ==
+                Params(someTypes(), ktClassifierFrequencies(), ktClassifierCosts(), ktFeaturePattern()));
+    EXPECT_TRUE(Params(someTypes(), someFrequencies()).misclassificationCosts() == ktClassifierCosts());
+    EXPECT_TRUE(Params(someTypes(), someFrequencies(), someCosts()).maxMeasurementValues() == ktFeaturePattern());
+}
+
+TEST(BayesianParams, SettersReplaceTheirFieldAlone)
+{
+    Params params;
+    params.distributionTypes(someTypes());
+    EXPECT_TRUE(params == Params(someTypes()));
+    params.categoryFrequencies(someFrequencies());
+    EXPECT_TRUE(params == Params(someTypes(), someFrequencies()));
+    params.misclassificationCosts(someCosts());
+    EXPECT_TRUE(params == Params(someTypes(), someFrequencies(), someCosts()));
+    params.maxMeasurementValues(someMaxima());
+    EXPECT_TRUE(params == someParams());
+}
+
+TEST(BayesianParams, SettersStoreCopies)
+{
+    Types types = someTypes();
+    Params params(types);
+    Params set;
+    set.distributionTypes(types);
+    types.clearDistributionOverrides();
+    EXPECT_TRUE(params.distributionTypes() == someTypes());
+    EXPECT_TRUE(set.distributionTypes() == someTypes());
+    set.distributionTypes(set.distributionTypes());
+    EXPECT_TRUE(set.distributionTypes() == someTypes());
+}
+
+TEST(BayesianParams, MaximaAreNotCheckedAgainstTheTypes)
+{
+    Params params{Types(Types::eBinomial)};
+    EXPECT_NO_THROW(params.maxMeasurementValues(ktFeaturePattern({-1.0, 0.0}, {0})));
+    EXPECT_NO_THROW(params.distributionTypes(Types(Types::eUniform)));
+}
+
+TEST(BayesianParams, AreEqualByAllFourFields)
+{
+    struct Row {
+        const char* label;
+        Params params;
+    };
+    const Row rows[] = {
+        {"types", Params(Types(), someFrequencies(), someCosts(), someMaxima())},
+        {"frequencies", Params(someTypes(), ktClassifierFrequencies(), someCosts(), someMaxima())},
+        {"costs", Params(someTypes(), someFrequencies(), ktClassifierCosts(), someMaxima())},
+        {"maxima", Params(someTypes(), someFrequencies(), someCosts(), ktFeaturePattern())},
+    };
+    EXPECT_TRUE(someParams() == someParams());
+    EXPECT_FALSE(someParams() != someParams());
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        EXPECT_FALSE(someParams() == row.params);
+        EXPECT_FALSE(row.params == someParams());
+        EXPECT_TRUE(someParams() != row.params);
+        EXPECT_TRUE(OpenParams(someParams()).isSameTechnique_(row.params));
+    }
+}
+
+TEST(BayesianParams, ThrowIfNotReadyDoesNotMatterForEquality)
+{
+    Params params;
+    params.throwIfNotReady(false);
+    EXPECT_TRUE(params == Params());
+}
+
+TEST(BayesianParams, AreNeitherEqualNorOfOneTechniqueWithOthers)
+{
+    kt_test::Script script;
+    const OpenParams params;
+    for (const ktPtrHandle<ktClassifierTrainParams>& other :
+         {ktPtrHandle<ktClassifierTrainParams>(new kt_test::TechniqueParams(script, 1))}) {
+        EXPECT_FALSE(params.isEqual_(*other));
+        EXPECT_FALSE(params.isSameTechnique_(*other));
+    }
+    EXPECT_TRUE(params.isSameTechnique_(OpenParams(someParams()))) << "a derived class";
+}
+
+TEST(BayesianParams, MakeANewUntrainedBayesianClassifier)
+{
+    const OpenParams params(someParams());
+    kt_Classifier* const made = params.newClassifier_();
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->refCount(), 0) << "the caller owns it";
+    const ktPtrHandle<kt_Classifier> owner = made;
+    const kt_Classifier& classifier = *owner;
+    EXPECT_TRUE(typeid(classifier) == typeid(kt_ClassifierBayesian));
+    EXPECT_FALSE(owner->isTrained());
+    const bayes::ClassifierFields fields = bayes::fieldsOf(dynamic_cast<const kt_ClassifierBayesian&>(classifier));
+    EXPECT_TRUE(fields.labels.empty());
+    EXPECT_TRUE(fields.models.empty());
+    EXPECT_TRUE(fields.params.isNull());
+}
+
+TEST(BayesianParams, CloneIsNewAndIndependent)
+{
+    Params params = someParams();
+    const ktPtrHandle<ktClassifierTrainParams> clone = params.clone();
+    EXPECT_EQ(clone->refCount(), 1);
+    params.distributionTypes(Types());
+    EXPECT_TRUE(dynamic_cast<const Params&>(*clone) == someParams());
+}
+
+TEST(BayesianParams, CarryThrowIfNotReadyIntoCopiesAssignmentsAndClones)
+{
+    for (const bool flag : {false, true}) {
+        SCOPED_TRACE(flag);
+        Params params = someParams();
+        params.throwIfNotReady(flag);
+        EXPECT_EQ(Params(params).throwIfNotReady(), flag);
+        EXPECT_EQ(params.clone()->throwIfNotReady(), flag);
+        Params assigned;
+        assigned.throwIfNotReady(!flag);
+        assigned = params;
+        EXPECT_EQ(assigned.throwIfNotReady(), flag);
+        EXPECT_TRUE(assigned == someParams());
+    }
+}
+
+TEST(BayesianParams, DoNotStoreThrowIfNotReady)
+{
+    Params without = someParams();
+    without.throwIfNotReady(false);
+    EXPECT_EQ(kt_test::store(without), kt_test::store(someParams()));
+    EXPECT_TRUE(storedAndLoaded(without).throwIfNotReady());
+    kt_test::loadInto(without, kt_test::store(someParams()));
+    EXPECT_FALSE(without.throwIfNotReady()) << "loading leaves the flag of the object loaded into";
+}
+
+TEST(BayesianParams, AreStoredWithTheCostsBeforeTheFrequencies)
+{
+    unsigned char version = 1;
+    unsigned char baseVersion = 1;
+    Types types;
+    ktClassifierCosts costs;
+    ktClassifierFrequencies frequencies;
+    ktFeaturePattern maxima;
+    bayes::readBack(kt_test::store(someParams()), [&](ktArchive& archive) {
+        archive || version || baseVersion || types || costs || frequencies || maxima;
+    });
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(baseVersion, 0);
+    EXPECT_TRUE(types == someTypes());
+    EXPECT_TRUE(costs == someCosts());
+    EXPECT_TRUE(frequencies == someFrequencies());
+    EXPECT_TRUE(maxima == someMaxima());
+}
+
+TEST(BayesianParams, AreStoredOnceAPass)
+{
+    Params params = someParams();
+    const std::string bytes = bayes::stored([&](ktArchive& archive) { archive || params || params; });
+    EXPECT_EQ(bytes, kt_test::store(params));
+}
+
+TEST(BayesianParams, RefuseAnyOtherVersionOfEitherLayer)
+{
+    const std::string stored = kt_test::store(someParams());
+    for (const std::size_t layer : {0u, 1u}) {
+        SCOPED_TRACE(layer);
+        Params params;
+        expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] {
+            kt_test::loadInto(params, kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\xFF"));
+        });
+        EXPECT_TRUE(params == Params());
+    }
+}
+
+TEST(BayesianParams, RefuseAnotherVersionHandedToTheirSerializeAndLeaveTheStreamAlone)
+{
+    OpenParams params;
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { params.serialize_(archive, 1); });
+    EXPECT_EQ(out.str(), "");
+}
+
+TEST(BayesianParams, OperationsThatRunOutOfMemoryChangeNothing)
+{
+    const auto prepare = [] {
+        return Params(Types(Types::eUniform), ktClassifierFrequencies(3.0), ktClassifierCosts(5.0));
+    };
+    const auto failEach = [&](auto operation) {
+        return kt_test::failEachAllocation(prepare, operation,
+                                           [&](const Params& params) { EXPECT_TRUE(params == prepare()); });
+    };
+    const Types types = someTypes();
+    const ktClassifierFrequencies frequencies = someFrequencies();
+    const ktClassifierCosts costs = someCosts();
+    const ktFeaturePattern maxima = someMaxima();
+    const Params other = someParams();
+    EXPECT_GT(failEach([&](Params& params) { params.distributionTypes(types); }), 0);
+    EXPECT_GT(failEach([&](Params& params) { params.categoryFrequencies(frequencies); }), 0);
+    EXPECT_GT(failEach([&](Params& params) { params.misclassificationCosts(costs); }), 0);
+    EXPECT_GT(failEach([&](Params& params) { params.maxMeasurementValues(maxima); }), 0);
+    EXPECT_GT(failEach([&](Params& params) { params = other; }), 0);
+    EXPECT_GT(kt_test::failEachAllocation([&] { const Params made(types, frequencies, costs, maxima); }), 0);
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+// The classes of foundation.h and training_data.h, run through what must hold for every archivable class.
+
+#include "support/archivable_kit.h"
+
+#include <clastool/training_data.h>
+
+#include <limits>
+
+namespace {
+
+template <class Error>
+struct ErrorCase : kt_test::ArchivableCase<Error> {
+    static std::vector<Error> samples()
+    {
+        return {Error(), Error("Costs must be >= 0.0"), Error(std::string("a\0b\xFF", 4))};
+    }
+
+    static bool equal(const Error& a, const Error& b)
+    {
+        return typeid(a) == typeid(b) && a.errorNumber() == b.errorNumber() && a.message() == b.message();
+    }
+
+    static void use(Error& error)
+    {
+        static_cast<void>(error.what());
+        static_cast<void>(error.message());
+    }
+};
+
+struct BadParams : ErrorCase<ktClassifierDefs::BadParams> {
+    static constexpr const char* name = "ktClassifierDefs::BadParams";
+};
+struct BadIndex : ErrorCase<ktClassifierDefs::BadIndex> {
+    static constexpr const char* name = "ktClassifierDefs::BadIndex";
+};
+struct BadLabel : ErrorCase<ktClassifierDefs::BadLabel> {
+    static constexpr const char* name = "ktClassifierDefs::BadLabel";
+};
+struct BadMethod : ErrorCase<ktClassifierDefs::BadMethod> {
+    static constexpr const char* name = "ktClassifierDefs::BadMethod";
+};
+struct NotTrained : ErrorCase<ktClassifierDefs::NotTrained> {
+    static constexpr const char* name = "ktClassifierDefs::NotTrained";
+};
+struct NotImplemented : ErrorCase<ktClassifierDefs::NotImplemented> {
+    static constexpr const char* name = "ktClassifierDefs::NotImplemented";
+};
+struct BadFeatures : ErrorCase<ktClassifierDefs::BadFeatures> {
+    static constexpr const char* name = "ktClassifierDefs::BadFeatures";
+};
+struct InsufficientTrainData : ErrorCase<ktClassifierDefs::InsufficientTrainData> {
+    static constexpr const char* name = "ktClassifierDefs::InsufficientTrainData";
+};
+
+struct FeaturePattern : kt_test::ArchivableCase<ktFeaturePattern> {
+    static constexpr const char* name = "ktFeaturePattern";
+
+    static std::vector<ktFeaturePattern> samples()
+    {
+        const double infinity = std::numeric_limits<double>::infinity();
+        return {ktFeaturePattern(), ktFeaturePattern({1.5, -2.0, 0.25}, {1}), ktFeaturePattern({1.5, -2.0, 0.25}, {}),
+                ktFeaturePattern({0, 1, 2, 3, 4, 5, 6, 7, infinity, -infinity}, {0, 8})};
+    }
+
+    static void use(ktFeaturePattern& pattern)
+    {
+        const long end = pattern.numMeasurements() + 2;
+        for (long i = 0; i < end; ++i) {
+            static_cast<void>(pattern.isValid(i));
+            static_cast<void>(pattern.featureMeasurement(i, false));
+        }
+        EXPECT_EQ(static_cast<long>(pattern.invalidFeatureIndices().size()), pattern.numInvalid());
+        static_cast<void>(pattern.featureMeasurements(false));
+    }
+};
+
+struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
+    static constexpr const char* name = "ktClassifierCosts";
+
+    static std::vector<ktClassifierCosts> samples()
+    {
+        ktClassifierCosts overridden(2.5);
+        overridden.misclassificationCostOverride(0, 1, 10.0);
+        overridden.misclassificationCostOverride(1, 0, 0.0);
+        overridden.misclassificationCostOverride(2147483647, 3, 0.125);
+        return {ktClassifierCosts(), ktClassifierCosts(0.0), overridden};
+    }
+
+    static void use(ktClassifierCosts& costs)
+    {
+        static_cast<void>(costs.misclassificationCost(0, 1));
+        static_cast<void>(costs.misclassificationCost(2147483647, 3));
+        costs.misclassificationCostOverride(1, 0, 1.0);
+        costs.misclassificationCostOverride(7, 8, 1.0);
+    }
+};
+
+struct Frequencies : kt_test::ArchivableCase<ktClassifierFrequencies> {
+    static constexpr const char* name = "ktClassifierFrequencies";
+
+    static std::vector<ktClassifierFrequencies> samples()
+    {
+        ktClassifierFrequencies overridden(4.0);
+        overridden.categoryFrequencyOverride(2, 3.0);
+        overridden.categoryFrequencyOverride(1, 2.0);
+        return {ktClassifierFrequencies(), ktClassifierFrequencies(0.5), overridden};
+    }
+
+    static void use(ktClassifierFrequencies& frequencies)
+    {
+        static_cast<void>(frequencies.categoryFrequency(0));
+        static_cast<void>(frequencies.categoryFrequency(1));
+        frequencies.categoryFrequencyOverride(1, 1.0);
+        frequencies.categoryFrequencyOverride(7, 1.0);
+    }
+};
+
+struct CategoryResult : kt_test::ArchivableCase<ktClassifierCategoryResult> {
+    static constexpr const char* name = "ktClassifierCategoryResult";
+
+    static std::vector<ktClassifierCategoryResult> samples()
+    {
+        return {ktClassifierCategoryResult(), ktClassifierCategoryResult(7, 0.5, 0.25, 12.5),
+                ktClassifierCategoryResult(2147483647, 1.0, 1.0, std::numeric_limits<double>::infinity())};
+    }
+};
+
+struct Result : kt_test::ArchivableCase<ktClassifierResult> {
+    static constexpr const char* name = "ktClassifierResult";
+
+    static std::vector<ktClassifierResult> samples()
+    {
+        return {ktClassifierResult(), ktClassifierResult({{3, 0.5, 0.5, 1.0}, {1, 0.75, 0.5, 0.5}}, -12.5),
+                ktClassifierResult({{3, 0.5, 1.0, 1.0}}, 0.0)};
+    }
+};
+
+struct DataProviderMemory : kt_test::ArchivableCase<ktClassifierDataProviderMemory> {
+    static constexpr const char* name = "ktClassifierDataProviderMemory";
+
+    static std::vector<ktClassifierDataProviderMemory> samples()
+    {
+        const ktPtrHandle_const<ktFeaturePattern> shared(new ktFeaturePattern({1.0, 2.0}, {}));
+        std::vector<ktClassifierDataProviderMemory> providers(3);
+        providers[1].setName("name");
+        providers[1].addData(nullptr, 5);
+        providers[1].setDescription("one missing pattern");
+        providers[2].setDescription("two labels on one pattern");
+        providers[2].addData(shared, 3);
+        providers[2].addData(new ktFeaturePattern({-1.0, 0.5}, {0}), 0);
+        providers[2].addData(shared, -1);
+        return providers;
+    }
+
+    /// Patterns are compared by value; a missing one, which `==` refuses, is equal to a missing one.
+    static bool equal(const ktClassifierDataProviderMemory& a, const ktClassifierDataProviderMemory& b)
+    {
+        ktClassifierDataProviderMemory left(a);
+        ktClassifierDataProviderMemory right(b);
+        if (left.numPatterns() == 1 && right.numPatterns() == 1) {
+            return left.featurePattern(0).isNull() && right.featurePattern(0).isNull() && left.name() == right.name() &&
+                   left.description() == right.description() && left.categoryLabel(0) == right.categoryLabel(0);
+        }
+        return a == b;
+    }
+
+    static void use(ktClassifierDataProviderMemory& provider)
+    {
+        for (long i = 0; i < provider.numPatterns(); ++i) {
+            kt_test::attempt([&] { provider.featurePattern(i)->numMeasurements(); });
+            kt_test::attempt([&] { static_cast<void>(provider.categoryLabel(i)); });
+        }
+        kt_test::attempt([&] { static_cast<void>(provider == ktClassifierDataProviderMemory(provider)); });
+        kt_test::attempt([&] { static_cast<void>(provider.numMeasurements()); });
+        kt_test::attempt([&] { provider.addData(new ktFeaturePattern({1.0, 2.0}, {}), 1); });
+        kt_test::attempt([&] { provider.addData(provider.featurePattern(0), 1); });
+    }
+};
+
+using Values = ::testing::Types<BadParams, BadIndex, BadLabel, BadMethod, NotTrained, NotImplemented, BadFeatures,
+                                InsufficientTrainData, FeaturePattern, Costs, Frequencies, CategoryResult, Result,
+                                DataProviderMemory>;
+using Registered = ::testing::Types<BadParams, BadIndex, BadLabel, BadMethod, NotTrained, NotImplemented, BadFeatures,
+                                    InsufficientTrainData, FeaturePattern, DataProviderMemory>;
+
+TEST(GoldenArchives, AreThereForEveryRegisteredClass)
+{
+    // Whichever program runs the class through the tests above stored its archive.
+    for (const kt_Instantiator* entry = kt_Instantiator::first(); entry != nullptr; entry = entry->next()) {
+        EXPECT_NO_THROW(kt_test::goldenBytes(kt_test::plainName(entry->name()))) << entry->name();
+    }
+}
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Clastool, Archivable, Values, kt_test::CaseNames);
+INSTANTIATE_TYPED_TEST_SUITE_P(Clastool, ArchivableByPointer, Registered, kt_test::CaseNames);

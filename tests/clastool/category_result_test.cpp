@@ -1,0 +1,181 @@
+#include "refusals.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+
+#include <clastool/training_data.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <string>
+
+namespace {
+
+using CategoryResult = ktClassifierCategoryResult;
+using kt_test::expectRefused;
+using kt_test::expectUnknownVersion;
+
+constexpr const char* negativeLabel = "Category labels must be >= 0";
+constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
+constexpr const char* negativeCost = "Costs must be >= 0.0";
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double tiny = std::numeric_limits<double>::denorm_min();
+
+TEST(CategoryResult, NewOneIsAllZero)
+{
+    const CategoryResult result;
+    EXPECT_EQ(result.categoryLabel(), 0);
+    EXPECT_EQ(result.matchScore(), 0.0);
+    EXPECT_EQ(result.classScore(), 0.0);
+    EXPECT_EQ(result.expectedCost(), 0.0);
+    EXPECT_TRUE(result == CategoryResult(0, 0.0, 0.0, 0.0));
+}
+
+TEST(CategoryResult, HoldsWhatItIsGiven)
+{
+    const CategoryResult result(7, 0.5, 0.25, 12.5);
+    EXPECT_EQ(result.categoryLabel(), 7);
+    EXPECT_EQ(result.matchScore(), 0.5);
+    EXPECT_EQ(result.classScore(), 0.25);
+    EXPECT_EQ(result.expectedCost(), 12.5);
+}
+
+TEST(CategoryResult, EndsOfTheRangesAreTaken)
+{
+    for (const double score : {0.0, -0.0, 1.0, tiny}) {
+        EXPECT_EQ(CategoryResult(0, score, 0.5, 1.0).matchScore(), score);
+        EXPECT_EQ(CategoryResult(0, 0.5, score, 1.0).classScore(), score);
+    }
+    for (const double cost : {0.0, -0.0, 1e300, infinity}) {
+        EXPECT_EQ(CategoryResult(0, 0.5, 0.5, cost).expectedCost(), cost);
+    }
+    EXPECT_EQ(CategoryResult(LONG_MAX, 0.5, 0.5, 1.0).categoryLabel(), LONG_MAX);
+}
+
+TEST(CategoryResult, NanPassesTheComparisons)
+{
+    const CategoryResult result(0, nan, nan, nan);
+    EXPECT_TRUE(std::isnan(result.matchScore()));
+    EXPECT_TRUE(std::isnan(result.classScore()));
+    EXPECT_TRUE(std::isnan(result.expectedCost()));
+}
+
+TEST(CategoryResult, ChecksLabelThenMatchScoreThenClassScoreThenCost)
+{
+    struct Row {
+        const char* label;
+        long category;
+        double matchScore;
+        double classScore;
+        double cost;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"label", -1, 0.5, 0.5, 1.0, negativeLabel},
+        {"least label", LONG_MIN, 0.5, 0.5, 1.0, negativeLabel},
+        {"label and all else", -1, -0.5, 1.5, -1.0, negativeLabel},
+        {"match score below", 0, -tiny, 0.5, 1.0, badScore},
+        {"match score above", 0, std::nextafter(1.0, 2.0), 0.5, 1.0, badScore},
+        {"match score infinite", 0, infinity, 0.5, 1.0, badScore},
+        {"match score and cost", 0, -0.5, 0.5, -1.0, badScore},
+        {"class score below", 0, 0.5, -tiny, 1.0, badScore},
+        {"class score above", 0, 0.5, std::nextafter(1.0, 2.0), 1.0, badScore},
+        {"class score negative infinite", 0, 0.5, -infinity, 1.0, badScore},
+        {"class score and cost", 0, 0.5, 1.5, -1.0, badScore},
+        {"class score and cost, NaN before", 0, nan, 1.5, -1.0, badScore},
+        {"cost", 0, 0.5, 0.5, -tiny, negativeCost},
+        {"cost, NaN before", 0, nan, nan, -1.0, negativeCost},
+        {"cost negative infinite", 0, 0.5, 0.5, -infinity, negativeCost},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const auto make = [&] { CategoryResult refused(row.category, row.matchScore, row.classScore, row.cost); };
+        row.category < 0 ? expectRefused<ktClassifierDefs::BadLabel>(make, row.message)
+                         : expectRefused<ktClassifierDefs::BadParams>(make, row.message);
+    }
+}
+
+TEST(CategoryResult, EqualityLooksAtEveryField)
+{
+    const CategoryResult result(7, 0.5, 0.25, 12.5);
+    EXPECT_TRUE(result == CategoryResult(7, 0.5, 0.25, 12.5));
+    EXPECT_FALSE(result != CategoryResult(7, 0.5, 0.25, 12.5));
+    const CategoryResult others[] = {
+        {8, 0.5, 0.25, 12.5},
+        {7, std::nextafter(0.5, 1.0), 0.25, 12.5},
+        {7, 0.5, std::nextafter(0.25, 1.0), 12.5},
+        {7, 0.5, 0.25, std::nextafter(12.5, 13.0)},
+        {7, nan, 0.25, 12.5},
+    };
+    for (const CategoryResult& other : others) {
+        EXPECT_FALSE(result == other);
+        EXPECT_FALSE(other == result);
+        EXPECT_TRUE(result != other);
+    }
+    EXPECT_FALSE(others[4] == CategoryResult(others[4])) << "NaN equals nothing";
+}
+
+TEST(CategoryResult, TakesNoMemory)
+{
+    EXPECT_EQ(kt_test::allocationsDuring([] {
+                  const CategoryResult result(7, 0.5, 0.25, 12.5);
+                  CategoryResult copy(result);
+                  copy = CategoryResult();
+              }),
+              0);
+}
+
+TEST(CategoryResult, IsArchivedAsVersionLabelMatchScoreClassScoreCost)
+{
+    std::istringstream in(kt_test::store(CategoryResult(7, 0.5, 0.25, 12.5)));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 255;
+    long label = 0;
+    double matchScore = 0.0;
+    double classScore = 0.0;
+    double cost = 0.0;
+    archive || version || label || matchScore || classScore || cost;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(label, 7);
+    EXPECT_EQ(matchScore, 0.5);
+    EXPECT_EQ(classScore, 0.25);
+    EXPECT_EQ(cost, 12.5);
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(CategoryResult, UnknownVersionNamesTheSourcePosition)
+{
+    const CategoryResult old(7, 0.5, 0.25, 12.5);
+    const std::string bytes = kt_test::store(CategoryResult());
+    for (const char* wrong : {"01", "FF"}) {
+        CategoryResult result = old;
+        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
+        expectUnknownVersion([&] { kt_test::loadInto(result, damaged); }, "clss/clastool/clastool", 346);
+        EXPECT_TRUE(result == old) << "nothing was loaded yet";
+    }
+}
+
+TEST(CategoryResult, LoadingDoesNotValidate)
+{
+    const auto result =
+        kt_test::load<CategoryResult>(kt_test::store(static_cast<unsigned char>(0), -5L, 2.0, -infinity, -1.0));
+    EXPECT_EQ(result.categoryLabel(), -5);
+    EXPECT_EQ(result.matchScore(), 2.0);
+    EXPECT_EQ(result.classScore(), -infinity);
+    EXPECT_EQ(result.expectedCost(), -1.0);
+}
+
+TEST(CategoryResult, NanSurvivesTheArchive)
+{
+    const CategoryResult result = kt_test::storedAndLoaded(CategoryResult(0, nan, nan, nan));
+    EXPECT_TRUE(std::isnan(result.matchScore()));
+    EXPECT_TRUE(std::isnan(result.classScore()));
+    EXPECT_TRUE(std::isnan(result.expectedCost()));
+}
+
+}  // namespace

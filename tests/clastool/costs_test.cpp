@@ -1,0 +1,353 @@
+#include "refusals.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+
+#include <clastool/training_data.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kt_test::expectRefused;
+using kt_test::expectUnknownVersion;
+using ktClassifierDefs::BadLabel;
+using ktClassifierDefs::BadParams;
+
+using Doubles = std::vector<double>;
+using Labels = std::vector<long>;
+
+constexpr const char* negativeCost = "Costs must be >= 0.0";
+constexpr const char* equalLabels = "Category labels must be different";
+constexpr const char* negativeLabel = "Category labels must be >= 0";
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Default 2.5, (0, 1) costs 10, (1, 0) costs 4.
+ktClassifierCosts overridden()
+{
+    ktClassifierCosts costs(2.5);
+    costs.misclassificationCostOverride(0, 1, 10.0);
+    costs.misclassificationCostOverride(1, 0, 4.0);
+    return costs;
+}
+
+/// What `overridden` is stored as, or any other table, of sequences that need not be equally long.
+std::string crafted(double defaultCost, const Labels& from, const Labels& to, const Doubles& costs)
+{
+    return kt_test::store(static_cast<unsigned char>(0), defaultCost, from, to, costs);
+}
+
+TEST(Costs, NewTableGivesOneForEveryPairOfDifferentLabels)
+{
+    const ktClassifierCosts costs;
+    EXPECT_EQ(costs.defaultMisclassificationCost(), 1.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 1.0);
+    EXPECT_EQ(costs.misclassificationCost(7, 3), 1.0);
+    EXPECT_EQ(costs.misclassificationCost(0, LONG_MAX), 1.0);
+    EXPECT_TRUE(costs == ktClassifierCosts(1.0));
+}
+
+TEST(Costs, AnyDefaultThatIsNotNegativeIsTaken)
+{
+    for (const double cost : {0.0, -0.0, 2.5, std::numeric_limits<double>::denorm_min(), infinity}) {
+        EXPECT_EQ(ktClassifierCosts(cost).misclassificationCost(0, 1), cost);
+        ktClassifierCosts costs;
+        costs.defaultMisclassificationCost(cost);
+        EXPECT_EQ(costs.defaultMisclassificationCost(), cost);
+    }
+}
+
+TEST(Costs, NanPassesTheComparisonWithZero)
+{
+    ktClassifierCosts costs(nan);
+    EXPECT_TRUE(std::isnan(costs.misclassificationCost(0, 1)));
+    costs.defaultMisclassificationCost(nan);
+    costs.misclassificationCostOverride(0, 1, nan);
+    EXPECT_TRUE(std::isnan(costs.misclassificationCost(0, 1)));
+    EXPECT_FALSE(costs == ktClassifierCosts(costs));
+}
+
+TEST(Costs, NegativeDefaultIsRefused)
+{
+    for (const double cost : {-1.0, -infinity, -std::numeric_limits<double>::denorm_min()}) {
+        expectRefused<BadParams>([cost] { ktClassifierCosts refused(cost); }, negativeCost);
+        ktClassifierCosts costs = overridden();
+        expectRefused<BadParams>([&] { costs.defaultMisclassificationCost(cost); }, negativeCost);
+        EXPECT_TRUE(costs == overridden());
+    }
+}
+
+TEST(Costs, DefaultIsChangedWithoutTouchingTheOverrides)
+{
+    ktClassifierCosts costs = overridden();
+    costs.defaultMisclassificationCost(6.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 2), 6.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 10.0);
+    EXPECT_EQ(costs.misclassificationCost(1, 0), 4.0);
+}
+
+TEST(Costs, EachDirectionIsAnEntryOfItsOwn)
+{
+    ktClassifierCosts costs;
+    costs.misclassificationCostOverride(0, 1, 5.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 5.0);
+    EXPECT_EQ(costs.misclassificationCost(1, 0), 1.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 2), 1.0);
+    EXPECT_EQ(costs.misclassificationCost(2, 1), 1.0);
+}
+
+TEST(Costs, SecondOverrideOfAPairReplacesTheFirst)
+{
+    ktClassifierCosts costs;
+    costs.misclassificationCostOverride(0, 1, 5.0);
+    costs.misclassificationCostOverride(0, 1, 7.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 7.0);
+    EXPECT_EQ(costs.misclassificationCost(1, 0), 1.0);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(crafted(1.0, {0}, {1}, {7.0}))) << "one entry";
+}
+
+TEST(Costs, OverrideKeepsItsPlaceWhenReplaced)
+{
+    ktClassifierCosts costs = overridden();
+    costs.misclassificationCostOverride(0, 1, 11.0);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(crafted(2.5, {0, 1}, {1, 0}, {11.0, 4.0})));
+}
+
+TEST(Costs, OverrideOfZeroIsTaken)
+{
+    ktClassifierCosts costs;
+    costs.misclassificationCostOverride(0, 1, 0.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 0.0);
+}
+
+TEST(Costs, OverrideChecksTheCostThenTheDifferenceThenTheLabels)
+{
+    struct Row {
+        const char* label;
+        long trueLabel;
+        long assignedLabel;
+        double cost;
+        bool badParams;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"negative cost", 0, 1, -1.0, true, negativeCost},
+        {"negative cost of an entry", 0, 1, -infinity, true, negativeCost},
+        {"negative cost, equal labels", 2, 2, -1.0, true, negativeCost},
+        {"negative cost, negative labels", -1, -2, -1.0, true, negativeCost},
+        {"equal labels", 2, 2, 1.0, false, equalLabels},
+        {"equal negative labels", -1, -1, 1.0, false, equalLabels},
+        {"negative true label", -1, 2, 1.0, false, negativeLabel},
+        {"negative assigned label", 2, -1, 1.0, false, negativeLabel},
+        {"two negative labels", LONG_MIN, -1, 1.0, false, negativeLabel},
+        {"negative label, NaN", 0, -1, nan, false, negativeLabel},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        ktClassifierCosts costs = overridden();
+        const auto set = [&] { costs.misclassificationCostOverride(row.trueLabel, row.assignedLabel, row.cost); };
+        row.badParams ? expectRefused<BadParams>(set, row.message) : expectRefused<BadLabel>(set, row.message);
+        EXPECT_TRUE(costs == overridden());
+    }
+}
+
+TEST(Costs, LookUpChecksTheDifferenceThenTheLabels)
+{
+    struct Row {
+        const char* label;
+        long trueLabel;
+        long assignedLabel;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"equal", 3, 3, equalLabels},
+        {"equal and negative", -1, -1, equalLabels},
+        {"true label negative", -1, 0, negativeLabel},
+        {"assigned label negative", 0, -1, negativeLabel},
+        {"both negative", -1, LONG_MIN, negativeLabel},
+    };
+    const ktClassifierCosts costs = overridden();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        expectRefused<BadLabel>(
+            [&] { static_cast<void>(costs.misclassificationCost(row.trueLabel, row.assignedLabel)); }, row.message);
+    }
+    EXPECT_TRUE(costs == overridden());
+}
+
+TEST(Costs, ClearingTheOverridesKeepsTheDefault)
+{
+    ktClassifierCosts costs = overridden();
+    costs.clearMisclassificationOverrides();
+    EXPECT_EQ(costs.defaultMisclassificationCost(), 2.5);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), 2.5);
+    EXPECT_TRUE(costs == ktClassifierCosts(2.5));
+}
+
+TEST(Costs, OverridesAreComparedInTheOrderOfTheirEntry)
+{
+    // Kept on purpose: the two tables answer alike.
+    ktClassifierCosts reversed(2.5);
+    reversed.misclassificationCostOverride(1, 0, 4.0);
+    reversed.misclassificationCostOverride(0, 1, 10.0);
+    EXPECT_FALSE(reversed == overridden());
+    EXPECT_TRUE(reversed != overridden());
+}
+
+TEST(Costs, EqualityLooksAtEveryField)
+{
+    const std::vector<std::function<void(ktClassifierCosts&)>> changes = {
+        [](ktClassifierCosts& costs) { costs.defaultMisclassificationCost(std::nextafter(2.5, 3.0)); },
+        [](ktClassifierCosts& costs) { costs.misclassificationCostOverride(0, 1, std::nextafter(10.0, 11.0)); },
+        [](ktClassifierCosts& costs) { costs.misclassificationCostOverride(2, 1, 10.0); },
+        [](ktClassifierCosts& costs) { costs.clearMisclassificationOverrides(); },
+        [](ktClassifierCosts& costs) {
+            kt_test::loadInto(costs, crafted(2.5, {5, 1}, {1, 0}, {10.0, 4.0}));
+        },
+        [](ktClassifierCosts& costs) {
+            kt_test::loadInto(costs, crafted(2.5, {0, 1}, {5, 0}, {10.0, 4.0}));
+        },
+    };
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        ktClassifierCosts costs = overridden();
+        EXPECT_TRUE(costs == overridden());
+        EXPECT_FALSE(costs != overridden());
+        changes[i](costs);
+        EXPECT_FALSE(costs == overridden()) << i;
+        EXPECT_FALSE(overridden() == costs) << i;
+        EXPECT_TRUE(costs != overridden()) << i;
+    }
+}
+
+TEST(Costs, AreArchivedAsVersionDefaultFromLabelsToLabelsCosts)
+{
+    std::istringstream in(kt_test::store(overridden()));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 255;
+    double defaultCost = 0.0;
+    Labels from;
+    Labels to;
+    Doubles costs;
+    archive || version || defaultCost || from || to || costs;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(defaultCost, 2.5);
+    EXPECT_EQ(from, Labels({0, 1}));
+    EXPECT_EQ(to, Labels({1, 0}));
+    EXPECT_EQ(costs, Doubles({10.0, 4.0}));
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(Costs, UnknownVersionNamesTheSourcePosition)
+{
+    const std::string bytes = kt_test::store(overridden());
+    for (const char* wrong : {"01", "FF"}) {
+        ktClassifierCosts costs(7.0);
+        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
+        expectUnknownVersion([&] { kt_test::loadInto(costs, damaged); }, "clss/clastool/clastool", 435);
+        EXPECT_TRUE(costs == ktClassifierCosts(7.0)) << "nothing was loaded yet";
+    }
+}
+
+TEST(Costs, UnknownVersionOfASequenceHasNoName)
+{
+    const std::string bytes = kt_test::store(overridden());
+    const std::size_t from = 8 + 1 + 8;
+    for (const std::size_t position : {from, from + 5 + 8, from + 2 * (5 + 8)}) {
+        SCOPED_TRACE(position);
+        const std::string damaged = kt_test::withBytesAt(bytes, position, kt_test::fromHex("01"));
+        expectUnknownVersion([&] { kt_test::load<ktClassifierCosts>(damaged); }, nullptr, 0);
+    }
+}
+
+TEST(Costs, LoadingReplacesTheWholeTableAndDoesNotValidateIt)
+{
+    ktClassifierCosts costs = overridden();
+    kt_test::loadInto(costs, crafted(-3.0, {4, -1}, {4, 2}, {-9.0, nan}));
+    EXPECT_EQ(costs.defaultMisclassificationCost(), -3.0);
+    EXPECT_EQ(costs.misclassificationCost(0, 1), -3.0);
+    expectRefused<BadLabel>([&] { static_cast<void>(costs.misclassificationCost(4, 4)); }, equalLabels);
+    expectRefused<BadLabel>([&] { static_cast<void>(costs.misclassificationCost(-1, 2)); }, negativeLabel);
+}
+
+TEST(Costs, LoadedSequencesOfDifferentLengthsStaySafe)
+{
+    struct Row {
+        const char* label;
+        Labels from;
+        Labels to;
+        Doubles costs;
+        double expected;
+    };
+    // The pair (0, 1) is entry 1 where all three sequences reach that far.
+    const Row rows[] = {
+        {"costs too short", {2, 0}, {3, 1}, {5.0}, 2.0},        {"from labels too short", {2}, {3, 1}, {5.0, 6.0}, 2.0},
+        {"to labels too short", {2, 0}, {3}, {5.0, 6.0}, 2.0},  {"no costs", {2, 0}, {3, 1}, {}, 2.0},
+        {"costs longer", {2, 0}, {3, 1}, {5.0, 6.0, 7.0}, 6.0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        auto costs = kt_test::load<ktClassifierCosts>(crafted(2.0, row.from, row.to, row.costs));
+        EXPECT_EQ(costs.misclassificationCost(0, 1), row.expected);
+        EXPECT_TRUE(costs == kt_test::storedAndLoaded(costs));
+        costs.misclassificationCostOverride(0, 1, 8.0);
+        costs.misclassificationCostOverride(4, 5, 9.0);
+        EXPECT_NO_THROW(static_cast<void>(costs.misclassificationCost(4, 5)));
+        costs.clearMisclassificationOverrides();
+        EXPECT_TRUE(costs == ktClassifierCosts(2.0));
+    }
+}
+
+#if LONG_MAX > 2147483647L
+TEST(Costs, LabelThatDoesNotFit32BitsIsNotStored)
+{
+    ktClassifierCosts costs;
+    costs.misclassificationCostOverride(2147483648L, 1, 1.0);
+    kt_test::expectThrows<ktArchive::OutOfRange>("Archive value out of range: 2147483648 does not fit 32 bits.",
+                                                 0x10004003, [&] { kt_test::store(costs); });
+    EXPECT_EQ(costs.misclassificationCost(2147483648L, 1), 1.0);
+}
+#endif
+
+TEST(Costs, OverrideWithoutMemoryChangesNothing)
+{
+    // Appending is tried at every size up to where the sequences have grown twice.
+    for (long size = 0; size < 10; ++size) {
+        SCOPED_TRACE(size);
+        ktClassifierCosts filled(3.0);
+        for (long i = 0; i < size; ++i) {
+            filled.misclassificationCostOverride(i, 100, 1.0);
+        }
+        const long allocations = kt_test::failEachAllocation(
+            [&] { return ktClassifierCosts(filled); },
+            [](ktClassifierCosts& costs) { costs.misclassificationCostOverride(50, 51, 2.0); },
+            [&](const ktClassifierCosts& costs) {
+                EXPECT_TRUE(costs == filled);
+                EXPECT_EQ(costs.misclassificationCost(50, 51), 3.0);
+            });
+        EXPECT_GT(allocations, 0);
+    }
+}
+
+TEST(Costs, WhatNeedsNoMemoryTakesNone)
+{
+    ktClassifierCosts costs = overridden();
+    EXPECT_EQ(kt_test::allocationsDuring([&] {
+                  costs.misclassificationCostOverride(0, 1, 3.0);
+                  costs.defaultMisclassificationCost(3.0);
+                  static_cast<void>(costs.misclassificationCost(0, 1));
+                  static_cast<void>(costs == costs);
+                  costs.clearMisclassificationOverrides();
+              }),
+              0);
+}
+
+}  // namespace

@@ -1,0 +1,339 @@
+#include "refusals.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+
+#include <clastool/foundation.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <vector>
+
+namespace {
+
+using kt_test::expectRefused;
+using kt_test::expectUnknownVersion;
+using ktClassifierDefs::Errors;
+
+/// One of the eight classes, as a derived class of the user's sees it.
+template <class Error>
+class Opened : public Error {
+public:
+    using Error::Error;
+    ~Opened() override { ++destroyed; }
+
+    void serialize(ktArchive& archive, unsigned char version) { Error::serialize_(archive, version); }
+    void serializeErrors(ktArchive& archive, unsigned char version) { Errors::serialize_(archive, version); }
+    void dispatch(ktArchive& archive) { Error::dispatchSerialize(archive); }
+
+    static inline int destroyed = 0;
+};
+
+template <class Error>
+class EachError : public testing::Test {
+};
+
+template <class Error, long Number>
+struct Named {
+    using Class = Error;
+    static constexpr long number = Number;
+};
+
+struct BadParams : Named<ktClassifierDefs::BadParams, 0x10004200> {
+    static constexpr const char* name = "ktClassifierDefs::BadParams";
+};
+struct NotTrained : Named<ktClassifierDefs::NotTrained, 0x10004201> {
+    static constexpr const char* name = "ktClassifierDefs::NotTrained";
+};
+struct BadIndex : Named<ktClassifierDefs::BadIndex, 0x10004202> {
+    static constexpr const char* name = "ktClassifierDefs::BadIndex";
+};
+struct BadLabel : Named<ktClassifierDefs::BadLabel, 0x10004203> {
+    static constexpr const char* name = "ktClassifierDefs::BadLabel";
+};
+struct BadMethod : Named<ktClassifierDefs::BadMethod, 0x10004204> {
+    static constexpr const char* name = "ktClassifierDefs::BadMethod";
+};
+struct NotImplemented : Named<ktClassifierDefs::NotImplemented, 0x10004205> {
+    static constexpr const char* name = "ktClassifierDefs::NotImplemented";
+};
+struct BadFeatures : Named<ktClassifierDefs::BadFeatures, 0x10004206> {
+    static constexpr const char* name = "ktClassifierDefs::BadFeatures";
+};
+struct InsufficientTrainData : Named<ktClassifierDefs::InsufficientTrainData, 0x10004207> {
+    static constexpr const char* name = "ktClassifierDefs::InsufficientTrainData";
+};
+
+struct ShortNames {
+    template <class Named>
+    static std::string GetName(int)
+    {
+        return std::string(Named::name).substr(sizeof "ktClassifierDefs::" - 1);
+    }
+};
+
+using AllErrors = testing::Types<BadParams, NotTrained, BadIndex, BadLabel, BadMethod, NotImplemented, BadFeatures,
+                                 InsufficientTrainData>;
+TYPED_TEST_SUITE(EachError, AllErrors, ShortNames);
+
+/// Whether what `raise` throws is caught by a handler for a Base.
+template <class Base>
+bool caughtAs(const std::function<void()>& raise)
+{
+    try {
+        raise();
+    } catch (const Base&) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+    return false;
+}
+
+TYPED_TEST(EachError, HasItsNumber)
+{
+    const typename TypeParam::Class error("text");
+    EXPECT_EQ(error.errorNumber(), TypeParam::number);
+    EXPECT_EQ(static_cast<const Errors&>(error).errorNumber(), TypeParam::number);
+}
+
+TYPED_TEST(EachError, IsCaughtByItselfAndEveryBase)
+{
+    using Error = typename TypeParam::Class;
+    const auto raise = [] { throw Error("text"); };
+    EXPECT_TRUE(caughtAs<Error>(raise));
+    EXPECT_TRUE(caughtAs<Errors>(raise));
+    EXPECT_TRUE(caughtAs<ktExceptionWithString>(raise));
+    EXPECT_TRUE(caughtAs<ktException>(raise));
+    EXPECT_TRUE(caughtAs<ktPersistent>(raise));
+    EXPECT_TRUE(caughtAs<std::exception>(raise));
+}
+
+TYPED_TEST(EachError, IsNotCaughtByAnotherOfTheEight)
+{
+    const std::function<void()> raise = [] { throw typename TypeParam::Class("text"); };
+    const std::vector<bool> caught = {
+        caughtAs<ktClassifierDefs::BadParams>(raise),   caughtAs<ktClassifierDefs::NotTrained>(raise),
+        caughtAs<ktClassifierDefs::BadIndex>(raise),    caughtAs<ktClassifierDefs::BadLabel>(raise),
+        caughtAs<ktClassifierDefs::BadMethod>(raise),   caughtAs<ktClassifierDefs::NotImplemented>(raise),
+        caughtAs<ktClassifierDefs::BadFeatures>(raise), caughtAs<ktClassifierDefs::InsufficientTrainData>(raise)};
+    for (std::size_t i = 0; i < caught.size(); ++i) {
+        EXPECT_EQ(caught[i], static_cast<long>(i) == TypeParam::number - 0x10004200) << i;
+    }
+    EXPECT_FALSE(caughtAs<ktArchive::Errors>(raise));
+}
+
+TYPED_TEST(EachError, HoldsItsMessage)
+{
+    using Error = typename TypeParam::Class;
+    EXPECT_EQ(Error().message(), "");
+    EXPECT_STREQ(Error().what(), "");
+    EXPECT_EQ(Error("Costs must be >= 0.0").message(), "Costs must be >= 0.0");
+    EXPECT_STREQ(Error("Costs must be >= 0.0").what(), "Costs must be >= 0.0");
+}
+
+TYPED_TEST(EachError, SuicideThrowsACopyAndDestroysTheObject)
+{
+    using Error = typename TypeParam::Class;
+    Opened<Error>::destroyed = 0;
+    ktException* error = new Opened<Error>("the last words");
+    kt_test::expectThrows<Error>("the last words", TypeParam::number, [error] { error->suicideAndRethrow(); });
+    EXPECT_EQ(Opened<Error>::destroyed, 1);
+}
+
+TYPED_TEST(EachError, SuicideWithoutMemoryStillDestroysTheObject)
+{
+    using Error = typename TypeParam::Class;
+    const std::string message(100, 'x');
+    const long allocations = kt_test::failEachAllocation([&] {
+        ktException* error = new Error(message);
+        try {
+            error->suicideAndRethrow();
+        } catch (const Error&) {
+        }
+    });
+    EXPECT_GE(allocations, 3) << "the object, its message and the copy's message";
+}
+
+TYPED_TEST(EachError, IsArchivedLayerByLayerThenTheMessage)
+{
+    const std::string bytes = kt_test::store(typename TypeParam::Class("text"));
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(bytes)), "00 00 04 00 00 00 74 65 78 74");
+}
+
+TYPED_TEST(EachError, UnknownVersionNamesTheLayer)
+{
+    using Error = typename TypeParam::Class;
+    const std::string bytes = kt_test::store(Error("text"));
+    Error error("old");
+    for (const char* version : {"01", "FF"}) {
+        const std::string wrong = kt_test::fromHex(version);
+        expectUnknownVersion([&] { kt_test::loadInto(error, kt_test::withBytesAt(bytes, 8, wrong)); }, TypeParam::name,
+                             0);
+        expectUnknownVersion([&] { kt_test::loadInto(error, kt_test::withBytesAt(bytes, 9, wrong)); },
+                             "ktClassifierDefs::Errors", 0);
+    }
+    EXPECT_EQ(error.message(), "old");
+}
+
+TYPED_TEST(EachError, SerializeChecksTheVersionBeforeItTouchesTheStream)
+{
+    Opened<typename TypeParam::Class> error("text");
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    expectUnknownVersion([&] { error.serialize(storing, 1); }, TypeParam::name, 0);
+    expectUnknownVersion([&] { error.serializeErrors(storing, 1); }, "ktClassifierDefs::Errors", 0);
+    EXPECT_EQ(out.str(), "");
+
+    std::istringstream in(kt_test::store(error));
+    ktArchive loading(static_cast<std::istream&>(in));
+    expectUnknownVersion([&] { error.serialize(loading, 255); }, TypeParam::name, 0);
+    expectUnknownVersion([&] { error.serializeErrors(loading, 255); }, "ktClassifierDefs::Errors", 0);
+    EXPECT_EQ(in.tellg(), 0);
+    EXPECT_EQ(error.message(), "text");
+}
+
+TYPED_TEST(EachError, SerializeArchivesWhatFollowsTheVersionOfItsLayer)
+{
+    const auto stored = [](auto serialize) {
+        Opened<typename TypeParam::Class> error("text");
+        std::ostringstream out;
+        ktArchive archive(static_cast<std::ostream&>(out));
+        serialize(error, archive);
+        return kt_test::toHex(kt_test::afterHeader(out.str()));
+    };
+    EXPECT_EQ(stored([](auto& error, ktArchive& archive) { error.serialize(archive, 0); }),
+              "00 04 00 00 00 74 65 78 74");
+    EXPECT_EQ(stored([](auto& error, ktArchive& archive) { error.serializeErrors(archive, 0); }),
+              "04 00 00 00 74 65 78 74");
+}
+
+TYPED_TEST(EachError, VisitedInAPassIsNotArchivedAgain)
+{
+    Opened<typename TypeParam::Class> error("text");
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        error.dispatch(archive);
+        const std::string once = out.str();
+        error.dispatch(archive);
+        EXPECT_EQ(out.str(), once);
+    }
+    const std::size_t once = out.str().size();
+    error.dispatch(archive);
+    EXPECT_EQ(out.str().size(), once + 10) << "a new pass";
+}
+
+TEST(Errors, IsAbstractAndNotInTheRegistry)
+{
+    EXPECT_TRUE(std::is_abstract_v<Errors>);
+    EXPECT_FALSE((std::is_constructible_v<Errors, const std::string&>));
+    EXPECT_TRUE((std::is_base_of_v<ktExceptionWithString, Errors>));
+    EXPECT_EQ(kt_Instantiator::find(typeid(Errors)), nullptr);
+    EXPECT_EQ(kt_Instantiator::find(std::string("ktClassifierDefs::Errors")), nullptr);
+}
+
+TEST(Errors, AssignmentThroughTheBaseCopiesTheMessageAlone)
+{
+    ktClassifierDefs::BadParams error("old");
+    Errors& base = error;
+    base = ktClassifierDefs::BadIndex("new");
+    EXPECT_EQ(error.message(), "new");
+    EXPECT_EQ(base.errorNumber(), 0x10004200);
+}
+
+TEST(Errors, NumbersAreNotInTheOrderOfDeclaration)
+{
+    // Kept on purpose: BadIndex is declared before NotTrained.
+    EXPECT_EQ(ktClassifierDefs::NotTrained().errorNumber(), 0x10004201);
+    EXPECT_EQ(ktClassifierDefs::BadIndex().errorNumber(), 0x10004202);
+}
+
+TEST(Errors, ConstructionWithoutMemoryLeavesNothingBehind)
+{
+    const std::string message(100, 'x');
+    EXPECT_GT(kt_test::failEachAllocation([&] { const ktClassifierDefs::BadParams error(message); }), 0);
+}
+
+/// A failure code as a `long` of 64 bits may hold it: as it is written, or with the sign carried on.
+std::vector<long> spellings(unsigned long code)
+{
+    return {static_cast<long>(code), static_cast<long>(static_cast<std::int32_t>(static_cast<std::uint32_t>(code)))};
+}
+
+TEST(FailureConverter, TurnsTheTwoCodesOfTheNormalDensityIntoErrors)
+{
+    for (const long code : spellings(0x80000B61UL)) {
+        expectRefused<ktClassifierDefs::InsufficientTrainData>([code] { kfThrowExceptionOnFailure(code); },
+                                                               "No valid data has been used to train the distribution");
+    }
+    for (const long code : spellings(0x80000B62UL)) {
+        expectRefused<ktClassifierDefs::BadParams>(
+            [code] { kfThrowExceptionOnFailure(code); },
+            "Must call clear before updating with feature vectors of different sizes");
+    }
+}
+
+TEST(FailureConverter, LeavesEveryOtherCodeAlone)
+{
+    struct Row {
+        unsigned long code;
+        const char* message;
+    };
+    const Row rows[] = {
+        {0x80000B60UL, "The operation failed with status 0x80000B60."},
+        {0x80000B63UL, "The operation failed with status 0x80000B63."},
+        {0x80000B7FUL, "The operation failed with status 0x80000B7F."},
+        {0x80000B41UL, "The operation failed with status 0x80000B41."},
+        {0x80000B81UL, "The operation failed with status 0x80000B81."},
+        {0x80000001UL, "The operation failed with status 0x80000001."},
+    };
+    for (const Row& row : rows) {
+        for (const long code : spellings(row.code)) {
+            SCOPED_TRACE(row.message);
+            expectRefused<ktFailure>([code] { kfThrowExceptionOnFailure(code); }, row.message);
+        }
+    }
+}
+
+TEST(FailureConverter, CodesWithoutTheFailureBitAreNoFailures)
+{
+    for (const long code : {0L, 1L, 0x00000B61L, 0x00000B62L, 0x7FFFFFFFL}) {
+        EXPECT_NO_THROW(kfThrowExceptionOnFailure(code)) << code;
+    }
+}
+
+TEST(Status, IsArchivedAsItsUnsigned32Bits)
+{
+    struct Row {
+        ktClassifierDefs::Status status;
+        const char* bytes;
+    };
+    const Row rows[] = {
+        {ktClassifierDefs::eStatusOk, "00 00 00 00"},
+        {static_cast<ktClassifierDefs::Status>(0x12345678u), "78 56 34 12"},
+        {static_cast<ktClassifierDefs::Status>(0xFFFFFFFFu), "FF FF FF FF"},
+    };
+    for (const Row& row : rows) {
+        const std::string bytes = kt_test::store(row.status);
+        EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(bytes)), row.bytes);
+        ktClassifierDefs::Status loaded = static_cast<ktClassifierDefs::Status>(7u);
+        kt_test::loadInto(loaded, bytes);
+        EXPECT_EQ(loaded, row.status);
+    }
+}
+
+TEST(Status, OperatorReturnsTheArchive)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    ktClassifierDefs::Status status = ktClassifierDefs::eStatusOk;
+    EXPECT_EQ(&(archive || status), &archive);
+}
+
+}  // namespace

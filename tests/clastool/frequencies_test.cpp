@@ -1,0 +1,291 @@
+#include "refusals.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+
+#include <clastool/training_data.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kt_test::expectRefused;
+using kt_test::expectUnknownVersion;
+using ktClassifierDefs::BadLabel;
+using ktClassifierDefs::BadParams;
+
+using Doubles = std::vector<double>;
+using Labels = std::vector<long>;
+
+constexpr const char* notPositive = "Category frequencies must be > 0.0";
+constexpr const char* negativeLabel = "Category labels must be >= 0";
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Default 4, label 1 has 2, label 2 has 3.
+ktClassifierFrequencies overridden()
+{
+    ktClassifierFrequencies frequencies(4.0);
+    frequencies.categoryFrequencyOverride(1, 2.0);
+    frequencies.categoryFrequencyOverride(2, 3.0);
+    return frequencies;
+}
+
+/// The archive of a table of sequences that need not be equally long.
+std::string crafted(double defaultFrequency, const Labels& labels, const Doubles& frequencies)
+{
+    return kt_test::store(static_cast<unsigned char>(0), defaultFrequency, labels, frequencies);
+}
+
+TEST(Frequencies, NewTableGivesOneForEveryLabel)
+{
+    const ktClassifierFrequencies frequencies;
+    EXPECT_EQ(frequencies.defaultCategoryFrequency(), 1.0);
+    EXPECT_EQ(frequencies.categoryFrequency(0), 1.0);
+    EXPECT_EQ(frequencies.categoryFrequency(LONG_MAX), 1.0);
+    EXPECT_TRUE(frequencies == ktClassifierFrequencies(1.0));
+}
+
+TEST(Frequencies, AnyPositiveDefaultIsTaken)
+{
+    for (const double frequency : {2.5, std::numeric_limits<double>::denorm_min(), infinity}) {
+        EXPECT_EQ(ktClassifierFrequencies(frequency).categoryFrequency(7), frequency);
+        ktClassifierFrequencies frequencies;
+        frequencies.defaultCategoryFrequency(frequency);
+        EXPECT_EQ(frequencies.defaultCategoryFrequency(), frequency);
+    }
+}
+
+TEST(Frequencies, NanPassesTheComparisonWithZero)
+{
+    ktClassifierFrequencies frequencies(nan);
+    EXPECT_TRUE(std::isnan(frequencies.categoryFrequency(0)));
+    frequencies.defaultCategoryFrequency(nan);
+    frequencies.categoryFrequencyOverride(0, nan);
+    EXPECT_TRUE(std::isnan(frequencies.categoryFrequency(0)));
+    EXPECT_FALSE(frequencies == ktClassifierFrequencies(frequencies));
+}
+
+TEST(Frequencies, DefaultThatIsNotPositiveIsRefused)
+{
+    for (const double frequency : {0.0, -0.0, -1.0, -infinity}) {
+        SCOPED_TRACE(frequency);
+        expectRefused<BadParams>([frequency] { ktClassifierFrequencies refused(frequency); }, notPositive);
+        ktClassifierFrequencies frequencies = overridden();
+        expectRefused<BadParams>([&] { frequencies.defaultCategoryFrequency(frequency); }, notPositive);
+        EXPECT_TRUE(frequencies == overridden());
+    }
+}
+
+TEST(Frequencies, DefaultIsChangedWithoutTouchingTheOverrides)
+{
+    ktClassifierFrequencies frequencies = overridden();
+    frequencies.defaultCategoryFrequency(6.0);
+    EXPECT_EQ(frequencies.categoryFrequency(0), 6.0);
+    EXPECT_EQ(frequencies.categoryFrequency(1), 2.0);
+    EXPECT_EQ(frequencies.categoryFrequency(2), 3.0);
+}
+
+TEST(Frequencies, SecondOverrideOfALabelReplacesTheFirstInItsPlace)
+{
+    ktClassifierFrequencies frequencies = overridden();
+    frequencies.categoryFrequencyOverride(1, 7.0);
+    EXPECT_EQ(frequencies.categoryFrequency(1), 7.0);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(frequencies)), kt_test::toHex(crafted(4.0, {1, 2}, {7.0, 3.0})));
+}
+
+TEST(Frequencies, OverrideChecksTheFrequencyThenTheLabel)
+{
+    struct Row {
+        const char* label;
+        long category;
+        double frequency;
+        bool badParams;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"zero", 5, 0.0, true, notPositive},
+        {"zero for an entry", 1, 0.0, true, notPositive},
+        {"negative", 5, -1.0, true, notPositive},
+        {"negative, negative label", -1, -1.0, true, notPositive},
+        {"negative label", -1, 1.0, false, negativeLabel},
+        {"least label", LONG_MIN, 1.0, false, negativeLabel},
+        {"negative label, NaN", -1, nan, false, negativeLabel},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        ktClassifierFrequencies frequencies = overridden();
+        const auto set = [&] { frequencies.categoryFrequencyOverride(row.category, row.frequency); };
+        row.badParams ? expectRefused<BadParams>(set, row.message) : expectRefused<BadLabel>(set, row.message);
+        EXPECT_TRUE(frequencies == overridden());
+    }
+}
+
+TEST(Frequencies, LookUpOfANegativeLabelIsRefused)
+{
+    const ktClassifierFrequencies frequencies = overridden();
+    for (const long label : {-1L, LONG_MIN}) {
+        expectRefused<BadLabel>([&] { static_cast<void>(frequencies.categoryFrequency(label)); }, negativeLabel);
+    }
+    EXPECT_TRUE(frequencies == overridden());
+}
+
+TEST(Frequencies, ClearingTheOverridesKeepsTheDefault)
+{
+    ktClassifierFrequencies frequencies = overridden();
+    frequencies.clearFrequencyOverrides();
+    EXPECT_EQ(frequencies.defaultCategoryFrequency(), 4.0);
+    EXPECT_EQ(frequencies.categoryFrequency(1), 4.0);
+    EXPECT_TRUE(frequencies == ktClassifierFrequencies(4.0));
+}
+
+TEST(Frequencies, OverridesAreComparedInTheOrderOfTheirEntry)
+{
+    // Kept on purpose: the two tables answer alike.
+    ktClassifierFrequencies reversed(4.0);
+    reversed.categoryFrequencyOverride(2, 3.0);
+    reversed.categoryFrequencyOverride(1, 2.0);
+    EXPECT_FALSE(reversed == overridden());
+    EXPECT_TRUE(reversed != overridden());
+}
+
+TEST(Frequencies, EqualityLooksAtEveryField)
+{
+    const std::vector<std::function<void(ktClassifierFrequencies&)>> changes = {
+        [](ktClassifierFrequencies& table) { table.defaultCategoryFrequency(std::nextafter(4.0, 5.0)); },
+        [](ktClassifierFrequencies& table) { table.categoryFrequencyOverride(2, std::nextafter(3.0, 4.0)); },
+        [](ktClassifierFrequencies& table) { table.categoryFrequencyOverride(3, 3.0); },
+        [](ktClassifierFrequencies& table) { table.clearFrequencyOverrides(); },
+        [](ktClassifierFrequencies& table) {
+            kt_test::loadInto(table, crafted(4.0, {1, 5}, {2.0, 3.0}));
+        },
+    };
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        ktClassifierFrequencies frequencies = overridden();
+        EXPECT_TRUE(frequencies == overridden());
+        EXPECT_FALSE(frequencies != overridden());
+        changes[i](frequencies);
+        EXPECT_FALSE(frequencies == overridden()) << i;
+        EXPECT_FALSE(overridden() == frequencies) << i;
+        EXPECT_TRUE(frequencies != overridden()) << i;
+    }
+}
+
+TEST(Frequencies, AreArchivedAsVersionDefaultLabelsFrequencies)
+{
+    std::istringstream in(kt_test::store(overridden()));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 255;
+    double defaultFrequency = 0.0;
+    Labels labels;
+    Doubles frequencies;
+    archive || version || defaultFrequency || labels || frequencies;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(defaultFrequency, 4.0);
+    EXPECT_EQ(labels, Labels({1, 2}));
+    EXPECT_EQ(frequencies, Doubles({2.0, 3.0}));
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(Frequencies, UnknownVersionNamesTheSourcePosition)
+{
+    const std::string bytes = kt_test::store(overridden());
+    for (const char* wrong : {"01", "FF"}) {
+        ktClassifierFrequencies frequencies(7.0);
+        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
+        expectUnknownVersion([&] { kt_test::loadInto(frequencies, damaged); }, "clss/clastool/clastool", 522);
+        EXPECT_TRUE(frequencies == ktClassifierFrequencies(7.0)) << "nothing was loaded yet";
+    }
+}
+
+TEST(Frequencies, UnknownVersionOfASequenceHasNoName)
+{
+    const std::string bytes = kt_test::store(overridden());
+    const std::size_t labels = 8 + 1 + 8;
+    for (const std::size_t position : {labels, labels + 5 + 8}) {
+        SCOPED_TRACE(position);
+        const std::string damaged = kt_test::withBytesAt(bytes, position, kt_test::fromHex("01"));
+        expectUnknownVersion([&] { kt_test::load<ktClassifierFrequencies>(damaged); }, nullptr, 0);
+    }
+}
+
+TEST(Frequencies, LoadingReplacesTheWholeTableAndDoesNotValidateIt)
+{
+    ktClassifierFrequencies frequencies = overridden();
+    kt_test::loadInto(frequencies, crafted(-3.0, {7, -1, 7}, {0.0, 5.0, 6.0}));
+    EXPECT_EQ(frequencies.defaultCategoryFrequency(), -3.0);
+    EXPECT_EQ(frequencies.categoryFrequency(1), -3.0);
+    EXPECT_EQ(frequencies.categoryFrequency(7), 0.0) << "the first of two entries";
+    expectRefused<BadLabel>([&] { static_cast<void>(frequencies.categoryFrequency(-1)); }, negativeLabel);
+}
+
+TEST(Frequencies, LoadedSequencesOfDifferentLengthsStaySafe)
+{
+    struct Row {
+        const char* label;
+        Labels labels;
+        Doubles frequencies;
+        double expected;
+    };
+    // Label 1 is entry 1 where both sequences reach that far.
+    const Row rows[] = {
+        {"frequencies too short", {0, 1}, {5.0}, 2.0},
+        {"labels too short", {0}, {5.0, 6.0}, 2.0},
+        {"no frequencies", {0, 1}, {}, 2.0},
+        {"frequencies longer", {0, 1}, {5.0, 6.0, 7.0}, 6.0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        auto frequencies = kt_test::load<ktClassifierFrequencies>(crafted(2.0, row.labels, row.frequencies));
+        EXPECT_EQ(frequencies.categoryFrequency(1), row.expected);
+        EXPECT_TRUE(frequencies == kt_test::storedAndLoaded(frequencies));
+        frequencies.categoryFrequencyOverride(1, 8.0);
+        frequencies.categoryFrequencyOverride(9, 9.0);
+        EXPECT_NO_THROW(static_cast<void>(frequencies.categoryFrequency(9)));
+        frequencies.clearFrequencyOverrides();
+        EXPECT_TRUE(frequencies == ktClassifierFrequencies(2.0));
+    }
+}
+
+TEST(Frequencies, OverrideWithoutMemoryChangesNothing)
+{
+    // Appending is tried at every size up to where the sequences have grown twice.
+    for (long size = 0; size < 10; ++size) {
+        SCOPED_TRACE(size);
+        ktClassifierFrequencies filled(3.0);
+        for (long i = 0; i < size; ++i) {
+            filled.categoryFrequencyOverride(i, 1.0);
+        }
+        const long allocations = kt_test::failEachAllocation(
+            [&] { return ktClassifierFrequencies(filled); },
+            [](ktClassifierFrequencies& frequencies) { frequencies.categoryFrequencyOverride(50, 2.0); },
+            [&](const ktClassifierFrequencies& frequencies) {
+                EXPECT_TRUE(frequencies == filled);
+                EXPECT_EQ(frequencies.categoryFrequency(50), 3.0);
+            });
+        EXPECT_GT(allocations, 0);
+    }
+}
+
+TEST(Frequencies, WhatNeedsNoMemoryTakesNone)
+{
+    ktClassifierFrequencies frequencies = overridden();
+    EXPECT_EQ(kt_test::allocationsDuring([&] {
+                  frequencies.categoryFrequencyOverride(1, 3.0);
+                  frequencies.defaultCategoryFrequency(3.0);
+                  static_cast<void>(frequencies.categoryFrequency(1));
+                  static_cast<void>(frequencies == frequencies);
+                  frequencies.clearFrequencyOverrides();
+              }),
+              0);
+}
+
+}  // namespace

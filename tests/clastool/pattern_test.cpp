@@ -1,0 +1,359 @@
+#include "refusals.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+
+#include <clastool/foundation.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kt_test::expectRefused;
+using kt_test::expectUnknownVersion;
+
+using Doubles = std::vector<double>;
+using Indices = std::vector<long>;
+
+constexpr const char* negativeIndex = "Feature measurement indices must be >= 0";
+constexpr const char* indexTooLarge = "Feature measurement indices must be < number of features";
+constexpr const char* notAvailable = "The measurement for the specified measurement index is not valid.";
+constexpr const char* notAllValid = "Access to full feature vector requires that all features are valid.";
+
+constexpr long leastIndex = std::numeric_limits<long>::min();
+constexpr long greatestIndex = std::numeric_limits<long>::max();
+
+class OpenedPattern : public ktFeaturePattern {
+public:
+    using ktFeaturePattern::ktFeaturePattern;
+
+    void serialize(ktArchive& archive, unsigned char version) { serialize_(archive, version); }
+    void dispatch(ktArchive& archive) { dispatchSerialize(archive); }
+};
+
+/// Three measurements, the middle one invalid.
+ktFeaturePattern withInvalidMiddle()
+{
+    return ktFeaturePattern({1.5, -2.5, 3.5}, {1});
+}
+
+/// The archive of a pattern whose sequences are what they are.
+std::string crafted(const Doubles& measurements, const std::vector<bool>& validity)
+{
+    return kt_test::store(static_cast<unsigned char>(0), measurements, validity);
+}
+
+TEST(FeaturePattern, NewOneHasNoMeasurements)
+{
+    ktFeaturePattern pattern;
+    EXPECT_EQ(pattern.numMeasurements(), 0);
+    EXPECT_EQ(pattern.numInvalid(), 0);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices());
+    EXPECT_EQ(pattern.featureMeasurements(true), Doubles());
+    EXPECT_TRUE(pattern == ktFeaturePattern({}, {}));
+}
+
+TEST(FeaturePattern, KeepsItsMeasurementsAndWhichOfThemAreInvalid)
+{
+    ktFeaturePattern pattern = withInvalidMiddle();
+    EXPECT_EQ(pattern.numMeasurements(), 3);
+    EXPECT_EQ(pattern.numInvalid(), 1);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({1}));
+    EXPECT_TRUE(pattern.isValid(0));
+    EXPECT_FALSE(pattern.isValid(1));
+    EXPECT_TRUE(pattern.isValid(2));
+    EXPECT_EQ(pattern.featureMeasurements(false), Doubles({1.5, -2.5, 3.5}));
+}
+
+TEST(FeaturePattern, IndexNamedTwiceIsClearedTwice)
+{
+    ktFeaturePattern pattern({1.0, 2.0, 3.0}, {1, 1});
+    EXPECT_EQ(pattern.numInvalid(), 1);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({1}));
+}
+
+TEST(FeaturePattern, InvalidIndicesComeInAnyOrderAndAreListedAscending)
+{
+    ktFeaturePattern pattern({1.0, 2.0, 3.0, 4.0}, {3, 0, 2, 0});
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({0, 2, 3}));
+    EXPECT_EQ(pattern.numInvalid(), 3);
+}
+
+TEST(FeaturePattern, ConstructorRefusesTheFirstIndexAtFault)
+{
+    struct Row {
+        const char* label;
+        Doubles measurements;
+        Indices invalid;
+        const char* message;
+    };
+    const Row rows[] = {
+        {"negative", {1.0, 2.0, 3.0}, {-1}, negativeIndex},
+        {"least", {1.0, 2.0, 3.0}, {leastIndex}, negativeIndex},
+        {"one past the end", {1.0, 2.0, 3.0}, {3}, indexTooLarge},
+        {"greatest", {1.0, 2.0, 3.0}, {greatestIndex}, indexTooLarge},
+        {"no measurements", {}, {0}, indexTooLarge},
+        {"no measurements, negative", {}, {-1}, negativeIndex},
+        {"negative, then too large", {1.0}, {-1, 1}, negativeIndex},
+        {"too large, then negative", {1.0}, {1, -1}, indexTooLarge},
+        {"after good ones", {1.0, 2.0}, {0, 1, 0, -7, 2}, negativeIndex},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        expectRefused<ktClassifierDefs::BadIndex>([&] { ktFeaturePattern(row.measurements, row.invalid); },
+                                                  row.message);
+    }
+}
+
+TEST(FeaturePattern, RefusedConstructionLeavesNothingBehind)
+{
+    const Doubles measurements(1000, 1.0);
+    const Indices invalid = {0, -1};
+    const kt_test::MemoryWatch watch;
+    EXPECT_THROW(ktFeaturePattern(measurements, invalid), ktClassifierDefs::BadIndex);
+    EXPECT_EQ(watch.liveBlocks(), 0);
+}
+
+TEST(FeaturePattern, NothingPastTheEndIsValid)
+{
+    const ktFeaturePattern pattern({1.0, 2.0, 3.0}, {});
+    EXPECT_TRUE(pattern.isValid(2));
+    EXPECT_FALSE(pattern.isValid(3));
+    EXPECT_FALSE(pattern.isValid(5));
+    EXPECT_FALSE(pattern.isValid(greatestIndex));
+    EXPECT_FALSE(ktFeaturePattern().isValid(0));
+}
+
+TEST(FeaturePattern, NegativeIndexIsRefusedEverywhere)
+{
+    const ktFeaturePattern pattern = withInvalidMiddle();
+    for (const long index : {-1L, -7L, leastIndex}) {
+        expectRefused<ktClassifierDefs::BadIndex>([&] { static_cast<void>(pattern.isValid(index)); }, negativeIndex);
+        for (const bool throwIfNotAvailable : {false, true}) {
+            expectRefused<ktClassifierDefs::BadIndex>(
+                [&] { static_cast<void>(pattern.featureMeasurement(index, throwIfNotAvailable)); }, negativeIndex);
+        }
+    }
+    EXPECT_TRUE(pattern == withInvalidMiddle());
+}
+
+TEST(FeaturePattern, MeasurementThatIsNotAvailableIsRefusedOnRequest)
+{
+    const ktFeaturePattern pattern = withInvalidMiddle();
+    EXPECT_EQ(pattern.featureMeasurement(0, true), 1.5);
+    EXPECT_EQ(pattern.featureMeasurement(2, true), 3.5);
+    for (const long index : {1L, 3L, 5L, greatestIndex}) {
+        SCOPED_TRACE(index);
+        expectRefused<ktClassifierDefs::BadFeatures>(
+            [&] { static_cast<void>(pattern.featureMeasurement(index, true)); }, notAvailable);
+    }
+    EXPECT_TRUE(pattern == withInvalidMiddle());
+}
+
+TEST(FeaturePattern, OtherwiseAnInvalidMeasurementKeepsItsValueAndPastTheEndIsZero)
+{
+    const ktFeaturePattern pattern = withInvalidMiddle();
+    EXPECT_EQ(pattern.featureMeasurement(0, false), 1.5);
+    EXPECT_EQ(pattern.featureMeasurement(1, false), -2.5);
+    EXPECT_EQ(pattern.featureMeasurement(3, false), 0.0);
+    EXPECT_EQ(pattern.featureMeasurement(5, false), 0.0);
+    EXPECT_EQ(pattern.featureMeasurement(greatestIndex, false), 0.0);
+    EXPECT_EQ(ktFeaturePattern().featureMeasurement(0, false), 0.0);
+}
+
+TEST(FeaturePattern, AllMeasurementsAreRefusedOnRequestIfAnyIsInvalid)
+{
+    const ktFeaturePattern pattern = withInvalidMiddle();
+    expectRefused<ktClassifierDefs::BadFeatures>([&] { pattern.featureMeasurements(true); }, notAllValid);
+    EXPECT_EQ(pattern.featureMeasurements(false), Doubles({1.5, -2.5, 3.5}));
+    const ktFeaturePattern valid({1.0, 2.0}, {});
+    EXPECT_EQ(valid.featureMeasurements(true), Doubles({1.0, 2.0}));
+    EXPECT_EQ(ktFeaturePattern().featureMeasurements(true), Doubles());
+}
+
+TEST(FeaturePattern, AllMeasurementsAreThoseStoredNotACopy)
+{
+    const ktFeaturePattern pattern({1.0, 2.0}, {});
+    EXPECT_EQ(&pattern.featureMeasurements(true), &pattern.featureMeasurements(false));
+}
+
+TEST(FeaturePattern, EqualityLooksAtEveryMeasurementAndEveryFlag)
+{
+    struct Row {
+        const char* label;
+        ktFeaturePattern other;
+        bool equal;
+    };
+    const Row rows[] = {
+        {"the same", ktFeaturePattern({1.0, 2.0, 3.0}, {1}), true},
+        {"the same, named twice", ktFeaturePattern({1.0, 2.0, 3.0}, {1, 1}), true},
+        {"value of the invalid one", ktFeaturePattern({1.0, 2.5, 3.0}, {1}), false},
+        {"value of a valid one", ktFeaturePattern({1.0, 2.0, 3.5}, {1}), false},
+        {"one bit of a value", ktFeaturePattern({std::nextafter(1.0, 2.0), 2.0, 3.0}, {1}), false},
+        {"another invalid one", ktFeaturePattern({1.0, 2.0, 3.0}, {2}), false},
+        {"all valid", ktFeaturePattern({1.0, 2.0, 3.0}, {}), false},
+        {"shorter", ktFeaturePattern({1.0, 2.0}, {1}), false},
+        {"longer", ktFeaturePattern({1.0, 2.0, 3.0, 4.0}, {1}), false},
+        {"empty", ktFeaturePattern(), false},
+    };
+    const ktFeaturePattern pattern({1.0, 2.0, 3.0}, {1});
+    for (const Row& row : rows) {
+        EXPECT_EQ(pattern == row.other, row.equal) << row.label;
+        EXPECT_EQ(row.other == pattern, row.equal) << row.label;
+        EXPECT_EQ(pattern != row.other, !row.equal) << row.label;
+    }
+}
+
+TEST(FeaturePattern, NanIsKeptAndEqualsNothing)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const ktFeaturePattern pattern({nan, 1.0}, {});
+    EXPECT_TRUE(pattern.isValid(0));
+    EXPECT_TRUE(std::isnan(pattern.featureMeasurement(0, true)));
+    EXPECT_FALSE(pattern == ktFeaturePattern(pattern));
+    EXPECT_TRUE(std::isnan(kt_test::storedAndLoaded(pattern).featureMeasurement(0, true)));
+    EXPECT_TRUE(ktFeaturePattern({0.0}, {}) == ktFeaturePattern({-0.0}, {})) << "compared as doubles";
+}
+
+TEST(FeaturePattern, IsArchivedAsVersionMeasurementsValidity)
+{
+    std::istringstream in(kt_test::store(withInvalidMiddle()));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 255;
+    Doubles measurements;
+    std::vector<bool> validity;
+    archive || version || measurements || validity;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(measurements, Doubles({1.5, -2.5, 3.5}));
+    EXPECT_EQ(validity, std::vector<bool>({true, false, true}));
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(FeaturePattern, UnknownVersionInAnyLayerHasNoName)
+{
+    // Version, vector of doubles (version, count, 3 values), vector of flags (version, count, flags).
+    const std::string bytes = kt_test::store(withInvalidMiddle());
+    const std::size_t measurements = 8 + 1;
+    for (const std::size_t position : {measurements - 1, measurements, measurements + 5 + 24}) {
+        for (const char* wrong : {"01", "FF"}) {
+            ktFeaturePattern pattern({9.0}, {});
+            SCOPED_TRACE(position);
+            expectUnknownVersion(
+                [&] { kt_test::loadInto(pattern, kt_test::withBytesAt(bytes, position, kt_test::fromHex(wrong))); },
+                nullptr, 0);
+        }
+    }
+}
+
+TEST(FeaturePattern, SerializeChecksTheVersionBeforeItTouchesTheStream)
+{
+    OpenedPattern pattern({1.0, 2.0}, {1});
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    expectUnknownVersion([&] { pattern.serialize(storing, 1); }, nullptr, 0);
+    EXPECT_EQ(out.str(), "");
+
+    std::istringstream in(kt_test::store(withInvalidMiddle()));
+    ktArchive loading(static_cast<std::istream&>(in));
+    expectUnknownVersion([&] { pattern.serialize(loading, 255); }, nullptr, 0);
+    EXPECT_EQ(in.tellg(), 0);
+    EXPECT_TRUE(pattern == ktFeaturePattern({1.0, 2.0}, {1}));
+}
+
+TEST(FeaturePattern, SerializeArchivesMeasurementsAndValidity)
+{
+    OpenedPattern pattern({1.0, 2.0}, {1});
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    pattern.serialize(archive, 0);
+    const std::string whole = kt_test::store(ktFeaturePattern(pattern));
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(out.str())), kt_test::toHex(whole.substr(8 + 1)));
+}
+
+TEST(FeaturePattern, VisitedInAPassIsNotArchivedAgain)
+{
+    OpenedPattern pattern({1.0, 2.0}, {1});
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        pattern.dispatch(archive);
+        pattern.dispatch(archive);
+    }
+    EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(kt_test::store(ktFeaturePattern(pattern))));
+}
+
+TEST(FeaturePattern, LoadedWithoutAFlagForAMeasurementHoldsItInvalid)
+{
+    auto pattern = kt_test::load<ktFeaturePattern>(crafted({1.0, 2.0, 3.0}, {true}));
+    EXPECT_EQ(pattern.numMeasurements(), 3);
+    EXPECT_EQ(pattern.numInvalid(), 2);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({1, 2}));
+    EXPECT_TRUE(pattern.isValid(0));
+    EXPECT_FALSE(pattern.isValid(1));
+    EXPECT_FALSE(pattern.isValid(2));
+    EXPECT_EQ(pattern.featureMeasurement(2, false), 3.0);
+    expectRefused<ktClassifierDefs::BadFeatures>([&] { static_cast<void>(pattern.featureMeasurement(2, true)); },
+                                                 notAvailable);
+    expectRefused<ktClassifierDefs::BadFeatures>([&] { pattern.featureMeasurements(true); }, notAllValid);
+    EXPECT_TRUE(pattern == kt_test::storedAndLoaded(pattern));
+}
+
+TEST(FeaturePattern, LoadedFlagsPastTheMeasurementsCountForNothing)
+{
+    auto pattern = kt_test::load<ktFeaturePattern>(crafted({1.0}, {true, true, false}));
+    EXPECT_EQ(pattern.numMeasurements(), 1);
+    EXPECT_EQ(pattern.numInvalid(), 0);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices());
+    EXPECT_FALSE(pattern.isValid(1));
+    EXPECT_EQ(pattern.featureMeasurement(1, false), 0.0);
+    EXPECT_EQ(pattern.featureMeasurements(true), Doubles({1.0}));
+}
+
+TEST(FeaturePattern, CountOfInvalidOnesIsThatOfTheListAlsoAfterAFailedLoad)
+{
+    const std::string bytes = kt_test::store(ktFeaturePattern(Doubles(20, 1.0), {0, 3, 17}));
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        SCOPED_TRACE(size);
+        ktFeaturePattern pattern({1.0, 2.0, 3.0}, {1});
+        EXPECT_THROW(kt_test::loadInto(pattern, bytes.substr(0, size)), ktArchive::Corrupt);
+        EXPECT_EQ(pattern.numInvalid(), static_cast<long>(pattern.invalidFeatureIndices().size()));
+        EXPECT_EQ(ktFeaturePattern(pattern).numInvalid(), pattern.numInvalid());
+    }
+}
+
+TEST(FeaturePattern, ConstructionWithoutMemoryLeavesNothingBehind)
+{
+    const Doubles measurements(100, 1.0);
+    const Indices invalid = {1};
+    EXPECT_EQ(kt_test::failEachAllocation([&] { const ktFeaturePattern pattern(measurements, invalid); }), 2);
+}
+
+TEST(FeaturePattern, ListingInvalidIndicesWithoutMemoryChangesNothing)
+{
+    const ktFeaturePattern sample({1.0, 2.0, 3.0}, {0, 1, 2});
+    const long allocations = kt_test::failEachAllocation(
+        [&] { return ktFeaturePattern(sample); }, [](ktFeaturePattern& pattern) { pattern.invalidFeatureIndices(); },
+        [&](const ktFeaturePattern& pattern) { EXPECT_TRUE(pattern == sample); });
+    EXPECT_GT(allocations, 0);
+}
+
+TEST(FeaturePattern, IsSharedByHandles)
+{
+    const kt_test::MemoryWatch watch;
+    {
+        const ktPtrHandle_const<ktFeaturePattern> first(new ktFeaturePattern({1.0}, {}));
+        const ktPtrHandle_const<ktFeaturePattern> second = first;
+        EXPECT_EQ(first->refCount(), 2);
+        EXPECT_EQ(&*first, &*second);
+    }
+    EXPECT_EQ(watch.liveBlocks(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include "support/archives.h"
+#include "support/bytes.h"
+#include "support/failures.h"
+#include "support/technique.h"
+
+#include <clastool/classifier.h>
+
+#include <gtest/gtest.h>
+
+#include <type_traits>
+
+namespace {
+
+using kt_test::expectThrows;
+
+/// Parameters that add nothing to the base but what it asks for.
+struct PlainParams : ktClassifierTrainParams {
+    ktPtrHandle<ktClassifierTrainParams> clone() const override { return new PlainParams(*this); }
+    bool isSameTechnique_(const ktClassifierTrainParams&) const override { return false; }
+    kt_Classifier* newClassifier_() const override { return nullptr; }
+
+    using ktClassifierTrainParams::isEqual_;
+    using ktClassifierTrainParams::serialize_;
+};
+
+TEST(TrainParams, ThrowIfNotReadyUnlessToldOtherwise)
+{
+    PlainParams params;
+    EXPECT_TRUE(params.throwIfNotReady());
+    params.throwIfNotReady(false);
+    EXPECT_FALSE(params.throwIfNotReady());
+    params.throwIfNotReady(true);
+    EXPECT_TRUE(params.throwIfNotReady());
+}
+
+// Kept on purpose: what a copy carries is for the derived class to settle.
+TEST(TrainParams, CopyOfTheBaseStartsWithTheFlagSet)
+{
+    PlainParams params;
+    params.throwIfNotReady(false);
+    EXPECT_TRUE(PlainParams(params).throwIfNotReady());
+    EXPECT_TRUE(params.clone()->throwIfNotReady());
+}
+
+// Kept on purpose: see above.
+TEST(TrainParams, AssignmentOfTheBaseAssignsNothing)
+{
+    PlainParams with;
+    PlainParams without;
+    without.throwIfNotReady(false);
+    with = without;
+    EXPECT_TRUE(with.throwIfNotReady());
+    without = PlainParams();
+    EXPECT_FALSE(without.throwIfNotReady());
+}
+
+TEST(TrainParams, DerivedClassThatCarriesTheFlagGivesItToItsClone)
+{
+    kt_test::Script script;
+    kt_test::TechniqueParams params(script, 1);
+    params.throwIfNotReady(false);
+    EXPECT_FALSE(params.clone()->throwIfNotReady());
+}
+
+TEST(TrainParams, AreEqualToAllOthersUnlessADerivedClassSaysOtherwise)
+{
+    kt_test::Script script;
+    EXPECT_TRUE(PlainParams().isEqual_(PlainParams()));
+    EXPECT_TRUE(PlainParams().isEqual_(kt_test::TechniqueParams(script, 1)));
+}
+
+TEST(TrainParams, HaveOnePersistentPartAndOneCountWhateverElseTheyDeriveFrom)
+{
+    struct Other : virtual ktPersistent, virtual ktRepBase {};
+    struct Both : PlainParams, Other {};
+    Both both;
+    ktPersistent* const throughParams = static_cast<ktClassifierTrainParams*>(&both);
+    ktPersistent* const throughOther = static_cast<Other*>(&both);
+    EXPECT_EQ(throughParams, throughOther);
+    EXPECT_EQ(static_cast<const ktRepBase&>(both).refCount(), 0);
+}
+
+TEST(TrainParams, CannotBeCopiedThroughTheirBase)
+{
+    EXPECT_TRUE(std::is_abstract_v<ktClassifierTrainParams>);
+    EXPECT_FALSE(std::is_copy_assignable_v<ktClassifierTrainParams>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<ktClassifierTrainParams>);
+}
+
+TEST(TrainParams, AreStoredAsTheirVersionAlone)
+{
+    PlainParams params;
+    EXPECT_EQ(kt_test::toHex(kt_test::store(params)), kt_test::toHex(kt_test::archiveHeader() + std::string(1, '\0')));
+    params.throwIfNotReady(false);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(params)), kt_test::toHex(kt_test::archiveHeader() + std::string(1, '\0')));
+}
+
+TEST(TrainParams, KeepTheirFlagWhenTheyAreLoaded)
+{
+    PlainParams with;
+    PlainParams without;
+    without.throwIfNotReady(false);
+    EXPECT_TRUE(kt_test::storedAndLoaded(without).throwIfNotReady());
+    kt_test::loadInto(without, kt_test::store(with));
+    EXPECT_FALSE(without.throwIfNotReady());
+    kt_test::loadInto(with, kt_test::store(without));
+    EXPECT_TRUE(with.throwIfNotReady());
+}
+
+TEST(TrainParams, AreStoredOnceAPass)
+{
+    PlainParams params;
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        archive || params || params;
+    }
+    EXPECT_EQ(out.str(), kt_test::store(params));
+}
+
+TEST(TrainParams, RefuseAnyOtherVersion)
+{
+    PlainParams params;
+    params.throwIfNotReady(false);
+    for (const char version : {'\x01', '\x7F', '\xFF'}) {
+        expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001,
+                                                [&] { kt_test::loadInto(params, kt_test::archiveHeader() + version); });
+        std::ostringstream out;
+        ktArchive archive(static_cast<std::ostream&>(out));
+        expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001, [&] {
+            params.serialize_(archive, static_cast<unsigned char>(version));
+        });
+        EXPECT_EQ(out.str(), "");
+    }
+    EXPECT_FALSE(params.throwIfNotReady());
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+#include <kt/exception.h>
+
+#include "support/archives.h"
+#include "support/bytes.h"
+#include "support/failures.h"
+
+#include "toys.h"
+
+#include <ostream>
+#include <string>
+#include <type_traits>
+
+namespace {
+
+using kt_test::expectThrows;
+
+/// An error of a user's own.
+class Mishap : public ktExceptionWithString {
+public:
+    explicit Mishap(const std::string& message = "") : ktExceptionWithString(message) {}
+
+    long errorNumber() const override { return 77; }
+    void suicideAndRethrow() override { rethrowCopyOf(this); }
+
+private:
+    toys::Alive<Mishap> alive_;
+};
+
+/// An error that makes its message when it is asked.
+class Sum : public ktException {
+public:
+    long errorNumber() const override { return 78; }
+    void suicideAndRethrow() override { rethrowCopyOf(this); }
+    const char* what() const noexcept override { return "1 + 1 = 2"; }
+
+protected:
+    void message_(std::ostream& out) const override { out << "1 + 1 = " << 1 + 1; }
+};
+
+TEST(Exception, MessageAndWhatAreTheText)
+{
+    const Mishap mishap("spilt milk");
+    EXPECT_EQ(mishap.message(), "spilt milk");
+    EXPECT_STREQ(mishap.what(), "spilt milk");
+    EXPECT_EQ(Mishap().message(), "");
+    EXPECT_STREQ(Mishap().what(), "");
+}
+
+TEST(Exception, CopiesKeepTheMessage)
+{
+    const Mishap mishap("spilt milk");
+    const Mishap copy(mishap);
+    Mishap assigned;
+    assigned = mishap;
+    EXPECT_EQ(copy.message(), "spilt milk");
+    EXPECT_EQ(assigned.message(), "spilt milk");
+}
+
+TEST(Exception, IsCaughtByEachOfItsBases)
+{
+    EXPECT_THROW(throw Mishap(), ktExceptionWithString);
+    EXPECT_THROW(throw Mishap(), ktException);
+    EXPECT_THROW(throw Mishap(), ktPersistent);
+    EXPECT_THROW(throw Mishap(), std::exception);
+    EXPECT_THROW(throw ktBadPointer(), ktException);
+    EXPECT_THROW(throw ktBadPointer(), ktPersistent);
+    EXPECT_THROW(throw ktBadPointer(), std::exception);
+    static_assert(std::is_abstract_v<ktException> && std::is_abstract_v<ktExceptionWithString>);
+}
+
+TEST(Exception, BadPointerHasAnEmptyMessage)
+{
+    EXPECT_EQ(ktBadPointer().message(), "");
+    EXPECT_STREQ(ktBadPointer().what(), "");
+    EXPECT_EQ(ktBadPointer().errorNumber(), 0x10004007);
+}
+
+TEST(Exception, RethrowingDestroysTheObjectAndThrowsACopyOfItsClass)
+{
+    ktException* error = new Mishap("spilt milk");
+    expectThrows<Mishap>("spilt milk", 77, [&] { error->suicideAndRethrow(); });
+    EXPECT_EQ(toys::Alive<Mishap>::count, 0);
+    ktException* null = new ktBadPointer;
+    expectThrows<ktBadPointer>("", 0x10004007, [&] { null->suicideAndRethrow(); });
+    ktException* sum = new Sum;
+    expectThrows<Sum>("1 + 1 = 2", 78, [&] { sum->suicideAndRethrow(); });
+}
+
+TEST(Exception, TextIsArchivedWithoutAVersion)
+{
+    const Mishap mishap("milk");
+    const std::string bytes = kt_test::store(mishap);
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(bytes)), "04 00 00 00 6D 69 6C 6B");
+    EXPECT_EQ(kt_test::load<Mishap>(bytes).message(), "milk");
+}
+
+TEST(Exception, TextIsArchivedOnceAPass)
+{
+    Mishap mishap("milk");
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    archive || mishap || mishap;
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(out.str())), "04 00 00 00 6D 69 6C 6B");
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+#include <kt/failure.h>
+
+#include "support/failures.h"
+
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+using kt_test::expectThrows;
+
+// A group of the tests' own: code c of it is 0x80000000 + 32 * 1000 + c.
+constexpr long group = 1000;
+constexpr long firstCode = static_cast<long>(0x80007D00UL);
+
+std::vector<long> seen;
+
+void recordsAndReturns(long code)
+{
+    seen.push_back(code);
+}
+
+void throwsForCodeOne(long code)
+{
+    seen.push_back(code);
+    if (code == firstCode + 1) {
+        throw std::domain_error("one");
+    }
+}
+
+void throwsAlways(long)
+{
+    throw std::range_error("always");
+}
+
+/// A registration that ends with the test.
+class Registration {
+public:
+    Registration(long forGroup, kfExceptionConverter converter) : group_(forGroup), converter_(converter)
+    {
+        seen.clear();
+        kfRegisterExceptionConverter(group_, converter_);
+    }
+    ~Registration() { kfUnregisterExceptionConverter(group_, converter_); }
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+private:
+    long group_;
+    kfExceptionConverter converter_;
+};
+
+TEST(Failure, CodesWithoutBit31AreNoFailures)
+{
+    const Registration registration(group, &throwsAlways);
+    for (const long code : {0L, 1L, 0x7D00L, 0x7FFFFFFFL}) {
+        EXPECT_NO_THROW(kfThrowExceptionOnFailure(code)) << code;
+    }
+}
+
+TEST(Failure, CodeThatNoConverterTakesIsAFailure)
+{
+    expectThrows<ktFailure>("The operation failed with status 0x80007D01.", 0x10004008,
+                            [] { kfThrowExceptionOnFailure(firstCode + 1); });
+    try {
+        kfThrowExceptionOnFailure(firstCode + 1);
+    } catch (const ktFailure& failure) {
+        EXPECT_EQ(failure.code(), firstCode + 1);
+    }
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktExceptionWithString);
+    static_assert(std::is_base_of_v<ktException, ktFailure>);
+}
+
+TEST(Failure, ConverterIsAskedForItsGroupAlone)
+{
+    const Registration registration(group, &recordsAndReturns);
+    for (const long other : {firstCode - 1, firstCode + 32, firstCode + 32 * 64, firstCode + 32 * (1 << 20),
+                             static_cast<long>(0x80000000UL), static_cast<long>(0xFFFFFFFFUL)}) {
+        EXPECT_THROW(kfThrowExceptionOnFailure(other), ktFailure);
+    }
+    EXPECT_TRUE(seen.empty());
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktFailure) << "the converter returned";
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 31), ktFailure) << "the converter returned";
+    EXPECT_EQ(seen, (std::vector<long>{firstCode, firstCode + 31}));
+}
+
+TEST(Failure, WhatAConverterThrowsPasses)
+{
+    const Registration registration(group, &throwsForCodeOne);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 1), std::domain_error);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 2), ktFailure);
+}
+
+TEST(Failure, NewestConverterOfAGroupIsAskedFirstThenTheOlder)
+{
+    const Registration older(group, &throwsAlways);
+    const Registration newer(group, &throwsForCodeOne);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 1), std::domain_error);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 2), std::range_error);
+}
+
+TEST(Failure, CodesAreComparedAs32BitValues)
+{
+    const Registration registration(group, &recordsAndReturns);
+    const auto signExtended = static_cast<long>(static_cast<int>(0x80007D00U));
+    EXPECT_THROW(kfThrowExceptionOnFailure(signExtended), ktFailure);
+    EXPECT_EQ(seen, std::vector<long>{signExtended}) << "the code is handed on as it came";
+    expectThrows<ktFailure>("The operation failed with status 0x80007D00.", 0x10004008,
+                            [&] { kfThrowExceptionOnFailure(signExtended); });
+}
+
+TEST(Failure, ConverterThatWasTakenAwayIsNotAsked)
+{
+    {
+        const Registration first(group, &throwsAlways);
+        const Registration second(group, &recordsAndReturns);
+        const Registration third(group + 1, &throwsAlways);
+        kfUnregisterExceptionConverter(group + 1, &recordsAndReturns);
+        kfUnregisterExceptionConverter(group, &recordsAndReturns);
+        EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), std::range_error);
+        EXPECT_TRUE(seen.empty());
+    }
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktFailure);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 32), ktFailure);
+}
+
+TEST(Failure, NullConverterTakesNoCode)
+{
+    const Registration registration(group, nullptr);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktFailure);
+}
+
+TEST(Failure, CopiesKeepCodeAndText)
+{
+    const ktFailure failure(firstCode);
+    const ktFailure copy(failure);
+    ktFailure assigned(1);
+    assigned = failure;
+    EXPECT_EQ(copy.code(), firstCode);
+    EXPECT_EQ(copy.message(), "The operation failed with status 0x80007D00.");
+    EXPECT_EQ(assigned.code(), firstCode);
+    EXPECT_EQ(assigned.message(), copy.message());
+    ktFailure* onTheFreeStore = new ktFailure(firstCode);
+    expectThrows<ktFailure>("The operation failed with status 0x80007D00.", 0x10004008,
+                            [&] { onTheFreeStore->suicideAndRethrow(); });
+}
+
+}  // namespace

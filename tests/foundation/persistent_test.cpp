@@ -1,0 +1,198 @@
+#include <kt/persistent.h>
+
+#include "support/archives.h"
+#include "support/bytes.h"
+#include "support/failures.h"
+
+#include "toys.h"
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <sstream>
+
+namespace {
+
+using kt_test::afterHeader;
+using kt_test::archiveHeader;
+using kt_test::fromHex;
+using kt_test::store;
+using kt_test::toHex;
+
+/// Shows what the base keeps for its derived classes.
+class Probe : public ktPersistent {
+public:
+    using ktPersistent::dispatchSerialize;
+    using ktPersistent::haveVisited;
+    using ktPersistent::loadSimple;
+    using ktPersistent::reInit;
+    using ktPersistent::setVisited;
+};
+
+/// Two layers of the same extent: the derived class adds no field.
+class Base : public ktPersistent {
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+            ktArchive::checkVersion(version, "Base");
+            ktPersistent::dispatchSerialize(archive);
+        });
+    }
+};
+class Derived : public Base {
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+            ktArchive::checkVersion(version, "Derived");
+            Base::dispatchSerialize(archive);
+        });
+    }
+};
+
+TEST(Persistent, BaseHasNothingToArchive)
+{
+    Probe probe;
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    archive || probe;
+    EXPECT_EQ(out.str(), "");
+    probe.reInit();
+    EXPECT_FALSE(probe.loadSimple(archive));
+}
+
+TEST(Persistent, NothingIsVisitedOutsideAPass)
+{
+    const Probe probe;
+    Probe::setVisited(&probe, sizeof probe);
+    EXPECT_FALSE(Probe::haveVisited(&probe, sizeof probe));
+}
+
+TEST(Persistent, MarksAreOfAnObjectAndAnExtentAndEndWithThePass)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const Probe probes[2];
+    {
+        const ktArchive::Pass pass(archive);
+        Probe::setVisited(&probes[0], 16);
+        Probe::setVisited(&probes[0], 16);
+        EXPECT_TRUE(Probe::haveVisited(&probes[0], 16));
+        EXPECT_FALSE(Probe::haveVisited(&probes[0], 24));
+        EXPECT_FALSE(Probe::haveVisited(&probes[1], 16));
+    }
+    EXPECT_FALSE(Probe::haveVisited(&probes[0], 16));
+    const ktArchive::Pass pass(archive);
+    EXPECT_FALSE(Probe::haveVisited(&probes[0], 16));
+}
+
+TEST(Persistent, PassesOfTwoArchivesMayEndInAnyOrder)
+{
+    std::ostringstream out;
+    ktArchive first(static_cast<std::ostream&>(out));
+    ktArchive second(static_cast<std::ostream&>(out));
+    auto firstPass = std::make_unique<ktArchive::Pass>(first);
+    auto secondPass = std::make_unique<ktArchive::Pass>(second);
+    firstPass.reset();
+    secondPass.reset();
+    const Probe probe;
+    Probe::setVisited(&probe, sizeof probe);
+    EXPECT_FALSE(Probe::haveVisited(&probe, sizeof probe)) << "no pass is open";
+}
+
+TEST(Persistent, InnerPassOfAnArchiveMayOutliveTheOuterOne)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    auto outer = std::make_unique<ktArchive::Pass>(archive);
+    auto inner = std::make_unique<ktArchive::Pass>(archive);
+    outer.reset();
+    inner.reset();
+    const Probe probe;
+    Probe::setVisited(&probe, sizeof probe);
+    EXPECT_FALSE(Probe::haveVisited(&probe, sizeof probe)) << "no pass is open";
+}
+
+TEST(Persistent, CopyIsAnObjectThatNoPassHasVisited)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    const Probe probe;
+    Probe::setVisited(&probe, sizeof probe);
+    const Probe copy(probe);
+    Probe assigned;
+    assigned = probe;
+    EXPECT_FALSE(Probe::haveVisited(&copy, sizeof copy));
+    EXPECT_FALSE(Probe::haveVisited(&assigned, sizeof assigned));
+}
+
+TEST(Persistent, VisitedObjectThatDiesIsForgotten)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    alignas(Probe) unsigned char place[sizeof(Probe)];
+    const auto* probe = new (place) Probe;
+    Probe::setVisited(probe, sizeof *probe);
+    probe->~Probe();
+    const auto* next = new (place) Probe;
+    EXPECT_FALSE(Probe::haveVisited(next, sizeof *next));
+    next->~Probe();
+}
+
+TEST(Persistent, LayersOfOneExtentAreEachArchived)
+{
+    Derived derived;
+    EXPECT_EQ(toHex(afterHeader(store(derived))), "00 00");
+    kt_test::expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: Derived.", 0x10004001, [&] {
+        kt_test::loadInto(derived, archiveHeader() + fromHex("01 00"));
+    });
+    kt_test::expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: Base.", 0x10004001, [&] {
+        kt_test::loadInto(derived, archiveHeader() + fromHex("00 01"));
+    });
+}
+
+TEST(Persistent, ClassWithVirtualBasesIsArchivedInPlaceWithoutItsName)
+{
+    toys::HeavyNode heavy(1.0);
+    heavy.number = 4;
+    heavy.children = {toys::chain(1)};
+    const std::string bytes = store(heavy);
+    EXPECT_EQ(toHex(afterHeader(bytes)),
+              "00 00 04 00 00 00 00 01 00 00 00 03 0A 00 00 00 74 6F 79 73 3A 3A 4E 6F 64 65 "
+              "00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 F0 3F");
+    const auto loaded = kt_test::load<toys::HeavyNode>(bytes);
+    EXPECT_EQ(loaded.number, 4);
+    EXPECT_EQ(loaded.weight, 1.0);
+    EXPECT_EQ(loaded.children.at(0)->number, 1);
+}
+
+#if defined(__GNUG__) && (defined(__x86_64__) || defined(__i386__))
+/// The place of a virtual operation in its class's table; the two destructors take places 0 and 1.
+template <class Operation>
+long slotOf(Operation operation)
+{
+    std::ptrdiff_t offset = 0;
+    std::memcpy(&offset, &operation, sizeof offset);
+    return static_cast<long>((offset - 1) / static_cast<std::ptrdiff_t>(sizeof(void*)));
+}
+
+class ErrorProbe : public ktExceptionWithString {
+public:
+    using ktExceptionWithString::message_;
+};
+
+TEST(Persistent, VirtualOperationsKeepTheirPlaces)
+{
+    EXPECT_EQ(slotOf(static_cast<void (ktPersistent::*)(ktArchive&)>(&Probe::dispatchSerialize)), 2);
+    EXPECT_EQ(slotOf(static_cast<void (ktPersistent::*)()>(&Probe::reInit)), 3);
+    EXPECT_EQ(slotOf(static_cast<bool (ktPersistent::*)(ktArchive&)>(&Probe::loadSimple)), 4);
+    EXPECT_EQ(slotOf(&ktException::errorNumber), 5);
+    EXPECT_EQ(slotOf(&ktException::suicideAndRethrow), 6);
+    EXPECT_EQ(slotOf(&ErrorProbe::message_), 7);
+}
+#endif
+
+}  // namespace

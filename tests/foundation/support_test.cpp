@@ -1,0 +1,196 @@
+#include "support/allocations.h"
+#include "support/bytes.h"
+#include "support/damage.h"
+
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+#include <kt/archive.h>
+
+#include <functional>
+#include <memory>
+#include <new>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+// The kits that other tests rest on: what they are to find, they find.
+
+namespace {
+
+using kt_test::AllocationFailure;
+using kt_test::Fails;
+using kt_test::MemoryWatch;
+
+/// A block that a compiler cannot do without.
+std::unique_ptr<char[]> block(std::size_t size)
+{
+    char* volatile bytes = new char[size];
+    return std::unique_ptr<char[]>(bytes);
+}
+
+/// What the first failure in `body` says; empty without a failure.
+template <class Body>
+std::string firstFailureOf(Body body)
+{
+    testing::TestPartResultArray failures;
+    {
+        const testing::ScopedFakeTestPartResultReporter reporter(
+            testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+        body();
+    }
+    return failures.size() == 0 ? "" : failures.GetTestPartResult(0).message();
+}
+
+TEST(TestSupport, MemoryWatchCountsWhatIsLeftAndThePeak)
+{
+    const MemoryWatch watch;
+    auto kept = block(1000);
+    block(5000);
+    EXPECT_EQ(watch.allocations(), 2);
+    EXPECT_EQ(watch.liveBlocks(), 1);
+    EXPECT_GE(watch.liveBytes(), 1000);
+    EXPECT_LT(watch.liveBytes(), 1100);
+    EXPECT_GE(watch.peakBytes(), 6000u);
+    EXPECT_LT(watch.peakBytes(), 6200u);
+    kept.reset();
+    EXPECT_EQ(watch.liveBytes(), 0);
+}
+
+TEST(TestSupport, PeakOfAnInnerWatchReachesTheOuterOne)
+{
+    const MemoryWatch outer;
+    {
+        const MemoryWatch inner;
+        block(5000);
+    }
+    const MemoryWatch later;
+    EXPECT_EQ(later.peakBytes(), 0u);
+    EXPECT_EQ(kt_test::allocationsDuring([] { block(1); }), 1);
+}
+
+TEST(TestSupport, TheChosenAllocationFails)
+{
+    const auto twoBlocks = [] {
+        const auto first = block(1);
+        const auto second = block(1);
+    };
+    {
+        const AllocationFailure failure(2);
+        EXPECT_THROW(twoBlocks(), std::bad_alloc);
+        EXPECT_TRUE(failure.happened());
+        EXPECT_NO_THROW(twoBlocks());
+    }
+    {
+        const AllocationFailure failure(2, Fails::fromThenOn);
+        EXPECT_THROW(twoBlocks(), std::bad_alloc);
+        EXPECT_THROW(twoBlocks(), std::bad_alloc);
+    }
+    const AllocationFailure failure(3);
+    twoBlocks();
+    EXPECT_FALSE(failure.happened());
+}
+
+/// failEachAllocation on a vector of three sevens, which a failing operation must not change.
+template <class Operation>
+long failAll(Operation operation)
+{
+    return kt_test::failEachAllocation(
+        [] { return std::vector<long>(3, 7); }, operation,
+        [](const std::vector<long>& state) { EXPECT_EQ(state, std::vector<long>(3, 7)); });
+}
+
+TEST(TestSupport, FailEachAllocationCountsThem)
+{
+    EXPECT_EQ(failAll([](std::vector<long>& state) {
+                  std::vector<long> next(10, 1);
+                  next.resize(100);
+                  state.swap(next);
+              }),
+              2);
+}
+
+TEST(TestSupport, FailEachAllocationFindsAChangedState)
+{
+    const std::string failure = firstFailureOf([] {
+        failAll([](std::vector<long>& state) {
+            state[0] = 1;
+            state.resize(100);
+        });
+    });
+    EXPECT_NE(failure.find("{ 1, 7, 7 }"), std::string::npos) << failure;
+}
+
+TEST(TestSupport, FailEachAllocationFindsALeak)
+{
+    std::vector<std::unique_ptr<char[]>> leaked;
+    leaked.reserve(100);
+    const std::string failure = firstFailureOf([&leaked] {
+        failAll([&leaked](std::vector<long>& state) {
+            leaked.push_back(block(1));
+            state.resize(100);
+        });
+    });
+    EXPECT_NE(failure.find("blocks leaked"), std::string::npos) << failure;
+}
+
+TEST(TestSupport, FailEachAllocationFindsAnotherException)
+{
+    const std::string failure = firstFailureOf([] {
+        failAll([](std::vector<long>& state) {
+            try {
+                state.resize(100);
+            } catch (const std::bad_alloc&) {
+                throw std::runtime_error("lost");
+            }
+        });
+    });
+    EXPECT_NE(failure.find("not std::bad_alloc but: lost"), std::string::npos) << failure;
+}
+
+TEST(TestSupport, HexGoesBothWays)
+{
+    EXPECT_EQ(kt_test::fromHex("00 ff7F\n 80"), std::string("\0\xFF\x7F\x80", 4));
+    EXPECT_EQ(kt_test::toHex(std::string("\0\xFF\x7F", 3)), "00 FF 7F");
+    EXPECT_THROW(kt_test::fromHex("0"), std::invalid_argument);
+    EXPECT_THROW(kt_test::fromHex("0g"), std::invalid_argument);
+    EXPECT_EQ(kt_test::littleEndian32(0x01020304), "\4\3\2\1");
+}
+
+TEST(TestSupport, EveryKindOfDamageIsDone)
+{
+    std::multiset<std::string> damaged;
+    kt_test::forEachDamage("abcde", [&](const std::string& bytes, const std::string&) { damaged.insert(bytes); });
+    EXPECT_EQ(damaged.size(), 5u + 40u + 2u * 5u);
+    for (const std::string& form : {std::string(""), std::string("abcd"), std::string("`bcde"), std::string("abcd\xE5"),
+                                    std::string("\1\0\0\0e", 5), std::string("a\xFF\xFF\xFF\x7F"),
+                                    std::string("a\0\0\0\x80", 5), std::string("\xFF\xFF\xFF\xFF") + "e"}) {
+        EXPECT_EQ(damaged.count(form), 1u) << kt_test::toHex(form);
+    }
+}
+
+std::string failureOfDamage(const std::function<void(ktArchive&)>& load)
+{
+    return firstFailureOf([&load] { kt_test::loadDamaged(kt_test::archiveHeader() + "abcd", load); });
+}
+
+void expectFound(const std::string& failure, const std::string& text)
+{
+    EXPECT_NE(failure.find(text), std::string::npos) << failure;
+}
+
+TEST(TestSupport, LoadDamagedFindsWhatMustNotBe)
+{
+    std::vector<std::unique_ptr<char[]>> leaked;
+    EXPECT_EQ(failureOfDamage([](ktArchive& archive) {
+                  long value = 0;
+                  archive || value;
+              }),
+              "");
+    expectFound(failureOfDamage([](ktArchive&) { throw std::logic_error("no"); }), "not a ktException but: no");
+    expectFound(failureOfDamage([&leaked](ktArchive&) { leaked.push_back(block(1)); }), "blocks leaked");
+    expectFound(failureOfDamage([](ktArchive&) { block(100000); }), "peakBytes");
+    expectFound(failureOfDamage([](ktArchive& archive) { archive.throwCorrupt("all"); }), "does not load");
+}
+
+}  // namespace

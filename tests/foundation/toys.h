@@ -1,0 +1,146 @@
+#pragma once
+
+#include <kt/archive.h>
+#include <kt/range.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+// Archivable classes of the tests' own.
+
+namespace toys {
+
+/// Counts the living objects of class T. A member, so that every constructor of T counts.
+template <class T>
+struct Alive {
+    Alive() { ++count; }
+    Alive(const Alive&) { ++count; }
+    Alive& operator=(const Alive&) = default;
+    ~Alive() { --count; }
+
+    static inline std::atomic<long> count{0};
+};
+
+/// A number and any children. Layer: version byte, number, children.
+class Node : public virtual ktPersistent, public virtual ktRepBase {
+public:
+    explicit Node(long value = 0) : number(value) {}
+
+    long number;
+    std::vector<ktPtrHandle<Node>> children;
+
+    static ktPersistent* make() { return new Node; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+
+private:
+    Alive<Node> alive_;
+};
+
+/// Adds a layer: version byte, Node's layer, weight.
+class HeavyNode : public Node {
+public:
+    explicit HeavyNode(double value = 0.0) : weight(value) {}
+
+    double weight;
+
+    static ktPersistent* make() { return new HeavyNode; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+/// A counted class that is no Node, with bases that are not virtual. Layer: version byte, text.
+class Note : public ktPersistent, public ktRepBase {
+public:
+    explicit Note(const std::string& value = "") : text(value) {}
+
+    std::string text;
+
+    static ktPersistent* make() { return new Note; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+
+private:
+    Alive<Note> alive_;
+};
+
+/// A class without a count, like an exception. Layer: version byte, number, a handle.
+class Loose : public ktPersistent {
+public:
+    explicit Loose(long value = 0) : number(value) {}
+
+    long number;
+    ktPtrHandle<Node> node;
+
+    static ktPersistent* make() { return new Loose; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+
+private:
+    Alive<Loose> alive_;
+};
+
+/// The smallest thing that a pointer record can hold: a version byte.
+class Speck : public ktPersistent, public ktRepBase {
+public:
+    static ktPersistent* make() { return new Speck; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+/// Archives its number and leaves no mark behind, so a pass knows it by its record alone.
+class Markless : public ktPersistent {
+public:
+    explicit Markless(long value = 0) : number(value) {}
+
+    long number;
+
+    static ktPersistent* make() { return new Markless; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override { archive || number; }
+};
+
+/// In no registry.
+class Stranger : public ktPersistent, public ktRepBase {};
+
+/// A value class with an operator of its own: mark, range.
+struct Reading {
+    unsigned char mark = 0;
+    ktRange range;
+
+    friend bool operator==(const Reading& a, const Reading& b) { return a.mark == b.mark && a.range == b.range; }
+};
+inline ktArchive& operator||(ktArchive& archive, Reading& reading)
+{
+    return archive || reading.mark || reading.range;
+}
+
+/// A chain of that many nodes, each the only child of the one before; the numbers count from 1. Built from its end, so no
+/// depth is too much to build.
+inline ktPtrHandle<Node> chain(long length)
+{
+    ktPtrHandle<Node> head;
+    for (long i = length; i > 0; --i) {
+        ktPtrHandle<Node> node(new Node(i));
+        if (!head.isNull()) {
+            node->children.push_back(head);
+        }
+        head = node;
+    }
+    return head;
+}
+
+}  // namespace toys
+
+/// Loaded as a value, takes 17 bytes at least.
+template <>
+struct ktLeastStoredSize<toys::Reading> {
+    static constexpr std::size_t value = 17;
+};

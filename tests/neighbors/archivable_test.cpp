@@ -1,0 +1,91 @@
+// The classes of nearest_neighbor.h, run through what must hold for every archivable class.
+
+#include "support/archivable_kit.h"
+#include "support/training.h"
+
+#include <clastool/nearest_neighbor.h>
+
+namespace {
+
+struct Norm : kt_test::ArchivableCase<ktPatternDistanceMetricNorm> {
+    static constexpr const char* name = "ktPatternDistanceMetricNorm";
+
+    static std::vector<ktPatternDistanceMetricNorm> samples()
+    {
+        return {ktPatternDistanceMetricNorm(), ktPatternDistanceMetricNorm(0.5), ktPatternDistanceMetricNorm(7.5)};
+    }
+
+    static void use(ktPatternDistanceMetricNorm& metric)
+    {
+        static_cast<void>(metric.distance(ktFeaturePattern({1.0, 2.0}, {}), ktFeaturePattern({-1.0, 0.5}, {})));
+        metric.order(3.0);
+    }
+};
+
+ktClassifierCosts someCosts()
+{
+    ktClassifierCosts costs(2.5);
+    costs.misclassificationCostOverride(1, 0, 10.0);
+    return costs;
+}
+
+struct TrainParamsKNN : kt_test::ArchivableCase<ktClassifierTrainParamsKNN> {
+    static constexpr const char* name = "ktClassifierTrainParamsKNN";
+
+    static std::vector<ktClassifierTrainParamsKNN> samples()
+    {
+        return {ktClassifierTrainParamsKNN(), ktClassifierTrainParamsKNN(7),
+                ktClassifierTrainParamsKNN(7, ktPatternDistanceMetricNorm(0.5), someCosts())};
+    }
+
+    static void use(ktClassifierTrainParamsKNN& params)
+    {
+        static_cast<void>(params.clone());
+        if (params.distanceMetric()) {
+            params.distanceMetric(*params.distanceMetric());
+        }
+        params.k(3);
+    }
+};
+
+struct ClassifierKNN : kt_test::ArchivableCase<kt_ClassifierKNN> {
+    static constexpr const char* name = "kt_ClassifierKNN";
+
+    static std::vector<kt_ClassifierKNN> samples()
+    {
+        const ktClassifierTrainParamsKNN params(3, ktPatternDistanceMetricNorm(1.0), someCosts());
+        std::vector<kt_ClassifierKNN> classifiers(4);
+        classifiers[1].train(kt_test::trainingData({{{0, 0}, 0}, {{4, 4}, 1}, {{1, 0}, 0}}), params);
+        classifiers[2].train(kt_test::trainingData({{{0, 0}, 0}, {{4, 4}, 1}, {{1, 0}, 0}}),
+                             ktClassifierTrainParamsKNN(7));
+        classifiers[3].train(kt_test::trainingData({}), params);
+        return classifiers;
+    }
+
+    static void use(kt_ClassifierKNN& classifier)
+    {
+        const auto run = [&classifier] {
+            ktClassifierResult result;
+            try {
+                classifier.run(ktFeaturePattern({0.5, 0.25}, {}), result);
+            } catch (const ktException&) {
+                EXPECT_TRUE(result == ktClassifierResult());
+            }
+        };
+        run();
+        if (classifier.isTrained()) {
+            classifier.retrain(*classifier.trainParams());
+            run();
+            classifier.trainIncremental(ktFeaturePattern({0.5, 0.25}, {}), 3);
+            run();
+        }
+    }
+};
+
+using Values = ::testing::Types<Norm, TrainParamsKNN, ClassifierKNN>;
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Neighbors, Archivable, Values, kt_test::CaseNames);
+INSTANTIATE_TYPED_TEST_SUITE_P(Neighbors, ArchivableByPointer, Values, kt_test::CaseNames);
+INSTANTIATE_TYPED_TEST_SUITE_P(Neighbors, Cloneable, Values, kt_test::CaseNames);

@@ -1,0 +1,331 @@
+#include "metrics.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+#include "support/failures.h"
+#include "support/training.h"
+
+#include <clastool/nearest_neighbor.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <type_traits>
+
+namespace {
+
+using kt_test::expectThrows;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+const double nan = std::numeric_limits<double>::quiet_NaN();
+
+constexpr const char* badOrder = "Order of norm distance must be > 0";
+constexpr const char* unequalSizes =
+    "Pattern distance function requires the number of measurementsin the two patterns to be equal";
+constexpr const char* notAllValid = "Access to full feature vector requires that all features are valid.";
+
+double distance(const ktPatternDistanceMetric& metric, const std::vector<double>& a, const std::vector<double>& b)
+{
+    return metric.distance(ktFeaturePattern(a, {}), ktFeaturePattern(b, {}));
+}
+
+/// The layers of a norm, open to a test.
+struct OpenNorm : ktPatternDistanceMetricNorm {
+    using ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm;
+    using ktPatternDistanceMetricNorm::serialize_;
+    void serializeBase(ktArchive& archive, unsigned char version)
+    {
+        ktPatternDistanceMetric::serialize_(archive, version);
+    }
+};
+
+TEST(Metric, HasOnePersistentPartAndOneCountWhateverElseItDerivesFrom)
+{
+    struct Other : virtual ktPersistent, virtual ktRepBase {};
+    struct Both : kt_test::Chebyshev, Other {};
+    Both both;
+    ktPersistent* const throughMetric = static_cast<ktPatternDistanceMetric*>(&both);
+    ktPersistent* const throughOther = static_cast<Other*>(&both);
+    EXPECT_EQ(throughMetric, throughOther);
+    EXPECT_EQ(static_cast<const ktRepBase&>(both).refCount(), 0);
+}
+
+TEST(Metric, CannotBeCopiedThroughItsBase)
+{
+    EXPECT_TRUE(std::is_abstract_v<ktPatternDistanceMetric>);
+    EXPECT_FALSE(std::is_copy_assignable_v<ktPatternDistanceMetric>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<ktPatternDistanceMetric>);
+}
+
+TEST(Metric, ThatDoesNotOverrideIsEquivalentIsEquivalentToEverything)
+{
+    const kt_test::DistanceBy metric = kt_test::distanceInPattern();
+    EXPECT_TRUE(metric.isEquivalent(ktPatternDistanceMetricNorm(3.0)));
+    EXPECT_TRUE(metric.isEquivalent(kt_test::Chebyshev()));
+    EXPECT_TRUE(metric.isEquivalent(metric));
+}
+
+TEST(MetricNorm, HasOrderTwoUnlessToldOtherwise)
+{
+    EXPECT_EQ(ktPatternDistanceMetricNorm().order(), 2.0);
+    EXPECT_EQ(ktPatternDistanceMetricNorm(0.5).order(), 0.5);
+}
+
+TEST(MetricNorm, TakesEveryOrderAboveZero)
+{
+    for (const double order :
+         {std::numeric_limits<double>::denorm_min(), 0.5, 1.0, 7.5, std::numeric_limits<double>::max(), infinity}) {
+        SCOPED_TRACE(order);
+        EXPECT_EQ(ktPatternDistanceMetricNorm(order).order(), order);
+        ktPatternDistanceMetricNorm metric;
+        metric.order(order);
+        EXPECT_EQ(metric.order(), order);
+    }
+}
+
+TEST(MetricNorm, RefusesEveryOtherOrderAndKeepsTheOldOne)
+{
+    for (const double order : {0.0, -0.0, -1.0, -infinity, nan}) {
+        SCOPED_TRACE(order);
+        expectThrows<ktClassifierDefs::BadParams>(badOrder, 0x10004200,
+                                                  [&] { const ktPatternDistanceMetricNorm metric(order); });
+        ktPatternDistanceMetricNorm metric(3.5);
+        expectThrows<ktClassifierDefs::BadParams>(badOrder, 0x10004200, [&] { metric.order(order); });
+        EXPECT_EQ(metric.order(), 3.5);
+    }
+}
+
+TEST(MetricNorm, CopyAndAssignmentTakeTheOrder)
+{
+    const ktPatternDistanceMetricNorm metric(3.0);
+    EXPECT_EQ(ktPatternDistanceMetricNorm(metric).order(), 3.0);
+    ktPatternDistanceMetricNorm assigned;
+    EXPECT_EQ(&(assigned = metric), &assigned);
+    EXPECT_EQ(assigned.order(), 3.0);
+}
+
+TEST(MetricNorm, CloneIsANewNormInAHandleOfItsOwn)
+{
+    ktPatternDistanceMetricNorm metric(3.0);
+    const ktPtrHandle<ktPatternDistanceMetric> clone = metric.clone();
+    ASSERT_FALSE(clone.isNull());
+    EXPECT_EQ(clone->refCount(), 1);
+    metric.order(1.0);
+    EXPECT_EQ(dynamic_cast<const ktPatternDistanceMetricNorm&>(*clone).order(), 3.0);
+}
+
+// The fourth and fifth column come from 40-digit arithmetic.
+TEST(MetricNorm, IsTheMinkowskiDistance)
+{
+    struct Row {
+        const char* label;
+        double order;
+        std::vector<double> a;
+        std::vector<double> b;
+        double expected;
+    };
+    const std::vector<double> a = {1.5, -2.0, 0.25, 10.0};
+    const std::vector<double> b = {0.5, 3.0, 0.75, -2.5};
+    const Row rows[] = {
+        {"sum of square roots, squared", 0.5, {0, 0}, {4, 9}, 25.0},
+        {"order 0.5", 0.5, a, b, 55.931083290248425678},
+        {"sum of absolute differences", 1.0, a, b, 19.0},
+        {"Euclidean", 2.0, {1, 1}, {4, 5}, 5.0},
+        {"order 2", 2.0, a, b, 13.509256086106296031},
+        {"cube root of 27 + 64 + 125", 3.0, {0, 0, 0}, {3, 4, 5}, 6.0},
+        {"order 3", 3.0, a, b, 12.763474157436043593},
+        {"order 7.5", 7.5, a, b, 12.501726260190655652},
+        {"one measurement", 7.5, {-1.25}, {2.5}, 3.75},
+        {"the same pattern", 7.5, a, a, 0.0},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const ktPatternDistanceMetricNorm metric(row.order);
+        EXPECT_NEAR(distance(metric, row.a, row.b), row.expected, 4e-15 * row.expected);
+        EXPECT_EQ(distance(metric, row.a, row.b), distance(metric, row.b, row.a));
+    }
+}
+
+// Kept on purpose: no order has arithmetic of its own; x * x, for one, now and then differs from the power in the last bit.
+TEST(MetricNorm, TakesTheGeneralPowerAtEveryOrder)
+{
+    std::mt19937 engine(20240612);
+    const auto coordinate = [&engine] {
+        return static_cast<double>(engine()) / 65536.0 + static_cast<double>(engine()) / 1e12;
+    };
+    for (const double order : {0.5, 1.0, 2.0, 3.0, 7.5}) {
+        SCOPED_TRACE(order);
+        const ktPatternDistanceMetricNorm metric(order);
+        // Volatile, because for a power known at compile time compilers put other arithmetic.
+        const volatile double p = order;
+        for (int i = 0; i < 20000; ++i) {
+            const double x = coordinate();
+            const double y = coordinate();
+            ASSERT_EQ(distance(metric, {x, 0.0}, {0.0, y}), std::pow(std::pow(x, p) + std::pow(y, p), 1.0 / p))
+                << x << ' ' << y;
+        }
+    }
+}
+
+TEST(MetricNorm, AddsTheTermsInTheOrderOfTheMeasurements)
+{
+    // 1 is lost beside 2^53, and two of them are not: the order of the additions shows.
+    const double large = 9007199254740992.0;
+    const ktPatternDistanceMetricNorm metric(1.0);
+    EXPECT_EQ(distance(metric, {large, 1.0, 1.0}, {0.0, 0.0, 0.0}), large);
+    EXPECT_EQ(distance(metric, {1.0, 1.0, large}, {0.0, 0.0, 0.0}), large + 2.0);
+}
+
+TEST(MetricNorm, TwoEmptyPatternsHaveDistanceZeroAtEveryOrder)
+{
+    for (const double order : {0.5, 1.0, 2.0, 3.0, 7.5}) {
+        EXPECT_EQ(distance(ktPatternDistanceMetricNorm(order), {}, {}), 0.0) << order;
+    }
+}
+
+TEST(MetricNorm, OverflowMakesTheDistanceInfinite)
+{
+    const ktPatternDistanceMetricNorm metric(2.0);
+    EXPECT_EQ(distance(metric, {1e200}, {-1e200}), infinity);
+    EXPECT_EQ(distance(metric, {infinity}, {0.0}), infinity);
+}
+
+TEST(MetricNorm, NotANumberMakesTheDistanceNotANumber)
+{
+    const ktPatternDistanceMetricNorm metric(2.0);
+    EXPECT_TRUE(std::isnan(distance(metric, {1.0, nan}, {0.0, 0.0})));
+    EXPECT_TRUE(std::isnan(distance(metric, {infinity}, {infinity})));
+}
+
+// Kept on purpose: the missing blank in "measurementsin".
+TEST(MetricNorm, RefusesPatternsOfDifferentSizesBeforeItLooksAtTheirValidity)
+{
+    const ktPatternDistanceMetricNorm metric;
+    const auto three = kt_test::pattern({1, 2, 3});
+    const auto four = kt_test::pattern({1, 2, 3, 4});
+    const auto fourInvalid = kt_test::pattern({1, 2, 3, 4}, {0});
+    for (const auto& other : {four, fourInvalid}) {
+        expectThrows<ktClassifierDefs::BadFeatures>(unequalSizes, 0x10004206, [&] { metric.distance(*three, *other); });
+        expectThrows<ktClassifierDefs::BadFeatures>(unequalSizes, 0x10004206, [&] { metric.distance(*other, *three); });
+    }
+}
+
+TEST(MetricNorm, RefusesAnInvalidMeasurementInEitherPattern)
+{
+    const ktPatternDistanceMetricNorm metric;
+    const auto valid = kt_test::pattern({1, 2, 3});
+    const auto invalid = kt_test::pattern({1, 2, 3}, {2});
+    expectThrows<ktClassifierDefs::BadFeatures>(notAllValid, 0x10004206, [&] { metric.distance(*valid, *invalid); });
+    expectThrows<ktClassifierDefs::BadFeatures>(notAllValid, 0x10004206, [&] { metric.distance(*invalid, *valid); });
+    expectThrows<ktClassifierDefs::BadFeatures>(notAllValid, 0x10004206, [&] { metric.distance(*invalid, *invalid); });
+}
+
+TEST(MetricNorm, IsEquivalentToANormOfExactlyTheSameOrder)
+{
+    struct Row {
+        double order;
+        bool equivalent;
+    };
+    const ktPatternDistanceMetricNorm metric(2.0);
+    for (const Row& row :
+         {Row{2.0, true}, Row{2.0000000001, false}, Row{std::nextafter(2.0, 3.0), false}, Row{1.0, false}}) {
+        SCOPED_TRACE(row.order);
+        const ktPatternDistanceMetricNorm other(row.order);
+        EXPECT_EQ(metric.isEquivalent(other), row.equivalent);
+        EXPECT_EQ(other.isEquivalent(metric), row.equivalent);
+        EXPECT_EQ(metric == other, row.equivalent);
+        EXPECT_EQ(metric != other, !row.equivalent);
+    }
+}
+
+TEST(MetricNorm, IsNotEquivalentToAMetricOfAnotherClass)
+{
+    const ktPatternDistanceMetricNorm metric;
+    EXPECT_FALSE(metric.isEquivalent(kt_test::Chebyshev()));
+    EXPECT_FALSE(metric.isEquivalent(kt_test::distanceInPattern()));
+}
+
+TEST(MetricNorm, ComparisonAsksTheOverridingClass)
+{
+    struct Unequal : ktPatternDistanceMetricNorm {
+        bool isEquivalent(const ktPatternDistanceMetric&) const override { return false; }
+    };
+    const Unequal derived;
+    const ktPatternDistanceMetricNorm& metric = derived;
+    EXPECT_FALSE(metric == metric);
+    EXPECT_TRUE(metric != metric);
+}
+
+TEST(MetricNorm, IsStoredAsItsVersionItsBaseAndItsOrder)
+{
+    std::string bytes = kt_test::store(ktPatternDistanceMetricNorm(7.5));
+    std::istringstream in(bytes);
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 1;
+    unsigned char baseVersion = 1;
+    double order = 0.0;
+    archive || version || baseVersion || order;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(baseVersion, 0);
+    EXPECT_EQ(order, 7.5);
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(MetricNorm, IsStoredOnceAPass)
+{
+    ktPatternDistanceMetricNorm metric(7.5);
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        archive || metric || metric;
+    }
+    EXPECT_EQ(out.str(), kt_test::store(metric));
+}
+
+TEST(MetricNorm, LoadsAnOrderThatTheSetterWouldRefuse)
+{
+    const std::string stored = kt_test::store(ktPatternDistanceMetricNorm(7.5));
+    for (const double order : {0.0, -3.0}) {
+        std::ostringstream word;
+        ktArchive archive(static_cast<std::ostream&>(word));
+        double value = order;
+        archive || value;
+        const std::string bytes = stored.substr(0, stored.size() - 8) + kt_test::afterHeader(word.str());
+        EXPECT_EQ(kt_test::load<ktPatternDistanceMetricNorm>(bytes).order(), order);
+    }
+}
+
+TEST(MetricNorm, RefusesAnyOtherVersionOfEitherLayer)
+{
+    const std::string stored = kt_test::store(ktPatternDistanceMetricNorm(7.5));
+    for (const std::size_t layer : {0u, 1u}) {
+        SCOPED_TRACE(layer);
+        const std::string bytes = kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\x01");
+        ktPatternDistanceMetricNorm metric(3.0);
+        expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001,
+                                                [&] { kt_test::loadInto(metric, bytes); });
+        EXPECT_EQ(metric.order(), 3.0);
+    }
+}
+
+TEST(MetricNorm, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheStreamAlone)
+{
+    OpenNorm metric(7.5);
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001,
+                                            [&] { metric.serialize_(archive, 1); });
+    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001,
+                                            [&] { metric.serializeBase(archive, 1); });
+    EXPECT_EQ(out.str(), "");
+    metric.serializeBase(archive, 0);
+    EXPECT_EQ(out.str(), "") << "the base has no fields";
+    metric.serialize_(archive, 0);
+    EXPECT_EQ(kt_test::afterHeader(out.str()), kt_test::afterHeader(kt_test::store(metric)).substr(1));
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "clastool/refusals.h"
+
+#include <clastool/rule_table.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+// What the tests of scoring functions, rules and tables share.
+
+namespace kt_test {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double tiny = std::numeric_limits<double>::denorm_min();
+
+using ScoreHandle = ktPtrHandle<ktClsFtSc>;
+using ScoreHandles = std::vector<ScoreHandle>;
+
+/// Expects that `operation` throws exactly a ktClassifierDefs::BadParams with this whole message.
+template <class Operation>
+void expectBadParams(const std::string& message, Operation operation)
+{
+    expectRefused<ktClassifierDefs::BadParams>(operation, message);
+}
+
+/// A scoring function of a user's own: one score for every value.
+class Constant : public ktClsFtSc {
+public:
+    explicit Constant(double score) : score_(score) {}
+
+    double score(double) const override
+    {
+        ++timesAsked_;
+        return score_;
+    }
+    Constant* clone() const override { return new Constant(*this); }
+    bool operator==(const ktClsFtSc& other) const override
+    {
+        const auto* same = dynamic_cast<const Constant*>(&other);
+        return same != nullptr && same->score_ == score_;
+    }
+
+    long timesAsked() const { return timesAsked_; }
+
+private:
+    double score_;
+    mutable long timesAsked_ = 0;
+};
+
+/// A class of its own, however much it looks like the one it derives from.
+class DerivedOneSided : public ktClassifierFeatureScoreOneSided {};
+class DerivedTwoSided : public ktClassifierFeatureScoreTwoSided {};
+class DerivedIgnore : public ktClassifierFeatureScoreIgnore {};
+
+inline ktClassifierFeatureScoreOneSided oneSided(double x0, double x1, double xc, double y0, double y1)
+{
+    ktClassifierFeatureScoreOneSided score;
+    score.init(x0, x1, xc, y0, y1);
+    return score;
+}
+
+/// Functions that give these scores whatever they are asked.
+inline ScoreHandles constants(const std::vector<double>& scores)
+{
+    ScoreHandles methods;
+    for (const double score : scores) {
+        methods.push_back(new Constant(score));
+    }
+    return methods;
+}
+
+inline ktClassifierRule rule(const ScoreHandles& methods, long label)
+{
+    ktClassifierRule made;
+    made.init(methods, label);
+    return made;
+}
+
+/// A vector of so many values that mean nothing.
+inline ktClassifierFeatureVector anyValues(std::size_t count)
+{
+    return ktClassifierFeatureVector(std::vector<double>(count, 0.5));
+}
+
+}  // namespace kt_test

@@ -1,0 +1,564 @@
+#pragma once
+
+#include "allocations.h"
+#include "archives.h"
+#include "damage.h"
+#include "golden.h"
+
+#include <gtest/gtest.h>
+#include <kt/foundation.h>
+
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <vector>
+
+// What must hold for every class that an archive can store. A test program describes each of its classes once and lists
+// them in one file, archivable_test.cpp:
+//
+//     struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
+//         static constexpr const char* name = "ktClassifierCosts";
+//         static std::vector<ktClassifierCosts> samples();
+//     };
+//     using Values = ::testing::Types<Costs, ...>;
+//     INSTANTIATE_TYPED_TEST_SUITE_P(Clastool, Archivable, Values, kt_test::CaseNames);
+//
+// Classes derived from ktPersistent that the registry knows are listed for ArchivableByPointer too, and those with a
+// `clone()` for Cloneable.
+//
+// The golden archive of a class holds its samples, each in a pass of its own: by pointer where the class is registered,
+// else in place. Samples therefore never change once their archive is stored; a class may get a new case beside the old.
+
+namespace kt_test {
+
+/// What a case gives beside `name`, the class's name as archives know it, and `samples()`, at least two values of which no
+/// two are equal and none holds a NaN.
+template <class T>
+struct ArchivableCase {
+    using Class = T;
+
+    static bool equal(const T& a, const T& b) { return a == b; }
+
+    /// Calls the operations of a loaded object. Its archive may have been damaged, so they may throw a ktException; where
+    /// other calls follow, see `attempt`.
+    static void use(T&) {}
+
+    /// Whether an object assigned to itself keeps its value.
+    static constexpr bool keepsValueWhenAssignedToItself = true;
+};
+
+/// The class's name without its namespace.
+inline std::string plainName(const std::string& name)
+{
+    return name.substr(name.rfind(':') + 1);
+}
+
+struct CaseNames {
+    template <class Case>
+    static std::string GetName(int)
+    {
+        return plainName(Case::name);
+    }
+};
+
+/// Who owns an object that was loaded by pointer: a handle if the object has a count.
+template <class T>
+using Owner = std::conditional_t<std::is_base_of_v<ktRepBase, T>, ktPtrHandle<T>, std::unique_ptr<T>>;
+
+/// Archives by pointer. Loading leaves the owner empty for a null record or one of another class.
+template <class T>
+void archiveByPointer(ktArchive& archive, ktPtrHandle<T>& owner)
+{
+    archive || owner;
+}
+
+template <class T>
+void archiveByPointer(ktArchive& archive, std::unique_ptr<T>& owner)
+{
+    // Keeps a counted object of another class alive for as long as it is looked at.
+    const ktArchive::Pass pass(archive);
+    ktPersistent* loaded = nullptr;
+    ktPersistent::serializePointer(archive, owner.get(), loaded);
+    if (archive.isLoading()) {
+        owner.reset(dynamic_cast<T*>(loaded));
+        if (owner == nullptr && dynamic_cast<ktRepBase*>(loaded) == nullptr) {
+            delete loaded;
+        }
+    }
+}
+
+/// The whole archive of one object, by pointer.
+template <class T>
+std::string storeByPointer(const T& value)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    Owner<T> owner(new T(value));
+    archiveByPointer(archive, owner);
+    return out.str();
+}
+
+/// Loads one object by pointer. All bytes must be taken.
+template <class T>
+Owner<T> loadByPointer(const std::string& bytes)
+{
+    std::istringstream in(bytes);
+    ktArchive archive(static_cast<std::istream&>(in));
+    Owner<T> owner;
+    archiveByPointer(archive, owner);
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0) << "bytes that loading did not take";
+    return owner;
+}
+
+/// Archives an object in the form that golden archives have.
+template <class Case>
+void archiveGolden(ktArchive& archive, typename Case::Class& value)
+{
+    using T = typename Case::Class;
+    if constexpr (std::is_base_of_v<ktPersistent, T>) {
+        Owner<T> owner(archive.isStoring() ? new T(value) : nullptr);
+        archiveByPointer(archive, owner);
+        if (archive.isLoading()) {
+            if (!owner) {
+                throw ktBadPointer();
+            }
+            value = *owner;
+        }
+    } else {
+        archive || value;
+    }
+}
+
+template <class Case>
+std::string storeSamples()
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    for (typename Case::Class& sample : Case::samples()) {
+        archiveGolden<Case>(archive, sample);
+    }
+    return out.str();
+}
+
+/// Runs one operation on a loaded object: a ktException is an answer too.
+template <class Operation>
+void attempt(Operation operation)
+{
+    try {
+        operation();
+    } catch (const ktException&) {
+    }
+}
+
+/// Does with a loaded object what a program might do with it.
+template <class Case>
+void useLoaded(typename Case::Class& value)
+{
+    typename Case::Class copy(value);
+    copy = value;
+    attempt([&] { static_cast<void>(Case::equal(copy, value)); });
+    attempt([&] { store(copy); });
+    attempt([&] { Case::use(value); });
+}
+
+}  // namespace kt_test
+
+template <class Case>
+class Archivable : public ::testing::Test {
+protected:
+    using Value = typename Case::Class;
+
+    static void expectEqual(const Value& a, const Value& b)
+    {
+        EXPECT_TRUE(Case::equal(a, b));
+        EXPECT_TRUE(Case::equal(b, a));
+    }
+
+    const std::vector<Value> samples_ = Case::samples();
+    /// A value that none of the tests changes on the way to `samples_[i]`: the sample before it.
+    const Value& otherThan(std::size_t i) const { return samples_[(i + samples_.size() - 1) % samples_.size()]; }
+};
+
+TYPED_TEST_SUITE_P(Archivable);
+
+TYPED_TEST_P(Archivable, SamplesDiffer)
+{
+    ASSERT_GE(this->samples_.size(), 2u);
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        for (std::size_t j = 0; j < this->samples_.size(); ++j) {
+            EXPECT_EQ(TypeParam::equal(this->samples_[i], this->samples_[j]), i == j) << i << " and " << j;
+        }
+    }
+}
+
+TYPED_TEST_P(Archivable, CopyIsEqualAndIndependent)
+{
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        typename TypeParam::Class original(this->samples_[i]);
+        const typename TypeParam::Class copy(original);
+        this->expectEqual(copy, original);
+        original = this->otherThan(i);
+        this->expectEqual(copy, this->samples_[i]);
+    }
+}
+
+TYPED_TEST_P(Archivable, AssignedObjectIsEqualAndIndependent)
+{
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        typename TypeParam::Class original(this->samples_[i]);
+        typename TypeParam::Class assigned(this->otherThan(i));
+        EXPECT_EQ(&(assigned = original), &assigned);
+        this->expectEqual(assigned, original);
+        original = this->otherThan(i);
+        this->expectEqual(assigned, this->samples_[i]);
+    }
+}
+
+TYPED_TEST_P(Archivable, AssignedToItselfKeepsItsValueUnlessDocumented)
+{
+    for (const auto& sample : this->samples_) {
+        typename TypeParam::Class value(sample);
+        const typename TypeParam::Class& same = value;
+        value = same;
+        const typename TypeParam::Class expected =
+            TypeParam::keepsValueWhenAssignedToItself ? sample : typename TypeParam::Class();
+        this->expectEqual(value, expected);
+    }
+}
+
+TYPED_TEST_P(Archivable, CopyThatRunsOutOfMemoryLeavesNothingBehind)
+{
+    using Class = typename TypeParam::Class;
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        kt_test::failEachAllocation([&] {
+            const Class copy(this->samples_[i]);
+            this->expectEqual(copy, this->samples_[i]);
+        });
+    }
+}
+
+TYPED_TEST_P(Archivable, AssignmentThatRunsOutOfMemoryChangesNothing)
+{
+    using Class = typename TypeParam::Class;
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        kt_test::failEachAllocation([&] { return Class(this->otherThan(i)); },
+                                    [&](Class& value) { value = this->samples_[i]; },
+                                    [&](const Class& value) { this->expectEqual(value, this->otherThan(i)); });
+    }
+}
+
+TYPED_TEST_P(Archivable, StoredInPlaceAndLoadedIsEqual)
+{
+    using Class = typename TypeParam::Class;
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        const Class& sample = this->samples_[i];
+        const std::string bytes = kt_test::store(sample);
+        this->expectEqual(kt_test::load<Class>(bytes), sample);
+        this->expectEqual(kt_test::loadBlind<Class>(bytes), sample);
+        Class over(this->otherThan(i));
+        kt_test::loadInto(over, bytes);
+        this->expectEqual(over, sample);
+        EXPECT_EQ(kt_test::toHex(kt_test::store(over)), kt_test::toHex(bytes));
+    }
+}
+
+TYPED_TEST_P(Archivable, NewObjectIsStoredAndLoaded)
+{
+    const typename TypeParam::Class fresh{};
+    typename TypeParam::Class over(this->samples_.back());
+    kt_test::loadInto(over, kt_test::store(fresh));
+    EXPECT_EQ(kt_test::toHex(kt_test::store(over)), kt_test::toHex(kt_test::store(fresh)));
+}
+
+TYPED_TEST_P(Archivable, GoldenArchiveIsWhatIsStored)
+{
+    kt_test::expectGolden(kt_test::plainName(TypeParam::name), kt_test::storeSamples<TypeParam>());
+}
+
+TYPED_TEST_P(Archivable, GoldenArchiveIsLoaded)
+{
+    std::istringstream in(kt_test::goldenBytes(kt_test::plainName(TypeParam::name)));
+    ktArchive archive(static_cast<std::istream&>(in));
+    for (const auto& sample : this->samples_) {
+        typename TypeParam::Class value{};
+        kt_test::archiveGolden<TypeParam>(archive, value);
+        this->expectEqual(value, sample);
+    }
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TYPED_TEST_P(Archivable, DamagedArchiveDoesNoHarm)
+{
+    const std::size_t size = this->samples_.size();
+    const kt_test::DamageReport report =
+        kt_test::loadDamaged(kt_test::goldenBytes(kt_test::plainName(TypeParam::name)), [size](ktArchive& archive) {
+            for (std::size_t i = 0; i < size; ++i) {
+                typename TypeParam::Class value{};
+                kt_test::archiveGolden<TypeParam>(archive, value);
+                kt_test::useLoaded<TypeParam>(value);
+            }
+        });
+    EXPECT_GT(report.refused, 0);
+    EXPECT_GT(report.loaded, 0);
+}
+
+TYPED_TEST_P(Archivable, ObjectWhoseLoadFailedCanBeAssignedAndLoadedAgain)
+{
+    using Class = typename TypeParam::Class;
+    const std::string bytes = kt_test::store(this->samples_.back());
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        SCOPED_TRACE(::testing::Message() << "the first " << size << " bytes");
+        Class value(this->samples_.front());
+        EXPECT_THROW(kt_test::loadInto(value, bytes.substr(0, size)), ktArchive::Corrupt);
+        Class assigned(value);
+        assigned = this->samples_.front();
+        this->expectEqual(assigned, this->samples_.front());
+        kt_test::loadInto(value, bytes);
+        this->expectEqual(value, this->samples_.back());
+    }
+}
+
+TYPED_TEST_P(Archivable, StreamThatFailsAtAnyByteDoesNoHarm)
+{
+    const std::vector<typename TypeParam::Class>& samples = this->samples_;
+    const auto archiveAll = [&samples](ktArchive& archive) {
+        for (const auto& sample : samples) {
+            typename TypeParam::Class value{};
+            if (archive.isStoring()) {
+                value = sample;
+            }
+            kt_test::archiveGolden<TypeParam>(archive, value);
+        }
+    };
+    kt_test::failEachByte(archiveAll, archiveAll);
+}
+
+TYPED_TEST_P(Archivable, StoringThatRunsOutOfMemoryChangesNothing)
+{
+    using Class = typename TypeParam::Class;
+    const std::string bytes = kt_test::store(this->samples_.back());
+    const long allocations = kt_test::failEachAllocation(
+        [&] { return Class(this->samples_.back()); }, [&](Class& value) { EXPECT_EQ(kt_test::store(value), bytes); },
+        [&](const Class& value) { this->expectEqual(value, this->samples_.back()); });
+    EXPECT_GT(allocations, 0);
+}
+
+TYPED_TEST_P(Archivable, LoadingThatRunsOutOfMemoryLeavesAnObjectThatCanBeAssignedAndLoadedAgain)
+{
+    using Class = typename TypeParam::Class;
+    const std::string bytes = kt_test::store(this->samples_.back());
+    const long allocations = kt_test::failEachAllocation([&] { return Class(this->samples_.front()); },
+                                                         [&](Class& value) {
+                                                             kt_test::loadInto(value, bytes);
+                                                             this->expectEqual(value, this->samples_.back());
+                                                         },
+                                                         [&](Class& value) {
+                                                             value = this->samples_.front();
+                                                             this->expectEqual(value, this->samples_.front());
+                                                         });
+    EXPECT_GT(allocations, 0);
+}
+
+REGISTER_TYPED_TEST_SUITE_P(Archivable, SamplesDiffer, CopyIsEqualAndIndependent, AssignedObjectIsEqualAndIndependent,
+                            AssignedToItselfKeepsItsValueUnlessDocumented, CopyThatRunsOutOfMemoryLeavesNothingBehind,
+                            AssignmentThatRunsOutOfMemoryChangesNothing, StoredInPlaceAndLoadedIsEqual,
+                            NewObjectIsStoredAndLoaded, GoldenArchiveIsWhatIsStored, GoldenArchiveIsLoaded,
+                            DamagedArchiveDoesNoHarm, ObjectWhoseLoadFailedCanBeAssignedAndLoadedAgain,
+                            StreamThatFailsAtAnyByteDoesNoHarm, StoringThatRunsOutOfMemoryChangesNothing,
+                            LoadingThatRunsOutOfMemoryLeavesAnObjectThatCanBeAssignedAndLoadedAgain);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Archivable);
+
+template <class Case>
+class ArchivableByPointer : public Archivable<Case> {
+protected:
+    using Value = typename Case::Class;
+
+    /// One handle, this owner, holds the object, and it is of exactly this class.
+    static void expectOwnedAlone(const kt_test::Owner<Value>& owner)
+    {
+        ASSERT_TRUE(static_cast<bool>(owner));
+        const Value& object = *owner;
+        EXPECT_TRUE(typeid(object) == typeid(Value)) << typeid(object).name();
+        if constexpr (std::is_base_of_v<ktRepBase, Value>) {
+            EXPECT_EQ(owner->refCount(), 1);
+        }
+    }
+};
+
+TYPED_TEST_SUITE_P(ArchivableByPointer);
+
+TYPED_TEST_P(ArchivableByPointer, RegistryMakesANewObjectByTheNameOfItsClass)
+{
+    using Class = typename TypeParam::Class;
+    const kt_Instantiator* entry = kt_Instantiator::find(std::string(TypeParam::name));
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(kt_Instantiator::find(typeid(Class)), entry);
+    const std::unique_ptr<ktPersistent> made(entry->make());
+    const ktPersistent& object = *made;
+    ASSERT_TRUE(typeid(object) == typeid(Class)) << typeid(object).name();
+    EXPECT_EQ(kt_test::toHex(kt_test::store(dynamic_cast<const Class&>(object))),
+              kt_test::toHex(kt_test::store(Class())));
+}
+
+TYPED_TEST_P(ArchivableByPointer, StoredByPointerAndLoadedIsEqualAndHeldOnce)
+{
+    for (const auto& sample : this->samples_) {
+        const auto loaded = kt_test::loadByPointer<typename TypeParam::Class>(kt_test::storeByPointer(sample));
+        this->expectOwnedAlone(loaded);
+        this->expectEqual(*loaded, sample);
+    }
+}
+
+TYPED_TEST_P(ArchivableByPointer, CopyIsHeldByNoHandle)
+{
+    if constexpr (std::is_base_of_v<ktRepBase, typename TypeParam::Class>) {
+        const ktPtrHandle_const<typename TypeParam::Class> held(new typename TypeParam::Class(this->samples_.front()));
+        const typename TypeParam::Class copy(*held);
+        EXPECT_EQ(copy.refCount(), 0);
+        EXPECT_EQ(held->refCount(), 1);
+    } else {
+        EXPECT_EQ(dynamic_cast<const ktRepBase*>(static_cast<const ktPersistent*>(&this->samples_.front())), nullptr);
+    }
+}
+
+TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShared)
+{
+    using Class = typename TypeParam::Class;
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    std::size_t first = 0;
+    {
+        const ktArchive::Pass pass(storing);
+        kt_test::Owner<Class> owner(new Class(this->samples_.back()));
+        kt_test::archiveByPointer(storing, owner);
+        first = out.str().size();
+        kt_test::archiveByPointer(storing, owner);
+    }
+    EXPECT_EQ(out.str().size(), first + 5) << "a reference takes five bytes";
+
+    std::istringstream in(out.str());
+    ktArchive loading(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(loading);
+    kt_test::Owner<Class> owner;
+    kt_test::archiveByPointer(loading, owner);
+    ASSERT_TRUE(static_cast<bool>(owner));
+    ktPersistent* again = nullptr;
+    ktPersistent::serializePointer(loading, nullptr, again);
+    EXPECT_EQ(dynamic_cast<const Class*>(again), owner.get());
+}
+
+TYPED_TEST_P(ArchivableByPointer, LoadingByPointerThatRunsOutOfMemoryLeavesNothingBehind)
+{
+    using Class = typename TypeParam::Class;
+    const std::string bytes = kt_test::storeByPointer(this->samples_.back());
+    const long allocations = kt_test::failEachAllocation([&] {
+        const auto loaded = kt_test::loadByPointer<Class>(bytes);
+        this->expectOwnedAlone(loaded);
+        this->expectEqual(*loaded, this->samples_.back());
+    });
+    EXPECT_GT(allocations, 0);
+}
+
+TYPED_TEST_P(ArchivableByPointer, StoringByPointerThatRunsOutOfMemoryChangesNothing)
+{
+    using Class = typename TypeParam::Class;
+    const std::string bytes = kt_test::storeByPointer(this->samples_.back());
+    const long allocations =
+        kt_test::failEachAllocation([&] { return kt_test::Owner<Class>(new Class(this->samples_.back())); },
+                                    [&](kt_test::Owner<Class>& owner) {
+                                        std::ostringstream out;
+                                        ktArchive archive(static_cast<std::ostream&>(out));
+                                        kt_test::archiveByPointer(archive, owner);
+                                        EXPECT_EQ(out.str(), bytes);
+                                    },
+                                    [&](const kt_test::Owner<Class>& owner) {
+                                        this->expectOwnedAlone(owner);
+                                        this->expectEqual(*owner, this->samples_.back());
+                                    });
+    EXPECT_GT(allocations, 0);
+}
+
+REGISTER_TYPED_TEST_SUITE_P(ArchivableByPointer, RegistryMakesANewObjectByTheNameOfItsClass,
+                            StoredByPointerAndLoadedIsEqualAndHeldOnce, CopyIsHeldByNoHandle,
+                            MetTwiceInOnePassIsWrittenOnceAndRestoredShared,
+                            LoadingByPointerThatRunsOutOfMemoryLeavesNothingBehind,
+                            StoringByPointerThatRunsOutOfMemoryChangesNothing);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ArchivableByPointer);
+
+template <class Case>
+class Cloneable : public Archivable<Case> {
+protected:
+    using Value = typename Case::Class;
+
+    /// The clone as an object of its own class. The null that another class gives fails the test.
+    template <class Handle>
+    static const Value& typed(const Handle& clone)
+    {
+        return dynamic_cast<const Value&>(*clone);
+    }
+};
+
+TYPED_TEST_SUITE_P(Cloneable);
+
+TYPED_TEST_P(Cloneable, CloneIsEqualOfTheSameClassAndHeldOnce)
+{
+    for (const auto& sample : this->samples_) {
+        const auto clone = sample.clone();
+        ASSERT_TRUE(static_cast<bool>(clone));
+        EXPECT_EQ(clone->refCount(), 1);
+        const auto& object = *clone;
+        EXPECT_TRUE(typeid(object) == typeid(typename TypeParam::Class)) << typeid(object).name();
+        this->expectEqual(this->typed(clone), sample);
+    }
+}
+
+TYPED_TEST_P(Cloneable, CloneOutlivesChangesOfTheOriginalAndTheOriginalItself)
+{
+    using Class = typename TypeParam::Class;
+    for (std::size_t i = 0; i < this->samples_.size(); ++i) {
+        SCOPED_TRACE(i);
+        auto original = std::make_unique<Class>(this->samples_[i]);
+        const auto clone = original->clone();
+        *original = this->otherThan(i);
+        this->expectEqual(this->typed(clone), this->samples_[i]);
+        kt_test::loadInto(*original, kt_test::store(this->otherThan(i)));
+        this->expectEqual(this->typed(clone), this->samples_[i]);
+        original.reset();
+        this->expectEqual(this->typed(clone), this->samples_[i]);
+    }
+}
+
+TYPED_TEST_P(Cloneable, CloneIsFreedWithItsLastHandle)
+{
+    const auto& sample = this->samples_.back();
+    const kt_test::MemoryWatch watch;
+    {
+        auto clone = sample.clone();
+        EXPECT_GT(watch.liveBlocks(), 0);
+        const auto second = clone;
+        clone = nullptr;
+        EXPECT_EQ(second->refCount(), 1);
+    }
+    EXPECT_EQ(watch.liveBlocks(), 0);
+}
+
+TYPED_TEST_P(Cloneable, CloneThatRunsOutOfMemoryChangesNothing)
+{
+    using Class = typename TypeParam::Class;
+    const long allocations = kt_test::failEachAllocation(
+        [&] { return Class(this->samples_.back()); },
+        [&](Class& value) { this->expectEqual(this->typed(value.clone()), this->samples_.back()); },
+        [&](const Class& value) { this->expectEqual(value, this->samples_.back()); });
+    EXPECT_GT(allocations, 0);
+}
+
+REGISTER_TYPED_TEST_SUITE_P(Cloneable, CloneIsEqualOfTheSameClassAndHeldOnce,
+                            CloneOutlivesChangesOfTheOriginalAndTheOriginalItself, CloneIsFreedWithItsLastHandle,
+                            CloneThatRunsOutOfMemoryChangesNothing);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Cloneable);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <clastool/training_data.h>
+
+#include <utility>
+#include <vector>
+
+// Short ways to write training sets.
+
+namespace kt_test {
+
+using PatternHandle = ktPtrHandle_const<ktFeaturePattern>;
+
+inline PatternHandle pattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices = {})
+{
+    return new ktFeaturePattern(measurements, invalidIndices);
+}
+
+struct Labelled {
+    std::vector<double> measurements;
+    long label;
+};
+
+inline ktClassifierDataProviderMemory trainingData(const std::vector<Labelled>& rows)
+{
+    ktClassifierDataProviderMemory data;
+    for (const Labelled& row : rows) {
+        data.addData(pattern(row.measurements), row.label);
+    }
+    return data;
+}
+
+/// The labels of a result in its order.
+inline std::vector<long> labelsOf(const ktClassifierResult& result)
+{
+    std::vector<long> labels;
+    for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
+        labels.push_back(entry.categoryLabel());
+    }
+    return labels;
+}
+
+/// A result that no run gives, to see whether a run left it alone.
+inline ktClassifierResult untouchedResult()
+{
+    return ktClassifierResult({ktClassifierCategoryResult(77, 0.25, 1.0, 3.5)}, -12.5);
+}
+
+}  // namespace kt_test

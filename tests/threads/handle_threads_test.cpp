@@ -1,0 +1,167 @@
+#include <kt/archive.h>
+#include <kt/failure.h>
+#include <kt/handle.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+/// Knows how many of it live and on which thread the last one died.
+class Shared : public ktPersistent, public ktRepBase {
+public:
+    Shared() { ++alive; }
+    ~Shared() override
+    {
+        --alive;
+        diedOn = std::this_thread::get_id();
+    }
+
+    long number = 0;
+
+    static ktPersistent* make() { return new Shared; }
+
+    static inline std::atomic<long> alive{0};
+    static inline std::atomic<std::thread::id> diedOn;
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+            ktArchive::checkVersion(version);
+            archive || number;
+        });
+    }
+};
+
+const kt_Instantiator sharedEntry(typeid(Shared), &Shared::make, "Shared");
+
+constexpr int numThreads = 8;
+
+/// Runs `work(i)` on eight threads at once, which begin together.
+template <class Work>
+void onEachThread(Work work)
+{
+    std::atomic<int> waiting{numThreads};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < numThreads; ++i) {
+        threads.emplace_back([&waiting, work, i] {
+            --waiting;
+            while (waiting > 0) {
+                std::this_thread::yield();
+            }
+            work(i);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(HandleThreads, CopiesAndDropsOnAllThreadsBringTheCountBack)
+{
+    ktPtrHandle_const<Shared> handle(new Shared);
+    onEachThread([&handle](int) {
+        for (int i = 0; i < 200000; ++i) {
+            const ktPtrHandle_const<Shared> copy(handle);
+            ktPtrHandle_const<Shared> assigned;
+            assigned = copy;
+        }
+    });
+    EXPECT_EQ(handle->refCount(), 1);
+    EXPECT_EQ(Shared::alive, 1);
+    handle = nullptr;
+    EXPECT_EQ(Shared::alive, 0);
+}
+
+TEST(HandleThreads, LastDropMayComeFromAnyThread)
+{
+    for (int round = 0; round < 100; ++round) {
+        std::vector<ktPtrHandle<Shared>> handles(numThreads, new Shared);
+        onEachThread([&handles](int i) { handles[static_cast<std::size_t>(i)] = nullptr; });
+        EXPECT_EQ(Shared::alive, 0) << round;
+        EXPECT_NE(Shared::diedOn.load(), std::this_thread::get_id());
+    }
+}
+
+TEST(HandleThreads, WhatOtherThreadsWroteIsSeenByTheOneThatDestroys)
+{
+    struct Tally : ktRepBase {
+        explicit Tally(long& target) : sum(target) {}
+        ~Tally() override
+        {
+            for (const long part : parts) {
+                sum += part;
+            }
+        }
+        long parts[numThreads] = {};
+        long& sum;
+    };
+    long sum = 0;
+    std::vector<ktPtrHandle<Tally>> handles(numThreads, new Tally(sum));
+    onEachThread([&handles](int i) {
+        ktPtrHandle<Tally> mine = std::move(handles[static_cast<std::size_t>(i)]);
+        mine->parts[i] = i + 1;
+    });
+    EXPECT_EQ(sum, 36);
+}
+
+std::string storeTwice(ktPtrHandle<Shared> shared)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    archive || shared || shared;
+    return out.str();
+}
+
+TEST(HandleThreads, ObjectsAreStoredAndLoadedOnAllThreadsAtOnce)
+{
+    ktPtrHandle<Shared> shared(new Shared);
+    shared->number = 7;
+    const std::string expected = storeTwice(shared);
+    std::atomic<int> wrong{0};
+    onEachThread([&](int) {
+        for (int i = 0; i < 1000; ++i) {
+            const std::string bytes = storeTwice(shared);
+            std::istringstream in(bytes);
+            ktArchive archive(static_cast<std::istream&>(in));
+            const ktArchive::Pass pass(archive);
+            ktPtrHandle<Shared> first;
+            ktPtrHandle<Shared> second;
+            archive || first || second;
+            if (bytes != expected || first != second || first->number != 7) {
+                ++wrong;
+            }
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(Shared::alive, 1);
+}
+
+TEST(HandleThreads, RegistryAndConvertersAreReadOnAllThreadsAtOnce)
+{
+    std::atomic<int> wrong{0};
+    onEachThread([&wrong](int) {
+        for (int i = 0; i < 1000; ++i) {
+            if (kt_Instantiator::find("Shared") != &sharedEntry ||
+                kt_Instantiator::find(typeid(Shared)) != &sharedEntry) {
+                ++wrong;
+            }
+            try {
+                kfThrowExceptionOnFailure(static_cast<long>(0x80FFFFE1UL));
+                ++wrong;
+            } catch (const ktFailure&) {
+            }
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace

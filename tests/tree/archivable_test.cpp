@@ -1,0 +1,130 @@
+// The classes of decision_tree.h, run through what must hold for every archivable class.
+
+#include "support/archivable_kit.h"
+
+#include "trees.h"
+
+#include <limits>
+
+namespace {
+
+using trees::leafFor;
+using trees::resultFor;
+
+/// A pattern that steers a tree of comparisons and range tests.
+ktFeaturePattern somePattern()
+{
+    return ktFeaturePattern({1.0, 2.0, 3.0}, {2});
+}
+
+template <class Predicate>
+struct PredicateCase : kt_test::ArchivableCase<Predicate> {
+    static void use(Predicate& predicate)
+    {
+        predicate.outcome(somePattern());
+        predicate.outcome(ktFeaturePattern());
+    }
+};
+
+struct Comparison : PredicateCase<ktComparisonPredicate> {
+    static constexpr const char* name = "ktComparisonPredicate";
+
+    static std::vector<ktComparisonPredicate> samples()
+    {
+        return {ktComparisonPredicate(), ktComparisonPredicate(1, 0), ktComparisonPredicate(2147483647, 5)};
+    }
+};
+
+struct Range : PredicateCase<ktRangePredicate> {
+    static constexpr const char* name = "ktRangePredicate";
+
+    static std::vector<ktRangePredicate> samples()
+    {
+        const double infinity = std::numeric_limits<double>::infinity();
+        return {ktRangePredicate(), ktRangePredicate(ktRange(-1.5, 2.0), {}),
+                ktRangePredicate(ktRange(0.25, infinity), {4, 1, 4})};
+    }
+};
+
+struct Validity : PredicateCase<ktValidityPredicate> {
+    static constexpr const char* name = "ktValidityPredicate";
+
+    static std::vector<ktValidityPredicate> samples()
+    {
+        return {ktValidityPredicate(), ktValidityPredicate(std::vector<long>()),
+                ktValidityPredicate(std::vector<long>{2147483647, 0, 0})};
+    }
+};
+
+template <class Tree>
+struct TreeCase : kt_test::ArchivableCase<Tree> {
+    static void use(Tree& tree)
+    {
+        kt_ClassifierDecisionTree classifier;
+        classifier.trainManual(tree);
+        ktClassifierResult result;
+        classifier.run(somePattern(), result);
+        EXPECT_EQ(tree.numCategories(), static_cast<long>(tree.categoryLabels().size()));
+    }
+};
+
+struct Leaf : TreeCase<ktDecisionTreeLeaf> {
+    static constexpr const char* name = "ktDecisionTreeLeaf";
+
+    static std::vector<ktDecisionTreeLeaf> samples()
+    {
+        return {ktDecisionTreeLeaf(), leafFor({7}),
+                ktDecisionTreeLeaf(ktClassifierResult({{3, 0.5, 0.75, 1.0}, {1, 0.25, 0.25, 0.5}}, -12.5))};
+    }
+};
+
+/// Every class of predicate, a subtree met twice, and a branch with nothing but a leaf.
+ktDecisionTreeNode smallTree()
+{
+    const ktDecisionTreeNode shared(ktRangePredicate(ktRange(0.0, 1.5), {0, 1}), leafFor({1, 2}), leafFor({3}));
+    const ktDecisionTreeNode twice(ktComparisonPredicate(1, 0), shared, shared);
+    return {ktValidityPredicate(std::vector<long>{0, 1}), twice, leafFor({4})};
+}
+
+struct Node : TreeCase<ktDecisionTreeNode> {
+    static constexpr const char* name = "ktDecisionTreeNode";
+
+    static std::vector<ktDecisionTreeNode> samples()
+    {
+        return {ktDecisionTreeNode(trees::yes(), leafFor({1}), leafFor({2})),
+                ktDecisionTreeNode(trees::yes(), leafFor({2}), leafFor({1})), smallTree()};
+    }
+};
+
+struct Classifier : kt_test::ArchivableCase<kt_ClassifierDecisionTree> {
+    static constexpr const char* name = "kt_ClassifierDecisionTree";
+
+    static std::vector<kt_ClassifierDecisionTree> samples()
+    {
+        std::vector<kt_ClassifierDecisionTree> classifiers(3);
+        classifiers[1].trainManual(leafFor({5}));
+        classifiers[2].trainManual(smallTree());
+        return classifiers;
+    }
+
+    /// Untrained classifiers, which `==` refuses, count as equal.
+    static bool equal(const kt_ClassifierDecisionTree& a, const kt_ClassifierDecisionTree& b)
+    {
+        return (!a.isTrained() && !b.isTrained()) || a == b;
+    }
+
+    static void use(kt_ClassifierDecisionTree& classifier)
+    {
+        ktClassifierResult result;
+        classifier.run(somePattern(), result);
+        static_cast<void>(classifier.decisionTree()->categoryLabels());
+    }
+};
+
+using Classes = ::testing::Types<Comparison, Range, Validity, Leaf, Node, Classifier>;
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Tree, Archivable, Classes, kt_test::CaseNames);
+INSTANTIATE_TYPED_TEST_SUITE_P(Tree, ArchivableByPointer, Classes, kt_test::CaseNames);
+INSTANTIATE_TYPED_TEST_SUITE_P(Tree, Cloneable, Classes, kt_test::CaseNames);

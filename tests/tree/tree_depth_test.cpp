@@ -1,0 +1,491 @@
+// Trees that are far deeper, or have far more ways through them, than a plain recursion could stand.
+
+#include <clastool/decision_tree.h>
+
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/failures.h"
+
+#include "trees.h"
+
+#include <random>
+#include <set>
+
+namespace {
+
+using kt_test::expectThrows;
+using trees::doubledChain;
+using trees::leafFor;
+using trees::resultFor;
+using trees::runOnSmallStack;
+using trees::Shape;
+using trees::SharedTree;
+using trees::Tree;
+using Labels = std::vector<long>;
+using Node = ktDecisionTreeNode;
+using Leaf = ktDecisionTreeLeaf;
+
+constexpr long million = 1000000;
+
+/// Counts the polls of the attention check for as long as it lives.
+class PollCounter {
+public:
+    PollCounter()
+    {
+        kfSetAttentionHandler(
+            [](void* counter) {
+                ++static_cast<PollCounter*>(counter)->polls_;
+                return 0L;
+            },
+            this);
+    }
+    ~PollCounter() { kfSetAttentionHandler(nullptr, nullptr); }
+    PollCounter(const PollCounter&) = delete;
+    PollCounter& operator=(const PollCounter&) = delete;
+
+    long polls() const { return polls_; }
+
+private:
+    long polls_ = 0;
+};
+
+/// A chain of a million nodes, handled on a stack of 256 KiB.
+class MillionNodes : public ::testing::TestWithParam<Shape> {
+protected:
+    static Tree build(long end) { return trees::chain(GetParam(), million, leafFor({end}), leafFor({8})); }
+};
+
+std::string shapeName(const ::testing::TestParamInfo<Shape>& info)
+{
+    return info.param == Shape::trueSide ? "TrueSide" : info.param == Shape::falseSide ? "FalseSide" : "ZigZag";
+}
+
+TEST_P(MillionNodes, AreBuiltAndDestroyed)
+{
+    runOnSmallStack([] {
+        const kt_test::MemoryWatch watch;
+        Tree tree = build(1);
+        EXPECT_GT(watch.liveBlocks(), million);
+        tree = nullptr;
+        EXPECT_EQ(watch.liveBlocks(), 0);
+    });
+}
+
+TEST_P(MillionNodes, AreCopiedWithoutCopyingWhatIsBelow)
+{
+    runOnSmallStack([] {
+        const kt_test::MemoryWatch watch;
+        Tree tree = build(1);
+        const Tree clone = tree->clone();
+        {
+            const Node copy(dynamic_cast<const Node&>(*tree));
+            Node assigned;
+            assigned = copy;
+            EXPECT_EQ(assigned.trueTree().get(), copy.trueTree().get());
+        }
+        EXPECT_LT(watch.liveBlocks(), million + 100);
+        tree = nullptr;
+        EXPECT_EQ(clone->categoryLabels().size(), 2u);
+    });
+}
+
+TEST_P(MillionNodes, AreWalkedToTheEnd)
+{
+    runOnSmallStack([] {
+        kt_ClassifierDecisionTree classifier;
+        classifier.trainManual(*build(1));
+        const PollCounter counter;
+        ktClassifierResult result;
+        classifier.run(ktFeaturePattern(), result);
+        EXPECT_TRUE(result == resultFor({1}));
+        EXPECT_EQ(counter.polls(), million + 1);
+        classifier.untrain();
+    });
+}
+
+TEST_P(MillionNodes, AreCompared)
+{
+    runOnSmallStack([] {
+        const Tree tree = build(1);
+        const Tree equal = build(1);
+        const Tree otherAtTheEnd = build(2);
+        EXPECT_TRUE(*tree == *equal);
+        EXPECT_TRUE(*tree == *tree);
+        EXPECT_FALSE(*tree == *otherAtTheEnd);
+        EXPECT_FALSE(*otherAtTheEnd == *tree);
+    });
+}
+
+TEST_P(MillionNodes, AreListed)
+{
+    runOnSmallStack([] {
+        const Labels expected = GetParam() == Shape::falseSide ? Labels{1, 8} : Labels{8, 1};
+        EXPECT_EQ(build(1)->categoryLabels(), expected);
+        EXPECT_EQ(build(1)->numCategories(), 2);
+    });
+}
+
+TEST_P(MillionNodes, AreReleasedByAssignmentSettersLoadingAndTraining)
+{
+    runOnSmallStack([] {
+        const kt_test::MemoryWatch watch;
+        {
+            Node parent(trees::yes(), *build(1), *build(2));
+            parent.trueTree(leafFor({1}));
+            parent.falseTree(leafFor({2}));
+            parent.trueTree(*build(1));
+            parent = Node(trees::yes(), leafFor({1}), leafFor({2}));
+            parent.falseTree(*build(1));
+            kt_test::loadInto(parent, kt_test::store(Node(trees::yes(), leafFor({1}), leafFor({2}))));
+            EXPECT_EQ(parent.numCategories(), 2);
+            kt_ClassifierDecisionTree classifier;
+            classifier.trainManual(*build(1));
+            classifier.trainManual(parent);
+            EXPECT_EQ(classifier.decisionTree()->numCategories(), 2);
+        }
+        EXPECT_EQ(watch.liveBlocks(), 0);
+    });
+}
+
+TEST_P(MillionNodes, PartThatAHandleHoldsOutlivesTheRest)
+{
+    runOnSmallStack([] {
+        SharedTree middle = build(1);
+        long depth = 0;
+        for (; depth < million / 2; ++depth) {
+            const auto& node = dynamic_cast<const Node&>(*middle);
+            const SharedTree below = node.trueTree();
+            middle = dynamic_cast<const Node*>(below.get()) != nullptr ? below : node.falseTree();
+        }
+        kt_ClassifierDecisionTree classifier;
+        classifier.trainManual(*middle);
+        const PollCounter counter;
+        ktClassifierResult result;
+        classifier.run(ktFeaturePattern(), result);
+        EXPECT_EQ(counter.polls(), million / 2 + 1);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Tree, MillionNodes, ::testing::Values(Shape::trueSide, Shape::falseSide, Shape::zigZag),
+                         shapeName);
+
+/// Every tree below, once each.
+std::set<const ktDecisionTree*> distinctTrees(const ktDecisionTree& root)
+{
+    std::set<const ktDecisionTree*> seen{&root};
+    std::vector<const ktDecisionTree*> open{&root};
+    while (!open.empty()) {
+        const auto* node = dynamic_cast<const Node*>(open.back());
+        open.pop_back();
+        if (node == nullptr) {
+            continue;
+        }
+        for (const ktDecisionTree* below : {node->trueTree().get(), node->falseTree().get()}) {
+            if (seen.insert(below).second) {
+                open.push_back(below);
+            }
+        }
+    }
+    return seen;
+}
+
+constexpr int doubledLevels = 60;
+
+TEST(DoubledChain, OfSixtyLevelsIsComparedAndListed)
+{
+    const Tree tree = doubledChain(doubledLevels, leafFor({3, 1}));
+    EXPECT_TRUE(*tree == *doubledChain(doubledLevels, leafFor({3, 1})));
+    EXPECT_TRUE(*tree == *tree->clone());
+    EXPECT_FALSE(*tree == *doubledChain(doubledLevels, leafFor({1, 3})));
+    EXPECT_FALSE(*tree == *doubledChain(doubledLevels - 1, leafFor({3, 1})));
+    EXPECT_EQ(tree->categoryLabels(), (Labels{3, 1}));
+    EXPECT_EQ(distinctTrees(*tree).size(), 2u * doubledLevels + 1);
+}
+
+TEST(DoubledChain, OfSixtyLevelsIsStoredAndLoadedWithAllItsSharing)
+{
+    const Tree tree = doubledChain(doubledLevels, leafFor({3, 1}));
+    const std::string bytes = kt_test::store(tree);
+    EXPECT_LT(bytes.size(), 10000u);
+    const auto loaded = kt_test::load<Tree>(bytes);
+    EXPECT_TRUE(*loaded == *tree);
+    EXPECT_TRUE(*tree == *loaded);
+    EXPECT_EQ(loaded->categoryLabels(), (Labels{3, 1}));
+    EXPECT_EQ(distinctTrees(*loaded).size(), distinctTrees(*tree).size());
+    EXPECT_EQ(kt_test::store(loaded), bytes);
+}
+
+TEST(DoubledChain, ThatLacksASubtreeAtTheEndIsABadPointer)
+{
+    Tree tree = Node().clone();
+    for (int level = 0; level < doubledLevels; ++level) {
+        tree = new Node(trees::yes(), *tree, *tree);
+    }
+    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(tree->categoryLabels()); });
+    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(*tree == *tree->clone()); });
+}
+
+TEST(DoubledChain, OfAHundredThousandLevelsIsComparedListedAndDestroyedOnASmallStack)
+{
+    runOnSmallStack([] {
+        const kt_test::MemoryWatch watch;
+        {
+            const Tree tree = doubledChain(100000, leafFor({3, 1}));
+            EXPECT_TRUE(*tree == *doubledChain(100000, leafFor({3, 1})));
+            EXPECT_EQ(tree->categoryLabels(), (Labels{3, 1}));
+        }
+        EXPECT_EQ(watch.liveBlocks(), 0);
+    });
+}
+
+/// A chain as one pass sees it: so many pointer records are open at once when it is stored through a handle.
+Tree nested(long records)
+{
+    return trees::chain(Shape::zigZag, records - 1, leafFor({1}), leafFor({2}));
+}
+
+constexpr const char* tooDeep = "Archive too deep: more than 1000 pointer records are open at once.";
+
+template <class T>
+std::string storeWithoutLimit(T value)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    archive.maxDepth(2000);
+    archive || value;
+    return out.str();
+}
+
+TEST(TreeNesting, Of1000RecordsIsStoredAndLoaded)
+{
+    const Tree tree = nested(1000);
+    EXPECT_TRUE(*kt_test::storedAndLoaded(tree) == *tree);
+}
+
+TEST(TreeNesting, Of1001RecordsIsTooDeepToStore)
+{
+    const Tree tree = nested(1001);
+    expectThrows<ktArchive::TooDeep>(tooDeep, 0x10004004, [&] { kt_test::store(tree); });
+    EXPECT_TRUE(*tree == *nested(1001));
+}
+
+TEST(TreeNesting, Of1001RecordsIsTooDeepToLoad)
+{
+    const std::string bytes = storeWithoutLimit(nested(1001));
+    Tree loaded = leafFor({1}).clone();
+    expectThrows<ktArchive::TooDeep>(tooDeep, 0x10004004, [&] { kt_test::loadInto(loaded, bytes); });
+    EXPECT_TRUE(loaded.isNull());
+    kt_test::loadInto(loaded, kt_test::store(nested(1000)));
+    EXPECT_TRUE(*loaded == *nested(1000));
+}
+
+TEST(TreeNesting, LimitIsTheArchivesToSet)
+{
+    const std::string bytes = storeWithoutLimit(nested(2000));
+    std::istringstream in(bytes);
+    ktArchive archive(static_cast<std::istream&>(in));
+    archive.maxDepth(2000);
+    Tree loaded;
+    archive || loaded;
+    EXPECT_TRUE(*loaded == *nested(2000));
+}
+
+TEST(TreeNesting, ToolsOwnRecordCounts)
+{
+    ktClassifierTool fits;
+    fits.train(*nested(999));
+    EXPECT_TRUE(kt_test::storedAndLoaded(fits) == fits);
+    ktClassifierTool tooMuch;
+    tooMuch.train(*nested(1000));
+    expectThrows<ktArchive::TooDeep>(tooDeep, 0x10004004, [&] { kt_test::store(tooMuch); });
+    EXPECT_TRUE(*tooMuch.decisionTree() == *nested(1000));
+    ktClassifierTool loaded = fits;
+    const std::string bytes = storeWithoutLimit(tooMuch);
+    expectThrows<ktArchive::TooDeep>(tooDeep, 0x10004004, [&] { kt_test::loadInto(loaded, bytes); });
+    EXPECT_FALSE(loaded.isTrained());
+}
+
+TEST(TreeNesting, NodeStoredInPlaceIsNoRecord)
+{
+    const Tree tree = nested(1001);
+    const auto& node = dynamic_cast<const Node&>(*tree);
+    EXPECT_TRUE(kt_test::storedAndLoaded(node) == node);
+    const Tree deeper = nested(1002);
+    expectThrows<ktArchive::TooDeep>(tooDeep, 0x10004004, [&] { kt_test::store(dynamic_cast<const Node&>(*deeper)); });
+}
+
+// The definitions of comparing, listing and walking, written down as they read. They visit every way through a tree.
+
+bool plainEqual(const ktDecisionTree& a, const ktDecisionTree& b)
+{
+    if (const auto* leaf = dynamic_cast<const Leaf*>(&a)) {
+        const auto* other = dynamic_cast<const Leaf*>(&b);
+        return other != nullptr && leaf->classifierResult() == other->classifierResult();
+    }
+    const auto& node = dynamic_cast<const Node&>(a);
+    const auto* other = dynamic_cast<const Node*>(&b);
+    return other != nullptr && *node.predicateFunction() == *other->predicateFunction() &&
+           plainEqual(*node.trueTree(), *other->trueTree()) && plainEqual(*node.falseTree(), *other->falseTree());
+}
+
+Labels plainLabels(const ktDecisionTree& tree)
+{
+    const auto* node = dynamic_cast<const Node*>(&tree);
+    if (node == nullptr) {
+        return tree.categoryLabels();
+    }
+    Labels labels = plainLabels(*node->falseTree());
+    for (const long label : plainLabels(*node->trueTree())) {
+        if (std::find(labels.begin(), labels.end(), label) == labels.end()) {
+            labels.push_back(label);
+        }
+    }
+    return labels;
+}
+
+const ktClassifierResult& plainWalk(const ktDecisionTree& tree, const ktFeaturePattern& pattern)
+{
+    if (const auto* leaf = dynamic_cast<const Leaf*>(&tree)) {
+        return leaf->classifierResult();
+    }
+    const auto& node = dynamic_cast<const Node&>(tree);
+    return plainWalk(node.predicateFunction()->outcome(pattern) ? *node.trueTree() : *node.falseTree(), pattern);
+}
+
+/// What an operation answers, or that it ends in a bad pointer.
+template <class Answer>
+struct Outcome {
+    bool isBadPointer;
+    Answer answer;
+
+    bool operator==(const Outcome& other) const { return isBadPointer == other.isBadPointer && answer == other.answer; }
+};
+
+template <class Operation>
+auto outcomeOf(Operation operation) -> Outcome<decltype(operation())>
+{
+    try {
+        return {false, operation()};
+    } catch (const ktBadPointer&) {
+        return {true, {}};
+    }
+}
+
+/// Trees with few different parts, so that equal ones are common; with much sharing; and with parts missing.
+class RandomTrees {
+public:
+    RandomTrees(unsigned seed, long missingPercent) : random_(seed), missingPercent_(missingPercent) {}
+
+    Tree next(int nodes)
+    {
+        std::vector<Tree> made{leafFor({1}).clone(), leafFor({2, 3}).clone(), leafFor({3, 1}).clone()};
+        for (int i = 0; i < nodes; ++i) {
+            ktPtrHandle<Node> node = new Node;
+            if (isPresent()) {
+                node->predicateFunction(ktComparisonPredicate(below(2), 2));
+            }
+            if (isPresent()) {
+                node->trueTree(*made[made.size() - 1 - static_cast<std::size_t>(below(3))]);
+            }
+            if (isPresent()) {
+                node->falseTree(*made[made.size() - 1 - static_cast<std::size_t>(below(3))]);
+            }
+            made.push_back(node);
+        }
+        return made.back();
+    }
+
+    long below(long end) { return static_cast<long>(random_() % static_cast<unsigned long>(end)); }
+
+private:
+    bool isPresent() { return below(100) >= missingPercent_; }
+
+    std::mt19937 random_;
+    long missingPercent_;
+};
+
+/// The same tree with nothing shared; missing parts stay missing.
+Tree unshared(const ktDecisionTree& tree)
+{
+    const auto* node = dynamic_cast<const Node*>(&tree);
+    if (node == nullptr) {
+        return tree.clone();
+    }
+    ktPtrHandle<Node> copy = new Node;
+    if (node->predicateFunction()) {
+        copy->predicateFunction(*node->predicateFunction());
+    }
+    if (node->trueTree()) {
+        copy->trueTree(*unshared(*node->trueTree()));
+    }
+    if (node->falseTree()) {
+        copy->falseTree(*unshared(*node->falseTree()));
+    }
+    return copy;
+}
+
+TEST(RandomTree, IsComparedAsByVisitingEveryWay)
+{
+    long equal = 0;
+    long unequal = 0;
+    long bad = 0;
+    for (unsigned seed = 1; seed <= 3000; ++seed) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed);
+        RandomTrees random(seed, seed % 3 == 0 ? 5 : 0);
+        const Tree a = random.next(1 + static_cast<int>(seed % 9));
+        const Tree others[] = {random.next(1 + static_cast<int>(seed % 9)), unshared(*a), kt_test::storedAndLoaded(a)};
+        for (const Tree& b : others) {
+            const auto expected = outcomeOf([&] { return plainEqual(*a, *b); });
+            ASSERT_TRUE(outcomeOf([&] { return *a == *b; }) == expected);
+            ASSERT_TRUE(outcomeOf([&] { return *b == *a; }) == outcomeOf([&] { return plainEqual(*b, *a); }));
+            ++(expected.isBadPointer ? bad : expected.answer ? equal : unequal);
+        }
+    }
+    EXPECT_GT(equal, 1000);
+    EXPECT_GT(unequal, 1000);
+    EXPECT_GT(bad, 100);
+}
+
+TEST(RandomTree, IsListedAsByVisitingEveryWay)
+{
+    long bad = 0;
+    std::set<Labels> lists;
+    for (unsigned seed = 1; seed <= 3000; ++seed) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed);
+        RandomTrees random(seed, seed % 3 == 0 ? 5 : 0);
+        const Tree tree = random.next(1 + static_cast<int>(seed % 12));
+        const auto expected = outcomeOf([&] { return plainLabels(*tree); });
+        ASSERT_TRUE(outcomeOf([&] { return tree->categoryLabels(); }) == expected);
+        ASSERT_TRUE(outcomeOf([&] { return kt_test::storedAndLoaded(tree)->categoryLabels(); }) == expected);
+        lists.insert(expected.answer);
+        bad += expected.isBadPointer ? 1 : 0;
+    }
+    EXPECT_GE(lists.size(), 5u);
+    EXPECT_GT(bad, 100);
+}
+
+TEST(RandomTree, IsWalkedAsByRecursion)
+{
+    long bad = 0;
+    for (unsigned seed = 1; seed <= 3000; ++seed) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed);
+        RandomTrees random(seed, seed % 3 == 0 ? 5 : 0);
+        kt_ClassifierDecisionTree classifier;
+        classifier.trainManual(*random.next(1 + static_cast<int>(seed % 12)));
+        for (int i = 0; i < 4; ++i) {
+            const auto value = [&random] { return static_cast<double>(random.below(3)); };
+            const ktFeaturePattern pattern({value(), value(), value()}, {random.below(3)});
+            const auto expected = outcomeOf([&] { return plainWalk(*classifier.decisionTree(), pattern); });
+            const auto found = outcomeOf([&] {
+                ktClassifierResult result;
+                classifier.run(pattern, result);
+                return result;
+            });
+            ASSERT_TRUE(found == expected);
+            bad += expected.isBadPointer ? 1 : 0;
+        }
+    }
+    EXPECT_GT(bad, 100);
+}
+
+}  // namespace
