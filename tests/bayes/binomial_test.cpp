@@ -387,10 +387,11 @@ TEST(Binomial, LogFactorialsAgreeWithThePlainSum)
     }
 }
 
-TEST(Binomial, TableAndSeriesMeetWithoutAStep)
+TEST(Binomial, LogFactorialsBeyondTheTableAgreeWithTheGammaFunction)
 {
-    // ln 100001! - ln 100000! = ln 100001, from numbers near 1e6 that are good to 1e-12 of themselves.
-    EXPECT_NEAR(logFactorialShown(100001) - logFactorialShown(100000), std::log(100001.0), 2e-6);
+    for (const long m : {100001L, 100002L, 150000L, 1000000L, 30000000L, most}) {
+        EXPECT_NEAR(logFactorialShown(m) / std::lgamma(static_cast<double>(m) + 1.0), 1.0, 5e-15) << m;
+    }
 }
 
 TEST(Binomial, LargestNumTrialsIsAnswered)

@@ -509,6 +509,26 @@ TEST(CategoryModel, ScoreIsUpToDateWhateverChangedSinceTheLastOne)
     expectFresh(other, "assigned to itself");
 }
 
+TEST(CategoryModel, ScoreForgetsTheModelOfBeforeWhenAnotherIsLoadedOrAssigned)
+{
+    const auto made = [](const Indices& order, double shift) {
+        Model model(1, {{order[0]}, {order[1]}}, TypeList(2, Types::eNormal), {});
+        teach(model, bayes::patterns({{1.0 + shift, 2.0}, {3.0 - shift, 5.0}}));
+        return model;
+    };
+    const ktFeaturePattern query = pattern({1.25, 3.5});
+    const Model other = made({1, 0}, 0.5);
+    const double expected = scoreOf(other, query);
+    Model loadedInto = made({0, 1}, 0.0);
+    ASSERT_NE(scoreOf(loadedInto, query), expected);
+    kt_test::loadInto(loadedInto, bytesOf(other));
+    EXPECT_EQ(scoreOf(loadedInto, query), expected);
+    Model assignedTo = made({0, 1}, 0.0);
+    ASSERT_NE(scoreOf(assignedTo, query), expected);
+    assignedTo = other;
+    EXPECT_EQ(scoreOf(assignedTo, query), expected);
+}
+
 TEST(CategoryModel, ScoreOfSingleMeasurementsHasTheBitsOfTheirDensities)
 {
     const kt_test::Rows rows = kt_test::TrainingSet{30, 40, 3.0, 10.0, 3}.rows();

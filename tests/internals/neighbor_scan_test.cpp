@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 #include <limits>
 #include <random>
 #include <string>
@@ -241,7 +242,8 @@ TEST_P(NeighborScan, AKeptPatternThatIsAssignedOverIsSeenByTheNextRun)
 TEST_P(NeighborScan, ACloneProfitsFromPatternsAddedToTheOther)
 {
     std::mt19937_64 random(5);
-    const Data data = withOwnLabels(randomData(Kind::normal, 200, 4, random));
+    Data data = withOwnLabels(randomData(Kind::normal, 200, 4, random));
+    data.rows[150] = {3.0, 3.0, 3.0, 3.0};
     ktClassifierDataProviderMemory provider;
     for (std::size_t i = 0; i < 100; ++i) {
         provider.addData(new ktFeaturePattern(data.rows[i], {}), data.labels[i]);
