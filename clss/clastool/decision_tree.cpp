@@ -268,10 +268,7 @@ ktDecisionTreeNode::ktDecisionTreeNode(const ktPredicateFunction& predicate, con
 }
 
 ktDecisionTreeNode::ktDecisionTreeNode(const ktDecisionTreeNode& other)
-    : ktDecisionTree(Kind::node),
-      trueTree_(other.trueTree_),
-      falseTree_(other.falseTree_),
-      predicate_(other.predicate_)
+    : ktDecisionTree(Kind::node), trueTree_(other.trueTree_), falseTree_(other.falseTree_), predicate_(other.predicate_)
 {
 }
 

@@ -428,8 +428,8 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
     const ktClassifierFrequencies frequencies(1.0);
     Ballot ballot;
     const auto labelOf = [this](std::size_t row) { return trainingData_->categoryLabel(static_cast<long>(row)); };
-    const bool isCounted = std::all_of(neighbors.begin(), neighbors.end(),
-                                       [&](std::size_t row) { return ballot.count(labelOf(row)); });
+    const bool isCounted =
+        std::all_of(neighbors.begin(), neighbors.end(), [&](std::size_t row) { return ballot.count(labelOf(row)); });
     if (isCounted) {
         kt_Scratch<kt_Verdict> verdicts(ballot.size());
         ballot.fill(verdicts, neighbors.size());

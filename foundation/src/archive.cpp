@@ -8,7 +8,8 @@
 #include <new>
 #include <ostream>
 
-static_assert(sizeof(double) == 8 && std::numeric_limits<double>::is_iec559, "doubles are stored as 64-bit IEEE values");
+static_assert(sizeof(double) == 8 && std::numeric_limits<double>::is_iec559,
+              "doubles are stored as 64-bit IEEE values");
 
 namespace {
 
@@ -259,7 +260,8 @@ std::size_t ktArchive::count(std::size_t count, std::size_t leastStoredSize)
 {
     if (isStoring()) {
         if (count > std::numeric_limits<std::uint32_t>::max()) {
-            throw OutOfRange("Archive value out of range: a count of " + std::to_string(count) + " does not fit 32 bits.");
+            throw OutOfRange("Archive value out of range: a count of " + std::to_string(count) +
+                             " does not fit 32 bits.");
         }
         store32(static_cast<std::uint32_t>(count));
         return count;

@@ -141,7 +141,8 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
     const auto known = stored_.find(object);
     if (known != stored_.end()) {
         if (known->second.state == Written::inPlace) {
-            throw ktArchive::Conflict("Archive conflict: an object stored in place is stored by pointer in the same pass.");
+            throw ktArchive::Conflict(
+                "Archive conflict: an object stored in place is stored by pointer in the same pass.");
         }
         if (known->second.state == Written::open) {
             throw ktArchive::Conflict("Archive conflict: an object leads back to itself.");

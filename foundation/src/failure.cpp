@@ -23,7 +23,8 @@ std::uint32_t bitsOf(long code)
 std::string messageFor(long code)
 {
     char text[64];
-    std::snprintf(text, sizeof text, "The operation failed with status 0x%08lX.", static_cast<unsigned long>(bitsOf(code)));
+    std::snprintf(text, sizeof text, "The operation failed with status 0x%08lX.",
+                  static_cast<unsigned long>(bitsOf(code)));
     return text;
 }
 

@@ -22,7 +22,9 @@ std::size_t elementCount(long rows, long columns)
 
 }  // namespace
 
-ktNMMatrix::ktNMMatrix(long rows, long columns) : rows_(rows), columns_(columns), elements_(elementCount(rows, columns)) {}
+ktNMMatrix::ktNMMatrix(long rows, long columns) : rows_(rows), columns_(columns), elements_(elementCount(rows, columns))
+{
+}
 
 std::size_t ktNMMatrix::index(long row, long column) const
 {

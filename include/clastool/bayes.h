@@ -449,7 +449,10 @@ private:
     void recordTrainResults_(ktDiagObject*, unsigned long) const override {}
     void recordRunInputs_(ktDiagObject*, unsigned long, const ktFeaturePattern&) const override {}
     void recordRunDetails_(ktDiagObject*, unsigned long) const override {}
-    void recordRunResults_(ktDiagObject*, unsigned long, const ktFeaturePattern&, const ktClassifierResult&) const override {}
+    void recordRunResults_(ktDiagObject*, unsigned long, const ktFeaturePattern&,
+                           const ktClassifierResult&) const override
+    {
+    }
 
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;

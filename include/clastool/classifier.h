@@ -67,15 +67,16 @@ public:
 
     /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
     /// `params` may be the stored ones.
-    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr,
-               unsigned long flags = 0);
+    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
+               ktDiagObject* diag = nullptr, unsigned long flags = 0);
 
     /// Starts incremental training: untrains, and stores a clone of the parameters.
     void trainStart(const ktClassifierTrainParams& params);
 
     /// Adds one pattern. `diag` and `flags` are not used.
     /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before incremental training.".
-    void trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+    void trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject* diag = nullptr,
+                          unsigned long flags = 0);
 
     /// Takes new parameters without training again. `diag` and `flags` are not used.
     /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before retraining."; without stored
@@ -157,8 +158,8 @@ public:
     /// that cannot run.
     /// Kept on purpose: the last check untrains the tool only for the errors of namespace ktClassifierDefs; any other
     /// exception, such as an abort by the attention check, leaves it trained.
-    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr,
-               unsigned long flags = 0);
+    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
+               ktDiagObject* diag = nullptr, unsigned long flags = 0);
 
     /// Takes a decision tree built by hand (a clone of it). There is no readiness check, and no parameters are stored.
     void train(const ktDecisionTree& tree, ktDiagObject* diag = nullptr, unsigned long flags = 0);

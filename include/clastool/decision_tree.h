@@ -190,7 +190,8 @@ public:
     /// No predicate and no subtrees: something to load into.
     ktDecisionTreeNode();
     /// Clones the true tree, the false tree and the predicate, in this order.
-    ktDecisionTreeNode(const ktPredicateFunction& predicate, const ktDecisionTree& trueTree, const ktDecisionTree& falseTree);
+    ktDecisionTreeNode(const ktPredicateFunction& predicate, const ktDecisionTree& trueTree,
+                       const ktDecisionTree& falseTree);
     ktDecisionTreeNode(const ktDecisionTreeNode&);
     ktDecisionTreeNode& operator=(const ktDecisionTreeNode&);
     ~ktDecisionTreeNode() override;
@@ -316,7 +317,10 @@ private:
     void recordTrainResults_(ktDiagObject*, unsigned long) const override {}
     void recordRunInputs_(ktDiagObject*, unsigned long, const ktFeaturePattern&) const override {}
     void recordRunDetails_(ktDiagObject*, unsigned long) const override {}
-    void recordRunResults_(ktDiagObject*, unsigned long, const ktFeaturePattern&, const ktClassifierResult&) const override {}
+    void recordRunResults_(ktDiagObject*, unsigned long, const ktFeaturePattern&,
+                           const ktClassifierResult&) const override
+    {
+    }
 
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;

@@ -28,10 +28,11 @@ bool comparesAsFamily()
 
 bool values()
 {
-    return comparesWithItself<ktRange>() && comparesWithItself<ktPair<long>>() && comparesWithItself<ktFeaturePattern>() &&
-           comparesWithItself<ktClassifierCosts>() && comparesWithItself<ktClassifierFrequencies>() &&
-           comparesWithItself<ktClassifierCategoryResult>() && comparesWithItself<ktClassifierResult>() &&
-           comparesWithItself<ktClassifierDataProviderMemory>() && compares(ktNMMatrix(1, 1), ktNMMatrix(1, 1));
+    return comparesWithItself<ktRange>() && comparesWithItself<ktPair<long>>() &&
+           comparesWithItself<ktFeaturePattern>() && comparesWithItself<ktClassifierCosts>() &&
+           comparesWithItself<ktClassifierFrequencies>() && comparesWithItself<ktClassifierCategoryResult>() &&
+           comparesWithItself<ktClassifierResult>() && comparesWithItself<ktClassifierDataProviderMemory>() &&
+           compares(ktNMMatrix(1, 1), ktNMMatrix(1, 1));
 }
 
 bool handles()

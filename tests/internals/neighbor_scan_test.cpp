@@ -99,7 +99,8 @@ Data randomData(Kind kind, std::size_t numRows, std::size_t size, std::mt19937_6
             }
             return sum;
         };
-        std::sort(data.rows.begin(), data.rows.end(), [&](const Row& a, const Row& b) { return length(a) > length(b); });
+        std::sort(data.rows.begin(), data.rows.end(),
+                  [&](const Row& a, const Row& b) { return length(a) > length(b); });
     }
     return data;
 }

@@ -49,7 +49,8 @@ private:
                 fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
         }
         const double* expected = nullptr;
-        return sums_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel) ? fresh.release() : expected;
+        return sums_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel) ? fresh.release()
+                                                                                               : expected;
     }
 
     std::atomic<const double*> sums_{nullptr};

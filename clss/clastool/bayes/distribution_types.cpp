@@ -38,7 +38,9 @@ void appendNew(std::vector<long>& to, const std::vector<long>& indices)
 
 }  // namespace
 
-ktClassifierDistributionTypes::ktClassifierDistributionTypes(DistributionType defaultType) : defaultType_(defaultType) {}
+ktClassifierDistributionTypes::ktClassifierDistributionTypes(DistributionType defaultType) : defaultType_(defaultType)
+{
+}
 
 ktClassifierDistributionTypes& ktClassifierDistributionTypes::operator=(const ktClassifierDistributionTypes& other)
 {
@@ -100,7 +102,8 @@ void ktClassifierDistributionTypes::setDependent(long categoryLabel, const std::
     const DistributionType type = distributionType(categoryLabel, listed.front());
     for (const long index : listed) {
         if (distributionType(categoryLabel, index) != type) {
-            throw ktClassifierDefs::BadParams("The distribution types of dependent feature measurements must be the same.");
+            throw ktClassifierDefs::BadParams(
+                "The distribution types of dependent feature measurements must be the same.");
         }
     }
     // The merged set is built first: the first touched set's members, the listed ones, then the other touched sets'.

@@ -33,7 +33,8 @@ ktClassifierTrainParamsBayesian::ktClassifierTrainParamsBayesian(const ktClassif
     throwIfNotReady(other.throwIfNotReady());
 }
 
-ktClassifierTrainParamsBayesian& ktClassifierTrainParamsBayesian::operator=(const ktClassifierTrainParamsBayesian& other)
+ktClassifierTrainParamsBayesian& ktClassifierTrainParamsBayesian::operator=(
+    const ktClassifierTrainParamsBayesian& other)
 {
     ktClassifierDistributionTypes types = other.types_;
     ktClassifierFrequencies frequencies = other.frequencies_;

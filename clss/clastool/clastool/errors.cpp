@@ -48,7 +48,8 @@ private:
         case 0x80000B61u:
             throw ktClassifierDefs::InsufficientTrainData("No valid data has been used to train the distribution");
         case 0x80000B62u:
-            throw ktClassifierDefs::BadParams("Must call clear before updating with feature vectors of different sizes");
+            throw ktClassifierDefs::BadParams(
+                "Must call clear before updating with feature vectors of different sizes");
         default:
             return;
         }
@@ -121,7 +122,8 @@ ktPersistent* ConcreteError<Concrete, Number>::make()
 }
 
 template <class Concrete, long Number>
-const kt_Instantiator ConcreteError<Concrete, Number>::sExemplar(typeid(Concrete), &ConcreteError<Concrete, Number>::make,
+const kt_Instantiator ConcreteError<Concrete, Number>::sExemplar(typeid(Concrete),
+                                                                 &ConcreteError<Concrete, Number>::make,
                                                                  nameOf(Number));
 
 template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadParams, 0x10004200>;

@@ -30,7 +30,11 @@ ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, cons
 }
 
 ktFeaturePattern::ktFeaturePattern(const ktFeaturePattern& other)
-    : ktPersistent(), ktRepBase(), measurements_(other.measurements_), validity_(other.validity_), numInvalid_(other.numInvalid_)
+    : ktPersistent(),
+      ktRepBase(),
+      measurements_(other.measurements_),
+      validity_(other.validity_),
+      numInvalid_(other.numInvalid_)
 {
 }
 

@@ -146,7 +146,8 @@ ktClassifierResult::ktClassifierResult(const std::vector<ktClassifierCategoryRes
         throw ktClassifierDefs::BadParams("At least one of the classification scores must be > 0.");
     }
     for (CategoryResult& entry : results_) {
-        entry = CategoryResult(entry.categoryLabel(), entry.matchScore(), entry.classScore() / sum, entry.expectedCost());
+        entry =
+            CategoryResult(entry.categoryLabel(), entry.matchScore(), entry.classScore() / sum, entry.expectedCost());
     }
 }
 

@@ -56,7 +56,8 @@ void ktClassifierTool::train(const ktDecisionTree& tree, ktDiagObject* diag, uns
 {
     // The tree given may be the one that the present classifier holds.
     const auto* oldClassifier = dynamic_cast<const kt_ClassifierDecisionTree*>(classifier_.get());
-    const ktPtrHandle_const<ktDecisionTree> oldTree = oldClassifier != nullptr ? oldClassifier->decisionTree() : nullptr;
+    const ktPtrHandle_const<ktDecisionTree> oldTree =
+        oldClassifier != nullptr ? oldClassifier->decisionTree() : nullptr;
     untrain();
     const ktPtrHandle<kt_ClassifierDecisionTree> newClassifier = new kt_ClassifierDecisionTree;
     classifier_ = newClassifier;

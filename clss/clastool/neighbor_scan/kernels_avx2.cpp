@@ -138,7 +138,7 @@ unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::siz
     return within;
 }
 
-const kt_ScanKernels kernels = {floatSums<Order1>,    floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>,
+const kt_ScanKernels kernels = {floatSums<Order1>,   floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>,
                                 floatSums<AnyOrder>, codeSums<false>,   codeSums<true>};
 
 }  // namespace

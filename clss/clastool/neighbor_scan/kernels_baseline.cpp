@@ -98,5 +98,5 @@ unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::siz
 
 }  // namespace
 
-const kt_ScanKernels kt_baselineKernels = {order1,   order2,           order3,         orderHalf,
+const kt_ScanKernels kt_baselineKernels = {order1,   order2,          order3,        orderHalf,
                                            anyOrder, codeSums<false>, codeSums<true>};

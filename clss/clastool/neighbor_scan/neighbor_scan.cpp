@@ -501,8 +501,8 @@ private:
     bool hasPolled_ = false;
 };
 
-bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
-                             kt_RowList& rows) const
+bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query,
+                             double order, kt_RowList& rows) const
 {
     kt_NeighborScan scan(*this, store, query, order, rows.size());
     if (!scan.isCertified()) {

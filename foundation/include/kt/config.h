@@ -60,8 +60,8 @@ inline std::string kt_plainClassName(const std::type_info& type)
 {
 #if defined(__GNUG__)
     int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> plain(
-        abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+    const std::unique_ptr<char, void (*)(void*)> plain(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
+                                                       &std::free);
     return status == 0 ? plain.get() : type.name();
 #else
     // Here names come plain, but for the keyword in front of them.

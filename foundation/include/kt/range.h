@@ -30,7 +30,10 @@ public:
     }
 
     /// Both ends equal, compared exactly, no tolerance.
-    friend bool operator==(const ktRange& a, const ktRange& b) noexcept { return a.low_ == b.low_ && a.high_ == b.high_; }
+    friend bool operator==(const ktRange& a, const ktRange& b) noexcept
+    {
+        return a.low_ == b.low_ && a.high_ == b.high_;
+    }
     friend bool operator!=(const ktRange& a, const ktRange& b) noexcept { return !(a == b); }
 
 private:
