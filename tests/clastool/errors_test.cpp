@@ -336,4 +336,21 @@ TEST(Status, OperatorReturnsTheArchive)
     EXPECT_EQ(&(archive || status), &archive);
 }
 
+/// A class of the caller's own names its base as it names any other.
+class Narrower : public ktClassifierDefs::BadParams {
+public:
+    Narrower() : BadParams("narrower") {}
+    void serializeAs(ktArchive& archive, unsigned char version) { BadParams::serialize_(archive, version); }
+};
+
+TEST(Errors, CanBeDerivedFrom)
+{
+    try {
+        throw Narrower();
+    } catch (const ktClassifierDefs::BadParams& error) {
+        EXPECT_EQ(error.message(), "narrower");
+        EXPECT_EQ(error.errorNumber(), 0x10004200L);
+    }
+}
+
 }  // namespace

@@ -195,4 +195,43 @@ TEST(Persistent, VirtualOperationsKeepTheirPlaces)
 }
 #endif
 
+/// One of several bases of the same extent on one virtual base.
+template <int Number>
+class Side : public virtual ktPersistent {
+public:
+    long value = 0;
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        if (haveVisited(this, sizeof *this)) {
+            return;
+        }
+        archive || value;
+        setVisited(this, sizeof *this);
+    }
+};
+
+class BothSides : public Side<1>, public Side<2> {
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        Side<1>::dispatchSerialize(archive);
+        Side<2>::dispatchSerialize(archive);
+    }
+};
+
+TEST(Persistent, LayersOfEqualExtentSideBySideAreBothArchived)
+{
+    BothSides stored;
+    stored.Side<1>::value = 11;
+    stored.Side<2>::value = 22;
+    BothSides loaded;
+    std::istringstream in(store(stored));
+    ktArchive archive(static_cast<std::istream&>(in));
+    archive || loaded;
+    EXPECT_EQ(loaded.Side<1>::value, 11);
+    EXPECT_EQ(loaded.Side<2>::value, 22);
+}
+
 }  // namespace

@@ -87,6 +87,19 @@ TEST(SerializePointer, ObjectWithoutACountBelongsToTheCallerAlsoInAnOpenPass)
     EXPECT_EQ(dynamic_cast<Loose&>(*loaded).number, 7);
 }
 
+TEST(SerializePointer, ObjectWithACountBelongsToTheCallerOutsideAPass)
+{
+    ktPtrHandle<Note> note(new Note("kept"));
+    std::istringstream in(storePointer(note.get()));
+    ktArchive archive(static_cast<std::istream&>(in));
+    auto* loaded = dynamic_cast<Note*>(loadPointer(archive));
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_EQ(loaded->refCount(), 0);
+    const ktPtrHandle<Note> handle(loaded);
+    EXPECT_EQ(handle->refCount(), 1);
+    EXPECT_EQ(kt_test::store(handle), kt_test::store(note));
+}
+
 TEST(SerializePointer, ObjectWithACountIsHeldByThePassUntilAHandleIsMade)
 {
     std::istringstream in(storePointer(ktPtrHandle<Note>(new Note("a")).get()));

@@ -139,6 +139,9 @@ ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status)
 {
     unsigned long value = status;
     archive || value;
-    status = static_cast<ktClassifierDefs::Status>(value);
+    // Written only when loading: another thread may be storing the same object.
+    if (archive.isLoading()) {
+        status = static_cast<ktClassifierDefs::Status>(value);
+    }
     return archive;
 }
