@@ -394,7 +394,7 @@ TEST(DecisionRule, InfiniteCostIsTheLastNumber)
 struct RandomDecision {
     explicit RandomDecision(unsigned long seed) : random(seed)
     {
-        const std::size_t size = 1 + random() % 40;
+        const auto size = static_cast<std::size_t>(1 + random() % 40);
         while (labels.size() < size) {
             const long label = static_cast<long>(random() % 60);
             if (std::find(labels.begin(), labels.end(), label) == labels.end()) {

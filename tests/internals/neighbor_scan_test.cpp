@@ -52,7 +52,7 @@ Data withOwnLabels(Data data)
 
 enum class Kind { normal, offset, grid, mixedScales, bits, wide, tiny, huge, farthestFirst, numKinds };
 
-double draw(Kind kind, std::size_t measurement, std::mt19937_64& random)
+double draw(Kind kind, std::size_t measurement, std::mt19937& random)
 {
     std::normal_distribution<double> normal;
     const auto small = static_cast<int>(random() % 7) - 3;
@@ -76,7 +76,7 @@ double draw(Kind kind, std::size_t measurement, std::mt19937_64& random)
     }
 }
 
-Data randomData(Kind kind, std::size_t numRows, std::size_t size, std::mt19937_64& random)
+Data randomData(Kind kind, std::size_t numRows, std::size_t size, std::mt19937& random)
 {
     Data data;
     for (std::size_t i = 0; i < numRows; ++i) {
@@ -105,7 +105,7 @@ Data randomData(Kind kind, std::size_t numRows, std::size_t size, std::mt19937_6
     return data;
 }
 
-Row randomQuery(const Data& data, Kind kind, std::mt19937_64& random)
+Row randomQuery(const Data& data, Kind kind, std::mt19937& random)
 {
     Row query = data.rows[random() % data.rows.size()];
     if (random() % 3 != 0) {
@@ -132,7 +132,7 @@ Row randomQuery(const Data& data, Kind kind, std::mt19937_64& random)
 constexpr double orders[] = {0.5, 1.0, 2.0, 3.0, 7.5, 1.5, 0.75, 0.3, 2.5, 12.0, 0.1, 50.0};
 
 /// Runs `queries` random patterns against both and compares whole results.
-void expectEqualAnswers(const Data& data, Kind kind, double order, long k, int queries, std::mt19937_64& random)
+void expectEqualAnswers(const Data& data, Kind kind, double order, long k, int queries, std::mt19937& random)
 {
     const ktClassifierTool byCopy = data.trained(ktPatternDistanceMetricNorm(order), k);
     const ktClassifierTool plain = data.trained(PlainNorm(order), k);
@@ -161,7 +161,7 @@ protected:
 
 TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnSmallStores)
 {
-    std::mt19937_64 random(20261120);
+    std::mt19937 random(20261120);
     for (int round = 0; round < 250; ++round) {
         const auto kind = static_cast<Kind>(round % static_cast<int>(Kind::numKinds));
         Data data = randomData(kind, 1 + random() % 300, 1 + random() % 24, random);
@@ -175,7 +175,7 @@ TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnSmallStores)
 
 TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnStoresWithCodes)
 {
-    std::mt19937_64 random(7);
+    std::mt19937 random(7);
     for (int round = 0; round < 6; ++round) {
         const auto kind = static_cast<Kind>(round % static_cast<int>(Kind::numKinds));
         const std::size_t size = 8 + random() % 8;
@@ -186,7 +186,7 @@ TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnStoresWithCodes)
 
 TEST_P(NeighborScan, PatternsAddedOneByOneAreFound)
 {
-    std::mt19937_64 random(3);
+    std::mt19937 random(3);
     const Data data = withOwnLabels(randomData(Kind::normal, 400, 5, random));
     ktClassifierDataProviderMemory first;
     first.addData(new ktFeaturePattern(data.rows[0], {}), data.labels[0]);
@@ -211,7 +211,7 @@ TEST_P(NeighborScan, PatternsAddedOneByOneAreFound)
 
 TEST_P(NeighborScan, AnInvalidMeasurementAddedLaterIsRefusedByTheRun)
 {
-    std::mt19937_64 random(4);
+    std::mt19937 random(4);
     const Data data = randomData(Kind::normal, 300, 3, random);
     kt_ClassifierKNN classifier;
     ktClassifierDataProviderMemory provider;
@@ -242,7 +242,7 @@ TEST_P(NeighborScan, AKeptPatternThatIsAssignedOverIsSeenByTheNextRun)
 
 TEST_P(NeighborScan, ACloneProfitsFromPatternsAddedToTheOther)
 {
-    std::mt19937_64 random(5);
+    std::mt19937 random(5);
     Data data = withOwnLabels(randomData(Kind::normal, 200, 4, random));
     data.rows[150] = {3.0, 3.0, 3.0, 3.0};
     ktClassifierDataProviderMemory provider;

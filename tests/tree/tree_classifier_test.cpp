@@ -3,6 +3,7 @@
 
 #include "support/allocations.h"
 #include "support/archives.h"
+#include "support/attention.h"
 #include "support/bytes.h"
 #include "support/failures.h"
 
@@ -16,6 +17,7 @@
 
 namespace {
 
+using kt_test::Attention;
 using kt_test::expectThrows;
 using trees::Fields;
 using trees::leafFor;
@@ -169,27 +171,6 @@ public:
         return !ktComparisonPredicate::outcome(pattern);
     }
     ktPtrHandle<ktPredicateFunction> clone() const override { return new Contrary(*this); }
-};
-
-/// An attention check that fails at the n-th poll with `status`; 0 never fails.
-class Attention {
-public:
-    explicit Attention(long failAt = 0, long status = 0) : failAt_(failAt), status_(status)
-    {
-        kfSetAttentionHandler([](void* self) { return static_cast<Attention*>(self)->poll(); }, this);
-    }
-    ~Attention() { kfSetAttentionHandler(nullptr, nullptr); }
-    Attention(const Attention&) = delete;
-    Attention& operator=(const Attention&) = delete;
-
-    long polls() const { return polls_; }
-
-private:
-    long poll() { return ++polls_ == failAt_ ? status_ : 0; }
-
-    long failAt_;
-    long status_;
-    long polls_ = 0;
 };
 
 TEST(TreeClassifier, NewOneIsUntrainedAndHoldsNoTree)
@@ -522,8 +503,8 @@ TEST(TreeClassifierRun, IsAbortedAtEachPoll)
         SCOPED_TRACE(failAt);
         ktClassifierResult result = resultFor({9});
         {
-            const Attention attention(failAt, static_cast<long>(0x80000C21));
-            expectThrows<ktFailure>("The operation failed with status 0x80000C21.", 0x10004008,
+            const Attention attention(failAt, kt_test::abortStatus);
+            expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008,
                                     [&] { classifier.run(ktFeaturePattern(), result); });
             EXPECT_EQ(attention.polls(), failAt);
         }
@@ -537,7 +518,7 @@ TEST(TreeClassifierRun, StatusIsRaisedByItsConverter)
 {
     const Classifier classifier = trained(smallTree());
     ktClassifierResult result = resultFor({9});
-    const Attention attention(2, static_cast<long>(0x80000B61));
+    const Attention attention(2, static_cast<long>(0x80000B61UL));
     expectThrows<ktClassifierDefs::InsufficientTrainData>("No valid data has been used to train the distribution",
                                                           0x10004207,
                                                           [&] { classifier.run(ktFeaturePattern(), result); });

@@ -4,6 +4,7 @@
 
 #include "support/allocations.h"
 #include "support/archives.h"
+#include "support/attention.h"
 #include "support/failures.h"
 
 #include "trees.h"
@@ -13,6 +14,7 @@
 
 namespace {
 
+using kt_test::Attention;
 using kt_test::expectThrows;
 using trees::doubledChain;
 using trees::leafFor;
@@ -26,28 +28,6 @@ using Node = ktDecisionTreeNode;
 using Leaf = ktDecisionTreeLeaf;
 
 constexpr long million = 1000000;
-
-/// Counts the polls of the attention check for as long as it lives.
-class PollCounter {
-public:
-    PollCounter()
-    {
-        kfSetAttentionHandler(
-            [](void* counter) {
-                ++static_cast<PollCounter*>(counter)->polls_;
-                return 0L;
-            },
-            this);
-    }
-    ~PollCounter() { kfSetAttentionHandler(nullptr, nullptr); }
-    PollCounter(const PollCounter&) = delete;
-    PollCounter& operator=(const PollCounter&) = delete;
-
-    long polls() const { return polls_; }
-
-private:
-    long polls_ = 0;
-};
 
 /// A chain of a million nodes, handled on a stack of 256 KiB.
 class MillionNodes : public ::testing::TestWithParam<Shape> {
@@ -94,11 +74,11 @@ TEST_P(MillionNodes, AreWalkedToTheEnd)
     runOnSmallStack([] {
         kt_ClassifierDecisionTree classifier;
         classifier.trainManual(*build(1));
-        const PollCounter counter;
+        const Attention attention;
         ktClassifierResult result;
         classifier.run(ktFeaturePattern(), result);
         EXPECT_TRUE(result == resultFor({1}));
-        EXPECT_EQ(counter.polls(), million + 1);
+        EXPECT_EQ(attention.polls(), million + 1);
         classifier.untrain();
     });
 }
@@ -159,10 +139,10 @@ TEST_P(MillionNodes, PartThatAHandleHoldsOutlivesTheRest)
         }
         kt_ClassifierDecisionTree classifier;
         classifier.trainManual(*middle);
-        const PollCounter counter;
+        const Attention attention;
         ktClassifierResult result;
         classifier.run(ktFeaturePattern(), result);
-        EXPECT_EQ(counter.polls(), million / 2 + 1);
+        EXPECT_EQ(attention.polls(), million / 2 + 1);
     });
 }
 

@@ -359,7 +359,7 @@ private:
         if (candidates.hasOverflowed() || !(limit < saturated)) {
             return false;
         }
-        limit = tightened(candidates, limit);
+        tightened(candidates, limit);
         return true;
     }
 
