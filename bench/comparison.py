@@ -340,8 +340,9 @@ def draw_growth(figures, file):
         for who, name in (("literal", "literal"), ("opencv", "OpenCV"), ("library", "this library")):
             times = [figures.median(f"neighbors/order:2/{size}/{who}") for size in sizes]
             panel.loglog(places, times, "o-", ms=3, label=name)
-        last = figures.median(f"neighbors/order:2/{sizes[-1]}/library")
-        panel.loglog(places, [last * place / places[-1] for place in places], "k:", lw=1, label="proportional")
+        common = figures.median("neighbors/order:2/10000x16/library")
+        middle = places[sizes.index("10000x16")]
+        panel.loglog(places, [common * place / middle for place in places], "k:", lw=1, label="proportional")
         panel.set_xlabel(label)
         panel.grid(True, which="major", alpha=0.3)
     panels[0].set_ylabel("microseconds a run")
