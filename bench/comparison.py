@@ -32,7 +32,7 @@ PACKAGES = [
 ]
 SIZES = ["1000x4", "1000x16", "1000x64", "10000x16", "10000x64", "100000x4", "100000x16", "100000x64", "1000000x16"]
 BATCH_SIZES = SIZES[:-1]
-TREE_SIZES = ["1000x4", "100000x4", "100000x16"]
+ELSEWHERE_SIZES = BATCH_SIZES[:6] + ["1000000x4"] + BATCH_SIZES[6:]
 PATTERNS = [1000, 3000, 10000, 30000, 100000, 300000, 1000000]
 MEASUREMENTS = [1, 2, 4, 8, 16, 32, 64, 128, 256]
 
@@ -213,7 +213,7 @@ def orders_table(figures):
 
 def elsewhere_table(figures):
     rows = []
-    for size in BATCH_SIZES:
+    for size in ELSEWHERE_SIZES:
         case = f"neighbors/order:2/{size}/"
         cells = [spelled(size), short(figures.median(case + "library"))]
         for who in ("sklearn_batch", "sklearn_tree", "sklearn_tree_batch"):

@@ -353,6 +353,7 @@ void addBenchmarks()
         addRuns({2.0, numPatterns, 4});
         addRuns({2.0, numPatterns, 64});
     }
+    addRuns({2.0, 1000000, 4});
     for (const long numMeasurements : {1L, 2L, 4L, 8L, 32L, 64L, 128L, 256L}) {
         addRuns({2.0, 10000, numMeasurements});
     }

@@ -13,7 +13,7 @@ K = 5
 CATEGORIES = 5
 BATCH = 1000
 BATCH_SIZES = [(1000, 4), (1000, 16), (1000, 64), (10000, 16), (10000, 64), (100000, 4), (100000, 16), (100000, 64)]
-TREE_SIZES = [(1000, 4), (100000, 4), (100000, 16)]
+TREE_SIZES = [(1000, 4), (100000, 4), (1000000, 4), (100000, 16)]
 
 
 def draw(patterns, measurements, seed):
@@ -44,11 +44,12 @@ def main():
         name = "neighbors/order:2/{}x{}/{}".format(*size, who)
         rows.append({"name": name, "cpu_time": microseconds(run, queries, least_seconds), "time_unit": "us"})
 
-    for size in BATCH_SIZES:
+    for size in dict.fromkeys(BATCH_SIZES + TREE_SIZES):
         data, labels = draw(*size, seed=2)
         batch, _ = draw(BATCH, size[1], seed=3)
-        brute = KNeighborsClassifier(K, algorithm="brute").fit(data, labels)
-        note(size, "sklearn_batch", lambda _: brute.predict(batch), BATCH)
+        if size in BATCH_SIZES:
+            brute = KNeighborsClassifier(K, algorithm="brute").fit(data, labels)
+            note(size, "sklearn_batch", lambda _: brute.predict(batch), BATCH)
         if size in TREE_SIZES:
             tree = KDTree(data)
             note(size, "sklearn_tree", lambda i: tree.query(batch[i % BATCH : i % BATCH + 1], K), 1)
