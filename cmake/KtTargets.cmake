@@ -32,6 +32,10 @@ function(kt_add_library target sources headers)
     file(GLOB_RECURSE files CONFIGURE_DEPENDS ${sources}/*.cpp)
     add_library(${target} ${files})
     kt_compile_settings(${target})
+    # No other library replaces a function of this one, so the compiler may inline its exported functions too.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+    endif()
     target_include_directories(
         ${target}
         PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/${headers}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

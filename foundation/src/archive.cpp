@@ -3,10 +3,12 @@
 #include "archive_pass.h"
 
 #include <cstring>
+#include <exception>
 #include <istream>
 #include <limits>
 #include <new>
 #include <ostream>
+#include <utility>
 
 static_assert(sizeof(double) == 8 && std::numeric_limits<double>::is_iec559,
               "doubles are stored as 64-bit IEEE values");
@@ -19,6 +21,10 @@ constexpr std::uint32_t encoding = 1;
 
 /// How much a vector or text grows by before its bytes were seen, where the stream cannot tell how many there are.
 constexpr std::size_t blindStep = 4096;
+
+constexpr std::size_t bufferSize = 16384;
+/// Doubles that are turned into bytes at a time.
+constexpr std::size_t blockSize = 128;
 
 template <class Unsigned, std::size_t Size>
 void toLittleEndian(Unsigned value, unsigned char (&bytes)[Size])
@@ -38,6 +44,44 @@ Unsigned fromLittleEndian(const unsigned char (&bytes)[Size])
     return value;
 }
 
+void doublesToLittleEndian(const double* values, std::size_t size, unsigned char* bytes)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, &values[i], sizeof bits);
+        unsigned char one[8];
+        toLittleEndian(bits, one);
+        std::memcpy(bytes + 8 * i, one, sizeof one);
+    }
+}
+
+[[noreturn]] void throwOutOfRange(const std::string& what)
+{
+    throw ktArchive::OutOfRange("Archive value out of range: " + what + " does not fit 32 bits.");
+}
+
+/// Few bytes are taken from what a stream buffer holds ready, which spares a virtual call for each of many small values. Only a
+/// derived class may name the operations that this takes.
+class StreamBuffer : public std::streambuf {
+public:
+    /// Takes so many bytes if the buffer holds them; else nothing happens.
+    static bool takeHeld(std::streambuf& buffer, void* bytes, std::size_t size)
+    {
+        const char* held = (buffer.*(&StreamBuffer::gptr))();
+        const char* end = (buffer.*(&StreamBuffer::egptr))();
+        if (size > smallest || static_cast<std::size_t>(end - held) < size) {
+            return false;
+        }
+        std::memcpy(bytes, held, size);
+        (buffer.*(&StreamBuffer::gbump))(static_cast<int>(size));
+        return true;
+    }
+
+private:
+    // What is larger is worth a virtual call, which may take it past the buffer.
+    static constexpr std::size_t smallest = 1024;
+};
+
 /// Runs a stream buffer's operation. What a buffer of the caller's own throws ends as StreamFailed.
 template <class Operation>
 auto guarded(Operation operation)
@@ -55,71 +99,102 @@ auto guarded(Operation operation)
 
 }  // namespace
 
-ktArchive::ktArchive(std::ostream& stream) : output_(&stream) {}
+ktArchive::ktArchive(std::ostream& stream) : stream_(stream), isStoring_(true) {}
 
-ktArchive::ktArchive(std::istream& stream) : input_(&stream) {}
+ktArchive::ktArchive(std::istream& stream) : stream_(stream), isStoring_(false) {}
 
 ktArchive::~ktArchive() = default;
 
-void ktArchive::putRaw(const void* bytes, std::size_t size)
+void ktArchive::write(const void* bytes, std::size_t size)
 {
     const auto count = static_cast<std::streamsize>(size);
-    const auto write = [&] { return output_->rdbuf()->sputn(static_cast<const char*>(bytes), count); };
-    if (!output_->good() || output_->rdbuf() == nullptr || guarded(write) != count) {
+    const auto take = [&] { return stream_.rdbuf()->sputn(static_cast<const char*>(bytes), count); };
+    if (!stream_.good() || stream_.rdbuf() == nullptr || guarded(take) != count) {
         throw StreamFailed("The stream did not take all bytes.");
     }
-    position_ += size;
 }
 
-void ktArchive::getRaw(void* bytes, std::size_t size)
+void ktArchive::read(void* bytes, std::size_t size)
 {
-    if (input_->fail() || input_->rdbuf() == nullptr) {
+    std::streambuf* source = stream_.rdbuf();
+    if (stream_.fail() || source == nullptr) {
         throw StreamFailed("The stream cannot be read.");
     }
     const auto count = static_cast<std::streamsize>(size);
-    const auto read = [&] { return input_->rdbuf()->sgetn(static_cast<char*>(bytes), count); };
-    const std::streamsize got = guarded(read);
+    const auto give = [&] { return source->sgetn(static_cast<char*>(bytes), count); };
+    const std::streamsize got = guarded(give);
     position_ += static_cast<std::uint64_t>(got);
     if (got != count) {
         throwCorrupt("unexpected end");
     }
 }
 
+inline void ktArchive::get(void* bytes, std::size_t size)
+{
+    if (!started_) {
+        start();
+    }
+    std::streambuf* source = stream_.rdbuf();
+    if (source != nullptr && !stream_.fail() && StreamBuffer::takeHeld(*source, bytes, size)) {
+        position_ += size;
+    } else {
+        read(bytes, size);
+    }
+}
+
+void ktArchive::empty()
+{
+    // Emptied also when the stream fails: nothing is offered to it twice.
+    const std::size_t size = std::exchange(buffered_, 0);
+    if (size != 0) {
+        write(buffer_.get(), size);
+    }
+}
+
 void ktArchive::start()
 {
-    if (started_) {
-        return;
-    }
-    if (isStoring()) {
+    started_ = true;
+    try {
         unsigned char number[4];
-        toLittleEndian(encoding, number);
-        putRaw(magic, sizeof magic);
-        putRaw(number, sizeof number);
-    } else {
+        if (isStoring()) {
+            toLittleEndian(encoding, number);
+            put(magic, sizeof magic);
+            put(number, sizeof number);
+            return;
+        }
         unsigned char seen[4];
-        unsigned char number[4];
-        getRaw(seen, sizeof seen);
+        get(seen, sizeof seen);
         if (std::memcmp(seen, magic, sizeof magic) != 0) {
             throwCorrupt("not an archive");
         }
-        getRaw(number, sizeof number);
+        get(number, sizeof number);
         if (fromLittleEndian<std::uint32_t>(number) != encoding) {
             throw UnknownVersion("ktArchive", 0);
         }
+    } catch (...) {
+        started_ = false;
+        throw;
     }
-    started_ = true;
 }
 
 void ktArchive::put(const void* bytes, std::size_t size)
 {
-    start();
-    putRaw(bytes, size);
-}
-
-void ktArchive::get(void* bytes, std::size_t size)
-{
-    start();
-    getRaw(bytes, size);
+    if (!started_) {
+        start();
+    }
+    if (size > bufferSize - buffered_ || depth_ < 2) {
+        empty();
+        if (size > bufferSize || depth_ < 2) {
+            write(bytes, size);
+            position_ += size;
+            return;
+        }
+    }
+    if (size != 0) {
+        std::memcpy(&buffer_[buffered_], bytes, size);
+    }
+    buffered_ += size;
+    position_ += size;
 }
 
 void ktArchive::store32(std::uint32_t value)
@@ -140,7 +215,7 @@ ktArchive& ktArchive::operator||(long& value)
 {
     if (isStoring()) {
         if (value < std::numeric_limits<std::int32_t>::min() || value > std::numeric_limits<std::int32_t>::max()) {
-            throw OutOfRange("Archive value out of range: " + std::to_string(value) + " does not fit 32 bits.");
+            throwOutOfRange(std::to_string(value));
         }
         store32(static_cast<std::uint32_t>(static_cast<std::int32_t>(value)));
     } else {
@@ -155,7 +230,7 @@ ktArchive& ktArchive::operator||(unsigned long& value)
 {
     if (isStoring()) {
         if (value > std::numeric_limits<std::uint32_t>::max()) {
-            throw OutOfRange("Archive value out of range: " + std::to_string(value) + " does not fit 32 bits.");
+            throwOutOfRange(std::to_string(value));
         }
         store32(static_cast<std::uint32_t>(value));
     } else {
@@ -166,52 +241,115 @@ ktArchive& ktArchive::operator||(unsigned long& value)
 
 ktArchive& ktArchive::operator||(double& value)
 {
-    block(&value, 1);
+    if (isStoring()) {
+        storeDoubles(&value, 1);
+    } else {
+        loadDoubles(&value, 1);
+    }
     return *this;
 }
 
 void ktArchive::doubles(std::vector<double>& values, std::size_t count)
 {
+    const Pass pass(*this);
     if (isStoring()) {
-        block(values.data(), count);
+        storeDoubles(values.data(), count);
         return;
     }
     requireBytesLeft(count, 8);
+    loadDoubles(values, count);
+}
+
+void ktArchive::loadDoubles(std::vector<double>& values, std::size_t count)
+{
     values.resize(bytesLeftKnown() ? count : std::min(count, blindStep / 8));
     for (std::size_t done = 0; done < count; done = values.size()) {
         if (done == values.size()) {
             values.resize(std::min(count, 2 * done));
         }
-        block(&values[done], values.size() - done);
+        loadDoubles(&values[done], values.size() - done);
     }
 }
 
-void ktArchive::block(double* values, std::size_t size)
+void ktArchive::storeDoubles(const double* values, std::size_t size)
 {
-    constexpr std::size_t blockSize = 128;
+    if (depth_ >= 2 && started_ && 8 * size <= bufferSize - buffered_) {
+        doublesToLittleEndian(values, size, &buffer_[buffered_]);
+        buffered_ += 8 * size;
+        position_ += 8 * size;
+        return;
+    }
     unsigned char block[8 * blockSize];
     for (std::size_t done = 0; done < size;) {
         const std::size_t now = std::min(blockSize, size - done);
-        if (isLoading()) {
-            get(block, 8 * now);
-        }
-        for (std::size_t i = 0; i < now; ++i) {
-            unsigned char bytes[8];
-            std::uint64_t bits = 0;
-            if (isStoring()) {
-                std::memcpy(&bits, &values[done + i], sizeof bits);
-                toLittleEndian(bits, bytes);
-                std::memcpy(block + 8 * i, bytes, sizeof bytes);
-            } else {
-                std::memcpy(bytes, block + 8 * i, sizeof bytes);
-                bits = fromLittleEndian<std::uint64_t>(bytes);
-                std::memcpy(&values[done + i], &bits, sizeof bits);
-            }
-        }
-        if (isStoring()) {
-            put(block, 8 * now);
-        }
+        doublesToLittleEndian(values + done, now, block);
+        put(block, 8 * now);
         done += now;
+    }
+}
+
+void ktArchive::loadDoubles(double* values, std::size_t size)
+{
+    get(values, 8 * size);
+    for (std::size_t i = 0; i < size; ++i) {
+        unsigned char bytes[8];
+        std::memcpy(bytes, &values[i], sizeof bytes);
+        const auto bits = fromLittleEndian<std::uint64_t>(bytes);
+        std::memcpy(&values[i], &bits, sizeof bits);
+    }
+}
+
+// Flags stand eight to a byte, the first in the lowest bit.
+void ktArchive::flags(std::vector<bool>& flags, bool& allTrue, std::size_t size)
+{
+    const Pass pass(*this);
+    version();
+    if (isStoring()) {
+        storeFlags(flags, allTrue, count(allTrue ? size : flags.size(), 0));
+        return;
+    }
+    const std::size_t numFlags = count(0, 0);
+    requireBytesLeft((std::uint64_t{numFlags} + 7) / 8, 1);
+    loadFlags(flags, numFlags, numFlags == size);
+    allTrue = flags.empty() && numFlags == size;
+}
+
+void ktArchive::storeFlags(const std::vector<bool>& flags, bool allTrue, std::size_t count)
+{
+    auto flag = flags.begin();
+    for (std::size_t left = count; left != 0;) {
+        const std::size_t now = std::min<std::size_t>(8, left);
+        unsigned bits = allTrue ? (1u << now) - 1 : 0;
+        for (std::size_t i = 0; i < now && !allTrue; ++i, ++flag) {
+            bits |= static_cast<unsigned>(*flag) << i;
+        }
+        auto byte = static_cast<unsigned char>(bits);
+        put(&byte, 1);
+        left -= now;
+    }
+}
+
+void ktArchive::loadFlags(std::vector<bool>& flags, std::size_t count, bool mayOmit)
+{
+    flags.clear();
+    if (!mayOmit && bytesLeftKnown()) {
+        flags.reserve(count);
+    }
+    for (std::size_t i = 0; i < count; i += 8) {
+        unsigned char byte = 0;
+        get(&byte, 1);
+        const std::size_t now = std::min<std::size_t>(8, count - i);
+        const unsigned all = (1u << now) - 1;
+        const unsigned bits = byte & all;
+        if (mayOmit && bits == all) {
+            continue;
+        }
+        // At the first false one the flags before it, omitted so far, take their places.
+        mayOmit = false;
+        flags.resize(i, true);
+        for (std::size_t j = 0; j < now; ++j) {
+            flags.push_back((bits >> j & 1u) != 0);
+        }
     }
 }
 
@@ -256,34 +394,47 @@ void ktArchive::checkVersion(unsigned char version, const char* where, int line)
     }
 }
 
+bool ktArchive::bytesLeftKnown()
+{
+    const Pass pass(*this);
+    return isLoading() && stream_.rdbuf() != nullptr && guarded([this] { return pass_->endKnown(); });
+}
+
+inline bool ktArchive::canHold(std::uint64_t elements, std::size_t leastStoredSize)
+{
+    const Pass pass(*this);
+    const std::uint64_t most = bytesLeftKnown() ? pass_->bytesLeft() : std::numeric_limits<std::size_t>::max() / 2;
+    // A division for every count would cost more than the rest of it.
+    const bool isSmall = elements <= std::numeric_limits<std::uint32_t>::max() && leastStoredSize <= 4096;
+    return isSmall ? elements * leastStoredSize <= most : elements <= most / leastStoredSize;
+}
+
+void ktArchive::requireBytesLeft(std::uint64_t elements, std::size_t leastStoredSize)
+{
+    if (!canHold(elements, leastStoredSize)) {
+        throwImpossibleCount(elements);
+    }
+}
+
+void ktArchive::throwImpossibleCount(std::uint64_t count) const
+{
+    throwCorrupt("impossible count " + std::to_string(count));
+}
+
 std::size_t ktArchive::count(std::size_t count, std::size_t leastStoredSize)
 {
     if (isStoring()) {
         if (count > std::numeric_limits<std::uint32_t>::max()) {
-            throw OutOfRange("Archive value out of range: a count of " + std::to_string(count) +
-                             " does not fit 32 bits.");
+            throwOutOfRange("a count of " + std::to_string(count));
         }
         store32(static_cast<std::uint32_t>(count));
         return count;
     }
     const std::uint32_t loaded = load32();
-    requireBytesLeft(loaded, leastStoredSize);
-    return loaded;
-}
-
-void ktArchive::requireBytesLeft(std::uint64_t elements, std::size_t leastStoredSize)
-{
-    const Pass pass(*this);
-    const std::uint64_t most = bytesLeftKnown() ? pass_->bytesLeft() : std::numeric_limits<std::size_t>::max() / 2;
-    if (leastStoredSize != 0 && elements > most / leastStoredSize) {
-        throwCorrupt("impossible count " + std::to_string(elements));
+    if (!canHold(loaded, leastStoredSize)) {
+        throwImpossibleCount(loaded);
     }
-}
-
-bool ktArchive::bytesLeftKnown()
-{
-    const Pass pass(*this);
-    return isLoading() && input_->rdbuf() != nullptr && guarded([this] { return pass_->endKnown(); });
+    return loaded;
 }
 
 void ktArchive::throwCorrupt(const std::string& what) const
@@ -291,20 +442,37 @@ void ktArchive::throwCorrupt(const std::string& what) const
     throw Corrupt("Corrupt archive: " + what + " at byte " + std::to_string(position_) + ".");
 }
 
-ktArchive::Pass::Pass(ktArchive& archive)
-    : archive_(archive), previous_(kt_ArchivePass::current()), outermost_(archive.pass_ == nullptr)
+void ktArchive::Pass::open()
 {
+    outermost_ = archive_.pass_ == nullptr;
     if (outermost_) {
-        archive.pass_ = new kt_ArchivePass(archive);
+        if (archive_.isStoring() && archive_.buffer_ == nullptr) {
+            archive_.buffer_.reset(new unsigned char[bufferSize]);
+        }
+        archive_.pass_ = new kt_ArchivePass(archive_);
     }
-    kt_ArchivePass::current() = archive.pass_;
+    previous_ = kt_ArchivePass::makeCurrent(archive_.pass_);
+    numExceptions_ = std::uncaught_exceptions();
+    opened_ = true;
 }
 
-ktArchive::Pass::~Pass()
+void ktArchive::Pass::close()
 {
-    kt_ArchivePass::backTo(previous_);
-    if (outermost_) {
-        std::unique_ptr<kt_ArchivePass> ended(std::exchange(archive_.pass_, nullptr));
+    if (previous_ != archive_.pass_) {
+        kt_ArchivePass::backTo(previous_);
+    }
+    const std::unique_ptr<kt_ArchivePass> ended(outermost_ ? std::exchange(archive_.pass_, nullptr) : nullptr);
+    if (archive_.depth_ >= 2) {
+        return;
+    }
+    if (std::uncaught_exceptions() == numExceptions_) {
+        archive_.empty();
+        return;
+    }
+    try {
+        archive_.empty();
+    } catch (...) {
+        // What is on its way already tells why the archive is not whole.
     }
 }
 
@@ -338,52 +506,19 @@ ktArchive& operator||(ktArchive& archive, std::vector<double>& values)
 {
     const ktArchive::Pass pass(archive);
     archive.version();
-    archive.doubles(values, archive.count(values.size(), 8));
+    const std::size_t count = archive.count(values.size(), 8);
+    if (archive.isStoring()) {
+        archive.storeDoubles(values.data(), count);
+    } else {
+        archive.loadDoubles(values, count);
+    }
     return archive;
 }
 
-namespace {
-
-/// A vector of flags: eight to a byte, the first in the lowest bit.
-void storeFlags(ktArchive& archive, const std::vector<bool>& flags)
-{
-    for (std::size_t i = 0; i < flags.size(); i += 8) {
-        unsigned char bits = 0;
-        for (std::size_t j = i; j < std::min(i + 8, flags.size()); ++j) {
-            bits = static_cast<unsigned char>(bits | (flags[j] ? 1u << (j - i) : 0u));
-        }
-        archive.byte(bits);
-    }
-}
-
-void loadFlags(ktArchive& archive, std::vector<bool>& flags, std::size_t count)
-{
-    flags.clear();
-    if (archive.bytesLeftKnown()) {
-        flags.reserve(count);
-    }
-    for (std::size_t i = 0; i < count; i += 8) {
-        unsigned char bits = 0;
-        archive.byte(bits);
-        for (std::size_t j = i; j < std::min(i + 8, count); ++j) {
-            flags.push_back((bits >> (j - i) & 1u) != 0);
-        }
-    }
-}
-
-}  // namespace
-
 ktArchive& operator||(ktArchive& archive, std::vector<bool>& flags)
 {
-    const ktArchive::Pass pass(archive);
-    archive.version();
-    const std::size_t count = archive.count(flags.size(), 0);
-    if (archive.isStoring()) {
-        storeFlags(archive, flags);
-    } else {
-        archive.requireBytesLeft((std::uint64_t{count} + 7) / 8, 1);
-        loadFlags(archive, flags, count);
-    }
+    bool allTrue = false;
+    archive.flags(flags, allTrue, 0);
     return archive;
 }
 

@@ -49,16 +49,37 @@ kt_ArchivePass::~kt_ArchivePass()
     }
     *link = older_;
     // Unlinked first, so that the objects destroyed below need not be forgotten one by one.
-    for (const std::size_t index : loadedWithoutCount_) {
-        if (loaded_[index].owned) {
-            delete loaded_[index].object;
+    constexpr std::size_t ahead = 8;
+    for (std::size_t i = 0; i < loaded_.size(); ++i) {
+        // The counts go down when the list is destroyed: their lines come meanwhile.
+        Loaded& loaded = loaded_[i];
+        if (i + ahead < loaded_.size()) {
+            KT_PREFETCH(loaded_[i + ahead].count.get());
         }
+        if (loaded.count.isNull() && loaded.object != nullptr) {
+            const Known* known = known_.find(loaded.object);
+            if (known == nullptr || known->isReleased == 0) {
+                delete loaded.object;
+            }
+        }
+        loaded.count = nullptr;
     }
 }
 
-kt_ArchivePass*& kt_ArchivePass::current() noexcept
+kt_ArchivePass* kt_ArchivePass::current() noexcept
 {
     return currentPass;
+}
+
+kt_ArchivePass* kt_ArchivePass::makeCurrent(kt_ArchivePass* pass) noexcept
+{
+    if (currentPass != nullptr) {
+        currentPass->archive_.passIsCurrent_ = false;
+    }
+    if (pass != nullptr) {
+        pass->archive_.passIsCurrent_ = true;
+    }
+    return std::exchange(currentPass, pass);
 }
 
 void kt_ArchivePass::backTo(kt_ArchivePass* previous) noexcept
@@ -67,7 +88,7 @@ void kt_ArchivePass::backTo(kt_ArchivePass* previous) noexcept
     while (pass != nullptr && pass != previous) {
         pass = pass->older_;
     }
-    currentPass = pass;
+    makeCurrent(pass);
 }
 
 void kt_ArchivePass::forgetEverywhere(const ktPersistent* object) noexcept
@@ -79,56 +100,73 @@ void kt_ArchivePass::forgetEverywhere(const ktPersistent* object) noexcept
 
 void kt_ArchivePass::forget(const ktPersistent* object) noexcept
 {
-    visited_.erase(object);
-    stored_.erase(object);
-    for (const std::size_t index : loadedWithoutCount_) {
-        if (loaded_[index].object == object) {
-            loaded_[index].object = nullptr;
+    known_.erase(object, [this](const Known& known) {
+        if (archive_.isLoading() && known.state != State::none) {
+            loaded_[known.number].object = nullptr;
         }
-    }
+    });
+    furtherLayers_.erase(object, [](const FurtherLayer&) {});
 }
 
-bool kt_ArchivePass::haveVisited(const ktPersistent* object, Layer layer) const
+kt_ArchivePass::Known& kt_ArchivePass::known(const ktPersistent* object)
 {
-    const auto layers = visited_.equal_range(object);
-    return std::any_of(layers.first, layers.second, [layer](const auto& visited) {
-        return visited.second.address == layer.address && visited.second.extent == layer.extent;
-    });
+    // Without a mark no pass knows the object, which spares the search for each that is loaded.
+    if (object->mark_.load(std::memory_order_relaxed) != 0) {
+        if (Known* known = known_.find(object)) {
+            return *known;
+        }
+    }
+    object->mark_.store(1, std::memory_order_relaxed);
+    return known_.insert(object);
+}
+
+bool kt_ArchivePass::haveVisited(const ktPersistent* object, Layer layer) const noexcept
+{
+    const Known* known = known_.find(object);
+    if (known != nullptr && known->extent != 0 && known->extent == layer.extent && layer.address == object) {
+        return true;
+    }
+    return !furtherLayers_.isEmpty() && furtherLayers_.find(object, [layer](const FurtherLayer& further) {
+        return further.layer.address == layer.address && further.layer.extent == layer.extent;
+    }) != nullptr;
 }
 
 void kt_ArchivePass::setVisited(const ktPersistent* object, Layer layer)
 {
-    object->mark_.store(1, std::memory_order_relaxed);
-    if (!haveVisited(object, layer)) {
-        visited_.emplace(object, layer);
+    Known& known = this->known(object);
+    const bool fits = layer.address == object && layer.extent != 0 && layer.extent <= largestExtent;
+    if (fits && known.extent == 0 && furtherLayers_.isEmpty()) {
+        known.extent = static_cast<std::uint32_t>(layer.extent) & largestExtent;
+    } else if (!haveVisited(object, layer)) {
+        furtherLayers_.insert(object).layer = layer;
     }
 }
 
-bool kt_ArchivePass::endKnown()
+bool kt_ArchivePass::askEnd()
 {
-    if (!std::exchange(endAsked_, true)) {
-        std::streambuf* buffer = archive_.input_->rdbuf();
-        const std::streampos here = buffer->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
-        if (here != std::streampos(-1)) {
-            const std::streampos end = buffer->pubseekoff(0, std::ios_base::end, std::ios_base::in);
-            if (buffer->pubseekpos(here, std::ios_base::in) != here) {
-                throw ktArchive::StreamFailed("The stream did not return to where it stood.");
-            }
-            // Devices answer, but with an end at or before the place where bytes still come.
-            endKnown_ = end > here;
-            end_ = endKnown_ ? archive_.position_ + static_cast<std::uint64_t>(end - here) : 0;
-        }
+    endAsked_ = true;
+    std::streambuf* buffer = archive_.stream_.rdbuf();
+    const std::streampos here = buffer->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+    if (here == std::streampos(-1)) {
+        return false;
     }
+    const std::streampos end = buffer->pubseekoff(0, std::ios_base::end, std::ios_base::in);
+    if (buffer->pubseekpos(here, std::ios_base::in) != here) {
+        throw ktArchive::StreamFailed("The stream did not return to where it stood.");
+    }
+    // Devices answer, but with an end at or before the place where bytes still come.
+    endKnown_ = end > here;
+    end_ = endKnown_ ? archive_.position_ + static_cast<std::uint64_t>(end - here) : 0;
     return endKnown_;
 }
 
 void kt_ArchivePass::storingInPlace(const ktPersistent& object)
 {
-    const auto [place, isNew] = stored_.try_emplace(&object, Stored{0, Written::inPlace});
-    if (!isNew && place->second.state != Written::inPlace) {
+    Known& known = this->known(&object);
+    if (known.state == State::open || known.state == State::complete) {
         throw ktArchive::Conflict("Archive conflict: an object stored by pointer is stored in place in the same pass.");
     }
-    object.mark_.store(1, std::memory_order_relaxed);
+    known.state = State::inPlace;
 }
 
 void kt_ArchivePass::storePointer(ktPersistent* object)
@@ -138,40 +176,51 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         archive_.byte(tag);
         return;
     }
-    const auto known = stored_.find(object);
-    if (known != stored_.end()) {
-        if (known->second.state == Written::inPlace) {
-            throw ktArchive::Conflict(
-                "Archive conflict: an object stored in place is stored by pointer in the same pass.");
-        }
-        if (known->second.state == Written::open) {
-            throw ktArchive::Conflict("Archive conflict: an object leads back to itself.");
-        }
-        unsigned char tag = referenceRecord;
-        archive_.byte(tag);
-        archive_.store32(known->second.index);
+    const Known* met = known_.find(object);
+    if (met != nullptr && met->state != State::none) {
+        storeReference(*met);
         return;
     }
-    const kt_Instantiator* entry = kt_Instantiator::find(typeid(*object));
-    if (entry == nullptr) {
-        archive_.throwCorrupt("unknown class \"" + kt_plainClassName(typeid(*object)) + "\"");
+    const std::type_info& type = typeid(*object);
+    if (&type != lastType_) {
+        const kt_Instantiator* entry = kt_Instantiator::find(type);
+        if (entry == nullptr) {
+            archive_.throwCorrupt("unknown class \"" + kt_plainClassName(type) + "\"");
+        }
+        lastType_ = &type;
+        lastEntry_ = entry;
     }
     if (numStored_ == std::numeric_limits<std::uint32_t>::max()) {
         throw ktArchive::OutOfRange("Archive value out of range: more objects than 32 bits can count.");
     }
     const OpenRecord record(*this);
-    stored_.emplace(object, Stored{numStored_++, Written::open});
-    object->mark_.store(1, std::memory_order_relaxed);
-    storeClass(*entry);
+    Known& known = this->known(object);
+    known.number = numStored_++;
+    known.state = State::open;
+    storeClass(*lastEntry_);
     object->dispatchSerialize(archive_);
-    stored_.find(object)->second.state = Written::complete;
+    known.state = State::complete;
+}
+
+void kt_ArchivePass::storeReference(const Known& known)
+{
+    if (known.state == State::inPlace) {
+        throw ktArchive::Conflict("Archive conflict: an object stored in place is stored by pointer in the same pass.");
+    }
+    if (known.state == State::open) {
+        throw ktArchive::Conflict("Archive conflict: an object leads back to itself.");
+    }
+    unsigned char tag = referenceRecord;
+    archive_.byte(tag);
+    archive_.store32(known.number);
 }
 
 void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
 {
-    const auto place = std::find(classes_.begin(), classes_.end(), &entry);
+    const auto isEntry = [&entry](const Class& known) { return known.entry == &entry; };
+    const auto place = std::find_if(classes_.begin(), classes_.end(), isEntry);
     if (place == classes_.end()) {
-        classes_.push_back(&entry);
+        classes_.push_back({&entry, nullptr, 0, false});
         unsigned char tag = newClassRecord;
         archive_.byte(tag);
         std::string name = entry.name();
@@ -183,14 +232,14 @@ void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
     }
 }
 
-const kt_Instantiator& kt_ArchivePass::loadClass(unsigned char tag)
+kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
 {
     if (tag == knownClassRecord) {
         const std::uint32_t index = archive_.load32();
         if (index >= classes_.size()) {
             archive_.throwCorrupt("a class that was not named before");
         }
-        return *classes_[index];
+        return classes_[index];
     }
     if (tag != newClassRecord) {
         archive_.throwCorrupt("bad tag of a pointer record");
@@ -201,8 +250,22 @@ const kt_Instantiator& kt_ArchivePass::loadClass(unsigned char tag)
     if (entry == nullptr) {
         archive_.throwCorrupt("unknown class \"" + name.substr(0, 100) + "\"");
     }
-    classes_.push_back(entry);
-    return *entry;
+    classes_.push_back({entry, nullptr, 0, false});
+    return classes_.back();
+}
+
+const ktRepBase* kt_ArchivePass::countOf(Class& known, ktPersistent* object)
+{
+    const auto here = reinterpret_cast<std::uintptr_t>(object);
+    if (known.type != &typeid(*object)) {
+        const ktRepBase* count = dynamic_cast<ktRepBase*>(object);
+        known.type = &typeid(*object);
+        known.isCounted = count != nullptr;
+        known.offsetOfCount = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(count) - here);
+        return count;
+    }
+    return known.isCounted ? reinterpret_cast<const ktRepBase*>(here + static_cast<std::uintptr_t>(known.offsetOfCount))
+                           : nullptr;
 }
 
 ktPersistent* kt_ArchivePass::loadPointer()
@@ -214,37 +277,34 @@ ktPersistent* kt_ArchivePass::loadPointer()
     }
     if (tag == referenceRecord) {
         const std::uint32_t index = archive_.load32();
-        if (index >= loaded_.size() || !loaded_[index].complete || loaded_[index].object == nullptr) {
+        ktPersistent* object = index < loaded_.size() ? loaded_[index].object : nullptr;
+        if (object == nullptr || known(object).state != State::complete) {
             archive_.throwCorrupt("a reference to an object that was not loaded before");
         }
-        return loaded_[index].object;
+        return object;
     }
     const OpenRecord record(*this);
-    const kt_Instantiator& entry = loadClass(tag);
-    const std::size_t index = loaded_.size();
-    loaded_.push_back({nullptr, nullptr, true, false});
+    Class& known = loadClass(tag);
+    const std::size_t number = loaded_.size();
     // Listed before the object exists, so that running out of memory here cannot lose it.
-    loadedWithoutCount_.push_back(index);
-    ktPersistent* object = entry.make();
+    Loaded& loaded = loaded_.append();
+    ktPersistent* object = known.entry->make();
     if (object == nullptr) {
         throw ktBadPointer();
     }
-    loaded_[index].object = object;
-    object->mark_.store(1, std::memory_order_relaxed);
-    if (const ktRepBase* counted = dynamic_cast<ktRepBase*>(object)) {
-        loaded_[index].count = counted;
-        loadedWithoutCount_.pop_back();
-    }
+    loaded.object = object;
+    loaded.count = countOf(known, object);
+    Known& met = this->known(object);
+    met.number = static_cast<std::uint32_t>(number);
+    met.state = State::open;
     object->dispatchSerialize(archive_);
-    loaded_[index].complete = true;
+    met.state = State::complete;
     return object;
 }
 
-void kt_ArchivePass::release(ktPersistent* object) noexcept
+void kt_ArchivePass::release(const ktPersistent* object) noexcept
 {
-    for (const std::size_t index : loadedWithoutCount_) {
-        if (loaded_[index].object == object) {
-            loaded_[index].owned = false;
-        }
+    if (Known* known = known_.find(object)) {
+        known->isReleased = 1;
     }
 }

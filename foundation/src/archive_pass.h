@@ -2,7 +2,8 @@
 
 #include <kt/archive.h>
 
-#include <unordered_map>
+#include "object_table.h"
+
 #include <vector>
 
 /// What one pass knows: which layers of which objects it visited, and the objects and classes that went by as pointer records.
@@ -17,7 +18,9 @@ public:
     kt_ArchivePass& operator=(const kt_ArchivePass&) = delete;
 
     /// The pass whose marks `haveVisited` and `setVisited` mean on this thread; null outside.
-    static kt_ArchivePass*& current() noexcept;
+    static kt_ArchivePass* current() noexcept;
+    /// Returns the pass that was current before.
+    static kt_ArchivePass* makeCurrent(kt_ArchivePass* pass) noexcept;
     /// Goes back to the pass that was current before, unless it has ended meanwhile.
     static void backTo(kt_ArchivePass* previous) noexcept;
     /// Lets every pass of this thread forget an object that is being destroyed.
@@ -28,46 +31,72 @@ public:
         const void* address;
         std::size_t extent;
     };
-    bool haveVisited(const ktPersistent* object, Layer layer) const;
+    bool haveVisited(const ktPersistent* object, Layer layer) const noexcept;
     void setVisited(const ktPersistent* object, Layer layer);
 
     void storePointer(ktPersistent* object);
     ktPersistent* loadPointer();
     /// Leaves an object without a count to the caller. References to it still find it until it is destroyed.
-    void release(ktPersistent* object) noexcept;
+    void release(const ktPersistent* object) noexcept;
     void storingInPlace(const ktPersistent& object);
 
     /// Whether the stream told how many bytes there are, asked once a pass: asking can cost a file its read buffer.
-    bool endKnown();
+    bool endKnown() { return endAsked_ ? endKnown_ : askEnd(); }
     /// The bytes left, if the end is known.
     std::uint64_t bytesLeft() const noexcept { return end_ > archive_.position_ ? end_ - archive_.position_ : 0; }
 
 private:
-    enum class Written { inPlace, open, complete };
-    struct Stored {
-        std::uint32_t index;
-        Written state;
+    enum class State : std::uint32_t { none, inPlace, open, complete };
+    /// What is known of an object: its number if it went by as a pointer record, and the extent of the layer at its own address,
+    /// 0 until that was visited.
+    struct Known {
+        Known() noexcept : state(State::none), isReleased(0), extent(0) {}
+
+        const ktPersistent* object = nullptr;
+        std::uint32_t number = 0;
+        State state : 2;
+        std::uint32_t isReleased : 1;
+        std::uint32_t extent : 29;
+    };
+    static constexpr std::size_t largestExtent = (1u << 29) - 1;
+    /// A visited layer that has no room in `Known`: a second one, or one at an address of its own.
+    struct FurtherLayer {
+        const ktPersistent* object = nullptr;
+        Layer layer = {};
+    };
+    /// A class that was named in this pass. The objects of one class have their count, if any, at one place: it is looked for
+    /// once, because that costs more than the rest of making an object.
+    struct Class {
+        const kt_Instantiator* entry;
+        const std::type_info* type;
+        std::ptrdiff_t offsetOfCount;
+        bool isCounted;
     };
     struct Loaded {
-        ktPersistent* object;
+        ktPersistent* object = nullptr;
+        // Null for an object without a count.
         ktPtrHandle_const<ktRepBase> count;
-        bool owned;
-        bool complete;
     };
     class OpenRecord;
 
+    Known& known(const ktPersistent* object);
+    bool askEnd();
+    void storeReference(const Known& known);
     void storeClass(const kt_Instantiator& entry);
-    const kt_Instantiator& loadClass(unsigned char tag);
+    Class& loadClass(unsigned char tag);
+    static const ktRepBase* countOf(Class& known, ktPersistent* object);
     void forget(const ktPersistent* object) noexcept;
 
     ktArchive& archive_;
     kt_ArchivePass* older_;
-    std::unordered_multimap<const ktPersistent*, Layer> visited_;
-    std::unordered_map<const ktPersistent*, Stored> stored_;
+    kt_ObjectTable<Known> known_;
+    kt_ObjectTable<FurtherLayer> furtherLayers_;
     std::uint32_t numStored_ = 0;
-    std::vector<Loaded> loaded_;
-    std::vector<std::size_t> loadedWithoutCount_;
-    std::vector<const kt_Instantiator*> classes_;
+    kt_StableList<Loaded> loaded_;
+    std::vector<Class> classes_;
+    // The class stored last: the registry is asked once for a row of objects of one class.
+    const std::type_info* lastType_ = nullptr;
+    const kt_Instantiator* lastEntry_ = nullptr;
     long numOpen_ = 0;
     bool endAsked_ = false;
     bool endKnown_ = false;

@@ -48,11 +48,14 @@ void ktPersistent::markLayer(const ktPersistent* object, const void* layer, std:
     }
 }
 
-unsigned char ktPersistent::archiveVersion(ktArchive& archive)
+bool ktPersistent::beginLayer(ktArchive& archive, const ktPersistent* object, const void* layer, std::size_t extent,
+                              unsigned char& version)
 {
-    unsigned char version = 0;
+    if (isLayerVisited(object, layer, extent)) {
+        return false;
+    }
     archive.byte(version);
-    return version;
+    return true;
 }
 
 void ktPersistent::mutating_() noexcept

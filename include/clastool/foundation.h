@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -197,12 +198,14 @@ private:
     [[noreturn]] static void throwNegativeIndex();
     [[noreturn]] static void throwNotValid();
     void changing() noexcept;
-    void countInvalid() noexcept;
-    bool holdsValid(std::size_t index) const { return index < validity_.size() && validity_[index]; }
+    static std::unique_ptr<std::vector<bool>> copyOf(const std::unique_ptr<std::vector<bool>>& validity);
+    static long countInvalid(const std::vector<double>& measurements, const std::vector<bool>& validity);
+    bool holdsValid(std::size_t index) const { return index < validity_->size() && (*validity_)[index]; }
 
     std::vector<double> measurements_;
-    // As long as the measurements, except after loading a damaged archive: a measurement without a flag is invalid.
-    std::vector<bool> validity_;
+    // Null where all are valid: most patterns do without. Else as long as the measurements, except after loading a damaged
+    // archive: a measurement without a flag is invalid.
+    std::unique_ptr<std::vector<bool>> validity_;
     long numInvalid_ = 0;
     // Whether some classifier works from a copy of the measurements.
     mutable std::atomic<bool> isCopied_{false};

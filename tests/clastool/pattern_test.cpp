@@ -328,11 +328,55 @@ TEST(FeaturePattern, CountOfInvalidOnesIsThatOfTheListAlsoAfterAFailedLoad)
     }
 }
 
+TEST(FeaturePattern, StoredAgainIsWhatItWasLoadedFrom)
+{
+    struct Row {
+        const char* label;
+        Doubles measurements;
+        std::vector<bool> flags;
+    };
+    const Row rows[] = {
+        {"nothing", {}, {}},
+        {"flags alone", {}, {true, false}},
+        {"no flags", {1.0, 2.0}, {}},
+        {"too few flags", {1.0, 2.0}, {true}},
+        {"all valid", {1.0, 2.0}, {true, true}},
+        {"none valid", {1.0, 2.0}, {false, false}},
+        {"more flags", {1.0}, {true, true}},
+        {"all valid in nine bytes of flags", Doubles(65, 1.0), std::vector<bool>(65, true)},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const std::string bytes = crafted(row.measurements, row.flags);
+        const auto pattern = kt_test::load<ktFeaturePattern>(bytes);
+        EXPECT_EQ(kt_test::toHex(kt_test::store(ktFeaturePattern(pattern))), kt_test::toHex(bytes));
+        for (const Row& other : rows) {
+            const auto same = &row == &other;
+            EXPECT_EQ(pattern == kt_test::load<ktFeaturePattern>(crafted(other.measurements, other.flags)), same)
+                << other.label;
+        }
+    }
+}
+
+TEST(FeaturePattern, LoadedWithAllValidIsThatWhichWasMadeSo)
+{
+    const auto loaded = kt_test::load<ktFeaturePattern>(crafted({1.0, 2.0}, {true, true}));
+    EXPECT_TRUE(loaded == ktFeaturePattern({1.0, 2.0}, {}));
+    EXPECT_FALSE(loaded == ktFeaturePattern({1.0, 2.0}, {0}));
+    EXPECT_FALSE(ktFeaturePattern({1.0, 2.0}, {0}) == loaded);
+}
+
 TEST(FeaturePattern, ConstructionWithoutMemoryLeavesNothingBehind)
 {
     const Doubles measurements(100, 1.0);
     const Indices invalid = {1};
-    EXPECT_EQ(kt_test::failEachAllocation([&] { const ktFeaturePattern pattern(measurements, invalid); }), 2);
+    EXPECT_EQ(kt_test::failEachAllocation([&] { const ktFeaturePattern pattern(measurements, invalid); }), 3);
+}
+
+TEST(FeaturePattern, AllValidOnesTakeMemoryForTheMeasurementsAlone)
+{
+    const Doubles measurements(100, 1.0);
+    EXPECT_EQ(kt_test::failEachAllocation([&] { const ktFeaturePattern pattern(measurements, {}); }), 1);
 }
 
 TEST(FeaturePattern, ListingInvalidIndicesWithoutMemoryChangesNothing)

@@ -9,6 +9,7 @@
 #include "toys.h"
 
 #include <fstream>
+#include <limits>
 #include <new>
 #include <sstream>
 
@@ -191,6 +192,114 @@ TEST(ArchiveStream, FailureAtEachByteIsReportedAndLeaksNothing)
             archive || tree || flags || text;
         });
     EXPECT_EQ(toys::Alive<toys::Node>::count, 0);
+}
+
+/// A sink that counts how often it is called for a row of bytes.
+class CountingSink : public std::stringbuf {
+public:
+    long numCalls() const { return numCalls_; }
+
+protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize size) override
+    {
+        ++numCalls_;
+        EXPECT_LE(size, 16384);
+        return std::stringbuf::xsputn(bytes, size);
+    }
+
+private:
+    long numCalls_ = 0;
+};
+
+TEST(ArchiveStream, OperationsInsideAnotherReachTheSinkInBlocks)
+{
+    std::vector<std::vector<std::vector<double>>> nested(2, {{1.0}, {2.0, 3.0}});
+    nested[1].resize(5000, {4.0});
+    CountingSink sink;
+    std::ostream out(&sink);
+    ktArchive archive(out);
+    archive || nested;
+    EXPECT_LT(sink.numCalls(), 20);
+    EXPECT_EQ(sink.str(), store(nested));
+    EXPECT_EQ(kt_test::storedAndLoaded(nested), nested);
+}
+
+TEST(ArchiveStream, EveryLengthAroundTheBufferIsStoredWhole)
+{
+    for (const std::size_t length : {16370u, 16375u, 16376u, 16377u, 16384u, 16385u, 32768u, 40000u}) {
+        SCOPED_TRACE(length);
+        std::vector<std::vector<std::string>> texts = {{"before", std::string(length, 'x'), "behind"}};
+        EXPECT_EQ(kt_test::storedAndLoaded(texts), texts);
+        std::vector<std::vector<std::vector<double>>> numbers = {{{1.0}, std::vector<double>(length / 8, 2.5), {3.0}}};
+        EXPECT_EQ(kt_test::storedAndLoaded(numbers), numbers);
+    }
+}
+
+TEST(ArchiveStream, OperationInsideAPassOpenedByHandIsInTheStreamWhenItReturns)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    std::vector<std::vector<double>> nested = {{1.0}, {2.0}};
+    long number = 7;
+    archive || nested;
+    EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(store(nested)));
+    archive || number;
+    EXPECT_EQ(out.str().size(), store(nested).size() + 4);
+}
+
+TEST(ArchiveStream, SinkThatRefusesTheLastBytesFailsTheOperation)
+{
+    std::vector<std::vector<double>> nested = {{1.0}, {2.0}};
+    const std::size_t whole = store(nested).size();
+    for (const AtLimit atLimit : {AtLimit::refuses, AtLimit::throws}) {
+        LimitedSink sink(whole - 1, atLimit);
+        ktArchive archive(sink);
+        EXPECT_THROW(archive || nested, ktArchive::StreamFailed);
+    }
+}
+
+TEST(ArchiveStream, WhatASinkRefusedIsNotOfferedAgain)
+{
+    std::vector<std::vector<std::vector<double>>> nested = {{{1.0}, {2.0}}};
+    const std::string whole = store(nested);
+    LimitedSink sink(whole.size() - 1, AtLimit::refuses);
+    ktArchive archive(sink);
+    EXPECT_THROW(archive || nested, ktArchive::StreamFailed);
+    const std::string taken = sink.bytes();
+    EXPECT_EQ(taken, whole.substr(0, taken.size()));
+    long number = 7;
+    EXPECT_THROW(archive || number, ktArchive::StreamFailed);
+    EXPECT_EQ(sink.bytes().substr(0, taken.size()), taken);
+}
+
+TEST(ArchiveStream, FailureOnItsWayIsNotReplacedByThatOfTheStream)
+{
+    struct Thrown {};
+    LimitedSink sink(8, AtLimit::refuses);
+    ktArchive archive(sink);
+    std::string text;
+    EXPECT_THROW(
+        {
+            const ktArchive::Pass outer(archive);
+            const ktArchive::Pass inner(archive);
+            archive || text;
+            throw Thrown();
+        },
+        Thrown);
+}
+
+TEST(ArchiveStream, WhatWasStoredBeforeAFailureIsInTheStream)
+{
+    if (sizeof(long) <= 4) {
+        GTEST_SKIP() << "every long fits 32 bits here";
+    }
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    std::vector<std::vector<long>> nested = {{1, std::numeric_limits<long>::max()}};
+    EXPECT_THROW(archive || nested, ktArchive::OutOfRange);
+    std::vector<std::vector<long>> sameBeginning = {{1, 0}};
+    EXPECT_EQ(out.str(), store(sameBeginning).substr(0, store(sameBeginning).size() - 4));
 }
 
 }  // namespace

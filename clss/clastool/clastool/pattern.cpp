@@ -2,6 +2,8 @@
 
 #include "revisions.h"
 
+#include <algorithm>
+
 std::atomic<unsigned long> kt_patternRevision{0};
 
 const kt_Instantiator ktFeaturePattern::sExemplar(typeid(ktFeaturePattern), &ktFeaturePattern::make);
@@ -14,8 +16,10 @@ ktPersistent* ktFeaturePattern::make()
 ktFeaturePattern::ktFeaturePattern() = default;
 
 ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, const std::vector<long>& invalidIndices)
-    : validity_(measurements.size(), true)
 {
+    if (!invalidIndices.empty()) {
+        validity_ = std::make_unique<std::vector<bool>>(measurements.size(), true);
+    }
     for (const long index : invalidIndices) {
         if (index < 0) {
             throwNegativeIndex();
@@ -23,17 +27,19 @@ ktFeaturePattern::ktFeaturePattern(const std::vector<double>& measurements, cons
         if (static_cast<std::size_t>(index) >= measurements.size()) {
             throw ktClassifierDefs::BadIndex("Feature measurement indices must be < number of features");
         }
-        validity_[static_cast<std::size_t>(index)] = false;
+        (*validity_)[static_cast<std::size_t>(index)] = false;
     }
     measurements_ = measurements;
-    countInvalid();
+    if (validity_ != nullptr) {
+        numInvalid_ = countInvalid(measurements_, *validity_);
+    }
 }
 
 ktFeaturePattern::ktFeaturePattern(const ktFeaturePattern& other)
     : ktPersistent(),
       ktRepBase(),
       measurements_(other.measurements_),
-      validity_(other.validity_),
+      validity_(copyOf(other.validity_)),
       numInvalid_(other.numInvalid_)
 {
 }
@@ -42,7 +48,7 @@ ktFeaturePattern& ktFeaturePattern::operator=(const ktFeaturePattern& other)
 {
     // Copied aside first, so that running out of memory half way leaves the pattern as it was.
     std::vector<double> measurements = other.measurements_;
-    std::vector<bool> validity = other.validity_;
+    std::unique_ptr<std::vector<bool>> validity = copyOf(other.validity_);
     changing();
     measurements_.swap(measurements);
     validity_.swap(validity);
@@ -80,7 +86,7 @@ const std::vector<double>& ktFeaturePattern::featureMeasurements(bool throwIfAny
 std::vector<long> ktFeaturePattern::invalidFeatureIndices()
 {
     std::vector<long> indices;
-    for (std::size_t i = 0; i < measurements_.size(); ++i) {
+    for (std::size_t i = 0; numInvalid_ != 0 && i < measurements_.size(); ++i) {
         if (!holdsValid(i)) {
             indices.push_back(static_cast<long>(i));
         }
@@ -88,17 +94,24 @@ std::vector<long> ktFeaturePattern::invalidFeatureIndices()
     return indices;
 }
 
-void ktFeaturePattern::countInvalid() noexcept
+std::unique_ptr<std::vector<bool>> ktFeaturePattern::copyOf(const std::unique_ptr<std::vector<bool>>& validity)
 {
-    numInvalid_ = 0;
-    for (std::size_t i = 0; i < measurements_.size(); ++i) {
-        numInvalid_ += holdsValid(i) ? 0 : 1;
-    }
+    return validity == nullptr ? nullptr : std::make_unique<std::vector<bool>>(*validity);
+}
+
+long ktFeaturePattern::countInvalid(const std::vector<double>& measurements, const std::vector<bool>& validity)
+{
+    const auto numFlags = static_cast<std::ptrdiff_t>(std::min(validity.size(), measurements.size()));
+    const auto numValid = std::count(validity.begin(), validity.begin() + numFlags, true);
+    return static_cast<long>(measurements.size()) - static_cast<long>(numValid);
 }
 
 bool ktFeaturePattern::operator==(const ktFeaturePattern& other) const
 {
-    return measurements_ == other.measurements_ && validity_ == other.validity_;
+    if (measurements_ != other.measurements_ || (validity_ == nullptr) != (other.validity_ == nullptr)) {
+        return false;
+    }
+    return validity_ == nullptr || *validity_ == *other.validity_;
 }
 
 void ktFeaturePattern::dispatchSerialize(ktArchive& archive)
@@ -110,16 +123,24 @@ void ktFeaturePattern::serialize_(ktArchive& archive, unsigned char version)
 {
     ktArchive::checkVersion(version);
     ktPersistent::dispatchSerialize(archive);
+    bool allValid = validity_ == nullptr;
     if (archive.isStoring()) {
-        archive || measurements_ || validity_;
+        std::vector<bool> none;
+        archive || measurements_;
+        archive.flags(allValid ? none : *validity_, allValid, measurements_.size());
         return;
     }
     // Loaded aside, so that the count fits the flags also when loading fails half way.
     std::vector<double> measurements;
-    std::vector<bool> validity;
-    archive || measurements || validity;
+    std::vector<bool> flags;
+    archive || measurements;
+    archive.flags(flags, allValid, measurements.size());
+    std::unique_ptr<std::vector<bool>> validity;
+    if (!allValid) {
+        validity = std::make_unique<std::vector<bool>>(std::move(flags));
+    }
     changing();
     measurements_.swap(measurements);
     validity_.swap(validity);
-    countInvalid();
+    numInvalid_ = allValid ? 0 : countInvalid(measurements_, *validity_);
 }

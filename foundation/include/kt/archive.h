@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 #include <type_traits>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 class kt_ArchivePass;
@@ -24,9 +26,9 @@ class KT_FOUNDATION_API kt_ArchiveFailure;
 ///
 /// A pass is one outermost operation. Inside a pass an object reached by pointer several times is written once and
 /// restored shared; between passes nothing is remembered. `ktArchive::Pass` opens one by hand around several operations.
-/// When a pass ends every byte is in the stream's buffer (whether a file then takes them shows when it is flushed or
-/// closed), and loading has taken not one byte more than it needed, so an archive may lie inside a larger file. What one
-/// archive object stored, one archive object loads.
+/// When an outermost operation returns every byte is in the stream's buffer (whether a file then takes them shows when it is
+/// flushed or closed); until then the last 16 KiB may still be with the archive. Loading takes not one byte more than it
+/// needs, so an archive may lie inside a larger file. What one archive object stored, one archive object loads.
 ///
 /// Streams are opened binary. A std::stringstream is both an output and an input stream, so it needs a cast:
 /// `ktArchive archive(static_cast<std::ostream&>(stream));`. A const object needs a copy, because the one operation also loads:
@@ -64,8 +66,8 @@ public:
     ktArchive& operator=(const ktArchive&) = delete;
     ~ktArchive();
 
-    bool isStoring() const noexcept { return output_ != nullptr; }
-    bool isLoading() const noexcept { return input_ != nullptr; }
+    bool isStoring() const noexcept { return isStoring_; }
+    bool isLoading() const noexcept { return !isStoring_; }
 
     /// How many pointer records may be open at once, 1000 unless changed. It bounds the stack that nested objects take.
     long maxDepth() const noexcept { return maxDepth_; }
@@ -99,6 +101,10 @@ public:
     /// `count` doubles one behind the other, without the count. Loading resizes the vector to it.
     void doubles(std::vector<double>& values, std::size_t count);
 
+    /// A vector of flags whose owner does without the vector where it would be `size` times true, which `allTrue` says: the vector
+    /// is then not looked at. Loading sets `allTrue`, and the vector is empty, if that is what comes.
+    void flags(std::vector<bool>& flags, bool& allTrue, std::size_t size);
+
     /// Throws Corrupt, with the byte at which the archive stands.
     [[noreturn]] void throwCorrupt(const std::string& what) const;
 
@@ -106,22 +112,37 @@ private:
     friend class kt_ArchivePass;
     friend KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
+    friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<double>& values);
 
     void start();
     void put(const void* bytes, std::size_t size);
     void get(void* bytes, std::size_t size);
-    void putRaw(const void* bytes, std::size_t size);
-    void getRaw(void* bytes, std::size_t size);
-    void block(double* values, std::size_t size);
+    void empty();
+    void write(const void* bytes, std::size_t size);
+    void read(void* bytes, std::size_t size);
+    void storeDoubles(const double* values, std::size_t size);
+    void loadDoubles(double* values, std::size_t size);
+    void loadDoubles(std::vector<double>& values, std::size_t count);
+    bool canHold(std::uint64_t elements, std::size_t leastStoredSize);
+    [[noreturn]] void throwImpossibleCount(std::uint64_t count) const;
+    void storeFlags(const std::vector<bool>& flags, bool allTrue, std::size_t count);
+    void loadFlags(std::vector<bool>& flags, std::size_t count, bool mayOmit);
     void store32(std::uint32_t value);
     std::uint32_t load32();
 
-    std::ostream* output_ = nullptr;
-    std::istream* input_ = nullptr;
+    std::ios& stream_;
+    const bool isStoring_;
     bool started_ = false;
     long maxDepth_ = 1000;
     std::uint64_t position_ = 0;
     kt_ArchivePass* pass_ = nullptr;
+    // Whether the pass is the one of its thread: not while a pass of another archive is open inside it.
+    bool passIsCurrent_ = false;
+    // How many ktArchive::Pass objects are alive. Below 2 an operation's bytes go to the stream at once.
+    long depth_ = 0;
+    // What the stream did not get yet.
+    std::unique_ptr<unsigned char[]> buffer_;
+    std::size_t buffered_ = 0;
 };
 
 class KT_FOUNDATION_API ktArchive::Errors : public ktExceptionWithString {
@@ -171,17 +192,39 @@ extern template class kt_ArchiveFailure<6>;
 
 /// Opens a pass, or stays in the one that is open on this archive. Operators that archive several values in a row open
 /// one, so that a caller's single operation is a single pass.
+///
+/// The end of an outermost operation can throw StreamFailed, because only then the stream gets the last bytes; while another
+/// exception is on its way it gets them, or does not, without a further word. Operations inside a pass opened by hand count
+/// as outermost here.
 class KT_FOUNDATION_API ktArchive::Pass {
 public:
-    explicit Pass(ktArchive& archive);
-    ~Pass();
+    explicit Pass(ktArchive& archive) : archive_(archive)
+    {
+        // Most passes are deep inside another one, where there is nothing to do.
+        if (archive.depth_ < 2 || !archive.passIsCurrent_) {
+            open();
+        }
+        ++archive.depth_;
+    }
+    ~Pass() noexcept(false)
+    {
+        --archive_.depth_;
+        if (opened_) {
+            close();
+        }
+    }
     Pass(const Pass&) = delete;
     Pass& operator=(const Pass&) = delete;
 
 private:
+    void open();
+    void close();
+
     ktArchive& archive_;
-    kt_ArchivePass* previous_;
-    bool outermost_;
+    kt_ArchivePass* previous_ = nullptr;
+    int numExceptions_ = 0;
+    bool opened_ = false;
+    bool outermost_ = false;
 };
 
 /// What ktPersistent::serializePointer does, except that an object without a count stays with the pass. For handles.
@@ -221,6 +264,24 @@ struct ktLeastStoredSize<std::vector<T>> {
     static constexpr std::size_t value = 5;
 };
 
+/// The object as a `T`, or null. An object of the very class, the usual case, is told by a comparison.
+template <class T, class = void>
+struct kt_IsPlainBase : std::false_type {
+};
+template <class T>
+struct kt_IsPlainBase<T, std::void_t<decltype(static_cast<T*>(std::declval<ktPersistent*>()))>> : std::true_type {
+};
+template <class T>
+T* kt_asLoaded(ktPersistent* object)
+{
+    if constexpr (kt_IsPlainBase<T>::value) {
+        if (object != nullptr && typeid(*object) == typeid(T)) {
+            return static_cast<T*>(object);
+        }
+    }
+    return dynamic_cast<T*>(object);
+}
+
 /// A handle, as a pointer record: null, an object, or a reference to an object met before in this pass. Loading first lets
 /// the held object go; an object of another class than T leaves the handle null.
 template <class T>
@@ -233,7 +294,7 @@ std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktAr
     // An object that is stored is not changed, but for its mark.
     ktPersistent* object = kt_archivePointer(archive, const_cast<std::remove_const_t<T>*>(handle.get()));
     if (archive.isLoading()) {
-        handle = dynamic_cast<T*>(object);
+        handle = kt_asLoaded<T>(object);
     }
     return archive;
 }

@@ -68,11 +68,11 @@ protected:
     template <class Layer, class Body>
     static void dispatchLayer(ktArchive& archive, const Layer* layer, std::size_t extent, Body body)
     {
-        if (haveVisited(layer, extent)) {
-            return;
+        unsigned char version = 0;
+        if (beginLayer(archive, layer, layer, extent, version)) {
+            body(version);
+            setVisited(layer, extent);
         }
-        body(archiveVersion(archive));
-        setVisited(layer, extent);
     }
 
 private:
@@ -82,7 +82,8 @@ private:
 
     static bool isLayerVisited(const ktPersistent* object, const void* layer, std::size_t extent);
     static void markLayer(const ktPersistent* object, const void* layer, std::size_t extent);
-    static unsigned char archiveVersion(ktArchive& archive);
+    static bool beginLayer(ktArchive& archive, const ktPersistent* object, const void* layer, std::size_t extent,
+                           unsigned char& version);
     void mutating_() noexcept;
 
     // Only a hint that some pass may know the object: the pass itself holds the truth. Atomic because two threads may

@@ -1,0 +1,149 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+class ktPersistent;
+
+/// A list that grows at its end and never moves what it holds: growing costs no copy and no second block of memory, and a
+/// reference to an element stays good.
+template <class T>
+class kt_StableList {
+public:
+    std::size_t size() const noexcept { return size_; }
+    T& operator[](std::size_t i) noexcept { return chunks_[i / chunkSize][i % chunkSize]; }
+    const T& operator[](std::size_t i) const noexcept { return chunks_[i / chunkSize][i % chunkSize]; }
+
+    /// Appends a default element. Throws: std::bad_alloc, with the list as it was.
+    T& append()
+    {
+        if (size_ == chunks_.size() * chunkSize) {
+            chunks_.push_back(std::make_unique<T[]>(chunkSize));
+        }
+        return (*this)[size_++];
+    }
+
+private:
+    static constexpr std::size_t chunkSize = 64;
+
+    std::vector<std::unique_ptr<T[]>> chunks_;
+    std::size_t size_ = 0;
+};
+
+/// What a pass notes about objects, found by their address. An `Entry` has a member `object`; several entries may belong to
+/// one object. Entries stay where they are; one that is erased is empty until the table is destroyed.
+///
+/// Hashing with linear probing over 4-byte numbers of entries, at most half full: for a million objects the numbers fit a
+/// processor's cache, where a table of nodes would cost more than archiving the objects.
+template <class Entry>
+class kt_ObjectTable {
+public:
+    bool isEmpty() const noexcept { return entries_.size() == 0; }
+
+    /// The first entry of the object that `accept` takes, or null.
+    template <class Accept>
+    Entry* find(const ktPersistent* object, Accept accept) const noexcept
+    {
+        if (capacity_ == 0) {
+            return nullptr;
+        }
+        for (std::size_t i = home(object); numbers_[i] != none; i = next(i)) {
+            Entry& entry = const_cast<Entry&>(entries_[numbers_[i]]);
+            if (entry.object == object && accept(entry)) {
+                return &entry;
+            }
+        }
+        return nullptr;
+    }
+    /// The first entry of the object, or null.
+    Entry* find(const ktPersistent* object) const noexcept
+    {
+        // Questions about one object come in a row.
+        if (latest_ == nullptr || latest_->object != object) {
+            Entry* found = find(object, [](const Entry&) { return true; });
+            latest_ = found == nullptr ? latest_ : found;
+            return found;
+        }
+        return latest_;
+    }
+
+    /// Throws: std::bad_alloc, with the table as it was.
+    Entry& insert(const ktPersistent* object)
+    {
+        if (2 * (numPlaced_ + 1) > capacity_) {
+            grow();
+        }
+        if (entries_.size() == none) {
+            throw std::bad_alloc();
+        }
+        Entry& entry = entries_.append();
+        entry.object = object;
+        place(entries_.size() - 1);
+        latest_ = &entry;
+        return entry;
+    }
+
+    /// Calls `erased` with each entry of the object before it goes.
+    template <class Erased>
+    void erase(const ktPersistent* object, Erased erased) noexcept
+    {
+        while (Entry* entry = find(object)) {
+            erased(*entry);
+            entry->object = nullptr;
+        }
+    }
+
+private:
+    static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+
+    /// Objects made one after the other lie one behind the other, and so do their numbers, which a processor's cache rewards.
+    /// Every 2 KiB of addresses begin at a place of their own (multiplicative hashing: D. Knuth, The Art of Computer Programming
+    /// 3, 1973), so that addresses at equal distances do not meet.
+    std::size_t home(const ktPersistent* object) const noexcept
+    {
+        const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(object));
+        const std::uint64_t place = (address >> 4) + (((address >> 11) * 0x9E3779B97F4A7C15u) >> 32);
+        return static_cast<std::size_t>(place) & (capacity_ - 1);
+    }
+    std::size_t next(std::size_t i) const noexcept { return (i + 1) & (capacity_ - 1); }
+
+    void place(std::size_t number) noexcept
+    {
+        std::size_t i = home(entries_[number].object);
+        while (numbers_[i] != none) {
+            i = next(i);
+        }
+        numbers_[i] = static_cast<std::uint32_t>(number);
+        ++numPlaced_;
+    }
+
+    void grow()
+    {
+        std::size_t capacity = 16;
+        while (capacity <= 2 * entries_.size()) {
+            capacity *= 2;
+        }
+        std::unique_ptr<std::uint32_t[]> numbers(new std::uint32_t[capacity]);
+        std::fill_n(numbers.get(), capacity, none);
+        numbers_ = std::move(numbers);
+        capacity_ = capacity;
+        numPlaced_ = 0;
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            if (entries_[i].object != nullptr) {
+                place(i);
+            }
+        }
+    }
+
+    kt_StableList<Entry> entries_;
+    std::unique_ptr<std::uint32_t[]> numbers_;
+    mutable Entry* latest_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t numPlaced_ = 0;
+};
