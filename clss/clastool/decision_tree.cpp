@@ -90,7 +90,7 @@ bool ktComparisonPredicate::outcome(const ktFeaturePattern& pattern) const
     if (!isAvailable(pattern, index1_) || !isAvailable(pattern, index2_)) {
         return false;
     }
-    return pattern.featureMeasurement(index1_, true) > pattern.featureMeasurement(index2_, true);
+    return pattern.featureMeasurement(index1_, false) > pattern.featureMeasurement(index2_, false);
 }
 
 ktPtrHandle<ktPredicateFunction> ktComparisonPredicate::clone() const
@@ -145,9 +145,12 @@ ktRangePredicate::~ktRangePredicate() = default;
 
 bool ktRangePredicate::outcome(const ktFeaturePattern& pattern) const
 {
-    return std::all_of(indices_.begin(), indices_.end(), [&](long index) {
-        return isAvailable(pattern, index) && range_.isWithin(pattern.featureMeasurement(index, true));
-    });
+    for (const long index : indices_) {
+        if (!isAvailable(pattern, index) || !range_.isWithin(pattern.featureMeasurement(index, false))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 ktPtrHandle<ktPredicateFunction> ktRangePredicate::clone() const
