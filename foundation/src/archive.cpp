@@ -69,7 +69,7 @@ public:
     {
         const char* held = (buffer.*(&StreamBuffer::gptr))();
         const char* end = (buffer.*(&StreamBuffer::egptr))();
-        if (size > smallest || static_cast<std::size_t>(end - held) < size) {
+        if (size > largest || static_cast<std::size_t>(end - held) < size) {
             return false;
         }
         std::memcpy(bytes, held, size);
@@ -79,7 +79,7 @@ public:
 
 private:
     // What is larger is worth a virtual call, which may take it past the buffer.
-    static constexpr std::size_t smallest = 1024;
+    static constexpr std::size_t largest = 1024;
 };
 
 /// Runs a stream buffer's operation. What a buffer of the caller's own throws ends as StreamFailed.
