@@ -129,8 +129,6 @@ Row randomQuery(const Data& data, Kind kind, std::mt19937& random)
     return query;
 }
 
-constexpr double orders[] = {0.5, 1.0, 2.0, 3.0, 7.5, 1.5, 0.75, 0.3, 2.5, 12.0, 0.1, 50.0};
-
 /// Runs `queries` random patterns against both and compares whole results.
 void expectEqualAnswers(const Data& data, Kind kind, double order, long k, int queries, std::mt19937& random)
 {
@@ -159,21 +157,7 @@ protected:
     void TearDown() override { kt_CompactCopy::instructionSet(1); }
 };
 
-TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnSmallStores)
-{
-    std::mt19937 random(20261120);
-    for (int round = 0; round < 250; ++round) {
-        const auto kind = static_cast<Kind>(round % static_cast<int>(Kind::numKinds));
-        Data data = randomData(kind, 1 + random() % 300, 1 + random() % 24, random);
-        if (round % 2 == 0) {
-            data = withOwnLabels(data);
-        }
-        const auto k = static_cast<long>(1 + random() % (round % 5 == 0 ? data.rows.size() + 3 : 12));
-        ASSERT_NO_FATAL_FAILURE(expectEqualAnswers(data, kind, orders[random() % std::size(orders)], k, 8, random));
-    }
-}
-
-TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnStoresWithCodes)
+TEST_P(NeighborScan, AnswersAreThoseOfThePlainScanOnStoresOfManyPatterns)
 {
     std::mt19937 random(7);
     for (int round = 0; round < 6; ++round) {

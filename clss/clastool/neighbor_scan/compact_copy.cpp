@@ -3,6 +3,7 @@
 #include "../clastool/revisions.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <typeinfo>
@@ -15,13 +16,28 @@ constexpr double largestValue = 0x1p+1000;
 /// How far a scaled value may be from 0; those that the copy was made for are within 1.
 constexpr double largestScaled = 0x1p+20;
 
-/// From how many measurements on the 7-bit level pays; below it the float level alone is faster.
-constexpr std::size_t codesFrom = 160000;
+/// From how many rows on a copy has cells: with fewer, their bounds would take memory worth mentioning.
+std::atomic<std::size_t> leastForCells{2048};
 
-constexpr double largestCode = 127.0;
+/// Up to how many measurements a row's sum of what its cells are worth has a sensible resolution in 16 bits.
+constexpr std::size_t mostForCells = 8192;
+
+/// How many rows the edges of cells are found from.
+constexpr std::size_t sampleRows = 512;
 
 /// Room for the rounding of a few operations in double.
 constexpr double slightly = 1.0 + 0x1p-40;
+
+/// Makes room for the rows, and for a sixteenth more where others came before: doubling would take more memory than the
+/// copy is worth.
+template <class Values>
+void resizeTo(Values& values, std::size_t size)
+{
+    if (size > values.capacity() && !values.empty()) {
+        values.reserve(size + size / 16);
+    }
+    values.resize(size);
+}
 
 }  // namespace
 
@@ -30,11 +46,15 @@ void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
     isUsable_ = false;
     try {
         floats_.clear();
-        codes_.clear();
+        cells_.clear();
         if (!measure(store)) {
             return;
         }
         builtRows_ = numRows_;
+        hasCells_ = numRows_ >= cellsFrom() && size_ <= mostForCells;
+        if (hasCells_) {
+            divide(store);
+        }
         reserveRows(numRows_);
         for (std::size_t row = 0; row < numRows_; ++row) {
             place(row, store.patterns_[row]->measurements_);
@@ -79,8 +99,6 @@ bool kt_CompactCopy::measure(const ktClassifierDataProviderMemory& store)
     offsets_.resize(size_);
     reach_ = 1.0;
     floatError_ = 0.0;
-    codeError1_ = 0.0;
-    codeError2_ = 0.0;
     double reach = 0.0;
     for (std::size_t j = 0; j < size_; ++j) {
         offsets_[j] = lows[j] + (highs[j] - lows[j]) / 2;
@@ -93,63 +111,87 @@ bool kt_CompactCopy::measure(const ktClassifierDataProviderMemory& store)
         return false;
     }
     scale_ = reach > 0.0 ? std::ldexp(1.0, -exponent) : 1.0;
-    hasCodes_ = size_ > 0 && numRows_ >= codesFrom / size_ && reach > 0.0;
-    if (hasCodes_) {
-        codeOffsets_ = lows;
-        double range = 0.0;
-        for (std::size_t j = 0; j < size_; ++j) {
-            range = std::max(range, (highs[j] - lows[j]) * scale_);
-        }
-        step_ = range / largestCode;
-        hasCodes_ = step_ > 0.0;
-    }
     return true;
 }
 
 void kt_CompactCopy::reserveRows(std::size_t rows)
 {
     const std::size_t blocks = (rows + kt_blockRows - 1) / kt_blockRows;
-    floats_.resize(blocks * kt_blockRows * size_);
-    if (hasCodes_) {
-        codes_.resize(blocks * kt_blockRows * (size_ + size_ % 2));
+    resizeTo(floats_, blocks * kt_blockRows * size_);
+    if (hasCells_) {
+        resizeTo(cells_, blocks * kt_blockRows / 2 * size_ + kt_readAhead);
     }
 }
+
+// The loops below run over every value of a store: what they read and change is held in local variables, because the
+// compiler cannot know that storing a byte or a float leaves the members alone.
 
 void kt_CompactCopy::place(std::size_t row, const std::vector<double>& measurements)
 {
     float* values = floats_.data() + row / kt_blockRows * kt_blockRows * size_ + row % kt_blockRows;
+    const double* offsets = offsets_.data();
+    const double scale = scale_;
+    double reach = reach_;
+    double error = floatError_;
     for (std::size_t j = 0; j < size_; ++j) {
-        const double scaled = (measurements[j] - offsets_[j]) * scale_;
+        const double value = measurements[j];
+        const double scaled = (value - offsets[j]) * scale;
         const auto rounded = static_cast<float>(scaled);
         values[j * kt_blockRows] = rounded;
-        reach_ = std::max(reach_, std::abs(static_cast<double>(rounded)));
+        reach = std::max(reach, std::abs(static_cast<double>(rounded)));
         // The subtraction of the offset was rounded too.
-        const double lost = 0x1p-52 * scale_ * (std::abs(measurements[j]) + std::abs(offsets_[j]));
-        floatError_ = std::max(floatError_, (std::abs(static_cast<double>(rounded) - scaled) + lost) * slightly);
+        const double lost = 0x1p-52 * scale * (std::abs(value) + std::abs(offsets[j]));
+        error = std::max(error, (std::abs(static_cast<double>(rounded) - scaled) + lost) * slightly);
     }
-    if (hasCodes_) {
-        placeCodes(row, measurements);
+    reach_ = reach;
+    floatError_ = error;
+    if (hasCells_) {
+        placeCells(row, measurements);
     }
 }
 
-void kt_CompactCopy::placeCodes(std::size_t row, const std::vector<double>& measurements)
+/// Divides the values of each measurement into cells of about as many rows each.
+void kt_CompactCopy::divide(const ktClassifierDataProviderMemory& store)
 {
-    const std::size_t evenSize = size_ + size_ % 2;
-    std::uint8_t* codes = codes_.data() + row / kt_blockRows * kt_blockRows * evenSize + row % kt_blockRows * 2;
-    double absolute = 0.0;
-    double squares = 0.0;
+    constexpr std::size_t numEdges = kt_numCells - 1;
+    const std::size_t count = std::min(numRows_, sampleRows);
+    std::vector<double> sample(count);
+    cellEdges_.resize(size_ * numEdges);
     for (std::size_t j = 0; j < size_; ++j) {
-        const double scaled = (measurements[j] - codeOffsets_[j]) * scale_;
-        const double code = std::clamp(std::floor(scaled / step_ + 0.5), 0.0, largestCode);
-        codes[j / 2 * 2 * kt_blockRows + j % 2] = static_cast<std::uint8_t>(code);
-        const double lost = 0x1p-52 * scale_ * (std::abs(measurements[j]) + std::abs(codeOffsets_[j]));
-        const double error = std::abs(code * step_ - scaled) * slightly + lost;
-        absolute += error;
-        squares += error * error;
+        for (std::size_t i = 0; i < count; ++i) {
+            sample[i] = store.patterns_[i * numRows_ / count]->measurements_[j];
+        }
+        std::sort(sample.begin(), sample.end());
+        for (std::size_t edge = 0; edge < numEdges; ++edge) {
+            cellEdges_[j * numEdges + edge] = sample[(edge + 1) * count / kt_numCells];
+        }
     }
-    const double rounding = 1.0 + 0x1p-50 * static_cast<double>(size_ + 8);
-    codeError1_ = std::max(codeError1_, absolute * rounding);
-    codeError2_ = std::max(codeError2_, std::sqrt(squares) * rounding);
+    cellLows_.assign(size_ * kt_numCells, std::numeric_limits<double>::infinity());
+    cellHighs_.assign(size_ * kt_numCells, -std::numeric_limits<double>::infinity());
+}
+
+void kt_CompactCopy::placeCells(std::size_t row, const std::vector<double>& measurements)
+{
+    constexpr std::size_t half = kt_blockRows / 2;
+    std::uint8_t* cells = cells_.data() + row / kt_blockRows * half * size_ + row % half;
+    const int shift = row % kt_blockRows < half ? 0 : 4;
+    const double* values = measurements.data();
+    const double* edges = cellEdges_.data();
+    double* lows = cellLows_.data();
+    double* highs = cellHighs_.data();
+    const std::size_t size = size_;
+    for (std::size_t j = 0; j < size; ++j) {
+        std::size_t cell = 0;
+        for (std::size_t step = kt_numCells / 2; step > 0; step /= 2) {
+            cell += values[j] >= edges[cell + step - 1] ? step : 0;
+        }
+        cells[j * half] = static_cast<std::uint8_t>(cells[j * half] | cell << shift);
+        lows[cell] = std::min(lows[cell], values[j]);
+        highs[cell] = std::max(highs[cell], values[j]);
+        edges += kt_numCells - 1;
+        lows += kt_numCells;
+        highs += kt_numCells;
+    }
 }
 
 bool kt_CompactCopy::isCurrent(const ktClassifierDataProviderMemory& store) const noexcept
@@ -172,7 +214,7 @@ void kt_CompactCopy::append(const ktClassifierDataProviderMemory& store) noexcep
 
 bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
 {
-    // Made anew when a quarter was added, so that offsets, scale and codes keep fitting; each row is then copied a bounded
+    // Made anew when a quarter was added, so that offsets, scale and cells keep fitting; each row is then copied a bounded
     // number of times.
     if (!isUsable_ || store.patterns_.size() != numRows_ + 1 || store.revision_ != storeRevision_ + 1 ||
         kt_patternRevision.load(std::memory_order_relaxed) != patternRevision_ ||
@@ -195,4 +237,14 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     ++numRows_;
     storeRevision_ = store.revision_;
     return true;
+}
+
+std::size_t kt_CompactCopy::cellsFrom() noexcept
+{
+    return leastForCells.load(std::memory_order_relaxed);
+}
+
+void kt_CompactCopy::cellsFrom(std::size_t rows) noexcept
+{
+    leastForCells.store(rows, std::memory_order_relaxed);
 }

@@ -8,10 +8,39 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <new>
 #include <vector>
 
 /// Row numbers; as many of them as neighbours are asked for.
 using kt_RowList = kt_Scratch<std::size_t, 256>;
+
+/// Memory that begins where a line of the processor's cache does, so that no vector lies across two lines.
+template <class T>
+struct kt_LineAllocator {
+    using value_type = T;
+    static constexpr std::align_val_t line{64};
+
+    kt_LineAllocator() = default;
+    template <class Other>
+    kt_LineAllocator(const kt_LineAllocator<Other>&) noexcept
+    {
+    }
+    T* allocate(std::size_t count)
+    {
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+            throw std::bad_alloc();
+        }
+        return static_cast<T*>(::operator new(count * sizeof(T), line));
+    }
+    void deallocate(T* memory, std::size_t) noexcept { ::operator delete(memory, line); }
+
+    friend bool operator==(const kt_LineAllocator&, const kt_LineAllocator&) noexcept { return true; }
+    friend bool operator!=(const kt_LineAllocator&, const kt_LineAllocator&) noexcept { return false; }
+};
+
+template <class T>
+using kt_Aligned = std::vector<T, kt_LineAllocator<T>>;
 
 /// A compact copy of the kept patterns' measurements, in front of the exact scan of a nearest-neighbour run with a norm of
 /// any order. docs/neighbor-scan.md says why it never changes an answer; in short: from the copy every distance is known
@@ -44,14 +73,23 @@ public:
     static int instructionSet() noexcept;
     static int instructionSet(int wanted) noexcept;
 
+    /// From how many rows on a copy made from now on has cells; for tests, which set it lower.
+    static std::size_t cellsFrom() noexcept;
+    static void cellsFrom(std::size_t rows) noexcept;
+
 private:
+    friend class kt_CellFilter;
     friend class kt_NeighborScan;
 
     bool appendLast(const ktClassifierDataProviderMemory& store);
     bool measure(const ktClassifierDataProviderMemory& store);
     void place(std::size_t row, const std::vector<double>& measurements);
-    void placeCodes(std::size_t row, const std::vector<double>& measurements);
+    void placeCells(std::size_t row, const std::vector<double>& measurements);
+    void divide(const ktClassifierDataProviderMemory& store);
     void reserveRows(std::size_t rows);
+
+    /// The value of measurement j as the float copy has it.
+    float rounded(double value, std::size_t j) const { return static_cast<float>((value - offsets_[j]) * scale_); }
 
     bool isUsable_ = false;
     std::size_t numRows_ = 0;
@@ -68,14 +106,14 @@ private:
     double reach_ = 1.0;
     // How far a value of the float copy is from the scaled original, at the most.
     double floatError_ = 0.0;
-    std::vector<float> floats_;
+    kt_Aligned<float> floats_;
 
-    // The 7-bit level, for stores that are large enough: one step for all measurements, in scaled units, and the largest
-    // distance between a row and its codes in the norms of order 1 and 2.
-    bool hasCodes_ = false;
-    double step_ = 0.0;
-    double codeError1_ = 0.0;
-    double codeError2_ = 0.0;
-    std::vector<double> codeOffsets_;
-    std::vector<std::uint8_t> codes_;
+    // The level of cells, for stores of many rows. Every measurement has its values divided into 16 cells of about as many
+    // rows each; a row's cell is the number of `cellEdges_` that are not greater than its value. What a cell really holds
+    // lies between `cellLows_` and `cellHighs_`.
+    bool hasCells_ = false;
+    std::vector<double> cellEdges_;
+    std::vector<double> cellLows_;
+    std::vector<double> cellHighs_;
+    kt_Aligned<std::uint8_t> cells_;
 };

@@ -8,18 +8,22 @@
 // each set; what a scan answers does not depend on them.
 
 constexpr std::size_t kt_blockRows = 64;
+constexpr std::size_t kt_numCells = 16;
 
 /// Sums of a block of rows against a query: |x - q|^p over the measurements. `block` holds the measurements one behind the
-/// other, each with its value in every row. Returns how many sums are not greater than `limit`, and fills `sums` unless
-/// there is none.
-using kt_FloatKernel = unsigned (*)(const float* block, const float* query, std::size_t size, float order, float limit,
-                                    float* sums);
+/// other, each with its value in every row. Bit i of what is returned says whether the sum of row i is not greater than
+/// `limit`; unless there is no such row, `sums` is filled.
+using kt_FloatKernel = std::uint64_t (*)(const float* block, const float* query, std::size_t size, float order,
+                                         float limit, float* sums);
 
-/// Sums of differences of 7-bit codes, or of their squares, saturating at 65535. `block` holds pairs of measurements, each
-/// pair with its two codes row by row; `query` the codes of the query, `size` of them, an even number. Returns how
-/// many sums are not greater than `limit`, and fills `sums` unless there is none.
-using kt_CodeKernel = unsigned (*)(const std::uint8_t* block, const std::uint8_t* query, std::size_t size,
-                                   std::uint16_t limit, std::uint16_t* sums);
+/// Sums of what the cells of each row are worth. `block` holds 32 bytes for each measurement, byte i with the cell of row i
+/// in its low and of row i + 32 in its high half; `worths` what each of the 16 cells is worth, for each measurement: at
+/// most 127, and no sum may exceed 65535. Bit i of what is returned says whether the sum of row i is not greater than `limit`.
+using kt_CellKernel = std::uint64_t (*)(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size,
+                                        std::uint16_t limit);
+
+/// How many bytes of memory there have to be behind the last block of cells; nothing depends on what they hold.
+constexpr std::size_t kt_readAhead = 1024;
 
 struct kt_ScanKernels {
     kt_FloatKernel order1;
@@ -27,8 +31,9 @@ struct kt_ScanKernels {
     kt_FloatKernel order3;
     kt_FloatKernel orderHalf;
     kt_FloatKernel anyOrder;
-    kt_CodeKernel codes1;
-    kt_CodeKernel codes2;
+    kt_CellKernel cells;
+    /// Whether `cells` takes less time than any of the loops above, not only than `anyOrder`.
+    bool hasFastCells;
 };
 
 /// For every processor.

@@ -75,7 +75,7 @@ struct AnyOrder {
 };
 
 template <class Term>
-unsigned floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
+std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
     const Term term(order);
     __m256 sum[vectors];
@@ -90,10 +90,10 @@ unsigned floatSums(const float* block, const float* query, std::size_t size, flo
         }
     }
     const __m256 highest = _mm256_set1_ps(limit);
-    unsigned within = 0;
+    std::uint64_t within = 0;
     for (int v = 0; v < vectors; ++v) {
         const int mask = _mm256_movemask_ps(_mm256_cmp_ps(sum[v], highest, _CMP_LE_OQ));
-        within += static_cast<unsigned>(_mm_popcnt_u32(static_cast<unsigned>(mask)));
+        within |= std::uint64_t{static_cast<unsigned>(mask)} << (v * lanes);
     }
     if (within != 0) {
         for (int v = 0; v < vectors; ++v) {
@@ -103,43 +103,68 @@ unsigned floatSums(const float* block, const float* query, std::size_t size, flo
     return within;
 }
 
-template <bool Squared>
-unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::size_t size, std::uint16_t limit,
-                  std::uint16_t* sums)
+/// Bit i: the number i of 32 16-bit numbers, which lie alternately in `even` and `odd`, is not greater than `limit`.
+inline std::uint64_t rowsWithin(__m256i even, __m256i odd, __m256i limit)
 {
-    constexpr int rows = 16;
-    constexpr int groups = static_cast<int>(kt_blockRows) / rows;
-    __m256i sum[groups];
-    for (int g = 0; g < groups; ++g) {
-        sum[g] = _mm256_setzero_si256();
-    }
-    const __m256i ones = _mm256_set1_epi8(1);
-    for (std::size_t j = 0; j < size; j += 2) {
-        const __m256i q = _mm256_set1_epi16(static_cast<short>(query[j] | query[j + 1] << 8));
-        for (int g = 0; g < groups; ++g) {
-            const auto* codes = reinterpret_cast<const __m256i*>(block + j * kt_blockRows + g * 2 * rows);
-            const __m256i d = _mm256_abs_epi8(_mm256_sub_epi8(_mm256_loadu_si256(codes), q));
-            // Seven bits keep the sum of two squares within 16 signed bits.
-            sum[g] = _mm256_adds_epu16(sum[g], _mm256_maddubs_epi16(d, Squared ? d : ones));
-        }
-    }
-    const __m256i highest = _mm256_set1_epi16(static_cast<short>(limit));
-    unsigned within = 0;
-    for (int g = 0; g < groups; ++g) {
-        const __m256i isWithin = _mm256_cmpeq_epi16(_mm256_min_epu16(sum[g], highest), sum[g]);
-        const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(isWithin));
-        within += static_cast<unsigned>(_mm_popcnt_u32(mask)) / 2;
-    }
-    if (within != 0) {
-        for (int g = 0; g < groups; ++g) {
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + g * rows), sum[g]);
-        }
-    }
-    return within;
+    const __m256i isEvenWithin = _mm256_cmpeq_epi16(_mm256_min_epu16(even, limit), even);
+    const __m256i isOddWithin = _mm256_cmpeq_epi16(_mm256_min_epu16(odd, limit), odd);
+    const __m256i bytes = _mm256_or_si256(_mm256_srli_epi16(isEvenWithin, 8), _mm256_slli_epi16(isOddWithin, 8));
+    return static_cast<unsigned>(_mm256_movemask_epi8(bytes));
 }
 
-const kt_ScanKernels kernels = {floatSums<Order1>,   floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>,
-                                floatSums<AnyOrder>, codeSums<false>,   codeSums<true>};
+/// What the cells of 32 rows are worth.
+inline __m256i worthsOf(__m256i rows, const std::uint8_t* worths)
+{
+    const __m128i table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(worths));
+    return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(table), _mm256_and_si256(rows, _mm256_set1_epi8(0x0F)));
+}
+
+/// 32 sums of 16 bits. Bytes at odd places are summed alone; with those at even places 256 times the odd ones go along,
+/// modulo 2^16.
+struct Sums {
+    void add(__m256i bytes)
+    {
+        both = _mm256_add_epi16(both, bytes);
+        odd = _mm256_add_epi16(odd, _mm256_srli_epi16(bytes, 8));
+    }
+    std::uint64_t within(__m256i limit) const
+    {
+        return rowsWithin(_mm256_sub_epi16(both, _mm256_slli_epi16(odd, 8)), odd, limit);
+    }
+
+    __m256i both = _mm256_setzero_si256();
+    __m256i odd = _mm256_setzero_si256();
+};
+
+std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
+{
+    constexpr std::size_t half = kt_blockRows / 2;
+    const auto rowsOf = [](const std::uint8_t* cells) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cells));
+    };
+    const std::uint8_t* const end = block + size / 2 * 2 * half;
+    Sums low;
+    Sums high;
+    for (; block != end; block += 2 * half, worths += 2 * kt_numCells) {
+        // Blocks of many measurements come from beyond the nearer caches, at the pace of one page after the other.
+        _mm_prefetch(reinterpret_cast<const char*>(block + kt_readAhead), _MM_HINT_T0);
+        const __m256i first = rowsOf(block);
+        const __m256i second = rowsOf(block + half);
+        low.add(_mm256_add_epi8(worthsOf(first, worths), worthsOf(second, worths + kt_numCells)));
+        high.add(_mm256_add_epi8(worthsOf(_mm256_srli_epi16(first, 4), worths),
+                                 worthsOf(_mm256_srli_epi16(second, 4), worths + kt_numCells)));
+    }
+    if (size % 2 != 0) {
+        const __m256i last = rowsOf(block);
+        low.add(worthsOf(last, worths));
+        high.add(worthsOf(_mm256_srli_epi16(last, 4), worths));
+    }
+    const __m256i highest = _mm256_set1_epi16(static_cast<short>(limit));
+    return low.within(highest) | high.within(highest) << half;
+}
+
+const kt_ScanKernels kernels = {
+    floatSums<Order1>, floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>, floatSums<AnyOrder>, cells, true};
 
 }  // namespace
 

@@ -34,8 +34,18 @@ float power(float v, float p)
     return rest * scale;
 }
 
+template <class Sum>
+std::uint64_t rowsWithin(const Sum* sums, Sum limit)
+{
+    std::uint64_t within = 0;
+    for (std::size_t row = 0; row < kt_blockRows; ++row) {
+        within |= std::uint64_t{sums[row] <= limit} << row;
+    }
+    return within;
+}
+
 template <class Term>
-unsigned floatSums(const float* block, const float* query, std::size_t size, float limit, float* sums, Term term)
+std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float limit, float* sums, Term term)
 {
     std::fill(sums, sums + kt_blockRows, 0.0f);
     for (std::size_t j = 0; j < size; ++j) {
@@ -43,60 +53,49 @@ unsigned floatSums(const float* block, const float* query, std::size_t size, flo
             sums[row] += term(block[j * kt_blockRows + row] - query[j]);
         }
     }
-    unsigned within = 0;
-    for (std::size_t row = 0; row < kt_blockRows; ++row) {
-        within += sums[row] <= limit ? 1u : 0u;
-    }
-    return within;
+    return rowsWithin(sums, limit);
 }
 
-unsigned order1(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+std::uint64_t order1(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
 {
     return floatSums(block, query, size, limit, sums, [](float d) { return std::abs(d); });
 }
 
-unsigned order2(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+std::uint64_t order2(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
 {
     return floatSums(block, query, size, limit, sums, [](float d) { return d * d; });
 }
 
-unsigned order3(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+std::uint64_t order3(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
 {
     return floatSums(block, query, size, limit, sums, [](float d) { return d * d * std::abs(d); });
 }
 
-unsigned orderHalf(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+std::uint64_t orderHalf(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
 {
     return floatSums(block, query, size, limit, sums, [](float d) { return std::sqrt(std::abs(d)); });
 }
 
-unsigned anyOrder(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
+std::uint64_t anyOrder(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
     return floatSums(block, query, size, limit, sums, [order](float d) { return power(std::abs(d), order); });
 }
 
-template <bool Squared>
-unsigned codeSums(const std::uint8_t* block, const std::uint8_t* query, std::size_t size, std::uint16_t limit,
-                  std::uint16_t* sums)
+std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
 {
-    std::uint32_t wide[kt_blockRows] = {};
-    for (std::size_t j = 0; j < size; j += 2) {
-        for (std::size_t row = 0; row < kt_blockRows; ++row) {
-            const int first = block[j * kt_blockRows + 2 * row] - query[j];
-            const int second = block[j * kt_blockRows + 2 * row + 1] - query[j + 1];
-            wide[row] += static_cast<std::uint32_t>(Squared ? first * first + second * second
-                                                            : std::abs(first) + std::abs(second));
+    constexpr std::size_t half = kt_blockRows / 2;
+    std::uint16_t sums[kt_blockRows] = {};
+    for (std::size_t j = 0; j < size; ++j) {
+        const std::uint8_t* measurement = block + j * half;
+        const std::uint8_t* worth = worths + j * kt_numCells;
+        for (std::size_t i = 0; i < half; ++i) {
+            sums[i] = static_cast<std::uint16_t>(sums[i] + worth[measurement[i] & 15]);
+            sums[i + half] = static_cast<std::uint16_t>(sums[i + half] + worth[measurement[i] >> 4]);
         }
     }
-    unsigned within = 0;
-    for (std::size_t row = 0; row < kt_blockRows; ++row) {
-        sums[row] = static_cast<std::uint16_t>(std::min<std::uint32_t>(wide[row], 65535u));
-        within += sums[row] <= limit ? 1u : 0u;
-    }
-    return within;
+    return rowsWithin(sums, limit);
 }
 
 }  // namespace
 
-const kt_ScanKernels kt_baselineKernels = {order1,   order2,          order3,        orderHalf,
-                                           anyOrder, codeSums<false>, codeSums<true>};
+const kt_ScanKernels kt_baselineKernels = {order1, order2, order3, orderHalf, anyOrder, cells, false};

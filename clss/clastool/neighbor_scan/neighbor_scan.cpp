@@ -1,3 +1,4 @@
+#include "cell_filter.h"
 #include "compact_copy.h"
 #include "exact_distance.h"
 #include "nearest_list.h"
@@ -10,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <numeric>
 #include <utility>
@@ -41,11 +43,7 @@ public:
     /// The largest of them; only when full.
     Value largest() { return values_[0]; }
 
-    template <class Visit>
-    void forEach(Visit visit)
-    {
-        std::for_each(values_.begin(), values_.begin() + count_, visit);
-    }
+    void clear() { count_ = 0; }
 
     /// Returns whether the value is one of them now.
     bool take(Value value)
@@ -67,6 +65,23 @@ private:
     kt_Scratch<Value, 256> values_;
     std::size_t count_ = 0;
 };
+
+/// Calls `visit` with the place of each bit that is set, in ascending order.
+template <class Visit>
+void forEachBit(std::uint64_t bits, Visit visit)
+{
+    for (; bits != 0; bits &= bits - 1) {
+        visit(static_cast<std::size_t>(KT_LOWEST_BIT(bits)));
+    }
+}
+
+bool hasMoreBits(std::uint64_t bits, std::size_t count)
+{
+    for (; count > 0 && bits != 0; --count) {
+        bits &= bits - 1;
+    }
+    return bits != 0;
+}
 
 struct Candidate {
     std::size_t row;
@@ -110,7 +125,14 @@ class kt_NeighborScan {
 public:
     kt_NeighborScan(const kt_CompactCopy& copy, const ktClassifierDataProviderMemory& store,
                     const std::vector<double>& query, double order, std::size_t k)
-        : copy_(copy), store_(store), query_(query), p_(order), k_(k), size_(copy.size_), numRows_(copy.numRows_)
+        : copy_(copy),
+          store_(store),
+          query_(query),
+          p_(order),
+          k_(k),
+          size_(copy.size_),
+          numRows_(copy.numRows_),
+          floatQuery_(copy.size_)
     {
     }
 
@@ -158,22 +180,21 @@ public:
             std::iota(rows.begin(), rows.end(), std::size_t{0});
             return;
         }
-        Candidates candidates;
-        if (hasCodes() && gatherByCodes(candidates)) {
-            refine(candidates, rows);
-            return;
-        }
-        Candidates fromFloats;
-        kt_Scratch<float> query(size_);
         for (std::size_t j = 0; j < size_; ++j) {
-            query[j] = static_cast<float>((query_[j] - copy_.offsets_[j]) * copy_.scale_);
+            floatQuery_[j] = copy_.rounded(query_[j], j);
         }
-        const double limit = gatherByFloats(query.data(), fromFloats);
-        if (!fromFloats.hasOverflowed() && limit < infinity) {
-            refine(fromFloats, rows);
-            return;
+        Candidates candidates;
+        if (hasCells()) {
+            kt_CellFilter filter(copy_, query_, p_, floatKernel(), floatSumError_, kernels().cells);
+            gather(candidates, &filter);
+        } else {
+            gather(candidates, nullptr);
         }
-        scanExactly(query.data(), limit, rows);
+        if (!candidates.hasOverflowed() && limit_ < infinity) {
+            refine(candidates, rows);
+        } else {
+            scanExactly(rows);
+        }
     }
 
 private:
@@ -201,17 +222,22 @@ private:
         return isSafe ? std::max(widened, std::pow(leastNorm_, p_)) : infinity;
     }
 
-    /// The largest float sum that a row among the nearest can have, when `sum` is the k-th smallest.
-    double limitForFloatSum(double sum) const
+    /// Renews the limits, with `sum` as the k-th smallest float sum.
+    void tighten(double sum)
     {
         const double highest = (sum + floatLost_) / (1.0 - floatSumError_);
-        double reachable = 0.0;
+        double limit = 0.0;
+        double trueLimit = 0.0;
         if (p_ >= 1.0) {
-            reachable = raised(guarded(root(highest) + floatError_) + floatError_);
+            const double norm = guarded(root(highest) + floatError_);
+            trueLimit = raised(norm) * slightly;
+            limit = raised(norm + floatError_);
         } else {
-            reachable = guarded(highest + floatError_) + floatError_;
+            trueLimit = guarded(highest + floatError_);
+            limit = trueLimit + floatError_;
         }
-        return (reachable * (1.0 + floatSumError_) + floatLost_) * slightly;
+        limit_ = std::min(limit_, (limit * (1.0 + floatSumError_) + floatLost_) * slightly);
+        trueLimit_ = std::min(trueLimit_, trueLimit);
     }
 
     double root(double sum) const
@@ -245,36 +271,148 @@ private:
         return p_ == 0.5 ? all.orderHalf : all.anyOrder;
     }
 
-    double gatherByFloats(const float* query, Candidates& candidates)
+    /// Whether cells save more time than they cost.
+    bool hasCells() const
     {
-        const kt_FloatKernel kernel = floatKernel();
-        Smallest<float> smallest(k_);
-        double limit = infinity;
-        float sums[kt_blockRows];
+        return copy_.hasCells_ &&
+               (!isSimpleOrder() || (kernels().hasFastCells && numRows_ * size_ >= 80 * kt_CompactCopy::cellsFrom()));
+    }
+
+    /// Lists the rows whose sums are within the limit, of those that the filter lets pass.
+    void gather(Candidates& candidates, kt_CellFilter* filter)
+    {
+        sample();
+        Passed passed;
         for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
-            const std::size_t rows = std::min(kt_blockRows, numRows_ - first);
-            pollRows(rows);
-            const float* block = copy_.floats_.data() + first * size_;
-            if (kernel(block, query, size_, static_cast<float>(p_), upwards(limit), sums) == 0) {
-                continue;
-            }
-            bool isNearer = false;
-            for (std::size_t i = 0; i < rows; ++i) {
-                if (!(static_cast<double>(sums[i]) > limit)) {
-                    if (candidates.isFull()) {
-                        candidates.keepUpTo(limit);
-                    }
-                    candidates.add(first + i, static_cast<double>(sums[i]));
-                    isNearer = smallest.take(sums[i]) || isNearer;
+            const std::size_t count = std::min(kt_blockRows, numRows_ - first);
+            const std::uint64_t existing = ~std::uint64_t{0} >> (kt_blockRows - count);
+            pollRows(count);
+            if (filter != nullptr && trueLimit_ < infinity) {
+                const std::uint64_t rows = filter->pass(first / kt_blockRows, trueLimit_) & existing;
+                if (rows == 0) {
+                    continue;
                 }
+                if (!hasMoreBits(rows, Passed::mostOfBlock)) {
+                    forEachBit(rows, [&](std::size_t i) { add(passed, first + i); });
+                    if (passed.count > passed.rows.size() - Passed::mostOfBlock) {
+                        settle(passed, candidates);
+                    }
+                    continue;
+                }
+                settle(passed, candidates);
             }
-            if (isNearer && smallest.isFull()) {
-                limit = std::min(limit, limitForFloatSum(static_cast<double>(smallest.largest())));
+            float sums[kt_blockRows];
+            const std::uint64_t rows = floatSums(copy_.floats_.data() + first * size_, sums) & existing;
+            const auto rowOf = [first](std::size_t i) { return first + i; };
+            take(rows, sums, rowOf, candidates);
+        }
+        settle(passed, candidates);
+        hasPolled_ = true;
+        candidates.keepUpTo(limit_);
+    }
+
+    /// Finds a first limit from rows all over the store, so that its order matters little: were the farthest rows stored
+    /// first, each of them would be nearer than all before it.
+    void sample()
+    {
+        constexpr std::size_t numBlocks = 8;
+        const std::size_t blocks = numRows_ / kt_blockRows;
+        if (blocks < 8 * numBlocks) {
+            return;
+        }
+        for (std::size_t i = 1; i <= numBlocks; ++i) {
+            const std::size_t first = (blocks * i / numBlocks - 1) * kt_blockRows;
+            float sums[kt_blockRows];
+            forEachBit(floatSums(copy_.floats_.data() + first * size_, sums),
+                       [&](std::size_t row) { smallest_.take(sums[row]); });
+            if (smallest_.isFull()) {
+                tighten(static_cast<double>(smallest_.largest()));
             }
         }
-        hasPolled_ = true;
-        candidates.keepUpTo(limit);
-        return limit;
+        smallest_.clear();
+    }
+
+    /// The rows of a block of floats whose sums are within the limit.
+    std::uint64_t floatSums(const float* block, float* sums)
+    {
+        return floatKernel()(block, floatQuery_.data(), size_, static_cast<float>(p_), upwards(limit_), sums);
+    }
+
+    template <class RowOf>
+    void take(std::uint64_t within, const float* sums, RowOf rowOf, Candidates& candidates)
+    {
+        bool isNearer = false;
+        forEachBit(within, [&](std::size_t i) {
+            const auto sum = static_cast<double>(sums[i]);
+            if (!(sum > limit_)) {
+                if (candidates.isFull()) {
+                    candidates.keepUpTo(limit_);
+                }
+                candidates.add(rowOf(i), sum);
+                isNearer = smallest_.take(sums[i]) || isNearer;
+            }
+        });
+        if (isNearer && smallest_.isFull()) {
+            tighten(static_cast<double>(smallest_.largest()));
+        }
+    }
+
+    /// Rows that the filter let pass, before their float sums are known.
+    struct Passed {
+        /// When more rows of a block pass, its floats are read where they lie.
+        static constexpr std::size_t mostOfBlock = 8;
+        /// After how many further rows the next part of a row is asked for.
+        static constexpr std::size_t lead = 4;
+        std::array<std::size_t, kt_blockRows> rows;
+        std::size_t count = 0;
+    };
+
+    /// Notes a row. Its handle, pattern and measurements, which lie scattered in memory, are asked for one after the other
+    /// as further rows are noted.
+    void add(Passed& passed, std::size_t row) const
+    {
+        KT_PREFETCH(&store_.patterns_[row]);
+        passed.rows[passed.count++] = row;
+        if (passed.count > Passed::lead) {
+            prefetchPattern(passed.rows[passed.count - 1 - Passed::lead]);
+        }
+        if (passed.count > 2 * Passed::lead) {
+            prefetchMeasurements(passed.rows[passed.count - 1 - 2 * Passed::lead]);
+        }
+    }
+
+    void prefetchPattern(std::size_t row) const { KT_PREFETCH(&store_.patterns_[row]->measurements_); }
+
+    void prefetchMeasurements(std::size_t row) const
+    {
+        const char* values = reinterpret_cast<const char*>(measurements(row).data());
+        for (std::size_t byte = 0; byte < size_ * sizeof(double); byte += 64) {
+            KT_PREFETCH(values + byte);
+        }
+    }
+
+    /// Takes the sums of the rows, from the patterns, whose measurements lie side by side.
+    void settle(Passed& passed, Candidates& candidates)
+    {
+        if (passed.count == 0) {
+            return;
+        }
+        for (std::size_t i = passed.count - std::min(passed.count, Passed::lead); i < passed.count; ++i) {
+            prefetchPattern(passed.rows[i]);
+        }
+        for (std::size_t i = passed.count - std::min(passed.count, 2 * Passed::lead); i < passed.count; ++i) {
+            prefetchMeasurements(passed.rows[i]);
+        }
+        float sums[kt_blockRows] = {};
+        if (isSimpleOrder()) {
+            std::transform(passed.rows.data(), passed.rows.data() + passed.count, sums,
+                           [this](std::size_t row) { return static_cast<float>(simpleSum(row)); });
+        } else {
+            sumTogether(passed, sums);
+        }
+        const auto rowOf = [&](std::size_t i) { return passed.rows[i]; };
+        take(~std::uint64_t{0} >> (kt_blockRows - passed.count), sums, rowOf, candidates);
+        passed.count = 0;
     }
 
     static float upwards(double limit)
@@ -283,131 +421,73 @@ private:
         return limit < most / 2 ? static_cast<float>(limit * (1.0 + 0x1p-22)) : std::numeric_limits<float>::infinity();
     }
 
-    bool hasCodes() const { return copy_.hasCodes_ && (p_ == 1.0 || p_ == 2.0); }
-
-    double copyCodeError() const { return p_ == 1.0 ? copy_.codeError1_ : copy_.codeError2_; }
-
-    /// The largest sum of code differences that a row can have whose norm is bounded by `norm`.
-    double limitForNorm(double norm) const
+    /// The sums of rows put together as a block of floats.
+    void sumTogether(const Passed& passed, float* sums)
     {
-        const double steps = (guarded(norm) + codeError_) / copy_.step_;
-        return (p_ == 1.0 ? steps : steps * steps) * slightly + 1.0;
-    }
-
-    double limitForCodeSum(double sum) const
-    {
-        return limitForNorm((p_ == 1.0 ? sum : std::sqrt(sum)) * copy_.step_ * slightly + codeError_);
-    }
-
-    /// The codes of the query, and how far they and any row's codes are from what they stand for.
-    void encode(kt_Scratch<std::uint8_t, 256>& codes)
-    {
-        double absolute = 0.0;
-        double squares = 0.0;
-        codes[codes.size() - 1] = 0;
-        for (std::size_t j = 0; j < size_; ++j) {
-            const double scaled = (query_[j] - copy_.codeOffsets_[j]) * copy_.scale_;
-            const double code = std::clamp(std::floor(scaled / copy_.step_ + 0.5), 0.0, 127.0);
-            codes[j] = static_cast<std::uint8_t>(code);
-            const double lost = 0x1p-52 * copy_.scale_ * (std::abs(query_[j]) + std::abs(copy_.codeOffsets_[j]));
-            const double error = std::abs(code * copy_.step_ - scaled) * slightly + lost;
-            absolute += error;
-            squares += error * error;
-        }
-        const double rounding = 1.0 + 0x1p-50 * static_cast<double>(size_ + 8);
-        codeError_ = (p_ == 1.0 ? absolute : std::sqrt(squares)) * rounding + copyCodeError();
-    }
-
-    /// Returns false if the codes leave too many rows.
-    bool gatherByCodes(Candidates& candidates)
-    {
-        constexpr double saturated = 65535.0;
-        const std::size_t evenSize = size_ + size_ % 2;
-        kt_Scratch<std::uint8_t, 256> codes(evenSize);
-        encode(codes);
-        const kt_CodeKernel kernel = p_ == 1.0 ? kernels().codes1 : kernels().codes2;
-        Smallest<std::uint16_t> smallest(k_);
-        double limit = saturated;
-        std::uint16_t sums[kt_blockRows];
-        std::size_t tightenAt = 16 * kt_blockRows;
-        for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
-            const std::size_t rows = std::min(kt_blockRows, numRows_ - first);
-            pollRows(rows);
-            if (first >= tightenAt && smallest.isFull() && !candidates.hasOverflowed()) {
-                limit = tightened(candidates, limit);
-                tightenAt *= 4;
-            }
-            const std::uint8_t* block = copy_.codes_.data() + first * evenSize;
-            if (kernel(block, codes.data(), evenSize, static_cast<std::uint16_t>(limit), sums) == 0) {
-                continue;
-            }
-            bool isNearer = false;
-            for (std::size_t i = 0; i < rows; ++i) {
-                if (!(sums[i] > limit)) {
-                    if (candidates.isFull() && !candidates.hasOverflowed()) {
-                        limit = tightened(candidates, limit);
-                    }
-                    candidates.add(first + i, sums[i]);
-                    isNearer = smallest.take(sums[i]) || isNearer;
+        constexpr std::size_t chunk = 64;
+        for (std::size_t from = 0; from < size_; from += chunk) {
+            const std::size_t length = std::min(chunk, size_ - from);
+            float block[chunk * kt_blockRows] = {};
+            for (std::size_t i = 0; i < passed.count; ++i) {
+                const double* x = measurements(passed.rows[i]).data() + from;
+                for (std::size_t j = 0; j < length; ++j) {
+                    block[j * kt_blockRows + i] = copy_.rounded(x[j], from + j);
                 }
             }
-            if (isNearer && smallest.isFull()) {
-                limit = std::min(limit, limitForCodeSum(smallest.largest()));
-            }
+            float part[kt_blockRows];
+            floatKernel()(block, floatQuery_.data() + from, length, static_cast<float>(p_),
+                          std::numeric_limits<float>::infinity(), part);
+            std::transform(sums, sums + kt_blockRows, part, sums, std::plus<>());
         }
-        hasPolled_ = true;
-        if (candidates.hasOverflowed() || !(limit < saturated)) {
-            return false;
-        }
-        tightened(candidates, limit);
-        return true;
-    }
-
-    /// A limit from the true distances of the k candidates with the smallest codes; drops the candidates beyond it.
-    double tightened(Candidates& candidates, double limit)
-    {
-        candidates.keepUpTo(limit);
-        if (candidates.size() < k_) {
-            return limit;
-        }
-        Smallest<std::pair<double, std::size_t>> best(k_);
-        for (const Candidate& candidate : candidates) {
-            best.take({candidate.key, candidate.row});
-        }
-        double farthest = 0.0;
-        best.forEach([&](const auto& entry) { farthest = std::max(farthest, simpleSum(entry.second)); });
-        const double norm = root(farthest) * copy_.scale_ * slightly;
-        const double tighter = std::min(limit, limitForNorm(norm));
-        candidates.keepUpTo(tighter);
-        return tighter;
     }
 
     const std::vector<double>& measurements(std::size_t row) const { return store_.patterns_[row]->measurements_; }
 
-    /// The sum of the powers by plain arithmetic, in the measurements' own units: exact but for rounding.
+    /// The sum of the powers by plain arithmetic: exact but for rounding, and for powers below 2^-1022.
     double simpleSum(std::size_t row) const
     {
         const double* x = measurements(row).data();
+        if (p_ == 2.0) {
+            return sumOf(x, [](double difference) { return difference * difference; });
+        }
+        if (p_ == 1.0) {
+            return sumOf(x, [](double difference) { return std::abs(difference); });
+        }
+        if (p_ == 3.0) {
+            return sumOf(x, [](double difference) { return difference * difference * std::abs(difference); });
+        }
+        return sumOf(x, [](double difference) { return std::sqrt(std::abs(difference)); });
+    }
+
+    template <class Term>
+    double sumOf(const double* x, Term term) const
+    {
+        constexpr std::size_t lanes = 4;
         const double* q = query_.data();
-        double sum = 0.0;
-        for (std::size_t j = 0; j < size_; ++j) {
-            const double difference = std::abs(x[j] - q[j]);
-            if (p_ == 2.0) {
-                sum += difference * difference;
-            } else if (p_ == 1.0) {
-                sum += difference;
-            } else {
-                sum += p_ == 3.0 ? difference * difference * difference : std::sqrt(difference);
+        const double scale = copy_.scale_;
+        double sums[lanes] = {};
+        std::size_t j = 0;
+        for (; j + lanes <= size_; j += lanes) {
+            for (std::size_t lane = 0; lane < lanes; ++lane) {
+                sums[lane] += term((x[j + lane] - q[j + lane]) * scale);
             }
         }
-        return sum;
+        for (; j < size_; ++j) {
+            sums[0] += term((x[j] - q[j]) * scale);
+        }
+        return (sums[0] + sums[1]) + (sums[2] + sums[3]);
     }
 
     /// Settles the candidates: if exactly k can be among the nearest they are; otherwise the exact routine decides.
     void refine(Candidates& candidates, kt_RowList& rows)
     {
         if (candidates.size() > k_ && isSimpleOrder()) {
-            fetch(candidates);
+            for (const Candidate& candidate : candidates) {
+                prefetchPattern(candidate.row);
+            }
+            for (const Candidate& candidate : candidates) {
+                prefetchMeasurements(candidate.row);
+            }
             Smallest<double> smallest(k_);
             for (Candidate& candidate : candidates) {
                 candidate.key = simpleSum(candidate.row);
@@ -434,27 +514,12 @@ private:
         }
     }
 
-    /// The rows lie scattered in memory: asking for all of them first lets the processor wait for many at once.
-    void fetch(Candidates& candidates) const
-    {
-        for (const Candidate& candidate : candidates) {
-            KT_PREFETCH(store_.patterns_[candidate.row].get());
-        }
-        for (const Candidate& candidate : candidates) {
-            const char* values = reinterpret_cast<const char*>(measurements(candidate.row).data());
-            for (std::size_t byte = 0; byte < size_ * sizeof(double); byte += 64) {
-                KT_PREFETCH(values + byte);
-            }
-        }
-    }
-
-    /// The same bound as `guarded`, for sums in the measurements' own units.
+    /// The largest simple sum that a row among the nearest can have, when `sum` is the k-th smallest.
     double limitForSimpleSum(double sum) const
     {
-        const double least = std::exp2(-safeExponent * std::min(1.0, p_));
-        const double largest = std::exp2(safeExponent * std::min(1.0, p_));
-        const double widened = sum * (1.0 + exactError_) / (1.0 - exactError_) * slightly;
-        return widened < largest ? std::max(widened, least) : infinity;
+        const double lost = static_cast<double>(size_) * 0x1p-1000;
+        const double highest = (sum + lost) * slightly;
+        return (p_ >= 1.0 ? raised(guarded(root(highest))) : guarded(highest)) * slightly + lost;
     }
 
     double exactDistance(std::size_t row) const
@@ -463,22 +528,18 @@ private:
     }
 
     /// Too many rows are within the limit to list them: they go through the exact routine as they come.
-    void scanExactly(const float* query, double limit, kt_RowList& rows)
+    void scanExactly(kt_RowList& rows)
     {
-        const kt_FloatKernel kernel = floatKernel();
         kt_NearestList list(k_);
-        float sums[kt_blockRows];
         for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
-            const float* block = copy_.floats_.data() + first * size_;
-            if (kernel(block, query, size_, static_cast<float>(p_), upwards(limit), sums) == 0) {
-                continue;
-            }
             const std::size_t count = std::min(kt_blockRows, numRows_ - first);
-            for (std::size_t i = 0; i < count; ++i) {
-                if (!(static_cast<double>(sums[i]) > limit)) {
+            float sums[kt_blockRows];
+            const std::uint64_t within = floatSums(copy_.floats_.data() + first * size_, sums);
+            forEachBit(within & (~std::uint64_t{0} >> (kt_blockRows - count)), [&](std::size_t i) {
+                if (!(static_cast<double>(sums[i]) > limit_)) {
                     list.insert(first + i, exactDistance(first + i));
                 }
-            }
+            });
         }
         takeRows(list, rows);
     }
@@ -495,10 +556,15 @@ private:
     double floatSumError_ = 0.0;
     double floatLost_ = 0.0;
     double floatError_ = 0.0;
-    double codeError_ = 0.0;
     double leastNorm_ = 0.0;
     double largestNorm_ = 0.0;
     bool hasPolled_ = false;
+
+    kt_Scratch<float, 256> floatQuery_;
+    Smallest<float> smallest_{k_};
+    // What a row among the nearest can have at the most: as a float sum, and as the true one.
+    double limit_ = infinity;
+    double trueLimit_ = infinity;
 };
 
 bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query,

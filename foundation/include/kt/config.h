@@ -35,8 +35,19 @@
 // nothing and the answer no.
 #if defined(__GNUC__)
 #define KT_PREFETCH(address) __builtin_prefetch(address)
+#define KT_LOWEST_BIT(bits) __builtin_ctzll(bits)
 #else
 #define KT_PREFETCH(address) static_cast<void>(address)
+#define KT_LOWEST_BIT(bits) kt_lowestBit(bits)
+/// The place of the lowest bit that is set; there is one.
+inline int kt_lowestBit(unsigned long long bits)
+{
+    int place = 0;
+    while ((bits >> place & 1) == 0) {
+        ++place;
+    }
+    return place;
+}
 #endif
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))

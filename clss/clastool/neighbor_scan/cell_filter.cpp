@@ -1,0 +1,76 @@
+#include "cell_filter.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr double largestSum = 65535.0;
+
+/// How many measurements' cells go into one block of rows, of which a kernel takes the powers.
+constexpr std::size_t together = kt_blockRows / kt_numCells;
+
+std::size_t roundedUp(std::size_t size)
+{
+    return (size + together - 1) / together * together;
+}
+
+}  // namespace
+
+kt_CellFilter::kt_CellFilter(const kt_CompactCopy& copy, const std::vector<double>& query, double order,
+                             kt_FloatKernel powers, double error, kt_CellKernel sums)
+    : copy_(copy),
+      sums_(sums),
+      size_(query.size()),
+      bounds_(roundedUp(query.size()) * kt_numCells),
+      worths_(bounds_.size())
+{
+    const auto size = static_cast<double>(size_);
+    mostWorth_ = std::min(127.0, std::floor(largestSum / size));
+    // Fine units lose little by rounding down, coarse ones little in terms that are worth more than the most: for higher
+    // orders a few large terms make up a sum.
+    limitWorth_ = std::min(largestSum, std::floor(mostWorth_ * std::max(1.0, size / (4.0 * std::max(order, 1.0)))));
+    bound(query, static_cast<float>(order), powers, static_cast<float>(1.0 - error));
+}
+
+void kt_CellFilter::bound(const std::vector<double>& query, float order, kt_FloatKernel powers, float belowOne)
+{
+    const float zero = 0.0f;
+    for (std::size_t first = 0; first < size_; first += together) {
+        float gaps[kt_blockRows] = {};
+        for (std::size_t i = 0; i < std::min(together, size_ - first) * kt_numCells; ++i) {
+            const double low = copy_.cellLows_[first * kt_numCells + i];
+            const double high = copy_.cellHighs_[first * kt_numCells + i];
+            const double q = query[first + i / kt_numCells];
+            // A cell in which nothing lies has its bounds the wrong way round.
+            const double gap = low > high ? 0.0 : std::max({low - q, q - high, 0.0});
+            gaps[i] = static_cast<float>(gap * copy_.scale_);
+        }
+        float* bounds = bounds_.data() + first * kt_numCells;
+        powers(gaps, &zero, 1, order, std::numeric_limits<float>::infinity(), bounds);
+        std::transform(bounds, bounds + kt_blockRows, bounds, [belowOne](float power) { return power * belowOne; });
+    }
+}
+
+/// Rounds the bounds down to whole units, of which the limit has `limitWorth_`.
+void kt_CellFilter::renewWorths(double limit)
+{
+    const float unitsPerOne = static_cast<float>(std::min(limitWorth_ / limit, 1e30));
+    const auto most = static_cast<float>(mostWorth_);
+    std::transform(bounds_.begin(), bounds_.end(), worths_.begin(), [=](float bound) {
+        return static_cast<std::uint8_t>(static_cast<int>(std::min(bound * unitsPerOne, most)));
+    });
+    unitsPerOne_ = static_cast<double>(unitsPerOne);
+    renewBelow_ = 0.75 * limit;
+}
+
+std::uint64_t kt_CellFilter::pass(std::size_t block, double limit)
+{
+    if (limit < renewBelow_) {
+        renewWorths(limit);
+    }
+    constexpr double roundingOfProducts = 1.0 + 0x1p-20;
+    const double units = std::min(limit * unitsPerOne_ * roundingOfProducts, largestSum);
+    const std::uint8_t* cells = copy_.cells_.data() + block * (kt_blockRows / 2) * size_;
+    return sums_(cells, worths_.data(), size_, static_cast<std::uint16_t>(units));
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "compact_copy.h"
+#include "kernels.h"
+
+#include <kt/scratch.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+/// Lets those rows pass whose sum of powers can still be within a limit, by the cells that their measurements lie in: a cell
+/// is worth the power of the query's distance from the nearest value in it.
+class kt_CellFilter {
+public:
+    /// `powers` computes terms of the given order with a relative error of at most `error`.
+    kt_CellFilter(const kt_CompactCopy& copy, const std::vector<double>& query, double order, kt_FloatKernel powers,
+                  double error, kt_CellKernel sums);
+
+    /// Bit i is set unless row i of the block is certainly beyond `limit`, a finite bound on a row's true sum in scaled units.
+    std::uint64_t pass(std::size_t block, double limit);
+
+private:
+    void bound(const std::vector<double>& query, float order, kt_FloatKernel powers, float belowOne);
+    void renewWorths(double limit);
+
+    const kt_CompactCopy& copy_;
+    const kt_CellKernel sums_;
+    const std::size_t size_;
+    // The largest worth of a cell, and what a limit is worth; whole numbers.
+    double mostWorth_;
+    double limitWorth_;
+    // Lower bounds for each cell of each measurement, and the same in units of 1 / unitsPerOne_, rounded down.
+    kt_Scratch<float, 256 * kt_numCells> bounds_;
+    kt_Scratch<std::uint8_t, 256 * kt_numCells> worths_;
+    double unitsPerOne_ = 0.0;
+    double renewBelow_ = std::numeric_limits<double>::infinity();
+};
