@@ -274,8 +274,12 @@ private:
     /// Whether cells save more time than they cost.
     bool hasCells() const
     {
-        return copy_.hasCells_ &&
-               (!isSimpleOrder() || (kernels().hasFastCells && numRows_ * size_ >= 80 * kt_CompactCopy::cellsFrom()));
+        if (!isSimpleOrder()) {
+            return copy_.hasCells_;
+        }
+        // Square roots take longer than the other three.
+        const bool isLarge = p_ == 0.5 || numRows_ * size_ >= 80 * kt_CompactCopy::cellsFrom();
+        return copy_.hasCells_ && kernels().hasFastCells && isLarge;
     }
 
     /// Lists the rows whose sums are within the limit, of those that the filter lets pass.
@@ -283,6 +287,8 @@ private:
     {
         sample();
         Passed passed;
+        // When more rows of a block pass, its floats are read where they lie.
+        const std::size_t few = isSimpleOrder() ? 8 : 32;
         for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
             const std::size_t count = std::min(kt_blockRows, numRows_ - first);
             const std::uint64_t existing = ~std::uint64_t{0} >> (kt_blockRows - count);
@@ -292,9 +298,9 @@ private:
                 if (rows == 0) {
                     continue;
                 }
-                if (!hasMoreBits(rows, Passed::mostOfBlock)) {
+                if (!hasMoreBits(rows, few)) {
                     forEachBit(rows, [&](std::size_t i) { add(passed, first + i); });
-                    if (passed.count > passed.rows.size() - Passed::mostOfBlock) {
+                    if (passed.count > passed.rows.size() - few) {
                         settle(passed, candidates);
                     }
                     continue;
@@ -359,8 +365,6 @@ private:
 
     /// Rows that the filter let pass, before their float sums are known.
     struct Passed {
-        /// When more rows of a block pass, its floats are read where they lie.
-        static constexpr std::size_t mostOfBlock = 8;
         /// After how many further rows the next part of a row is asked for.
         static constexpr std::size_t lead = 4;
         std::array<std::size_t, kt_blockRows> rows;
