@@ -1,10 +1,11 @@
 #include <kt/normal_density.h>
 
-#include <kt/scratch.h>
-
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <limits>
+#include <cstring>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 namespace {
@@ -137,15 +138,20 @@ void floorEigenvalues(Square& matrix, std::size_t size)
 
 /// Factorises a floored correlation matrix. Rounding can leave it short of positive definite by a few of its last bits, so
 /// the diagonal is raised, a little more each time, until it is.
-void factoriseFloored(double* factor, const double* matrix, std::size_t size)
+/// `element(i, j)` tells the lower triangle of the matrix.
+template <class Element>
+void factoriseFloored(double* factor, std::size_t size, Element element)
 {
-    std::copy(matrix, matrix + size * size, factor);
-    for (double raise = 0x1p-40; !factorise(factor, size); raise *= 4.0) {
-        std::copy(matrix, matrix + size * size, factor);
+    double raise = 0.0;
+    do {
         for (std::size_t i = 0; i < size; ++i) {
-            factor[i * size + i] += raise;
+            for (std::size_t j = 0; j < i; ++j) {
+                factor[i * size + j] = element(i, j);
+            }
+            factor[i * size + i] = element(i, i) + raise;
         }
-    }
+        raise = raise == 0.0 ? 0x1p-40 : raise * 4.0;
+    } while (!factorise(factor, size));
 }
 
 /// z' R^-1 z, with R given by its factor. Overwrites z.
@@ -193,7 +199,83 @@ Square whitening(const Square& factor, const std::vector<double>& deviations)
     return blocks;
 }
 
+static_assert(lanes == 8, "a block of rows is four pairs");
+
+/// One block of a whitening matrix times differences from the mean: adds to the sums of its rows what `columns` columns
+/// give. Written in pairs because compilers vectorise the plain loops along the columns, which shuffles more than it adds.
+class BlockOfRows {
+public:
+    const double* add(const double* weights, const double* differences, std::size_t columns)
+    {
+        kt_DoublePair sum0 = sums_[0];
+        kt_DoublePair sum1 = sums_[1];
+        kt_DoublePair sum2 = sums_[2];
+        kt_DoublePair sum3 = sums_[3];
+        for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
+            const kt_DoublePair difference = {differences[j], differences[j]};
+            sum0 += pairAt(weights) * difference;
+            sum1 += pairAt(weights + 2) * difference;
+            sum2 += pairAt(weights + 4) * difference;
+            sum3 += pairAt(weights + 6) * difference;
+        }
+        sums_[0] = sum0;
+        sums_[1] = sum1;
+        sums_[2] = sum2;
+        sums_[3] = sum3;
+        return weights;
+    }
+
+    /// Adds the squares of the rows, one after the other.
+    double addSquares(double squares) const
+    {
+        for (const kt_DoublePair& sum : sums_) {
+            squares += sum[0] * sum[0];
+            squares += sum[1] * sum[1];
+        }
+        return squares;
+    }
+
+private:
+    static kt_DoublePair pairAt(const double* values)
+    {
+        kt_DoublePair pair;
+        std::memcpy(&pair, values, sizeof pair);
+        return pair;
+    }
+
+    kt_DoublePair sums_[lanes / 2] = {};
+};
+
+/// A row as a source.
+class RowSource : public ktNormalDensity::Source {
+public:
+    explicit RowSource(const ktNormalDensity::Row& row) : row_(row) {}
+
+    bool measurement(std::size_t index, double& value) const override
+    {
+        value = row_.values[index];
+        return row_.valid[index];
+    }
+
+private:
+    const ktNormalDensity::Row& row_;
+};
+
+/// Up to so many valid measurements beside invalid ones are worked on upon the stack.
+constexpr std::size_t fewMeasurements = 32;
+
 }  // namespace
+
+/// What a marginal density is evaluated in: which measurements are kept, their standardised values, the factor of their
+/// correlations.
+struct ktNormalDensity::Workspace {
+    explicit Workspace(std::size_t size) : kept(size), z(size), factor(size * size) {}
+
+    std::vector<std::size_t> kept;
+    std::vector<double> z;
+    std::vector<double> factor;
+    std::unique_ptr<Workspace> next;
+};
 
 /// What the floored density of one state is evaluated with.
 struct ktNormalDensity::Factors {
@@ -202,6 +284,42 @@ struct ktNormalDensity::Factors {
     Square whitening;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
     double logScale = 0.0;
+    /// Workspaces that no thread is using, if there are so many measurements that they may be needed: one to begin with,
+    /// more where several threads need one at once.
+    mutable std::unique_ptr<Workspace> spare;
+    mutable std::mutex spareMutex;
+};
+
+/// A workspace for all measurements of a density, for one thread at a time. It is kept for the next evaluation.
+class ktNormalDensity::BorrowedWorkspace {
+public:
+    explicit BorrowedWorkspace(const Factors& owner) : owner_(owner)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(owner_.spareMutex);
+            workspace_ = std::move(owner_.spare);
+            if (workspace_) {
+                owner_.spare = std::move(workspace_->next);
+            }
+        }
+        if (!workspace_) {
+            workspace_ = std::make_unique<Workspace>(owner_.deviations.size());
+        }
+    }
+    ~BorrowedWorkspace()
+    {
+        const std::lock_guard<std::mutex> lock(owner_.spareMutex);
+        workspace_->next = std::move(owner_.spare);
+        owner_.spare = std::move(workspace_);
+    }
+    BorrowedWorkspace(const BorrowedWorkspace&) = delete;
+    BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
+
+    Workspace* operator->() const { return workspace_.get(); }
+
+private:
+    const Factors& owner_;
+    std::unique_ptr<Workspace> workspace_;
 };
 
 std::atomic<unsigned long> ktNormalDensity::evaluatedRevision_{0};
@@ -364,8 +482,12 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
         fresh->correlations[i * size + i] = 1.0;
     }
     floorEigenvalues(fresh->correlations, size);
-    factoriseFloored(factor.data(), fresh->correlations.data(), size);
+    const double* correlations = fresh->correlations.data();
+    factoriseFloored(factor.data(), size, [&](std::size_t i, std::size_t j) { return correlations[i * size + j]; });
     fresh->whitening = whitening(factor, fresh->deviations);
+    if (size > fewMeasurements + 1) {
+        fresh->spare = std::make_unique<Workspace>(size);
+    }
     fresh->logScale = -0.5 * static_cast<double>(size) * logTwoPi;
     for (std::size_t i = 0; i < size; ++i) {
         fresh->logScale -= std::log(s[i]) + std::log(factor[i * size + i]);
@@ -378,21 +500,52 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     return *expected;
 }
 
-long ktNormalDensity::logDensity(const Row& row, double& value) const
+/// 0 if a pattern of `size` measurements can be evaluated.
+long ktNormalDensity::refuse(std::size_t size) const noexcept
 {
     if (count_ < 1) {
         return noValidData;
     }
-    if (!hasSize(row.size)) {
-        return sizesDisagree;
+    return hasSize(size) ? success : sizesDisagree;
+}
+
+long ktNormalDensity::logDensity(const Row& row, double& value) const
+{
+    const long refused = refuse(row.size);
+    if (refused != success) {
+        return refused;
     }
     const auto numValid = static_cast<std::size_t>(std::count(row.valid, row.valid + row.size, true));
-    if (numValid == 0) {
-        value = 0.0;
-        return success;
+    value = numValid == row.size ? logJoint([&](std::size_t i) { return row.values[i]; })
+                                 : logMarginal(RowSource(row), numValid);
+    return success;
+}
+
+long ktNormalDensity::logDensity(const double* values, const long* indices, std::size_t size, double& value) const
+{
+    const long refused = refuse(size);
+    if (refused == success) {
+        value = logJoint([&](std::size_t i) { return values[indices[i]]; });
     }
-    const Factors& all = factors();
-    value = held(numValid == row.size ? logJoint(all, row) : logMarginal(all, row, numValid));
+    return refused;
+}
+
+long ktNormalDensity::logDensity(const Source& source, std::size_t size, double& value) const
+{
+    double told = 0.0;
+    std::size_t numValid = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        numValid += source.measurement(i, told) ? 1u : 0u;
+    }
+    const long refused = refuse(size);
+    if (refused != success) {
+        return refused;
+    }
+    const auto valueAt = [&](std::size_t i) {
+        source.measurement(i, told);
+        return told;
+    };
+    value = numValid == size ? logJoint(valueAt) : logMarginal(source, numValid);
     return success;
 }
 
@@ -406,54 +559,75 @@ bool ktNormalDensity::single(Single& constants) const
     return true;
 }
 
-double ktNormalDensity::logJoint(const Factors& all, const Row& row) const
+template <class ValueAt>
+double ktNormalDensity::logJoint(ValueAt valueAt) const
 {
-    kt_Scratch<double> differences(row.size);
-    for (std::size_t i = 0; i < row.size; ++i) {
-        differences[i] = row.values[i] - mean_.data()[i];
+    const auto size = static_cast<std::size_t>(mean_.numRows());
+    if (size == 0) {
+        return 0.0;
     }
-    const double* difference = differences.data();
+    const Factors& all = factors();
+    const double* mean = mean_.data();
     const double* weights = all.whitening.data();
+    // The differences from the mean lie upon the stack a stretch at a time; a few measurements are one stretch.
+    constexpr std::size_t stretch = 64;
+    double differences[stretch];
+    std::size_t begin = size;
     double squares = 0.0;
-    for (std::size_t first = 0; first < row.size; first += lanes) {
-        double white[lanes] = {};
-        const std::size_t columns = std::min(first + lanes, row.size);
-        for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
-            for (std::size_t lane = 0; lane < lanes; ++lane) {
-                white[lane] += weights[lane] * difference[j];
+    for (std::size_t first = 0; first < size; first += lanes) {
+        const std::size_t columns = std::min(first + lanes, size);
+        BlockOfRows rows;
+        for (std::size_t needed = 0; needed < columns; needed += stretch) {
+            if (begin != needed) {
+                begin = needed;
+                const std::size_t end = std::min(begin + stretch, size);
+                for (std::size_t j = begin; j < end; ++j) {
+                    differences[j - begin] = valueAt(j) - mean[j];
+                }
             }
+            weights = rows.add(weights, differences, std::min(columns - begin, stretch));
         }
-        for (const double value : white) {
-            squares += value * value;
-        }
+        squares = rows.addSquares(squares);
     }
-    return all.logScale - 0.5 * squares;
+    return held(all.logScale - 0.5 * squares);
 }
 
 /// The joint density of the valid values: that of the floored density's rows and columns which belong to them.
-double ktNormalDensity::logMarginal(const Factors& all, const Row& row, std::size_t numValid) const
+double ktNormalDensity::logMarginal(const Source& source, std::size_t numValid) const
 {
-    kt_Scratch<std::size_t> kept(numValid);
-    for (std::size_t i = 0, next = 0; i < row.size; ++i) {
-        if (row.valid[i]) {
+    if (numValid == 0) {
+        return 0.0;
+    }
+    const Factors& all = factors();
+    if (numValid > fewMeasurements) {
+        const BorrowedWorkspace workspace(all);
+        return logMarginal(all, source, numValid, workspace->kept.data(), workspace->z.data(),
+                           workspace->factor.data());
+    }
+    std::array<std::size_t, fewMeasurements> kept;
+    std::array<double, fewMeasurements> z;
+    std::array<double, fewMeasurements * fewMeasurements> factor;
+    return logMarginal(all, source, numValid, kept.data(), z.data(), factor.data());
+}
+
+double ktNormalDensity::logMarginal(const Factors& all, const Source& source, std::size_t numValid, std::size_t* kept,
+                                    double* z, double* factor) const
+{
+    const std::size_t size = all.deviations.size();
+    const double* mean = mean_.data();
+    double logScale = -0.5 * static_cast<double>(numValid) * logTwoPi;
+    for (std::size_t i = 0, next = 0; next < numValid; ++i) {
+        double value = 0.0;
+        if (source.measurement(i, value)) {
+            z[next] = (value - mean[i]) / all.deviations[i];
+            logScale -= std::log(all.deviations[i]);
             kept[next++] = i;
         }
     }
-    kt_Scratch<double> z(numValid);
-    kt_Scratch<double, 32 * 32> correlations(numValid * numValid);
-    kt_Scratch<double, 32 * 32> factor(numValid * numValid);
-    double logScale = -0.5 * static_cast<double>(numValid) * logTwoPi;
-    for (std::size_t i = 0; i < numValid; ++i) {
-        const double deviation = all.deviations[kept[i]];
-        z[i] = (row.values[kept[i]] - mean_.data()[kept[i]]) / deviation;
-        logScale -= std::log(deviation);
-        for (std::size_t j = 0; j < numValid; ++j) {
-            correlations[i * numValid + j] = all.correlations[kept[i] * row.size + kept[j]];
-        }
-    }
-    factoriseFloored(factor.data(), correlations.data(), numValid);
+    factoriseFloored(factor, numValid,
+                     [&](std::size_t i, std::size_t j) { return all.correlations[kept[i] * size + kept[j]]; });
     for (std::size_t i = 0; i < numValid; ++i) {
         logScale -= std::log(factor[i * numValid + i]);
     }
-    return logScale - 0.5 * squaredLength(factor.data(), z.data(), numValid);
+    return held(logScale - 0.5 * squaredLength(factor, z, numValid));
 }

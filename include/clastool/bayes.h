@@ -347,7 +347,8 @@ public:
     /// measurement. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; a density's ktClassifierDefs::InsufficientTrainData with " for category "
     /// and the label appended to its message; what else a density throws.
-    /// Cost: that of the densities. No allocation for groups of up to 32 measurements.
+    /// Cost: that of the densities. No allocation but what a first evaluation leaves behind, and what a density of the
+    /// caller's own class or a failure needs.
     double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
 
     /// Every density learns its part of the pattern, or none does; only a density of the caller's own class that throws may
@@ -368,7 +369,7 @@ protected:
 private:
     friend class kt_ClassifierBayesian;
 
-    struct Singles;
+    struct Plan;
 
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
@@ -376,8 +377,8 @@ private:
     std::size_t numGroups() const;
     std::size_t groupSizes() const;
     ktNormalDensity* stateOf(std::size_t group) const;
-    const Singles* singles() const;
-    void dropSingles() noexcept;
+    const Plan* plan() const;
+    void dropPlan() noexcept;
     double logValueOf(std::size_t group, const ktFeaturePattern& pattern) const;
     void prepare(std::size_t group, const ktNormalDensity::Row& row);
     void learn(std::size_t group, const ktNormalDensity::Row& row);
@@ -385,7 +386,7 @@ private:
     std::vector<std::vector<long>> groups_;
     std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>> densities_;
     // Made by the first evaluation and published atomically, the one thing that a const operation leaves behind.
-    mutable std::atomic<const Singles*> singles_{nullptr};
+    mutable std::atomic<const Plan*> plan_{nullptr};
 };
 
 /// The Bayesian classifier: one model for each category label in the training data. A run scores the pattern against every

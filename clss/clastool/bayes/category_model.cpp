@@ -31,6 +31,23 @@ kt_ProbabilityDensityFunction* newDensity(Types::DistributionType type, const kt
     throw ktClassifierDefs::BadParams("Unknown distribution type");
 }
 
+/// The measurements of a group, as its density asks for them. An index past the pattern's end counts as invalid.
+class GroupSource : public ktNormalDensity::Source {
+public:
+    GroupSource(const ktFeaturePattern& pattern, const std::vector<long>& group) : pattern_(pattern), group_(group) {}
+
+    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
+    bool measurement(std::size_t index, double& value) const override
+    {
+        value = pattern_.featureMeasurement(group_[index], false);
+        return pattern_.isValid(group_[index]);
+    }
+
+private:
+    const ktFeaturePattern& pattern_;
+    const std::vector<long>& group_;
+};
+
 /// The density as the given class, if it is exactly that: one derived from it may do everything in its own way.
 template <class Density>
 Density* exactly(kt_ProbabilityDensityFunction& density)
@@ -88,16 +105,32 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
     numMeasurements(static_cast<long>(total));
 }
 
-/// The groups of a single measurement with a normal density, side by side, so that a run need not visit their densities one
-/// by one.
-struct kt_CategoryModelBayesian::Singles {
+/// What a run needs of the groups with a normal density, laid out so that patterns without an invalid measurement need not
+/// be looked at one measurement at a time.
+struct kt_CategoryModelBayesian::Plan {
+    /// The groups of a single measurement side by side, as of this revision, so that their densities need not be visited.
     unsigned long revision;
     /// Behind the last of the consecutive single groups that begin here; here where the group is none.
     std::vector<std::size_t> runEnds;
     std::vector<std::size_t> indices;
-    std::vector<ktNormalDensity::Single> constants;
+    std::vector<double> means;
+    std::vector<double> inverseDeviations;
+    std::vector<double> logScales;
+    /// The density of the group, if it is a normal one.
+    std::vector<const ktNormalDensity*> normals;
     /// How many measurements a pattern must have.
     std::size_t reach = 0;
+
+    explicit Plan(std::size_t size)
+        : revision(ktNormalDensity::evaluatedRevision()),
+          runEnds(size),
+          indices(size),
+          means(size),
+          inverseDeviations(size),
+          logScales(size),
+          normals(size)
+    {
+    }
 
     /// Adds the log densities of groups [begin, end) to the sum, in their order. The same operations as the density's own,
     /// in two loops, of which the first has no step that waits for the one before.
@@ -108,9 +141,11 @@ struct kt_CategoryModelBayesian::Singles {
         for (std::size_t first = begin; first < end; first += block) {
             const std::size_t size = std::min(block, end - first);
             for (std::size_t i = 0; i < size; ++i) {
-                const ktNormalDensity::Single& density = constants[first + i];
-                const double z = density.inverseDeviation * (values[indices[first + i]] - density.mean);
-                logs[i] = ktNormalDensity::held(density.logScale - 0.5 * (z * z));
+                logs[i] = values[indices[first + i]];
+            }
+            for (std::size_t i = 0; i < size; ++i) {
+                const double z = inverseDeviations[first + i] * (logs[i] - means[first + i]);
+                logs[i] = ktNormalDensity::held(logScales[first + i] - 0.5 * (z * z));
             }
             for (std::size_t i = 0; i < size; ++i) {
                 sum += logs[i];
@@ -129,7 +164,7 @@ kt_CategoryModelBayesian& kt_CategoryModelBayesian::operator=(const kt_CategoryM
 {
     kt_CategoryModelBayesian copy(other);
     kt_CategoryModel::operator=(other);
-    dropSingles();
+    dropPlan();
     groups_.swap(copy.groups_);
     densities_.swap(copy.densities_);
     return *this;
@@ -137,41 +172,44 @@ kt_CategoryModelBayesian& kt_CategoryModelBayesian::operator=(const kt_CategoryM
 
 kt_CategoryModelBayesian::~kt_CategoryModelBayesian()
 {
-    dropSingles();
+    dropPlan();
 }
 
-void kt_CategoryModelBayesian::dropSingles() noexcept
+void kt_CategoryModelBayesian::dropPlan() noexcept
 {
-    delete singles_.exchange(nullptr, std::memory_order_acquire);
+    delete plan_.exchange(nullptr, std::memory_order_acquire);
 }
 
-/// The single groups, if they are up to date. Densities are shared with copies of the model, which may have changed them.
-const kt_CategoryModelBayesian::Singles* kt_CategoryModelBayesian::singles() const
+const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
 {
-    const unsigned long revision = ktNormalDensity::evaluatedRevision();
-    if (const Singles* published = singles_.load(std::memory_order_acquire)) {
-        return published->revision == revision ? published : nullptr;
+    if (const Plan* published = plan_.load(std::memory_order_acquire)) {
+        return published;
     }
-    auto fresh = std::make_unique<Singles>();
     const std::size_t size = numGroups();
-    fresh->revision = revision;
-    fresh->runEnds.resize(size);
-    fresh->indices.resize(size);
-    fresh->constants.resize(size);
+    auto fresh = std::make_unique<Plan>(size);
     for (std::size_t i = size; i-- > 0;) {
         fresh->runEnds[i] = i;
+        const std::vector<long>& group = groups_[i];
         const auto* normal = densities_[i] ? exactly<kt_PDFMultivariateNormal>(*densities_[i]) : nullptr;
-        const bool isSingle = normal != nullptr && groups_[i].size() == 1 && groups_[i].front() >= 0;
-        if (isSingle && normal->state_.single(fresh->constants[i])) {
-            fresh->indices[i] = static_cast<std::size_t>(groups_[i].front());
-            fresh->reach = std::max(fresh->reach, fresh->indices[i] + 1);
+        if (normal == nullptr || group.empty() || *std::min_element(group.begin(), group.end()) < 0) {
+            continue;
+        }
+        fresh->normals[i] = &normal->state_;
+        const auto last = static_cast<std::size_t>(*std::max_element(group.begin(), group.end()));
+        fresh->reach = std::max(fresh->reach, last + 1);
+        ktNormalDensity::Single single;
+        if (group.size() == 1 && normal->state_.single(single)) {
+            fresh->indices[i] = last;
+            fresh->means[i] = single.mean;
+            fresh->inverseDeviations[i] = single.inverseDeviation;
+            fresh->logScales[i] = single.logScale;
             const bool joinsNext = i + 1 < size && fresh->runEnds[i + 1] > i + 1;
             fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
         }
     }
     // Several threads may have come this far; the first to publish wins.
-    const Singles* expected = nullptr;
-    if (singles_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
+    const Plan* expected = nullptr;
+    if (plan_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
         return fresh.release();
     }
     return expected;
@@ -197,16 +235,24 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
 {
     try {
         const std::vector<double>& values = pattern.featureMeasurements(false);
-        const Singles* side = pattern.numInvalid() == 0 ? singles() : nullptr;
-        if (side != nullptr && values.size() < side->reach) {
-            side = nullptr;
+        const Plan* whole = pattern.numInvalid() == 0 ? plan() : nullptr;
+        if (whole != nullptr && values.size() < whole->reach) {
+            whole = nullptr;
         }
+        // Densities are shared with copies of the model, through which they may have learnt since.
+        const bool knowsSingles = whole != nullptr && whole->revision == ktNormalDensity::evaluatedRevision();
+        const std::size_t size = numGroups();
         double sum = 0.0;
-        for (std::size_t i = 0; i < numGroups();) {
-            const std::size_t end = side != nullptr ? side->runEnds[i] : i;
-            if (end > i) {
-                sum = side->add(sum, i, end, values.data());
-                i = end;
+        for (std::size_t i = 0; i < size;) {
+            if (knowsSingles && whole->runEnds[i] > i) {
+                sum = whole->add(sum, i, whole->runEnds[i], values.data());
+                i = whole->runEnds[i];
+            } else if (whole != nullptr && whole->normals[i] != nullptr) {
+                double value = 0.0;
+                kt_throwOnFailure(
+                    whole->normals[i]->logDensity(values.data(), groups_[i].data(), groups_[i].size(), value));
+                sum += value;
+                ++i;
             } else {
                 sum += logValueOf(i, pattern);
                 ++i;
@@ -222,10 +268,13 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
 double kt_CategoryModelBayesian::logValueOf(std::size_t group, const ktFeaturePattern& pattern) const
 {
     kt_ProbabilityDensityFunction& density = *densities_[group];
-    kt_SubPattern part(pattern, groups_[group]);
     if (const auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        return normal->logValueAt(part.row());
+        double value = 0.0;
+        kt_throwOnFailure(
+            normal->state_.logDensity(GroupSource(pattern, groups_[group]), groups_[group].size(), value));
+        return value;
     }
+    kt_SubPattern part(pattern, groups_[group]);
     if (const auto* binomial = exactly<kt_PDFBinomial>(density)) {
         return binomial->logValueAt(part.row());
     }
@@ -258,7 +307,7 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         }
         throw;
     }
-    dropSingles();
+    dropPlan();
     for (std::size_t i = 0; i < size; ++i) {
         learn(i, part.take(pattern, groups_[i]));
     }
@@ -323,7 +372,7 @@ void kt_CategoryModelBayesian::serialize_(ktArchive& archive, unsigned char vers
     ktArchive::checkVersion(version);
     kt_CategoryModel::dispatchSerialize(archive);
     if (archive.isLoading()) {
-        dropSingles();
+        dropPlan();
     }
     archive || groups_ || densities_;
 }

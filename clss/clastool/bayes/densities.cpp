@@ -72,13 +72,6 @@ double logFactorial(std::int64_t m)
     return (x + 0.5) * std::log(x) - x + halfLogTwoPi + 1.0 / (12.0 * x) - 1.0 / (360.0 * x * x * x);
 }
 
-void throwOnFailure(long code)
-{
-    if (code != 0) {
-        kfThrowExceptionOnFailure(code);
-    }
-}
-
 [[noreturn]] void throwMultivariate()
 {
     throw ktClassifierDefs::NotImplemented("Multivariate Binomial Distributions are not implemented");
@@ -124,7 +117,7 @@ void kt_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<ktFeatu
     for (const ktFeaturePattern& pattern : patterns) {
         rows.push_back(parts.emplace_back(pattern).row());
     }
-    throwOnFailure(state_.accumulate(rows.data(), rows.size(), normalizer));
+    kt_throwOnFailure(state_.accumulate(rows.data(), rows.size(), normalizer));
 }
 
 void kt_PDFMultivariateNormal::updateWithData(const std::vector<ktFeaturePattern>& patterns)
@@ -140,18 +133,18 @@ double kt_PDFMultivariateNormal::logValue(const ktFeaturePattern& pattern) const
 double kt_PDFMultivariateNormal::logValueAt(const ktNormalDensity::Row& row) const
 {
     double value = 0.0;
-    throwOnFailure(state_.logDensity(row, value));
+    kt_throwOnFailure(state_.logDensity(row, value));
     return value;
 }
 
 void kt_PDFMultivariateNormal::prepareFor(const ktNormalDensity::Row& row)
 {
-    throwOnFailure(state_.prepare(row.size));
+    kt_throwOnFailure(state_.prepare(row.size));
 }
 
 void kt_PDFMultivariateNormal::learn(const ktNormalDensity::Row& row)
 {
-    throwOnFailure(state_.accumulate(&row, 1, 1.0));
+    kt_throwOnFailure(state_.accumulate(&row, 1, 1.0));
 }
 
 bool kt_PDFMultivariateNormal::isEquivalent(const kt_ProbabilityDensityFunction& other) const
@@ -239,12 +232,12 @@ void kt_PDFBinomial::prepareFor(const ktNormalDensity::Row& row)
         throwMultivariate();
     }
     requireWithinMaximum(row);
-    throwOnFailure(accumulator_.state_.prepare(1));
+    kt_throwOnFailure(accumulator_.state_.prepare(1));
 }
 
 void kt_PDFBinomial::learn(const ktNormalDensity::Row& row)
 {
-    throwOnFailure(accumulator_.state_.accumulate(&row, 1, maximum_));
+    kt_throwOnFailure(accumulator_.state_.accumulate(&row, 1, maximum_));
     estimate();
 }
 

@@ -8,6 +8,14 @@
 #include <cstddef>
 #include <vector>
 
+/// Raises a failing code of a density.
+inline void kt_throwOnFailure(long code)
+{
+    if (code != 0) {
+        kfThrowExceptionOnFailure(code);
+    }
+}
+
 /// The measurements of a pattern that one density sees, laid out for it without a pattern of their own on the heap.
 class kt_SubPattern {
 public:

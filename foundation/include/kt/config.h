@@ -31,8 +31,8 @@
 #define KT_API KT_IMPORT
 #endif
 
-// For the libraries' own use: hints and questions to the processor. Where a compiler has no word for them the hint is
-// nothing and the answer no.
+// For the libraries' own use: hints and questions to the processor, and two doubles that it works on at once, each as if
+// it were alone. Where a compiler has no word for them the hint is nothing, the answer no, and the two a structure.
 #if defined(__GNUC__)
 #define KT_PREFETCH(address) __builtin_prefetch(address)
 #define KT_LOWEST_BIT(bits) __builtin_ctzll(bits)
@@ -53,6 +53,25 @@ inline int kt_lowestBit(unsigned long long bits)
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false
+#endif
+
+#if defined(__GNUC__)
+typedef double kt_DoublePair __attribute__((vector_size(16)));
+#else
+struct kt_DoublePair {
+    double values[2];
+    double operator[](int index) const { return values[index]; }
+    kt_DoublePair operator*(const kt_DoublePair& other) const
+    {
+        return {{values[0] * other.values[0], values[1] * other.values[1]}};
+    }
+    kt_DoublePair& operator+=(const kt_DoublePair& other)
+    {
+        values[0] += other.values[0];
+        values[1] += other.values[1];
+        return *this;
+    }
+};
 #endif
 
 #if defined(KT_FOUNDATION_BUILD)

@@ -38,6 +38,19 @@ public:
         std::size_t size;
     };
 
+    /// A pattern that is not laid out for the density: told measurement by measurement.
+    class Source {
+    public:
+        /// Whether measurement `index` of the density is valid; then `value` takes it.
+        virtual bool measurement(std::size_t index, double& value) const = 0;
+
+    protected:
+        Source() = default;
+        Source(const Source&) = default;
+        Source& operator=(const Source&) = default;
+        ~Source() = default;
+    };
+
     ktNormalDensity() noexcept;
     ktNormalDensity(const ktNormalDensity& other);
     ktNormalDensity& operator=(const ktNormalDensity& other);
@@ -70,9 +83,16 @@ public:
     /// +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is valid.
     /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
     /// disagree.
-    /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation up
-    /// to 32 measurements.
+    /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation but
+    /// once a state: for the factorisation, and where more than 32 valid measurements are left beside invalid ones for their
+    /// working storage, of which there are as many as threads were at it at once.
     long logDensity(const Row& row, double& value) const;
+
+    /// The same for `size` valid measurements of a larger pattern: measurement i is `values[indices[i]]`.
+    long logDensity(const double* values, const long* indices, std::size_t size, double& value) const;
+
+    /// The same for `size` measurements, valid or not, told by the source, which is asked before anything is checked.
+    long logDensity(const Source& source, std::size_t size, double& value) const;
 
     /// What the density of a single measurement is evaluated with: its log density at x is
     /// `held(logScale - 0.5 * (z * z))`, z = inverseDeviation * (x - mean).
@@ -102,12 +122,18 @@ public:
 
 private:
     struct Factors;
+    struct Workspace;
+    class BorrowedWorkspace;
 
+    long refuse(std::size_t size) const noexcept;
     bool hasSize(std::size_t size) const noexcept;
     void learn(const Row& row, double normalizer) noexcept;
     const Factors& factors() const;
-    double logJoint(const Factors& all, const Row& row) const;
-    double logMarginal(const Factors& all, const Row& row, std::size_t numValid) const;
+    template <class ValueAt>
+    double logJoint(ValueAt valueAt) const;
+    double logMarginal(const Source& source, std::size_t numValid) const;
+    double logMarginal(const Factors& all, const Source& source, std::size_t numValid, std::size_t* kept, double* z,
+                       double* factor) const;
     void dropFactors() noexcept;
 
     ktNMMatrix mean_;
