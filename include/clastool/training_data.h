@@ -106,7 +106,10 @@ public:
     bool operator!=(const ktClassifierFrequencies& other) const { return !(*this == other); }
 
 private:
+    friend class kt_DecisionRule;
     friend ktArchive& operator||(ktArchive& archive, ktClassifierFrequencies& frequencies);
+
+    bool hasNoOverrides() const { return labels_.empty(); }
 
     long freqOverrideIndex_(long label) const;
 
@@ -126,7 +129,11 @@ public:
     /// [0, 1]. `expectedCost`: what deciding for the category is expected to cost, >= 0. NaN passes.
     /// Throws: ktClassifierDefs::BadLabel "Category labels must be >= 0", then for the match score and for the class score
     /// ktClassifierDefs::BadParams "Scores must be >= 0.0 and <= 1.0", then ktClassifierDefs::BadParams "Costs must be >= 0.0".
-    ktClassifierCategoryResult(long categoryLabel, double matchScore, double classScore, double expectedCost);
+    ktClassifierCategoryResult(long categoryLabel, double matchScore, double classScore, double expectedCost)
+        : label_(categoryLabel), matchScore_(matchScore), classScore_(classScore), expectedCost_(expectedCost)
+    {
+        check();
+    }
 
     long categoryLabel() const { return label_; }
     double matchScore() const { return matchScore_; }
@@ -138,6 +145,18 @@ public:
     bool operator!=(const ktClassifierCategoryResult& other) const { return !(*this == other); }
 
 private:
+    friend class kt_DecisionRule;
+
+    void check() const
+    {
+        const bool isScore = !(matchScore_ < 0.0 || matchScore_ > 1.0 || classScore_ < 0.0 || classScore_ > 1.0);
+        if (label_ < 0 || !isScore || expectedCost_ < 0.0) {
+            refuse();
+        }
+    }
+    // Says what is wrong.
+    [[noreturn]] void refuse() const;
+
     friend ktArchive& operator||(ktArchive& archive, ktClassifierCategoryResult& result);
 
     long label_ = 0;

@@ -41,5 +41,6 @@ public:
     static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
 
 private:
+    static double lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierFrequencies& frequencies);
     static void sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs);
 };

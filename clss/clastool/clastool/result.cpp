@@ -3,18 +3,12 @@
 #include "decision_rule.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace {
 
 using CategoryResult = ktClassifierCategoryResult;
-
-void requireScore(double score)
-{
-    if (score < 0.0 || score > 1.0) {
-        throw ktClassifierDefs::BadParams("Scores must be >= 0.0 and <= 1.0");
-    }
-}
 
 using Verdicts = kt_Scratch<kt_Verdict>;
 
@@ -27,6 +21,13 @@ void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
 
 void requireUniqueLabels(Verdicts& verdicts)
 {
+    bool isAscending = true;
+    for (std::size_t i = 1; i < verdicts.size(); ++i) {
+        isAscending &= verdicts[i - 1].category.categoryLabel() < verdicts[i].category.categoryLabel();
+    }
+    if (isAscending) {
+        return;
+    }
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
         for (std::size_t j = i + 1; j < verdicts.size(); ++j) {
             if (verdicts[i].category.categoryLabel() == verdicts[j].category.categoryLabel()) {
@@ -44,21 +45,9 @@ bool costsLess(const kt_Verdict& a, const kt_Verdict& b)
     return costA < costB || (std::isnan(costB) && !std::isnan(costA));
 }
 
-/// Equal costs keep their places, without the memory that std::stable_sort takes: few verdicts are sorted by insertion, more
-/// of them with their places as second key.
+/// Equal costs keep their places, without the memory that std::stable_sort takes.
 void sortByCost(Verdicts& verdicts)
 {
-    if (verdicts.size() <= 32) {
-        for (kt_Verdict* next = verdicts.begin(); next != verdicts.end(); ++next) {
-            const kt_Verdict inserted = *next;
-            kt_Verdict* place = next;
-            for (; place != verdicts.begin() && costsLess(inserted, place[-1]); --place) {
-                *place = place[-1];
-            }
-            *place = inserted;
-        }
-        return;
-    }
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
         verdicts[i].weight = static_cast<double>(i);
     }
@@ -67,22 +56,34 @@ void sortByCost(Verdicts& verdicts)
     });
 }
 
-/// Notes the priors as weights and returns their sum.
-double lookUpPriors(Verdicts& verdicts, const ktClassifierFrequencies& frequencies)
+/// Places the verdicts by ascending cost, equal costs in their order. A few of them find their places by counting who goes
+/// before whom: no step depends on how a comparison ended, so a processor need not guess.
+void placeByCost(std::vector<CategoryResult>& results, Verdicts& verdicts)
 {
-    double sum = 0.0;
-    for (kt_Verdict& verdict : verdicts) {
-        const long label = verdict.category.categoryLabel();
-        if (label < 0) {
-            throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
+    const std::size_t size = verdicts.size();
+    results.resize(size);
+    std::array<double, 32> costs;
+    bool areFewNumbers = size <= costs.size();
+    for (std::size_t i = 0; i < size && areFewNumbers; ++i) {
+        costs[i] = verdicts[i].category.expectedCost();
+        areFewNumbers = !std::isnan(costs[i]);
+    }
+    if (!areFewNumbers) {
+        sortByCost(verdicts);
+        std::transform(verdicts.begin(), verdicts.end(), results.begin(),
+                       [](const kt_Verdict& verdict) { return verdict.category; });
+        return;
+    }
+    for (std::size_t i = 0; i < size; ++i) {
+        std::size_t place = 0;
+        for (std::size_t j = 0; j < i; ++j) {
+            place += costs[j] <= costs[i] ? 1u : 0u;
         }
-        verdict.weight = frequencies.categoryFrequency(label);
-        sum += verdict.weight;
+        for (std::size_t j = i + 1; j < size; ++j) {
+            place += costs[j] < costs[i] ? 1u : 0u;
+        }
+        results[place] = verdicts[i].category;
     }
-    if (sum == 0.0) {
-        throw ktClassifierDefs::BadParams("At least one of the category frequencies must be > 0.");
-    }
-    return sum;
 }
 
 /// Turns the priors into unnormalised posteriors and returns their sum.
@@ -102,18 +103,17 @@ double weighByMatch(Verdicts& verdicts, double priorSum)
 
 }  // namespace
 
-ktClassifierCategoryResult::ktClassifierCategoryResult(long categoryLabel, double matchScore, double classScore,
-                                                       double expectedCost)
-    : label_(categoryLabel), matchScore_(matchScore), classScore_(classScore), expectedCost_(expectedCost)
+void ktClassifierCategoryResult::refuse() const
 {
-    if (categoryLabel < 0) {
+    if (label_ < 0) {
         throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
     }
-    requireScore(matchScore);
-    requireScore(classScore);
-    if (expectedCost < 0.0) {
-        throw ktClassifierDefs::BadParams("Costs must be >= 0.0");
+    for (const double score : {matchScore_, classScore_}) {
+        if (score < 0.0 || score > 1.0) {
+            throw ktClassifierDefs::BadParams("Scores must be >= 0.0 and <= 1.0");
+        }
     }
+    throw ktClassifierDefs::BadParams("Costs must be >= 0.0");
 }
 
 bool ktClassifierCategoryResult::operator==(const ktClassifierCategoryResult& other) const
@@ -176,42 +176,65 @@ void kt_DecisionRule::decide(ktClassifierResult& result, kt_Scratch<kt_Verdict>&
     const double sum = weighByMatch(verdicts, priorSum);
     sumCosts(verdicts, costs);
     for (kt_Verdict& verdict : verdicts) {
-        const CategoryResult& match = verdict.category;
-        verdict.category =
-            CategoryResult(match.categoryLabel(), match.matchScore(), verdict.weight / sum, verdict.cost / sum);
+        verdict.category.classScore_ = verdict.weight / sum;
+        verdict.category.expectedCost_ = verdict.cost / sum;
+        verdict.category.check();
     }
     conclude(result, verdicts, matchScoreFactorLog);
+}
+
+/// Notes the priors as weights and returns their sum.
+double kt_DecisionRule::lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierFrequencies& frequencies)
+{
+    const bool isUniform = frequencies.hasNoOverrides();
+    double sum = 0.0;
+    for (kt_Verdict& verdict : verdicts) {
+        const long label = verdict.category.categoryLabel();
+        if (label < 0) {
+            throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
+        }
+        verdict.weight = isUniform ? frequencies.defaultCategoryFrequency() : frequencies.categoryFrequency(label);
+        sum += verdict.weight;
+    }
+    if (sum == 0.0) {
+        throw ktClassifierDefs::BadParams("At least one of the category frequencies must be > 0.");
+    }
+    return sum;
 }
 
 /// What deciding for each category costs, not yet divided by the sum of the posteriors. Each sum takes its terms in
 /// ascending order of the true category.
 void kt_DecisionRule::sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs)
 {
-    for (kt_Verdict& verdict : verdicts) {
-        verdict.cost = 0.0;
-    }
+    const std::size_t size = verdicts.size();
+    kt_Scratch<double> scratch(size);
+    double* sums = scratch.data();
+    std::fill(sums, sums + size, 0.0);
     const bool isUniform = costs.hasNoOverrides();
-    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+    for (std::size_t i = 0; i < size; ++i) {
         const long truth = verdicts[i].category.categoryLabel();
         const double posterior = verdicts[i].weight;
         const double uniform = costs.defaultMisclassificationCost() * posterior;
-        for (std::size_t j = 0; j < verdicts.size(); ++j) {
-            if (i != j) {
-                const long decided = verdicts[j].category.categoryLabel();
-                verdicts[j].cost += isUniform ? uniform : costs.misclassificationCost(truth, decided) * posterior;
+        // Deciding for the truth costs nothing: its own sum is put back.
+        const double own = sums[i];
+        for (std::size_t j = 0; j < size && isUniform; ++j) {
+            sums[j] += uniform;
+        }
+        for (std::size_t j = 0; j < size && !isUniform; ++j) {
+            if (j != i) {
+                sums[j] += costs.misclassificationCost(truth, verdicts[j].category.categoryLabel()) * posterior;
             }
         }
+        sums[i] = own;
+    }
+    for (std::size_t j = 0; j < size; ++j) {
+        verdicts[j].cost = sums[j];
     }
 }
 
 void kt_DecisionRule::conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog)
 {
-    result.results_.reserve(verdicts.size());
-    sortByCost(verdicts);
-    result.results_.clear();
-    for (const kt_Verdict& verdict : verdicts) {
-        result.results_.push_back(verdict.category);
-    }
+    placeByCost(result.results_, verdicts);
     result.matchScoreFactorLog_ = matchScoreFactorLog;
 }
 

@@ -1,17 +1,26 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <memory>
+#include <new>
+#include <type_traits>
 
 /// Working storage of one call: on the stack for up to `Small` elements, one allocation beyond. Numbers start with any
 /// value. For the library's own use.
 template <class T, std::size_t Small = 32>
 class kt_Scratch {
-public:
-    explicit kt_Scratch(std::size_t size) : size_(size), large_(size > Small ? new T[size] : nullptr) {}
+    static_assert(std::is_trivially_destructible_v<T>, "elements upon the stack are not destroyed");
 
-    T* data() noexcept { return large_ ? large_.get() : small_.data(); }
+public:
+    explicit kt_Scratch(std::size_t size) : size_(size), large_(size > Small ? new T[size] : nullptr)
+    {
+        // Not the rest of the stack's share, which would take longer than many a call works.
+        if (!large_) {
+            std::uninitialized_default_construct_n(reinterpret_cast<T*>(small_), size);
+        }
+    }
+
+    T* data() noexcept { return large_ ? large_.get() : std::launder(reinterpret_cast<T*>(small_)); }
     T* begin() noexcept { return data(); }
     T* end() noexcept { return data() + size_; }
     T& operator[](std::size_t index) noexcept { return data()[index]; }
@@ -20,5 +29,5 @@ public:
 private:
     std::size_t size_;
     std::unique_ptr<T[]> large_;
-    std::array<T, Small> small_;
+    alignas(T) unsigned char small_[Small * sizeof(T)];
 };
