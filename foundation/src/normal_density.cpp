@@ -169,6 +169,66 @@ double squaredLength(const double* factor, double* z, std::size_t size)
     return squares;
 }
 
+kt_DoublePair pairAt(const double* values)
+{
+    kt_DoublePair pair;
+    std::memcpy(&pair, values, sizeof pair);
+    return pair;
+}
+
+kt_DoublePair pairOf(double value)
+{
+    const kt_DoublePair pair = {value, value};
+    return pair;
+}
+
+/// How many densities of one measurement learn at once.
+constexpr std::size_t sideBySide = 32;
+
+/// What a learning step divides by and what of the covariance it keeps.
+struct Step {
+    double n;
+    double r;
+};
+
+/// Counts one up.
+Step nextStep(long& count)
+{
+    count = std::min(count, largestCount - 1) + 1;
+    const auto n = static_cast<double>(count);
+    return {n, (n - 2.0) / (n - 1.0)};
+}
+
+/// How many rows are learnt in one pass over the covariance.
+constexpr std::size_t rowsAtOnce = 4;
+
+/// One row of the covariance, up to its diagonal, in `Rows` learning steps. `d` and `e` hold the differences of each step
+/// and their parts, `stride` apart.
+template <std::size_t Rows>
+void addProducts(double* row, std::size_t index, const Step* steps, const double* d, const double* e,
+                 std::size_t stride)
+{
+    kt_DoublePair r[Rows];
+    kt_DoublePair difference[Rows];
+    for (std::size_t k = 0; k < Rows; ++k) {
+        r[k] = pairOf(steps[k].r);
+        difference[k] = pairOf(d[k * stride + index]);
+    }
+    std::size_t j = 0;
+    for (; j < index; j += 2) {
+        kt_DoublePair sum = pairAt(row + j);
+        for (std::size_t k = 0; k < Rows; ++k) {
+            sum = sum * r[k] + difference[k] * pairAt(e + k * stride + j);
+        }
+        std::memcpy(row + j, &sum, sizeof sum);
+    }
+    if (j == index) {
+        for (std::size_t k = 0; k < Rows; ++k) {
+            row[j] = row[j] * steps[k].r + d[k * stride + index] * e[k * stride + j];
+        }
+    }
+}
+
 /// How many rows of a whitening matrix are worked on at once: enough that no sum waits for its last addition.
 constexpr std::size_t lanes = 8;
 
@@ -212,7 +272,7 @@ public:
         kt_DoublePair sum2 = sums_[2];
         kt_DoublePair sum3 = sums_[3];
         for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
-            const kt_DoublePair difference = {differences[j], differences[j]};
+            const kt_DoublePair difference = pairOf(differences[j]);
             sum0 += pairAt(weights) * difference;
             sum1 += pairAt(weights + 2) * difference;
             sum2 += pairAt(weights + 4) * difference;
@@ -236,13 +296,6 @@ public:
     }
 
 private:
-    static kt_DoublePair pairAt(const double* values)
-    {
-        kt_DoublePair pair;
-        std::memcpy(&pair, values, sizeof pair);
-        return pair;
-    }
-
     kt_DoublePair sums_[lanes / 2] = {};
 };
 
@@ -389,8 +442,9 @@ long ktNormalDensity::prepare(std::size_t size)
     if (!isUnused() && !hasSize(size)) {
         return sizesDisagree;
     }
-    if (deviations_.size() < size) {
-        deviations_.resize(size);
+    const std::size_t needed = (2 * rowsAtOnce + 1) * size;
+    if (working_.size() < needed) {
+        working_.resize(needed);
     }
     if (isUnused()) {
         const long n = static_cast<long>(size);
@@ -423,34 +477,125 @@ long ktNormalDensity::accumulate(const Row* rows, std::size_t numRows, double no
 
 void ktNormalDensity::learn(const Row& row, double normalizer) noexcept
 {
-    double* mean = mean_.data();
-    double* covariance = covariance_.data();
-    double* d = deviations_.data();
-    const std::size_t size = row.size;
-    for (std::size_t i = 0; i < size; ++i) {
-        d[i] = row.values[i] / normalizer;
-        if (!row.valid[i] || !std::isfinite(d[i])) {
+    double* values = working_.data();
+    for (std::size_t i = 0; i < row.size; ++i) {
+        values[i] = row.values[i] / normalizer;
+        if (!row.valid[i] || !std::isfinite(values[i])) {
             return;
         }
     }
-    dropFactors();
-    if (count_ < 1) {
-        std::copy(d, d + size, mean);
-        std::fill(covariance, covariance + size * size, 0.0);
-        count_ = 1;
+    learnRows(values, 1);
+}
+
+/// The first row.
+void ktNormalDensity::begin(const double* values) noexcept
+{
+    const auto size = static_cast<std::size_t>(mean_.numRows());
+    std::copy(values, values + size, mean_.data());
+    std::fill(covariance_.data(), covariance_.data() + size * size, 0.0);
+    count_ = 1;
+}
+
+/// The next rows, in the lower triangle of the covariance alone.
+template <std::size_t Rows>
+void ktNormalDensity::learnTogether(const double* rows) noexcept
+{
+    const auto size = static_cast<std::size_t>(mean_.numRows());
+    double* mean = mean_.data();
+    double* d = working_.data() + size;
+    double* e = d + rowsAtOnce * size;
+    Step steps[Rows];
+    for (std::size_t k = 0; k < Rows; ++k) {
+        steps[k] = nextStep(count_);
+        const double n = steps[k].n;
+        for (std::size_t i = 0; i < size; ++i) {
+            d[k * size + i] = rows[k * size + i] - mean[i];
+        }
+        for (std::size_t i = 0; i < size; ++i) {
+            e[k * size + i] = d[k * size + i] / n;
+        }
+        for (std::size_t i = 0; i < size; ++i) {
+            mean[i] = mean[i] + e[k * size + i];
+        }
+    }
+    for (std::size_t i = 0; i < size; ++i) {
+        addProducts<Rows>(covariance_.data() + i * size, i, steps, d, e, size);
+    }
+}
+
+void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcept
+{
+    const auto size = static_cast<std::size_t>(mean_.numRows());
+    if (numRows == 0) {
         return;
     }
-    count_ = std::min(count_, largestCount - 1) + 1;
-    const auto n = static_cast<double>(count_);
-    for (std::size_t i = 0; i < size; ++i) {
-        d[i] -= mean[i];
+    dropFactors();
+    if (count_ < 1) {
+        begin(rows);
+        --numRows;
+        rows += size;
+    }
+    double* covariance = covariance_.data();
+    for (; numRows >= rowsAtOnce; numRows -= rowsAtOnce, rows += rowsAtOnce * size) {
+        learnTogether<rowsAtOnce>(rows);
+    }
+    for (; numRows > 0; --numRows, rows += size) {
+        learnTogether<1>(rows);
     }
     for (std::size_t i = 0; i < size; ++i) {
-        for (std::size_t j = 0; j < size; ++j) {
-            double& element = covariance[i * size + j];
-            element = (element * (n - 2.0)) / (n - 1.0) + d[i] * d[j] / n;
+        for (std::size_t j = 0; j < i; ++j) {
+            covariance[j * size + i] = covariance[i * size + j];
         }
-        mean[i] = mean[i] + d[i] / n;
+    }
+}
+
+void ktNormalDensity::learnColumns(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
+                                   std::size_t numRows) noexcept
+{
+    for (std::size_t first = 0; first < numDensities;) {
+        const long count = densities[first]->count_;
+        std::size_t end = first + 1;
+        while (end < numDensities && end < first + sideBySide && densities[end]->count_ == count) {
+            ++end;
+        }
+        learnEqualCounts(densities + first, end - first, rows + first, numRows, numDensities);
+        first = end;
+    }
+}
+
+/// The steps of learnRows for single measurements, side by side.
+void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
+                                       std::size_t numRows, std::size_t stride) noexcept
+{
+    if (numRows == 0) {
+        return;
+    }
+    double mean[sideBySide];
+    double variance[sideBySide];
+    const bool isFirst = densities[0]->count_ < 1;
+    for (std::size_t i = 0; i < numDensities; ++i) {
+        densities[i]->dropFactors();
+        if (isFirst) {
+            densities[i]->begin(rows + i);
+        }
+        mean[i] = densities[i]->mean_.data()[0];
+        variance[i] = densities[i]->covariance_.data()[0];
+    }
+    long count = densities[0]->count_;
+    for (std::size_t row = isFirst ? 1 : 0; row < numRows; ++row) {
+        const Step step = nextStep(count);
+        const double* values = rows + row * stride;
+        for (std::size_t i = 0; i < numDensities; ++i) {
+            const double d = values[i] - mean[i];
+            const double e = d / step.n;
+            variance[i] = variance[i] * step.r + d * e;
+            mean[i] = mean[i] + e;
+        }
+    }
+    for (std::size_t i = 0; i < numDensities; ++i) {
+        densities[i]->mean_.data()[0] = mean[i];
+        densities[i]->covariance_.data()[0] = variance[i];
+        densities[i]->count_ = count;
     }
 }
 

@@ -368,6 +368,7 @@ protected:
 
 private:
     friend class kt_ClassifierBayesian;
+    friend class kt_Lessons;
 
     struct Plan;
 
@@ -376,6 +377,7 @@ private:
 
     std::size_t numGroups() const;
     std::size_t groupSizes() const;
+    ktNormalDensity* normalOf(std::size_t group) const;
     ktNormalDensity* stateOf(std::size_t group) const;
     const Plan* plan() const;
     void dropPlan() noexcept;
@@ -458,9 +460,8 @@ private:
     static ktPersistent* make();
     static const kt_Instantiator sExemplar;
 
-    void learn(const ktFeaturePattern& pattern, long label, long numMeasurements,
-               const ktClassifierTrainParamsBayesian& params);
-    static kt_CategoryModel* newModel(long label, long numMeasurements, const ktClassifierTrainParamsBayesian& params);
+    static kt_CategoryModelBayesian* newModel(long label, long numMeasurements,
+                                              const ktClassifierTrainParamsBayesian& params);
 
     std::vector<long> labels_;
     std::vector<ktPtrHandle<kt_CategoryModel>> models_;

@@ -313,6 +313,13 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
     }
 }
 
+/// The state of the group's density, or null if that is not a normal one.
+ktNormalDensity* kt_CategoryModelBayesian::normalOf(std::size_t group) const
+{
+    auto* normal = exactly<kt_PDFMultivariateNormal>(*densities_[group]);
+    return normal != nullptr ? &normal->state_ : nullptr;
+}
+
 /// The state that the group's density learns with, or null for a class of the caller's own.
 ktNormalDensity* kt_CategoryModelBayesian::stateOf(std::size_t group) const
 {

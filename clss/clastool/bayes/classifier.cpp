@@ -2,10 +2,12 @@
 
 #include "../clastool/decision_rule.h"
 #include "../clastool/grow.h"
+#include "lessons.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 
 namespace {
 
@@ -95,33 +97,34 @@ void kt_ClassifierBayesian::train_(const ktClassifierDataProvider& provider, con
         return;
     }
     const long numMeasurements = data.numMeasurements();
+    // The lessons of each model; the first pattern of a category is not among them, it makes the densities' sizes known.
+    std::vector<std::unique_ptr<kt_Lessons>> lessons;
     for (long i = 0; i < numPatterns; ++i) {
         const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
         const long label = data.categoryLabel(i);
-        if (label != -1) {
-            learn(*pattern, label, numMeasurements, bayesian);
+        if (label == -1) {
+            continue;
         }
+        const auto known = static_cast<std::size_t>(std::find(labels_.begin(), labels_.end(), label) - labels_.begin());
+        if (known == labels_.size()) {
+            const ktPtrHandle<kt_CategoryModelBayesian> model = newModel(label, numMeasurements, bayesian);
+            model->adapt(*pattern, nullptr, 0);
+            kt_makeRoomForOne(labels_, models_, lessons);
+            labels_.push_back(label);
+            models_.push_back(model);
+            lessons.emplace_back();
+            continue;
+        }
+        if (!lessons[known]) {
+            lessons[known] = std::make_unique<kt_Lessons>(static_cast<kt_CategoryModelBayesian&>(*models_[known]));
+        }
+        lessons[known]->add(*pattern);
     }
-}
-
-void kt_ClassifierBayesian::learn(const ktFeaturePattern& pattern, long label, long numMeasurements,
-                                  const ktClassifierTrainParamsBayesian& params)
-{
-    const auto known = std::find(labels_.begin(), labels_.end(), label);
-    if (known != labels_.end()) {
-        models_[static_cast<std::size_t>(known - labels_.begin())]->adapt(pattern, nullptr, 0);
-        return;
-    }
-    const ktPtrHandle<kt_CategoryModel> model = newModel(label, numMeasurements, params);
-    model->adapt(pattern, nullptr, 0);
-    kt_makeRoomForOne(labels_, models_);
-    labels_.push_back(label);
-    models_.push_back(model);
 }
 
 /// Every measurement that no group has yet starts one: its dependency set if it is in one, else itself alone.
-kt_CategoryModel* kt_ClassifierBayesian::newModel(long label, long numMeasurements,
-                                                  const ktClassifierTrainParamsBayesian& params)
+kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMeasurements,
+                                                          const ktClassifierTrainParamsBayesian& params)
 {
     const ktClassifierDistributionTypes& types = params.distributionTypes();
     std::vector<std::vector<long>> groups;

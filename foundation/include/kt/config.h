@@ -65,12 +65,11 @@ struct kt_DoublePair {
     {
         return {{values[0] * other.values[0], values[1] * other.values[1]}};
     }
-    kt_DoublePair& operator+=(const kt_DoublePair& other)
+    kt_DoublePair operator+(const kt_DoublePair& other) const
     {
-        values[0] += other.values[0];
-        values[1] += other.values[1];
-        return *this;
+        return {{values[0] + other.values[0], values[1] + other.values[1]}};
     }
+    kt_DoublePair& operator+=(const kt_DoublePair& other) { return *this = *this + other; }
 };
 #endif
 

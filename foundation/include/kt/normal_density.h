@@ -10,10 +10,10 @@
 /// A multivariate normal density that learns one pattern at a time: mean, covariance and count, in memory exactly as in an
 /// archive, so that a reloaded state goes on bit for bit where the stored one stood.
 ///
-/// Learning, with n the new count and d = x - old mean, covariance first, then mean:
+/// Learning, with n the new count, d = x - old mean, e = d / n and r = (n-2) / (n-1):
 ///
 ///     n = 1:  mean = x, cov = 0
-///     n > 1:  cov[i][j] = (cov[i][j] (n-2)) / (n-1) + d[i] d[j] / n,   mean[i] = mean[i] + d[i] / n
+///     n > 1:  cov[i][j] = cov[j][i] = cov[i][j] r + d[i] e[j] for j <= i,   mean[i] = mean[i] + e[i]
 ///
 /// which is the unbiased covariance. The count saturates at 2^31 - 1. See: B. P. Welford, "Note on a method for calculating
 /// corrected sums of squares and products", 1962; T. F. Chan, G. H. Golub, R. J. LeVeque, "Algorithms for computing the
@@ -79,6 +79,14 @@ public:
     /// Returns 0x80000B62 if it is another one.
     long prepare(std::size_t size);
 
+    /// Learns `numRows` rows of finite values, one after the other in memory; the same bits as learning them one by one.
+    /// Requires: `prepare` for the rows' size has succeeded.
+    void learnRows(const double* rows, std::size_t numRows) noexcept;
+
+    /// The same for several densities of one measurement each: density i takes column i of the rows.
+    static void learnColumns(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
+                             std::size_t numRows) noexcept;
+
     /// ln of the density at the row; invalid values are marginalised: the joint density of the valid ones. Held within
     /// +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is valid.
     /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
@@ -128,6 +136,11 @@ private:
     long refuse(std::size_t size) const noexcept;
     bool hasSize(std::size_t size) const noexcept;
     void learn(const Row& row, double normalizer) noexcept;
+    void begin(const double* values) noexcept;
+    template <std::size_t Rows>
+    void learnTogether(const double* rows) noexcept;
+    static void learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
+                                 std::size_t numRows, std::size_t stride) noexcept;
     const Factors& factors() const;
     template <class ValueAt>
     double logJoint(ValueAt valueAt) const;
@@ -140,7 +153,7 @@ private:
     ktNMMatrix covariance_;
     long count_ = 0;
     // Working storage of a learning step, kept so that a step cannot run out of memory half way.
-    std::vector<double> deviations_;
+    std::vector<double> working_;
     mutable std::atomic<const Factors*> factors_{nullptr};
     static std::atomic<unsigned long> evaluatedRevision_;
 };

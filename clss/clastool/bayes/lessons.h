@@ -1,0 +1,112 @@
+#pragma once
+
+#include <clastool/bayes.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+/// The patterns that a category model has still to learn in a training. They are collected and learnt together, to the bits
+/// of learning them one by one: what a density does once a call then counts for many patterns, and the groups of a single
+/// measurement learn side by side.
+///
+/// Only patterns that the model is sure to learn wait here: all densities are normal, all measurements valid and finite. The
+/// model adapts to others at once, after it has learnt those that wait.
+class kt_Lessons {
+public:
+    /// Requires: the model has adapted to a pattern, so that its densities know their sizes.
+    explicit kt_Lessons(kt_CategoryModelBayesian& model) : model_(model)
+    {
+        Block singles;
+        std::size_t total = 0;
+        for (std::size_t i = 0; i < model.numGroups(); ++i) {
+            const std::vector<long>& group = model.groups_[i];
+            ktNormalDensity* state = model.normalOf(i);
+            areNormal_ = areNormal_ && state != nullptr;
+            if (group.size() == 1) {
+                singles.states.push_back(state);
+                singles.indices.push_back(group.front());
+            } else {
+                blocks_.push_back({{state}, group, {}});
+            }
+            total += group.size();
+        }
+        blocks_.push_back(std::move(singles));
+        if (areNormal_ && total > 0) {
+            // So few that they stay in the nearest cache, and that many categories need little memory.
+            most_ = std::clamp<std::size_t>(1024 / total, 1, 32);
+            for (Block& block : blocks_) {
+                block.rows.resize(most_ * block.indices.size());
+            }
+        }
+    }
+
+    /// Whatever ends a training: what was taught is learnt.
+    ~kt_Lessons() { finish(); }
+    kt_Lessons(const kt_Lessons&) = delete;
+    kt_Lessons& operator=(const kt_Lessons&) = delete;
+
+    /// Throws: what kt_CategoryModelBayesian::adapt throws.
+    void add(const ktFeaturePattern& pattern)
+    {
+        if (!takes(pattern)) {
+            finish();
+            model_.adapt(pattern, nullptr, 0);
+        } else if (++numRows_ == most_) {
+            finish();
+        }
+    }
+
+private:
+    /// One density and its group, or the single measurements and their densities; `rows` holds the patterns' values.
+    struct Block {
+        std::vector<ktNormalDensity*> states;
+        std::vector<long> indices;
+        std::vector<double> rows;
+    };
+
+    /// Lays out the pattern behind those that wait, unless it cannot wait.
+    bool takes(const ktFeaturePattern& pattern)
+    {
+        if (most_ == 0 || pattern.numInvalid() != 0) {
+            return false;
+        }
+        const std::vector<double>& values = pattern.featureMeasurements(false);
+        bool areFinite = true;
+        for (Block& block : blocks_) {
+            double* row = block.rows.data() + numRows_ * block.indices.size();
+            for (const long index : block.indices) {
+                // A negative index becomes one past every end.
+                if (static_cast<std::size_t>(index) >= values.size()) {
+                    return false;
+                }
+                const double value = values[static_cast<std::size_t>(index)];
+                areFinite &= value - value == 0.0;
+                *row++ = value;
+            }
+        }
+        return areFinite;
+    }
+
+    void finish() noexcept
+    {
+        if (numRows_ == 0) {
+            return;
+        }
+        for (const Block& block : blocks_) {
+            if (block.states.size() == block.indices.size()) {
+                ktNormalDensity::learnColumns(block.states.data(), block.states.size(), block.rows.data(), numRows_);
+            } else {
+                block.states.front()->learnRows(block.rows.data(), numRows_);
+            }
+        }
+        numRows_ = 0;
+    }
+
+    kt_CategoryModelBayesian& model_;
+    bool areNormal_ = true;
+    std::vector<Block> blocks_;
+    std::size_t most_ = 0;
+    std::size_t numRows_ = 0;
+};
