@@ -169,17 +169,33 @@ double squaredLength(const double* factor, double* z, std::size_t size)
     return squares;
 }
 
-kt_DoublePair pairAt(const double* values)
+// A double or a pair of them, from memory and back, or one value in all places.
+
+template <class Number>
+Number at(const double* values)
 {
-    kt_DoublePair pair;
-    std::memcpy(&pair, values, sizeof pair);
-    return pair;
+    Number number;
+    std::memcpy(&number, values, sizeof number);
+    return number;
 }
 
-kt_DoublePair pairOf(double value)
+template <class Number>
+void put(double* values, const Number& number)
 {
-    const kt_DoublePair pair = {value, value};
-    return pair;
+    std::memcpy(values, &number, sizeof number);
+}
+
+template <class Number>
+Number all(double value)
+{
+    const Number number = {value, value};
+    return number;
+}
+
+template <>
+double all<double>(double value)
+{
+    return value;
 }
 
 /// How many densities of one measurement learn at once.
@@ -202,32 +218,64 @@ Step nextStep(long& count)
 /// How many rows are learnt in one pass over the covariance.
 constexpr std::size_t rowsAtOnce = 4;
 
-/// One row of the covariance, up to its diagonal, in `Rows` learning steps. `d` and `e` hold the differences of each step
-/// and their parts, `stride` apart.
+/// Learning steps: row k of `d` and `e` holds the differences from the mean and their parts in step k.
 template <std::size_t Rows>
-void addProducts(double* row, std::size_t index, const Step* steps, const double* d, const double* e,
-                 std::size_t stride)
-{
-    kt_DoublePair r[Rows];
-    kt_DoublePair difference[Rows];
-    for (std::size_t k = 0; k < Rows; ++k) {
-        r[k] = pairOf(steps[k].r);
-        difference[k] = pairOf(d[k * stride + index]);
-    }
-    std::size_t j = 0;
-    for (; j < index; j += 2) {
-        kt_DoublePair sum = pairAt(row + j);
+struct Steps {
+    Step of[Rows];
+    double* d;
+    double* e;
+    std::size_t size;
+
+    /// Takes element `index` of the mean through the steps; `rows` are the patterns. `Number` is a double or a pair.
+    template <class Number>
+    void addToMean(double* mean, const double* rows, std::size_t index) const
+    {
+        Number m = at<Number>(mean + index);
         for (std::size_t k = 0; k < Rows; ++k) {
-            sum = sum * r[k] + difference[k] * pairAt(e + k * stride + j);
+            const Number difference = at<Number>(rows + k * size + index) - m;
+            const Number part = difference / all<Number>(of[k].n);
+            m = m + part;
+            put(d + k * size + index, difference);
+            put(e + k * size + index, part);
         }
-        std::memcpy(row + j, &sum, sizeof sum);
+        put(mean + index, m);
     }
-    if (j == index) {
+
+    void addToMean(double* mean, const double* rows) const
+    {
+        std::size_t i = 0;
+        for (; i + 1 < size; i += 2) {
+            addToMean<kt_DoublePair>(mean, rows, i);
+        }
+        if (i < size) {
+            addToMean<double>(mean, rows, i);
+        }
+    }
+
+    /// Takes row `index` of the covariance, up to its diagonal, through the steps.
+    void addToRow(double* row, std::size_t index) const
+    {
+        kt_DoublePair r[Rows];
+        kt_DoublePair difference[Rows];
         for (std::size_t k = 0; k < Rows; ++k) {
-            row[j] = row[j] * steps[k].r + d[k * stride + index] * e[k * stride + j];
+            r[k] = all<kt_DoublePair>(of[k].r);
+            difference[k] = all<kt_DoublePair>(d[k * size + index]);
+        }
+        std::size_t j = 0;
+        for (; j < index; j += 2) {
+            kt_DoublePair sum = at<kt_DoublePair>(row + j);
+            for (std::size_t k = 0; k < Rows; ++k) {
+                sum = sum * r[k] + difference[k] * at<kt_DoublePair>(e + k * size + j);
+            }
+            put(row + j, sum);
+        }
+        if (j == index) {
+            for (std::size_t k = 0; k < Rows; ++k) {
+                row[j] = row[j] * of[k].r + d[k * size + index] * e[k * size + j];
+            }
         }
     }
-}
+};
 
 /// How many rows of a whitening matrix are worked on at once: enough that no sum waits for its last addition.
 constexpr std::size_t lanes = 8;
@@ -272,11 +320,11 @@ public:
         kt_DoublePair sum2 = sums_[2];
         kt_DoublePair sum3 = sums_[3];
         for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
-            const kt_DoublePair difference = pairOf(differences[j]);
-            sum0 += pairAt(weights) * difference;
-            sum1 += pairAt(weights + 2) * difference;
-            sum2 += pairAt(weights + 4) * difference;
-            sum3 += pairAt(weights + 6) * difference;
+            const kt_DoublePair difference = all<kt_DoublePair>(differences[j]);
+            sum0 += at<kt_DoublePair>(weights) * difference;
+            sum1 += at<kt_DoublePair>(weights + 2) * difference;
+            sum2 += at<kt_DoublePair>(weights + 4) * difference;
+            sum3 += at<kt_DoublePair>(weights + 6) * difference;
         }
         sums_[0] = sum0;
         sums_[1] = sum1;
@@ -501,25 +549,14 @@ template <std::size_t Rows>
 void ktNormalDensity::learnTogether(const double* rows) noexcept
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
-    double* mean = mean_.data();
     double* d = working_.data() + size;
-    double* e = d + rowsAtOnce * size;
-    Step steps[Rows];
-    for (std::size_t k = 0; k < Rows; ++k) {
-        steps[k] = nextStep(count_);
-        const double n = steps[k].n;
-        for (std::size_t i = 0; i < size; ++i) {
-            d[k * size + i] = rows[k * size + i] - mean[i];
-        }
-        for (std::size_t i = 0; i < size; ++i) {
-            e[k * size + i] = d[k * size + i] / n;
-        }
-        for (std::size_t i = 0; i < size; ++i) {
-            mean[i] = mean[i] + e[k * size + i];
-        }
+    Steps<Rows> steps = {{}, d, d + rowsAtOnce * size, size};
+    for (Step& step : steps.of) {
+        step = nextStep(count_);
     }
+    steps.addToMean(mean_.data(), rows);
     for (std::size_t i = 0; i < size; ++i) {
-        addProducts<Rows>(covariance_.data() + i * size, i, steps, d, e, size);
+        steps.addToRow(covariance_.data() + i * size, i);
     }
 }
 

@@ -65,6 +65,14 @@ struct kt_DoublePair {
     {
         return {{values[0] * other.values[0], values[1] * other.values[1]}};
     }
+    kt_DoublePair operator-(const kt_DoublePair& other) const
+    {
+        return {{values[0] - other.values[0], values[1] - other.values[1]}};
+    }
+    kt_DoublePair operator/(const kt_DoublePair& other) const
+    {
+        return {{values[0] / other.values[0], values[1] / other.values[1]}};
+    }
     kt_DoublePair operator+(const kt_DoublePair& other) const
     {
         return {{values[0] + other.values[0], values[1] + other.values[1]}};
