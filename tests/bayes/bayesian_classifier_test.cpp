@@ -9,6 +9,8 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
+#include <numeric>
 
 namespace {
 
@@ -111,6 +113,63 @@ TEST(BayesianTraining, EachModelLearnsThePatternsOfItsLabelInOrder)
         EXPECT_TRUE(modelOf(fields, i) == expected);
         EXPECT_EQ(fieldsOf(modelOf(fields, i)).groups, Sets({{0}, {1}}));
     }
+}
+
+TEST(BayesianTraining, ModelsLearnTheBitsOfAdaptingToOnePatternAfterAnother)
+{
+    const kt_test::Rows rows = kt_test::TrainingSet{400, 6, 3.0, 10.0, 40}.rows();
+    const Sets groups = {{0}, {1, 4, 5}, {2}, {3}};
+    for (const auto last : {Types::eNormal, Types::eBinomial}) {
+        Data data;
+        Types types;
+        std::map<long, kt_CategoryModelBayesian> expected;
+        for (long label = 0; label < 3; ++label) {
+            types.setDependent(label, {1, 4, 5});
+            types.distributionTypeOverride(label, 3, last);
+            expected.emplace(label, kt_CategoryModelBayesian(
+                                        label, groups, {Types::eNormal, Types::eNormal, Types::eNormal, last}, {}));
+        }
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            std::vector<double> values = rows[i];
+            values[3] = 0.5 + values[3] / 1e3;
+            values[2] = i % 50 == 7 ? infinity : i % 70 == 9 ? nan : values[2];
+            const ktPtrHandle_const<ktFeaturePattern> made = new ktFeaturePattern(values, i % 30 == 0   ? Indices{0}
+                                                                                          : i % 41 == 2 ? Indices{4}
+                                                                                                        : Indices());
+            const long label = i % 5 == 0 ? 0 : i % 3 == 0 ? 1 : 2;
+            data.addData(made, label);
+            expected.at(label).adapt(*made, nullptr, 0);
+        }
+        OpenBayesian classifier;
+        classifier.train(data, Params(types));
+        const ClassifierFields fields = fieldsOf(classifier);
+        ASSERT_EQ(fields.models.size(), 3u);
+        for (std::size_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(kt_test::store(modelOf(fields, i)), kt_test::store(expected.at(fields.labels[i])));
+        }
+    }
+}
+
+TEST(BayesianTraining, FailureLeavesWhatWasTaughtBeforeIt)
+{
+    const kt_test::Rows rows = kt_test::TrainingSet{75, 2, 3.0, 10.0, 41}.rows();
+    Data data;
+    kt_CategoryModelBayesian expected(0, {{0}, {1}}, {Types::eNormal, Types::eNormal}, {});
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const ktPtrHandle_const<ktFeaturePattern> made = new ktFeaturePattern(rows[i], {});
+        data.addData(made, i == 70 ? 1 : 0);
+        if (i < 70) {
+            expected.adapt(*made, nullptr, 0);
+        }
+    }
+    Types types;
+    types.distributionTypeOverride(1, 0, Types::ePoisson);
+    OpenBayesian classifier;
+    expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented", 0x10004205,
+                                                   [&] { classifier.train(data, Params(types)); });
+    const ClassifierFields fields = fieldsOf(classifier);
+    EXPECT_EQ(fields.labels, Indices({0}));
+    EXPECT_EQ(kt_test::store(modelOf(fields, 0)), kt_test::store(expected));
 }
 
 TEST(BayesianTraining, PatternsOfAnUnknownCategoryAreSkipped)
@@ -868,6 +927,29 @@ TEST_F(BayesianRun, AllocatesNothingInSteadyState)
         const long expected = categories <= 32 ? 0 : 1;
         EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(whole, result); }), expected) << categories;
         EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(part, result); }), expected) << categories;
+    }
+}
+
+TEST_F(BayesianRun, AllocatesNothingForGroupsOfAnySize)
+{
+    for (const std::size_t size : {1u, 2u, 16u, 33u, 100u}) {
+        SCOPED_TRACE(size);
+        std::vector<long> all(size);
+        std::iota(all.begin(), all.end(), 0);
+        Types types;
+        types.setDependent(0, all);
+        types.setDependent(1, all);
+        const kt_test::Rows rows = kt_test::TrainingSet{20, size, 0.0, 3.0, 42}.rows();
+        std::vector<Labelled> labelled;
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            labelled.push_back({rows[i], static_cast<long>(i % 2)});
+        }
+        const OpenBayesian classifier = trained(labelled, Params(types));
+        ktClassifierResult result;
+        classifier.run(pattern(rows[0]), result);
+        for (const ktFeaturePattern& query : {pattern(rows[1]), pattern(rows[1], {0}), pattern({})}) {
+            EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(query, result); }), 0);
+        }
     }
 }
 

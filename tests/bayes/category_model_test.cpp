@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace {
 
@@ -464,6 +465,44 @@ TEST(CategoryModel, MatchScoreAllocatesNothingOnceTheDensitiesWereEvaluated)
     EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(model, part); }), 0);
 }
 
+TEST(CategoryModel, MatchScoreAllocatesNothingForGroupsOfAnySize)
+{
+    for (const std::size_t size : {1u, 2u, 16u, 33u, 100u}) {
+        SCOPED_TRACE(size);
+        Indices group(size);
+        std::iota(group.begin(), group.end(), 0);
+        Model model(1, {group}, {Types::eNormal}, {});
+        const kt_test::Rows rows = kt_test::TrainingSet{20, size, 0.0, 1.0, 30}.rows();
+        teach(model, bayes::patterns(rows));
+        std::vector<double> oneLess = rows[0];
+        oneLess.pop_back();
+        const ktFeaturePattern queries[] = {pattern(rows[0]), pattern(rows[0], {0}), pattern(oneLess)};
+        scoreOf(model, queries[0]);
+        for (const ktFeaturePattern& query : queries) {
+            EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(model, query); }), 0);
+        }
+    }
+}
+
+TEST(CategoryModel, GroupScoresTheSameBitsWhateverIsMissingInAnother)
+{
+    const kt_test::Rows rows = kt_test::TrainingSet{60, 7, 2.0, 10.0, 31}.rows();
+    Model model(1, {{5, 0, 3, 1}, {6}, {2, 4}}, TypeList(3, Types::eNormal), {});
+    teach(model, bayes::patterns(rows));
+    const ModelFields fields = fieldsOf(model);
+    const auto logOf = [&](std::size_t group, const std::vector<double>& values) {
+        return densityOf<kt_PDFMultivariateNormal>(fields, group).logValue(pattern(values));
+    };
+    const std::vector<double>& x = rows[9];
+    const double first = logOf(0, {x[5], x[0], x[3], x[1]});
+    const double second = logOf(1, {x[6]});
+    const double third = logOf(2, {x[2], x[4]});
+    EXPECT_EQ(scoreOf(model, pattern(x)), first + second + third);
+    EXPECT_EQ(scoreOf(model, pattern(x, {6})), first + third);
+    EXPECT_EQ(scoreOf(model, pattern(x, {2, 4})), first + second);
+    EXPECT_EQ(scoreOf(model, pattern(x, {0, 1, 3, 5, 6})), third);
+}
+
 TEST(CategoryModel, CopiesShareTheDensities)
 {
     Model model = mixed();
@@ -507,6 +546,19 @@ TEST(CategoryModel, ScoreIsUpToDateWhateverChangedSinceTheLastOne)
     const Model& same = other;
     other = same;
     expectFresh(other, "assigned to itself");
+}
+
+TEST(CategoryModel, JointScoreIsUpToDateWhenItsDensityHasLearntSince)
+{
+    Model model(1, {{1, 0}}, {Types::eNormal}, {});
+    teach(model, bayes::patterns({{1.0, 2.0}, {3.0, 5.0}, {2.0, 7.0}}));
+    const Model copy(model);
+    const ktFeaturePattern query = pattern({1.25, 3.5});
+    const double before = scoreOf(copy, query);
+    teach(model, {pattern({2.0, 9.0})});
+    EXPECT_NE(scoreOf(copy, query), before);
+    EXPECT_EQ(scoreOf(copy, query), scoreOf(kt_test::storedAndLoaded(copy), query));
+    EXPECT_EQ(scoreOf(model, query), scoreOf(copy, query));
 }
 
 TEST(CategoryModel, ScoreForgetsTheModelOfBeforeWhenAnotherIsLoadedOrAssigned)

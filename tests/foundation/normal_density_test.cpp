@@ -45,7 +45,7 @@ public:
 
 private:
     std::vector<double> values_;
-    std::array<bool, 64> valid_;
+    std::array<bool, 200> valid_;
 };
 
 std::uint32_t learn(ktNormalDensity& density, const std::list<FlaggedRow>& list, double normalizer = 1.0)
@@ -152,32 +152,97 @@ TEST(NormalDensity, CovarianceIsTheUnbiasedOne)
     EXPECT_EQ(density.count(), 4);
 }
 
-TEST(NormalDensity, LearnsByTheRecurrenceCovarianceFirstAndThenTheMean)
+TEST(NormalDensity, LearnsByTheRecurrence)
 {
-    const Rows rows = TrainingSet{50, 3, 7.0, 10.0, 99}.rows();
-    std::vector<double> mean = rows[0];
-    double covariance[3][3] = {};
-    ktNormalDensity density = learnt({rows[0]});
-    for (std::size_t row = 1; row < rows.size(); ++row) {
-        const auto n = static_cast<double>(row + 1);
-        std::vector<double> d(3);
-        for (std::size_t i = 0; i < 3; ++i) {
-            d[i] = rows[row][i] - mean[i];
-        }
-        for (std::size_t i = 0; i < 3; ++i) {
-            for (std::size_t j = 0; j < 3; ++j) {
-                covariance[i][j] = (covariance[i][j] * (n - 2.0)) / (n - 1.0) + d[i] * d[j] / n;
+    for (const std::size_t size : {1u, 2u, 3u, 4u, 7u, 16u}) {
+        const Rows rows = TrainingSet{50, size, 7.0, 10.0, 99}.rows();
+        std::vector<double> mean = rows[0];
+        Rows covariance(size, std::vector<double>(size));
+        for (std::size_t row = 1; row < rows.size(); ++row) {
+            const auto n = static_cast<double>(row + 1);
+            std::vector<double> d(size);
+            for (std::size_t i = 0; i < size; ++i) {
+                d[i] = rows[row][i] - mean[i];
             }
-            mean[i] = mean[i] + d[i] / n;
+            for (std::size_t i = 0; i < size; ++i) {
+                for (std::size_t j = 0; j <= i; ++j) {
+                    covariance[i][j] = covariance[i][j] * ((n - 2.0) / (n - 1.0)) + d[i] * (d[j] / n);
+                    covariance[j][i] = covariance[i][j];
+                }
+                mean[i] = mean[i] + d[i] / n;
+            }
         }
-        learn(density, Rows{rows[row]});
-    }
-    for (long i = 0; i < 3; ++i) {
-        EXPECT_EQ(density.mean()(i, 0), mean[static_cast<std::size_t>(i)]);
-        for (long j = 0; j < 3; ++j) {
-            EXPECT_EQ(density.covariance()(i, j), covariance[i][j]);
+        const ktNormalDensity density = learnt(rows);
+        EXPECT_TRUE(sameBits(density.covariance(), matrix(covariance))) << size;
+        for (std::size_t i = 0; i < size; ++i) {
+            EXPECT_EQ(density.mean()(static_cast<long>(i), 0), mean[i]) << size;
         }
     }
+}
+
+/// Some of the rows, one after the other.
+std::vector<double> laidOut(const Rows& rows, std::size_t begin, std::size_t end)
+{
+    std::vector<double> values;
+    for (std::size_t row = begin; row < std::min(end, rows.size()); ++row) {
+        values.insert(values.end(), rows[row].begin(), rows[row].end());
+    }
+    return values;
+}
+
+TEST(NormalDensity, RowsLearntTogetherGiveTheBitsOfLearningThemOneByOne)
+{
+    for (const std::size_t size : {1u, 2u, 3u, 8u, 17u}) {
+        const Rows rows = TrainingSet{60, size, 1e3, 1e2, 5}.rows();
+        for (const std::size_t together : {1u, 2u, 3u, 4u, 5u, 9u, 60u}) {
+            SCOPED_TRACE(::testing::Message() << size << " measurements, " << together << " rows together");
+            ktNormalDensity density;
+            ASSERT_EQ(density.prepare(size), 0);
+            for (std::size_t row = 0; row < rows.size(); row += together) {
+                const std::vector<double> values = laidOut(rows, row, row + together);
+                density.learnRows(values.data(), values.size() / size);
+            }
+            EXPECT_TRUE(sameBits(density, learnt(rows)));
+        }
+    }
+}
+
+TEST(NormalDensity, DensitiesSideBySideLearnTheBitsThatEachLearnsAlone)
+{
+    constexpr std::size_t size = 70;
+    const Rows rows = TrainingSet{25, size, 1e3, 1.0, 6}.rows();
+    std::vector<ktNormalDensity> densities(size);
+    std::vector<ktNormalDensity> expected(size);
+    std::vector<ktNormalDensity*> pointers;
+    for (std::size_t i = 0; i < size; ++i) {
+        // Some have learnt before, not all of them equally much.
+        for (ktNormalDensity* density : {&densities[i], &expected[i]}) {
+            ASSERT_EQ(density->prepare(1), 0);
+            learn(*density, Rows(i % 11 == 3 ? 2 : i % 7 == 5 ? 1 : 0, {3.5}));
+        }
+        pointers.push_back(&densities[i]);
+    }
+    std::size_t row = 0;
+    for (const std::size_t together : {0u, 1u, 2u, 7u, 15u}) {
+        const std::vector<double> values = laidOut(rows, row, row + together);
+        ktNormalDensity::learnColumns(pointers.data(), size, values.data(), together);
+        row += together;
+    }
+    for (std::size_t i = 0; i < size; ++i) {
+        for (const std::vector<double>& each : rows) {
+            learn(expected[i], Rows{{each[i]}});
+        }
+        EXPECT_TRUE(sameBits(densities[i], expected[i])) << i;
+    }
+}
+
+TEST(NormalDensity, LearningMakesARestoredCovarianceSymmetricByItsLowerTriangle)
+{
+    ktNormalDensity density = restored({{1.0}, {2.0}}, {{4.0, 77.0}, {3.0, 9.0}});
+    ktNormalDensity symmetric = restored({{1.0}, {2.0}}, {{4.0, 3.0}, {3.0, 9.0}});
+    learn(density, Rows{{2.0, 5.0}});
+    learn(symmetric, Rows{{2.0, 5.0}});
+    EXPECT_TRUE(sameBits(density, symmetric));
 }
 
 TEST(NormalDensity, ListAndSingleRowsGiveTheSameBits)
@@ -723,35 +788,95 @@ TEST(NormalDensity, EqualityIsExactInMeanCovarianceAndCount)
     EXPECT_FALSE(density == ktNormalDensity());
 }
 
+/// Tells the values of a row, of which some are invalid.
+class ToldRow : public ktNormalDensity::Source {
+public:
+    explicit ToldRow(const FlaggedRow& flagged) : row_(flagged.row()) {}
+
+    bool measurement(std::size_t index, double& value) const override
+    {
+        value = row_.values[index];
+        return row_.valid[index];
+    }
+
+private:
+    ktNormalDensity::Row row_;
+};
+
 TEST(NormalDensity, EvaluationAllocatesOnlyTheFirstTime)
 {
-    for (const std::size_t size : {1u, 2u, 32u}) {
+    for (const std::size_t size : {1u, 2u, 16u, 32u, 33u, 34u, 100u}) {
         SCOPED_TRACE(size);
         const Rows rows = TrainingSet{50, size, 0.0, 1.0, 13}.rows();
         const ktNormalDensity density = learnt(rows);
         const FlaggedRow whole(rows[0]);
         const FlaggedRow part(rows[0], {0});
+        const Indices indices(size, 0);
         double value = 0.0;
         EXPECT_GT(kt_test::allocationsDuring([&] { density.logDensity(whole.row(), value); }), 0);
-        EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(whole.row(), value); }), 0);
-        EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(part.row(), value); }), 0);
+        for (const FlaggedRow& row : {whole, part}) {
+            EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(row.row(), value); }), 0);
+            EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(ToldRow(row), size, value); }), 0);
+        }
+        EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(rows[0].data(), indices.data(), size, value); }),
+                  0);
+    }
+}
+
+TEST(NormalDensity, EveryWayToTellAPatternGivesTheSameBits)
+{
+    for (const std::size_t size : {1u, 2u, 7u, 8u, 9u, 40u, 64u, 65u, 130u}) {
+        SCOPED_TRACE(size);
+        const Rows rows = TrainingSet{150, size, 5.0, 10.0, 16}.rows();
+        const ktNormalDensity density = learnt(rows);
+        std::vector<double> reversed(rows[1].rbegin(), rows[1].rend());
+        Indices indices;
+        for (std::size_t i = 0; i < size; ++i) {
+            indices.push_back(static_cast<long>(size - 1 - i));
+        }
+        double value = 0.0;
+        EXPECT_EQ(density.logDensity(reversed.data(), indices.data(), size, value), 0);
+        EXPECT_EQ(value, logOf(density, rows[1]));
+        for (const Indices& invalid : {Indices(), Indices({0}), Indices({indices[0], 0}), indices}) {
+            EXPECT_EQ(density.logDensity(ToldRow(FlaggedRow(rows[1], invalid)), size, value), 0);
+            EXPECT_EQ(value, logOf(density, rows[1], invalid)) << invalid.size() << " invalid";
+        }
+    }
+}
+
+TEST(NormalDensity, EveryWayToTellAPatternIsRefusedAlike)
+{
+    const FlaggedRow row({1.0, 2.0}, {1});
+    const Indices indices = {0, 1};
+    const std::pair<ktNormalDensity, std::uint32_t> cases[] = {
+        {ktNormalDensity(), noValidData}, {learnt({{1.0}}), sizesDisagree}, {learnt({{1.0, 2.0, 3.0}}), sizesDisagree}};
+    for (const auto& [density, code] : cases) {
+        double value = 77.0;
+        EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row(), value)), code);
+        EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(ToldRow(row), 2, value)), code);
+        EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row().values, indices.data(), 2, value)), code);
+        EXPECT_EQ(value, 77.0);
     }
 }
 
 TEST(NormalDensity, MoreMeasurementsThanTheStackHoldsAreTheSameDensity)
 {
-    const Rows rows = TrainingSet{200, 40, 0.0, 10.0, 14}.rows();
-    const Moments moments = kt_test::twoPassMoments(rows);
-    const ktNormalDensity density = learnt(rows);
-    EXPECT_NEAR(logOf(density, rows[0]), kt_test::logNormalReference(moments, kt_test::asVector(rows[0])), 1e-10);
-    Indices kept;
-    for (long i = 1; i < 40; ++i) {
-        kept.push_back(i);
+    for (const std::size_t size : {40u, 64u, 65u, 130u}) {
+        SCOPED_TRACE(size);
+        const Rows rows = TrainingSet{300, size, 0.0, 10.0, 14}.rows();
+        const Moments moments = kt_test::twoPassMoments(rows);
+        const ktNormalDensity density = learnt(rows);
+        EXPECT_NEAR(logOf(density, rows[0]), kt_test::logNormalReference(moments, kt_test::asVector(rows[0])), 1e-10);
+        Indices kept;
+        for (std::size_t i = 1; i < size; ++i) {
+            kept.push_back(static_cast<long>(i));
+        }
+        const std::vector<double> keptValues(rows[0].begin() + 1, rows[0].end());
+        EXPECT_NEAR(
+            logOf(density, rows[0], {0}),
+            kt_test::logNormalReference(kt_test::marginalReference(moments, kept), kt_test::asVector(keptValues)),
+            1e-10);
     }
-    const std::vector<double> keptValues(rows[0].begin() + 1, rows[0].end());
-    EXPECT_NEAR(logOf(density, rows[0], {0}),
-                kt_test::logNormalReference(kt_test::marginalReference(moments, kept), kt_test::asVector(keptValues)),
-                1e-10);
 }
 
 TEST(NormalDensity, OperationsThatRunOutOfMemoryChangeNothing)

@@ -206,29 +206,33 @@ double kt_DecisionRule::lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktC
 /// ascending order of the true category.
 void kt_DecisionRule::sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs)
 {
-    const std::size_t size = verdicts.size();
-    kt_Scratch<double> scratch(size);
-    double* sums = scratch.data();
-    std::fill(sums, sums + size, 0.0);
     const bool isUniform = costs.hasNoOverrides();
-    for (std::size_t i = 0; i < size; ++i) {
-        const long truth = verdicts[i].category.categoryLabel();
-        const double posterior = verdicts[i].weight;
-        const double uniform = costs.defaultMisclassificationCost() * posterior;
-        // Deciding for the truth costs nothing: its own sum is put back.
-        const double own = sums[i];
-        for (std::size_t j = 0; j < size && isUniform; ++j) {
-            sums[j] += uniform;
-        }
-        for (std::size_t j = 0; j < size && !isUniform; ++j) {
-            if (j != i) {
-                sums[j] += costs.misclassificationCost(truth, verdicts[j].category.categoryLabel()) * posterior;
+    std::array<double, 32> sums;
+    for (std::size_t first = 0; first < verdicts.size(); first += sums.size()) {
+        const std::size_t size = std::min(sums.size(), verdicts.size() - first);
+        std::fill_n(sums.begin(), size, 0.0);
+        for (std::size_t i = 0; i < verdicts.size(); ++i) {
+            const double posterior = verdicts[i].weight;
+            const double uniform = costs.defaultMisclassificationCost() * posterior;
+            // Deciding for the truth costs nothing: its own sum is put back.
+            const bool isAmong = i >= first && i - first < size;
+            const double own = isAmong ? sums[i - first] : 0.0;
+            for (std::size_t j = 0; j < size && isUniform; ++j) {
+                sums[j] += uniform;
+            }
+            for (std::size_t j = 0; j < size && !isUniform; ++j) {
+                if (first + j != i) {
+                    const long decided = verdicts[first + j].category.categoryLabel();
+                    sums[j] += costs.misclassificationCost(verdicts[i].category.categoryLabel(), decided) * posterior;
+                }
+            }
+            if (isAmong) {
+                sums[i - first] = own;
             }
         }
-        sums[i] = own;
-    }
-    for (std::size_t j = 0; j < size; ++j) {
-        verdicts[j].cost = sums[j];
+        for (std::size_t j = 0; j < size; ++j) {
+            verdicts[first + j].cost = sums[j];
+        }
     }
 }
 
