@@ -27,22 +27,26 @@ constexpr double logTwoPi = 1.8378770664093454835606594728112;
 /// Rows of a square matrix in one block.
 using Square = std::vector<double>;
 
-/// The lower triangular factor of a symmetric positive definite matrix, in place of its lower triangle; false if it is not
-/// positive definite. See: G. H. Golub, C. F. Van Loan, "Matrix Computations", 1996, on the Cholesky factorisation.
+/// The triangular factor of a symmetric positive definite matrix, R = U'U, in place of its upper triangle; false if it is not
+/// positive definite. Each element subtracts its products in ascending order; row by row, so that a compiler's vectors hold
+/// neighbours. See: G. H. Golub, C. F. Van Loan, "Matrix Computations", 1996, on the Cholesky factorisation.
 bool factorise(double* matrix, std::size_t size)
 {
-    for (std::size_t i = 0; i < size; ++i) {
-        for (std::size_t j = 0; j <= i; ++j) {
-            double sum = matrix[i * size + j];
-            for (std::size_t k = 0; k < j; ++k) {
-                sum -= matrix[i * size + k] * matrix[j * size + k];
-            }
-            if (i != j) {
-                matrix[i * size + j] = sum / matrix[j * size + j];
-            } else if (sum > 0.0) {
-                matrix[i * size + i] = std::sqrt(sum);
-            } else {
-                return false;
+    for (std::size_t k = 0; k < size; ++k) {
+        double* pivotRow = matrix + k * size;
+        if (!(pivotRow[k] > 0.0)) {
+            return false;
+        }
+        const double pivot = std::sqrt(pivotRow[k]);
+        pivotRow[k] = pivot;
+        for (std::size_t j = k + 1; j < size; ++j) {
+            pivotRow[j] = pivotRow[j] / pivot;
+        }
+        for (std::size_t i = k + 1; i < size; ++i) {
+            double* row = matrix + i * size;
+            const double multiplier = pivotRow[i];
+            for (std::size_t j = i; j < size; ++j) {
+                row[j] -= multiplier * pivotRow[j];
             }
         }
     }
@@ -138,17 +142,17 @@ void floorEigenvalues(Square& matrix, std::size_t size)
 
 /// Factorises a floored correlation matrix. Rounding can leave it short of positive definite by a few of its last bits, so
 /// the diagonal is raised, a little more each time, until it is.
-/// `element(i, j)` tells the lower triangle of the matrix.
+/// `element(i, j)` tells the upper triangle of the matrix.
 template <class Element>
 void factoriseFloored(double* factor, std::size_t size, Element element)
 {
     double raise = 0.0;
     do {
         for (std::size_t i = 0; i < size; ++i) {
-            for (std::size_t j = 0; j < i; ++j) {
+            factor[i * size + i] = element(i, i) + raise;
+            for (std::size_t j = i + 1; j < size; ++j) {
                 factor[i * size + j] = element(i, j);
             }
-            factor[i * size + i] = element(i, i) + raise;
         }
         raise = raise == 0.0 ? 0x1p-40 : raise * 4.0;
     } while (!factorise(factor, size));
@@ -161,7 +165,7 @@ double squaredLength(const double* factor, double* z, std::size_t size)
     for (std::size_t i = 0; i < size; ++i) {
         double sum = z[i];
         for (std::size_t j = 0; j < i; ++j) {
-            sum -= factor[i * size + j] * z[j];
+            sum -= factor[j * size + i] * z[j];
         }
         z[i] = sum / factor[i * size + i];
         squares += z[i] * z[i];
@@ -280,9 +284,9 @@ struct Steps {
 /// How many rows of a whitening matrix are worked on at once: enough that no sum waits for its last addition.
 constexpr std::size_t lanes = 8;
 
-/// The inverse of a lower triangular factor, column j divided by deviation j: it turns differences from the mean into
-/// independent numbers of variance 1. Laid out in blocks of `lanes` rows, column by column as far as the block reaches, and
-/// padded with zero rows.
+/// The inverse of a factor's transpose, a lower triangle, column j divided by deviation j: it turns differences from the
+/// mean into independent numbers of variance 1. Laid out in blocks of `lanes` rows, column by column as far as the block
+/// reaches, and padded with zero rows.
 Square whitening(const Square& factor, const std::vector<double>& deviations)
 {
     const std::size_t size = deviations.size();
@@ -291,7 +295,7 @@ Square whitening(const Square& factor, const std::vector<double>& deviations)
         for (std::size_t i = j; i < size; ++i) {
             double sum = i == j ? 1.0 : 0.0;
             for (std::size_t k = j; k < i; ++k) {
-                sum -= factor[i * size + k] * inverse[k * size + j];
+                sum -= factor[k * size + i] * inverse[k * size + j];
             }
             inverse[i * size + j] = sum / factor[i * size + i];
         }

@@ -1,7 +1,10 @@
 #include "bayes/bayes_kit.h"
 
+#include <kt/normal_density.h>
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <thread>
@@ -112,6 +115,37 @@ TEST(BayesThreads, ThreadsRunOneTool)
             wrong += answers(tool) == expected ? 0 : 1;
         }
     });
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(BayesThreads, ThreadsShareTheWorkingStorageOfALargeGroup)
+{
+    constexpr std::size_t size = 40;
+    std::vector<std::vector<double>> rows;
+    ktNormalDensity density;
+    ASSERT_EQ(density.prepare(size), 0);
+    for (std::size_t row = 0; row < 60; ++row) {
+        rows.emplace_back();
+        for (std::size_t i = 0; i < size; ++i) {
+            rows.back().push_back(std::sin(static_cast<double>(row * row + 17 * row * i)));
+        }
+        density.learnRows(rows.back().data(), 1);
+    }
+    bool valid[size];
+    std::fill(valid, valid + size, true);
+    valid[3] = false;
+    const auto logsOf = [&](const ktNormalDensity& evaluated) {
+        std::vector<double> logs(rows.size());
+        for (std::size_t row = 0; row < rows.size(); ++row) {
+            evaluated.logDensity({rows[row].data(), valid, size}, logs[row]);
+        }
+        return logs;
+    };
+    const std::vector<double> expected = logsOf(density);
+    EXPECT_NE(expected.front(), expected.back());
+    const ktNormalDensity fresh(density);
+    std::atomic<int> wrong{0};
+    onEachThread([&](int) { wrong += logsOf(fresh) == expected ? 0 : 1; });
     EXPECT_EQ(wrong, 0);
 }
 
