@@ -21,6 +21,7 @@ void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
 
 void requireUniqueLabels(Verdicts& verdicts)
 {
+    // Labels that ascend, as they do in most results, are found unique in one pass.
     bool isAscending = true;
     for (std::size_t i = 1; i < verdicts.size(); ++i) {
         isAscending &= verdicts[i - 1].category.categoryLabel() < verdicts[i].category.categoryLabel();
