@@ -71,6 +71,14 @@ function(kt_compile_neighbor_scan folder)
     endif()
 endfunction()
 
+# The learning steps of the normal density that are compiled for wider vectors, which the program asks the processor for
+# before it uses them. Only the multiply-adds that they ask for are fused: see -ffp-contract above.
+function(kt_compile_learning_steps folder)
+    if(NOT MSVC AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
+        set_source_files_properties(${folder}/learning_steps_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2;-mfma")
+    endif()
+endfunction()
+
 # A class that only the registry knows is named by no program, and a linker leaves out what nobody names: an object file of
 # a static library, and many a shared library as a whole. So everything that links `target` is made to take it in. The
 # object file that defines `symbol` names all registered classes. The same options are noted for the .pc file.

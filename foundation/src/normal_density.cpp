@@ -2,6 +2,7 @@
 
 #include "correlations.h"
 #include "learning_steps.h"
+#include "pairs.h"
 
 #include <algorithm>
 #include <array>
@@ -80,6 +81,52 @@ public:
 private:
     const ktNormalDensity::Row& row_;
 };
+
+constexpr long largestCount = 2147483647L;
+
+/// How many densities of one measurement learn at once.
+constexpr std::size_t sideBySide = 32;
+
+const LearningKernels& kernels()
+{
+    static const LearningKernels& best =
+        avx2Learning != nullptr && KT_PROCESSOR_HAS_AVX2_AND_FMA ? *avx2Learning : baselineLearning;
+    return best;
+}
+
+/// The steps of the first of so many rows. Counts them.
+Steps nextSteps(long& count, std::size_t numRows)
+{
+    Steps steps = {std::min(numRows, rowsAtOnce), {}};
+    std::fill(steps.counts, steps.counts + rowsAtOnce, 2.0);
+    for (std::size_t k = 0; k < steps.numRows; ++k) {
+        count = std::min(count, largestCount - 1) + 1;
+        steps.counts[k] = static_cast<double>(count);
+    }
+    return steps;
+}
+
+/// To the bit, so that the two halves go on to be learnt alike.
+bool isSymmetric(const double* matrix, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            if (std::memcmp(matrix + i * size + j, matrix + j * size + i, sizeof(double)) != 0) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+void mirrorLowerTriangle(double* matrix, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            matrix[j * size + i] = matrix[i * size + j];
+        }
+    }
+}
 
 /// Up to so many valid measurements beside invalid ones are worked on upon the stack.
 constexpr std::size_t fewMeasurements = 32;
@@ -209,7 +256,7 @@ long ktNormalDensity::prepare(std::size_t size)
     if (!isUnused() && !hasSize(size)) {
         return sizesDisagree;
     }
-    const std::size_t needed = (2 * rowsAtOnce + 1) * size;
+    const std::size_t needed = (rowsAtOnce + 1) * size;
     if (working_.size() < needed) {
         working_.resize(needed);
     }
@@ -263,22 +310,6 @@ void ktNormalDensity::begin(const double* values) noexcept
     count_ = 1;
 }
 
-/// The next rows, in the lower triangle of the covariance alone.
-template <std::size_t Rows>
-void ktNormalDensity::learnTogether(const double* rows) noexcept
-{
-    const auto size = static_cast<std::size_t>(mean_.numRows());
-    double* d = working_.data() + size;
-    Steps<Rows> steps = {{}, d, d + rowsAtOnce * size, size};
-    for (Step& step : steps.of) {
-        step = nextStep(count_);
-    }
-    steps.addToMean(mean_.data(), rows);
-    for (std::size_t i = 0; i < size; ++i) {
-        steps.addToRow(covariance_.data() + i * size, i);
-    }
-}
-
 void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcept
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
@@ -292,16 +323,17 @@ void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcep
         rows += size;
     }
     double* covariance = covariance_.data();
-    for (; numRows >= rowsAtOnce; numRows -= rowsAtOnce, rows += rowsAtOnce * size) {
-        learnTogether<rowsAtOnce>(rows);
+    // A single row is learnt sooner than a covariance is looked through and mirrored. A restored one may be of any kind.
+    const bool isMirrored = numRows > 1 && isSymmetric(covariance, size);
+    const Triangle triangle = isMirrored ? Triangle::lower : Triangle::whole;
+    while (numRows > 0) {
+        const Steps steps = nextSteps(count_, numRows);
+        kernels().joint(steps, mean_.data(), covariance, triangle, rows, size, working_.data() + size);
+        numRows -= steps.numRows;
+        rows += steps.numRows * size;
     }
-    for (; numRows > 0; --numRows, rows += size) {
-        learnTogether<1>(rows);
-    }
-    for (std::size_t i = 0; i < size; ++i) {
-        for (std::size_t j = 0; j < i; ++j) {
-            covariance[j * size + i] = covariance[i * size + j];
-        }
+    if (isMirrored) {
+        mirrorLowerTriangle(covariance, size);
     }
 }
 
@@ -328,6 +360,7 @@ void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::s
     }
     double mean[sideBySide];
     double variance[sideBySide];
+    double differences[rowsAtOnce * sideBySide];
     const bool isFirst = densities[0]->count_ < 1;
     for (std::size_t i = 0; i < numDensities; ++i) {
         densities[i]->dropFactors();
@@ -338,15 +371,10 @@ void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::s
         variance[i] = densities[i]->covariance_.data()[0];
     }
     long count = densities[0]->count_;
-    for (std::size_t row = isFirst ? 1 : 0; row < numRows; ++row) {
-        const Step step = nextStep(count);
-        const double* values = rows + row * stride;
-        for (std::size_t i = 0; i < numDensities; ++i) {
-            const double d = values[i] - mean[i];
-            const double e = d / step.n;
-            variance[i] = variance[i] * step.r + d * e;
-            mean[i] = mean[i] + e;
-        }
+    for (std::size_t row = isFirst ? 1 : 0; row < numRows;) {
+        const Steps steps = nextSteps(count, numRows - row);
+        kernels().single(steps, mean, variance, rows + row * stride, stride, numDensities, differences);
+        row += steps.numRows;
     }
     for (std::size_t i = 0; i < numDensities; ++i) {
         densities[i]->mean_.data()[0] = mean[i];

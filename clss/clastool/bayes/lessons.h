@@ -30,6 +30,10 @@ public:
             } else {
                 blocks_.push_back({{state}, group, {}});
             }
+            for (const long index : group) {
+                // A negative index becomes one that no pattern reaches.
+                reach_ = std::max(reach_, static_cast<std::size_t>(index) + (index < 0 ? 0 : 1));
+            }
             total += group.size();
         }
         blocks_.push_back(std::move(singles));
@@ -73,20 +77,20 @@ private:
             return false;
         }
         const std::vector<double>& values = pattern.featureMeasurements(false);
-        bool areFinite = true;
+        if (values.size() < reach_) {
+            return false;
+        }
+        // NaN as soon as one value is not finite.
+        double zero = 0.0;
         for (Block& block : blocks_) {
             double* row = block.rows.data() + numRows_ * block.indices.size();
             for (const long index : block.indices) {
-                // A negative index becomes one past every end.
-                if (static_cast<std::size_t>(index) >= values.size()) {
-                    return false;
-                }
                 const double value = values[static_cast<std::size_t>(index)];
-                areFinite &= value - value == 0.0;
+                zero += value - value;
                 *row++ = value;
             }
         }
-        return areFinite;
+        return zero == 0.0;
     }
 
     void finish() noexcept
@@ -107,6 +111,8 @@ private:
     kt_CategoryModelBayesian& model_;
     bool areNormal_ = true;
     std::vector<Block> blocks_;
+    // How many measurements a pattern must have.
+    std::size_t reach_ = 0;
     std::size_t most_ = 0;
     std::size_t numRows_ = 0;
 };

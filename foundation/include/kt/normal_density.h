@@ -10,10 +10,10 @@
 /// A multivariate normal density that learns one pattern at a time: mean, covariance and count, in memory exactly as in an
 /// archive, so that a reloaded state goes on bit for bit where the stored one stood.
 ///
-/// Learning, with n the new count, d = x - old mean, e = d / n and r = (n-2) / (n-1):
+/// Learning, with n the new count and d = x - old mean, covariance first, then mean:
 ///
 ///     n = 1:  mean = x, cov = 0
-///     n > 1:  cov[i][j] = cov[j][i] = cov[i][j] r + d[i] e[j] for j <= i,   mean[i] = mean[i] + e[i]
+///     n > 1:  cov[i][j] = (cov[i][j] (n-2)) / (n-1) + d[i] d[j] / n,   mean[i] = mean[i] + d[i] / n
 ///
 /// which is the unbiased covariance. The count saturates at 2^31 - 1. See: B. P. Welford, "Note on a method for calculating
 /// corrected sums of squares and products", 1962; T. F. Chan, G. H. Golub, R. J. LeVeque, "Algorithms for computing the
@@ -137,8 +137,6 @@ private:
     bool hasSize(std::size_t size) const noexcept;
     void learn(const Row& row, double normalizer) noexcept;
     void begin(const double* values) noexcept;
-    template <std::size_t Rows>
-    void learnTogether(const double* rows) noexcept;
     static void learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                  std::size_t numRows, std::size_t stride) noexcept;
     const Factors& factors() const;
