@@ -89,6 +89,27 @@ TEST(Matrix, EqualityIsOfShapeAndElementsWithoutTolerance)
     EXPECT_FALSE(nan == copy);
 }
 
+TEST(Matrix, AssignmentThatRunsOutOfMemoryChangesNothing)
+{
+    const ktNMMatrix large(3, 3);
+    EXPECT_GT(kt_test::failEachAllocation([] { return ktNMMatrix(1, 2); }, [&](ktNMMatrix& matrix) { matrix = large; },
+                                          [](const ktNMMatrix& matrix) { EXPECT_TRUE(matrix == ktNMMatrix(1, 2)); }),
+              0);
+}
+
+TEST(Matrix, MovedFromHoldsNoMoreElementsThanItsShapeSays)
+{
+    ktNMMatrix source(2, 2);
+    source(1, 1) = 5.0;
+    ktNMMatrix target(std::move(source));
+    EXPECT_EQ(target(1, 1), 5.0);
+    EXPECT_TRUE(source == ktNMMatrix());
+    EXPECT_THROW(source(1, 1), std::out_of_range);
+    source = std::move(target);
+    EXPECT_EQ(source(1, 1), 5.0);
+    EXPECT_TRUE(target == ktNMMatrix());
+}
+
 TEST(Matrix, IsArchivedAsRowsColumnsAndElements)
 {
     const std::string bytes = store(numbered(2, 1));

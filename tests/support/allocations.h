@@ -71,15 +71,17 @@ long allocationsDuring(Operation operation)
 /// - it ends in std::bad_alloc or, where it does without the failed allocation, normally;
 /// - `unchanged(state)` finds nothing to complain about after a std::bad_alloc;
 /// - the same operation succeeds right afterwards on the same state;
+/// - `finished(state)` finds nothing to complain about wherever the operation succeeded;
 /// - nothing is left allocated when the state is gone.
 /// Returns the number of allocations that `operation` makes: expect it to be above 0, or nothing was tested.
-template <class Prepare, class Operation, class Unchanged>
-long failEachAllocation(Prepare prepare, Operation operation, Unchanged unchanged)
+template <class Prepare, class Operation, class Unchanged, class Finished>
+long failEachAllocation(Prepare prepare, Operation operation, Unchanged unchanged, Finished finished)
 {
     {
         // What is set up on first use, in the standard library or here, must not look like a leak.
         auto state = prepare();
         operation(state);
+        finished(state);
     }
     long last = 0;
     for (const Fails how : {Fails::once, Fails::fromThenOn}) {
@@ -112,6 +114,9 @@ long failEachAllocation(Prepare prepare, Operation operation, Unchanged unchange
                     unchanged(state);
                     EXPECT_NO_THROW(operation(state)) << "the same operation right afterwards";
                 }
+                if (!::testing::Test::HasFailure()) {
+                    finished(state);
+                }
             }
             if (!::testing::Test::HasFailure()) {
                 // A failure that was recorded holds memory of its own.
@@ -121,6 +126,13 @@ long failEachAllocation(Prepare prepare, Operation operation, Unchanged unchange
         }
     }
     return last;
+}
+
+/// The same where there is nothing to say about what the operation achieved.
+template <class Prepare, class Operation, class Unchanged>
+long failEachAllocation(Prepare prepare, Operation operation, Unchanged unchanged)
+{
+    return failEachAllocation(prepare, operation, unchanged, [](auto&) {});
 }
 
 /// The same for an operation that starts from nothing.

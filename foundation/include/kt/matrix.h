@@ -3,6 +3,7 @@
 #include <kt/archive.h>
 #include <kt/config.h>
 
+#include <utility>
 #include <vector>
 
 class ktNMMatrix;
@@ -17,6 +18,31 @@ public:
     ktNMMatrix() noexcept = default;
     /// Zeros. Throws: std::length_error for a negative number, or for more elements than memory can address.
     ktNMMatrix(long rows, long columns);
+    ktNMMatrix(const ktNMMatrix&) = default;
+    /// Leaves the other without rows and columns.
+    ktNMMatrix(ktNMMatrix&& other) noexcept
+        : rows_(std::exchange(other.rows_, 0)),
+          columns_(std::exchange(other.columns_, 0)),
+          elements_(std::move(other.elements_))
+    {
+    }
+    ktNMMatrix& operator=(const ktNMMatrix& other)
+    {
+        // The elements first: they are the only part whose copy can fail.
+        elements_ = other.elements_;
+        rows_ = other.rows_;
+        columns_ = other.columns_;
+        return *this;
+    }
+    /// Leaves the other some matrix.
+    ktNMMatrix& operator=(ktNMMatrix&& other) noexcept
+    {
+        elements_.swap(other.elements_);
+        std::swap(rows_, other.rows_);
+        std::swap(columns_, other.columns_);
+        return *this;
+    }
+    ~ktNMMatrix() = default;
 
     long numRows() const noexcept { return rows_; }
     long numColumns() const noexcept { return columns_; }
