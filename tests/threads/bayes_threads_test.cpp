@@ -1,4 +1,5 @@
 #include "bayes/bayes_kit.h"
+#include "threads/each_thread.h"
 
 #include <kt/normal_density.h>
 
@@ -7,35 +8,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <thread>
 #include <vector>
 
 namespace {
 
 using bayes::Indices;
 using bayes::Types;
-
-constexpr int numThreads = 8;
-
-/// Runs `work(i)` on eight threads at once, which begin together.
-template <class Work>
-void onEachThread(Work work)
-{
-    std::atomic<int> waiting{numThreads};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < numThreads; ++i) {
-        threads.emplace_back([&waiting, work, i] {
-            --waiting;
-            while (waiting > 0) {
-                std::this_thread::yield();
-            }
-            work(i);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
+using threads::numThreads;
+using threads::onEachThread;
 
 /// Four categories of a joint group, a single measurement and a binomial one.
 ktClassifierTool trainedTool()

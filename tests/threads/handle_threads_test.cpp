@@ -2,6 +2,8 @@
 #include <kt/failure.h>
 #include <kt/handle.h>
 
+#include "threads/each_thread.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -12,6 +14,9 @@
 #include <vector>
 
 namespace {
+
+using threads::numThreads;
+using threads::onEachThread;
 
 /// Knows how many of it live and on which thread the last one died.
 class Shared : public ktPersistent, public ktRepBase {
@@ -42,28 +47,6 @@ protected:
 
 const kt_Instantiator sharedEntry(typeid(Shared), &Shared::make, "Shared");
 
-constexpr int numThreads = 8;
-
-/// Runs `work(i)` on eight threads at once, which begin together.
-template <class Work>
-void onEachThread(Work work)
-{
-    std::atomic<int> waiting{numThreads};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < numThreads; ++i) {
-        threads.emplace_back([&waiting, work, i] {
-            --waiting;
-            while (waiting > 0) {
-                std::this_thread::yield();
-            }
-            work(i);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
 TEST(HandleThreads, CopiesAndDropsOnAllThreadsBringTheCountBack)
 {
     ktPtrHandle_const<Shared> handle(new Shared);
@@ -76,8 +59,11 @@ TEST(HandleThreads, CopiesAndDropsOnAllThreadsBringTheCountBack)
     });
     EXPECT_EQ(handle->refCount(), 1);
     EXPECT_EQ(Shared::alive, 1);
-    handle = nullptr;
+    std::thread last([&handle] { handle = nullptr; });
+    const std::thread::id idOfLast = last.get_id();
+    last.join();
     EXPECT_EQ(Shared::alive, 0);
+    EXPECT_EQ(Shared::diedOn.load(), idOfLast);
 }
 
 TEST(HandleThreads, LastDropMayComeFromAnyThread)
