@@ -74,6 +74,18 @@ private:
     std::ptrdiff_t size_ = 0;
 };
 
+/// Whether nobody but the pass that loaded them and this classifier holds the store, and nobody else its patterns.
+bool isHeldOnce(ktClassifierDataProviderMemory& store)
+{
+    const long numPatterns = store.numPatterns();
+    bool heldOnce = store.refCount() <= 2;
+    for (long i = 0; i < numPatterns && heldOnce; ++i) {
+        const ktPtrHandle_const<ktFeaturePattern> pattern = store.featurePattern(i);
+        heldOnce = pattern.isNull() || pattern->refCount() <= 3;
+    }
+    return heldOnce;
+}
+
 }  // namespace
 
 ktPatternDistanceMetric::ktPatternDistanceMetric() = default;
@@ -344,6 +356,10 @@ void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
         throw ktBadPointer();
     }
     params_ = asKNN(params);
+    if (copy_.isNull()) {
+        // Loading made none of patterns that others share.
+        makeCopy();
+    }
 }
 
 void kt_ClassifierKNN::trainStart_(const ktClassifierTrainParams&) {}
@@ -470,6 +486,11 @@ void kt_ClassifierKNN::serialize_(ktArchive& archive, unsigned char version)
     // Kept on purpose: the parameters in use are not stored, and loading leaves them as they are.
     archive || trainingData_;
     if (archive.isLoading()) {
-        makeCopy();
+        copy_ = nullptr;
+        // A few bytes can refer to a store, or a pattern, that is already loaded, as often as they like: copies of those would
+        // know no bound.
+        if (trainingData_ && isHeldOnce(*trainingData_)) {
+            makeCopy();
+        }
     }
 }

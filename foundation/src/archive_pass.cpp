@@ -17,6 +17,50 @@ enum RecordTag : unsigned char {
 thread_local kt_ArchivePass* newestPass = nullptr;
 thread_local kt_ArchivePass* currentPass = nullptr;
 
+// Objects nest as deep as an archive says. What is thrown, and all else that takes a string, stands in functions of its own, so
+// that the frames of storePointer and loadPointer, which do not end before the objects below, have no room for it.
+
+[[noreturn]] KT_NOINLINE void throwTooDeep(long maxDepth)
+{
+    throw ktArchive::TooDeep("Archive too deep: more than " + std::to_string(maxDepth) +
+                             " pointer records are open at once.");
+}
+
+[[noreturn]] KT_NOINLINE void throwTooMany()
+{
+    throw ktArchive::OutOfRange("Archive value out of range: more objects than 32 bits can count.");
+}
+
+[[noreturn]] KT_NOINLINE void throwUnknownClass(const ktArchive& archive, const std::string& name)
+{
+    archive.throwCorrupt("unknown class \"" + name.substr(0, 100) + "\"");
+}
+
+[[noreturn]] KT_NOINLINE void throwUnknownClass(const ktArchive& archive, const std::type_info& type)
+{
+    archive.throwCorrupt("unknown class \"" + kt_plainClassName(type) + "\"");
+}
+
+[[noreturn]] KT_NOINLINE void throwBadReference(const ktArchive& archive)
+{
+    archive.throwCorrupt("a reference to an object that was not loaded before");
+}
+
+[[noreturn]] KT_NOINLINE void throwBadClass(const ktArchive& archive)
+{
+    archive.throwCorrupt("a class that was not named before");
+}
+
+[[noreturn]] KT_NOINLINE void throwBadTag(const ktArchive& archive)
+{
+    archive.throwCorrupt("bad tag of a pointer record");
+}
+
+[[noreturn]] KT_NOINLINE void throwNoObject()
+{
+    throw ktBadPointer();
+}
+
 }  // namespace
 
 /// Counts one pointer record as open for as long as its object is being archived.
@@ -25,8 +69,7 @@ public:
     explicit OpenRecord(kt_ArchivePass& pass) : pass_(pass)
     {
         if (pass.numOpen_ >= pass.archive_.maxDepth()) {
-            throw ktArchive::TooDeep("Archive too deep: more than " + std::to_string(pass.archive_.maxDepth()) +
-                                     " pointer records are open at once.");
+            throwTooDeep(pass.archive_.maxDepth());
         }
         ++pass_.numOpen_;
     }
@@ -185,13 +228,13 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
     if (&type != lastType_) {
         const kt_Instantiator* entry = kt_Instantiator::find(type);
         if (entry == nullptr) {
-            archive_.throwCorrupt("unknown class \"" + kt_plainClassName(type) + "\"");
+            throwUnknownClass(archive_, type);
         }
         lastType_ = &type;
         lastEntry_ = entry;
     }
     if (numStored_ == std::numeric_limits<std::uint32_t>::max()) {
-        throw ktArchive::OutOfRange("Archive value out of range: more objects than 32 bits can count.");
+        throwTooMany();
     }
     const OpenRecord record(*this);
     Known& known = this->known(object);
@@ -202,7 +245,7 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
     known.state = State::complete;
 }
 
-void kt_ArchivePass::storeReference(const Known& known)
+KT_NOINLINE void kt_ArchivePass::storeReference(const Known& known)
 {
     if (known.state == State::inPlace) {
         throw ktArchive::Conflict("Archive conflict: an object stored in place is stored by pointer in the same pass.");
@@ -215,7 +258,7 @@ void kt_ArchivePass::storeReference(const Known& known)
     archive_.store32(known.number);
 }
 
-void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
+KT_NOINLINE void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
 {
     const auto isEntry = [&entry](const Class& known) { return known.entry == &entry; };
     const auto place = std::find_if(classes_.begin(), classes_.end(), isEntry);
@@ -232,23 +275,23 @@ void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
     }
 }
 
-kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
+KT_NOINLINE kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
 {
     if (tag == knownClassRecord) {
         const std::uint32_t index = archive_.load32();
         if (index >= classes_.size()) {
-            archive_.throwCorrupt("a class that was not named before");
+            throwBadClass(archive_);
         }
         return classes_[index];
     }
     if (tag != newClassRecord) {
-        archive_.throwCorrupt("bad tag of a pointer record");
+        throwBadTag(archive_);
     }
     std::string name;
     archive_ || name;
     const kt_Instantiator* entry = kt_Instantiator::find(name);
     if (entry == nullptr) {
-        archive_.throwCorrupt("unknown class \"" + name.substr(0, 100) + "\"");
+        throwUnknownClass(archive_, name);
     }
     classes_.push_back({entry, nullptr, 0, false});
     return classes_.back();
@@ -279,7 +322,7 @@ ktPersistent* kt_ArchivePass::loadPointer()
         const std::uint32_t index = archive_.load32();
         ktPersistent* object = index < loaded_.size() ? loaded_[index].object : nullptr;
         if (object == nullptr || known(object).state != State::complete) {
-            archive_.throwCorrupt("a reference to an object that was not loaded before");
+            throwBadReference(archive_);
         }
         return object;
     }
@@ -290,7 +333,7 @@ ktPersistent* kt_ArchivePass::loadPointer()
     Loaded& loaded = loaded_.append();
     ktPersistent* object = known.entry->make();
     if (object == nullptr) {
-        throw ktBadPointer();
+        throwNoObject();
     }
     loaded.object = object;
     loaded.count = countOf(known, object);

@@ -8,11 +8,6 @@ namespace {
 
 using bayes::Types;
 
-ktFeaturePattern somePattern()
-{
-    return {{0.5, 0.25, 2.0}, {1}};
-}
-
 /// Makes the table of logarithms that the process keeps, so that no test takes it for its own memory.
 void makeLogarithms()
 {
@@ -32,31 +27,7 @@ struct DistributionTypes : kt_test::ArchivableCase<Types> {
     static constexpr const char* name = "ktClassifierDistributionTypes";
 
     static std::vector<Types> samples() { return {Types(), Types(Types::eUniform), someTypes()}; }
-
-    static void use(Types& types)
-    {
-        for (const long label : {0L, 2L, 7L}) {
-            static_cast<void>(types.distributionType(label, 0));
-            static_cast<void>(types.isDependent(label, {1, 2}));
-            kt_test::attempt([&] { types.setDependent(label, {0, 2}); });
-            kt_test::attempt([&] { types.distributionTypeOverride(label, 9, Types::ePoisson); });
-        }
-        types.clearDistributionOverrides();
-    }
 };
-
-template <class Density>
-void useDensity(Density& density, const std::vector<double>& values)
-{
-    for (const std::vector<double>& each : {values, std::vector<double>(3, 0.5)}) {
-        kt_test::attempt([&] { static_cast<void>(density.logValue(ktFeaturePattern(each, {}))); });
-        kt_test::attempt([&] { static_cast<void>(density.logValue(ktFeaturePattern(each, {0}))); });
-        kt_test::attempt([&] { density.updateWithData(bayes::patterns({each})); });
-        kt_test::attempt([&] { static_cast<void>(density.logValue(ktFeaturePattern(each, {}))); });
-    }
-    density.clear();
-    density.updateWithData(bayes::patterns({values}));
-}
 
 struct MultivariateNormal : kt_test::ArchivableCase<kt_PDFMultivariateNormal> {
     static constexpr const char* name = "kt_PDFMultivariateNormal";
@@ -68,8 +39,6 @@ struct MultivariateNormal : kt_test::ArchivableCase<kt_PDFMultivariateNormal> {
         densities[2].updateWithData(bayes::patterns({{1.0, -2.0}, {2.0, -3.5}, {4.0, -4.0}}));
         return densities;
     }
-
-    static void use(kt_PDFMultivariateNormal& density) { useDensity(density, {1.0, 2.0}); }
 };
 
 struct Binomial : kt_test::ArchivableCase<kt_PDFBinomial> {
@@ -82,14 +51,6 @@ struct Binomial : kt_test::ArchivableCase<kt_PDFBinomial> {
                                                  kt_PDFBinomial(ktFeaturePattern({10.0}, {}))};
         densities[2].updateWithData(bayes::patterns({{2.0}, {4.0}, {6.0}}));
         return densities;
-    }
-
-    static void use(kt_PDFBinomial& density)
-    {
-        for (const double value : {0.0, 0.5, -4e9}) {
-            kt_test::attempt([&] { static_cast<void>(density.logValue(ktFeaturePattern({value}, {}))); });
-        }
-        useDensity(density, {-0.5});
     }
 };
 
@@ -113,14 +74,6 @@ struct CategoryModel : kt_test::ArchivableCase<kt_CategoryModelBayesian> {
         return {kt_CategoryModelBayesian(),
                 kt_CategoryModelBayesian(3, {{0}, {4, 1}}, {Types::eNormal, Types::eNormal}, {}), someModel(3, 0.5)};
     }
-
-    static void use(kt_CategoryModelBayesian& model)
-    {
-        kt_test::attempt([&] { static_cast<void>(model.matchScore(somePattern(), nullptr, 0)); });
-        kt_test::attempt([&] { model.adapt(ktFeaturePattern({0.5, 0.25, 2.0}, {}), nullptr, 0); });
-        kt_test::attempt([&] { static_cast<void>(model.matchScore(somePattern(), nullptr, 0)); });
-        model.categoryLabel(3);
-    }
 };
 
 bayes::Params someParams()
@@ -139,16 +92,6 @@ struct TrainParams : kt_test::ArchivableCase<ktClassifierTrainParamsBayesian> {
     {
         return {bayes::Params(), bayes::Params(Types(Types::eBinomial)), someParams()};
     }
-
-    static void use(ktClassifierTrainParamsBayesian& params)
-    {
-        static_cast<void>(params.clone());
-        bayes::OpenBayesian classifier;
-        kt_test::attempt([&] {
-            classifier.train(kt_test::trainingData({{{1.0, 2.0, 3.0}, 2}, {{0.5, 2.0, 1.0}, 7}}), params);
-        });
-        kt_test::attempt([&] { classifier.checkRunnable_(); });
-    }
 };
 
 struct Classifier : kt_test::ArchivableCase<kt_ClassifierBayesian> {
@@ -164,26 +107,6 @@ struct Classifier : kt_test::ArchivableCase<kt_ClassifierBayesian> {
                 {{{1.0, 2.0, 3.0}, 2}, {{8.0, 9.0, 7.0}, 7}, {{3.0, 2.5, 5.0}, 2}, {{9.0, 9.5, 7.0}, 7}}),
             someParams());
         return classifiers;
-    }
-
-    static void use(kt_ClassifierBayesian& classifier)
-    {
-        const auto run = [&classifier] {
-            ktClassifierResult result;
-            try {
-                classifier.run(somePattern(), result);
-            } catch (const ktException&) {
-                EXPECT_TRUE(result == ktClassifierResult());
-            }
-        };
-        run();
-        const bayes::OpenBayesian copy(classifier);
-        kt_test::attempt([&] { copy.checkRunnable_(); });
-        kt_test::attempt([&] { static_cast<void>(classifier == classifier); });
-        kt_test::attempt([&] { classifier.retrain(*classifier.trainParams()); });
-        run();
-        kt_test::attempt([&] { classifier.train(kt_test::trainingData({{{1.0, 2.0, 3.0}, 2}}), someParams()); });
-        run();
     }
 };
 

@@ -19,12 +19,6 @@ struct ErrorCase : kt_test::ArchivableCase<Error> {
     {
         return typeid(a) == typeid(b) && a.errorNumber() == b.errorNumber() && a.message() == b.message();
     }
-
-    static void use(Error& error)
-    {
-        static_cast<void>(error.what());
-        static_cast<void>(error.message());
-    }
 };
 
 struct BadParams : ErrorCase<ktClassifierDefs::BadParams> {
@@ -61,17 +55,6 @@ struct FeaturePattern : kt_test::ArchivableCase<ktFeaturePattern> {
         return {ktFeaturePattern(), ktFeaturePattern({1.5, -2.0, 0.25}, {1}), ktFeaturePattern({1.5, -2.0, 0.25}, {}),
                 ktFeaturePattern({0, 1, 2, 3, 4, 5, 6, 7, infinity, -infinity}, {0, 8})};
     }
-
-    static void use(ktFeaturePattern& pattern)
-    {
-        const long end = pattern.numMeasurements() + 2;
-        for (long i = 0; i < end; ++i) {
-            static_cast<void>(pattern.isValid(i));
-            static_cast<void>(pattern.featureMeasurement(i, false));
-        }
-        EXPECT_EQ(static_cast<long>(pattern.invalidFeatureIndices().size()), pattern.numInvalid());
-        static_cast<void>(pattern.featureMeasurements(false));
-    }
 };
 
 struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
@@ -85,14 +68,6 @@ struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
         overridden.misclassificationCostOverride(2147483647, 3, 0.125);
         return {ktClassifierCosts(), ktClassifierCosts(0.0), overridden};
     }
-
-    static void use(ktClassifierCosts& costs)
-    {
-        static_cast<void>(costs.misclassificationCost(0, 1));
-        static_cast<void>(costs.misclassificationCost(2147483647, 3));
-        costs.misclassificationCostOverride(1, 0, 1.0);
-        costs.misclassificationCostOverride(7, 8, 1.0);
-    }
 };
 
 struct Frequencies : kt_test::ArchivableCase<ktClassifierFrequencies> {
@@ -104,14 +79,6 @@ struct Frequencies : kt_test::ArchivableCase<ktClassifierFrequencies> {
         overridden.categoryFrequencyOverride(2, 3.0);
         overridden.categoryFrequencyOverride(1, 2.0);
         return {ktClassifierFrequencies(), ktClassifierFrequencies(0.5), overridden};
-    }
-
-    static void use(ktClassifierFrequencies& frequencies)
-    {
-        static_cast<void>(frequencies.categoryFrequency(0));
-        static_cast<void>(frequencies.categoryFrequency(1));
-        frequencies.categoryFrequencyOverride(1, 1.0);
-        frequencies.categoryFrequencyOverride(7, 1.0);
     }
 };
 
@@ -162,18 +129,6 @@ struct DataProviderMemory : kt_test::ArchivableCase<ktClassifierDataProviderMemo
                    left.description() == right.description() && left.categoryLabel(0) == right.categoryLabel(0);
         }
         return a == b;
-    }
-
-    static void use(ktClassifierDataProviderMemory& provider)
-    {
-        for (long i = 0; i < provider.numPatterns(); ++i) {
-            kt_test::attempt([&] { provider.featurePattern(i)->numMeasurements(); });
-            kt_test::attempt([&] { static_cast<void>(provider.categoryLabel(i)); });
-        }
-        kt_test::attempt([&] { static_cast<void>(provider == ktClassifierDataProviderMemory(provider)); });
-        kt_test::attempt([&] { static_cast<void>(provider.numMeasurements()); });
-        kt_test::attempt([&] { provider.addData(new ktFeaturePattern({1.0, 2.0}, {}), 1); });
-        kt_test::attempt([&] { provider.addData(provider.featurePattern(0), 1); });
     }
 };
 

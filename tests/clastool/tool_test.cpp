@@ -948,26 +948,10 @@ TEST(ToolMemory, LoadingThatRunsOutOfItLeavesTheOldClassifierOrNone)
 // What must hold for every archivable class. Only an empty tool is unchanged by an assignment that fails, so each case pairs
 // one with a trained tool.
 
-void useTool(ktClassifierTool& tool)
-{
-    for (int i = 0; i < 2 && tool.isTrained(); ++i) {
-        ktClassifierResult result;
-        try {
-            tool.run(ktFeaturePattern({2.0}, {}), result);
-        } catch (const ktException&) {
-            EXPECT_TRUE(result == ktClassifierResult());
-        }
-        if (i == 0) {
-            tool.retrain(*tool.trainParams());
-        }
-    }
-}
-
 struct ToolCase : kt_test::ArchivableCase<ktClassifierTool> {
     static constexpr const char* name = "ktClassifierTool";
     static constexpr bool keepsValueWhenAssignedToItself = false;
     static std::vector<ktClassifierTool> samples() { return {ktClassifierTool(), trainedKnn()}; }
-    static void use(ktClassifierTool& tool) { useTool(tool); }
 };
 
 struct ToolTreeCase : ToolCase {

@@ -67,12 +67,17 @@ void loadEverything(ktArchive& archive)
 {
     Everything all;
     archive || all;
+    const std::string bytes = kt_test::store(all);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(kt_test::load<Everything>(bytes))), kt_test::toHex(bytes));
 }
 
 void loadGraph(ktArchive& archive)
 {
     std::vector<ktPtrHandle<Node>> nodes;
     archive || nodes;
+    const std::string bytes = kt_test::store(nodes);
+    EXPECT_EQ(kt_test::toHex(kt_test::store(kt_test::load<std::vector<ktPtrHandle<Node>>>(bytes))),
+              kt_test::toHex(bytes));
 }
 
 TEST(GoldenArchive, ValuesOfTheFoundation)
@@ -93,6 +98,24 @@ TEST(GoldenArchive, PointerRecordsOfTheFoundation)
     EXPECT_EQ(kt_test::toHex(kt_test::store(loaded)), kt_test::toHex(bytes));
     EXPECT_EQ(loaded.at(0), loaded.at(3));
     EXPECT_EQ(loaded[0]->children.at(0), loaded[2]->children.at(0));
+}
+
+TEST(StreamFailure, ValuesSurviveItAtEveryByte)
+{
+    const Everything stored = everything();
+    Everything loaded;
+    kt_test::failEachByte([&stored](ktArchive& archive) { archive || const_cast<Everything&>(stored); },
+                          [&loaded](ktArchive& archive) { archive || loaded; });
+    EXPECT_EQ(kt_test::toHex(kt_test::store(loaded)), kt_test::toHex(kt_test::store(everything())));
+}
+
+TEST(StreamFailure, PointerRecordsSurviveItAtEveryByte)
+{
+    std::vector<ktPtrHandle<Node>> stored = graph();
+    std::vector<ktPtrHandle<Node>> loaded = {toys::chain(3), toys::chain(2)};
+    kt_test::failEachByte([&stored](ktArchive& archive) { archive || stored; },
+                          [&loaded](ktArchive& archive) { archive || loaded; });
+    EXPECT_EQ(kt_test::toHex(kt_test::store(loaded)), kt_test::toHex(kt_test::store(graph())));
 }
 
 TEST(Damage, ValuesLoadOrAreRefused)

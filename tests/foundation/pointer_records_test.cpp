@@ -4,6 +4,7 @@
 #include "support/archives.h"
 #include "support/bytes.h"
 #include "support/failures.h"
+#include "support/stacks.h"
 
 #include "toys.h"
 
@@ -350,6 +351,18 @@ TEST(PointerRecord, ThousandOpenRecordsAreStoredAndLoaded)
         node = node->children.empty() ? ktPtrHandle<Node>() : node->children[0];
     }
     EXPECT_EQ(length, 1000);
+}
+
+TEST(PointerRecord, ThousandOpenRecordsNeedASmallStack)
+{
+    const std::size_t used = kt_test::runOnStack(kt_test::stackForThousandRecordsOfTests, [] {
+        const ktPtrHandle<Node> nodes = toys::chain(1000);
+        EXPECT_EQ(store(load<ktPtrHandle<Node>>(store(nodes))), store(nodes));
+        const ktPtrHandle<Node> tooDeep = toys::chain(1001);
+        EXPECT_THROW(store(tooDeep), ktArchive::TooDeep);
+    });
+    EXPECT_GT(used, 0u);
+    RecordProperty("stack", std::to_string(used));
 }
 
 TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToStore)

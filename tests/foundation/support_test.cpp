@@ -1,11 +1,15 @@
 #include "support/allocations.h"
+#include "support/archives.h"
 #include "support/bytes.h"
 #include "support/damage.h"
+
+#include "toys.h"
 
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <kt/archive.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <new>
@@ -161,11 +165,60 @@ TEST(TestSupport, EveryKindOfDamageIsDone)
 {
     std::multiset<std::string> damaged;
     kt_test::forEachDamage("abcde", [&](const std::string& bytes, const std::string&) { damaged.insert(bytes); });
-    EXPECT_EQ(damaged.size(), 5u + 40u + 2u * 5u);
-    for (const std::string& form : {std::string(""), std::string("abcd"), std::string("`bcde"), std::string("abcd\xE5"),
-                                    std::string("\1\0\0\0e", 5), std::string("a\xFF\xFF\xFF\x7F"),
-                                    std::string("a\0\0\0\x80", 5), std::string("\xFF\xFF\xFF\xFF") + "e"}) {
+    EXPECT_EQ(damaged.size(), 5u + 40u + 4u * 5u + 7u * 2u);
+    for (const std::string& form :
+         {std::string(""), std::string("abcd"), std::string("cbcde"), std::string("abcd\xE5"),
+          std::string("a\x7F"
+                      "cde"),
+          std::string("abcd\0", 5), std::string("\1\0\0\0e", 5), std::string("a\xFF\xFF\xFF\x7F"),
+          std::string("a\0\0\0\x80", 5), std::string("\xFF\xFF\xFF\xFF") + "e"}) {
         EXPECT_EQ(damaged.count(form), 1u) << kt_test::toHex(form);
+    }
+}
+
+/// How many damaged forms of the bytes `what` says something of.
+long countDamage(const std::string& bytes, const std::string& what)
+{
+    long count = 0;
+    kt_test::forEachDamage(bytes, [&](const std::string&, const std::string& each) {
+        count += each.find(what) != std::string::npos ? 1 : 0;
+    });
+    return count;
+}
+
+TEST(TestSupport, EveryClassNameAndEveryReferenceIsExchangedForEachOther)
+{
+    long classes = 0;
+    for (const kt_Instantiator* entry = kt_Instantiator::first(); entry != nullptr; entry = entry->next()) {
+        ++classes;
+    }
+    const ktPtrHandle<toys::Note> first(new toys::Note("first"));
+    const ktPtrHandle<toys::Note> second(new toys::Note("second"));
+    const std::vector<ktPtrHandle<toys::Note>> notes{first, second, second};
+    const std::string bytes = kt_test::store(notes);
+    EXPECT_EQ(countDamage(bytes, "toys::Note at byte 13 exchanged for"), classes - 1);
+    EXPECT_EQ(countDamage(bytes, "exchanged for"), classes - 1);
+    EXPECT_EQ(countDamage(bytes, "reference at byte " + std::to_string(bytes.size() - 5)), 2)
+        << "to the first one and to one that there is not";
+}
+
+TEST(TestSupport, TenthOfTheDamageIsChosenAndSomeOfEachKind)
+{
+    std::vector<std::string> all;
+    std::vector<std::string> chosen;
+    const std::string bytes(100, 'x');
+    kt_test::forEachDamage(bytes, [&](const std::string&, const std::string& what) { all.push_back(what); });
+    kt_test::forEachChosenDamage(bytes, [&](const std::string&, const std::string& what) { chosen.push_back(what); });
+    if (kt_test::everyCaseIsAsked()) {
+        EXPECT_EQ(chosen, all);
+        return;
+    }
+    EXPECT_NEAR(static_cast<double>(chosen.size()), static_cast<double>(all.size()) / 10, 40);
+    for (const std::string kind :
+         {"the first", "bit 0", "bit 1", "bit 2", "bit 3", "bit 4", "bit 5", "bit 6", "bit 7", "set to 0", "set to 127",
+          "set to 128", "set to 255", "word 0 ", "word 4294967295"}) {
+        const auto isOfKind = [&kind](const std::string& what) { return what.find(kind) != std::string::npos; };
+        EXPECT_TRUE(std::any_of(chosen.begin(), chosen.end(), isOfKind)) << kind;
     }
 }
 

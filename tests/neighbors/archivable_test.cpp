@@ -14,12 +14,6 @@ struct Norm : kt_test::ArchivableCase<ktPatternDistanceMetricNorm> {
     {
         return {ktPatternDistanceMetricNorm(), ktPatternDistanceMetricNorm(0.5), ktPatternDistanceMetricNorm(7.5)};
     }
-
-    static void use(ktPatternDistanceMetricNorm& metric)
-    {
-        static_cast<void>(metric.distance(ktFeaturePattern({1.0, 2.0}, {}), ktFeaturePattern({-1.0, 0.5}, {})));
-        metric.order(3.0);
-    }
 };
 
 ktClassifierCosts someCosts()
@@ -37,15 +31,6 @@ struct TrainParamsKNN : kt_test::ArchivableCase<ktClassifierTrainParamsKNN> {
         return {ktClassifierTrainParamsKNN(), ktClassifierTrainParamsKNN(7),
                 ktClassifierTrainParamsKNN(7, ktPatternDistanceMetricNorm(0.5), someCosts())};
     }
-
-    static void use(ktClassifierTrainParamsKNN& params)
-    {
-        static_cast<void>(params.clone());
-        if (params.distanceMetric()) {
-            params.distanceMetric(*params.distanceMetric());
-        }
-        params.k(3);
-    }
 };
 
 struct ClassifierKNN : kt_test::ArchivableCase<kt_ClassifierKNN> {
@@ -60,25 +45,6 @@ struct ClassifierKNN : kt_test::ArchivableCase<kt_ClassifierKNN> {
                              ktClassifierTrainParamsKNN(7));
         classifiers[3].train(kt_test::trainingData({}), params);
         return classifiers;
-    }
-
-    static void use(kt_ClassifierKNN& classifier)
-    {
-        const auto run = [&classifier] {
-            ktClassifierResult result;
-            try {
-                classifier.run(ktFeaturePattern({0.5, 0.25}, {}), result);
-            } catch (const ktException&) {
-                EXPECT_TRUE(result == ktClassifierResult());
-            }
-        };
-        run();
-        if (classifier.isTrained()) {
-            classifier.retrain(*classifier.trainParams());
-            run();
-            classifier.trainIncremental(ktFeaturePattern({0.5, 0.25}, {}), 3);
-            run();
-        }
     }
 };
 

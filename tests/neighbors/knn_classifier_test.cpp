@@ -928,6 +928,52 @@ TEST(KnnLoaded, HugeKTakesAllPatternsAndNoMoreMemoryThanTheyNeed)
     EXPECT_LT(watch.peakBytes(), 100000u);
 }
 
+/// Loads them and expects the memory that any input is allowed.
+std::vector<ktPtrHandle<kt_ClassifierKNN>> loadWithinBound(const std::string& bytes)
+{
+    std::vector<ktPtrHandle<kt_ClassifierKNN>> loaded;
+    const kt_test::MemoryWatch watch;
+    kt_test::loadInto(loaded, bytes);
+    EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
+    return loaded;
+}
+
+TEST(KnnLoaded, PatternsReferredToManyTimesTakeTheMemoryOfOne)
+{
+    const PatternHandle wide = pattern(std::vector<double>(1000, 0.5));
+    Data often;
+    for (int i = 0; i < 2000; ++i) {
+        often.addData(wide, i % 2);
+    }
+    const ktPtrHandle<kt_ClassifierKNN> trained(new kt_ClassifierKNN);
+    trained->train(often, Params(3));
+    const auto loaded = loadWithinBound(kt_test::store(std::vector<ktPtrHandle<kt_ClassifierKNN>>{trained}));
+    ktClassifierResult expected;
+    trained->run(*wide, expected);
+    for (const bool retrained : {false, true}) {
+        if (retrained) {
+            loaded[0]->retrain(Params(3));
+        }
+        ktClassifierResult result;
+        loaded[0]->run(*wide, result);
+        EXPECT_EQ(labelsOf(result).front(), labelsOf(expected).front());
+    }
+    EXPECT_TRUE(*loaded[0] == *trained);
+}
+
+TEST(KnnLoaded, StoreOfManyClassifiersTakesTheMemoryOfOne)
+{
+    const ktPtrHandle<kt_ClassifierKNN> trained(new kt_ClassifierKNN);
+    trained->train(trainingData({{std::vector<double>(1000, 0.5), 1}, {std::vector<double>(1000, 1.5), 2}}), Params());
+    const auto loaded = loadWithinBound(kt_test::store(std::vector<ktPtrHandle<kt_Classifier>>{
+        trained, trained->clone(), trained->clone(), trained->clone(), trained->clone(), trained->clone()}));
+    for (const auto& each : loaded) {
+        ktClassifierResult result;
+        each->run(*pattern(std::vector<double>(1000, 1.25)), result);
+        EXPECT_EQ(labelsOf(result).front(), 2);
+    }
+}
+
 TEST(KnnLoaded, DamagedPatternsAreRefusedWhereARunMeetsThem)
 {
     const PatternHandle zero = pattern({0});

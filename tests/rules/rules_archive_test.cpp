@@ -43,13 +43,11 @@ struct OneSidedCase : kt_test::ArchivableCase<OneSided> {
     {
         return {OneSided(), oneSided(8.0, 4.0, -infinity, 0.25, 0.75), oneSided(2.0, 4.0, 7.0, 0.25, 0.75)};
     }
-    static void use(OneSided& score) { static_cast<void>(score.score(3.0)); }
 };
 
 struct TwoSidedCase : kt_test::ArchivableCase<TwoSided> {
     static constexpr const char* name = "ktClassifierFeatureScoreTwoSided";
     static std::vector<TwoSided> samples() { return {TwoSided(), trapezoid()}; }
-    static void use(TwoSided& score) { static_cast<void>(score.score(3.0)); }
 };
 
 /// A handle that is never null, because a null one cannot be stored.
@@ -65,7 +63,6 @@ struct HandleCase : kt_test::ArchivableCase<HeldScore> {
         return {HeldScore(), new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new TwoSided(trapezoid())};
     }
     static bool equal(const HeldScore& a, const HeldScore& b) { return *a == *b; }
-    static void use(HeldScore& score) { static_cast<void>(score->score(3.0)); }
 };
 
 struct StoredVector : FeatureVector {
@@ -95,10 +92,6 @@ struct RuleCase : kt_test::ArchivableCase<ktClassifierRule> {
         const std::vector<ktClassifierRule> rules = sampleRules();
         return {ktClassifierRule(), rules[1], rules[0]};
     }
-    static void use(ktClassifierRule& rule)
-    {
-        static_cast<void>(rule.score(FeatureVector(std::vector<double>(rule.scoringMethods().size(), 3.0))));
-    }
 };
 
 struct RuleTableCase : kt_test::ArchivableCase<ktClassifierRuleTable> {
@@ -109,15 +102,6 @@ struct RuleTableCase : kt_test::ArchivableCase<ktClassifierRuleTable> {
         tables[1].train({rule({new Ignore}, 0)});
         tables[2].train(sampleRules());
         return tables;
-    }
-    static void use(ktClassifierRuleTable& table)
-    {
-        for (const std::size_t size : {0u, 1u, 3u}) {
-            kt_test::attempt([&] {
-                static_cast<void>(table.classifyHardThreshold(FeatureVector(std::vector<double>(size, 3.0)), 0.5));
-            });
-        }
-        table.train(std::vector<ktClassifierRule>(table.rules()));
     }
 };
 

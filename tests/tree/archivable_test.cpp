@@ -11,22 +11,7 @@ namespace {
 using trees::leafFor;
 using trees::resultFor;
 
-/// A pattern that steers a tree of comparisons and range tests.
-ktFeaturePattern somePattern()
-{
-    return ktFeaturePattern({1.0, 2.0, 3.0}, {2});
-}
-
-template <class Predicate>
-struct PredicateCase : kt_test::ArchivableCase<Predicate> {
-    static void use(Predicate& predicate)
-    {
-        predicate.outcome(somePattern());
-        predicate.outcome(ktFeaturePattern());
-    }
-};
-
-struct Comparison : PredicateCase<ktComparisonPredicate> {
+struct Comparison : kt_test::ArchivableCase<ktComparisonPredicate> {
     static constexpr const char* name = "ktComparisonPredicate";
 
     static std::vector<ktComparisonPredicate> samples()
@@ -35,7 +20,7 @@ struct Comparison : PredicateCase<ktComparisonPredicate> {
     }
 };
 
-struct Range : PredicateCase<ktRangePredicate> {
+struct Range : kt_test::ArchivableCase<ktRangePredicate> {
     static constexpr const char* name = "ktRangePredicate";
 
     static std::vector<ktRangePredicate> samples()
@@ -46,7 +31,7 @@ struct Range : PredicateCase<ktRangePredicate> {
     }
 };
 
-struct Validity : PredicateCase<ktValidityPredicate> {
+struct Validity : kt_test::ArchivableCase<ktValidityPredicate> {
     static constexpr const char* name = "ktValidityPredicate";
 
     static std::vector<ktValidityPredicate> samples()
@@ -56,19 +41,7 @@ struct Validity : PredicateCase<ktValidityPredicate> {
     }
 };
 
-template <class Tree>
-struct TreeCase : kt_test::ArchivableCase<Tree> {
-    static void use(Tree& tree)
-    {
-        kt_ClassifierDecisionTree classifier;
-        classifier.trainManual(tree);
-        ktClassifierResult result;
-        classifier.run(somePattern(), result);
-        EXPECT_EQ(tree.numCategories(), static_cast<long>(tree.categoryLabels().size()));
-    }
-};
-
-struct Leaf : TreeCase<ktDecisionTreeLeaf> {
+struct Leaf : kt_test::ArchivableCase<ktDecisionTreeLeaf> {
     static constexpr const char* name = "ktDecisionTreeLeaf";
 
     static std::vector<ktDecisionTreeLeaf> samples()
@@ -86,7 +59,7 @@ ktDecisionTreeNode smallTree()
     return {ktValidityPredicate(std::vector<long>{0, 1}), twice, leafFor({4})};
 }
 
-struct Node : TreeCase<ktDecisionTreeNode> {
+struct Node : kt_test::ArchivableCase<ktDecisionTreeNode> {
     static constexpr const char* name = "ktDecisionTreeNode";
 
     static std::vector<ktDecisionTreeNode> samples()
@@ -111,13 +84,6 @@ struct Classifier : kt_test::ArchivableCase<kt_ClassifierDecisionTree> {
     static bool equal(const kt_ClassifierDecisionTree& a, const kt_ClassifierDecisionTree& b)
     {
         return (!a.isTrained() && !b.isTrained()) || a == b;
-    }
-
-    static void use(kt_ClassifierDecisionTree& classifier)
-    {
-        ktClassifierResult result;
-        classifier.run(somePattern(), result);
-        static_cast<void>(classifier.decisionTree()->categoryLabels());
     }
 };
 

@@ -236,10 +236,41 @@ std::string storeWithoutLimit(T value)
     return out.str();
 }
 
-TEST(TreeNesting, Of1000RecordsIsStoredAndLoaded)
+/// Runs `operation` on the stack that a thousand records may take, and notes what it used of it.
+template <class Operation>
+void runOnStackForThousand(const char* what, Operation operation)
 {
-    const Tree tree = nested(1000);
-    EXPECT_TRUE(*kt_test::storedAndLoaded(tree) == *tree);
+    const std::size_t used = kt_test::runOnStack(kt_test::stackForThousandRecords, operation);
+    EXPECT_GT(used, 0u);
+    ::testing::Test::RecordProperty(what, std::to_string(used));
+}
+
+TEST(TreeNesting, Of1000RecordsIsStoredAndLoadedOnASmallStack)
+{
+    for (const Shape shape : {Shape::trueSide, Shape::falseSide, Shape::zigZag}) {
+        const Tree tree = trees::chain(shape, 999, leafFor({1}), leafFor({2}));
+        std::string bytes;
+        runOnStackForThousand("stackToStore", [&] { bytes = kt_test::store(tree); });
+        runOnStackForThousand("stackToLoad", [&] { EXPECT_TRUE(*kt_test::load<Tree>(bytes) == *tree); });
+        runOnStackForThousand("stackToLoadBlindly", [&] { EXPECT_TRUE(*kt_test::loadBlind<Tree>(bytes) == *tree); });
+    }
+}
+
+TEST(TreeNesting, Of1001RecordsIsRefusedOnASmallStack)
+{
+    const Tree tree = nested(1001);
+    const std::string bytes = storeWithoutLimit(nested(1001));
+    runOnStackForThousand("stackToRefuse", [&] {
+        EXPECT_THROW(kt_test::store(tree), ktArchive::TooDeep);
+        EXPECT_THROW(kt_test::load<Tree>(bytes), ktArchive::TooDeep);
+    });
+}
+
+TEST(TreeNesting, ToolOf1000RecordsIsStoredAndLoadedOnASmallStack)
+{
+    ktClassifierTool tool;
+    tool.train(*nested(999));
+    runOnStackForThousand("stackOfATool", [&] { EXPECT_TRUE(kt_test::storedAndLoaded(tool) == tool); });
 }
 
 TEST(TreeNesting, Of1001RecordsIsTooDeepToStore)

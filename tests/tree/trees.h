@@ -2,7 +2,7 @@
 
 #include <clastool/decision_tree.h>
 
-#include <pthread.h>
+#include "support/stacks.h"
 
 #include <gtest/gtest.h>
 
@@ -104,17 +104,7 @@ private:
 template <class Operation>
 void runOnSmallStack(Operation operation)
 {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    pthread_t thread;
-    const auto start = [](void* given) -> void* {
-        (*static_cast<Operation*>(given))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, start, &operation), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    pthread_attr_destroy(&attributes);
+    kt_test::runOnStack(256 * 1024, operation);
 }
 
 }  // namespace trees

@@ -54,6 +54,14 @@ inline int kt_lowestBit(unsigned long long bits)
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false
 #endif
+// A function that keeps a frame of its own.
+#if defined(__GNUC__)
+#define KT_NOINLINE __attribute__((noinline))
+#elif defined(_MSC_VER)
+#define KT_NOINLINE __declspec(noinline)
+#else
+#define KT_NOINLINE
+#endif
 
 #if defined(__GNUC__)
 typedef double kt_DoublePair __attribute__((vector_size(16)));

@@ -1,0 +1,589 @@
+// Graphs of objects that share parts, built as the input says: stored, loaded, equal, and stored to the same bytes.
+
+#include "damage/battery.h"
+#include "support/streams.h"
+
+#include <clastool/clastool.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using kt_test::BrokenPromise;
+using Types = ktClassifierDistributionTypes;
+template <class T>
+using Handles = std::vector<ktPtrHandle<T>>;
+
+/// The input, as the numbers that a builder asks for; zeros behind its end.
+class Input {
+public:
+    Input(const std::uint8_t* data, std::size_t size) : next_(data), end_(data + size) {}
+
+    bool isEmpty() const { return next_ == end_; }
+    unsigned byte() { return isEmpty() ? 0 : *next_++; }
+    bool flag() { return byte() % 2 != 0; }
+    long label() { return static_cast<long>(byte() % 6) - 1; }
+    /// Any number but NaN, which equals nothing.
+    double number()
+    {
+        constexpr double infinity = std::numeric_limits<double>::infinity();
+        static constexpr double special[] = {0.0, -0.0, 1.0, 0.5, 1e300, -1e300, 5e-324, infinity, -infinity, 1e-18};
+        const unsigned which = byte();
+        return which < std::size(special) ? special[which] : (static_cast<double>(which) - 128.0) / 8.0;
+    }
+    std::vector<double> numbers()
+    {
+        std::vector<double> all(byte() % 5);
+        for (double& each : all) {
+            each = number();
+        }
+        return all;
+    }
+    std::vector<long> indices()
+    {
+        std::vector<long> all(byte() % 4);
+        for (long& each : all) {
+            each = byte() % 5;
+        }
+        return all;
+    }
+    std::string text()
+    {
+        std::string all(byte() % 5, ' ');
+        for (char& each : all) {
+            each = static_cast<char>(byte());
+        }
+        return all;
+    }
+    /// One of those that there are.
+    template <class T>
+    T& oneOf(std::vector<T>& all)
+    {
+        return all[byte() % all.size()];
+    }
+
+private:
+    const std::uint8_t* next_;
+    const std::uint8_t* end_;
+};
+
+/// Runs one step; what the library refuses leaves the graph as it was.
+template <class Step>
+void attempt(Step step)
+{
+    try {
+        step();
+    } catch (const ktException&) {
+    }
+}
+
+struct Graph {
+    Handles<const ktFeaturePattern> patterns;
+    Handles<ktClassifierDataProviderMemory> providers;
+    Handles<ktPatternDistanceMetric> metrics;
+    Handles<ktPredicateFunction> predicates;
+    Handles<ktDecisionTree> trees;
+    Handles<ktClassifierTrainParams> params;
+    Handles<kt_ProbabilityDensityFunction> densities;
+    Handles<kt_CategoryModel> models;
+    Handles<kt_Classifier> classifiers;
+    std::vector<ktClassifierTool> tools;
+    std::vector<ktClassifierCosts> costs;
+    std::vector<ktClassifierFrequencies> frequencies;
+    std::vector<Types> types;
+    std::vector<ktClassifierResult> results;
+    std::vector<ktClassifierRule> rules;
+    std::vector<std::string> texts;
+    std::vector<bool> flags;
+    std::vector<double> numbers;
+    std::vector<long> labels;
+    std::vector<std::vector<unsigned long>> words;
+};
+
+ktArchive& operator||(ktArchive& archive, Graph& graph)
+{
+    const ktArchive::Pass pass(archive);
+    return archive || graph.trees || graph.tools || graph.patterns || graph.providers || graph.metrics ||
+           graph.predicates || graph.params || graph.densities || graph.models || graph.classifiers || graph.costs ||
+           graph.frequencies || graph.types || graph.results || graph.rules || graph.texts || graph.flags ||
+           graph.numbers || graph.labels || graph.words;
+}
+
+/// Grows a graph step by step. Each kind of object has one to begin with, so that there always is one to build on.
+class Builder {
+public:
+    explicit Builder(Input& input) : in_(input)
+    {
+        graph_.patterns = {new ktFeaturePattern({0.5, 2.0}, {})};
+        graph_.providers = {new ktClassifierDataProviderMemory};
+        graph_.metrics = {new ktPatternDistanceMetricNorm};
+        graph_.predicates = {new ktValidityPredicate};
+        graph_.trees = {new ktDecisionTreeLeaf};
+        graph_.params = {new ktClassifierTrainParamsKNN, new ktClassifierTrainParamsBayesian};
+        graph_.densities = {new kt_PDFMultivariateNormal, new kt_PDFBinomial(ktFeaturePattern({9.0}, {}))};
+        graph_.models = {new kt_CategoryModelBayesian(1, {{0}, {1, 2}}, {Types::eNormal, Types::eNormal}, {})};
+        graph_.classifiers = {new kt_ClassifierKNN, new kt_ClassifierBayesian, new kt_ClassifierDecisionTree};
+        graph_.tools.resize(1);
+        graph_.costs.resize(1);
+        graph_.frequencies.resize(1);
+        graph_.types.resize(1);
+        graph_.results.resize(1);
+        graph_.rules.resize(1);
+    }
+
+    Graph build()
+    {
+        static constexpr void (Builder::*steps[])() = {
+            &Builder::addPattern,   &Builder::addData,     &Builder::addProvider, &Builder::addMetric,
+            &Builder::addPredicate, &Builder::addNode,     &Builder::addLeaf,     &Builder::addKnnParams,
+            &Builder::addBayesian,  &Builder::learn,       &Builder::adapt,       &Builder::addModel,
+            &Builder::train,        &Builder::trainByHand, &Builder::trainMore,   &Builder::trainTool,
+            &Builder::changeCosts,  &Builder::changeOdds,  &Builder::changeTypes, &Builder::addResult,
+            &Builder::addRule,      &Builder::addPlain,    &Builder::shareAgain,  &Builder::addNulls};
+        while (!in_.isEmpty()) {
+            const auto step = steps[in_.byte() % std::size(steps)];
+            attempt([&] { (this->*step)(); });
+        }
+        return std::move(graph_);
+    }
+
+private:
+    const ktFeaturePattern& pattern() { return *in_.oneOf(graph_.patterns); }
+
+    void addPattern()
+    {
+        const std::vector<double> values = in_.numbers();
+        graph_.patterns.push_back(new ktFeaturePattern(values, in_.indices()));
+    }
+    void addData()
+    {
+        const ktPtrHandle<const ktFeaturePattern> pattern = in_.oneOf(graph_.patterns);
+        if (pattern) {
+            in_.oneOf(graph_.providers)->addData(pattern, in_.label());
+        }
+    }
+    void addProvider()
+    {
+        const ktPtrHandle<ktClassifierDataProviderMemory> provider(
+            new ktClassifierDataProviderMemory(*in_.oneOf(graph_.providers)));
+        provider->setName(in_.text());
+        provider->setDescription(in_.text());
+        graph_.providers.push_back(provider);
+    }
+    void addMetric() { graph_.metrics.push_back(new ktPatternDistanceMetricNorm(in_.number())); }
+    void addPredicate()
+    {
+        const unsigned kind = in_.byte() % 3;
+        if (kind == 0) {
+            graph_.predicates.push_back(new ktComparisonPredicate(in_.label() + 1, in_.label() + 2));
+        } else if (kind == 1) {
+            const double low = in_.number();
+            graph_.predicates.push_back(new ktRangePredicate(ktRange(low, in_.number()), in_.indices()));
+        } else {
+            graph_.predicates.push_back(new ktValidityPredicate(in_.indices()));
+        }
+    }
+    void addNode()
+    {
+        const ktPtrHandle<ktDecisionTree> yes = in_.oneOf(graph_.trees);
+        const ktPtrHandle<ktDecisionTree> no = in_.oneOf(graph_.trees);
+        graph_.trees.push_back(new ktDecisionTreeNode(*in_.oneOf(graph_.predicates), *yes, *no));
+    }
+    void addLeaf() { graph_.trees.push_back(new ktDecisionTreeLeaf(in_.oneOf(graph_.results))); }
+    void addKnnParams()
+    {
+        const long k = in_.label() + 1;
+        graph_.params.push_back(new ktClassifierTrainParamsKNN(k, *in_.oneOf(graph_.metrics), in_.oneOf(graph_.costs)));
+    }
+    void addBayesian()
+    {
+        graph_.params.push_back(new ktClassifierTrainParamsBayesian(
+            in_.oneOf(graph_.types), in_.oneOf(graph_.frequencies), in_.oneOf(graph_.costs), pattern()));
+    }
+    void learn()
+    {
+        const ktPtrHandle<kt_ProbabilityDensityFunction> density = in_.oneOf(graph_.densities);
+        if (in_.flag()) {
+            graph_.densities.push_back(new kt_PDFMultivariateNormal);
+            graph_.densities.push_back(new kt_PDFBinomial(pattern()));
+        }
+        density->updateWithData({pattern()});
+    }
+    void adapt() { in_.oneOf(graph_.models)->adapt(pattern(), nullptr, 0); }
+    void addModel()
+    {
+        const std::vector<std::vector<long>> groups = {in_.indices(), in_.indices()};
+        const auto type = static_cast<Types::DistributionType>(in_.byte() % 2);
+        graph_.models.push_back(new kt_CategoryModelBayesian(in_.label(), groups, {type, Types::eNormal}, pattern()));
+    }
+    void train()
+    {
+        const ktPtrHandle<kt_Classifier> classifier = in_.oneOf(graph_.classifiers)->clone();
+        graph_.classifiers.push_back(classifier);
+        const auto& provider = *in_.oneOf(graph_.providers);
+        classifier->train(provider, *in_.oneOf(graph_.params));
+    }
+    void trainByHand()
+    {
+        const ktPtrHandle<kt_ClassifierDecisionTree> classifier(new kt_ClassifierDecisionTree);
+        classifier->trainManual(*in_.oneOf(graph_.trees));
+        graph_.classifiers.push_back(classifier);
+    }
+    void trainMore()
+    {
+        kt_Classifier& classifier = *in_.oneOf(graph_.classifiers);
+        if (in_.flag()) {
+            classifier.trainStart(*in_.oneOf(graph_.params));
+        }
+        classifier.trainIncremental(pattern(), in_.label());
+    }
+    void trainTool()
+    {
+        graph_.tools.emplace_back();
+        if (in_.flag()) {
+            graph_.tools.back().train(*in_.oneOf(graph_.trees));
+        } else {
+            const auto& provider = *in_.oneOf(graph_.providers);
+            graph_.tools.back().train(provider, *in_.oneOf(graph_.params));
+        }
+    }
+    void changeCosts()
+    {
+        graph_.costs.push_back(graph_.costs.back());
+        const long from = in_.label();
+        const long to = in_.label();
+        graph_.costs.back().misclassificationCostOverride(from, to, in_.number());
+    }
+    void changeOdds()
+    {
+        graph_.frequencies.push_back(graph_.frequencies.back());
+        const long label = in_.label();
+        graph_.frequencies.back().categoryFrequencyOverride(label, in_.number());
+    }
+    void changeTypes()
+    {
+        graph_.types.push_back(graph_.types.back());
+        const long label = in_.label();
+        if (in_.flag()) {
+            graph_.types.back().setDependent(label, in_.indices());
+        } else {
+            const auto type = static_cast<Types::DistributionType>(in_.byte() % 4);
+            graph_.types.back().distributionTypeOverride(label, in_.label(), type);
+        }
+    }
+    void addResult()
+    {
+        std::vector<ktClassifierCategoryResult> entries;
+        for (unsigned i = in_.byte() % 4; i > 0; --i) {
+            const long label = in_.label();
+            entries.emplace_back(label, 0.5, 0.25, in_.number());
+        }
+        graph_.results.push_back(ktClassifierResult(entries, in_.number()));
+    }
+    void addRule()
+    {
+        Handles<ktClsFtSc> methods;
+        for (unsigned i = in_.byte() % 4; i > 0; --i) {
+            const unsigned kind = in_.byte() % 3;
+            if (kind == 0) {
+                methods.push_back(new ktClassifierFeatureScoreIgnore);
+            } else if (kind == 1) {
+                ktPtrHandle<ktClassifierFeatureScoreOneSided> score(new ktClassifierFeatureScoreOneSided);
+                score->x0(in_.number());
+                methods.push_back(score);
+            } else {
+                methods.push_back(new ktClassifierFeatureScoreTwoSided);
+            }
+        }
+        ktClassifierRule rule;
+        rule.init(methods, in_.label());
+        graph_.rules.push_back(rule);
+    }
+    void addPlain()
+    {
+        graph_.texts.push_back(in_.text());
+        graph_.flags.push_back(in_.flag());
+        graph_.numbers.push_back(in_.number());
+        graph_.labels.push_back(in_.label());
+        graph_.words.emplace_back(in_.byte() % 3, 0xFFFFFFFFUL - in_.byte());
+    }
+    void shareAgain()
+    {
+        graph_.patterns.push_back(in_.oneOf(graph_.patterns));
+        graph_.trees.push_back(in_.oneOf(graph_.trees));
+        graph_.densities.push_back(in_.oneOf(graph_.densities));
+        graph_.models.push_back(in_.oneOf(graph_.models));
+        graph_.classifiers.push_back(in_.oneOf(graph_.classifiers));
+        graph_.params.push_back(in_.oneOf(graph_.params));
+    }
+    void addNulls()
+    {
+        graph_.patterns.push_back(nullptr);
+        graph_.trees.push_back(nullptr);
+        graph_.models.push_back(nullptr);
+    }
+
+    Input& in_;
+    Graph graph_;
+};
+
+void promise(bool kept, const char* what)
+{
+    if (!kept) {
+        throw BrokenPromise(what);
+    }
+}
+
+// Equality. Training can make a NaN of infinite measurements, which equals nothing, not even itself.
+
+template <class T>
+bool equal(const T& a, const T& b)
+{
+    return a == b;
+}
+bool equal(const ktPatternDistanceMetric& a, const ktPatternDistanceMetric& b)
+{
+    return a.isEquivalent(b);
+}
+bool equal(const kt_ProbabilityDensityFunction& a, const kt_ProbabilityDensityFunction& b)
+{
+    return a.isEquivalent(b);
+}
+bool equal(const kt_CategoryModel& a, const kt_CategoryModel& b)
+{
+    return dynamic_cast<const kt_CategoryModelBayesian&>(a) == dynamic_cast<const kt_CategoryModelBayesian&>(b);
+}
+bool equal(const kt_Classifier& a, const kt_Classifier& b)
+{
+    // Decision trees that are not there cannot be compared.
+    return a.isTrained() ? a.isEquivalent(b) : !b.isTrained();
+}
+bool equal(const ktClassifierTrainParams& a, const ktClassifierTrainParams& b)
+{
+    const auto* knn = dynamic_cast<const ktClassifierTrainParamsKNN*>(&a);
+    const auto* bayesian = dynamic_cast<const ktClassifierTrainParamsBayesian*>(&a);
+    return knn != nullptr ? *knn == dynamic_cast<const ktClassifierTrainParamsKNN&>(b)
+                          : *bayesian == dynamic_cast<const ktClassifierTrainParamsBayesian&>(b);
+}
+template <class T>
+bool equal(const ktPtrHandle<T>& a, const ktPtrHandle<T>& b)
+{
+    return a && b ? equal(*a, *b) : !a && !b;
+}
+
+template <class T>
+void promiseEqual(const std::vector<T>& loaded, const std::vector<T>& stored)
+{
+    promise(loaded.size() == stored.size(), "as many are loaded as were stored");
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        promise(equal<T>(loaded[i], stored[i]) == equal<T>(stored[i], stored[i]),
+                "what is loaded equals what was stored");
+    }
+}
+template <class T>
+void promiseEqual(const Handles<T>& loaded, const Handles<T>& stored)
+{
+    promise(loaded.size() == stored.size(), "as many are loaded as were stored");
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        promise(equal(loaded[i], stored[i]) == equal(stored[i], stored[i]), "what is loaded equals what was stored");
+        for (std::size_t j = 0; j < i; ++j) {
+            promise((loaded[i] == loaded[j]) == (stored[i] == stored[j]), "what was shared is shared");
+        }
+    }
+}
+
+void promiseEqual(const Graph& loaded, const Graph& stored)
+{
+    promiseEqual(loaded.patterns, stored.patterns);
+    promiseEqual(loaded.providers, stored.providers);
+    promiseEqual(loaded.metrics, stored.metrics);
+    promiseEqual(loaded.predicates, stored.predicates);
+    promiseEqual(loaded.trees, stored.trees);
+    promiseEqual(loaded.params, stored.params);
+    promiseEqual(loaded.densities, stored.densities);
+    promiseEqual(loaded.models, stored.models);
+    promiseEqual(loaded.classifiers, stored.classifiers);
+    promiseEqual(loaded.tools, stored.tools);
+    promiseEqual(loaded.costs, stored.costs);
+    promiseEqual(loaded.frequencies, stored.frequencies);
+    promiseEqual(loaded.types, stored.types);
+    promiseEqual(loaded.results, stored.results);
+    promiseEqual(loaded.rules, stored.rules);
+    promise(loaded.texts == stored.texts && loaded.flags == stored.flags && loaded.numbers == stored.numbers &&
+                loaded.labels == stored.labels && loaded.words == stored.words,
+            "plain values are what they were");
+}
+
+std::string bytesOf(Graph& graph)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    archive || graph;
+    return out.str();
+}
+
+void load(Graph& graph, std::istream& in)
+{
+    ktArchive archive(in);
+    archive || graph;
+}
+
+/// Runs an operation that must end in this exception.
+template <class Exception, class Operation>
+void promiseThrown(Operation operation, const char* what)
+{
+    bool thrown = false;
+    try {
+        operation();
+    } catch (const Exception&) {
+        thrown = true;
+    }
+    promise(thrown, what);
+}
+
+// Operations that archives refuse, on a graph that is not changed by them.
+
+/// A sink and a source that end, or throw, somewhere.
+void failStreams(Graph& graph, const std::string& bytes, Input& input)
+{
+    const std::size_t limit = (input.byte() * 256 + input.byte()) % bytes.size();
+    const kt_test::AtLimit atLimit = input.flag() ? kt_test::AtLimit::throws : kt_test::AtLimit::refuses;
+    kt_test::LimitedSink sink(limit, atLimit);
+    ktArchive storing(sink);
+    promiseThrown<ktArchive::StreamFailed>([&] { storing || graph; }, "a sink that fails is told");
+    promise(sink.bytes() == bytes.substr(0, limit), "a sink gets all bytes up to where it fails");
+    kt_test::BlindSource source(bytes, limit, atLimit);
+    Graph loaded;
+    promiseThrown<ktArchive::Errors>([&] { load(loaded, source); }, "a source that fails is told");
+    std::istringstream whole(bytes);
+    load(loaded, whole);
+    promise(bytesOf(loaded) == bytes, "what a load left behind can be loaded");
+    std::istringstream bad(bytes);
+    bad.setstate(std::ios::badbit);
+    promiseThrown<ktArchive::StreamFailed>([&] { load(loaded, bad); }, "a bad source is told");
+}
+
+void storeTooLarge(std::ostream& out)
+{
+    if (sizeof(long) == 4) {
+        return;
+    }
+    ktArchive archive(out);
+    for (long value : {std::numeric_limits<long>::max(), std::numeric_limits<long>::min()}) {
+        promiseThrown<ktArchive::OutOfRange>([&] { archive || value; }, "a large long is told");
+        auto bits = static_cast<unsigned long>(value);
+        promiseThrown<ktArchive::OutOfRange>([&] { archive || bits || bits; }, "a large unsigned long is told");
+    }
+}
+
+void storeInPlaceAndByPointer(std::ostream& out, Graph& graph, Input& input)
+{
+    ktArchive archive(out);
+    const ktPtrHandle<ktFeaturePattern> pattern(new ktFeaturePattern(*graph.patterns.front()));
+    const bool inPlaceFirst = input.flag();
+    promiseThrown<ktArchive::Conflict>(
+        [&] {
+            const ktArchive::Pass pass(archive);
+            ktPtrHandle<ktFeaturePattern> handle = pattern;
+            if (inPlaceFirst) {
+                archive || *pattern || handle;
+            } else {
+                archive || handle || *pattern;
+            }
+        },
+        "an object in place and by pointer is a conflict");
+}
+
+/// In no registry.
+class Stranger : public ktFeaturePattern {};
+
+void storeStranger(std::ostream& out)
+{
+    ktArchive archive(out);
+    ktPtrHandle<ktFeaturePattern> stranger(new Stranger);
+    promiseThrown<ktArchive::Corrupt>([&] { archive || stranger; }, "a class that is not registered is told");
+}
+
+/// Stored object by object, in passes of two archives that are open at once, with objects that die meanwhile.
+void storeInManyPasses(std::ostream& out, Graph& graph, Input& input)
+{
+    std::ostringstream otherOut;
+    ktArchive archive(out);
+    ktArchive other(static_cast<std::ostream&>(otherOut));
+    const ktArchive::Pass pass(archive);
+    for (ktPtrHandle<const ktFeaturePattern>& pattern : graph.patterns) {
+        if (pattern && input.flag()) {
+            const ktArchive::Pass inner(other);
+            ktPtrHandle<ktFeaturePattern> dies(new ktFeaturePattern(*pattern));
+            other || dies || pattern;
+        }
+        archive || pattern;
+    }
+}
+
+void storeShallow(std::ostream& out, Graph& graph, Input& input)
+{
+    ktArchive archive(out);
+    archive.maxDepth(static_cast<long>(input.byte() % 4));
+    try {
+        archive || graph;
+    } catch (const ktArchive::TooDeep&) {
+    }
+}
+
+void refuse(Graph& graph, const std::string& bytes, Input& input)
+{
+    std::ostringstream out;
+    switch (input.byte() % 6) {
+    case 0:
+        return storeTooLarge(out);
+    case 1:
+        return storeInPlaceAndByPointer(out, graph, input);
+    case 2:
+        return storeStranger(out);
+    case 3:
+        return storeInManyPasses(out, graph, input);
+    case 4:
+        return storeShallow(out, graph, input);
+    default:
+        return failStreams(graph, bytes, input);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    // The last bytes say how the graph is put to the test, all others how it is built.
+    const std::size_t numLast = std::min<std::size_t>(size, 8);
+    Input input(data, size - numLast);
+    Input last(data + (size - numLast), numLast);
+    Graph graph = Builder(input).build();
+    std::string bytes;
+    try {
+        bytes = bytesOf(graph);
+    } catch (const ktArchive::TooDeep&) {
+        return 0;
+    }
+    Graph loaded;
+    std::istringstream in(bytes);
+    load(loaded, in);
+    promise(in.rdbuf()->in_avail() == 0, "loading takes all that storing wrote");
+    promiseEqual(loaded, graph);
+    promise(bytesOf(loaded) == bytes, "what is loaded is stored to the same bytes");
+    // Over what is there, from a stream without a length.
+    kt_test::BlindSource blind(bytes);
+    load(loaded, blind);
+    promise(bytesOf(loaded) == bytes, "and so is what is loaded over something else");
+    refuse(graph, bytes, last);
+    promise(bytesOf(graph) == bytes, "storing changes nothing, also where it fails");
+    return 0;
+}

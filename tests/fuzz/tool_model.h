@@ -1,0 +1,727 @@
+#pragma once
+
+#include <clastool/clastool.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+// The documented tool, its classifiers and their training data, written down as plainly as possible: what throws does so with
+// the library's own exceptions. Small values (costs, frequencies, results, single densities) are the library's own.
+
+namespace tool_model {
+
+using namespace ktClassifierDefs;
+using Pattern = ktFeaturePattern;
+using PatternHandle = ktPtrHandle_const<Pattern>;
+using Types = ktClassifierDistributionTypes;
+using Type = Types::DistributionType;
+using KnnParams = ktClassifierTrainParamsKNN;
+using BayesParams = ktClassifierTrainParamsBayesian;
+using Indices = std::vector<long>;
+
+/// What a data provider in memory holds.
+struct Data {
+    std::string name;
+    std::string description;
+    std::vector<PatternHandle> patterns;
+    std::vector<long> labels;
+
+    long numMeasurements() const { return patterns.empty() ? 0 : patterns.front()->numMeasurements(); }
+
+    void add(const PatternHandle& pattern, long label)
+    {
+        if (!patterns.empty() && pattern->numMeasurements() != numMeasurements()) {
+            throw BadFeatures("Feature pattern must have the same number of measurements as the rest of the data.");
+        }
+        if (label < -1) {
+            throw BadLabel("Category labels must be >= 0 or unknown");
+        }
+        patterns.push_back(pattern);
+        labels.push_back(label);
+    }
+
+    bool equals(const Data& other) const
+    {
+        if (patterns.size() != other.patterns.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < patterns.size(); ++i) {
+            const Pattern& a = *patterns[i];
+            const Pattern& b = *other.patterns[i];
+            if (a.featureMeasurements(false) != b.featureMeasurements(false)) {
+                return false;
+            }
+            for (long m = 0; m < a.numMeasurements(); ++m) {
+                if (a.isValid(m) != b.isValid(m)) {
+                    return false;
+                }
+            }
+        }
+        return name == other.name && description == other.description && labels == other.labels;
+    }
+};
+
+enum class Technique { none, throwing, knn, bayes, tree };
+
+/// The parameters of one training. The dependency sets stand beside the types, which do not show theirs.
+struct Params {
+    Technique technique = Technique::knn;
+    KnnParams knn;
+    double order = 2.0;
+    BayesParams bayes;
+    std::vector<std::pair<long, Indices>> sets;
+    ktPtrHandle<ktClassifierTrainParams> actual;
+
+    bool equals(const Params& other) const
+    {
+        if (technique == Technique::none || technique == Technique::throwing) {
+            // They leave the comparison to the base, which is equal to everything.
+            return true;
+        }
+        if (technique != other.technique) {
+            return false;
+        }
+        if (technique == Technique::knn) {
+            return knn.k() == other.knn.k() && order == other.order &&
+                   knn.misclassificationCosts() == other.knn.misclassificationCosts();
+        }
+        return bayes.distributionTypes() == other.bayes.distributionTypes() &&
+               bayes.misclassificationCosts() == other.bayes.misclassificationCosts() &&
+               bayes.categoryFrequencies() == other.bayes.categoryFrequencies() &&
+               bayes.maxMeasurementValues() == other.bayes.maxMeasurementValues();
+    }
+};
+
+using ParamsHandle = std::shared_ptr<const Params>;
+
+/// Merges the indices into the sets that they touch: the first of those stays at its place, and takes in the listed indices
+/// that none of them has, then the members of the others.
+inline void mergeSets(std::vector<std::pair<long, Indices>>& sets, long label, const Indices& indices)
+{
+    const auto has = [](const Indices& set, long index) {
+        return std::find(set.begin(), set.end(), index) != set.end();
+    };
+    Indices listed;
+    for (const long index : indices) {
+        if (!has(listed, index)) {
+            listed.push_back(index);
+        }
+    }
+    std::vector<std::pair<long, Indices>> kept;
+    Indices tail;
+    std::size_t first = sets.size();
+    for (const auto& set : sets) {
+        const bool touches = set.first == label && std::any_of(listed.begin(), listed.end(),
+                                                               [&](long index) { return has(set.second, index); });
+        if (touches && first == sets.size()) {
+            first = kept.size();
+            kept.push_back(set);
+        } else if (touches) {
+            tail.insert(tail.end(), set.second.begin(), set.second.end());
+        } else {
+            kept.push_back(set);
+        }
+    }
+    if (first == sets.size()) {
+        kept.emplace_back(label, Indices());
+        first = kept.size() - 1;
+    }
+    Indices& merged = kept[first].second;
+    for (const long index : listed) {
+        if (!has(merged, index) && !has(tail, index)) {
+            merged.push_back(index);
+        }
+    }
+    merged.insert(merged.end(), tail.begin(), tail.end());
+    sets = kept;
+}
+
+/// The set that holds the measurement, or none.
+inline const Indices* setWith(const std::vector<std::pair<long, Indices>>& sets, long label, long index)
+{
+    for (const auto& set : sets) {
+        if (set.first == label && std::find(set.second.begin(), set.second.end(), index) != set.second.end()) {
+            return &set.second;
+        }
+    }
+    return nullptr;
+}
+
+struct Tree {
+    ktPtrHandle<ktDecisionTree> actual;
+    ktPtrHandle<ktPredicateFunction> predicate;
+    unsigned kind = 0;
+    long index = 0;
+    long other = 0;
+    ktRange range;
+    std::shared_ptr<const Tree> ifTrue;
+    std::shared_ptr<const Tree> ifFalse;
+    ktClassifierResult result;
+
+    bool isLeaf() const { return !ifTrue; }
+
+    bool outcome(const Pattern& pattern) const
+    {
+        const auto valueAt = [&](long m) { return pattern.featureMeasurements(false)[static_cast<std::size_t>(m)]; };
+        const auto isThere = [&](long m) { return m < pattern.numMeasurements() && pattern.isValid(m); };
+        switch (kind) {
+        case 0:
+            return isThere(index) && isThere(other) && valueAt(index) > valueAt(other);
+        case 1:
+            return isThere(index) && isThere(other) && isInRange(valueAt(index)) && isInRange(valueAt(other));
+        default:
+            return isThere(index);
+        }
+    }
+
+    bool isInRange(double value) const { return value >= range.low() && value <= range.high(); }
+
+    const ktClassifierResult& run(const Pattern& pattern) const
+    {
+        return isLeaf() ? result : (outcome(pattern) ? ifTrue : ifFalse)->run(pattern);
+    }
+
+    Indices labels() const
+    {
+        Indices found;
+        if (isLeaf()) {
+            for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
+                found.push_back(entry.categoryLabel());
+            }
+            return found;
+        }
+        found = ifFalse->labels();
+        for (const long label : ifTrue->labels()) {
+            if (std::find(found.begin(), found.end(), label) == found.end()) {
+                found.push_back(label);
+            }
+        }
+        return found;
+    }
+
+    bool equals(const Tree& o) const
+    {
+        if (isLeaf() || o.isLeaf()) {
+            return isLeaf() && o.isLeaf() && result == o.result;
+        }
+        const bool isSameRange = range.low() == o.range.low() && range.high() == o.range.high();
+        return kind == o.kind && index == o.index && (kind > 1 || other == o.other) && (kind != 1 || isSameRange) &&
+               ifTrue->equals(*o.ifTrue) && ifFalse->equals(*o.ifFalse);
+    }
+};
+
+using TreeHandle = std::shared_ptr<const Tree>;
+
+struct Category {
+    long label;
+    std::vector<Indices> groups;
+    std::vector<Type> types;
+    std::vector<double> maxima;
+    std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>> densities;
+
+    long numMeasurements() const
+    {
+        std::size_t total = 0;
+        for (const Indices& group : groups) {
+            total += group.size();
+        }
+        return static_cast<long>(total);
+    }
+
+    static Pattern part(const Pattern& pattern, const Indices& group)
+    {
+        std::vector<double> values;
+        Indices invalid;
+        for (const long index : group) {
+            if (!pattern.isValid(index)) {
+                invalid.push_back(static_cast<long>(values.size()));
+            }
+            values.push_back(pattern.featureMeasurement(index, false));
+        }
+        return {values, invalid};
+    }
+
+    /// All groups learn the pattern, or none.
+    void adapt(const Pattern& pattern)
+    {
+        for (std::size_t i = 0; i < groups.size(); ++i) {
+            if (types[i] != Types::eBinomial) {
+                continue;
+            }
+            const Pattern group = part(pattern, groups[i]);
+            if (group.numMeasurements() != 1) {
+                throw NotImplemented("Multivariate Binomial Distributions are not implemented");
+            }
+            if (group.isValid(0) && group.featureMeasurement(0, true) > maxima[i]) {
+                throw BadParams(
+                    "Train data measurement cannot exceed its maximum value when using binomial "
+                    "distribution");
+            }
+        }
+        for (std::size_t i = 0; i < groups.size(); ++i) {
+            densities[i]->updateWithData({part(pattern, groups[i])});
+        }
+    }
+
+    double matchScore(const Pattern& pattern) const
+    {
+        double sum = 0.0;
+        for (std::size_t i = 0; i < groups.size(); ++i) {
+            try {
+                sum += densities[i]->logValue(part(pattern, groups[i]));
+            } catch (const InsufficientTrainData& error) {
+                throw InsufficientTrainData(error.message() + " for category " + std::to_string(label));
+            }
+        }
+        return sum;
+    }
+};
+
+inline Category newCategory(long label, long numMeasurements, const Params& params)
+{
+    Category category{label, {}, {}, {}, {}};
+    std::vector<long> grouped;
+    const Types& types = params.bayes.distributionTypes();
+    for (long m = 0; m < numMeasurements; ++m) {
+        if (std::find(grouped.begin(), grouped.end(), m) != grouped.end()) {
+            continue;
+        }
+        const Indices* set = setWith(params.sets, label, m);
+        category.groups.push_back(set != nullptr ? *set : Indices{m});
+        category.types.push_back(types.distributionType(label, m));
+        grouped.insert(grouped.end(), category.groups.back().begin(), category.groups.back().end());
+    }
+    for (std::size_t i = 0; i < category.groups.size(); ++i) {
+        const Pattern maxima = Category::part(params.bayes.maxMeasurementValues(), category.groups[i]);
+        category.maxima.push_back(maxima.isValid(0) ? maxima.featureMeasurement(0, true) : 1.0);
+        switch (category.types[i]) {
+        case Types::eNormal:
+            category.densities.emplace_back(new kt_PDFMultivariateNormal);
+            break;
+        case Types::eBinomial:
+            category.densities.emplace_back(new kt_PDFBinomial(Pattern({category.maxima[i]}, {})));
+            break;
+        case Types::ePoisson:
+            throw NotImplemented("Poisson distribution is not implemented");
+        case Types::eUniform:
+            throw NotImplemented("Uniform distribution is not implemented");
+        default:
+            throw BadParams("Unknown distribution type");
+        }
+    }
+    return category;
+}
+
+/// The documented classifier: base and the three techniques in one.
+struct Classifier {
+    Technique technique;
+    ParamsHandle stored;
+    // Nearest neighbours: the kept patterns, shared with copies, and the parameters in use.
+    std::shared_ptr<Data> kept;
+    ParamsHandle inUse = std::make_shared<Params>();
+    std::vector<Category> categories;
+    TreeHandle tree;
+
+    bool isTrained() const { return kept != nullptr || !categories.empty() || tree != nullptr; }
+
+    void untrain()
+    {
+        if (isTrained()) {
+            dropModel();
+            stored = nullptr;
+        }
+    }
+
+    void dropModel()
+    {
+        kept = nullptr;
+        categories.clear();
+        tree = nullptr;
+    }
+
+    void requireOwn(const ParamsHandle& params) const
+    {
+        if (params->technique != technique) {
+            throw BadParams("The training parameters are for a different classification technique.");
+        }
+    }
+
+    void train(const Data& data, const ParamsHandle& params)
+    {
+        untrain();
+        switch (technique) {
+        case Technique::knn:
+            requireOwn(params);
+            trainKnn(data, params);
+            break;
+        case Technique::bayes:
+            requireOwn(params);
+            trainBayes(data, *params);
+            break;
+        default:
+            throw NotImplemented("Automatic decision tree training is not implemented.");
+        }
+        stored = params;
+    }
+
+    void trainKnn(const Data& data, const ParamsHandle& params)
+    {
+        inUse = params;
+        kept = std::make_shared<Data>();
+        kept->name = data.name;
+        kept->description = data.description;
+        for (const PatternHandle& pattern : data.patterns) {
+            if (pattern->numInvalid() > 0) {
+                throw BadFeatures("K-nearest neighbor classification does not support invalid measurements");
+            }
+        }
+        for (std::size_t i = 0; i < data.patterns.size(); ++i) {
+            if (data.labels[i] != -1) {
+                kept->add(data.patterns[i], data.labels[i]);
+            }
+        }
+    }
+
+    void trainBayes(const Data& data, const Params& params)
+    {
+        for (std::size_t i = 0; i < data.patterns.size(); ++i) {
+            const long label = data.labels[i];
+            if (label == -1) {
+                continue;
+            }
+            const auto isIt = [label](const Category& category) { return category.label == label; };
+            const auto known = std::find_if(categories.begin(), categories.end(), isIt);
+            if (known != categories.end()) {
+                known->adapt(*data.patterns[i]);
+            } else {
+                Category category = newCategory(label, data.numMeasurements(), params);
+                category.adapt(*data.patterns[i]);
+                categories.push_back(category);
+            }
+        }
+    }
+
+    void trainStart(const ParamsHandle& params)
+    {
+        untrain();
+        if (technique == Technique::tree) {
+            throw NotImplemented("Incremental decision tree training is not implemented.");
+        }
+        stored = params;
+    }
+
+    void trainIncremental(const PatternHandle& pattern, long label)
+    {
+        if (!isTrained()) {
+            throw NotTrained("Classifier tool must be trained before incremental training.");
+        }
+        if (technique == Technique::tree) {
+            throw NotImplemented("Incremental decision tree training is not implemented.");
+        }
+        if (technique == Technique::knn) {
+            kept->add(pattern, label);
+        }
+    }
+
+    void retrain(const ParamsHandle& params)
+    {
+        if (!isTrained()) {
+            throw NotTrained("Classifier tool must be trained before retraining.");
+        }
+        if (!stored || stored->technique != params->technique) {
+            throw BadMethod("Cannot retrain with a different classification technique.");
+        }
+        requireOwn(params);
+        if (technique == Technique::bayes) {
+            if (stored->bayes.distributionTypes() != params->bayes.distributionTypes()) {
+                throw BadParams("Cannot retrain a Bayesian classifier with different distribution types.");
+            }
+            if (stored->bayes.maxMeasurementValues() != params->bayes.maxMeasurementValues()) {
+                throw BadParams("Cannot retrain a Bayesian classifier with different maximum measurements values.");
+            }
+        }
+        inUse = params;
+        stored = params;
+    }
+
+    void checkRunnable() const
+    {
+        if (technique == Technique::tree) {
+            return;
+        }
+        if (technique == Technique::knn ? kept->patterns.empty() : categories.empty()) {
+            throw InsufficientTrainData("No valid data was provided for training.");
+        }
+        if (technique == Technique::bayes) {
+            const auto size = static_cast<std::size_t>(categories.front().numMeasurements());
+            runBayes(Pattern(std::vector<double>(size, 0.0), {}));
+        }
+    }
+
+    ktClassifierResult run(const Pattern& pattern) const
+    {
+        if (!isTrained()) {
+            throw NotTrained("Classifier tool must be trained before running.");
+        }
+        switch (technique) {
+        case Technique::knn:
+            return runKnn(pattern);
+        case Technique::bayes:
+            return runBayes(pattern);
+        default:
+            return tree->run(pattern);
+        }
+    }
+
+    double distance(const Pattern& a, const Pattern& b) const
+    {
+        const std::vector<double>& x = a.featureMeasurements(true);
+        const std::vector<double>& y = b.featureMeasurements(true);
+        double sum = 0.0;
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            sum += std::pow(std::abs(x[i] - y[i]), inUse->order);
+        }
+        const double result = std::pow(sum, 1.0 / inUse->order);
+        return std::isnan(result) ? std::numeric_limits<double>::infinity() : result;
+    }
+
+    ktClassifierResult runKnn(const Pattern& pattern) const
+    {
+        checkRunnable();
+        if (pattern.numInvalid() > 0 || pattern.numMeasurements() != kept->numMeasurements()) {
+            throw BadFeatures("K-nearest neighbor classification does not support invalid measurements");
+        }
+        const auto k = static_cast<std::size_t>(inUse->knn.k());
+        std::vector<std::pair<double, std::size_t>> nearest;
+        for (std::size_t i = 0; i < kept->patterns.size(); ++i) {
+            const double d = distance(pattern, *kept->patterns[i]);
+            if (nearest.size() < k || d < nearest.back().first) {
+                const auto place =
+                    std::find_if(nearest.begin(), nearest.end(), [d](const auto& entry) { return d <= entry.first; });
+                nearest.insert(place, {d, i});
+                nearest.resize(std::min(nearest.size(), k));
+            }
+        }
+        std::map<long, double> votes;
+        for (const auto& entry : nearest) {
+            votes[kept->labels[entry.second]] += 1.0;
+        }
+        std::vector<ktClassifierCategoryResult> matches;
+        for (const auto& vote : votes) {
+            matches.emplace_back(vote.first, vote.second / static_cast<double>(nearest.size()), 0.0, 0.0);
+        }
+        return {matches, ktClassifierFrequencies(1.0), inUse->knn.misclassificationCosts(), 0.0};
+    }
+
+    ktClassifierResult runBayes(const Pattern& pattern) const
+    {
+        std::vector<double> scores;
+        for (const Category& category : categories) {
+            scores.push_back(category.matchScore(pattern));
+        }
+        if (!stored) {
+            throw ktBadPointer();
+        }
+        double best = -std::numeric_limits<double>::infinity();
+        for (const double score : scores) {
+            best = best >= score ? best : score;
+        }
+        const double factorLog = std::log(1.0) - best;
+        std::vector<ktClassifierCategoryResult> matches;
+        for (std::size_t i = 0; i < scores.size(); ++i) {
+            matches.emplace_back(categories[i].label, std::exp(factorLog + scores[i]), 0.0, 0.0);
+        }
+        return {matches, stored->bayes.categoryFrequencies(), stored->bayes.misclassificationCosts(), factorLog};
+    }
+
+    const Params& trainParams() const
+    {
+        if (!isTrained()) {
+            throw NotTrained("Classifier tool must be trained before requesting the training parameters.");
+        }
+        if (!stored) {
+            throw BadMethod("Classifier tool was not automatically trained.");
+        }
+        return *stored;
+    }
+
+    bool isEquivalent(const Classifier& other) const
+    {
+        if (technique != other.technique || isTrained() != other.isTrained()) {
+            return false;
+        }
+        if ((stored != nullptr) != (other.stored != nullptr) || (stored && !stored->equals(*other.stored))) {
+            return false;
+        }
+        switch (technique) {
+        case Technique::knn:
+            return !isTrained() || kept->equals(*other.kept);
+        case Technique::bayes:
+            return haveEqualModels(other);
+        default:
+            if (!tree || !other.tree) {
+                throw ktBadPointer();
+            }
+            return tree->equals(*other.tree);
+        }
+    }
+
+    bool haveEqualModels(const Classifier& other) const
+    {
+        if (categories.size() != other.categories.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < categories.size(); ++i) {
+            const Category& a = categories[i];
+            const Category& b = other.categories[i];
+            if (a.label != b.label || a.numMeasurements() != b.numMeasurements() ||
+                a.densities.size() != b.densities.size()) {
+                return false;
+            }
+            for (std::size_t j = 0; j < a.densities.size(); ++j) {
+                if (!a.densities[j]->isEquivalent(*b.densities[j])) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+};
+
+/// The documented tool.
+struct Tool {
+    std::shared_ptr<Classifier> classifier;
+
+    bool isTrained() const { return classifier && classifier->isTrained(); }
+
+    void untrain() const
+    {
+        if (classifier) {
+            classifier->untrain();
+        }
+    }
+
+    void assign(const Tool& other)
+    {
+        const std::shared_ptr<Classifier> source = other.classifier;
+        const bool isSelf = this == &other;
+        classifier = nullptr;
+        if (!isSelf && source && source->isTrained()) {
+            classifier = std::make_shared<Classifier>(*source);
+        }
+    }
+
+    void train(const Data& data, const ParamsHandle& params)
+    {
+        untrain();
+        classifier = nullptr;
+        if (params->technique == Technique::throwing) {
+            throw NotImplemented("The classification method specified by the training parameters is not implemented.");
+        }
+        if (params->technique == Technique::none) {
+            throw ktBadPointer();
+        }
+        classifier = std::make_shared<Classifier>();
+        classifier->technique = params->technique;
+        try {
+            classifier->train(data, params);
+        } catch (...) {
+            classifier = nullptr;
+            throw;
+        }
+        untrainIfNotRunnable(params);
+    }
+
+    void train(const TreeHandle& tree)
+    {
+        untrain();
+        classifier = std::make_shared<Classifier>();
+        classifier->technique = Technique::tree;
+        classifier->tree = tree;
+    }
+
+    void retrain(const ParamsHandle& params) const
+    {
+        if (!classifier) {
+            throw NotTrained("Classifier tool must be trained before retraining.");
+        }
+        classifier->retrain(params);
+        untrainIfNotRunnable(params);
+    }
+
+    void untrainIfNotRunnable(const ParamsHandle& params) const
+    {
+        if (!params->actual->throwIfNotReady()) {
+            return;
+        }
+        try {
+            classifier->checkRunnable();
+        } catch (const Errors&) {
+            untrain();
+            throw;
+        }
+    }
+
+    ktClassifierResult run(const Pattern& pattern) const
+    {
+        if (!classifier) {
+            throw NotTrained("Classifier tool must be trained before running.");
+        }
+        return classifier->run(pattern);
+    }
+
+    const Params& trainParams() const
+    {
+        if (!classifier) {
+            throw NotTrained("Classifier tool must be trained before requesting the training parameters.");
+        }
+        return classifier->trainParams();
+    }
+
+    const Tree& decisionTree() const
+    {
+        if (!isTrained()) {
+            throw NotTrained("Classifier tool must be trained before requesting the decision tree.");
+        }
+        if (classifier->technique != Technique::tree) {
+            throw BadMethod("Classifier tool was not trained using a decision tree.");
+        }
+        return *classifier->tree;
+    }
+
+    bool equals(const Tool& other) const
+    {
+        if (isTrained() != other.isTrained()) {
+            return false;
+        }
+        return !isTrained() || classifier->isEquivalent(*other.classifier);
+    }
+
+    /// Stored and loaded by another tool: patterns are no longer shared, and nearest neighbours run with default parameters
+    /// until they are retrained. `throwIfNotReady` is not stored.
+    void loadFrom(const Tool& other)
+    {
+        const std::shared_ptr<Classifier> source = other.classifier;
+        classifier = source ? std::make_shared<Classifier>(*source) : nullptr;
+        if (classifier && classifier->kept) {
+            classifier->kept = std::make_shared<Data>(*classifier->kept);
+        }
+        if (classifier) {
+            classifier->inUse = std::make_shared<Params>();
+        }
+        if (classifier && classifier->stored) {
+            auto params = std::make_shared<Params>(*classifier->stored);
+            params->actual = params->actual->clone();
+            params->actual->throwIfNotReady(true);
+            classifier->stored = params;
+        }
+    }
+};
+
+}  // namespace tool_model
