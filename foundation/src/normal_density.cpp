@@ -340,6 +340,9 @@ void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcep
 void ktNormalDensity::learnColumns(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                    std::size_t numRows) noexcept
 {
+    if (numRows == 0) {
+        return;
+    }
     for (std::size_t first = 0; first < numDensities;) {
         const long count = densities[first]->count_;
         std::size_t end = first + 1;
@@ -355,9 +358,6 @@ void ktNormalDensity::learnColumns(ktNormalDensity* const* densities, std::size_
 void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                        std::size_t numRows, std::size_t stride) noexcept
 {
-    if (numRows == 0) {
-        return;
-    }
     double mean[sideBySide];
     double variance[sideBySide];
     double differences[rowsAtOnce * sideBySide];
