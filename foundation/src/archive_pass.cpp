@@ -299,16 +299,15 @@ KT_NOINLINE kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
 
 const ktRepBase* kt_ArchivePass::countOf(Class& known, ktPersistent* object)
 {
-    const auto here = reinterpret_cast<std::uintptr_t>(object);
+    const auto* here = reinterpret_cast<const char*>(object);
     if (known.type != &typeid(*object)) {
         const ktRepBase* count = dynamic_cast<ktRepBase*>(object);
         known.type = &typeid(*object);
         known.isCounted = count != nullptr;
-        known.offsetOfCount = static_cast<std::ptrdiff_t>(reinterpret_cast<std::uintptr_t>(count) - here);
+        known.offsetOfCount = count == nullptr ? 0 : reinterpret_cast<const char*>(count) - here;
         return count;
     }
-    return known.isCounted ? reinterpret_cast<const ktRepBase*>(here + static_cast<std::uintptr_t>(known.offsetOfCount))
-                           : nullptr;
+    return known.isCounted ? reinterpret_cast<const ktRepBase*>(here + known.offsetOfCount) : nullptr;
 }
 
 ktPersistent* kt_ArchivePass::loadPointer()

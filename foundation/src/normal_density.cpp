@@ -7,12 +7,26 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <utility>
 
-using namespace kt_normal;
+using kt_normal::all;
+using kt_normal::at;
+using kt_normal::avx2Learning;
+using kt_normal::baselineLearning;
+using kt_normal::factoriseFloored;
+using kt_normal::floorEigenvalues;
+using kt_normal::lanes;
+using kt_normal::LearningKernels;
+using kt_normal::rowsAtOnce;
+using kt_normal::Square;
+using kt_normal::squaredLength;
+using kt_normal::Steps;
+using kt_normal::Triangle;
+using kt_normal::whitening;
 
 namespace {
 
@@ -106,12 +120,19 @@ Steps nextSteps(long& count, std::size_t numRows)
     return steps;
 }
 
+std::uint64_t bitsOf(double value)
+{
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 /// To the bit, so that the two halves go on to be learnt alike.
 bool isSymmetric(const double* matrix, std::size_t size)
 {
     for (std::size_t i = 0; i < size; ++i) {
         for (std::size_t j = 0; j < i; ++j) {
-            if (std::memcmp(matrix + i * size + j, matrix + j * size + i, sizeof(double)) != 0) {
+            if (bitsOf(matrix[i * size + j]) != bitsOf(matrix[j * size + i])) {
                 return false;
             }
         }

@@ -30,7 +30,8 @@ std::atomic<int> chosenSet{-1};
 
 const kt_ScanKernels& kernels()
 {
-    return kt_CompactCopy::instructionSet() == 1 ? *kt_avx2Kernels : kt_baselineKernels;
+    const bool isWide = kt_CompactCopy::instructionSet() == 1 && kt_avx2Kernels != nullptr;
+    return isWide ? *kt_avx2Kernels : kt_baselineKernels;
 }
 
 /// The k smallest values seen so far.
@@ -401,6 +402,7 @@ private:
         if (passed.count == 0) {
             return;
         }
+        const std::uint64_t listed = ~std::uint64_t{0} >> (kt_blockRows - passed.count);
         for (std::size_t i = passed.count - std::min(passed.count, Passed::lead); i < passed.count; ++i) {
             prefetchPattern(passed.rows[i]);
         }
@@ -415,7 +417,7 @@ private:
             sumTogether(passed, sums);
         }
         const auto rowOf = [&](std::size_t i) { return passed.rows[i]; };
-        take(~std::uint64_t{0} >> (kt_blockRows - passed.count), sums, rowOf, candidates);
+        take(listed, sums, rowOf, candidates);
         passed.count = 0;
     }
 

@@ -206,6 +206,7 @@ public:
         }
         ++archive.depth_;
     }
+    // NOLINTNEXTLINE(bugprone-exception-escape): a stream that fails last fails the operation; see above.
     ~Pass() noexcept(false)
     {
         --archive_.depth_;
