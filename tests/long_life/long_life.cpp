@@ -1,7 +1,9 @@
 // A process that lives long: cycles of train, run, store, load and destroy, with each technique in turn. The memory that the
 // process holds must not grow.
 //
-//     long_life [CYCLES]        100,000 unless given
+//     long_life [CYCLES [BYTES]]        100,000 unless given
+//
+// With BYTES every cycle loses that much memory on purpose, which shows that the check can fail.
 //
 // The first tenth of the cycles warms up allocator, stream and library. From there on the resident size may grow by 256 KiB
 // in all, however many cycles follow. That is room for what the system itself moves in and out; three bytes lost in each of
@@ -9,9 +11,12 @@
 
 #include <clastool/clastool.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -107,10 +112,14 @@ bool live(long cycle)
     return loaded == tool && result == resultOfLoaded;
 }
 
-/// Runs the cycles from `begin` to `end`.
-bool liveThrough(long begin, long end)
+/// Runs the cycles from `begin` to `end`, and loses `bytes` in each.
+bool liveThrough(long begin, long end, std::size_t bytes)
 {
     for (long cycle = begin; cycle < end; ++cycle) {
+        // Written to, so that the pages become resident.
+        if (bytes > 0) {
+            std::memset(::operator new(bytes), 1, bytes);
+        }
         if (!live(cycle)) {
             std::cerr << "cycle " << cycle << ": a tool is not the same after its archive\n";
             return false;
@@ -124,15 +133,17 @@ bool liveThrough(long begin, long end)
 int main(int argc, char** argv)
 {
     const long cycles = argc > 1 ? std::atol(argv[1]) : 100000;
-    if (cycles < 100) {
-        std::cerr << "usage: long_life [CYCLES], at least 100 of them\n";
+    const long lost = argc > 2 ? std::atol(argv[2]) : 0;
+    if (cycles < 100 || lost < 0) {
+        std::cerr << "usage: long_life [CYCLES [BYTES]], at least 100 cycles\n";
         return 2;
     }
-    if (!liveThrough(0, cycles / 10)) {
+    const auto bytes = static_cast<std::size_t>(lost);
+    if (!liveThrough(0, cycles / 10, bytes)) {
         return 1;
     }
     const long warm = residentSize();
-    if (!liveThrough(cycles / 10, cycles)) {
+    if (!liveThrough(cycles / 10, cycles, bytes)) {
         return 1;
     }
     const long last = residentSize();

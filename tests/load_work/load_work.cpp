@@ -1,0 +1,338 @@
+// Loads one archive, for .ci/load-work, which counts the instructions inside `kt_measuredLoad`:
+//
+//     load_work              lists the kinds of archive
+//     load_work KIND N       stores an archive of about N parts, prints its size in bytes, and loads it
+//
+// The kinds are the values of the library, and archives that nobody would store: bytes that repeat what is dear to read.
+
+#include <clastool/clastool.h>
+
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Load = std::function<void(ktArchive&)>;
+
+/// What to load, and how.
+struct Case {
+    std::string bytes;
+    Load load;
+};
+
+struct Kind {
+    const char* name;
+    std::function<Case(long n)> make;
+};
+
+template <class T>
+std::string stored(const T& value)
+{
+    std::ostringstream out;
+    ktArchive archive(out);
+    T copy(value);
+    archive || copy;
+    return out.str();
+}
+
+template <class T>
+void loadOne(ktArchive& archive)
+{
+    T value;
+    archive || value;
+}
+
+template <class T>
+Case caseOf(const T& value)
+{
+    return {stored(value), loadOne<T>};
+}
+
+std::string number(unsigned long value)
+{
+    std::string bytes;
+    for (int shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>((value >> shift) & 0xFF);
+    }
+    return bytes;
+}
+
+/// The header of an archive and the beginning of a vector of n elements.
+std::string vectorOf(long n)
+{
+    return "KTAR" + number(1) + std::string(1, '\0') + number(static_cast<unsigned long>(n));
+}
+
+std::vector<double> someValues(long n)
+{
+    std::vector<double> values;
+    for (long i = 0; i < n; ++i) {
+        values.push_back(static_cast<double>(i * 37 % 101) / 8.0);
+    }
+    return values;
+}
+
+ktClassifierDataProviderMemory trainingSet(long n, bool onePattern)
+{
+    ktClassifierDataProviderMemory data;
+    const ktPtrHandle_const<ktFeaturePattern> shared(new ktFeaturePattern(someValues(3), {}));
+    for (long i = 0; i < n; ++i) {
+        const auto x = static_cast<double>(i * 37 % 1009);
+        data.addData(
+            onePattern ? shared : ktPtrHandle_const<ktFeaturePattern>(new ktFeaturePattern({x, x * x, 1.0}, {})),
+            i % 3);
+    }
+    return data;
+}
+
+Case pattern(long n)
+{
+    return caseOf(ktFeaturePattern(someValues(n), {0, 1, n / 2}));
+}
+
+Case costs(long n)
+{
+    ktClassifierCosts value;
+    for (long i = 0; i < n; ++i) {
+        value.misclassificationCostOverride(i, i + 1, 2.0);
+    }
+    return caseOf(value);
+}
+
+Case frequencies(long n)
+{
+    ktClassifierFrequencies value;
+    for (long i = 0; i < n; ++i) {
+        value.categoryFrequencyOverride(i, 0.5);
+    }
+    return caseOf(value);
+}
+
+Case result(long n)
+{
+    std::vector<ktClassifierCategoryResult> categories;
+    for (long i = 0; i < n; ++i) {
+        categories.emplace_back(i, 1.0, 1.0, 0.0);
+    }
+    return caseOf(ktClassifierResult(categories, 0.0));
+}
+
+Case distributionTypes(long n)
+{
+    ktClassifierDistributionTypes value;
+    for (long i = 0; i < n; ++i) {
+        value.distributionTypeOverride(7, i, ktClassifierDistributionTypes::eBinomial);
+        value.setDependent(i % 7, {2 * i, 2 * i + 1});
+    }
+    return caseOf(value);
+}
+
+Case neighborTool(long n)
+{
+    ktClassifierTool tool;
+    tool.train(trainingSet(n, false), ktClassifierTrainParamsKNN(3));
+    return caseOf(tool);
+}
+
+Case neighborToolOfOnePattern(long n)
+{
+    ktClassifierTool tool;
+    tool.train(trainingSet(n, true), ktClassifierTrainParamsKNN(3));
+    return caseOf(tool);
+}
+
+/// One density over a group: its covariance has n elements.
+Case jointBayesianTool(long n)
+{
+    long size = 1;
+    while (size * size < n) {
+        ++size;
+    }
+    std::vector<long> all;
+    for (long i = 0; i < size; ++i) {
+        all.push_back(i);
+    }
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < 4; ++i) {
+        data.addData(new ktFeaturePattern(someValues(size), {}), i % 2);
+    }
+    ktClassifierDistributionTypes types;
+    types.setDependent(0, all);
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsBayesian(types));
+    return caseOf(tool);
+}
+
+Case bayesianToolOfManyCategories(long n)
+{
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < 2 * n; ++i) {
+        data.addData(new ktFeaturePattern({static_cast<double>(i), 1.0}, {}), i / 2);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsBayesian());
+    return caseOf(tool);
+}
+
+/// A balanced tree of about n leaves.
+ktPtrHandle<ktDecisionTree> balancedTree(long n)
+{
+    if (n <= 1) {
+        return new ktDecisionTreeLeaf(ktClassifierResult({{n, 1.0, 1.0, 0.0}}, 0.0));
+    }
+    return new ktDecisionTreeNode(ktComparisonPredicate(0, 1), *balancedTree(n / 2), *balancedTree(n - n / 2));
+}
+
+Case tree(long n)
+{
+    const ktPtrHandle<ktDecisionTree> built = balancedTree(n);
+    ktClassifierTool tool;
+    tool.train(*built);
+    return caseOf(tool);
+}
+
+/// Each level holds the one below twice, so that there are as many ways to a leaf as no machine can walk.
+Case doubledChain(long n)
+{
+    ktDecisionTreeNode top(ktComparisonPredicate(0, 1), *balancedTree(1), *balancedTree(1));
+    for (long i = 0; i < n / 8; ++i) {
+        top = ktDecisionTreeNode(ktComparisonPredicate(0, 1), top, top);
+    }
+    ktClassifierTool tool;
+    tool.train(top);
+    return caseOf(tool);
+}
+
+Case ruleTable(long n)
+{
+    std::vector<ktClassifierRule> rules(static_cast<std::size_t>(n));
+    for (ktClassifierRule& rule : rules) {
+        rule.init({new ktClassifierFeatureScoreTwoSided, new ktClassifierFeatureScoreOneSided}, 1);
+    }
+    ktClassifierRuleTable table;
+    table.train(rules);
+    return caseOf(table);
+}
+
+/// A text from a stream that cannot tell its length.
+Case text(long n)
+{
+    return caseOf(std::string(static_cast<std::size_t>(n), 'x'));
+}
+
+Case nulls(long n)
+{
+    return {vectorOf(n) + std::string(static_cast<std::size_t>(n), '\0'),
+            loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>};
+}
+
+/// Every record names its class anew, so each makes a new number of a class.
+Case classesNamedAgain(long n)
+{
+    std::string bytes = vectorOf(n);
+    const std::string name = "ktFeaturePattern";
+    const std::string whole = stored(ktFeaturePattern());
+    for (long i = 0; i < n; ++i) {
+        bytes += '\3';
+        bytes += number(name.size()) + name + whole.substr(8);
+    }
+    return {bytes, loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>};
+}
+
+/// Objects that the handle refuses, because they are of another class than it can hold.
+Case objectsOfAnotherClass(long n)
+{
+    Case made = classesNamedAgain(n);
+    made.load = loadOne<std::vector<ktPtrHandle<ktDecisionTree>>>;
+    return made;
+}
+
+/// The last byte is missing, so all that was loaded is thrown away.
+Case cutShort(long n)
+{
+    Case made = neighborTool(n);
+    made.bytes.pop_back();
+    return made;
+}
+
+/// A count that the bytes cannot hold.
+Case impossibleCount(long n)
+{
+    return {vectorOf(2147483647) + std::string(static_cast<std::size_t>(n), '\1'), loadOne<std::vector<std::string>>};
+}
+
+const std::vector<Kind>& kinds()
+{
+    static const std::vector<Kind> all = {{"pattern", pattern},
+                                          {"costs", costs},
+                                          {"frequencies", frequencies},
+                                          {"result", result},
+                                          {"distribution-types", distributionTypes},
+                                          {"neighbor-tool", neighborTool},
+                                          {"neighbor-tool-of-one-pattern", neighborToolOfOnePattern},
+                                          {"joint-bayesian-tool", jointBayesianTool},
+                                          {"bayesian-tool-of-many-categories", bayesianToolOfManyCategories},
+                                          {"tree", tree},
+                                          {"doubled-chain", doubledChain},
+                                          {"rule-table", ruleTable},
+                                          {"text", text},
+                                          {"nulls", nulls},
+                                          {"classes-named-again", classesNamedAgain},
+                                          {"objects-of-another-class", objectsOfAnotherClass},
+                                          {"cut-short", cutShort},
+                                          {"impossible-count", impossibleCount}};
+    return all;
+}
+
+/// A source that cannot tell how much is left, which is the harder one: nothing can be refused in advance.
+class BlindBuffer : public std::streambuf {
+public:
+    explicit BlindBuffer(std::string& bytes) { setg(bytes.data(), bytes.data(), bytes.data() + bytes.size()); }
+};
+
+}  // namespace
+
+/// What is counted: loading the value, using nothing of it, and destroying it.
+extern "C" void kt_measuredLoad(std::string& bytes, const Load& load);
+
+extern "C" KT_NOINLINE void kt_measuredLoad(std::string& bytes, const Load& load)
+{
+    BlindBuffer buffer(bytes);
+    std::istream in(&buffer);
+    try {
+        ktArchive archive(in);
+        load(archive);
+    } catch (const ktArchive::Errors& error) {
+        std::cerr << error.what() << "\n";
+    }
+}
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        for (const Kind& kind : kinds()) {
+            std::cout << kind.name << "\n";
+        }
+        return 0;
+    }
+    try {
+        for (const Kind& kind : kinds()) {
+            if (kind.name == std::string(argv[1])) {
+                Case made = kind.make(std::atol(argv[2]));
+                std::cout << made.bytes.size() << "\n";
+                kt_measuredLoad(made.bytes, made.load);
+                return 0;
+            }
+        }
+        std::cerr << "there is no kind " << argv[1] << "\n";
+    } catch (const std::exception& error) {
+        std::cerr << argv[1] << ": " << error.what() << "\n";
+    }
+    return 1;
+}
