@@ -1,17 +1,13 @@
 #pragma once
 
-#include <eigen3/Eigen/Dense>
+#include <eigen3/Eigen/Core>
 
-#include <kt/random.h>
-
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
-#include <limits>
+#include <ostream>
 #include <vector>
 
 // Normal densities computed in another way, with more digits where `long double` has them: moments in two passes, densities
-// by Eigen's decompositions.
+// by Eigen's decompositions. These are compiled in one place, because they take the compiler long.
 
 namespace kt_test {
 
@@ -26,94 +22,25 @@ struct Moments {
     LongMatrix covariance;
 };
 
-inline LongVector asVector(const std::vector<double>& row)
-{
-    LongVector vector(static_cast<Eigen::Index>(row.size()));
-    for (std::size_t i = 0; i < row.size(); ++i) {
-        vector(static_cast<Eigen::Index>(i)) = row[i];
-    }
-    return vector;
-}
+LongVector asVector(const std::vector<double>& row);
 
 /// The mean and the unbiased covariance: first the one, then the other.
-inline Moments twoPassMoments(const Rows& rows)
-{
-    const auto size = static_cast<Eigen::Index>(rows.front().size());
-    Moments moments{LongVector::Zero(size), LongMatrix::Zero(size, size)};
-    for (const std::vector<double>& row : rows) {
-        moments.mean += asVector(row);
-    }
-    moments.mean /= static_cast<long double>(rows.size());
-    for (const std::vector<double>& row : rows) {
-        const LongVector d = asVector(row) - moments.mean;
-        moments.covariance += d * d.transpose();
-    }
-    moments.covariance /= std::max(1.0L, static_cast<long double>(rows.size()) - 1.0L);
-    return moments;
-}
+Moments twoPassMoments(const Rows& rows);
 
-inline LongMatrix correlationsOf(const LongMatrix& covariance)
-{
-    const LongVector spreads = covariance.diagonal().cwiseSqrt();
-    return spreads.cwiseInverse().asDiagonal() * covariance * spreads.cwiseInverse().asDiagonal();
-}
+LongMatrix correlationsOf(const LongMatrix& covariance);
 
 /// The largest eigenvalue of a symmetric matrix over its smallest.
-inline double conditionOf(const LongMatrix& matrix)
-{
-    const LongVector eigenvalues = Eigen::SelfAdjointEigenSolver<LongMatrix>(matrix).eigenvalues();
-    return static_cast<double>(eigenvalues(eigenvalues.size() - 1) / eigenvalues(0));
-}
+double conditionOf(const LongMatrix& matrix);
 
 /// ln of the normal density at x.
-inline double logNormalReference(const Moments& moments, const LongVector& x)
-{
-    const Eigen::LDLT<LongMatrix> factors(moments.covariance);
-    const LongVector d = x - moments.mean;
-    const long double logDeterminant = factors.vectorD().array().log().sum();
-    const long double squares = d.dot(factors.solve(d));
-    return static_cast<double>(-0.5L *
-                               (static_cast<long double>(x.size()) * logTwoPiReference + logDeterminant + squares));
-}
+double logNormalReference(const Moments& moments, const LongVector& x);
 
 /// The same moments with floors: standard deviations at max(2^-23 |mean|, 1e-9), correlations within [-1, 1], eigenvalues of
 /// the correlation matrix at 1e-8.
-inline Moments flooredReference(const Moments& moments)
-{
-    const Eigen::Index size = moments.mean.size();
-    LongVector spreads(size);
-    for (Eigen::Index i = 0; i < size; ++i) {
-        const long double floor = std::max(std::abs(moments.mean(i)) / 8388608.0L, 1e-9L);
-        spreads(i) = std::max(floor, std::sqrt(moments.covariance(i, i)));
-    }
-    LongMatrix correlations = LongMatrix::Identity(size, size);
-    for (Eigen::Index i = 0; i < size; ++i) {
-        for (Eigen::Index j = 0; j < size; ++j) {
-            if (i != j) {
-                correlations(i, j) = std::clamp(moments.covariance(i, j) / spreads(i) / spreads(j), -1.0L, 1.0L);
-            }
-        }
-    }
-    const Eigen::SelfAdjointEigenSolver<LongMatrix> solver(correlations);
-    const LongVector eigenvalues = solver.eigenvalues().cwiseMax(1e-8L);
-    const LongMatrix raised = solver.eigenvectors() * eigenvalues.asDiagonal() * solver.eigenvectors().transpose();
-    return {moments.mean, spreads.asDiagonal() * raised * spreads.asDiagonal()};
-}
+Moments flooredReference(const Moments& moments);
 
 /// The moments of some of the measurements.
-inline Moments marginalReference(const Moments& moments, const std::vector<long>& kept)
-{
-    const auto size = static_cast<Eigen::Index>(kept.size());
-    Moments marginal{LongVector(size), LongMatrix(size, size)};
-    for (Eigen::Index i = 0; i < size; ++i) {
-        marginal.mean(i) = moments.mean(kept[static_cast<std::size_t>(i)]);
-        for (Eigen::Index j = 0; j < size; ++j) {
-            marginal.covariance(i, j) =
-                moments.covariance(kept[static_cast<std::size_t>(i)], kept[static_cast<std::size_t>(j)]);
-        }
-    }
-    return marginal;
-}
+Moments marginalReference(const Moments& moments, const std::vector<long>& kept);
 
 /// A training set whose spreads are about 1 in its widest direction and 1/sqrt(condition) in its narrowest, at this distance
 /// from zero.
@@ -124,71 +51,16 @@ struct TrainingSet {
     double condition;
     unsigned long seed;
 
-    Rows rows() const
-    {
-        ktRandomGaussian random(seed);
-        const auto n = static_cast<Eigen::Index>(size);
-        Eigen::MatrixXd mixing(n, n);
-        for (Eigen::Index i = 0; i < n; ++i) {
-            for (Eigen::Index j = 0; j < n; ++j) {
-                mixing(i, j) = random.next(0.0, 1.0);
-            }
-        }
-        mixing = Eigen::HouseholderQR<Eigen::MatrixXd>(mixing).householderQ();
-        for (Eigen::Index j = 0; j < n; ++j) {
-            const double share = n == 1 ? 0.0 : static_cast<double>(j) / static_cast<double>(n - 1);
-            mixing.col(j) *= std::pow(condition, -0.5 * share);
-        }
-        Rows made;
-        for (std::size_t row = 0; row < numRows; ++row) {
-            Eigen::VectorXd z(n);
-            for (Eigen::Index j = 0; j < n; ++j) {
-                z(j) = random.next(0.0, 1.0);
-            }
-            const Eigen::VectorXd x = mixing * z;
-            made.emplace_back();
-            for (Eigen::Index i = 0; i < n; ++i) {
-                made.back().push_back(offset + x(i));
-            }
-        }
-        return made;
-    }
+    Rows rows() const;
 
     /// What rounding may cost: the larger of 1e-12 and 2^-52 x offset in spreads x sqrt(n) x condition number, as the data
     /// came out. Data around zero count as one spread away from it: so far away are their values.
-    double tolerance(const Moments& moments) const
-    {
-        double offsetInSpreads = 1.0;
-        for (Eigen::Index i = 0; i < moments.mean.size(); ++i) {
-            const long double spread = std::sqrt(moments.covariance(i, i));
-            offsetInSpreads = std::max(offsetInSpreads, static_cast<double>(std::abs(moments.mean(i)) / spread));
-        }
-        return std::max(1e-12, 0x1p-52 * offsetInSpreads * std::sqrt(static_cast<double>(numRows)) *
-                                   conditionOf(correlationsOf(moments.covariance)));
-    }
+    double tolerance(const Moments& moments) const;
 };
 
 /// Training sets to measure precision with.
-inline std::vector<TrainingSet> trainingSets()
-{
-    std::vector<TrainingSet> sets;
-    unsigned long seed = 4711;
-    for (const std::size_t numRows : {30u, 1000u}) {
-        for (const std::size_t size : {1u, 2u, 5u, 10u}) {
-            for (const double offset : {0.0, 1.0, 1e3, 1e6}) {
-                for (const double condition : {1.0, 1e2, 1e4}) {
-                    sets.push_back({numRows, size, offset, condition, ++seed});
-                }
-            }
-        }
-    }
-    return sets;
-}
+std::vector<TrainingSet> trainingSets();
 
-inline std::ostream& operator<<(std::ostream& out, const TrainingSet& set)
-{
-    return out << set.numRows << " rows of " << set.size << ", offset " << set.offset << ", condition " << set.condition
-               << ", seed " << set.seed;
-}
+std::ostream& operator<<(std::ostream& out, const TrainingSet& set);
 
 }  // namespace kt_test
