@@ -2,6 +2,7 @@
 // number of runs.
 
 #include "support/archives.h"
+#include "support/result_bits.h"
 #include "support/training.h"
 #include "threads/each_thread.h"
 
@@ -11,7 +12,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -73,19 +73,6 @@ std::vector<ktFeaturePattern> queries()
     return made;
 }
 
-/// Every bit of a result.
-std::vector<std::uint64_t> bits(const ktClassifierResult& result)
-{
-    std::vector<double> numbers{result.matchScoreFactorLog()};
-    for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
-        numbers.insert(numbers.end(), {static_cast<double>(entry.categoryLabel()), entry.matchScore(),
-                                       entry.classScore(), entry.expectedCost()});
-    }
-    std::vector<std::uint64_t> words(numbers.size());
-    std::memcpy(words.data(), numbers.data(), numbers.size() * sizeof(double));
-    return words;
-}
-
 void runOnEachThread(const ktClassifierTool& tool)
 {
     const std::vector<ktFeaturePattern> asked = queries();
@@ -95,7 +82,7 @@ void runOnEachThread(const ktClassifierTool& tool)
         for (const ktFeaturePattern& pattern : asked) {
             ktClassifierResult result;
             alone.run(pattern, result);
-            expected.push_back(bits(result));
+            expected.push_back(kt_test::bitsOf(result));
         }
     }
     const long runs = numRuns();
@@ -107,7 +94,7 @@ void runOnEachThread(const ktClassifierTool& tool)
         for (long i = 0; i < runs; ++i) {
             const std::size_t which = static_cast<std::size_t>(i + thread) % asked.size();
             tool.run(asked[which], result);
-            mine += bits(result) == expected[which] ? 1 : 0;
+            mine += kt_test::bitsOf(result) == expected[which] ? 1 : 0;
         }
         equal += mine;
     });

@@ -3,12 +3,12 @@
 #include <clastool/decision_tree.h>
 
 #include "support/archives.h"
+#include "support/result_bits.h"
 
 #include "tree/trees.h"
 
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <thread>
 
@@ -72,19 +72,6 @@ std::vector<ktFeaturePattern> patterns(unsigned seed)
     return made;
 }
 
-/// Every bit of a result.
-std::vector<std::uint64_t> bits(const ktClassifierResult& result)
-{
-    std::vector<double> numbers{result.matchScoreFactorLog()};
-    for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
-        numbers.insert(numbers.end(), {static_cast<double>(entry.categoryLabel()), entry.matchScore(),
-                                       entry.classScore(), entry.expectedCost()});
-    }
-    std::vector<std::uint64_t> words(numbers.size());
-    std::memcpy(words.data(), numbers.data(), numbers.size() * sizeof(double));
-    return words;
-}
-
 std::vector<std::vector<std::uint64_t>> answers(const ktClassifierTool& tool,
                                                 const std::vector<ktFeaturePattern>& asked)
 {
@@ -92,7 +79,7 @@ std::vector<std::vector<std::uint64_t>> answers(const ktClassifierTool& tool,
     ktClassifierResult result;
     for (const ktFeaturePattern& pattern : asked) {
         tool.run(pattern, result);
-        found.push_back(bits(result));
+        found.push_back(kt_test::bitsOf(result));
     }
     return found;
 }
