@@ -34,6 +34,8 @@ need_check_tools() {
     need clang-format "checks the layout of the sources" command -v clang-format
     need clang-tidy "checks the sources for common mistakes" command -v clang-tidy
     need pkg-config "a program outside is built with it" command -v pkg-config
+    need dpkg-dev "finds what the packages depend on" command -v dpkg-shlibdeps
+    need file "tells it which files are libraries" command -v file
     need libbenchmark-dev "the benchmark programs are written with it" installed libbenchmark-dev
     need git "lists the files of the project" command -v git
     # Not the package g++-multilib, which cannot be installed beside a cross compiler.

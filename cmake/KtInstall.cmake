@@ -60,3 +60,19 @@ install(
     FILES ${PROJECT_BINARY_DIR}/clastool.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
     COMPONENT clastool-dev)
+
+# The documents refer to each other and to the examples, so they keep their places.
+if(KT_DEBIAN_PACKAGES)
+    set(CMAKE_INSTALL_DOCDIR share/doc/libclastool-dev)
+endif()
+install(
+    FILES README.md CHANGELOG.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT clastool-dev)
+install(
+    DIRECTORY docs examples
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT clastool-dev
+    FILES_MATCHING
+    REGEX "\\.(md|svg|png|cpp|h|csv|txt|args)$"
+    PATTERN CMakeLists.txt EXCLUDE)

@@ -32,9 +32,11 @@ function(kt_add_library target sources headers)
     file(GLOB_RECURSE files CONFIGURE_DEPENDS ${sources}/*.cpp)
     add_library(${target} ${files})
     kt_compile_settings(${target})
-    # No other library replaces a function of this one, so the compiler may inline its exported functions too.
+    # No other library replaces a function of this one, so the compiler may inline its exported functions too. And a library
+    # with symbols that are unique in the process is never unloaded, and takes from another copy of itself what is in there.
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-gnu-unique)
+        target_link_options(${target} PRIVATE -fno-gnu-unique)
     endif()
     target_include_directories(
         ${target}

@@ -12,3 +12,4 @@
 #include <kt/persistent.h>
 #include <kt/random.h>
 #include <kt/range.h>
+#include <kt/version.h>

@@ -1,0 +1,22 @@
+// A shared object that uses the library and is loaded and unloaded while its host runs.
+
+#include "check_registry.h"
+#include "errors.h"
+
+namespace {
+
+bool holds(const char* listFile, const char* goldenFolder)
+{
+    return registryHolds(listFile, goldenFolder);
+}
+
+constexpr Guest self{&holds, errorCases};
+
+}  // namespace
+
+extern "C" KT_EXPORT const Guest* ktLinkTestGuest();
+
+const Guest* ktLinkTestGuest()
+{
+    return &self;
+}
