@@ -31,12 +31,14 @@ public:
         eUniform = 3
     };
 
+    /// No overrides, no dependency sets.
     ktClassifierDistributionTypes(DistributionType defaultType = eNormal);
     ktClassifierDistributionTypes(const ktClassifierDistributionTypes&) = default;
     ktClassifierDistributionTypes(ktClassifierDistributionTypes&&) noexcept = default;
     ktClassifierDistributionTypes& operator=(const ktClassifierDistributionTypes& other);
     ktClassifierDistributionTypes& operator=(ktClassifierDistributionTypes&&) noexcept = default;
 
+    /// The type of every measurement without an override.
     DistributionType defaultDistributionType() const { return defaultType_; }
     /// Leaves overrides and sets alone.
     void defaultDistributionType(DistributionType type);
@@ -129,6 +131,7 @@ public:
 
     /// One row a measurement.
     ktNMMatrix mean() const { return state_.mean(); }
+    /// One row and one column a measurement, as learnt and without floors.
     ktNMMatrix covariance() const { return state_.covariance(); }
     /// Whether any pattern was learnt.
     bool isValid() const { return state_.count() > 0; }
@@ -148,6 +151,7 @@ public:
     bool isEquivalent(const kt_ProbabilityDensityFunction& other) const override;
     void clear() override;
 
+    /// Equal mean, covariance and count, compared exactly, no tolerance.
     bool operator==(const kt_PDFMultivariateNormal& other) const { return state_ == other.state_; }
     bool operator!=(const kt_PDFMultivariateNormal& other) const { return !(*this == other); }
 
@@ -190,6 +194,7 @@ public:
 
     /// n; 0 until learnt.
     long numTrials() const { return numTrials_; }
+    /// The probability of a trial, the mean of the learnt proportions; 0 until learnt.
     double theta() const { return theta_; }
 
     /// Kept on purpose: a variance of (nearly) 0 sets theta and leaves n as it was; only the first pattern's size is
@@ -211,6 +216,7 @@ public:
     /// Theta and the maximum stay.
     void clear() override;
 
+    /// Equal n, theta and maximum, compared exactly, no tolerance.
     bool operator==(const kt_PDFBinomial& other) const;
     bool operator!=(const kt_PDFBinomial& other) const { return !(*this == other); }
 
@@ -246,6 +252,8 @@ private:
 /// distribution types, costs, frequencies, maximum values.
 class KT_API ktClassifierTrainParamsBayesian : public ktClassifierTrainParams {
 public:
+    /// Normal distributions of independent measurements, equal frequencies and costs of 1.0, unless given. The frequencies are not
+    /// counted from the training data.
     ktClassifierTrainParamsBayesian(
         const ktClassifierDistributionTypes& distributionTypes = ktClassifierDistributionTypes(),
         const ktClassifierFrequencies& categoryFrequencies = ktClassifierFrequencies(),
@@ -255,17 +263,26 @@ public:
     ktClassifierTrainParamsBayesian& operator=(const ktClassifierTrainParamsBayesian&);
     ~ktClassifierTrainParamsBayesian() override;
 
+    /// Which density models each measurement of each category.
     const ktClassifierDistributionTypes& distributionTypes() const { return types_; }
+    /// Needs a new training: `retrain` refuses other types.
     void distributionTypes(const ktClassifierDistributionTypes& distributionTypes);
+    /// The prior frequencies of the categories.
     const ktClassifierFrequencies& categoryFrequencies() const { return frequencies_; }
+    /// `retrain` takes other frequencies without training again.
     void categoryFrequencies(const ktClassifierFrequencies& categoryFrequencies);
+    /// What each mistake costs.
     const ktClassifierCosts& misclassificationCosts() const { return costs_; }
+    /// `retrain` takes other costs without training again.
     void misclassificationCosts(const ktClassifierCosts& misclassificationCosts);
+    /// The largest value of each measurement that is modelled by a binomial density, in its unit.
     const ktFeaturePattern& maxMeasurementValues() const { return maxValues_; }
+    /// Needs a new training: `retrain` refuses other values.
     void maxMeasurementValues(const ktFeaturePattern& maxMeasurementValues);
 
     ktPtrHandle<ktClassifierTrainParams> clone() const override;
 
+    /// Equal types, frequencies, costs and maximum values; `throwIfNotReady` is not compared.
     bool operator==(const ktClassifierTrainParamsBayesian& other) const { return isEqual_(other); }
     bool operator!=(const ktClassifierTrainParamsBayesian& other) const { return !(*this == other); }
 
@@ -302,11 +319,16 @@ public:
     /// Learns one pattern.
     virtual void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) = 0;
 
+    /// The category that the model describes.
     long categoryLabel() const { return label_; }
+    /// Not checked.
     void categoryLabel(long label) { label_ = label; }
+    /// The number of measurements of the patterns in training.
     long numMeasurements() const { return numMeasurements_; }
+    /// Not checked.
     void numMeasurements(long numMeasurements) { numMeasurements_ = numMeasurements; }
 
+    /// Equal labels and numbers of measurements.
     bool operator==(const kt_CategoryModel& other) const;
     bool operator!=(const kt_CategoryModel& other) const { return !(*this == other); }
 

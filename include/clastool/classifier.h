@@ -22,6 +22,7 @@ public:
     /// Whether a tool checks after training that the classifier can run, and refuses the training if it cannot. True
     /// unless changed.
     bool throwIfNotReady() const { return throwIfNotReady_; }
+    /// False lets an incomplete training stand; a run then says what is missing.
     void throwIfNotReady(bool throwIfNotReady) { throwIfNotReady_ = throwIfNotReady; }
 
 protected:
@@ -59,6 +60,7 @@ public:
     kt_Classifier& operator=(const kt_Classifier&);
     ~kt_Classifier() override;
 
+    /// A new classifier in the same state; what it shares with this one, the technique says.
     virtual ktPtrHandle<kt_Classifier> clone() const = 0;
 
     /// Whether both are trained or both are not, and their stored parameters are equal (or neither holds any). A technique
@@ -91,6 +93,7 @@ public:
 
     /// Forgets the training and the parameters; nothing happens to an untrained classifier.
     void untrain();
+    /// Whether `run` may be called; it may still refuse for lack of training data.
     bool isTrained() const { return isTrained_(); }
 
     /// A further handle on the stored parameters.
@@ -99,14 +102,21 @@ public:
     ktPtrHandle_const<ktClassifierTrainParams> trainParams();
 
 protected:
+    /// Learns the provider's patterns. The classifier is untrained before; `params` is stored after it, if nothing is thrown.
     virtual void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) = 0;
+    /// Takes new parameters of the same technique, or throws and changes nothing. The frame stores a clone of them afterwards.
     virtual void retrain_(const ktClassifierTrainParams& params) = 0;
+    /// Makes ready for `trainIncremental_`.
     virtual void trainStart_(const ktClassifierTrainParams& params) = 0;
+    /// Learns one pattern.
     virtual void trainIncremental_(const ktFeaturePattern& pattern, long label) = 0;
+    /// Forgets the training. Called when trained only.
     virtual void untrain_() = 0;
+    /// Whether there is something to run with.
     virtual bool isTrained_() const = 0;
     /// Throws what a run would throw for lack of training data.
     virtual void checkRunnable_() const = 0;
+    /// Classifies the pattern into `result`. A technique changes `result` last, so that a run that throws leaves it alone.
     virtual void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const = 0;
 
     /// The stored parameters; null while untrained and after manual training.
@@ -175,7 +185,9 @@ public:
     void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
              unsigned long flags = 0) const;
 
+    /// Forgets the training, the tree and the parameters; nothing happens to an untrained tool.
     void untrain();
+    /// Whether there is a classifier. Ask it after loading: an untrained tool can be stored and loaded too.
     bool isTrained() const;
 
     /// The parameters of the training. They are read-only; `retrain` changes them.

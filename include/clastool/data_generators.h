@@ -39,6 +39,7 @@ class KT_API kt_TotalDataGenerator {
 public:
     /// No class generators.
     kt_TotalDataGenerator();
+    /// Copies the generators; their positions become the labels.
     kt_TotalDataGenerator(const std::vector<kt_ClassDataGenerator>& classGenerators);
     kt_TotalDataGenerator(const kt_TotalDataGenerator&) = default;
     kt_TotalDataGenerator& operator=(const kt_TotalDataGenerator& other);

@@ -12,12 +12,14 @@ public:
     ktPredicateFunction();
     ~ktPredicateFunction() override;
 
+    /// The answer. A measurement that is invalid or past the pattern's end should answer false, as the library's own tests do.
     virtual bool outcome(const ktFeaturePattern& pattern) const = 0;
     /// A new, independent copy.
     virtual ktPtrHandle<ktPredicateFunction> clone() const = 0;
     /// True here; a derived class first tests the class of the other.
     virtual bool isEqual(const ktPredicateFunction& other) const;
 
+    /// What `isEqual` says.
     bool operator==(const ktPredicateFunction& other) const { return isEqual(other); }
     bool operator!=(const ktPredicateFunction& other) const { return !isEqual(other); }
 
@@ -47,9 +49,12 @@ public:
     ktComparisonPredicate& operator=(const ktComparisonPredicate&);
     ~ktComparisonPredicate() override;
 
+    /// The measurement that is to be greater.
     long measurementIndex1() const { return index1_; }
+    /// The measurement that it is compared with.
     long measurementIndex2() const { return index2_; }
 
+    /// Compared exactly, no tolerance.
     bool outcome(const ktFeaturePattern& pattern) const override;
     ktPtrHandle<ktPredicateFunction> clone() const override;
     /// A comparison of the same measurements in the same order.
@@ -82,7 +87,9 @@ public:
     ktRangePredicate& operator=(const ktRangePredicate& other);
     ~ktRangePredicate() override;
 
+    /// The range that every listed measurement has to lie in, both ends included.
     ktRange measurementRange() const { return range_; }
+    /// The measurements that are looked at, in this order.
     std::vector<long> measurementIndices() const { return indices_; }
 
     /// Stops at the first measurement that fails.
@@ -118,6 +125,7 @@ public:
     ktValidityPredicate& operator=(const ktValidityPredicate&);
     ~ktValidityPredicate() override;
 
+    /// The measurements that are looked at, in this order.
     std::vector<long> measurementIndices() const { return indices_; }
 
     /// Stops at the first invalid measurement.
@@ -158,6 +166,7 @@ public:
     /// The number of entries of `categoryLabels()`.
     long numCategories() const;
 
+    /// What `isEqual` says.
     bool operator==(const ktDecisionTree& other) const { return isEqual(other); }
     bool operator!=(const ktDecisionTree& other) const { return !isEqual(other); }
 
@@ -196,11 +205,17 @@ public:
     ktDecisionTreeNode& operator=(const ktDecisionTreeNode&);
     ~ktDecisionTreeNode() override;
 
+    /// The question; null in a node that was never given one.
     ktPtrHandle_const<ktPredicateFunction> predicateFunction() const { return predicate_; }
+    /// Holds a clone.
     void predicateFunction(const ktPredicateFunction& predicate);
+    /// Where the walk goes on if the predicate answers yes; null in a node that was never given one.
     ktPtrHandle_const<ktDecisionTree> trueTree() const { return trueTree_; }
+    /// Holds a clone.
     void trueTree(const ktDecisionTree& tree);
+    /// Where the walk goes on if the predicate answers no; null in a node that was never given one.
     ktPtrHandle_const<ktDecisionTree> falseTree() const { return falseTree_; }
+    /// Holds a clone.
     void falseTree(const ktDecisionTree& tree);
 
     /// Kept on purpose: the false tree's labels come first, as it gives them, then those that only the true tree adds.
@@ -238,12 +253,15 @@ class KT_API ktDecisionTreeLeaf : public ktDecisionTree {
 public:
     /// A default-constructed result.
     ktDecisionTreeLeaf();
+    /// Holds a copy of the result.
     ktDecisionTreeLeaf(const ktClassifierResult& classifierResult);
     ktDecisionTreeLeaf(const ktDecisionTreeLeaf&);
     ktDecisionTreeLeaf& operator=(const ktDecisionTreeLeaf&);
     ~ktDecisionTreeLeaf() override;
 
+    /// The result of every pattern that gets here.
     const ktClassifierResult& classifierResult() const { return result_; }
+    /// Holds a copy.
     void classifierResult(const ktClassifierResult& classifierResult);
 
     /// The labels of the result in its order, duplicates included.
@@ -287,6 +305,7 @@ public:
     /// Kept on purpose: throws ktBadPointer for two untrained classifiers; the nearest-neighbour classifier answers true.
     bool isEquivalent(const kt_Classifier& other) const override;
 
+    /// What `isEquivalent` says.
     bool operator==(const kt_ClassifierDecisionTree& other) const { return isEquivalent(other); }
     bool operator!=(const kt_ClassifierDecisionTree& other) const { return !isEquivalent(other); }
 

@@ -24,6 +24,7 @@ public:
     void suicideAndRethrow() override = 0;
 
 protected:
+    /// With the whole text of the message.
     Errors(const std::string& message = "");
 
     void dispatchSerialize(ktArchive& archive) override;
@@ -35,6 +36,7 @@ protected:
 template <class Concrete, long Number>
 class KT_API ConcreteError : public Errors {
 public:
+    /// With the whole text of the message.
     ConcreteError(const std::string& message = "");
     ConcreteError(const ConcreteError&);
     ConcreteError& operator=(const ConcreteError&);
@@ -46,6 +48,7 @@ public:
     void suicideAndRethrow() override;
 
 protected:
+    /// Version byte, then the layer of `Errors`.
     void dispatchSerialize(ktArchive& archive) override;
     /// Throws: ktArchive::UnknownVersion(name of the class, 0) for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
@@ -140,6 +143,7 @@ public:
     ktFeaturePattern& operator=(const ktFeaturePattern&);
     ~ktFeaturePattern() override;
 
+    /// The number of measurements, invalid ones included.
     long numMeasurements() const { return static_cast<long>(measurements_.size()); }
 
     /// False for an index past the end.

@@ -47,6 +47,7 @@ public:
     ktPatternDistanceMetricNorm& operator=(const ktPatternDistanceMetricNorm&);
     ~ktPatternDistanceMetricNorm() override;
 
+    /// The order p, 2.0 unless given.
     double order() const { return order_; }
     /// Throws: ktClassifierDefs::BadParams "Order of norm distance must be > 0" unless order > 0.
     void order(double order);
@@ -60,6 +61,7 @@ public:
     /// A norm of the same order, compared exactly, no tolerance.
     bool isEquivalent(const ktPatternDistanceMetric& other) const override;
 
+    /// What `isEquivalent` says.
     bool operator==(const ktPatternDistanceMetricNorm& other) const { return isEquivalent(other); }
     bool operator!=(const ktPatternDistanceMetricNorm& other) const { return !(*this == other); }
 
@@ -89,6 +91,7 @@ public:
     ktClassifierTrainParamsKNN& operator=(const ktClassifierTrainParamsKNN&);
     ~ktClassifierTrainParamsKNN() override;
 
+    /// The number of neighbours that vote.
     long k() const { return k_; }
     /// Throws: ktClassifierDefs::BadParams "K must be >= 1".
     void k(long k);
@@ -98,7 +101,9 @@ public:
     /// Holds a clone of the metric.
     void distanceMetric(const ktPatternDistanceMetric& metric);
 
+    /// What each mistake costs.
     const ktClassifierCosts& misclassificationCosts() const { return costs_; }
+    /// `retrain` takes other costs without training again.
     void misclassificationCosts(const ktClassifierCosts& costs);
 
     ktPtrHandle<ktClassifierTrainParams> clone() const override;
@@ -162,6 +167,7 @@ protected:
     /// Throws: ktBadPointer without stored parameters; ktClassifierDefs::BadParams "The training parameters are for a
     /// different classification technique.".
     void retrain_(const ktClassifierTrainParams& params) override;
+    /// No effect: patterns are added to a classifier that was trained from a provider, which may hold few.
     void trainStart_(const ktClassifierTrainParams& params) override;
     /// Kept on purpose: invalid measurements are not checked here; a run that reaches the pattern refuses them.
     /// Throws: ktBadPointer without kept patterns; what ktClassifierDataProviderMemory::addData refuses.

@@ -83,10 +83,15 @@ public:
     /// lie between x0 and xc" (kept on purpose: "be lie" here, the plain wording in `score`).
     void init(double x0, double x1, double xc, double y0, double y1);
 
+    /// Where the ramp begins, in the unit of the measurement.
     double x0() const { return x0_; }
+    /// Where the ramp ends.
     double x1() const { return x1_; }
+    /// The end of the function: past it the score is 0.
     double xc() const { return xc_; }
+    /// The score on the outer side of x0.
     double y0() const { return y0_; }
+    /// The score from x1 to xc.
     double y1() const { return y1_; }
 
     /// Not checked: `score` refuses an order that does not fit.
@@ -137,24 +142,38 @@ public:
     void init(double x0, double x1, double xc, double x0h, double x1h, double xch, double y0, double y1, double y0h,
               double y1h);
 
+    /// The low half's x0.
     double x0() const { return low_.x0(); }
+    /// The low half's x1.
     double x1() const { return low_.x1(); }
+    /// The low half's end.
     double xc() const { return low_.xc(); }
+    /// The low half's y0.
     double y0() const { return low_.y0(); }
+    /// The low half's y1.
     double y1() const { return low_.y1(); }
+    /// The high half's x0.
     double x0h() const { return high_.x0(); }
+    /// The high half's x1.
     double x1h() const { return high_.x1(); }
+    /// The high half's end.
     double xch() const { return high_.xc(); }
+    /// The high half's y0.
     double y0h() const { return high_.y0(); }
+    /// The high half's y1.
     double y1h() const { return high_.y1(); }
 
-    // The x setters check nothing: `score` refuses an order that does not fit.
-
+    /// Not checked: `score` refuses an order that does not fit.
     void x0(double value) { low_.x0(value); }
+    /// Not checked: `score` refuses an order that does not fit.
     void x1(double value) { low_.x1(value); }
+    /// Not checked: `score` refuses an order that does not fit.
     void xc(double value) { low_.xc(value); }
+    /// Not checked: `score` refuses an order that does not fit.
     void x0h(double value) { high_.x0(value); }
+    /// Not checked: `score` refuses an order that does not fit.
     void x1h(double value) { high_.x1(value); }
+    /// Not checked: `score` refuses an order that does not fit.
     void xch(double value) { high_.xc(value); }
     /// Throws: ktClassifierDefs::BadParams "y0 must be between 0 and 1".
     void y0(double value);
@@ -165,7 +184,9 @@ public:
     /// Throws: ktClassifierDefs::BadParams "y1h must be between 0 and 1".
     void y1h(double value);
 
+    /// The half below the split point.
     const ktClassifierFeatureScoreOneSided& Low() const { return low_; }
+    /// The half at and above the split point.
     const ktClassifierFeatureScoreOneSided& High() const { return high_; }
 
     /// Throws ktClassifierDefs::BadParams: "x1 must lie between x0 and xc" for the low, then for the high half; "Bad x
@@ -202,8 +223,10 @@ KT_API ktArchive& operator||(ktArchive& archive, ktClassifierRuleTable& table);
 /// Copy: copies the values.
 class KT_API ktClassifierFeatureVector {
 public:
+    /// Takes any number of values; a rule checks it.
     ktClassifierFeatureVector(const std::vector<double>& featureValues);
 
+    /// The values in feature order.
     const std::vector<double>& featureValues() const { return values_; }
 
 private:
@@ -235,7 +258,9 @@ public:
     /// Throws ktClassifierDefs::BadParams: "label < 0", then "scoringMethods.size() == 0".
     void init(const std::vector<ktPtrHandle<ktClsFtSc>>& scoringMethods, long label);
 
+    /// The scoring functions in feature order, shared with whoever supplied them.
     const std::vector<ktPtrHandle<ktClsFtSc>>& scoringMethods() const { return methods_; }
+    /// What the rule stands for.
     long label() const { return label_; }
 
     /// The geometric mean of the scores that count: (s_1 s_2 ... s_n)^(1/n), 0 if one of them is 0.
@@ -280,6 +305,7 @@ public:
     /// purpose: the i is not replaced).
     void train(const std::vector<ktClassifierRule>& rules);
 
+    /// The rules in the order in which they are tried.
     const std::vector<ktClassifierRule>& rules() const { return rules_; }
 
     /// The label of the first rule whose score is greater than the threshold, or -1.

@@ -35,6 +35,7 @@ public:
     ktClassifierCosts& operator=(ktClassifierCosts&&) noexcept = default;
     ktClassifierCosts& operator=(const ktClassifierCosts& other);
 
+    /// What a mistake costs that has no override.
     double defaultMisclassificationCost() const { return default_; }
     /// Leaves the overrides alone. Throws: ktClassifierDefs::BadParams "Costs must be >= 0.0".
     void defaultMisclassificationCost(double cost);
@@ -86,6 +87,7 @@ public:
     ktClassifierFrequencies& operator=(ktClassifierFrequencies&&) noexcept = default;
     ktClassifierFrequencies& operator=(const ktClassifierFrequencies& other);
 
+    /// The frequency of every category without an override.
     double defaultCategoryFrequency() const { return default_; }
     /// Leaves the overrides alone. Throws: ktClassifierDefs::BadParams "Category frequencies must be > 0.0".
     void defaultCategoryFrequency(double frequency);
@@ -135,9 +137,13 @@ public:
         check();
     }
 
+    /// The category.
     long categoryLabel() const { return label_; }
+    /// How well the pattern fits the category, in [0, 1]; what that means, the technique says.
     double matchScore() const { return matchScore_; }
+    /// The category's share of the result, its posterior probability, in [0, 1].
     double classScore() const { return classScore_; }
+    /// What deciding for this category costs on average, in the unit of the costs.
     double expectedCost() const { return expectedCost_; }
 
     /// All fields equal, compared exactly, no tolerance.
@@ -206,7 +212,9 @@ public:
                        const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
                        double matchScoreFactorLog);
 
+    /// The category results by ascending expected cost; the first is the decision. Empty in a result that no run has filled.
     const std::vector<ktClassifierCategoryResult>& categoryResults() const { return results_; }
+    /// ln of the factor by which the technique scaled its match scores; 0.0 where it does not scale.
     double matchScoreFactorLog() const { return matchScoreFactorLog_; }
 
     /// Equal category results in order and equal factor logarithms, compared exactly, no tolerance.
@@ -237,11 +245,17 @@ public:
 
     // Kept on purpose: name, description and featurePattern are not const, as published.
 
+    /// What the data are called; the library only stores and compares it.
     virtual std::string name() = 0;
+    /// What the data are; the library only stores and compares it.
     virtual std::string description() = 0;
+    /// The number of measurements that all patterns have.
     virtual long numMeasurements() const = 0;
+    /// The number of patterns; indices run from 0 to one less.
     virtual long numPatterns() const = 0;
+    /// The pattern, shared with the caller.
     virtual ktPtrHandle_const<ktFeaturePattern> featurePattern(long index) = 0;
+    /// The label of the pattern, -1 for an unknown category: training leaves such a pattern out.
     virtual long categoryLabel(long index) const = 0;
 
 protected:
@@ -268,8 +282,10 @@ public:
     ~ktClassifierDataProviderMemory() override;
 
     std::string name() override;
+    /// Any text; training does not look at it.
     void setName(const std::string& name);
     std::string description() override;
+    /// Any text; training does not look at it.
     void setDescription(const std::string& description);
 
     /// That of the first pattern; 0 without patterns. Throws: ktBadPointer for a null first pattern.

@@ -66,11 +66,14 @@ public:
     ktArchive& operator=(const ktArchive&) = delete;
     ~ktArchive();
 
+    /// Which way the one operation goes: fixed by the stream it was made from.
     bool isStoring() const noexcept { return isStoring_; }
+    /// The other way.
     bool isLoading() const noexcept { return !isStoring_; }
 
     /// How many pointer records may be open at once, 1000 unless changed. It bounds the stack that nested objects take.
     long maxDepth() const noexcept { return maxDepth_; }
+    /// An archive that was stored with a larger depth takes as large a one to load.
     void maxDepth(long depth) noexcept { maxDepth_ = depth; }
 
     /// A signed 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt.
@@ -145,6 +148,8 @@ private:
     std::size_t buffered_ = 0;
 };
 
+/// Base of all archive failures. After one in loading the object is partly loaded; it can be assigned, loaded again and
+/// destroyed.
 class KT_FOUNDATION_API ktArchive::Errors : public ktExceptionWithString {
 public:
     Errors(const Errors&);
@@ -152,9 +157,13 @@ public:
     ~Errors() override;
 
 protected:
+    /// With the whole text of the message.
     explicit Errors(const std::string& message);
 };
 
+/// A version that this library does not know: a newer program stored it. Number 0x10004001. Message: "Unknown
+/// version in an archive: ktArchive." with what `where()` says, and ", line 7" if there is one; without `where()` "Unknown
+/// version in an archive.".
 class KT_FOUNDATION_API ktArchive::UnknownVersion : public ktArchive::Errors {
 public:
     /// `where` names a class or a place, lives as long as the program, and may be null.
@@ -163,7 +172,9 @@ public:
     UnknownVersion& operator=(const UnknownVersion&);
     ~UnknownVersion() override;
 
+    /// The class, or the source file, that found the version; "ktArchive" for the encoding of the whole archive; may be null.
     const char* where() const noexcept { return where_; }
+    /// The line in that file, 0 where `where()` is no file.
     int line() const noexcept { return line_; }
 
     long errorNumber() const override;
@@ -178,6 +189,7 @@ private:
 template <int Number>
 class KT_FOUNDATION_API kt_ArchiveFailure : public ktArchive::Errors {
 public:
+    /// With the whole text of the message.
     explicit kt_ArchiveFailure(const std::string& message) : Errors(message) {}
 
     long errorNumber() const override { return 0x10004000L + Number; }
@@ -198,6 +210,7 @@ extern template class kt_ArchiveFailure<6>;
 /// as outermost here.
 class KT_FOUNDATION_API ktArchive::Pass {
 public:
+    /// Opens the pass; the archive outlives it.
     explicit Pass(ktArchive& archive) : archive_(archive)
     {
         // Most passes are deep inside another one, where there is nothing to do.
@@ -242,6 +255,7 @@ KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<double>&
 /// whose values take more than one byte at the least may specialise it; no element of a vector takes less than one.
 template <class T>
 struct ktLeastStoredSize {
+    /// The number of bytes, at least 1.
     static constexpr std::size_t value = std::is_enum_v<T> ? 4 : 1;
 };
 template <>

@@ -49,6 +49,7 @@ public:
 /// An exception that holds its message.
 class KT_FOUNDATION_API ktExceptionWithString : public ktException {
 public:
+    /// With the whole text of the message.
     ktExceptionWithString(const std::string& message = "");
     ktExceptionWithString(const ktExceptionWithString&);
     ktExceptionWithString& operator=(const ktExceptionWithString&);

@@ -11,6 +11,7 @@
 /// A failure code that no converter turned into an exception of its own.
 class KT_FOUNDATION_API ktFailure : public ktExceptionWithString {
 public:
+    /// The message names the low 32 bits of the code.
     explicit ktFailure(long code);
     ktFailure(const ktFailure&);
     ktFailure& operator=(const ktFailure&);

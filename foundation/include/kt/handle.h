@@ -55,6 +55,7 @@ template <class T>
 class ktPtrHandle {
 public:
     ktPtrHandle() noexcept = default;
+    /// Holds the object, which lives on the free store and may be held by other handles already; null holds nothing.
     ktPtrHandle(T* object) noexcept : object_(object) { countUp(object_); }
     ktPtrHandle(const ktPtrHandle& other) noexcept : ktPtrHandle(other.object_) {}
     ktPtrHandle(ktPtrHandle&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
@@ -82,6 +83,7 @@ public:
         return *this;
     }
 
+    /// Exchanges what the two handles hold; no count changes.
     void swap(ktPtrHandle& other) noexcept { std::swap(object_, other.object_); }
 
     /// Throws: ktBadPointer for a null handle.
@@ -95,8 +97,11 @@ public:
         return *object_;
     }
 
+    /// The plain pointer, null for a null handle. The object lives as long as a handle holds it.
     T* get() const noexcept { return object_; }
+    /// Whether nothing is held.
     bool isNull() const noexcept { return object_ == nullptr; }
+    /// Whether something is held.
     explicit operator bool() const noexcept { return object_ != nullptr; }
 
     /// Handles are compared by pointer, never by the value of what they hold.
@@ -104,8 +109,10 @@ public:
     friend bool operator!=(const ktPtrHandle& a, const ktPtrHandle& b) noexcept { return a.object_ != b.object_; }
     // Without these a plain pointer would become a handle for the comparison, and one to an object that no other handle
     // holds would destroy it.
+    /// The handle holds the very object.
     friend bool operator==(const ktPtrHandle& a, const T* b) noexcept { return a.object_ == b; }
     friend bool operator!=(const ktPtrHandle& a, const T* b) noexcept { return a.object_ != b; }
+    /// The handle holds the very object.
     friend bool operator==(const T* a, const ktPtrHandle& b) noexcept { return a == b.object_; }
     friend bool operator!=(const T* a, const ktPtrHandle& b) noexcept { return a != b.object_; }
 

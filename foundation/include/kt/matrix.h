@@ -26,6 +26,7 @@ public:
           elements_(std::move(other.elements_))
     {
     }
+    /// A copy. Changes nothing if memory runs out.
     ktNMMatrix& operator=(const ktNMMatrix& other)
     {
         // The elements first: they are the only part whose copy can fail.
@@ -44,7 +45,9 @@ public:
     }
     ~ktNMMatrix() = default;
 
+    /// At least 0.
     long numRows() const noexcept { return rows_; }
+    /// At least 0.
     long numColumns() const noexcept { return columns_; }
 
     /// Throws: std::out_of_range outside the matrix.
@@ -54,6 +57,7 @@ public:
 
     /// The elements row by row.
     const double* data() const noexcept { return elements_.data(); }
+    /// The elements row by row.
     double* data() noexcept { return elements_.data(); }
 
     /// Same shape and equal elements, compared exactly, no tolerance.

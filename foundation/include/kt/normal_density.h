@@ -33,8 +33,11 @@ class KT_FOUNDATION_API ktNormalDensity {
 public:
     /// A pattern as the density sees it: `size` values and as many flags.
     struct Row {
+        /// `size` measured values, valid or not.
         const double* values;
+        /// Which of them are valid.
         const bool* valid;
+        /// The number of measurements.
         std::size_t size;
     };
 
@@ -58,7 +61,9 @@ public:
 
     /// A column, one row a measurement.
     const ktNMMatrix& mean() const noexcept { return mean_; }
+    /// Square, one row and one column a measurement; the unbiased covariance, as learnt and without floors.
     const ktNMMatrix& covariance() const noexcept { return covariance_; }
+    /// The number of patterns learnt; saturates at 2^31 - 1.
     long count() const noexcept { return count_; }
 
     /// Forgets everything, the number of measurements included.
@@ -105,8 +110,11 @@ public:
     /// What the density of a single measurement is evaluated with: its log density at x is
     /// `held(logScale - 0.5 * (z * z))`, z = inverseDeviation * (x - mean).
     struct Single {
+        /// In the unit of the measurement.
         double mean;
+        /// 1 over the floored standard deviation.
         double inverseDeviation;
+        /// The log density at the mean.
         double logScale;
     };
     /// A log density within +-1e300, and -1e300 for NaN, so that sums stay finite.

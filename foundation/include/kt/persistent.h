@@ -103,6 +103,7 @@ KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object
 /// runs meanwhile on another thread.
 class KT_FOUNDATION_API kt_Instantiator {
 public:
+    /// Makes a new default-constructed object, which the caller owns.
     using Make = ktPersistent* (*)();
 
     /// `factory` returns a new default-constructed object of the class `type`. `name` is for a class whose name the compiler
@@ -112,7 +113,9 @@ public:
     kt_Instantiator(const kt_Instantiator&) = delete;
     kt_Instantiator& operator=(const kt_Instantiator&) = delete;
 
+    /// The name by which archives know the class.
     const std::string& name() const noexcept { return name_; }
+    /// A new default-constructed object of the class, owned by the caller.
     ktPersistent* make() const { return make_(); }
 
     /// The entry of a class, or null. Cost: linear in the number of registered classes.
@@ -121,6 +124,7 @@ public:
     static const kt_Instantiator* find(const std::string& name) noexcept;
     /// The first entry of the registry, newest first, or null; `next()` leads on.
     static const kt_Instantiator* first() noexcept;
+    /// The next older entry, or null.
     const kt_Instantiator* next() const noexcept { return next_; }
 
 private:

@@ -11,6 +11,7 @@
 /// Uniformly distributed numbers.
 class KT_FOUNDATION_API ktRandomUniform {
 public:
+    /// Every seed is good, 0 included; equal seeds give equal numbers.
     explicit ktRandomUniform(unsigned long seed);
 
     /// low + (high - low) u with u a multiple of 2^-53 in [0, 1). For low < high the result is in [low, high); otherwise it is
@@ -24,6 +25,7 @@ private:
 /// Normally distributed numbers.
 class KT_FOUNDATION_API ktRandomGaussian {
 public:
+    /// Every seed is good, 0 included; equal seeds give equal numbers.
     explicit ktRandomGaussian(unsigned long seed);
 
     /// mean + standardDeviation z with z from the standard normal distribution. A negative standard deviation mirrors it.

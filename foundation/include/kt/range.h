@@ -15,9 +15,12 @@ class ktRange {
 public:
     /// [0, 0].
     ktRange() noexcept = default;
+    /// [low, high]. Nothing is checked.
     ktRange(double low, double high) noexcept : low_(low), high_(high) {}
 
+    /// The low end, as given.
     double low() const noexcept { return low_; }
+    /// The high end, as given.
     double high() const noexcept { return high_; }
 
     /// low <= value <= high; both ends belong to it, NaN never.
