@@ -108,7 +108,7 @@ public:
     bool operator==(const ktClsFtSc& other) const override;
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreOneSided& score);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreOneSided& score);
     friend class ktClassifierFeatureScoreTwoSided;
 
     void requireOrdered() const;
@@ -175,7 +175,7 @@ public:
     bool operator==(const ktClsFtSc& other) const override;
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreTwoSided& score);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreTwoSided& score);
 
     ktClassifierFeatureScoreOneSided low_;
     ktClassifierFeatureScoreOneSided high_;
@@ -207,7 +207,7 @@ public:
     const std::vector<double>& featureValues() const { return values_; }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureVector& featureVector);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureVector& featureVector);
 
     std::vector<double> values_;
 };
@@ -250,7 +250,7 @@ public:
     bool operator!=(const ktClassifierRule& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierRule& rule);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierRule& rule);
 
     std::vector<ktPtrHandle<ktClsFtSc>> methods_;
     long label_ = 0;
@@ -295,7 +295,7 @@ public:
     bool operator!=(const ktClassifierRuleTable& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierRuleTable& table);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierRuleTable& table);
 
     std::vector<ktClassifierRule> rules_;
 };
