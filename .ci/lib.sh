@@ -27,6 +27,20 @@ need_test_tools() {
     need libeigen3-dev "another implementation of linear algebra, to check the normal density with" test -e /usr/include/eigen3/Eigen/Dense
 }
 
+need_32_bit_compiler() {
+    # Not the package g++-multilib, which cannot be installed beside a cross compiler.
+    local version
+    version=$(g++ -dumpversion 2>/dev/null) || version=12
+    need "g++-$version-multilib" "compiles 32-bit programs" installed "g++-$version-multilib"
+}
+
+# need_emulated_tests PLATFORM: for tests that are compiled for another kind of Linux and run under qemu.
+need_emulated_tests() {
+    need_test_tools
+    need "g++-$1" "compiles for $1" command -v "$1-g++"
+    need qemu-user-static "runs programs for other processors" installed qemu-user-static
+}
+
 need_check_tools() {
     need_test_tools
     need clang "the second compiler" command -v clang++
@@ -38,10 +52,7 @@ need_check_tools() {
     need file "tells it which files are libraries" command -v file
     need libbenchmark-dev "the benchmark programs are written with it" installed libbenchmark-dev
     need git "lists the files of the project" command -v git
-    # Not the package g++-multilib, which cannot be installed beside a cross compiler.
-    local version
-    version=$(g++ -dumpversion 2>/dev/null) || version=12
-    need "g++-$version-multilib" "compiles 32-bit programs" installed "g++-$version-multilib"
+    need_32_bit_compiler
 }
 
 # Installs what was found missing, or says what it is and stops.
@@ -74,6 +85,14 @@ build() {
     shift
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+# step COMMAND...: a check among others; says how long it took.
+step() {
+    local began=$SECONDS
+    printf '\n=== %s\n' "$*"
+    "$@" || fail "=== $* failed after $((SECONDS - began)) s"
+    printf '=== %s held, %d s\n' "$*" $((SECONDS - began))
 }
 
 fail() {

@@ -10,7 +10,14 @@ function(kt_compile_settings target)
     # The arithmetic is the same at every optimisation level: no fused multiply-add, and no 80-bit registers, which the
     # old floating-point unit of 32-bit x86 would bring in.
     if(MSVC)
-        target_compile_options(${target} PRIVATE /fp:precise)
+        # Before version 19.30 the compiler fused under /fp:precise; clang's driver of the same kind does so still.
+        if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+            target_compile_options(${target} PRIVATE /fp:precise /clang:-ffp-contract=off)
+        elseif(MSVC_VERSION LESS 1930)
+            target_compile_options(${target} PRIVATE /fp:strict)
+        else()
+            target_compile_options(${target} PRIVATE /fp:precise)
+        endif()
     else()
         target_compile_options(${target} PRIVATE -ffp-contract=off)
         if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
@@ -20,7 +27,8 @@ function(kt_compile_settings target)
 
     if(KT_DEVELOPER)
         if(MSVC)
-            target_compile_options(${target} PRIVATE /W4 /WX)
+            # Exported classes have private members of the standard library, which that compiler warns of.
+            target_compile_options(${target} PRIVATE /W4 /WX /wd4251 /wd4275)
         else()
             target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
         endif()
@@ -38,6 +46,8 @@ function(kt_add_library target sources headers)
         target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-gnu-unique)
         target_link_options(${target} PRIVATE -fno-gnu-unique)
     endif()
+    target_compile_options(${target} PRIVATE ${KT_LIBRARY_OPTIONS})
+    target_link_options(${target} PRIVATE ${KT_LIBRARY_OPTIONS})
     target_include_directories(
         ${target}
         PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/${headers}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
@@ -89,6 +99,10 @@ function(kt_keep_registered_classes target symbol)
     # 32-bit Windows and Apple's systems put an underscore before the name of a C symbol.
     if(APPLE OR (WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4))
         string(PREPEND symbol _)
+    endif()
+    # What a DLL exports is known to the programs under this name.
+    if(WIN32 AND NOT type STREQUAL STATIC_LIBRARY)
+        string(PREPEND symbol __imp_)
     endif()
     set(pc_libs "-l${target}")
     if(MSVC)

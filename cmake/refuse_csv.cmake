@@ -1,5 +1,5 @@
-# Runs PROGRAM on damaged copies of the csv file DATA: each ends with exit status 1, nothing on the standard output and one
-# line on the standard error that names the file, the row and the column.
+# Runs PROGRAM, by EMULATOR where there is one, on damaged copies of the csv file DATA: each ends with exit status 1, nothing
+# on the standard output and one line on the standard error that names the file, the row and the column.
 
 file(STRINGS ${DATA} rows)
 list(GET rows 0 heading)
@@ -24,7 +24,7 @@ foreach(case IN ITEMS not_a_number short unknown missing)
         file(WRITE ${file} "${damaged_${case}}")
     endif()
     execute_process(
-        COMMAND ${PROGRAM} ${file} ${FOLDER}/refused.ktar
+        COMMAND ${EMULATOR} ${PROGRAM} ${file} ${FOLDER}/refused.ktar
         RESULT_VARIABLE status
         OUTPUT_VARIABLE output
         ERROR_VARIABLE error)

@@ -1,5 +1,5 @@
-# Runs PROGRAM in the empty folder FOLDER, with the command line of RECORDED.args, and compares what it prints with
-# RECORDED.txt. With KT_UPDATE_RECORDS in the environment it writes that record anew instead.
+# Runs PROGRAM, by EMULATOR where there is one, in the empty folder FOLDER, with the command line of RECORDED.args, and
+# compares what it prints with RECORDED.txt. With KT_UPDATE_RECORDS in the environment it writes that record anew instead.
 cmake_minimum_required(VERSION 3.22)
 
 set(arguments "")
@@ -13,7 +13,7 @@ file(REMOVE_RECURSE ${FOLDER})
 file(MAKE_DIRECTORY ${FOLDER})
 set(printed ${FOLDER}.printed)
 execute_process(
-    COMMAND ${PROGRAM} ${arguments}
+    COMMAND ${EMULATOR} ${PROGRAM} ${arguments}
     WORKING_DIRECTORY ${FOLDER}
     OUTPUT_FILE ${printed}
     ERROR_VARIABLE complaint

@@ -26,7 +26,7 @@ long indexOf(const Names& names, const std::string& name)
     if (place == names.end()) {
         throw std::runtime_error("there is no measurement " + name);
     }
-    return place - names.begin();
+    return static_cast<long>(place - names.begin());
 }
 
 ktRangePredicate atMost(double limit, long index)

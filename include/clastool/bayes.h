@@ -74,7 +74,7 @@ public:
 
 private:
     friend class kt_ClassifierBayesian;
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
 
     long distOverrideIndex_(long categoryLabel, long measurementIndex) const;
     std::size_t numSets() const;

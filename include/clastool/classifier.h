@@ -205,7 +205,7 @@ public:
     bool operator!=(const ktClassifierTool& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 
     void untrainIfNotRunnable(const ktClassifierTrainParams& params);
 

@@ -113,7 +113,7 @@ public:
     bool operator==(const ktClsFtSc& other) const override;
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreOneSided& score);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreOneSided& score);
     friend class ktClassifierFeatureScoreTwoSided;
 
     void requireOrdered() const;
@@ -196,7 +196,7 @@ public:
     bool operator==(const ktClsFtSc& other) const override;
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreTwoSided& score);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureScoreTwoSided& score);
 
     ktClassifierFeatureScoreOneSided low_;
     ktClassifierFeatureScoreOneSided high_;
@@ -230,7 +230,7 @@ public:
     const std::vector<double>& featureValues() const { return values_; }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFeatureVector& featureVector);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFeatureVector& featureVector);
 
     std::vector<double> values_;
 };
@@ -275,7 +275,7 @@ public:
     bool operator!=(const ktClassifierRule& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierRule& rule);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierRule& rule);
 
     std::vector<ktPtrHandle<ktClsFtSc>> methods_;
     long label_ = 0;
@@ -321,7 +321,7 @@ public:
     bool operator!=(const ktClassifierRuleTable& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierRuleTable& table);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierRuleTable& table);
 
     std::vector<ktClassifierRule> rules_;
 };

@@ -59,7 +59,7 @@ public:
     bool operator!=(const ktClassifierCosts& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierCosts& costs);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierCosts& costs);
     friend class kt_DecisionRule;
 
     bool hasNoOverrides() const { return fromLabels_.empty(); }
@@ -109,7 +109,7 @@ public:
 
 private:
     friend class kt_DecisionRule;
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierFrequencies& frequencies);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFrequencies& frequencies);
 
     bool hasNoOverrides() const { return labels_.empty(); }
 
@@ -163,7 +163,7 @@ private:
     // Says what is wrong.
     [[noreturn]] void refuse() const;
 
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierCategoryResult& result);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierCategoryResult& result);
 
     long label_ = 0;
     double matchScore_ = 0.0;
@@ -222,7 +222,7 @@ public:
     bool operator!=(const ktClassifierResult& other) const { return !(*this == other); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktClassifierResult& result);
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierResult& result);
     friend class kt_DecisionRule;
 
     std::vector<ktClassifierCategoryResult> results_;

@@ -48,6 +48,7 @@ std::string firstFailureOf(Body body)
 
 TEST(TestSupport, MemoryWatchCountsWhatIsLeftAndThePeak)
 {
+    kt_test::needCounts();
     const MemoryWatch watch;
     auto kept = block(1000);
     block(5000);
@@ -63,6 +64,7 @@ TEST(TestSupport, MemoryWatchCountsWhatIsLeftAndThePeak)
 
 TEST(TestSupport, PeakOfAnInnerWatchReachesTheOuterOne)
 {
+    kt_test::needCounts();
     const MemoryWatch outer;
     {
         const MemoryWatch inner;
@@ -234,6 +236,7 @@ void expectFound(const std::string& failure, const std::string& text)
 
 TEST(TestSupport, LoadDamagedFindsWhatMustNotBe)
 {
+    kt_test::needCounts();
     std::vector<std::unique_ptr<char[]>> leaked;
     EXPECT_EQ(failureOfDamage([](ktArchive& archive) {
                   long value = 0;

@@ -13,8 +13,9 @@
 #include <malloc.h>
 #endif
 
-// ThreadSanitizer brings allocation functions of its own that cannot be replaced. Nothing is counted under it.
-#if defined(__SANITIZE_THREAD__)
+// ThreadSanitizer brings allocation functions of its own that cannot be replaced, and a DLL never takes those of the program.
+// Nothing is counted there.
+#if defined(__SANITIZE_THREAD__) || (defined(_WIN32) && !defined(KT_STATIC))
 #define KT_TEST_COUNTS_ALLOCATIONS 0
 #elif defined(__has_feature)
 #if __has_feature(thread_sanitizer)
@@ -117,6 +118,16 @@ void release(void* block) noexcept
 
 namespace kt_test {
 
+void needCounts()
+{
+#if !KT_TEST_COUNTS_ALLOCATIONS
+    const char* const reason = "a test program cannot replace the allocation functions here; see support/allocations.h";
+    [reason] { GTEST_SKIP() << reason; }();
+    throw ::testing::AssertionException(
+        ::testing::TestPartResult(::testing::TestPartResult::kSkip, __FILE__, __LINE__, reason));
+#endif
+}
+
 MemoryWatch::MemoryWatch() noexcept
     : allocations_(counters.allocations), blocks_(counters.blocks), bytes_(counters.bytes), outerPeak_(counters.peak)
 {
@@ -148,8 +159,9 @@ std::size_t MemoryWatch::peakBytes() const noexcept
     return static_cast<std::size_t>(std::max(counters.peak - bytes_, 0L));
 }
 
-AllocationFailure::AllocationFailure(long n, Fails how) noexcept
+AllocationFailure::AllocationFailure(long n, Fails how)
 {
+    needCounts();
     counters.untilFailure = n;
     counters.allLaterFail = how == Fails::fromThenOn;
     counters.failed = false;

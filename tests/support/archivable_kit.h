@@ -527,6 +527,7 @@ TYPED_TEST_P(Cloneable, CloneOutlivesChangesOfTheOriginalAndTheOriginalItself)
 
 TYPED_TEST_P(Cloneable, CloneIsFreedWithItsLastHandle)
 {
+    kt_test::needCounts();
     const auto& sample = this->samples_.back();
     const kt_test::MemoryWatch watch;
     {

@@ -57,7 +57,7 @@ std::string toHex(const std::string& bytes)
     return text;
 }
 
-std::string littleEndian32(unsigned long word)
+std::string littleEndian32(unsigned long long word)
 {
     std::string bytes;
     for (int i = 0; i < 4; ++i) {

@@ -13,7 +13,7 @@ std::string fromHex(const std::string& digits);
 std::string toHex(const std::string& bytes);
 
 /// A 32-bit word as an archive holds it.
-std::string littleEndian32(unsigned long word);
+std::string littleEndian32(unsigned long long word);
 
 /// The bytes with `replacement` over those at `position`.
 std::string withBytesAt(std::string bytes, std::size_t position, const std::string& replacement);

@@ -1,6 +1,6 @@
 #include "normal_reference.h"
 
-#include <eigen3/Eigen/Dense>
+#include <Eigen/Dense>
 
 #include <kt/random.h>
 

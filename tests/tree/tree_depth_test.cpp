@@ -42,6 +42,7 @@ std::string shapeName(const ::testing::TestParamInfo<Shape>& info)
 
 TEST_P(MillionNodes, AreBuiltAndDestroyed)
 {
+    kt_test::needCounts();
     runOnSmallStack([] {
         const kt_test::MemoryWatch watch;
         Tree tree = build(1);

@@ -12,7 +12,13 @@
 #define KT_IMPORT
 #else
 #define KT_EXPORT __declspec(dllexport)
+// g++ takes what a DLL exports without being told. Told, it warns of each operator that is a friend: it wants to be told there
+// again, and does not listen there.
+#if defined(__GNUC__) && !defined(__clang__)
+#define KT_IMPORT
+#else
 #define KT_IMPORT __declspec(dllimport)
+#endif
 #endif
 #else
 #define KT_EXPORT __attribute__((visibility("default")))
@@ -49,7 +55,9 @@ inline int kt_lowestBit(unsigned long long bits)
     return place;
 }
 #endif
-#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+// g++ for 64-bit Windows aligns the stack to 16 bytes, but writes vectors of 32 there by instructions that take an aligned
+// address (its bug 54412). Some builds of it are mended, but a program cannot tell which, so all do without.
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__)) && (!defined(_WIN64) || defined(__clang__))
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false

@@ -68,7 +68,7 @@ public:
     friend bool operator!=(const ktNMMatrix& a, const ktNMMatrix& b) { return !(a == b); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktNMMatrix& matrix);
+    friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktNMMatrix& matrix);
 
     std::size_t index(long row, long column) const;
 

@@ -40,7 +40,7 @@ public:
     friend bool operator!=(const ktRange& a, const ktRange& b) noexcept { return !(a == b); }
 
 private:
-    friend ktArchive& operator||(ktArchive& archive, ktRange& range);
+    friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktRange& range);
 
     double low_ = 0.0;
     double high_ = 0.0;
