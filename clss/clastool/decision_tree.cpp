@@ -100,8 +100,11 @@ ktPtrHandle<ktPredicateFunction> ktComparisonPredicate::clone() const
 
 bool ktComparisonPredicate::isEqual(const ktPredicateFunction& other) const
 {
-    const auto* comparison = dynamic_cast<const ktComparisonPredicate*>(&other);
-    return comparison != nullptr && index1_ == comparison->index1_ && index2_ == comparison->index2_;
+    if (typeid(*this) != typeid(other)) {
+        return false;
+    }
+    const auto& comparison = static_cast<const ktComparisonPredicate&>(other);
+    return index1_ == comparison.index1_ && index2_ == comparison.index2_;
 }
 
 void ktComparisonPredicate::dispatchSerialize(ktArchive& archive)
@@ -160,8 +163,11 @@ ktPtrHandle<ktPredicateFunction> ktRangePredicate::clone() const
 
 bool ktRangePredicate::isEqual(const ktPredicateFunction& other) const
 {
-    const auto* range = dynamic_cast<const ktRangePredicate*>(&other);
-    return range != nullptr && range_ == range->range_ && indices_ == range->indices_;
+    if (typeid(*this) != typeid(other)) {
+        return false;
+    }
+    const auto& range = static_cast<const ktRangePredicate&>(other);
+    return range_ == range.range_ && indices_ == range.indices_;
 }
 
 void ktRangePredicate::dispatchSerialize(ktArchive& archive)
@@ -206,8 +212,11 @@ ktPtrHandle<ktPredicateFunction> ktValidityPredicate::clone() const
 
 bool ktValidityPredicate::isEqual(const ktPredicateFunction& other) const
 {
-    const auto* validity = dynamic_cast<const ktValidityPredicate*>(&other);
-    return validity != nullptr && indices_ == validity->indices_;
+    if (typeid(*this) != typeid(other)) {
+        return false;
+    }
+    const auto& validity = static_cast<const ktValidityPredicate&>(other);
+    return indices_ == validity.indices_;
 }
 
 void ktValidityPredicate::dispatchSerialize(ktArchive& archive)

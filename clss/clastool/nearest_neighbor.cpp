@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <map>
 #include <new>
 #include <typeinfo>
 
@@ -452,14 +451,24 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
         kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
         return;
     }
-    std::map<long, long> votes;
-    for (const std::size_t row : neighbors) {
-        ++votes[labelOf(row)];
+    std::sort(neighbors.begin(), neighbors.end(),
+              [&](std::size_t a, std::size_t b) { return labelOf(a) < labelOf(b); });
+    const auto endOfLabel = [&](const std::size_t* first) {
+        return std::find_if(first, static_cast<const std::size_t*>(neighbors.end()),
+                            [&](std::size_t row) { return labelOf(row) != labelOf(*first); });
+    };
+    std::size_t numLabels = 0;
+    for (const std::size_t* first = neighbors.begin(); first != neighbors.end(); first = endOfLabel(first)) {
+        ++numLabels;
     }
-    kt_Scratch<kt_Verdict> verdicts(votes.size());
-    std::transform(votes.begin(), votes.end(), verdicts.begin(), [&](const auto& vote) {
-        return kt_Verdict{Ballot::matchOf(vote.first, vote.second, neighbors.size()), 0.0, 0.0};
-    });
+    kt_Scratch<kt_Verdict> verdicts(numLabels);
+    const std::size_t* first = neighbors.begin();
+    for (kt_Verdict& verdict : verdicts) {
+        const std::size_t* const last = endOfLabel(first);
+        verdict =
+            kt_Verdict{Ballot::matchOf(labelOf(*first), static_cast<long>(last - first), neighbors.size()), 0.0, 0.0};
+        first = last;
+    }
     kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
 }
 

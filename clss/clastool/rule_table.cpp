@@ -81,7 +81,7 @@ double ktClassifierFeatureScoreIgnore::score(double) const
     return -1.0;
 }
 
-ktClassifierFeatureScoreIgnore* ktClassifierFeatureScoreIgnore::clone() const
+ktClsFtSc* ktClassifierFeatureScoreIgnore::clone() const
 {
     return new ktClassifierFeatureScoreIgnore(*this);
 }
@@ -148,7 +148,7 @@ double ktClassifierFeatureScoreOneSided::score(double x) const
     return (x1_ * y0_ - x0_ * y1_ - (y0_ - y1_) * x) / (x1_ - x0_);
 }
 
-ktClassifierFeatureScoreOneSided* ktClassifierFeatureScoreOneSided::clone() const
+ktClsFtSc* ktClassifierFeatureScoreOneSided::clone() const
 {
     return new ktClassifierFeatureScoreOneSided(*this);
 }
@@ -219,7 +219,7 @@ double ktClassifierFeatureScoreTwoSided::score(double x) const
     return x < lowest ? low_.score(x) : high_.score(x);
 }
 
-ktClassifierFeatureScoreTwoSided* ktClassifierFeatureScoreTwoSided::clone() const
+ktClsFtSc* ktClassifierFeatureScoreTwoSided::clone() const
 {
     return new ktClassifierFeatureScoreTwoSided(*this);
 }

@@ -57,7 +57,7 @@ public:
     /// Compared exactly, no tolerance.
     bool outcome(const ktFeaturePattern& pattern) const override;
     ktPtrHandle<ktPredicateFunction> clone() const override;
-    /// A comparison of the same measurements in the same order.
+    /// The same class and the same measurements in the same order.
     bool isEqual(const ktPredicateFunction& other) const override;
 
 protected:
@@ -95,7 +95,7 @@ public:
     /// Stops at the first measurement that fails.
     bool outcome(const ktFeaturePattern& pattern) const override;
     ktPtrHandle<ktPredicateFunction> clone() const override;
-    /// A range test with an equal range and equal indices in the same order.
+    /// The same class, an equal range and equal indices in the same order.
     bool isEqual(const ktPredicateFunction& other) const override;
 
 protected:
@@ -131,7 +131,7 @@ public:
     /// Stops at the first invalid measurement.
     bool outcome(const ktFeaturePattern& pattern) const override;
     ktPtrHandle<ktPredicateFunction> clone() const override;
-    /// A validity test of equal indices in the same order.
+    /// The same class and equal indices in the same order.
     bool isEqual(const ktPredicateFunction& other) const override;
 
 protected:

@@ -11,16 +11,19 @@
 namespace ktClassifierDefs {
 
 /// Base of every error that the library itself reports. Each has a message and a fixed number, can be archived and is
-/// re-created by its class's name.
+/// re-created by its class's name. A concrete class is made with the whole text of its message, empty unless given.
 ///
-/// Archive: each class layer's version byte, the concrete class first, then the message.
+/// Archive: each class layer's version byte, the concrete class first, then the message. Another version than 0 is
+/// ktArchive::UnknownVersion(name of the class with its namespace, 0).
 class KT_API Errors : public ktExceptionWithString {
 public:
     Errors(const Errors&);
     Errors& operator=(const Errors&);
     ~Errors() override;
 
+    /// The number of the concrete class.
     long errorNumber() const override = 0;
+    /// Throws a copy of this object and destroys this object, which must live on the free store.
     void suicideAndRethrow() override = 0;
 
 protected:
@@ -32,93 +35,72 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
-/// The one mechanism of the eight concrete errors, which differ in their name and number alone.
-template <class Concrete, long Number>
-class KT_API ConcreteError : public Errors {
-public:
-    /// With the whole text of the message.
-    ConcreteError(const std::string& message = "");
-    ConcreteError(const ConcreteError&);
-    ConcreteError& operator=(const ConcreteError&);
-    ~ConcreteError() override;
-
-    /// The number of the class.
-    long errorNumber() const override;
-    /// Throws a copy of this object and destroys this object, which must live on the free store.
-    void suicideAndRethrow() override;
-
-protected:
-    /// Version byte, then the layer of `Errors`.
-    void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion(name of the class, 0) for another version than 0.
-    void serialize_(ktArchive& archive, unsigned char version);
-
-private:
-    static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
-};
+// What each of the eight concrete errors declares; they differ in their name and number alone.
+// NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
+#define KT_CONCRETE_ERROR(Class)                                \
+public:                                                         \
+    Class(const std::string& message = "");                     \
+    Class(const Class&);                                        \
+    Class& operator=(const Class&);                             \
+    ~Class() override;                                          \
+    long errorNumber() const override;                          \
+    void suicideAndRethrow() override;                          \
+                                                                \
+protected:                                                      \
+    void dispatchSerialize(ktArchive& archive) override;        \
+    void serialize_(ktArchive& archive, unsigned char version); \
+                                                                \
+private:                                                        \
+    static ktPersistent* make();                                \
+    static const kt_Instantiator sExemplar
+// NOLINTEND(bugprone-macro-parentheses)
 
 // Kept on purpose: the numbers are not in the order of declaration; NotTrained comes before BadIndex.
 
 /// An argument is out of range or inconsistent. Number 0x10004200.
-class KT_API BadParams : public ConcreteError<BadParams, 0x10004200> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API BadParams : public Errors {
+    KT_CONCRETE_ERROR(BadParams);
 };
 
 /// An index is out of range. Number 0x10004202.
-class KT_API BadIndex : public ConcreteError<BadIndex, 0x10004202> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API BadIndex : public Errors {
+    KT_CONCRETE_ERROR(BadIndex);
 };
 
 /// A category label is negative, duplicated or unknown. Number 0x10004203.
-class KT_API BadLabel : public ConcreteError<BadLabel, 0x10004203> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API BadLabel : public Errors {
+    KT_CONCRETE_ERROR(BadLabel);
 };
 
 /// A technique or an option is not supported. Number 0x10004204.
-class KT_API BadMethod : public ConcreteError<BadMethod, 0x10004204> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API BadMethod : public Errors {
+    KT_CONCRETE_ERROR(BadMethod);
 };
 
 /// A classifier or a rule table was used before it was trained. Number 0x10004201.
-class KT_API NotTrained : public ConcreteError<NotTrained, 0x10004201> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API NotTrained : public Errors {
+    KT_CONCRETE_ERROR(NotTrained);
 };
 
 /// A technique does not offer the operation. Number 0x10004205.
-class KT_API NotImplemented : public ConcreteError<NotImplemented, 0x10004205> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API NotImplemented : public Errors {
+    KT_CONCRETE_ERROR(NotImplemented);
 };
 
 /// A feature pattern or vector is of the wrong size or content. Number 0x10004206.
-class KT_API BadFeatures : public ConcreteError<BadFeatures, 0x10004206> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API BadFeatures : public Errors {
+    KT_CONCRETE_ERROR(BadFeatures);
 };
 
 /// The training data cannot support training. Number 0x10004207.
-class KT_API InsufficientTrainData : public ConcreteError<InsufficientTrainData, 0x10004207> {
-public:
-    using ConcreteError::ConcreteError;
+class KT_API InsufficientTrainData : public Errors {
+    KT_CONCRETE_ERROR(InsufficientTrainData);
 };
+
+#undef KT_CONCRETE_ERROR
 
 /// A status word that can stand in an archive. No operation of the library reads or sets one.
 enum Status : std::uint32_t { eStatusOk = 0 };
-
-extern template class ConcreteError<BadParams, 0x10004200>;
-extern template class ConcreteError<NotTrained, 0x10004201>;
-extern template class ConcreteError<BadIndex, 0x10004202>;
-extern template class ConcreteError<BadLabel, 0x10004203>;
-extern template class ConcreteError<BadMethod, 0x10004204>;
-extern template class ConcreteError<NotImplemented, 0x10004205>;
-extern template class ConcreteError<BadFeatures, 0x10004206>;
-extern template class ConcreteError<InsufficientTrainData, 0x10004207>;
 
 }  // namespace ktClassifierDefs
 

@@ -180,7 +180,8 @@ protected:
     /// ktClassifierDefs::BadFeatures "K-nearest neighbor classification does not support invalid measurements" (kept on
     /// purpose: one text for both); what the attention check and the metric throw; what the decision rule throws.
     /// Polls: once per kept pattern, then once per category in the result. Cost: kept patterns times measurements, and
-    /// times k in the worst case.
+    /// times k in the worst case. No allocation for up to 32 categories, 256 neighbours and 256 measurements, into a result
+    /// that has had as many categories; a few blocks beyond.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;

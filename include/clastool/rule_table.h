@@ -63,7 +63,7 @@ public:
 
     /// -1.0, for any value.
     double score(double x) const override;
-    ktClassifierFeatureScoreIgnore* clone() const override;
+    ktClsFtSc* clone() const override;
     bool operator==(const ktClsFtSc& other) const override;
 };
 
@@ -109,7 +109,7 @@ public:
     /// differ.
     /// Throws: ktClassifierDefs::BadParams "x1 must lie between x0 and xc".
     double score(double x) const override;
-    ktClassifierFeatureScoreOneSided* clone() const override;
+    ktClsFtSc* clone() const override;
     bool operator==(const ktClsFtSc& other) const override;
 
 private:
@@ -192,7 +192,7 @@ public:
     /// Throws ktClassifierDefs::BadParams: "x1 must lie between x0 and xc" for the low, then for the high half; "Bad x
     /// values" (kept on purpose: another text than that of `init`) if the low half reaches past the split point.
     double score(double x) const override;
-    ktClassifierFeatureScoreTwoSided* clone() const override;
+    ktClsFtSc* clone() const override;
     bool operator==(const ktClsFtSc& other) const override;
 
 private:

@@ -101,6 +101,13 @@ TYPED_TEST(EachError, HasItsNumber)
     EXPECT_EQ(static_cast<const Errors&>(error).errorNumber(), TypeParam::number);
 }
 
+TYPED_TEST(EachError, DefinesItsOperationsItself)
+{
+    using Error = typename TypeParam::Class;
+    EXPECT_TRUE((std::is_same_v<decltype(&Error::errorNumber), long (Error::*)() const>));
+    EXPECT_TRUE((std::is_same_v<decltype(&Error::suicideAndRethrow), void (Error::*)()>));
+}
+
 TYPED_TEST(EachError, IsCaughtByItselfAndEveryBase)
 {
     using Error = typename TypeParam::Class;

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -1049,6 +1050,36 @@ TEST(KnnMemory, RunThatRunsOutOfItLeavesTheResult)
         [] { return untouchedResult(); }, [&](ktClassifierResult& result) { classifier.run(*query, result); },
         [](const ktClassifierResult& result) { EXPECT_TRUE(result == untouchedResult()); });
     EXPECT_GT(allocations, 0);
+}
+
+struct AllocationRow {
+    const char* what;
+    long labels;
+    long k;
+    long measurements;
+    long allocations;
+};
+
+TEST(KnnMemory, RunTakesNoneUpToDocumentedSizesOnceTheResultHasRoom)
+{
+    const std::vector<AllocationRow> rows = {{"one neighbour", 3, 1, 4, 0},    {"32 categories", 32, 32, 4, 0},
+                                             {"33 categories", 33, 33, 4, 1},  {"256 categories", 256, 256, 4, 1},
+                                             {"256 neighbours", 5, 256, 4, 0}, {"256 measurements", 5, 9, 256, 0}};
+    for (const AllocationRow& row : rows) {
+        Data data;
+        for (long i = 0; i < 1000; ++i) {
+            std::vector<double> measurements(static_cast<std::size_t>(row.measurements), 0.0);
+            measurements[0] = static_cast<double>(i);
+            data.addData(pattern(measurements), i % row.labels);
+        }
+        OpenKNN classifier;
+        classifier.train(data, Params(row.k));
+        const PatternHandle query = pattern(std::vector<double>(static_cast<std::size_t>(row.measurements), 500.0));
+        ktClassifierResult result;
+        classifier.run(*query, result);
+        ASSERT_EQ(static_cast<long>(result.categoryResults().size()), std::min(row.labels, row.k)) << row.what;
+        EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(*query, result); }), row.allocations) << row.what;
+    }
 }
 
 }  // namespace

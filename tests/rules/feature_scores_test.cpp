@@ -690,10 +690,19 @@ TEST(FeatureScore, CloneIsANewObjectOfTheSameClassWithTheSameValues)
     }
 }
 
+TEST(FeatureScore, DerivedClassClonesAsTheBaseSays)
+{
+    struct Derived : OneSided {
+        ktClsFtSc* clone() const override { return new Derived(*this); }
+    };
+    const ktPtrHandle<ktClsFtSc> clone(Derived().clone());
+    EXPECT_EQ(typeid(*clone), typeid(Derived));
+}
+
 TEST(FeatureScore, CloneCopyAndAssignedObjectAreIndependent)
 {
     TwoSided original = twoSidedOf(trapezoid);
-    const ktPtrHandle<TwoSided> clone(original.clone());
+    const ktPtrHandle<TwoSided> clone(static_cast<TwoSided*>(original.clone()));
     const TwoSided copy(original);
     TwoSided assigned;
     EXPECT_EQ(&(assigned = original), &assigned);

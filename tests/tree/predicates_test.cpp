@@ -323,6 +323,13 @@ TEST(Predicates, BaseEqualityIsTrueAndConcreteOnesLookAtTheClass)
     EXPECT_FALSE(ktValidityPredicate() == odd);
 }
 
+TEST(Predicates, OneDerivedFromAConcreteClassIsOfAnotherClass)
+{
+    EXPECT_TRUE(Contrary(0, 1) == Contrary(0, 1));
+    EXPECT_FALSE(Contrary(0, 1) == ktComparisonPredicate(0, 1));
+    EXPECT_FALSE(ktComparisonPredicate(0, 1) == Contrary(0, 1));
+}
+
 TEST(Predicates, OnesOfTheCallersOwnAreAskedThroughTheBase)
 {
     expectOutcomes({

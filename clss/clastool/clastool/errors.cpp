@@ -1,34 +1,8 @@
 #include <clastool/foundation.h>
 
-using ktClassifierDefs::ConcreteError;
 using ktClassifierDefs::Errors;
 
 namespace {
-
-/// The name by which archives know the class of a number, and by which UnknownVersion names it.
-constexpr const char* nameOf(long number)
-{
-    switch (number) {
-    case 0x10004200:
-        return "ktClassifierDefs::BadParams";
-    case 0x10004201:
-        return "ktClassifierDefs::NotTrained";
-    case 0x10004202:
-        return "ktClassifierDefs::BadIndex";
-    case 0x10004203:
-        return "ktClassifierDefs::BadLabel";
-    case 0x10004204:
-        return "ktClassifierDefs::BadMethod";
-    case 0x10004205:
-        return "ktClassifierDefs::NotImplemented";
-    case 0x10004206:
-        return "ktClassifierDefs::BadFeatures";
-    case 0x10004207:
-        return "ktClassifierDefs::InsufficientTrainData";
-    default:
-        return nullptr;
-    }
-}
 
 /// Turns the failure codes of the normal density, group 91, into the library's errors. Registered for as long as the
 /// library is loaded.
@@ -76,64 +50,47 @@ void Errors::serialize_(ktArchive& archive, unsigned char version)
     ktExceptionWithString::dispatchSerialize(archive);
 }
 
-template <class Concrete, long Number>
-ConcreteError<Concrete, Number>::ConcreteError(const std::string& message) : Errors(message)
-{
-}
+// NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
+// The name is the one by which archives know the class, and by which UnknownVersion names it.
+#define KT_DEFINE_ERROR(Class, number)                                                                            \
+    ktClassifierDefs::Class::Class(const std::string& message) : Errors(message) {}                               \
+    ktClassifierDefs::Class::Class(const Class&) = default;                                                       \
+    ktClassifierDefs::Class& ktClassifierDefs::Class::operator=(const Class&) = default;                          \
+    ktClassifierDefs::Class::~Class() = default;                                                                  \
+    long ktClassifierDefs::Class::errorNumber() const                                                             \
+    {                                                                                                             \
+        return number;                                                                                            \
+    }                                                                                                             \
+    void ktClassifierDefs::Class::suicideAndRethrow()                                                             \
+    {                                                                                                             \
+        rethrowCopyOf(this);                                                                                      \
+    }                                                                                                             \
+    void ktClassifierDefs::Class::dispatchSerialize(ktArchive& archive)                                           \
+    {                                                                                                             \
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); }); \
+    }                                                                                                             \
+    void ktClassifierDefs::Class::serialize_(ktArchive& archive, unsigned char version)                           \
+    {                                                                                                             \
+        ktArchive::checkVersion(version, "ktClassifierDefs::" #Class);                                            \
+        Errors::dispatchSerialize(archive);                                                                       \
+    }                                                                                                             \
+    ktPersistent* ktClassifierDefs::Class::make()                                                                 \
+    {                                                                                                             \
+        return new Class;                                                                                         \
+    }                                                                                                             \
+    const kt_Instantiator ktClassifierDefs::Class::sExemplar(typeid(Class), &Class::make, "ktClassifierDefs::" #Class)
+// NOLINTEND(bugprone-macro-parentheses)
 
-template <class Concrete, long Number>
-ConcreteError<Concrete, Number>::ConcreteError(const ConcreteError&) = default;
+KT_DEFINE_ERROR(BadParams, 0x10004200);
+KT_DEFINE_ERROR(NotTrained, 0x10004201);
+KT_DEFINE_ERROR(BadIndex, 0x10004202);
+KT_DEFINE_ERROR(BadLabel, 0x10004203);
+KT_DEFINE_ERROR(BadMethod, 0x10004204);
+KT_DEFINE_ERROR(NotImplemented, 0x10004205);
+KT_DEFINE_ERROR(BadFeatures, 0x10004206);
+KT_DEFINE_ERROR(InsufficientTrainData, 0x10004207);
 
-template <class Concrete, long Number>
-ConcreteError<Concrete, Number>& ConcreteError<Concrete, Number>::operator=(const ConcreteError&) = default;
-
-template <class Concrete, long Number>
-ConcreteError<Concrete, Number>::~ConcreteError() = default;
-
-template <class Concrete, long Number>
-long ConcreteError<Concrete, Number>::errorNumber() const
-{
-    return Number;
-}
-
-template <class Concrete, long Number>
-void ConcreteError<Concrete, Number>::suicideAndRethrow()
-{
-    ktException::rethrowCopyOf(static_cast<Concrete*>(this));
-}
-
-template <class Concrete, long Number>
-void ConcreteError<Concrete, Number>::dispatchSerialize(ktArchive& archive)
-{
-    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
-}
-
-template <class Concrete, long Number>
-void ConcreteError<Concrete, Number>::serialize_(ktArchive& archive, unsigned char version)
-{
-    ktArchive::checkVersion(version, nameOf(Number));
-    Errors::dispatchSerialize(archive);
-}
-
-template <class Concrete, long Number>
-ktPersistent* ConcreteError<Concrete, Number>::make()
-{
-    return new Concrete;
-}
-
-template <class Concrete, long Number>
-const kt_Instantiator ConcreteError<Concrete, Number>::sExemplar(typeid(Concrete),
-                                                                 &ConcreteError<Concrete, Number>::make,
-                                                                 nameOf(Number));
-
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadParams, 0x10004200>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::NotTrained, 0x10004201>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadIndex, 0x10004202>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadLabel, 0x10004203>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadMethod, 0x10004204>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::NotImplemented, 0x10004205>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::BadFeatures, 0x10004206>;
-template class ktClassifierDefs::ConcreteError<ktClassifierDefs::InsufficientTrainData, 0x10004207>;
+#undef KT_DEFINE_ERROR
 
 ktArchive& operator||(ktArchive& archive, ktClassifierDefs::Status& status)
 {
