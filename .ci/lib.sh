@@ -45,6 +45,8 @@ need_check_tools() {
     need_test_tools
     need clang "the second compiler" command -v clang++
     need libclang-rt-dev "the runtime of its sanitizers" installed libclang-rt-dev
+    need llvm "reads what the programs of a build counted" command -v llvm-cov
+    need python3 "sums that up" command -v python3
     need clang-format "checks the layout of the sources" command -v clang-format
     need clang-tidy "checks the sources for common mistakes" command -v clang-tidy
     need pkg-config "a program outside is built with it" command -v pkg-config

@@ -27,7 +27,7 @@ thread_local kt_ArchivePass* currentPass = nullptr;
 }
 
 [[noreturn]] KT_NOINLINE void throwTooMany()
-{
+{  // not covered: takes more than four thousand million objects in memory
     throw ktArchive::OutOfRange("Archive value out of range: more objects than 32 bits can count.");
 }
 
@@ -233,7 +233,7 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         lastType_ = &type;
         lastEntry_ = entry;
     }
-    if (numStored_ == std::numeric_limits<std::uint32_t>::max()) {
+    if (numStored_ == std::numeric_limits<std::uint32_t>::max()) {  // not covered: as throwTooMany
         throwTooMany();
     }
     const OpenRecord record(*this);
@@ -346,7 +346,7 @@ ktPersistent* kt_ArchivePass::loadPointer()
 
 void kt_ArchivePass::release(const ktPersistent* object) noexcept
 {
-    if (Known* known = known_.find(object)) {
+    if (Known* known = known_.find(object)) {  // not covered: unknown if it left a pass of another archive open
         known->isReleased = 1;
     }
 }

@@ -13,7 +13,7 @@ std::atomic<kt_Instantiator*> newest{nullptr};
 kt_Instantiator::kt_Instantiator(const std::type_info& type, Make factory, const char* name)
     : type_(type), make_(factory), name_(name == nullptr ? kt_plainClassName(type) : name), next_(newest.load())
 {
-    while (!newest.compare_exchange_weak(next_, this)) {
+    while (!newest.compare_exchange_weak(next_, this)) {  // not covered: another thread registers an entry just now
     }
 }
 
@@ -23,12 +23,11 @@ kt_Instantiator::~kt_Instantiator()
     if (newest.compare_exchange_strong(expected, next_)) {
         return;
     }
-    for (kt_Instantiator* entry = newest.load(); entry != nullptr; entry = entry->next_) {
-        if (entry->next_ == this) {
-            entry->next_ = next_;
-            return;
-        }
+    kt_Instantiator* newer = expected;
+    while (newer->next_ != this) {
+        newer = newer->next_;
     }
+    newer->next_ = next_;
 }
 
 const kt_Instantiator* kt_Instantiator::first() noexcept

@@ -104,7 +104,10 @@ constexpr std::size_t sideBySide = 32;
 const LearningKernels& kernels()
 {
     static const LearningKernels& best =
-        avx2Learning != nullptr && KT_PROCESSOR_HAS_AVX2_AND_FMA ? *avx2Learning : baselineLearning;
+        avx2Learning != nullptr &&  // not covered: null where no compiler knows these vectors
+                KT_PROCESSOR_HAS_AVX2_AND_FMA
+            ? *avx2Learning
+            : baselineLearning;
     return best;
 }
 
@@ -443,11 +446,13 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
         fresh->logScale -= std::log(s[i]) + std::log(factor[i * size + i]);
     }
     // Several threads may have come this far; the first to publish wins, and all use what it published.
-    const Factors* expected = nullptr;
-    if (factors_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
-        return *fresh.release();
+    const Factors* first = nullptr;
+    const bool isFirst =
+        factors_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
+    if (!isFirst) {  // not covered: another thread published its factors just now
+        return *first;
     }
-    return *expected;
+    return *fresh.release();
 }
 
 /// 0 if a pattern of `size` measurements can be evaluated.

@@ -79,7 +79,7 @@ public:
         if (2 * (numPlaced_ + 1) > capacity_) {
             grow();
         }
-        if (entries_.size() == none) {
+        if (entries_.size() == none) {  // not covered: takes more than four thousand million objects in memory
             throw std::bad_alloc();
         }
         Entry& entry = entries_.append();

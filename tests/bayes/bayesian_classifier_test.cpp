@@ -411,12 +411,41 @@ TEST(BayesianTraining, ProviderWithoutMeasurementsGivesModelsWithoutGroups)
 {
     for (const long numMeasurements : {0L, -5L}) {
         OpenBayesian classifier;
-        classifier.train(AnyProvider({{kt_test::pattern({}), 1}, {kt_test::pattern({}), 2}}, numMeasurements),
-                         Params());
+        const kt_test::PatternHandle empty = kt_test::pattern({});
+        classifier.train(AnyProvider({{empty, 1}, {empty, 2}, {empty, 1}, {empty, 1}}, numMeasurements), Params());
         const ktClassifierResult result = answer(classifier, ktFeaturePattern());
         EXPECT_EQ(entryFor(result, 1).matchScore(), 1.0);
         EXPECT_EQ(entryFor(result, 2).matchScore(), 1.0);
     }
+}
+
+TEST(BayesianTraining, PatternThatIsTooShortTeachesTheMeasurementsThatItHas)
+{
+    OpenBayesian classifier;
+    classifier.train(AnyProvider({{kt_test::pattern({1.0, 2.0}), 1},
+                                  {kt_test::pattern({3.0, 5.0}), 1},
+                                  {kt_test::pattern({4.0}), 1},
+                                  {kt_test::pattern({6.0, 9.0}), 1}},
+                                 2),
+                     Params());
+    const ClassifierFields fields = fieldsOf(classifier);
+    kt_CategoryModelBayesian taught(1, {{0}, {1}}, {Types::eNormal, Types::eNormal}, {});
+    for (const std::vector<double>& row : {std::vector<double>{1.0, 2.0}, {3.0, 5.0}, {4.0}, {6.0, 9.0}}) {
+        taught.adapt(pattern(row), nullptr, 0);
+    }
+    EXPECT_TRUE(modelOf(fields, 0) == taught);
+}
+
+TEST(BayesianTraining, LoadedSetWithANegativeIndexIsRefused)
+{
+    bayes::TypeFields fields;
+    fields.dependentLabels = {5};
+    fields.dependentSets = {{0, -1}};
+    const Params params(bayes::typesWith(fields));
+    OpenBayesian classifier = trained(twoCategories);
+    expectThrows<ktClassifierDefs::BadIndex>("Feature measurement indices must be >= 0", 0x10004202,
+                                             [&] { classifier.train(trainingData(twoCategories), params); });
+    EXPECT_FALSE(classifier.isTrained());
 }
 
 TEST(BayesianTraining, StartAndIncrementHaveNoEffect)

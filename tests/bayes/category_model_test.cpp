@@ -192,6 +192,29 @@ TEST(CategoryModel, ScoreIsTheSumOfTheLogDensitiesOfItsGroups)
               normal.logValue(pattern({2.5, 5.0}, {0})) + binomial.logValue(pattern({3.0})));
 }
 
+TEST(CategoryModel, GroupWithoutMeasurementsAddsNothing)
+{
+    Model model(1, {{}, {0}}, TypeList(2, Types::eNormal), {});
+    Model without(1, {{0}}, {Types::eNormal}, {});
+    for (Model* each : {&model, &without}) {
+        teach(*each, {pattern({1.0}), pattern({2.0}), pattern({4.0})});
+    }
+    EXPECT_EQ(scoreOf(model, pattern({1.5})), scoreOf(without, pattern({1.5})));
+}
+
+TEST(CategoryModel, NegativeIndexOfANormalGroupIsRefusedWhereItIsRead)
+{
+    Model model(1, {{0}, {-1}}, TypeList(2, Types::eNormal), {});
+    const std::string before = bytesOf(model);
+    const auto expectRefused = [](auto operation) {
+        expectThrows<ktClassifierDefs::BadIndex>("Feature measurement indices must be >= 0", 0x10004202, operation);
+    };
+    expectRefused([&] { model.adapt(pattern({0.5}), nullptr, 0); });
+    EXPECT_EQ(bytesOf(model), before);
+    Model loaded = bayes::modelWith(1, {{-1}}, {new kt_PDFMultivariateNormal});
+    expectRefused([&] { scoreOf(loaded, pattern({0.5})); });
+}
+
 TEST(CategoryModel, GroupsOfNormalMeasurementsAreIndependentOfEachOther)
 {
     const kt_test::Rows rows = kt_test::TrainingSet{50, 2, 3.0, 10.0, 1}.rows();

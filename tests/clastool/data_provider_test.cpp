@@ -113,6 +113,14 @@ TEST(DataProvider, EqualsEverythingUnlessADerivedClassSaysOtherwise)
     EXPECT_TRUE(Foreign().isEqual_(Memory()));
 }
 
+TEST(DataProvider, AssignmentOfADerivedClassLeavesTheCountAlone)
+{
+    const ktPtrHandle<Foreign> held(new Foreign);
+    const ktPtrHandle<Foreign> second = held;
+    *held = Foreign();
+    EXPECT_EQ(held->refCount(), 2);
+}
+
 TEST(DataProviderMemory, NewOneIsEmpty)
 {
     Memory provider;

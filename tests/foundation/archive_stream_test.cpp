@@ -56,6 +56,12 @@ protected:
     }
 };
 
+/// In a good state, though its buffer was taken away.
+class RobbedStream : public std::iostream {
+public:
+    explicit RobbedStream(std::streambuf* buffer) : std::iostream(buffer) { set_rdbuf(nullptr); }
+};
+
 TEST(ArchiveStream, SinkThatRefusesEndsInStreamFailed)
 {
     LimitedSink sink(0, AtLimit::refuses);
@@ -122,6 +128,40 @@ TEST(ArchiveStream, StreamWithoutABufferIsRefused)
                                           [&] { ktArchive(static_cast<std::ostream&>(stream)) || value; });
     expectThrows<ktArchive::StreamFailed>("The stream cannot be read.", 0x10004006,
                                           [&] { ktArchive(static_cast<std::istream&>(stream)) || value; });
+}
+
+TEST(ArchiveStream, StreamWhoseBufferWasTakenAwayIsRefused)
+{
+    std::stringbuf buffer(store(1L));
+    RobbedStream stream(&buffer);
+    ASSERT_TRUE(stream.good());
+    ktArchive storing(static_cast<std::ostream&>(stream));
+    ktArchive loading(static_cast<std::istream&>(stream));
+    long value = 5;
+    expectThrows<ktArchive::StreamFailed>("The stream did not take all bytes.", 0x10004006, [&] { storing || value; });
+    expectThrows<ktArchive::StreamFailed>("The stream cannot be read.", 0x10004006, [&] { loading || value; });
+    EXPECT_FALSE(loading.bytesLeftKnown());
+    EXPECT_EQ(value, 5);
+    EXPECT_EQ(buffer.str(), store(1L));
+}
+
+TEST(ArchiveStream, OnlyLoadingKnowsHowManyBytesAreLeft)
+{
+    std::stringstream stream(store(1L));
+    EXPECT_TRUE(ktArchive(static_cast<std::istream&>(stream)).bytesLeftKnown());
+    EXPECT_FALSE(ktArchive(static_cast<std::ostream&>(stream)).bytesLeftKnown());
+}
+
+TEST(ArchiveStream, CountOfLargeElementsIsCheckedAgainstTheBytesLeft)
+{
+    constexpr std::size_t large = 5000;
+    const std::string bytes = store(2L) + std::string(2 * large, 'x');
+    std::istringstream enough(bytes);
+    EXPECT_EQ(ktArchive(static_cast<std::istream&>(enough)).count(0, large), 2u);
+    std::istringstream tooFew(bytes.substr(0, bytes.size() - 1));
+    ktArchive archive(static_cast<std::istream&>(tooFew));
+    expectThrows<ktArchive::Corrupt>("Corrupt archive: impossible count 2 at byte 12.", 0x10004002,
+                                     [&] { archive.count(0, large); });
 }
 
 TEST(ArchiveStream, StreamThatFailedBeforeIsRefused)
@@ -246,6 +286,39 @@ TEST(ArchiveStream, OperationInsideAPassOpenedByHandIsInTheStreamWhenItReturns)
     EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(store(nested)));
     archive || number;
     EXPECT_EQ(out.str().size(), store(nested).size() + 4);
+}
+
+TEST(ArchiveStream, DoubleThatComesFirstInsidePassesStandsBehindTheHeader)
+{
+    std::ostringstream out;
+    double value = 2.5;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass outer(archive);
+        const ktArchive::Pass inner(archive);
+        archive || value;
+    }
+    EXPECT_EQ(out.str(), store(value));
+}
+
+TEST(ArchiveStream, PassOfAnotherArchiveBetweenTwoChangesNoByte)
+{
+    std::ostringstream out;
+    std::ostringstream otherOut;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    ktArchive other(static_cast<std::ostream&>(otherOut));
+    std::string text = "text";
+    {
+        const ktArchive::Pass outer(archive);
+        const ktArchive::Pass inner(archive);
+        archive || text;
+        const ktArchive::Pass between(other);
+        other || text;
+        archive || text;
+        EXPECT_EQ(out.str(), "") << "two passes are open: the bytes wait for their end";
+    }
+    EXPECT_EQ(otherOut.str(), store(text));
+    EXPECT_EQ(out.str(), store(text) + kt_test::afterHeader(store(text)));
 }
 
 TEST(ArchiveStream, SinkThatRefusesTheLastBytesFailsTheOperation)

@@ -377,6 +377,18 @@ TEST(Archive, FailuresHaveNumbersOfTheirOwn)
     EXPECT_EQ(ktArchive::StreamFailed("a").errorNumber(), 0x10004006);
 }
 
+TEST(Archive, AssignedFailureSaysWhatTheOtherSays)
+{
+    ktArchive::UnknownVersion unknown("here", 3);
+    unknown = ktArchive::UnknownVersion("there", 0);
+    EXPECT_EQ(unknown.message(), "Unknown version in an archive: there.");
+    EXPECT_STREQ(unknown.where(), "there");
+    EXPECT_EQ(unknown.line(), 0);
+    ktArchive::Corrupt corrupt("text");
+    corrupt = ktArchive::Corrupt("another text");
+    EXPECT_EQ(corrupt.message(), "another text");
+}
+
 TEST(Archive, FailureThrownFromTheFreeStoreKeepsItsClass)
 {
     ktArchive::Errors* unknown = new ktArchive::UnknownVersion("here", 3);

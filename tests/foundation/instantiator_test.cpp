@@ -99,6 +99,19 @@ TEST(Instantiator, DestroyedEntryIsNoLongerRegistered)
     EXPECT_EQ(kt_Instantiator::find(typeid(Guest)), nullptr);
 }
 
+TEST(Instantiator, EntryUnderSeveralNewerOnesIsTheOnlyOneThatGoes)
+{
+    std::optional<kt_Instantiator> first;
+    first.emplace(typeid(Guest), &Guest::make, "first");
+    const kt_Instantiator second(typeid(Guest), &Guest::make, "second");
+    const kt_Instantiator third(typeid(Guest), &Guest::make, "third");
+    const kt_Instantiator* beneath = first->next();
+    first.reset();
+    EXPECT_EQ(kt_Instantiator::first(), &third);
+    EXPECT_EQ(third.next(), &second);
+    EXPECT_EQ(second.next(), beneath);
+}
+
 TEST(Instantiator, NewestOfEqualEntriesIsFound)
 {
     const kt_Instantiator older(typeid(Guest), &Guest::make);

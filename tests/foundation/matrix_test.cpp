@@ -80,6 +80,7 @@ TEST(Matrix, EqualityIsOfShapeAndElementsWithoutTolerance)
 {
     EXPECT_TRUE(numbered(2, 3) == numbered(2, 3));
     EXPECT_TRUE(numbered(2, 3) != numbered(3, 2));
+    EXPECT_TRUE(numbered(2, 3) != numbered(2, 2));
     ktNMMatrix other = numbered(2, 3);
     other(1, 2) = 7.0;
     EXPECT_TRUE(numbered(2, 3) != other);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -232,6 +233,35 @@ TEST(NormalDensity, DensitiesSideBySideLearnTheBitsThatEachLearnsAlone)
             learn(expected[i], Rows{{each[i]}});
         }
         EXPECT_TRUE(sameBits(densities[i], expected[i])) << i;
+    }
+}
+
+TEST(NormalDensity, NoRowsLearntTogetherChangeNothing)
+{
+    const ktNormalDensity before = learnt({{1.0}, {4.0}});
+    ktNormalDensity density = before;
+    ASSERT_EQ(density.prepare(1), 0);
+    density.learnRows(nullptr, 0);
+    EXPECT_TRUE(density == before);
+}
+
+TEST(NormalDensity, MoreDensitiesThanGoSideBySideAllLearn)
+{
+    constexpr std::size_t size = 100;
+    const Rows rows = TrainingSet{5, size, 0.0, 10.0, 3}.rows();
+    std::vector<ktNormalDensity> densities(size);
+    std::vector<ktNormalDensity*> pointers;
+    for (ktNormalDensity& density : densities) {
+        ASSERT_EQ(density.prepare(1), 0);
+        pointers.push_back(&density);
+    }
+    ktNormalDensity::learnColumns(pointers.data(), size, laidOut(rows, 0, rows.size()).data(), rows.size());
+    for (std::size_t i = 0; i < size; ++i) {
+        ktNormalDensity expected;
+        for (const std::vector<double>& each : rows) {
+            learn(expected, Rows{{each[i]}});
+        }
+        EXPECT_TRUE(sameBits(densities[i], expected)) << i;
     }
 }
 
@@ -467,6 +497,14 @@ TEST(NormalDensity, StateWhoseShapesDisagreeLearnsNothing)
             EXPECT_TRUE(sameBits(density, state));
         }
     }
+}
+
+TEST(NormalDensity, NoMeasurementGivesZero)
+{
+    ktNormalDensity density;
+    density.restore(ktNMMatrix(), ktNMMatrix(), 3);
+    EXPECT_EQ(logOf(density, {}), 0.0);
+    EXPECT_EQ(codeOf(density, FlaggedRow({1.0})), sizesDisagree);
 }
 
 TEST(NormalDensity, NothingValidGivesZero)
@@ -730,6 +768,22 @@ TEST(NormalDensity, LogDensityIsHeldWithinItsLimits)
         EXPECT_EQ(logOf(row.density, {row.x}), -1e300) << row.label;
     }
     EXPECT_EQ(logOf(restored({{0.0}}, {{1.0}}), {1e149}), -0.5 * 1e149 * 1e149) << "within the limits";
+    EXPECT_EQ(ktNormalDensity::held(1e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::held(1.0000001e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::held(infinity), 1e300);
+}
+
+TEST(NormalDensity, OnlyALearntSingleMeasurementHasConstants)
+{
+    ktNormalDensity::Single constants = {7.0, 7.0, 7.0};
+    EXPECT_FALSE(ktNormalDensity().single(constants));
+    EXPECT_FALSE(restored({{0.0}}, {{1.0}}, 0).single(constants));
+    EXPECT_FALSE(restored({{0.0}, {0.0}}, {{1.0, 0.0}, {0.0, 1.0}}).single(constants));
+    EXPECT_EQ(constants.mean, 7.0) << "a failing call gives no constants";
+    EXPECT_TRUE(restored({{3.0}}, {{0.25}}).single(constants));
+    EXPECT_EQ(constants.mean, 3.0);
+    EXPECT_EQ(constants.inverseDeviation, 2.0);
+    EXPECT_DOUBLE_EQ(constants.logScale, -0.5 * std::log(2.0 * 3.14159265358979323846) - std::log(0.5));
 }
 
 /// A double of any bits.
@@ -869,6 +923,36 @@ TEST(NormalDensity, EveryWayToTellAPatternIsRefusedAlike)
         EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row().values, indices.data(), 2, value)), code);
         EXPECT_EQ(value, 77.0);
     }
+}
+
+/// Evaluates the same density once more while it is asked for a measurement.
+class NestedSource : public ktNormalDensity::Source {
+public:
+    NestedSource(const ktNormalDensity& density, const FlaggedRow& row) : density_(density), row_(row) {}
+
+    bool measurement(std::size_t index, double& value) const override
+    {
+        EXPECT_EQ(density_.logDensity(row_.row(), inner_), 0);
+        value = row_.row().values[index];
+        return row_.row().valid[index];
+    }
+    double inner() const { return inner_; }
+
+private:
+    const ktNormalDensity& density_;
+    const FlaggedRow& row_;
+    mutable double inner_ = 77.0;
+};
+
+TEST(NormalDensity, EvaluationInsideAnotherHasWorkingStorageOfItsOwn)
+{
+    constexpr std::size_t size = 36;
+    const ktNormalDensity density = learnt(TrainingSet{100, size, 0.0, 10.0, 14}.rows());
+    const FlaggedRow row(std::vector<double>(size, 0.5), {3});
+    const NestedSource source(density, row);
+    double outer = 0.0;
+    EXPECT_EQ(density.logDensity(source, size, outer), 0);
+    EXPECT_EQ(outer, source.inner());
 }
 
 TEST(NormalDensity, MoreMeasurementsThanTheStackHoldsAreTheSameDensity)

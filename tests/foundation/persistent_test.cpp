@@ -87,6 +87,40 @@ TEST(Persistent, MarksAreOfAnObjectAndAnExtentAndEndWithThePass)
     EXPECT_FALSE(Probe::haveVisited(&probes[0], 16));
 }
 
+TEST(Persistent, LayerOfAnyExtentIsMarkedOnce)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    for (const std::size_t extent : {std::size_t{0}, std::size_t{1}, std::size_t{1} << 29}) {
+        SCOPED_TRACE(extent);
+        const Probe probe;
+        Probe::setVisited(&probe, extent);
+        Probe::setVisited(&probe, extent);
+        EXPECT_TRUE(Probe::haveVisited(&probe, extent));
+        EXPECT_FALSE(Probe::haveVisited(&probe, extent + 1));
+    }
+}
+
+/// Its own address is not that of its virtual base.
+class Floating : public virtual ktPersistent {
+public:
+    using ktPersistent::haveVisited;
+    using ktPersistent::setVisited;
+};
+
+TEST(Persistent, MarksAreOfAnAddressToo)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    const Floating floating;
+    const ktPersistent* base = &floating;
+    Floating::setVisited(base, 16);
+    EXPECT_TRUE(Floating::haveVisited(base, 16));
+    EXPECT_FALSE(Floating::haveVisited(&floating, 16));
+}
+
 TEST(Persistent, PassesOfTwoArchivesMayEndInAnyOrder)
 {
     std::ostringstream out;
@@ -140,6 +174,34 @@ TEST(Persistent, VisitedObjectThatDiesIsForgotten)
     const auto* next = new (place) Probe;
     EXPECT_FALSE(Probe::haveVisited(next, sizeof *next));
     next->~Probe();
+}
+
+TEST(Persistent, ObjectInPlaceThatDiesWhileItsPassLoadsIsForgotten)
+{
+    std::istringstream in(archiveHeader() + fromHex("00 00 00 00"));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    alignas(Derived) unsigned char place[sizeof(Derived)];
+    for (int i = 0; i < 2; ++i) {
+        auto* derived = new (place) Derived;
+        archive || *derived;
+        EXPECT_EQ(in.tellg(), i == 0 ? 10 : 12) << "the second one is loaded too";
+        derived->~Derived();
+    }
+}
+
+TEST(Persistent, ObjectMarkedByHandIsStoredByPointer)
+{
+    const kt_Instantiator entry(
+        typeid(Probe), [] { return static_cast<ktPersistent*>(new Probe); }, "Probe");
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    Probe probe;
+    Probe::setVisited(&probe, sizeof probe);
+    ktPersistent* result = nullptr;
+    ktPersistent::serializePointer(archive, &probe, result);
+    EXPECT_EQ(toHex(afterHeader(out.str())), "03 05 00 00 00 50 72 6F 62 65");
 }
 
 TEST(Persistent, LayersOfOneExtentAreEachArchived)

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -422,11 +423,12 @@ void promiseEqual(const Graph& loaded, const Graph& stored)
             "plain values are what they were");
 }
 
-std::string bytesOf(Graph& graph)
+template <class T>
+std::string bytesOf(T& value)
 {
     std::ostringstream out;
     ktArchive archive(static_cast<std::ostream&>(out));
-    archive || graph;
+    archive || value;
     return out.str();
 }
 
@@ -481,6 +483,7 @@ void storeTooLarge(std::ostream& out)
         promiseThrown<ktArchive::OutOfRange>([&] { archive || value; }, "a large long is told");
         auto bits = static_cast<unsigned long>(value);
         promiseThrown<ktArchive::OutOfRange>([&] { archive || bits || bits; }, "a large unsigned long is told");
+        promiseThrown<ktArchive::OutOfRange>([&] { archive.count(bits, 1); }, "a large count is told");
     }
 }
 
@@ -558,6 +561,116 @@ void refuse(Graph& graph, const std::string& bytes, Input& input)
     }
 }
 
+// What the graphs do not hold: passes that overlap, objects that die inside them or have no count, classes that come and go.
+
+/// A class of the target's own. It can lead back to itself.
+class Link : public ktPersistent, public ktRepBase {
+public:
+    ktPtrHandle<Link> next;
+    static ktPersistent* make() { return new Link; }
+    static ktPersistent* makeNothing() { return nullptr; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+            ktArchive::checkVersion(version);
+            archive || next;
+        });
+    }
+};
+
+void storeAndLoadLinks()
+{
+    auto entry = std::make_unique<kt_Instantiator>(typeid(Link), &Link::make, "Link");
+    const ktPtrHandle<Link> link(new Link);
+    ktPtrHandle<Link> handle = link;
+    const std::string bytes = bytesOf(handle);
+    link->next = link;
+    promiseThrown<ktArchive::Conflict>([&] { bytesOf(handle); }, "an object that leads back to itself is told");
+    link->next = nullptr;
+    {
+        const kt_Instantiator newer(typeid(Link), &Link::makeNothing, "Link");
+        std::istringstream in(bytes);
+        ktArchive archive(static_cast<std::istream&>(in));
+        promiseThrown<ktBadPointer>([&] { archive || handle; }, "a factory that makes nothing is told");
+        entry.reset();
+    }
+    handle = link;
+    promiseThrown<ktArchive::Corrupt>([&] { bytesOf(handle); }, "a class that is gone is told");
+}
+
+/// A failure that is on its way when the sink fails too goes on.
+void failTwice(Graph& graph)
+{
+    kt_test::LimitedSink sink(4, kt_test::AtLimit::throws);
+    ktArchive archive(sink);
+    ktPtrHandle<ktFeaturePattern> stranger(new Stranger);
+    promiseThrown<ktArchive::Corrupt>(
+        [&] {
+            const ktArchive::Pass outer(archive);
+            const ktArchive::Pass inner(archive);
+            archive || graph.patterns || stranger;
+        },
+        "a class that is not registered is told, also where the sink fails");
+}
+
+void overlapPasses(Graph& graph)
+{
+    std::ostringstream out;
+    std::ostringstream otherOut;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    ktArchive other(static_cast<std::ostream&>(otherOut));
+    auto outer = std::make_unique<ktArchive::Pass>(archive);
+    const auto again = std::make_unique<ktArchive::Pass>(archive);
+    auto between = std::make_unique<ktArchive::Pass>(other);
+    {
+        ktPtrHandle<ktClassifierTrainParams> dies = graph.params.front()->clone();
+        archive || dies || graph.texts;
+    }
+    outer.reset();
+    archive || graph.texts;
+    between.reset();
+    promise(otherOut.str().empty(), "an archive that was asked for nothing stores nothing");
+}
+
+/// Errors have no count: they belong to whoever loads them, and may be gone before the pass ends.
+void storeAndLoadErrors()
+{
+    ktClassifierDefs::BadParams errors[] = {ktClassifierDefs::BadParams("one"), ktClassifierDefs::BadParams("another")};
+    std::stringstream stream;
+    ktPersistent* ignored = nullptr;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        ktPersistent::serializePointer(archive, &errors[0], ignored);
+        ktPersistent::serializePointer(archive, &errors[1], ignored);
+    }
+    ktArchive archive(static_cast<std::istream&>(stream));
+    const ktArchive::Pass pass(archive);
+    for (const ktClassifierDefs::BadParams& error : errors) {
+        ktPersistent* loaded = nullptr;
+        ktPersistent::serializePointer(archive, nullptr, loaded);
+        const std::unique_ptr<ktPersistent> owner(loaded);
+        const auto* same = dynamic_cast<const ktClassifierDefs::BadParams*>(loaded);
+        promise(same != nullptr && same->message() == error.message(), "an error is loaded as it was stored");
+    }
+}
+
+void beside(Graph& graph, Input& input)
+{
+    switch (input.byte() % 4) {
+    case 0:
+        return storeAndLoadLinks();
+    case 1:
+        return failTwice(graph);
+    case 2:
+        return overlapPasses(graph);
+    default:
+        return storeAndLoadErrors();
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -584,6 +697,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     load(loaded, blind);
     promise(bytesOf(loaded) == bytes, "and so is what is loaded over something else");
     refuse(graph, bytes, last);
+    beside(graph, last);
     promise(bytesOf(graph) == bytes, "storing changes nothing, also where it fails");
     return 0;
 }

@@ -268,6 +268,12 @@ double largestPowerError(const kt_ScanKernels& kernels, float order, int exponen
     return largest;
 }
 
+TEST(LineAllocator, RefusesWhatNoMemoryHolds)
+{
+    kt_LineAllocator<float> allocator;
+    EXPECT_THROW(allocator.allocate(std::numeric_limits<std::size_t>::max() / sizeof(float) + 1), std::bad_alloc);
+}
+
 TEST(ScanKernels, TheApproximatePowerKeepsItsStatedError)
 {
     std::vector<const kt_ScanKernels*> sets{&kt_baselineKernels};

@@ -939,6 +939,17 @@ std::vector<ktPtrHandle<kt_ClassifierKNN>> loadWithinBound(const std::string& by
     return loaded;
 }
 
+TEST(KnnLoaded, RetrainingHookTakesParametersWithoutPatterns)
+{
+    OpenKNN classifier;
+    kt_test::loadInto(static_cast<kt_ClassifierKNN&>(classifier),
+                      crafted(ktPtrHandle<Params>(new Params(1)), ktPtrHandle<Data>()));
+    ASSERT_FALSE(classifier.isTrained());
+    classifier.retrain_(Params(3));
+    EXPECT_FALSE(classifier.isTrained());
+    EXPECT_EQ(dynamic_cast<const Params&>(*classifier.storedParams()).k(), 1) << "the caller stores the new ones";
+}
+
 TEST(KnnLoaded, PatternsReferredToManyTimesTakeTheMemoryOfOne)
 {
     const PatternHandle wide = pattern(std::vector<double>(1000, 0.5));

@@ -67,6 +67,15 @@ TEST(Metric, ThatDoesNotOverrideIsEquivalentIsEquivalentToEverything)
     EXPECT_TRUE(metric.isEquivalent(metric));
 }
 
+TEST(Metric, AssignmentOfADerivedClassLeavesTheCountAlone)
+{
+    const ktPtrHandle<kt_test::DistanceBy> held(new kt_test::DistanceBy(kt_test::distanceInPattern()));
+    const ktPtrHandle<kt_test::DistanceBy> second = held;
+    *held = kt_test::DistanceBy([](const ktFeaturePattern&, const ktFeaturePattern&) { return 7.0; });
+    EXPECT_EQ(second->distance(ktFeaturePattern(), ktFeaturePattern()), 7.0);
+    EXPECT_EQ(held->refCount(), 2);
+}
+
 TEST(MetricNorm, HasOrderTwoUnlessToldOtherwise)
 {
     EXPECT_EQ(ktPatternDistanceMetricNorm().order(), 2.0);

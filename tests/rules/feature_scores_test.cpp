@@ -729,6 +729,9 @@ TEST(FeatureScore, AssignmentLeavesTheCountsAlone)
     *held = OneSided();
     EXPECT_EQ(held->refCount(), 2);
     EXPECT_TRUE(*second == OneSided()) << "shared";
+    const ktPtrHandle<Ignore> ignoring(new Ignore);
+    *ignoring = Ignore();
+    EXPECT_EQ(ignoring->refCount(), 1);
 }
 
 TEST(FeatureScore, LastHandleFreesIt)

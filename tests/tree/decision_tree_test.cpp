@@ -499,6 +499,15 @@ TEST(DecisionTree, BaseEqualityIsTrueAndConcreteOnesLookAtTheClass)
     EXPECT_TRUE(node(own, own) == node(leafFor({1}), leafFor({2})));
 }
 
+TEST(DecisionTree, AssignmentOfADerivedClassLeavesTheCountAlone)
+{
+    const ktPtrHandle<OwnTree> held(new OwnTree({1}));
+    const ktPtrHandle<OwnTree> second = held;
+    *held = OwnTree({2});
+    EXPECT_EQ(second->categoryLabels(), Labels{2});
+    EXPECT_EQ(held->refCount(), 2);
+}
+
 /// A node of the caller's own: one label beside those below it, and equality of the labels alone.
 class OwnNode : public ktDecisionTreeNode {
 public:

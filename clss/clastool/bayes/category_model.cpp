@@ -208,11 +208,13 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
         }
     }
     // Several threads may have come this far; the first to publish wins.
-    const Plan* expected = nullptr;
-    if (plan_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire)) {
-        return fresh.release();
+    const Plan* first = nullptr;
+    const bool isFirst =
+        plan_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
+    if (!isFirst) {  // not covered: another thread published its plan just now
+        return first;
     }
-    return expected;
+    return fresh.release();
 }
 
 /// A loaded model may be damaged: it need not have a group for every density.

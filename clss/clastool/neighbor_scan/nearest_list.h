@@ -37,7 +37,6 @@ public:
         count_ = std::min(count_ + 1, k);
     }
 
-    std::size_t size() const { return count_; }
     std::size_t row(std::size_t place) { return rows_[place]; }
 
 private:

@@ -30,8 +30,7 @@ std::atomic<int> chosenSet{-1};
 
 const kt_ScanKernels& kernels()
 {
-    const bool isWide = kt_CompactCopy::instructionSet() == 1 && kt_avx2Kernels != nullptr;
-    return isWide ? *kt_avx2Kernels : kt_baselineKernels;
+    return kt_CompactCopy::instructionSet() == 1 ? *kt_avx2Kernels : kt_baselineKernels;
 }
 
 /// The k smallest values seen so far.
@@ -592,7 +591,10 @@ int kt_CompactCopy::instructionSet() noexcept
 
 int kt_CompactCopy::instructionSet(int wanted) noexcept
 {
-    const int possible = kt_avx2Kernels != nullptr && KT_PROCESSOR_HAS_AVX2_AND_FMA ? 1 : 0;
+    const int possible = kt_avx2Kernels != nullptr &&  // not covered: null where no compiler knows these vectors
+                                 KT_PROCESSOR_HAS_AVX2_AND_FMA
+                             ? 1
+                             : 0;
     chosenSet.store(std::min(wanted, possible), std::memory_order_relaxed);
     return std::min(wanted, possible);
 }

@@ -58,7 +58,8 @@ inline int kt_lowestBit(unsigned long long bits)
 // g++ for 64-bit Windows aligns the stack to 16 bytes, but writes vectors of 32 there by instructions that take an aligned
 // address (its bug 54412). Some builds of it are mended, but a program cannot tell which, so all do without.
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__)) && (!defined(_WIN64) || defined(__clang__))
-#define KT_PROCESSOR_HAS_AVX2_AND_FMA (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
+#define KT_PROCESSOR_HAS_AVX2_AND_FMA \
+    (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))  // not covered: tests run where both are
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false
 #endif
@@ -115,7 +116,7 @@ inline std::string kt_plainClassName(const std::type_info& type)
     int status = 0;
     const std::unique_ptr<char, void (*)(void*)> plain(abi::__cxa_demangle(type.name(), nullptr, nullptr, &status),
                                                        &std::free);
-    return status == 0 ? plain.get() : type.name();
+    return status == 0 ? plain.get() : type.name();  // not covered: the C library out of memory
 #else
     // Here names come plain, but for the keyword in front of them.
     const char* name = type.name();
