@@ -57,6 +57,13 @@ need_check_tools() {
     need_32_bit_compiler
 }
 
+need_site_tools() {
+    need doxygen "makes the site from the headers and the pages" command -v doxygen
+    need codespell "finds misspelt words" command -v codespell
+    need linkchecker "finds links that lead nowhere" command -v linkchecker
+    need python3 "compares the code in the pages with the programs" command -v python3
+}
+
 # Installs what was found missing, or says what it is and stops.
 install_missing() {
     [ ${#missing[@]} -gt 0 ] || return 0

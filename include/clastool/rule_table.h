@@ -46,6 +46,7 @@ bool operator==(const A& a, const B& b)
 {
     return static_cast<const ktClsFtSc&>(a).operator==(static_cast<const ktClsFtSc&>(b));
 }
+/// Not `==`.
 template <class A, class B,
           class = std::enable_if_t<std::is_base_of_v<ktClsFtSc, A> && std::is_base_of_v<ktClsFtSc, B>>>
 bool operator!=(const A& a, const B& b)

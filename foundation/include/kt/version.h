@@ -3,8 +3,11 @@
 // The version of both libraries. It is stated here alone: the build and the packages take it from these three lines. Its
 // first number is that of the binary interface.
 
+/// The first number of the version.
 #define KT_VERSION_MAJOR 1
+/// The second number of the version.
 #define KT_VERSION_MINOR 0
+/// The third number of the version.
 #define KT_VERSION_PATCH 0
 
 /// The version as one number that grows from release to release, for conditional compilation: 10203 is version 1.2.3.

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace documents {
+
+/// An error as docs/errors.md gives its text, and an operation that ends in it.
+struct Provocation {
+    std::string text;
+    std::function<void()> operation;
+};
+
+std::vector<Provocation> provocationsOfClassification();
+std::vector<Provocation> provocationsOfFoundation();
+
+}  // namespace documents
