@@ -21,13 +21,13 @@ set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_NAME ${runtime})
 set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_COMPONENT_CLASTOOL-RUNTIME_DESCRIPTION
-    "classifiers that decide by expected cost\n The shared libraries libclastool and libktfoundation.")
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_COMPONENT_CLASTOOL-RUNTIME_DESCRIPTION "The shared libraries libclastool and libktfoundation.")
 
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_NAME libclastool-dev)
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_CLASTOOL-DEV_DESCRIPTION
-    "classifiers that decide by expected cost, for building programs\n The headers, the CMake package, the pkg-config file, the documents and the examples.")
+    "What building programs with libclastool takes: headers, CMake package, pkg-config file, documents, examples.")
 
 include(CPack)
