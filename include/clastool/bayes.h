@@ -165,7 +165,7 @@ private:
     friend class kt_CategoryModelBayesian;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     // The steps of logValue and updateWithData for a category model, which hands over rows instead of patterns.
     double logValueAt(const ktNormalDensity::Row& row) const;
@@ -229,7 +229,7 @@ private:
     friend class kt_CategoryModelBayesian;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     void requireWithinMaximum(const ktNormalDensity::Row& row) const;
     void estimate();
@@ -297,7 +297,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     ktClassifierDistributionTypes types_;
     ktClassifierFrequencies frequencies_;
@@ -395,7 +395,7 @@ private:
     struct Plan;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     std::size_t numGroups() const;
     std::size_t groupSizes() const;
@@ -480,7 +480,7 @@ private:
     }
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     static kt_CategoryModelBayesian* newModel(long label, long numMeasurements,
                                               const ktClassifierTrainParamsBayesian& params);

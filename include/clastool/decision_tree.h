@@ -67,7 +67,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     long index1_ = 0;
     long index2_ = 1;
@@ -105,7 +105,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     ktRange range_;
     std::vector<long> indices_;
@@ -141,7 +141,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     std::vector<long> indices_;
 };
@@ -237,7 +237,7 @@ private:
     friend class kt_ClassifierDecisionTree;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     static void releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept;
 
@@ -277,7 +277,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     ktClassifierResult result_;
 };
@@ -342,7 +342,7 @@ private:
     }
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     ktPtrHandle_const<ktDecisionTree> tree_;
 };

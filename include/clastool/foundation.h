@@ -52,7 +52,7 @@ protected:                                                      \
                                                                 \
 private:                                                        \
     static ktPersistent* make();                                \
-    static const kt_Instantiator sExemplar
+    KT_HIDDEN static const kt_Instantiator sExemplar
 // NOLINTEND(bugprone-macro-parentheses)
 
 // Kept on purpose: the numbers are not in the order of declaration; NotTrained comes before BadIndex.
@@ -179,7 +179,7 @@ private:
     friend class kt_NeighborScan;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     [[noreturn]] static void throwNegativeIndex();
     [[noreturn]] static void throwNotValid();

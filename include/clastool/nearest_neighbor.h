@@ -72,7 +72,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     double order_;
 };
@@ -123,7 +123,7 @@ protected:
 
 private:
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     long k_;
     ktPtrHandle_const<ktPatternDistanceMetric> metric_;
@@ -200,7 +200,7 @@ private:
     }
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     void makeCopy() noexcept;
     bool findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const;

@@ -328,7 +328,7 @@ private:
     friend class kt_NeighborScan;
 
     static ktPersistent* make();
-    static const kt_Instantiator sExemplar;
+    KT_HIDDEN static const kt_Instantiator sExemplar;
 
     std::string name_;
     std::string description_;

@@ -5,9 +5,9 @@
 
 namespace {
 
-bool holds(const char* listFile, const char* goldenFolder)
+bool holds(const char* listFile, const char* goldenFolder, std::size_t copies)
 {
-    return registryHolds(listFile, goldenFolder);
+    return registryHolds(listFile, goldenFolder, copies);
 }
 
 constexpr Guest self{&holds, errorCases};

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <cstddef>
 #include <iostream>
 #include <string>
 
@@ -19,14 +20,15 @@ constexpr int numErrorCases = 16;
 
 struct Guest {
     /// See check_registry.h.
-    bool (*registryHolds)(const char* listFile, const char* goldenFolder);
+    bool (*registryHolds)(const char* listFile, const char* goldenFolder, std::size_t copies);
     const ErrorCase* errors;
 };
 
 /// A shared object that is open.
 class Opened {
 public:
-    explicit Opened(const std::string& file) : handle_(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL))
+    /// `scope` says who else may use its symbols: RTLD_LOCAL or RTLD_GLOBAL.
+    explicit Opened(const std::string& file, int scope = RTLD_LOCAL) : handle_(dlopen(file.c_str(), RTLD_NOW | scope))
     {
         if (handle_ == nullptr) {
             std::cerr << dlerror() << "\n";

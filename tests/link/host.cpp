@@ -24,7 +24,7 @@ bool visit(char** arguments)
         return false;
     }
     const Guest& guest = *opened.guest();
-    return registryHolds(arguments[1], arguments[2]) && guest.registryHolds(arguments[1], arguments[2]) &&
+    return registryHolds(arguments[1], arguments[2]) && guest.registryHolds(arguments[1], arguments[2], 1) &&
            pass(guest.errors, errorCases) && pass(errorCases, guest.errors);
 }
 

@@ -16,17 +16,19 @@ bool pass(const Guest& from, const Guest& to)
     return true;
 }
 
-bool visit(char** arguments)
+bool visit(char** arguments, int scope)
 {
-    const Opened first(arguments[3]);
-    const Opened second(arguments[4]);
+    const Opened first(arguments[3], scope);
+    const Opened second(arguments[4], scope);
     if (!first || !second) {
         return false;
     }
     const Guest& one = *first.guest();
     const Guest& two = *second.guest();
-    return one.registryHolds(arguments[1], arguments[2]) && two.registryHolds(arguments[1], arguments[2]) &&
-           pass(one, two) && pass(two, one);
+    // Where each has a copy of the library, and the second may use the symbols of the first, both register in one place.
+    const std::size_t copies = scope == RTLD_GLOBAL ? 2 : 1;
+    return one.registryHolds(arguments[1], arguments[2], copies) &&
+           two.registryHolds(arguments[1], arguments[2], copies) && pass(one, two) && pass(two, one);
 }
 
 }  // namespace
@@ -38,7 +40,7 @@ int main(int argc, char** argv)
         return 1;
     }
     for (int round = 0; round < 100; ++round) {
-        if (!visit(argv)) {
+        if (!visit(argv, round % 2 == 0 ? RTLD_LOCAL : RTLD_GLOBAL)) {
             return 1;
         }
         for (int i = 3; i < argc; ++i) {

@@ -25,6 +25,14 @@
 #define KT_IMPORT __attribute__((visibility("default")))
 #endif
 
+// For a static member that every copy of the library in a process has for itself, although its class is one everywhere:
+// static libraries may be linked into several shared objects.
+#if defined(_WIN32) || defined(__CYGWIN__)
+#define KT_HIDDEN
+#else
+#define KT_HIDDEN __attribute__((visibility("hidden")))
+#endif
+
 #if defined(KT_FOUNDATION_BUILD)
 #define KT_FOUNDATION_API KT_EXPORT
 #else
