@@ -75,4 +75,5 @@ install(
     COMPONENT clastool-dev
     FILES_MATCHING
     REGEX "\\.(md|svg|png|cpp|h|csv|txt|args)$"
-    PATTERN CMakeLists.txt EXCLUDE)
+    PATTERN CMakeLists.txt EXCLUDE
+    PATTERN known_words.txt EXCLUDE)
