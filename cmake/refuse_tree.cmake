@@ -1,5 +1,6 @@
-# Runs PROGRAM on texts that are no tree: each ends with exit status 1, nothing on the standard output and one line on the
-# standard error that names the file and the line, and says what is wrong. DATA is the csv file that the tree is for.
+# Runs PROGRAM, by EMULATOR where there is one, on texts that are no tree: each ends with exit status 1, nothing on the
+# standard output and one line on the standard error that names the file and the line, and says what is wrong. DATA is the csv
+# file that the tree is for.
 
 set(yes "    leaf benign=3 malignant=1\n")
 set(no "else:\n    leaf benign=1 malignant=3\n")
@@ -9,10 +10,11 @@ function(refused case text complaint)
     set(file ${FOLDER}/${case}.txt)
     file(WRITE ${file} "${text}")
     execute_process(
-        COMMAND ${PROGRAM} ${file} ${DATA}
+        COMMAND ${EMULATOR} ${PROGRAM} ${file} ${DATA}
         RESULT_VARIABLE status
         OUTPUT_VARIABLE output
         ERROR_VARIABLE error)
+    string(REPLACE "\r" "" error "${error}")
     if(NOT status EQUAL 1 OR NOT output STREQUAL "" OR NOT error STREQUAL "error: ${file}: ${complaint}\n")
         message(FATAL_ERROR "${case}: exit status ${status}, output \"${output}\", error \"${error}\"")
     endif()

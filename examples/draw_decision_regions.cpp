@@ -176,8 +176,8 @@ void printMistakes(const std::string& what, const Decision& decide, const std::v
         falseAlarms += sample.label == benign && label == malignant ? 1 : 0;
         undecided += label < 0 ? 1 : 0;
     }
-    std::cout << "  " << std::left << std::setw(40) << what << std::right << std::setw(8) << missed << std::setw(15)
-              << falseAlarms << std::setw(12) << undecided << "\n";
+    std::cout << "  " << std::left << std::setw(44) << what << std::right << std::setw(11) << missed << std::setw(18)
+              << falseAlarms << std::setw(10) << undecided << "\n";
 }
 
 constexpr SvgFrame leftFrame = {80, 78, 320, 320};
@@ -226,11 +226,11 @@ int drawDecisionRegions(const std::string& csvPath, const std::string& folder)
     std::filesystem::create_directories(folder);
     const std::string start = folder + "/regions-";
 
-    std::cout
-        << "Mistakes of two measurements on " << data.test.size()
-        << " samples that are not in the pictures:\n                                              malignant         "
-           "benign          no\n  technique, costs                         called benign  called malignant  "
-           "decision\n";
+    std::cout << "Mistakes of two measurements on " << data.test.size() << " samples that are not in the pictures:\n"
+              << std::setw(57) << "malignant" << std::setw(18) << "benign" << std::setw(10) << "no"
+              << "\n  technique, costs" << std::setw(39) << "called benign" << std::setw(18) << "called malignant"
+              << std::setw(10) << "decision"
+              << "\n";
     drawTwice(std::to_string(numNeighbors) + " nearest neighbours", nearestNeighbors(data, costsOf(1.0)),
               nearestNeighbors(data, costsOf(10.0)), data, start + "nearest-neighbors.svg");
     drawTwice("Bayes, independent measurements", bayes(data, costsOf(1.0), false), bayes(data, costsOf(10.0), false),

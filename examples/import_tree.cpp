@@ -70,6 +70,13 @@ private:
         }
     }
 
+    static void checkEnd(std::istream& words)
+    {
+        std::string more;
+        words >> more;
+        check(more.empty(), "\"" + more + "\" is too much");
+    }
+
     void readLine(std::string text)
     {
         if (!text.empty() && text.back() == '\r') {
@@ -98,7 +105,7 @@ private:
             close(new ktDecisionTreeLeaf(readLeaf(words)));
             return;
         }
-        check(!(words >> word), "\"" + word + "\" is too much");
+        checkEnd(words);
     }
 
     /// "NAME <= NUMBER:", the rest of an if. A measurement that is missing is answered with no.
@@ -124,8 +131,7 @@ private:
         const double ofMalignant = readCount(words, "malignant=");
         const double all = ofBenign + ofMalignant;
         check(all > 0.0, "a leaf that no sample reached knows no answer");
-        std::string more;
-        check(!(words >> more), "\"" + more + "\" is too much");
+        checkEnd(words);
         return {{{benign, ofBenign / all, 0.0, 0.0}, {malignant, ofMalignant / all, 0.0, 0.0}},
                 ktClassifierFrequencies(),
                 costs_,

@@ -119,7 +119,7 @@ private:
     const Clock::time_point start_ = Clock::now();
     std::int64_t polls_ = 0;
     long nextLine_ = 1;
-    double nextShow_ = 0.0;
+    double nextShow_ = 0.1;
     std::string reason_;
 };
 
