@@ -53,6 +53,7 @@ need_check_tools() {
     need dpkg-dev "finds what the packages depend on" command -v dpkg-shlibdeps
     need file "tells it which files are libraries" command -v file
     need libbenchmark-dev "the benchmark programs are written with it" installed libbenchmark-dev
+    need bsdutils "runs an example on a terminal" command -v script
     need git "lists the files of the project" command -v git
     need_32_bit_compiler
 }

@@ -1,6 +1,7 @@
 // Grades turned rings by their diameter, width and roughness with five rules written by hand, and draws what the rules
 // look at and how they decide.
 
+#include "common/errors.h"
 #include "common/svg.h"
 
 #include <clastool/clastool.h>
@@ -32,13 +33,13 @@ GradeLook lookOf(long label)
 {
     switch (label) {
     case gradeA:
-        return {"grade A", "#2a9d5c"};
+        return {"grade A", "#0b5fa5"};
     case gradeB:
-        return {"grade B", "#a6d96a"};
+        return {"grade B", "#9ccbea"};
     case rework:
-        return {"rework", "#fdb863"};
+        return {"rework", "#fdc57e"};
     case scrap:
-        return {"scrap", "#d6604d"};
+        return {"scrap", "#a63a00"};
     default:
         return {"no rule passes", "#ffffff"};
     }
@@ -250,8 +251,7 @@ int main(int argc, char** argv)
     try {
         gradeRings(argc == 2 ? argv[1] : "");
     } catch (const std::exception& error) {
-        std::cerr << "error: " << error.what() << "\n";
-        return 1;
+        return reportError(error);
     }
     return 0;
 }

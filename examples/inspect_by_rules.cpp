@@ -2,8 +2,10 @@
 // decisions with those of nearest neighbours. The tree also decides where a measurement is missing.
 
 #include "common/cell_nuclei.h"
+#include "common/errors.h"
 #include "common/report.h"
 #include "common/scaling.h"
+#include "common/stored_tool.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -189,15 +191,10 @@ int inspectByRules(const std::string& csvPath)
     std::cout << "7 nearest neighbours with the same costs on the same samples, none with a gap:\n";
     printNeighbours(rows, data.names, costs);
 
-    std::stringstream stored;
-    ktArchive storing(static_cast<std::ostream&>(stored));
-    storing || tool;
-    ktArchive loading(static_cast<std::istream&>(stored));
-    ktClassifierTool loaded;
-    loading || loaded;
-    const bool isEqual = loaded == tool;
-    std::cout << "Stored in " << stored.str().size()
-              << " bytes and loaded: " << (isEqual ? "an equal tool" : "another tool") << ".\n";
+    const std::string stored = bytesOf(tool);
+    const bool isEqual = toolFrom(stored) == tool;
+    std::cout << "Stored in " << stored.size() << " bytes and loaded: " << (isEqual ? "an equal tool" : "another tool")
+              << ".\n";
     return isEqual ? 0 : 1;
 }
 

@@ -2,8 +2,10 @@
 // tools do to the decisions.
 
 #include "common/cell_nuclei.h"
+#include "common/errors.h"
 #include "common/report.h"
 #include "common/scaling.h"
+#include "common/stored_tool.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -85,28 +87,23 @@ struct RemovedAtTheEnd {
     ~RemovedAtTheEnd() { std::remove(path.c_str()); }
 };
 
-void store(ktClassifierTool& tool, const std::string& path)
+void storeInFile(ktClassifierTool& tool, const std::string& path)
 {
     std::ofstream file(path, std::ios::binary);
     if (!file) {
         throw std::runtime_error(path + ": cannot be written");
     }
-    ktArchive archive(file);
-    archive || tool;
+    store(tool, file);
     file.close();  // only now does it show whether the disk took everything
     if (!file) {
         throw std::runtime_error(path + ": cannot be written");
     }
 }
 
-void load(ktClassifierTool& tool, const std::string& path)
+ktClassifierTool loadFromFile(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    ktArchive archive(file);
-    archive || tool;
-    if (!tool.isTrained()) {
-        throw std::runtime_error(path + ": the stored tool is not trained");
-    }
+    return load(file, path);
 }
 
 int sortCellNuclei(const std::string& csvPath, const std::string& toolPath)
@@ -142,9 +139,8 @@ int sortCellNuclei(const std::string& csvPath, const std::string& toolPath)
         throw std::runtime_error(toolPath + ": is already there and would be overwritten");
     }
     const RemovedAtTheEnd remover{toolPath};
-    store(tool, toolPath);
-    ktClassifierTool loaded;
-    load(loaded, toolPath);
+    storeInFile(tool, toolPath);
+    ktClassifierTool loaded = loadFromFile(toolPath);
 
     // A loaded nearest-neighbour tool holds its parameters but runs with k = 1 and unit costs until they are applied.
     std::cout << "Stored and loaded: " << numDifferent(results, runAll(loaded, test)) << " of " << test.size()

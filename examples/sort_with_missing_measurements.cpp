@@ -2,6 +2,7 @@
 // group of dependent ones, and with other priors. Then rejects a pattern that belongs to no category.
 
 #include "common/cell_nuclei.h"
+#include "common/errors.h"
 #include "common/report.h"
 
 #include <algorithm>

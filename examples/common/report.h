@@ -2,10 +2,8 @@
 
 #include "cell_nuclei.h"
 
-#include <exception>
 #include <iomanip>
 #include <iostream>
-#include <vector>
 
 namespace examples {
 
@@ -48,18 +46,6 @@ inline void print(const ConfusionMatrix& matrix)
     const double percent = 100.0 * static_cast<double>(matrix.mistakes()) / static_cast<double>(matrix.total());
     std::cout << "  error rate: " << matrix.mistakes() << " of " << matrix.total() << ", " << std::fixed
               << std::setprecision(1) << percent << " %\n";
-}
-
-/// One line on stderr for whatever ended an example. Returns the program's exit status.
-inline int reportError(const std::exception& error)
-{
-    std::cout.flush();
-    if (const auto* own = dynamic_cast<const ktException*>(&error)) {
-        std::cerr << "error 0x" << std::hex << own->errorNumber() << ": " << own->message() << "\n";
-    } else {
-        std::cerr << "error: " << error.what() << "\n";
-    }
-    return 1;
 }
 
 }  // namespace examples

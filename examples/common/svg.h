@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <iomanip>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -20,12 +21,23 @@ struct SvgAxis {
     double step;
 };
 
-/// A plot with two axes, and a legend to the right of it. What is drawn later lies on top.
+/// Where the frame of a plot lies in its picture, in pixels.
+struct SvgFrame {
+    double left = 80;
+    double top = 46;
+    double width = 480;
+    double height = 320;
+};
+
+/// A plot with two axes, a title above it, and a legend to the right of it. What is drawn later lies on top.
 class SvgPlot {
 public:
     using Point = std::array<double, 2>;
 
-    SvgPlot(const std::string& title, const SvgAxis& x, const SvgAxis& y) : title_(title), x_(x), y_(y) {}
+    SvgPlot(const std::string& title, const SvgAxis& x, const SvgAxis& y, const SvgFrame& frame = {})
+        : title_(title), x_(x), y_(y), frame_(frame)
+    {
+    }
 
     /// Straight lines from point to point.
     void line(const std::vector<Point>& points, const std::string& color)
@@ -42,25 +54,36 @@ public:
         shapes_ += discAt(left(center[0]), top(center[1]), color);
     }
 
+    /// Many small marks of one kind: discs or triangles.
+    void discs(const std::vector<Point>& points, const std::string& color) { marks(points, smallDisc, color); }
+    void triangles(const std::vector<Point>& points, const std::string& color) { marks(points, triangle, color); }
+
     /// Colours the plot in cells, each by its middle. A cell whose colour is empty stays white.
     void regions(int columns, int rows, const std::function<std::string(double x, double y)>& colorAt)
     {
         const double width = (x_.high - x_.low) / columns;
         const double height = (y_.high - y_.low) / rows;
+        std::map<std::string, std::string> paths;
         for (int row = 0; row < rows; ++row) {
             const double y = y_.low + row * height;
-            // Neighbours of one colour are one rectangle, which keeps the file small.
+            // Neighbours of one colour are one rectangle, and all of a colour one path, which keeps the file small.
             int start = 0;
             std::string color;
             for (int column = 0; column <= columns; ++column) {
                 const std::string next =
                     column < columns ? colorAt(x_.low + (column + 0.5) * width, y + 0.5 * height) : std::string();
                 if (next != color) {
-                    rectangle(x_.low + start * width, x_.low + column * width, y, y + height, color);
+                    if (!color.empty()) {
+                        paths[color] += rectangle(x_.low + start * width, x_.low + column * width, y, y + height);
+                    }
                     start = column;
                     color = next;
                 }
             }
+        }
+        for (const auto& [color, path] : paths) {
+            // Edges are drawn sharp, or the white below would shine through between two rectangles.
+            shapes_ += "<path shape-rendering=\"crispEdges\" fill=\"" + color + "\" d=\"" + path + "\"/>\n";
         }
     }
 
@@ -74,19 +97,36 @@ public:
         legend(words, "<path d=\"M-10,0 h20\" stroke-width=\"2.5\" stroke=\"" + color + "\"/>");
     }
     void legendDisc(const std::string& color, const std::string& words) { legend(words, discAt(0, 0, color)); }
-
-    /// Throws std::runtime_error if the file cannot be written.
-    void save(const std::string& path) const
+    void legendSmallDisc(const std::string& color, const std::string& words)
     {
-        std::ofstream file(path);
-        file << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << number(totalWidth) << "\" height=\""
-             << number(totalHeight) << "\" font-family=\"sans-serif\" font-size=\"14\">\n"
-             << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n"
-             << "<text x=\"" << number(marginLeft) << "\" y=\"28\" font-size=\"17\" font-weight=\"bold\">"
-             << escaped(title_) << "</text>\n"
-             << shapes_ << "<rect x=\"" << number(marginLeft) << "\" y=\"" << number(marginTop) << "\" width=\""
-             << number(plotWidth) << "\" height=\"" << number(plotHeight) << "\" fill=\"none\" stroke=\"black\"/>\n"
-             << xTicks() << yTicks() << legend_ << "</svg>\n";
+        legend(words, markPath("M0,0" + std::string(smallDisc), color));
+    }
+    void legendTriangle(const std::string& color, const std::string& words)
+    {
+        legend(words, markPath("M0,0" + std::string(triangle), color));
+    }
+
+    /// Saves a picture of this plot alone.
+    /// Throws: std::runtime_error if the file cannot be written.
+    void save(const std::string& path) const { save(path, "", {this}, 800, 430); }
+
+    /// Saves a picture of several plots, each in its own frame.
+    /// Throws: std::runtime_error if the file cannot be written.
+    static void save(const std::string& path, const std::string& title, const std::vector<const SvgPlot*>& plots,
+                     double width, double height)
+    {
+        std::ofstream file(path, std::ios::binary);  // the same bytes everywhere
+        file << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << number(width) << "\" height=\""
+             << number(height) << "\" viewBox=\"0 0 " << number(width) << " " << number(height)
+             << "\" font-family=\"sans-serif\" font-size=\"14\">\n"
+             << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+        if (!title.empty()) {
+            file << heading(plots.at(0)->frame_.left, 32, 20, title);
+        }
+        for (const SvgPlot* plot : plots) {
+            file << plot->body();
+        }
+        file << "</svg>\n";
         file.close();
         if (!file) {
             throw std::runtime_error(path + ": cannot be written");
@@ -94,22 +134,23 @@ public:
     }
 
 private:
-    static constexpr double marginLeft = 80;
-    static constexpr double marginTop = 46;
-    static constexpr double plotWidth = 480;
-    static constexpr double plotHeight = 320;
-    static constexpr double totalWidth = 800;
-    static constexpr double totalHeight = 430;
+    // From the middle of a mark around it.
+    static constexpr const char* smallDisc = "m-2.6,0a2.6,2.6 0 1 0 5.2,0a2.6,2.6 0 1 0 -5.2,0z";
+    static constexpr const char* triangle = "m0,-3.8l3.4,5.9h-6.8z";
 
-    double left(double x) const { return marginLeft + plotWidth * (x - x_.low) / (x_.high - x_.low); }
-    double top(double y) const { return marginTop + plotHeight * (y_.high - y) / (y_.high - y_.low); }
+    double left(double x) const { return frame_.left + frame_.width * (x - x_.low) / (x_.high - x_.low); }
+    double top(double y) const { return frame_.top + frame_.height * (y_.high - y) / (y_.high - y_.low); }
 
     /// A place in pixels.
     static std::string number(double value)
     {
         std::ostringstream out;
         out << std::fixed << std::setprecision(1) << value;
-        return out.str();
+        std::string text = out.str();
+        if (text.substr(text.size() - 2) == ".0") {
+            text.resize(text.size() - 2);
+        }
+        return text;
     }
 
     static std::string escaped(const std::string& words)
@@ -119,6 +160,12 @@ private:
             out += c == '&' ? "&amp;" : c == '<' ? "&lt;" : std::string(1, c);
         }
         return out;
+    }
+
+    static std::string heading(double x, double y, double size, const std::string& words)
+    {
+        return "<text x=\"" + number(x) + "\" y=\"" + number(y) + "\" font-size=\"" + number(size) +
+               "\" font-weight=\"bold\">" + escaped(words) + "</text>\n";
     }
 
     static std::string textAt(double x, double y, const std::string& anchor, const std::string& words)
@@ -133,31 +180,50 @@ private:
                "\"/>\n";
     }
 
-    void rectangle(double x0, double x1, double y0, double y1, const std::string& color)
+    static std::string markPath(const std::string& path, const std::string& color)
     {
-        if (!color.empty()) {
-            // Edges are drawn sharp, or the white below would shine through between two rectangles.
-            shapes_ += "<rect shape-rendering=\"crispEdges\" x=\"" + number(left(x0)) + "\" y=\"" + number(top(y1)) +
-                       "\" width=\"" + number(left(x1) - left(x0)) + "\" height=\"" + number(top(y0) - top(y1)) +
-                       "\" fill=\"" + color + "\"/>\n";
+        return "<path fill=\"" + color + "\" d=\"" + path + "\"/>\n";
+    }
+
+    void marks(const std::vector<Point>& points, const std::string& mark, const std::string& color)
+    {
+        std::string path;
+        for (const Point& point : points) {
+            path += "M" + number(left(point[0])) + "," + number(top(point[1])) + mark;
         }
+        shapes_ += markPath(path, color);
+    }
+
+    std::string rectangle(double x0, double x1, double y0, double y1) const
+    {
+        const std::string width = number(left(x1) - left(x0));
+        return "M" + number(left(x0)) + "," + number(top(y1)) + "h" + width + "v" + number(top(y0) - top(y1)) + "h-" +
+               width + "z";
     }
 
     void legend(const std::string& words, const std::string& symbol)
     {
-        const double x = marginLeft + plotWidth + 30;
-        const double y = marginTop + 12 + 26 * entries_++;
+        const double x = frame_.left + frame_.width + 30;
+        const double y = frame_.top + 12 + 26 * entries_++;
         legend_ += "<g transform=\"translate(" + number(x) + "," + number(y) + ")\">" + symbol + "</g>\n" +
                    textAt(x + 18, y + 5, "start", words);
+    }
+
+    std::string body() const
+    {
+        return heading(frame_.left, frame_.top - 18, 17, title_) + shapes_ + "<rect x=\"" + number(frame_.left) +
+               "\" y=\"" + number(frame_.top) + "\" width=\"" + number(frame_.width) + "\" height=\"" +
+               number(frame_.height) + "\" fill=\"none\" stroke=\"black\"/>\n" + xTicks() + yTicks() + legend_;
     }
 
     /// The values of the ticks.
     static std::vector<double> ticks(const SvgAxis& axis)
     {
         std::vector<double> values;
-        const int count = static_cast<int>(std::floor((axis.high - axis.low) / axis.step + 1e-9));
+        const double first = std::ceil(axis.low / axis.step - 1e-9) * axis.step;
+        const int count = static_cast<int>(std::floor((axis.high - first) / axis.step + 1e-9));
         for (int i = 0; i <= count; ++i) {
-            values.push_back(axis.low + i * axis.step);
+            values.push_back(first + i * axis.step);
         }
         return values;
     }
@@ -177,29 +243,31 @@ private:
 
     std::string xTicks() const
     {
-        const double bottom = marginTop + plotHeight;
+        const double bottom = frame_.top + frame_.height;
         std::string out;
         for (const double value : ticks(x_)) {
             out += "<path d=\"M" + number(left(value)) + "," + number(bottom) + " v6\" stroke=\"black\"/>\n" +
                    textAt(left(value), bottom + 21, "middle", tickText(value, x_.step));
         }
-        return out + textAt(marginLeft + plotWidth / 2, bottom + 48, "middle", x_.label);
+        return out + textAt(frame_.left + frame_.width / 2, bottom + 48, "middle", x_.label);
     }
 
     std::string yTicks() const
     {
         std::string out;
         for (const double value : ticks(y_)) {
-            out += "<path d=\"M" + number(marginLeft) + "," + number(top(value)) + " h-6\" stroke=\"black\"/>\n" +
-                   textAt(marginLeft - 10, top(value) + 5, "end", tickText(value, y_.step));
+            out += "<path d=\"M" + number(frame_.left) + "," + number(top(value)) + " h-6\" stroke=\"black\"/>\n" +
+                   textAt(frame_.left - 10, top(value) + 5, "end", tickText(value, y_.step));
         }
-        return out + "<g transform=\"translate(24," + number(marginTop + plotHeight / 2) + ") rotate(-90)\">" +
-               textAt(0, 0, "middle", y_.label) + "</g>\n";
+        return out + "<g transform=\"translate(" + number(frame_.left - 56) + "," +
+               number(frame_.top + frame_.height / 2) + ") rotate(-90)\">" + textAt(0, 0, "middle", y_.label) +
+               "</g>\n";
     }
 
     std::string title_;
     SvgAxis x_;
     SvgAxis y_;
+    SvgFrame frame_;
     std::string shapes_;
     std::string legend_;
     int entries_ = 0;
