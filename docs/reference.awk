@@ -8,6 +8,8 @@ function is_documented() { return previous ~ /^ *\/\/\// }
 
 /^extern template / { print ""; next }
 
+/\\$/ { print; previous = $0; next }
+
 is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Threads|Archive|Kept on purpose):/) {
     before = substr($0, 1, RSTART + 3)
     label = substr($0, RSTART + 4, RLENGTH - 4)
