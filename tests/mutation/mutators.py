@@ -9,7 +9,8 @@ from collections import Counter, namedtuple
 
 Token = namedtuple("Token", "kind text start end")
 
-# `line` and `text` are the place where it begins, `label` says what is changed.
+# `line` and `text` are the place where it begins, `label` says what is changed. Of several equal lines the second one's text
+# ends in [2], and so on.
 Mutant = namedtuple("Mutant", "start end replacement line text label")
 
 TOKEN = re.compile(
@@ -53,6 +54,7 @@ class Reader:
         self.labels = Counter()
         self.partners = self._partners()
         self.left_out = self._left_out()
+        self.texts = self._texts()
 
     def read(self):
         self._tokens()
@@ -85,19 +87,24 @@ class Reader:
                 left_out.add(i + 1)
         return left_out
 
+    def _texts(self):
+        texts, seen = [], Counter()
+        for line in map(str.strip, self.source.split("\n")):
+            seen[line] += 1
+            texts.append(line if seen[line] == 1 else f"{line} [{seen[line]}]")
+        return texts
+
     def _add(self, first, last, replacement, label):
         """A mutant that replaces the tokens from `first` to `last`."""
         start, end = self.tokens[first].start, self.tokens[last].end
-        begin = self.source.rfind("\n", 0, start) + 1
-        text = self.source[begin : self.source.find("\n", start)].strip()
         line = self.source.count("\n", 0, start) + 1
         self.labels[line, label] += 1
         if self.labels[line, label] > 1:
             label += f" #{self.labels[line, label]}"
-        self.mutants.append(Mutant(start, end, replacement, line, text, label))
+        self.mutants.append(Mutant(start, end, replacement, line, self.texts[line - 1], label))
 
     def _swap(self, i, replacement):
-        self._add(i, i, replacement, f"{self._text(i)} -> {replacement}")
+        self._add(i, i, replacement, f"{self._text(i)} -> {replacement}" if replacement else f"{self._text(i)} dropped")
 
     def _is_binary(self, i):
         token = self.tokens[i]
