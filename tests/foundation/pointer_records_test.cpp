@@ -236,6 +236,24 @@ TEST(PointerRecord, ObjectDestroyedInsideNestedPassesIsForgottenInEach)
     EXPECT_EQ(outerBytes.str(), innerBytes.str());
 }
 
+TEST(PointerRecord, PassInsideTwoOfAnotherArchiveDoesNotKnowWhatTheyVisit)
+{
+    Note note("a");
+    std::ostringstream outerBytes;
+    std::ostringstream innerBytes;
+    ktArchive outer(static_cast<std::ostream&>(outerBytes));
+    ktArchive inner(static_cast<std::ostream&>(innerBytes));
+    {
+        const ktArchive::Pass outermostPass(outer);
+        const ktArchive::Pass outerPass(outer);
+        const ktArchive::Pass innerPass(inner);
+        inner || note;
+        outer || note;
+    }
+    EXPECT_EQ(toHex(afterHeader(outerBytes.str())), "00 01 00 00 00 61");
+    EXPECT_EQ(outerBytes.str(), innerBytes.str());
+}
+
 TEST(PointerRecord, PassesOfTwoArchivesDoNotKnowEachOther)
 {
     ktPtrHandle<Node> node(new Node(5));

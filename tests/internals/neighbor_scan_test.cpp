@@ -244,6 +244,59 @@ TEST_P(NeighborScan, ACloneProfitsFromPatternsAddedToTheOther)
     EXPECT_EQ(result.categoryResults().front().categoryLabel(), 150);
 }
 
+/// The nearest of some rows by their copy, and whether the copy answered.
+std::size_t nearestByCopy(const std::vector<Row>& rows, const Row& query, double order)
+{
+    ktClassifierDataProviderMemory store;
+    for (const Row& row : rows) {
+        store.addData(new ktFeaturePattern(row, {}), 0);
+    }
+    const ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
+    copy->make(store);
+    kt_RowList found(1);
+    EXPECT_TRUE(copy->nearest(store, query, order, found));
+    return found[0];
+}
+
+constexpr std::size_t width = 16;
+// Where a float's last place is 2^-24.
+constexpr double place = 0.75;
+
+/// A row that is so many last places away from `place`, the last measurement by another number.
+Row awayFromPlace(double distance, double last)
+{
+    Row row(width, place + distance * 0x1p-24);
+    row.back() = place + last * 0x1p-24;
+    return row;
+}
+
+/// Rows that bring the copy's scale to a power of two, so that its floats are those of the values.
+const Row lowest(width, -1.0);
+const Row highest(width, 1.0);
+
+TEST_P(NeighborScan, RowsThatRoundingBringsIntoTheWrongOrderAreToldApart)
+{
+    // As floats 11 in each measurement against 10, and 12 in the last one.
+    const Row nearer = awayFromPlace(10.5625, 10.5625);
+    const Row farther = awayFromPlace(10.4375, 12.45);
+    for (const double order : {1.0, 1.5, 2.0, 3.0}) {
+        EXPECT_EQ(nearestByCopy({lowest, highest, farther, nearer}, Row(width, place), order), 3u) << "order " << order;
+    }
+    // As floats 1 against 0, where orders below 1 lose most by rounding.
+    EXPECT_EQ(nearestByCopy({lowest, highest, awayFromPlace(0.4375, 4.46), awayFromPlace(0.5625, 0.5625)},
+                            Row(width, place), 0.5),
+              3u);
+}
+
+TEST_P(NeighborScan, RowsThatRoundingOfTheQueryBringsIntoTheWrongOrderAreToldApart)
+{
+    // The query is rounded to `place`, away from the row that is nearer.
+    const Row query(width, place + 0.4375 * 0x1p-24);
+    const Row nearer = awayFromPlace(10.0, 10.0);
+    const Row farther = awayFromPlace(-9.0, -12.0);
+    EXPECT_EQ(nearestByCopy({lowest, highest, farther, nearer}, query, 1.0), 3u);
+}
+
 INSTANTIATE_TEST_SUITE_P(InstructionSets, NeighborScan, testing::Values(0, 1),
                          [](const auto& set) { return set.param == 0 ? "Baseline" : "Avx2"; });
 
