@@ -200,10 +200,10 @@ public:
 private:
     bool isSimpleOrder() const { return p_ == 1.0 || p_ == 2.0 || p_ == 3.0 || p_ == 0.5; }
 
-    /// Once a row, all in the first pass over the rows.
+    /// Once a row, in the first pass over the rows.
     void pollRows(std::size_t rows)
     {
-        if (!hasPolled_ && kt_attentionHandler.load(std::memory_order_relaxed) != nullptr) {
+        if (kt_attentionHandler.load(std::memory_order_relaxed) != nullptr) {
             for (std::size_t i = 0; i < rows; ++i) {
                 kt_pollAttention();
             }
@@ -313,7 +313,6 @@ private:
             take(rows, sums, rowOf, candidates);
         }
         settle(passed, candidates);
-        hasPolled_ = true;
         candidates.keepUpTo(limit_);
     }
 
@@ -563,7 +562,6 @@ private:
     double floatError_ = 0.0;
     double leastNorm_ = 0.0;
     double largestNorm_ = 0.0;
-    bool hasPolled_ = false;
 
     kt_Scratch<float, 256> floatQuery_;
     Smallest<float> smallest_{k_};

@@ -1,0 +1,149 @@
+#include "clss/clastool/neighbor_scan/compact_copy.h"
+
+#include <clastool/clastool.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <vector>
+
+namespace {
+
+using Row = std::vector<double>;
+using Store = ktClassifierDataProviderMemory;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+/// Patterns of one measurement: 0, 1, 2, ...
+Store line(int size)
+{
+    Store store;
+    for (int i = 0; i < size; ++i) {
+        store.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i);
+    }
+    return store;
+}
+
+/// The nearest row; nothing where that is left to the plain scan.
+std::optional<std::size_t> nearest(const kt_CompactCopy& copy, const Store& store, const Row& query, double order = 2.0)
+{
+    kt_RowList rows(1);
+    return copy.nearest(store, query, order, rows) ? std::optional<std::size_t>(rows[0]) : std::nullopt;
+}
+
+TEST(CompactCopy, OfAStoreIsCurrentUntilTheStoreChanges)
+{
+    Store store = line(10);
+    kt_CompactCopy copy;
+    EXPECT_FALSE(copy.isCurrent(store));
+    copy.make(store);
+    EXPECT_TRUE(copy.isCurrent(store));
+    EXPECT_EQ(nearest(copy, store, {6.2}), 6u);
+    store.addData(new ktFeaturePattern({6.25}, {}), 1);
+    EXPECT_FALSE(copy.isCurrent(store));
+}
+
+/// The same patterns as one list.
+void replace(Store& store)
+{
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
+    for (long i = 0; i < store.numPatterns(); ++i) {
+        patterns.push_back(store.featurePattern(i));
+    }
+    store.data(patterns, std::vector<long>(patterns.size(), 1));
+}
+
+/// Counts and gives out its patterns in its own way, perhaps.
+class OwnStore : public Store {
+    using Store::Store;
+};
+
+TEST(CompactCopy, IsMadeOfTheLibrarysOwnStoresAlone)
+{
+    OwnStore store;
+    store.addData(new ktFeaturePattern({1.0}, {}), 1);
+    kt_CompactCopy copy;
+    copy.make(store);
+    EXPECT_FALSE(copy.isCurrent(store));
+}
+
+TEST(CompactCopy, TakesOverAPatternWhateverHappenedBefore)
+{
+    struct Case {
+        const char* label;
+        void (*change)(Store& store);
+    };
+    const Case cases[] = {
+        {"nothing", [](Store&) {}},
+        {"a pattern was added", [](Store& store) { store.addData(new ktFeaturePattern({50.0}, {}), 1); }},
+        {"the patterns were replaced", replace},
+        {"a kept pattern was assigned over",
+         [](Store& store) { const_cast<ktFeaturePattern&>(*store.featurePattern(3)) = ktFeaturePattern({6.5}, {}); }},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.label);
+        Store store = line(10);
+        kt_CompactCopy copy;
+        copy.make(store);
+        each.change(store);
+        store.addData(new ktFeaturePattern({6.25}, {}), 1);
+        copy.append(store);
+        EXPECT_TRUE(copy.isCurrent(store));
+        EXPECT_EQ(nearest(copy, store, {6.2}), static_cast<std::size_t>(store.numPatterns() - 1));
+    }
+}
+
+TEST(CompactCopy, TakesOverNoPatternThatItCannotSearch)
+{
+    Store store = line(10);
+    kt_CompactCopy copy;
+    copy.make(store);
+    store.addData(new ktFeaturePattern({3.0}, {0}), 1);
+    copy.append(store);
+    EXPECT_FALSE(copy.isCurrent(store));
+}
+
+TEST(CompactCopy, OfMoreMeasurementsThanCellsResolveHasNone)
+{
+    const std::size_t usual = kt_CompactCopy::cellsFrom();
+    kt_CompactCopy::cellsFrom(0);
+    Store store;
+    for (const double value : {0.0, 1.0, 2.0}) {
+        store.addData(new ktFeaturePattern(Row(8193, value), {}), 1);
+    }
+    kt_CompactCopy copy;
+    copy.make(store);
+    kt_CompactCopy::cellsFrom(usual);
+    EXPECT_TRUE(copy.isCurrent(store));
+    EXPECT_EQ(nearest(copy, store, Row(8193, 1.75)), 2u);
+}
+
+TEST(CompactCopy, LeavesToThePlainScanWhatItCannotCertify)
+{
+    struct Case {
+        const char* label;
+        double query;
+        double order;
+    };
+    const Case cases[] = {
+        {"order 0", 1.0, 0.0},
+        {"negative order", 1.0, -1.0},
+        {"order NaN", 1.0, std::nan("")},
+        {"order whose sums lose their precision in float", 1.0, 1e7},
+        {"order whose sums lose their precision in double", 1.0, 1e16},
+        {"query NaN", std::nan(""), 2.0},
+        {"infinite query", infinity, 2.0},
+        {"query too far for floats", 1e20, 2.0},
+        {"powers too large for floats", 1000.0, 30.0},
+    };
+    const Store store = line(10);
+    kt_CompactCopy copy;
+    copy.make(store);
+    for (const Case& each : cases) {
+        EXPECT_EQ(nearest(copy, store, {each.query}, each.order), std::nullopt) << each.label;
+    }
+    EXPECT_EQ(nearest(copy, store, {1.25}, 30.0), 1u) << "this it can";
+}
+
+}  // namespace
