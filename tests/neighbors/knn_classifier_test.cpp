@@ -1053,6 +1053,24 @@ TEST(KnnMemory, RetrainingAndIncrementalTrainingThatRunOutOfItChangeNothing)
               2);
 }
 
+TEST(KnnMemory, IncrementalTrainingWithTooLittleOfItForACopyGivesTheSameAnswers)
+{
+    // As many as fill a block: one more needs another.
+    std::vector<Labelled> rows;
+    for (long i = 0; i < 64; ++i) {
+        rows.push_back({{static_cast<double>(i)}, i % 3});
+    }
+    const auto prepare = [&rows] { return trained(rows, Params(3)); };
+    const PatternHandle added = pattern({20.25});
+    OpenKNN expected = prepare();
+    expected.trainIncremental(*added, 9);
+    const long allocations = kt_test::failEachAllocation(
+        prepare, [&](OpenKNN& classifier) { classifier.trainIncremental(*added, 9); },
+        [&](const OpenKNN& classifier) { EXPECT_TRUE(classifier == prepare()); },
+        [&](const OpenKNN& classifier) { EXPECT_TRUE(answer(classifier, {20.5}) == answer(expected, {20.5})); });
+    EXPECT_GT(allocations, 2);
+}
+
 TEST(KnnMemory, RunThatRunsOutOfItLeavesTheResult)
 {
     const OpenKNN classifier = trained(line, Params(4));

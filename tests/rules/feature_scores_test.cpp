@@ -696,7 +696,8 @@ TEST(FeatureScore, DerivedClassClonesAsTheBaseSays)
         ktClsFtSc* clone() const override { return new Derived(*this); }
     };
     const ktPtrHandle<ktClsFtSc> clone(Derived().clone());
-    EXPECT_EQ(typeid(*clone), typeid(Derived));
+    const ktClsFtSc& cloned = *clone;
+    EXPECT_EQ(typeid(cloned), typeid(Derived));
 }
 
 TEST(FeatureScore, CloneCopyAndAssignedObjectAreIndependent)

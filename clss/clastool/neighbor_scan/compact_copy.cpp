@@ -222,7 +222,8 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
         return false;
     }
     const ktFeaturePattern& pattern = *store.patterns_.back();
-    if (pattern.measurements_.size() != size_ || pattern.numInvalid() != 0) {
+    if (pattern.measurements_.size() != size_ ||  // not covered: the store takes no pattern of another size
+        pattern.numInvalid() != 0) {
         return false;
     }
     for (std::size_t j = 0; j < size_; ++j) {

@@ -539,11 +539,8 @@ private:
             const std::size_t count = std::min(kt_blockRows, numRows_ - first);
             float sums[kt_blockRows];
             const std::uint64_t within = floatSums(copy_.floats_.data() + first * size_, sums);
-            forEachBit(within & (~std::uint64_t{0} >> (kt_blockRows - count)), [&](std::size_t i) {
-                if (!(static_cast<double>(sums[i]) > limit_)) {
-                    list.insert(first + i, exactDistance(first + i));
-                }
-            });
+            forEachBit(within & (~std::uint64_t{0} >> (kt_blockRows - count)),
+                       [&](std::size_t i) { list.insert(first + i, exactDistance(first + i)); });
         }
         takeRows(list, rows);
     }
