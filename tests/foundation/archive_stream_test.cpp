@@ -264,6 +264,36 @@ TEST(ArchiveStream, OperationsInsideAnotherReachTheSinkInBlocks)
     EXPECT_EQ(kt_test::storedAndLoaded(nested), nested);
 }
 
+/// Counts how often it is asked for a place.
+class AskedSource : public std::stringbuf {
+public:
+    explicit AskedSource(const std::string& bytes) : std::stringbuf(bytes) {}
+    long numAsked() const { return numAsked_; }
+
+protected:
+    pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override
+    {
+        ++numAsked_;
+        return std::stringbuf::seekoff(offset, from, which);
+    }
+
+private:
+    long numAsked_ = 0;
+};
+
+TEST(ArchiveStream, IsAskedOnceAPassHowManyBytesThereAre)
+{
+    const std::vector<std::vector<long>> nested = {{1, 2}, {3}, {}};
+    AskedSource source(store(nested));
+    std::istream in(&source);
+    ktArchive archive(in);
+    std::vector<std::vector<long>> loaded;
+    archive || loaded;
+    EXPECT_EQ(loaded, nested);
+    // Where it stands, and where it ends.
+    EXPECT_EQ(source.numAsked(), 2);
+}
+
 TEST(ArchiveStream, EveryLengthAroundTheBufferIsStoredWhole)
 {
     for (const std::size_t length : {16370u, 16375u, 16376u, 16377u, 16384u, 16385u, 32768u, 40000u}) {

@@ -1071,6 +1071,25 @@ TEST(KnnMemory, IncrementalTrainingWithTooLittleOfItForACopyGivesTheSameAnswers)
     EXPECT_GT(allocations, 2);
 }
 
+TEST(KnnMemory, OfTheCopyGrowsByASixteenthAtMostBesideWhatAnAddedPatternNeeds)
+{
+    kt_test::needCounts();
+    constexpr long numPatterns = 1024;
+    const ktFeaturePattern added(std::vector<double>(64, 1.0), {});
+    Data provider;
+    for (long i = 0; i < numPatterns; ++i) {
+        provider.addData(new ktFeaturePattern(added), 1);
+    }
+    kt_ClassifierKNN knn;
+    knn.train(provider, Params(1));
+    const kt_test::MemoryWatch watch;
+    knn.trainIncremental(added, 1);
+    // One more block of 64 patterns, a sixteenth of all, and the pattern; the lists of patterns and labels may double.
+    constexpr long floats = numPatterns * 64 * 4;
+    constexpr long lists = 2 * numPatterns * 8;
+    EXPECT_LE(watch.liveBytes(), floats / 16 + floats / 16 + lists + 8192);
+}
+
 TEST(KnnMemory, RunThatRunsOutOfItLeavesTheResult)
 {
     const OpenKNN classifier = trained(line, Params(4));
