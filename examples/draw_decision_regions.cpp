@@ -21,7 +21,7 @@ using namespace examples;
 
 namespace {
 
-const SvgAxis radiusAxis = {"worst radius / pixels", 6.0, 38.0, 4.0};
+const SvgAxis radiusAxis = {"worst radius (unit of length of the data)", 6.0, 38.0, 4.0};
 const SvgAxis dentsAxis = {"worst concave points (no unit)", -0.01, 0.31, 0.05};
 
 const char* const benignArea = "#d3e7f6";
