@@ -14,7 +14,8 @@ void print(const ktClassifierTool& tool, const ktFeaturePattern& pattern)
 int main()
 {
     // [tree]
-    // Of each category its label, match score, class score and expected cost.
+    // Of each category its label, match score, class score and expected cost; last the logarithm of a factor that all match
+    // scores share, 0 if there is none.
     const ktDecisionTreeLeaf large(ktClassifierResult({{1, 1.0, 0.9, 0.1}, {2, 1.0, 0.1, 0.9}}, 0.0));
     const ktDecisionTreeLeaf small(ktClassifierResult({{2, 1.0, 1.0, 0.0}}, 0.0));
     const ktDecisionTreeNode tree(ktRangePredicate(ktRange(10.0, 20.0), {0}), large, small);
