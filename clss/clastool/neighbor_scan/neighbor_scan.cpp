@@ -30,6 +30,8 @@ std::atomic<int> chosenSet{-1};
 
 const kt_ScanKernels& kernels()
 {
+    // 1 is chosen only where there are such kernels.
+    // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.UndefReturn)
     return kt_CompactCopy::instructionSet() == 1 ? *kt_avx2Kernels : kt_baselineKernels;
 }
 
