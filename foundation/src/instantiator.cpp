@@ -23,11 +23,15 @@ kt_Instantiator::~kt_Instantiator()
     if (newest.compare_exchange_strong(expected, next_)) {
         return;
     }
+    // Not in this list where two static copies of the library see each other's functions, and the linker has moved the
+    // constructor of one of them into its callers: then it is in the other copy's list, which goes with it.
     kt_Instantiator* newer = expected;
-    while (newer->next_ != this) {
+    while (newer != nullptr && newer->next_ != this) {  // not covered: never null with shared libraries
         newer = newer->next_;
     }
-    newer->next_ = next_;
+    if (newer != nullptr) {  // not covered: as the loop
+        newer->next_ = next_;
+    }
 }
 
 const kt_Instantiator* kt_Instantiator::first() noexcept
