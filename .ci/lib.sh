@@ -55,7 +55,6 @@ need_check_tools() {
     need libbenchmark-dev "the benchmark programs are written with it" installed libbenchmark-dev
     need bsdutils "runs an example on a terminal" command -v script
     need git "lists the files of the project" command -v git
-    need_32_bit_compiler
 }
 
 need_site_tools() {
