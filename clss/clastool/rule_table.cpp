@@ -70,6 +70,11 @@ ktClsFtSc::ktClsFtSc(const ktClsFtSc&) = default;
 ktClsFtSc& ktClsFtSc::operator=(const ktClsFtSc&) = default;
 ktClsFtSc::~ktClsFtSc() = default;
 
+bool ktClsFtSc::operator==(const ktClsFtSc& other) const
+{
+    return typeid(*this) == typeid(other);
+}
+
 ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore() = default;
 ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore(const ktClassifierFeatureScoreIgnore&) = default;
 ktClassifierFeatureScoreIgnore& ktClassifierFeatureScoreIgnore::operator=(const ktClassifierFeatureScoreIgnore&) =

@@ -25,6 +25,10 @@ public:
     /// False lets an incomplete training stand; a run then says what is missing.
     void throwIfNotReady(bool throwIfNotReady) { throwIfNotReady_ = throwIfNotReady; }
 
+    /// The same technique and equal values, as `isEqual_` of this object says.
+    bool operator==(const ktClassifierTrainParams& other) const { return isEqual_(other); }
+    bool operator!=(const ktClassifierTrainParams& other) const { return !isEqual_(other); }
+
 protected:
     ktClassifierTrainParams(const ktClassifierTrainParams&);
     ktClassifierTrainParams& operator=(const ktClassifierTrainParams&);
@@ -66,6 +70,10 @@ public:
     /// Whether both are trained or both are not, and their stored parameters are equal (or neither holds any). A technique
     /// adds the comparison of its model.
     virtual bool isEquivalent(const kt_Classifier& other) const;
+
+    /// What `isEquivalent` says.
+    bool operator==(const kt_Classifier& other) const { return isEquivalent(other); }
+    bool operator!=(const kt_Classifier& other) const { return !isEquivalent(other); }
 
     /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
     /// `params` may be the stored ones.

@@ -25,6 +25,10 @@ public:
     /// True here, so a metric that does not override it is equivalent to every other.
     virtual bool isEquivalent(const ktPatternDistanceMetric& other) const;
 
+    /// What `isEquivalent` says.
+    bool operator==(const ktPatternDistanceMetric& other) const { return isEquivalent(other); }
+    bool operator!=(const ktPatternDistanceMetric& other) const { return !isEquivalent(other); }
+
 protected:
     ktPatternDistanceMetric(const ktPatternDistanceMetric&);
     ktPatternDistanceMetric& operator=(const ktPatternDistanceMetric&);

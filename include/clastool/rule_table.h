@@ -34,8 +34,9 @@ public:
     virtual double score(double x) const = 0;
     /// A new copy, owned by the caller until a handle takes it.
     virtual ktClsFtSc* clone() const = 0;
-    /// The same exact class and equal values; NaN equals NaN.
-    virtual bool operator==(const ktClsFtSc& other) const = 0;
+    /// The same exact class and equal values; NaN equals NaN. The base version compares the classes alone: a class with values
+    /// overrides it.
+    virtual bool operator==(const ktClsFtSc& other) const;
 };
 
 /// Compares two scoring functions of known classes: without it, C++20 would find the comparison ambiguous with its own

@@ -467,6 +467,8 @@ TEST_F(FrameComparison, LooksAtTrainingAndParameters)
         SCOPED_TRACE(row.label);
         EXPECT_EQ(row.a.isEquivalent(row.b), row.equivalent);
         EXPECT_EQ(row.b.isEquivalent(row.a), row.equivalent);
+        EXPECT_EQ(row.a == row.b, row.equivalent);
+        EXPECT_EQ(row.a != row.b, !row.equivalent);
     }
 }
 

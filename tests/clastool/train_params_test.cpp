@@ -69,6 +69,19 @@ TEST(TrainParams, AreEqualToAllOthersUnlessADerivedClassSaysOtherwise)
     EXPECT_TRUE(PlainParams().isEqual_(kt_test::TechniqueParams(script, 1)));
 }
 
+TEST(TrainParams, ComparisonAsksTheFirstOnes)
+{
+    kt_test::Script script;
+    const kt_test::TechniqueParams one(script, 1);
+    const kt_test::TechniqueParams two(script, 2);
+    EXPECT_TRUE(one == kt_test::TechniqueParams(script, 1));
+    EXPECT_FALSE(one != kt_test::TechniqueParams(script, 1));
+    EXPECT_FALSE(one == two);
+    EXPECT_TRUE(one != two);
+    EXPECT_TRUE(PlainParams() == one);
+    EXPECT_FALSE(PlainParams() != one);
+}
+
 TEST(TrainParams, HaveOnePersistentPartAndOneCountWhateverElseTheyDeriveFrom)
 {
     struct Other : virtual ktPersistent, virtual ktRepBase {};

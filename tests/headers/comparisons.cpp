@@ -26,6 +26,17 @@ bool comparesAsFamily()
            compares(base, base);
 }
 
+/// The same, but the derived classes have an operator of their own for two of their kind.
+template <class Base, class A, class B>
+bool comparesThroughBase()
+{
+    const A a;
+    const B b;
+    const Base& base = a;
+    return compares(a, a) && compares(b, b) && compares(base, base) && (base == a) != (base != a) &&
+           (base == b) != (base != b);
+}
+
 bool values()
 {
     return comparesWithItself<ktRange>() && comparesWithItself<ktPair<long>>() &&
@@ -58,6 +69,11 @@ bool families()
     return comparesAsFamily<ktPredicateFunction, ktComparisonPredicate, ktRangePredicate>() &&
            comparesAsFamily<ktPredicateFunction, ktRangePredicate, ktValidityPredicate>() &&
            comparesAsFamily<ktDecisionTree, ktDecisionTreeNode, ktDecisionTreeLeaf>() &&
+           comparesThroughBase<ktPatternDistanceMetric, ktPatternDistanceMetricNorm, ktPatternDistanceMetricNorm>() &&
+           comparesThroughBase<ktClassifierTrainParams, ktClassifierTrainParamsKNN,
+                               ktClassifierTrainParamsBayesian>() &&
+           comparesThroughBase<kt_Classifier, kt_ClassifierKNN, kt_ClassifierBayesian>() &&
+           comparesThroughBase<kt_Classifier, kt_ClassifierKNN, kt_ClassifierDecisionTree>() &&
            comparesAsFamily<ktClsFtSc, ktClassifierFeatureScoreIgnore, ktClassifierFeatureScoreOneSided>() &&
            comparesAsFamily<ktClsFtSc, ktClassifierFeatureScoreOneSided, ktClassifierFeatureScoreTwoSided>();
 }

@@ -12,6 +12,12 @@ public:
     bool operator==(const ktClsFtSc& other) const override { return dynamic_cast<const OwnScore*>(&other) != nullptr; }
 };
 
+class PlainScore : public ktClsFtSc {
+public:
+    double score(double) const override { return 1.0; }
+    PlainScore* clone() const override { return new PlainScore(*this); }
+};
+
 template <class A, class B>
 bool compares(const A& a, const B& b)
 {
@@ -24,7 +30,7 @@ bool comparesWithEveryScore(const Score& score)
     const ktClsFtSc& base = score;
     return compares(score, base) && compares(base, base) && compares(score, ktClassifierFeatureScoreIgnore()) &&
            compares(score, ktClassifierFeatureScoreOneSided()) && compares(score, ktClassifierFeatureScoreTwoSided()) &&
-           compares(score, OwnScore());
+           compares(score, OwnScore()) && compares(score, PlainScore());
 }
 
 }  // namespace
@@ -35,6 +41,7 @@ bool everyRuleComparison()
     return comparesWithEveryScore(ktClassifierFeatureScoreIgnore()) &&
            comparesWithEveryScore(ktClassifierFeatureScoreOneSided()) &&
            comparesWithEveryScore(ktClassifierFeatureScoreTwoSided()) && comparesWithEveryScore(OwnScore()) &&
-           compares(handle, handle) && compares(ktClassifierRule(), ktClassifierRule()) &&
+           comparesWithEveryScore(PlainScore()) && compares(handle, handle) &&
+           compares(ktClassifierRule(), ktClassifierRule()) &&
            compares(ktClassifierRuleTable(), ktClassifierRuleTable());
 }

@@ -189,7 +189,7 @@ TEST(MetricNorm, AddsTheTermsInTheOrderOfTheMeasurements)
 
 TEST(MetricNorm, TwoEmptyPatternsHaveDistanceZeroAtEveryOrder)
 {
-    for (const double order : {0.5, 1.0, 2.0, 3.0, 7.5}) {
+    for (const double order : {0.5, 1.0, 2.0, 3.0, 7.5, std::numeric_limits<double>::max(), infinity}) {
         EXPECT_EQ(distance(ktPatternDistanceMetricNorm(order), {}, {}), 0.0) << order;
     }
 }
@@ -265,6 +265,18 @@ TEST(MetricNorm, ComparisonAsksTheOverridingClass)
     const ktPatternDistanceMetricNorm& metric = derived;
     EXPECT_FALSE(metric == metric);
     EXPECT_TRUE(metric != metric);
+}
+
+TEST(Metric, ComparisonThroughTheBaseAsksTheFirstOne)
+{
+    const ktPatternDistanceMetricNorm two(2.0);
+    const ktPatternDistanceMetricNorm three(3.0);
+    const ktPatternDistanceMetric& metric = two;
+    EXPECT_TRUE(metric == two);
+    EXPECT_FALSE(metric != two);
+    EXPECT_FALSE(metric == three);
+    EXPECT_TRUE(metric != three);
+    EXPECT_FALSE(metric == kt_test::Chebyshev());
 }
 
 TEST(MetricNorm, IsStoredAsItsVersionItsBaseAndItsOrder)

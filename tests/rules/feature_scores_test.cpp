@@ -116,6 +116,22 @@ TEST(FeatureScore, IsACountedObjectThatArchivesDoNotKnowByPointer)
     EXPECT_EQ(OneSided(static_cast<const OneSided&>(*held)).refCount(), 0) << "a copy";
 }
 
+TEST(FeatureScore, OfAnOwnClassIsEqualToThoseOfItsExactClass)
+{
+    class Half : public ktClsFtSc {
+    public:
+        double score(double) const override { return 0.5; }
+        Half* clone() const override { return new Half(*this); }
+    };
+    class Derived : public Half {};
+    const ktClsFtSc& half = Half();
+    EXPECT_TRUE(half == Half());
+    EXPECT_FALSE(half != Half());
+    EXPECT_FALSE(half == Derived());
+    EXPECT_FALSE(Derived() == half);
+    EXPECT_FALSE(half == ktClassifierFeatureScoreIgnore());
+}
+
 TEST(FeatureScoreIgnore, GivesTheMarkerForEveryValue)
 {
     const Ignore ignore;
