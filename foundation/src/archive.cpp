@@ -421,7 +421,7 @@ void ktArchive::throwImpossibleCount(std::uint64_t count) const
     throwCorrupt("impossible count " + std::to_string(count));
 }
 
-std::size_t ktArchive::count(std::size_t count, std::size_t leastStoredSize)
+std::size_t ktArchive::count(std::size_t count, std::size_t leastStoredSize, std::size_t notChecked)
 {
     if (isStoring()) {
         if (count > std::numeric_limits<std::uint32_t>::max()) {
@@ -431,7 +431,7 @@ std::size_t ktArchive::count(std::size_t count, std::size_t leastStoredSize)
         return count;
     }
     const std::uint32_t loaded = load32();
-    if (!canHold(loaded, leastStoredSize)) {
+    if (loaded > notChecked && !canHold(loaded, leastStoredSize)) {
         throwImpossibleCount(loaded);
     }
     return loaded;

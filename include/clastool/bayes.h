@@ -282,11 +282,8 @@ public:
 
     ktPtrHandle<ktClassifierTrainParams> clone() const override;
 
-    /// Equal types, frequencies, costs and maximum values; `throwIfNotReady` is not compared.
-    bool operator==(const ktClassifierTrainParamsBayesian& other) const { return isEqual_(other); }
-    bool operator!=(const ktClassifierTrainParamsBayesian& other) const { return !(*this == other); }
-
 protected:
+    /// Equal types, frequencies, costs and maximum values; `throwIfNotReady` is not compared.
     bool isEqual_(const ktClassifierTrainParams& other) const override;
     bool isSameTechnique_(const ktClassifierTrainParams& other) const override;
     kt_Classifier* newClassifier_() const override;
@@ -312,6 +309,8 @@ class KT_API kt_CategoryModel : public ktPersistent, public ktRepBase {
 public:
     /// Label 0, no measurements.
     kt_CategoryModel();
+    kt_CategoryModel(const kt_CategoryModel&);
+    kt_CategoryModel& operator=(const kt_CategoryModel&);
     ~kt_CategoryModel() override;
 
     /// How well the pattern fits the category: a log-likelihood.
@@ -333,9 +332,6 @@ public:
     bool operator!=(const kt_CategoryModel& other) const { return !(*this == other); }
 
 protected:
-    kt_CategoryModel(const kt_CategoryModel&);
-    kt_CategoryModel& operator=(const kt_CategoryModel&);
-
     void dispatchSerialize(ktArchive& archive) override;
     /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);

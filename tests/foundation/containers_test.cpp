@@ -134,6 +134,30 @@ TEST(ArchiveContainers, VectorIsResizedBeforeItsElementsAreLoaded)
     EXPECT_EQ(texts, (std::vector<std::string>{"a", "", ""}));
 }
 
+// The second time its objects have been met in this pass, so there is nothing to read of them.
+TEST(ArchiveContainers, VectorOfObjectsCanGoByTwiceInAPass)
+{
+    std::vector<toys::Note> notes{toys::Note("a"), toys::Note("b"), toys::Note("c")};
+    std::ostringstream out;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        archive || notes || notes;
+    }
+    const std::string once = afterHeader(store(notes));
+    EXPECT_EQ(toHex(afterHeader(out.str())), toHex(once + fromHex("00 03 00 00 00")));
+    std::istringstream in(out.str());
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    std::vector<toys::Note> loaded;
+    archive || loaded || loaded;
+    ASSERT_EQ(loaded.size(), 3u);
+    EXPECT_EQ(loaded[2].text, "c");
+    std::vector<toys::Note> shorter(2);
+    EXPECT_THROW(loadInto(shorter, archiveHeader() + fromHex("00 03 00 00 00")), ktArchive::Corrupt);
+    EXPECT_EQ(shorter.size(), 2u);
+}
+
 template <class T>
 void expectVersionOneIsRefused()
 {

@@ -94,8 +94,9 @@ public:
     static void checkVersion(unsigned char version, const char* where = nullptr, int line = 0);
 
     /// The count of a sequence whose elements store at least `leastStoredSize` bytes each: stores `count`, or loads one and
-    /// checks it against the bytes that are left, where the stream can tell. Returns the count.
-    std::size_t count(std::size_t count, std::size_t leastStoredSize);
+    /// checks it against the bytes that are left, where the stream can tell. A loaded count up to `notChecked` is taken as it
+    /// is. Returns the count.
+    std::size_t count(std::size_t count, std::size_t leastStoredSize, std::size_t notChecked = 0);
     /// Loading: throws Corrupt if so many elements of so many bytes each cannot be left.
     void requireBytesLeft(std::uint64_t elements, std::size_t leastStoredSize);
     /// Whether the stream could tell how many bytes are left; if not, a loaded count is only a claim.
@@ -321,7 +322,9 @@ ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
 {
     ktArchive::Pass pass(archive);
     archive.version();
-    const std::size_t count = archive.count(values.size(), ktLeastStoredSize<T>::value);
+    // Of objects that are there already nothing is stored if this pass has met them before.
+    const std::size_t notChecked = std::is_base_of_v<ktPersistent, T> ? values.size() : 0;
+    const std::size_t count = archive.count(values.size(), ktLeastStoredSize<T>::value, notChecked);
     if (archive.isLoading() && (archive.bytesLeftKnown() || count < values.size())) {
         values.resize(count);
     }
