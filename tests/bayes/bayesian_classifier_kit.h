@@ -1,0 +1,53 @@
+#pragma once
+
+#include "bayes_kit.h"
+#include "support/normal_reference.h"
+
+#include <cmath>
+#include <limits>
+
+// What the tests of the Bayesian classifier share.
+
+namespace bayes {
+
+inline constexpr const char* noData = "No valid data was provided for training.";
+
+inline constexpr double infinity = std::numeric_limits<double>::infinity();
+inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+/// Two categories of two measurements.
+inline const std::vector<kt_test::Labelled> twoCategories = {{{1.0, 10.0}, 5}, {{2.0, 12.0}, 5}, {{8.0, 30.0}, 2},
+                                                             {{9.0, 36.0}, 2}, {{3.0, 11.0}, 5}, {{7.0, 33.0}, 2}};
+
+inline ktFeaturePattern pattern(const std::vector<double>& values, const Indices& invalid = {})
+{
+    return {values, invalid};
+}
+
+/// Expects the error from a run, and the caller's result untouched.
+template <class Error>
+void expectRunThrows(const kt_Classifier& classifier, const std::string& message, long number,
+                     const ktFeaturePattern& query = pattern({0.5, 0.5}))
+{
+    ktClassifierResult result = kt_test::untouchedResult();
+    kt_test::expectThrows<Error>(message, number, [&] { classifier.run(query, result); });
+    EXPECT_TRUE(result == kt_test::untouchedResult());
+}
+
+/// Categories with two normal groups and a binomial one.
+inline OpenBayesian ofCategories(long categories)
+{
+    Types types;
+    std::vector<kt_test::Labelled> rows;
+    for (long i = 0; i < categories; ++i) {
+        types.distributionTypeOverride(i, 2, Types::eBinomial);
+        types.setDependent(i, {0, 3});
+        const auto shift = static_cast<double>(i);
+        for (const std::vector<double>& row : kt_test::TrainingSet{8, 4, 0.0, 3.0, 22}.rows()) {
+            rows.push_back({{row[0] + shift, row[1], std::floor(std::abs(3.0 * row[2])), row[3] - shift}, i});
+        }
+    }
+    return trained(rows, Params(types, {}, {}, pattern({1.0, 1.0, 20.0, 1.0})));
+}
+
+}  // namespace bayes

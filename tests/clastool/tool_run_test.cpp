@@ -1,0 +1,66 @@
+#include "support/allocations.h"
+#include "support/attention.h"
+#include "support/failures.h"
+#include "support/training.h"
+#include "tool_kit.h"
+
+#include <clastool/classifier.h>
+#include <clastool/nearest_neighbor.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kt_test::answer;
+using kt_test::expectThrows;
+using kt_test::labelsOf;
+using kt_test::pattern;
+using kt_test::Tool;
+using kt_test::trainedKnn;
+using kt_test::untouchedResult;
+
+using Calls = std::vector<std::string>;
+using Knn = ktClassifierTrainParamsKNN;
+
+// Running
+
+TEST_F(Tool, RunHandsOnPatternResultDiagnosticsAndFlags)
+{
+    trainWithTechnique();
+    ktClassifierResult result;
+    tool_.run(*pattern({5}), result, &caller_, 4);
+    const Calls expected = {"recordRunInputs_(destination, 12, 5)", "run_(5)", "recordRunDetails_(destination, 12)",
+                            "recordRunResults_(destination, 12, 5, label 5)"};
+    EXPECT_EQ(script_.calls, expected);
+    EXPECT_EQ(labelsOf(result), std::vector<long>{5});
+}
+
+TEST_F(Tool, RunIsAbortedByTheAttentionCheckAndLeavesTheResult)
+{
+    tool_ = trainedKnn(Knn(4));
+    for (long n = 1; n <= 5 + 3; ++n) {
+        SCOPED_TRACE(n);
+        const kt_test::Attention attention(n, kt_test::abortStatus);
+        ktClassifierResult result = untouchedResult();
+        expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008, [&] { tool_.run(*pattern({0}), result); });
+        EXPECT_TRUE(result == untouchedResult());
+        EXPECT_EQ(attention.polls(), n);
+    }
+    const kt_test::Attention attention;
+    EXPECT_EQ(answer(tool_, {0}).categoryResults().size(), 3u);
+    EXPECT_EQ(attention.polls(), 5 + 3);
+}
+
+// Memory that runs out
+
+TEST(ToolMemory, RunThatRunsOutOfItLeavesTheResult)
+{
+    const ktClassifierTool tool = trainedKnn(Knn(4));
+    const auto query = pattern({0});
+    const long allocations = kt_test::failEachAllocation(
+        [] { return untouchedResult(); }, [&](ktClassifierResult& result) { tool.run(*query, result); },
+        [](const ktClassifierResult& result) { EXPECT_TRUE(result == untouchedResult()); });
+    EXPECT_GT(allocations, 0);
+}
+
+}  // namespace

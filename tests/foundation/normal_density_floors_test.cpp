@@ -1,0 +1,214 @@
+#include "normal_density_kit.h"
+#include "support/normal_reference.h"
+
+#include <kt/normal_density.h>
+#include <kt/random.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+using kt_test::Indices;
+using kt_test::infinity;
+using kt_test::learn;
+using kt_test::learnt;
+using kt_test::logOf;
+using kt_test::Moments;
+using kt_test::nan;
+using kt_test::restored;
+using kt_test::Rows;
+using kt_test::TrainingSet;
+
+// The constants below were computed with 50 digits.
+
+TEST(NormalDensity, MarginalOfAFlooredDensityIsThatOfTheFlooredOne)
+{
+    // The third measurement is the sum of the others: only the floor of the eigenvalues makes this a density.
+    Rows rows;
+    for (const std::vector<double>& row : TrainingSet{40, 2, 1.0, 1.0, 10}.rows()) {
+        rows.push_back({row[0], row[1], row[0] + row[1]});
+    }
+    const Moments floored = kt_test::flooredReference(kt_test::twoPassMoments(rows));
+    const ktNormalDensity density = learnt(rows);
+    for (const Indices& kept : {Indices{0, 1}, Indices{0, 2}, Indices{1, 2}, Indices{2}}) {
+        Indices invalid;
+        std::vector<double> keptValues;
+        for (long i = 0; i < 3; ++i) {
+            if (std::find(kept.begin(), kept.end(), i) == kept.end()) {
+                invalid.push_back(i);
+            } else {
+                keptValues.push_back(rows[7][static_cast<std::size_t>(i)]);
+            }
+        }
+        const double expected =
+            kt_test::logNormalReference(kt_test::marginalReference(floored, kept), kt_test::asVector(keptValues));
+        EXPECT_NEAR(logOf(density, rows[7], invalid), expected, 1e-9) << kept.size() << " kept, last " << kept.back();
+    }
+}
+
+TEST(NormalDensity, StandardDeviationHasAFloor)
+{
+    struct Row {
+        const char* label;
+        double mean;
+        double variance;
+        double deviation;
+    };
+    const double relative = 0x1p-23 * 48.0;
+    const Row rows[] = {
+        {"constant", 48.0, 0.0, relative},
+        {"constant, negative", -48.0, 0.0, relative},
+        {"constant zero", 0.0, 0.0, 1e-9},
+        {"a mean too small for the relative floor", 1e-4, 0.0, 1e-9},
+        {"just below the relative floor", 48.0, 0.99 * relative * relative, relative},
+        {"just above the relative floor", 48.0, 1.01 * relative * relative, std::sqrt(1.01) * relative},
+        {"just below the last resort", 0.0, 0.99e-18, 1e-9},
+        {"just above the last resort", 0.0, 1.01e-18, std::sqrt(1.01e-18)},
+        {"denormal", 0.0, 5e-324, 1e-9},
+        {"negative variance", 48.0, -4.0, relative},
+        {"variance NaN", 48.0, nan, relative},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const ktNormalDensity density = restored({{row.mean}}, {{row.variance}});
+        const double atMean = -0.91893853320467274178 - std::log(row.deviation);
+        EXPECT_DOUBLE_EQ(logOf(density, {row.mean}), atMean);
+        // The deviation goes into the sum of mean and deviation only as far as the mean leaves room for its digits.
+        const double z = (row.mean + row.deviation - row.mean) / row.deviation;
+        EXPECT_DOUBLE_EQ(logOf(density, {row.mean + row.deviation}), atMean - 0.5 * z * z);
+    }
+}
+
+TEST(NormalDensity, EigenvaluesOfTheCorrelationsHaveAFloor)
+{
+    // Correlation 1: eigenvalues 2 along (1, 1) and 0 along (1, -1), the latter raised to 1e-8.
+    const double atMean = -1.83787706640934548356 - 0.5 * std::log(2e-8) - std::log(3.0) - std::log(5.0);
+    for (const double covariance : {15.0, 15.0000001, 1e9, -15.0, -1e9}) {
+        SCOPED_TRACE(covariance);
+        const double sign = covariance < 0.0 ? -1.0 : 1.0;
+        const ktNormalDensity density = restored({{0.0}, {0.0}}, {{9.0, covariance}, {covariance, 25.0}});
+        EXPECT_NEAR(logOf(density, {0.0, 0.0}), atMean, 1e-7);
+        EXPECT_NEAR(logOf(density, {3.0, sign * 5.0}), atMean - 0.5 * 2.0 / 2.0, 1e-7);
+        EXPECT_NEAR(logOf(density, {3.0, -sign * 5.0}) / (atMean - 0.5 * 2.0 / 1e-8), 1.0, 1e-6);
+    }
+}
+
+TEST(NormalDensity, EigenvaluesAboveTheFloorStayAsTheyAre)
+{
+    // Correlation 1 - 1e-7: the smaller eigenvalue is 1e-7.
+    const double correlation = 1.0 - 1e-7;
+    const ktNormalDensity density = restored({{0.0}, {0.0}}, {{1.0, correlation}, {correlation, 1.0}});
+    const double atMean = -1.83787706640934548356 - 0.5 * std::log(1e-7 * (2.0 - 1e-7));
+    EXPECT_NEAR(logOf(density, {0.0, 0.0}), atMean, 1e-8);
+}
+
+TEST(NormalDensity, CorrelationThatIsNotFiniteCountsAsZero)
+{
+    const ktNormalDensity independent = restored({{0.0}, {0.0}}, {{9.0, 0.0}, {0.0, 25.0}});
+    for (const double covariance : {nan, infinity, -infinity}) {
+        const ktNormalDensity density = restored({{0.0}, {0.0}}, {{9.0, covariance}, {covariance, 25.0}});
+        EXPECT_EQ(logOf(density, {1.0, 2.0}), logOf(independent, {1.0, 2.0}));
+    }
+}
+
+TEST(NormalDensity, FlooredDensityAgreesWithEigen)
+{
+    struct Row {
+        const char* label;
+        Rows rows;
+    };
+    const Row sets[] = {
+        {"one sample", {{1.0, 2.0, 3.0}}},
+        {"two equal", {{1.0, 2.0, 3.0}, {1.0, 2.0, 3.0}}},
+        {"two different", {{1.0, 2.0, 3.0}, {2.0, 2.5, -1.0}}},
+        {"a constant", {{1.0, 2.0, 7.0}, {2.0, 1.0, 7.0}, {4.0, 0.5, 7.0}, {3.0, 0.0, 7.0}}},
+        {"constant zero", {{1.0, 2.0, 0.0}, {2.0, 1.0, 0.0}, {4.0, 0.5, 0.0}, {3.0, 0.0, 0.0}}},
+        {"collinear", {{1.0, 2.0, 3.0}, {2.0, 4.0, 6.0}, {4.0, 8.0, 12.0}, {3.0, 6.0, 9.0}}},
+    };
+    for (const Row& set : sets) {
+        SCOPED_TRACE(set.label);
+        const Moments floored = kt_test::flooredReference(kt_test::twoPassMoments(set.rows));
+        const ktNormalDensity density = learnt(set.rows);
+        for (const std::vector<double>& x : Rows{set.rows[0], {1.0, 2.0, 3.0}, {1.5, 2.5, 3.5}, {-7.0, 0.0, 100.0}}) {
+            const double expected = kt_test::logNormalReference(floored, kt_test::asVector(x));
+            EXPECT_NEAR(logOf(density, x) / expected, 1.0, 1e-6);
+        }
+    }
+}
+
+TEST(NormalDensity, LogDensityIsHeldWithinItsLimits)
+{
+    struct Row {
+        const char* label;
+        ktNormalDensity density;
+        double x;
+    };
+    const double most = std::numeric_limits<double>::max();
+    const Row rows[] = {
+        {"far away", restored({{0.0}}, {{1.0}}), 1e200},
+        {"farther than a double reaches", restored({{-most}}, {{1.0}}), most},
+        {"at infinity", restored({{0.0}}, {{1.0}}), infinity},
+        {"at -infinity", restored({{0.0}}, {{1.0}}), -infinity},
+        {"at NaN", restored({{0.0}}, {{1.0}}), nan},
+        {"infinite mean", restored({{infinity}}, {{1.0}}), 0.0},
+        {"mean NaN", restored({{nan}}, {{1.0}}), 0.0},
+        {"infinite variance", restored({{0.0}}, {{infinity}}), 0.0},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(logOf(row.density, {row.x}), -1e300) << row.label;
+    }
+    EXPECT_EQ(logOf(restored({{0.0}}, {{1.0}}), {1e149}), -0.5 * 1e149 * 1e149) << "within the limits";
+    EXPECT_EQ(ktNormalDensity::held(1e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::held(1.0000001e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::held(infinity), 1e300);
+}
+
+/// A double of any bits.
+double anyDouble(ktRandomUniform& random)
+{
+    std::uint64_t bits = 0;
+    for (int i = 0; i < 4; ++i) {
+        bits = bits << 16 | static_cast<std::uint64_t>(random.next(0.0, 65536.0));
+    }
+    double value = 0.0;
+    std::memcpy(&value, &bits, sizeof value);
+    return value;
+}
+
+TEST(NormalDensity, AnyStateWhateverAnswersWithinTheLimits)
+{
+    constexpr unsigned long seed = 12;
+    ktRandomUniform random(seed);
+    for (int round = 0; round < 3000; ++round) {
+        SCOPED_TRACE(::testing::Message() << "seed " << seed << ", round " << round);
+        const auto size = static_cast<std::size_t>(random.next(1.0, 5.0));
+        const auto value = [&] { return random.next(0.0, 1.0) < 0.5 ? anyDouble(random) : random.next(-2.0, 2.0); };
+        Rows mean;
+        Rows covariance;
+        std::vector<double> x;
+        for (std::size_t i = 0; i < size; ++i) {
+            mean.push_back({value()});
+            x.push_back(value());
+            covariance.emplace_back();
+            for (std::size_t j = 0; j < size; ++j) {
+                covariance.back().push_back(value());
+            }
+        }
+        ktNormalDensity density = restored(mean, covariance);
+        for (const Indices& invalid : {Indices{}, Indices{0}}) {
+            const double log = logOf(density, x, invalid);
+            ASSERT_TRUE(log >= -1e300 && log <= 1e300) << log;
+        }
+        learn(density, Rows{x});
+        const double log = logOf(density, x);
+        ASSERT_TRUE(log >= -1e300 && log <= 1e300) << log;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,403 @@
+#include "knn_classifier_kit.h"
+#include "metrics.h"
+#include "support/allocations.h"
+#include "support/archives.h"
+#include "support/bytes.h"
+#include "support/failures.h"
+#include "support/technique.h"
+#include "support/training.h"
+
+#include <clastool/nearest_neighbor.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kt_test::expectThrows;
+using kt_test::Labelled;
+using kt_test::labelsOf;
+using kt_test::pattern;
+using kt_test::PatternHandle;
+using kt_test::trainingData;
+using neighbors::AlwaysTrained;
+using neighbors::answer;
+using neighbors::expectRunThrows;
+using neighbors::line;
+using neighbors::noData;
+using neighbors::notAutomatic;
+using neighbors::OpenKNN;
+using neighbors::trained;
+
+using Data = ktClassifierDataProviderMemory;
+using Params = ktClassifierTrainParamsKNN;
+
+constexpr const char* unknownVersion = "Unknown version in an archive.";
+
+std::string withoutHeader(const std::string& bytes)
+{
+    return bytes.substr(kt_test::archiveHeader().size());
+}
+
+// Copies and comparison
+
+TEST(KnnCopy, SharesThePatternsAndHasParametersOfItsOwn)
+{
+    OpenKNN classifier = trained(line, Params(1));
+    OpenKNN copy(classifier);
+    EXPECT_TRUE(copy.storedParams() == classifier.storedParams());
+    copy.retrain(Params(5));
+    EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{2}) << "k is still 1 here";
+    EXPECT_EQ(answer(copy, {0}).categoryResults().size(), 3u);
+    copy.untrain();
+    EXPECT_TRUE(classifier.isTrained());
+}
+
+TEST(KnnCopy, AssignedToItselfStaysAsItIs)
+{
+    OpenKNN classifier = trained(line, Params(3));
+    const kt_ClassifierKNN& same = classifier;
+    const ktClassifierResult before = answer(classifier, {0});
+    static_cast<kt_ClassifierKNN&>(classifier) = same;
+    EXPECT_TRUE(answer(classifier, {0}) == before);
+    EXPECT_EQ(dynamic_cast<const Params&>(*classifier.trainParams()).k(), 3);
+}
+
+TEST(KnnCopy, CloneIsOfTheSameClassAndHeldByItsHandleAlone)
+{
+    const ktPtrHandle<kt_Classifier> clone = trained(line, Params(3)).clone();
+    EXPECT_EQ(clone->refCount(), 1);
+    const kt_Classifier& classifier = *clone;
+    EXPECT_TRUE(typeid(classifier) == typeid(kt_ClassifierKNN));
+    EXPECT_TRUE(clone->isEquivalent(trained(line, Params(3))));
+}
+
+TEST(KnnComparison, LooksAtTrainingParametersAndPatterns)
+{
+    struct Row {
+        const char* label;
+        OpenKNN a;
+        OpenKNN b;
+        bool equal;
+    };
+    Data named = trainingData(line);
+    named.setName("named");
+    OpenKNN trainedNamed;
+    trainedNamed.train(named, Params(3));
+    OpenKNN loaded;
+    kt_test::loadInto(loaded, kt_test::store(trained(line, Params(3))));
+    OpenKNN started;
+    started.trainStart(Params(3));
+    const Row rows[] = {
+        {"both new", OpenKNN(), OpenKNN(), true},
+        {"one trained", trained(line, Params(3)), OpenKNN(), false},
+        {"trained alike", trained(line, Params(3)), trained(line, Params(3)), true},
+        {"another k", trained(line, Params(3)), trained(line, Params(4)), false},
+        {"other patterns", trained(line, Params(3)), trained({{{0}, 2}}, Params(3)), false},
+        {"another name of the training set", trained(line, Params(3)), trainedNamed, false},
+        {"the parameters in use are not compared", trained(line, Params(3)), loaded, true},
+        {"untrained, one with parameters", started, OpenKNN(), false},
+        {"untrained with equal parameters", started, started, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        EXPECT_EQ(row.a == row.b, row.equal);
+        EXPECT_EQ(row.b == row.a, row.equal);
+        EXPECT_EQ(row.a != row.b, !row.equal);
+        EXPECT_EQ(row.a.isEquivalent(row.b), row.equal);
+    }
+}
+
+TEST(KnnComparison, ClassifierOfAnotherClassIsNotEquivalent)
+{
+    kt_test::Script script;
+    EXPECT_FALSE(kt_ClassifierKNN().isEquivalent(kt_test::Technique(script)));
+}
+
+TEST(KnnComparison, NeedsThePatternsOfBothOnceTrained)
+{
+    const AlwaysTrained without;
+    OpenKNN with;
+    with.train_(trainingData(line), Params(1));
+    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(with == without); });
+    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(without == with); });
+}
+
+// Archives
+
+TEST(KnnArchive, IsItsVersionItsBaseAndThePatterns)
+{
+    const OpenKNN classifier = trained(line, Params(3));
+    std::istringstream in(kt_test::store(classifier));
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 1;
+    unsigned char baseVersion = 1;
+    ktPtrHandle<Params> params;
+    ktPtrHandle<Data> data;
+    archive || version || baseVersion || params || data;
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(baseVersion, 0);
+    ASSERT_FALSE(params.isNull());
+    EXPECT_TRUE(*params == Params(3));
+    ASSERT_FALSE(data.isNull());
+    EXPECT_TRUE(*data == trainingData(line));
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TEST(KnnArchive, OfAnUntrainedClassifierHoldsTwoNullPointers)
+{
+    EXPECT_EQ(kt_test::toHex(withoutHeader(kt_test::store(kt_ClassifierKNN()))), "00 00 00 00");
+}
+
+TEST(KnnArchive, SharedPatternsAreRestoredShared)
+{
+    ktPtrHandle<kt_ClassifierKNN> first = new kt_ClassifierKNN(trained(line, Params(1)));
+    ktPtrHandle<kt_ClassifierKNN> second = new kt_ClassifierKNN(*first);
+    std::stringstream stream;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        archive || first || second;
+    }
+    ktArchive archive(static_cast<std::istream&>(stream));
+    {
+        const ktArchive::Pass pass(archive);
+        archive || first || second;
+    }
+    first->trainIncremental(*pattern({5}), 9);
+    EXPECT_EQ(labelsOf(answer(*second, {5})), std::vector<long>{9});
+}
+
+TEST(KnnArchive, IsWrittenOnceAPass)
+{
+    OpenKNN classifier = trained(line, Params(3));
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        archive || classifier || classifier;
+    }
+    EXPECT_EQ(out.str(), kt_test::store(classifier));
+}
+
+TEST(KnnArchive, RefusesAnyOtherVersionOfEitherLayerBeforeAnythingChanges)
+{
+    const std::string stored = kt_test::store(kt_ClassifierKNN());
+    for (const std::size_t layer : {0u, 1u}) {
+        SCOPED_TRACE(layer);
+        OpenKNN classifier = trained(line, Params(3));
+        const std::string bytes = kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\x01");
+        expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001,
+                                                [&] { kt_test::loadInto(classifier, bytes); });
+        EXPECT_TRUE(classifier == trained(line, Params(3)));
+    }
+}
+
+TEST(KnnArchive, RefusesAnotherVersionHandedToSerializeAndLeavesTheStreamAlone)
+{
+    OpenKNN classifier = trained(line, Params(3));
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { classifier.serialize_(archive, 1); });
+    EXPECT_EQ(out.str(), "");
+}
+
+// Loaded classifiers
+
+/// The archive of a classifier put together from its two parts.
+template <class StoredParams, class StoredData>
+std::string crafted(ktPtrHandle<StoredParams> params, ktPtrHandle<StoredData> data)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    unsigned char version = 0;
+    archive || version || version || params || data;
+    return out.str();
+}
+
+ktPtrHandle<Data> newData(const std::vector<Labelled>& rows)
+{
+    return new Data(trainingData(rows));
+}
+
+/// A store as only a damaged archive makes it: patterns and labels that need not go together.
+ktPtrHandle<Data> damagedData(std::vector<PatternHandle> patterns, std::vector<long> labels)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        unsigned char version = 0;
+        std::string text;
+        archive || version || version || text || text || patterns || labels;
+    }
+    ktPtrHandle<Data> data = new Data;
+    kt_test::loadInto(*data, out.str());
+    return data;
+}
+
+ktPtrHandle<Params> paramsWithK(unsigned long k)
+{
+    std::string bytes = kt_test::store(Params(0x11223344));
+    bytes.replace(bytes.find(kt_test::littleEndian32(0x11223344)), 4, kt_test::littleEndian32(k));
+    return new Params(kt_test::load<Params>(bytes));
+}
+
+// Kept on purpose: loading gives the stored parameters back but does not put them to use.
+TEST(KnnLoaded, RunsWithTheParametersOfTheObjectLoadedIntoUntilItIsRetrained)
+{
+    const OpenKNN stored = trained(line, Params(3, ktPatternDistanceMetricNorm(1.0), ktClassifierCosts(5.0)));
+    const std::string bytes = kt_test::store(stored);
+    kt_ClassifierKNN fresh;
+    kt_test::loadInto(fresh, bytes);
+    EXPECT_TRUE(fresh == stored);
+    EXPECT_TRUE(answer(fresh, {0}) == answer(trained(line, Params()), {0})) << "k = 1, unit costs";
+
+    OpenKNN used = trained({{{1, 2}, 3}}, Params(4));
+    kt_test::loadInto(used, bytes);
+    EXPECT_TRUE(answer(used, {0}) == answer(trained(line, Params(4)), {0})) << "k = 4 as before";
+
+    fresh.retrain(*fresh.trainParams());
+    used.retrain(*used.trainParams());
+    EXPECT_TRUE(answer(fresh, {0}) == answer(stored, {0}));
+    EXPECT_TRUE(answer(used, {0}) == answer(stored, {0}));
+}
+
+TEST(KnnLoaded, WithoutPatternsIsUntrained)
+{
+    OpenKNN classifier = trained(line, Params(3));
+    kt_test::loadInto(classifier, crafted(ktPtrHandle<Params>(new Params(7)), ktPtrHandle<Data>()));
+    EXPECT_FALSE(classifier.isTrained());
+    EXPECT_EQ(dynamic_cast<const Params&>(*classifier.storedParams()).k(), 7);
+}
+
+TEST(KnnLoaded, ObjectsOfAnotherClassBecomeNull)
+{
+    const ktPtrHandle<ktFeaturePattern> foreign = new ktFeaturePattern({1.0}, {});
+    OpenKNN classifier = trained(line, Params(3));
+    kt_test::loadInto(classifier, crafted(foreign, newData({{{1}, 6}})));
+    EXPECT_TRUE(classifier.storedParams().isNull());
+    EXPECT_TRUE(classifier.isTrained());
+    expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, 0x10004204, [&] { classifier.trainParams(); });
+    kt_test::loadInto(classifier, crafted(ktPtrHandle<Params>(new Params(7)), foreign));
+    EXPECT_FALSE(classifier.isTrained());
+}
+
+TEST(KnnLoaded, KBelowOneFindsNoNeighbour)
+{
+    for (const unsigned long k : {0UL, 0xFFFFFFFFUL, 0x80000000UL}) {
+        SCOPED_TRACE(k);
+        kt_ClassifierKNN classifier;
+        kt_test::loadInto(classifier, crafted(paramsWithK(k), newData(line)));
+        EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{2}) << "k = 1 until retrained";
+        classifier.retrain(*classifier.trainParams());
+        expectRunThrows<ktClassifierDefs::BadParams>(
+            classifier, *pattern({0}), "At least one of the category frequencies must be > 0.", 0x10004200);
+    }
+}
+
+TEST(KnnLoaded, HugeKTakesAllPatternsAndNoMoreMemoryThanTheyNeed)
+{
+    kt_ClassifierKNN classifier;
+    kt_test::loadInto(classifier, crafted(paramsWithK(0x7FFFFFFFUL), newData(line)));
+    classifier.retrain(*classifier.trainParams());
+    const kt_test::MemoryWatch watch;
+    EXPECT_TRUE(answer(classifier, {0}) == answer(trained(line, Params(5)), {0}));
+    EXPECT_LT(watch.peakBytes(), 100000u);
+}
+
+/// Loads them and expects the memory that any input is allowed.
+std::vector<ktPtrHandle<kt_ClassifierKNN>> loadWithinBound(const std::string& bytes)
+{
+    std::vector<ktPtrHandle<kt_ClassifierKNN>> loaded;
+    const kt_test::MemoryWatch watch;
+    kt_test::loadInto(loaded, bytes);
+    EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
+    return loaded;
+}
+
+TEST(KnnLoaded, RetrainingHookTakesParametersWithoutPatterns)
+{
+    OpenKNN classifier;
+    kt_test::loadInto(static_cast<kt_ClassifierKNN&>(classifier),
+                      crafted(ktPtrHandle<Params>(new Params(1)), ktPtrHandle<Data>()));
+    ASSERT_FALSE(classifier.isTrained());
+    classifier.retrain_(Params(3));
+    EXPECT_FALSE(classifier.isTrained());
+    EXPECT_EQ(dynamic_cast<const Params&>(*classifier.storedParams()).k(), 1) << "the caller stores the new ones";
+}
+
+TEST(KnnLoaded, PatternsReferredToManyTimesTakeTheMemoryOfOne)
+{
+    const PatternHandle wide = pattern(std::vector<double>(1000, 0.5));
+    Data often;
+    for (int i = 0; i < 2000; ++i) {
+        often.addData(wide, i % 2);
+    }
+    const ktPtrHandle<kt_ClassifierKNN> trained(new kt_ClassifierKNN);
+    trained->train(often, Params(3));
+    const auto loaded = loadWithinBound(kt_test::store(std::vector<ktPtrHandle<kt_ClassifierKNN>>{trained}));
+    ktClassifierResult expected;
+    trained->run(*wide, expected);
+    for (const bool retrained : {false, true}) {
+        if (retrained) {
+            loaded[0]->retrain(Params(3));
+        }
+        ktClassifierResult result;
+        loaded[0]->run(*wide, result);
+        EXPECT_EQ(labelsOf(result).front(), labelsOf(expected).front());
+    }
+    EXPECT_TRUE(*loaded[0] == *trained);
+}
+
+TEST(KnnLoaded, StoreOfManyClassifiersTakesTheMemoryOfOne)
+{
+    const ktPtrHandle<kt_ClassifierKNN> trained(new kt_ClassifierKNN);
+    trained->train(trainingData({{std::vector<double>(1000, 0.5), 1}, {std::vector<double>(1000, 1.5), 2}}), Params());
+    const auto loaded = loadWithinBound(kt_test::store(std::vector<ktPtrHandle<kt_Classifier>>{
+        trained, trained->clone(), trained->clone(), trained->clone(), trained->clone(), trained->clone()}));
+    for (const auto& each : loaded) {
+        ktClassifierResult result;
+        each->run(*pattern(std::vector<double>(1000, 1.25)), result);
+        EXPECT_EQ(labelsOf(result).front(), 2);
+    }
+}
+
+TEST(KnnLoaded, DamagedPatternsAreRefusedWhereARunMeetsThem)
+{
+    const PatternHandle zero = pattern({0});
+    kt_ClassifierKNN classifier;
+    const auto load = [&classifier](const ktPtrHandle<Data>& data) {
+        kt_test::loadInto(classifier, crafted(ktPtrHandle<Params>(new Params(1)), data));
+    };
+    load(damagedData({zero, zero}, {3}));
+    EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{3}) << "the pattern without a label does not vote";
+    load(damagedData({pattern({5}), zero}, {3}));
+    expectRunThrows<ktClassifierDefs::BadIndex>(
+        classifier, *zero, "Category label index must be >=0 and < number of patterns.", 0x10004202);
+    load(damagedData({zero, nullptr}, {3, 4}));
+    expectRunThrows<ktBadPointer>(classifier, *zero, "", 0x10004007);
+    load(damagedData({nullptr, zero}, {3, 4}));
+    expectRunThrows<ktBadPointer>(classifier, *zero, "", 0x10004007);
+    load(damagedData({zero, pattern({0, 0})}, {3, 4}));
+    expectRunThrows<ktClassifierDefs::BadFeatures>(
+        classifier, *zero,
+        "Pattern distance function requires the number of measurementsin the two patterns to be equal", 0x10004206);
+    load(damagedData({zero}, {-7}));
+    expectRunThrows<ktClassifierDefs::BadLabel>(classifier, *zero, "Category labels must be >= 0", 0x10004203);
+    load(damagedData({}, {3}));
+    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *zero, noData, 0x10004207);
+}
+
+TEST(KnnLoaded, MetricOfAnotherClassIsMissedByTheRun)
+{
+    ktPtrHandle<Params> params = new Params(1, kt_test::withoutClone(), ktClassifierCosts());
+    kt_ClassifierKNN classifier;
+    kt_test::loadInto(classifier, crafted(params, newData(line)));
+    EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{2});
+    classifier.retrain(*classifier.trainParams());
+    expectRunThrows<ktBadPointer>(classifier, *pattern({0}), "", 0x10004007);
+}
+
+}  // namespace

@@ -1,0 +1,239 @@
+#include <clastool/decision_tree.h>
+
+#include "support/allocations.h"
+#include "support/attention.h"
+#include "support/failures.h"
+
+#include "tree_classifier_kit.h"
+#include "trees.h"
+
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+using kt_test::Attention;
+using kt_test::expectThrows;
+using trees::Classifier;
+using trees::deepTree;
+using trees::expectBadPointer;
+using trees::Leaf;
+using trees::leafFor;
+using trees::no;
+using trees::Node;
+using trees::Opened;
+using trees::OwnTree;
+using trees::resultFor;
+using trees::run;
+using trees::smallTree;
+using trees::trained;
+using trees::trainedTool;
+using trees::Tree;
+using trees::yes;
+
+class OwnLeaf : public ktDecisionTreeLeaf {
+public:
+    using ktDecisionTreeLeaf::ktDecisionTreeLeaf;
+    ktPtrHandle<ktDecisionTree> clone() const override { return new OwnLeaf(*this); }
+};
+
+class OwnNode : public ktDecisionTreeNode {
+public:
+    using ktDecisionTreeNode::ktDecisionTreeNode;
+    ktPtrHandle<ktDecisionTree> clone() const override { return new OwnNode(*this); }
+};
+
+/// Says the contrary of what its base says; throws for a pattern without measurements.
+class Contrary : public ktComparisonPredicate {
+public:
+    using ktComparisonPredicate::ktComparisonPredicate;
+    bool outcome(const ktFeaturePattern& pattern) const override
+    {
+        if (pattern.numMeasurements() == 0) {
+            throw std::runtime_error("nothing to compare");
+        }
+        return !ktComparisonPredicate::outcome(pattern);
+    }
+    ktPtrHandle<ktPredicateFunction> clone() const override { return new Contrary(*this); }
+};
+
+TEST(TreeClassifierRun, SingleLeafAnswersEveryPattern)
+{
+    const ktClassifierResult stored({{3, 0.5, 0.75, 1.0}, {1, 0.25, 0.25, 0.5}}, -12.5);
+    const Classifier classifier = trained(Leaf(stored));
+    EXPECT_TRUE(run(classifier, ktFeaturePattern()) == stored);
+    EXPECT_TRUE(run(classifier, ktFeaturePattern({1.0, 2.0}, {0})) == stored);
+    EXPECT_TRUE(run(trained(Leaf()), ktFeaturePattern()) == ktClassifierResult());
+}
+
+TEST(TreeClassifierRun, PredicateChoosesTheBranch)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Row {
+        const char* what;
+        ktFeaturePattern pattern;
+        long label;
+    };
+    const Classifier classifier = trained(smallTree());
+    for (const Row& row : std::vector<Row>{
+             {"greater", ktFeaturePattern({2.0, 1.0}, {}), 1},
+             {"equal", ktFeaturePattern({1.0, 1.0}, {}), 2},
+             {"less", ktFeaturePattern({1.0, 2.0}, {}), 2},
+             {"NaN", ktFeaturePattern({nan, 1.0}, {}), 2},
+             {"invalid", ktFeaturePattern({2.0, 1.0}, {0}), 2},
+             {"one measurement missing", ktFeaturePattern({2.0}, {}), 2},
+             {"no measurements", ktFeaturePattern(), 2},
+             {"more measurements than asked for", ktFeaturePattern({2.0, 1.0, 9.0}, {2}), 1},
+         }) {
+        EXPECT_TRUE(run(classifier, row.pattern) == resultFor({row.label})) << row.what;
+    }
+}
+
+TEST(TreeClassifierRun, ReplacesTheWholeResult)
+{
+    const ktClassifierResult stored({{3, 0.5, 1.0, 2.0}}, -0.5);
+    const Classifier classifier = trained(Leaf(stored));
+    ktClassifierResult result({{1, 0.5, 0.5, 1.0}, {2, 0.5, 0.5, 1.0}, {7, 0.5, 0.5, 1.0}}, 4.0);
+    classifier.run(ktFeaturePattern(), result);
+    EXPECT_TRUE(result == stored);
+}
+
+TEST(TreeClassifierRun, AllocatesNothingOnceTheResultHasRoom)
+{
+    const Classifier classifier = trained(deepTree());
+    const ktClassifierTool tool = trainedTool(deepTree());
+    const ktFeaturePattern pattern({2.0, 1.0}, {});
+    ktClassifierResult result = run(classifier, pattern);
+    EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(pattern, result); }), 0);
+    EXPECT_EQ(kt_test::allocationsDuring([&] { tool.run(pattern, result); }), 0);
+    EXPECT_TRUE(result == resultFor({1}));
+}
+
+TEST(TreeClassifierRun, EachAllocationFailureLeavesTheResultAsItWas)
+{
+    const Classifier classifier = trained(leafFor({1, 2, 3}));
+    const ktFeaturePattern pattern;
+    const long allocations = kt_test::failEachAllocation(
+        [] { return resultFor({9}); }, [&](ktClassifierResult& result) { classifier.run(pattern, result); },
+        [](const ktClassifierResult& result) { EXPECT_TRUE(result == resultFor({9})); });
+    EXPECT_GT(allocations, 0);
+}
+
+TEST(TreeClassifierRun, MissingPartThatTheWalkMeetsIsABadPointer)
+{
+    Node missingPredicate;
+    missingPredicate.trueTree(leafFor({1}));
+    missingPredicate.falseTree(leafFor({2}));
+    Node missingTrue;
+    missingTrue.predicateFunction(ktComparisonPredicate(0, 1));
+    missingTrue.falseTree(leafFor({2}));
+    Node missingFalse;
+    missingFalse.predicateFunction(ktComparisonPredicate(1, 0));
+    missingFalse.trueTree(leafFor({2}));
+    const ktFeaturePattern met({2.0, 1.0}, {});
+    for (const Node& tree : {missingPredicate, missingTrue, missingFalse, Node(yes(), missingTrue, leafFor({1}))}) {
+        const Classifier classifier = trained(tree);
+        ktClassifierResult result = resultFor({9});
+        expectBadPointer([&] { classifier.run(met, result); });
+        EXPECT_TRUE(result == resultFor({9}));
+        EXPECT_TRUE(classifier.isTrained());
+    }
+    const ktFeaturePattern passedBy({1.0, 2.0}, {});
+    EXPECT_TRUE(run(trained(missingTrue), passedBy) == resultFor({2}));
+    EXPECT_TRUE(run(trained(missingFalse), passedBy) == resultFor({2}));
+}
+
+TEST(TreeClassifierRun, WithoutATreeIsABadPointer)
+{
+    const Opened classifier;
+    ktClassifierResult result = resultFor({9});
+    const Attention attention;
+    expectBadPointer([&] { classifier.run_(ktFeaturePattern(), result); });
+    EXPECT_TRUE(result == resultFor({9}));
+    EXPECT_EQ(attention.polls(), 0);
+}
+
+TEST(TreeClassifierRun, TreeOfTheCallersOwnIsABadPointer)
+{
+    const Classifier classifier = trained(Node(yes(), OwnTree(), leafFor({1})));
+    ktClassifierResult result = resultFor({9});
+    const Attention attention;
+    expectBadPointer([&] { classifier.run(ktFeaturePattern(), result); });
+    EXPECT_TRUE(result == resultFor({9}));
+    EXPECT_EQ(attention.polls(), 2) << "polled on entering, before its class is looked at";
+}
+
+TEST(TreeClassifierRun, NodesLeavesAndPredicatesDerivedByTheCallerAreWalked)
+{
+    const OwnLeaf ifTrue(resultFor({1}));
+    const OwnNode inner(Contrary(0, 1), ifTrue, OwnLeaf(resultFor({2})));
+    const Classifier classifier = trained(Node(yes(), inner, leafFor({3})));
+    EXPECT_TRUE(run(classifier, ktFeaturePattern({2.0, 1.0}, {})) == resultFor({2}));
+    EXPECT_TRUE(run(classifier, ktFeaturePattern({1.0, 2.0}, {})) == resultFor({1}));
+}
+
+TEST(TreeClassifierRun, WhatAPredicateThrowsPassesThrough)
+{
+    const Classifier classifier = trained(Node(Contrary(0, 1), leafFor({1}), leafFor({2})));
+    ktClassifierResult result = resultFor({9});
+    EXPECT_THROW(classifier.run(ktFeaturePattern(), result), std::runtime_error);
+    EXPECT_TRUE(result == resultFor({9}));
+    EXPECT_TRUE(classifier.isTrained());
+}
+
+TEST(TreeClassifierRun, PollsOncePerTreeVisited)
+{
+    struct Row {
+        const char* what;
+        Tree tree;
+        long polls;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"a leaf", leafFor({1}).clone(), 1},
+             {"a node and its leaf", smallTree().clone(), 2},
+             {"three nodes and a leaf", deepTree().clone(), 4},
+             {"only what is visited", Node(no(), deepTree(), leafFor({1})).clone(), 2},
+         }) {
+        const Attention attention;
+        run(trained(*row.tree), ktFeaturePattern());
+        EXPECT_EQ(attention.polls(), row.polls) << row.what;
+    }
+}
+
+TEST(TreeClassifierRun, IsAbortedAtEachPoll)
+{
+    const Classifier classifier = trained(deepTree());
+    for (long failAt = 1; failAt <= 4; ++failAt) {
+        SCOPED_TRACE(failAt);
+        ktClassifierResult result = resultFor({9});
+        {
+            const Attention attention(failAt, kt_test::abortStatus);
+            expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008,
+                                    [&] { classifier.run(ktFeaturePattern(), result); });
+            EXPECT_EQ(attention.polls(), failAt);
+        }
+        EXPECT_TRUE(result == resultFor({9}));
+        classifier.run(ktFeaturePattern(), result);
+        EXPECT_TRUE(result == resultFor({1}));
+    }
+}
+
+TEST(TreeClassifierRun, StatusIsRaisedByItsConverter)
+{
+    const Classifier classifier = trained(smallTree());
+    ktClassifierResult result = resultFor({9});
+    const Attention attention(2, static_cast<long>(0x80000B61UL));
+    expectThrows<ktClassifierDefs::InsufficientTrainData>("No valid data has been used to train the distribution",
+                                                          0x10004207,
+                                                          [&] { classifier.run(ktFeaturePattern(), result); });
+    EXPECT_TRUE(result == resultFor({9}));
+}
+
+TEST(TreeClassifierRun, StatusThatIsNoFailureGoesOn)
+{
+    const Attention attention(1, 5);
+    EXPECT_TRUE(run(trained(smallTree()), ktFeaturePattern()) == resultFor({2}));
+    EXPECT_EQ(attention.polls(), 2);
+}
+
+}  // namespace
