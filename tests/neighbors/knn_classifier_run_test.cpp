@@ -179,6 +179,24 @@ TEST(KnnRun, MoreCategoriesThanFitOnTheStackAreAnsweredToo)
 
 // The attention check
 
+// Sorting them must not run away behind the end when most of them are the greatest.
+TEST(KnnRun, ManyNeighboursOfOneCategoryBesideManyOthersAreCounted)
+{
+    const long numOthers = 40;
+    const long numEqual = 160;
+    const double total = numOthers + numEqual;
+    std::vector<Labelled> rows;
+    for (long i = 0; i < numOthers; ++i) {
+        rows.push_back({{static_cast<double>(i)}, i});
+    }
+    rows.insert(rows.end(), numEqual, {{50.0}, 99});
+    const ktClassifierResult result = answer(trained(rows, Params(numOthers + numEqual)), {50.0});
+    ASSERT_EQ(result.categoryResults().size(), numOthers + 1u);
+    EXPECT_EQ(result.categoryResults().front().categoryLabel(), 99);
+    EXPECT_EQ(result.categoryResults().front().matchScore(), numEqual / total);
+    EXPECT_EQ(result.categoryResults().back().matchScore(), 1 / total);
+}
+
 TEST(KnnAttention, IsPolledOncePerKeptPatternAndOncePerCategoryInTheResult)
 {
     const OpenKNN classifier = trained(line, Params(4));

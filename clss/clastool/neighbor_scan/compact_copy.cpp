@@ -110,7 +110,7 @@ bool kt_CompactCopy::measure(const ktClassifierDataProviderMemory& store)
     if (std::abs(exponent) > 900) {
         return false;
     }
-    scale_ = reach > 0.0 ? std::ldexp(1.0, -exponent) : 1.0;
+    scale_ = std::ldexp(1.0, -exponent);
     return true;
 }
 
