@@ -3,12 +3,19 @@
 
 function is_documented() { return previous ~ /^ *\/\/\// }
 
+function copy_of(class) { return class in tells ? "A copy; see the class about what it shares." : "A copy." }
+
 # Without this line Doxygen leaves out what stands in no class.
 /^#pragma once/ { print "/** @file */"; next }
 
 /^extern template / { print ""; next }
 
 /\\$/ { print; previous = $0; next }
+
+# Whether the comment above a class has something to tell of copies.
+/^ *\/\/\/ / && !is_documented() { tells_of_copies = 0 }
+/^ *\/\/\/.*Copy:/ { tells_of_copies = 1 }
+/^ *(class|struct) .*[{]$/ && tells_of_copies { tells[$2 ~ /^KT_/ ? $3 : $2] = 1 }
 
 is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Threads|Archive|Kept on purpose):/) {
     before = substr($0, 1, RSTART + 3)
@@ -26,10 +33,13 @@ is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls
             sub(/^ */, "", name)
             sub(/\(.*/, "", name)
             if (line ~ ("\\((const )?" name "&&? ?[a-z]*\\)")) {
-                line = line (line ~ /= delete/ ? " ///< No copies." : " ///< A copy; see the class about what it shares.")
+                line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
             }
         } else if (line ~ /operator=\(/) {
-            line = line (line ~ /= delete/ ? " ///< No copies." : " ///< A copy; see the class about what it shares.")
+            name = line
+            sub(/.*operator=\((const )?/, "", name)
+            sub(/[^A-Za-z_].*/, "", name)
+            line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
         } else if (line ~ /operator!=\(.*[;}]$/) {
             line = line " ///< Not `==`."
         }
