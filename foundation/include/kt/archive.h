@@ -162,9 +162,10 @@ protected:
     explicit Errors(const std::string& message);
 };
 
-/// A version that this library does not know: a newer program stored it. Number 0x10004001. Message: "Unknown
-/// version in an archive: ktArchive." with what `where()` says, and ", line 7" if there is one; without `where()` "Unknown
-/// version in an archive.".
+/// A version that this library does not know. With "ktArchive" in `where()` the archive's header has it: a newer program
+/// stored it. Elsewhere it is the byte where a version should stand, so the archive may also be damaged, or hold something
+/// else than what is being loaded. Number 0x10004001. Message: "Unknown version in an archive: ktArchive." with what
+/// `where()` says, and ", line 7" if there is one; without `where()` "Unknown version in an archive.".
 class KT_FOUNDATION_API ktArchive::UnknownVersion : public ktArchive::Errors {
 public:
     /// `where` names a class or a place, lives as long as the program, and may be null.

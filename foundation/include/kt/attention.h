@@ -5,7 +5,7 @@
 #include <atomic>
 
 /// Long computations ask the attention check now and then whether to go on. Returns 0 to go on, or a failure code, which
-/// the computation raises with kfThrowExceptionOnFailure.
+/// the computation raises with kfThrowExceptionOnFailure. A value without bit 31 is no failure code: 1 goes on like 0.
 using kfAttentionHandler = long (*)(void* context);
 
 /// Sets the handler for the whole process; null takes it away. It is called on the computing thread, so with several

@@ -46,7 +46,8 @@ private:
 };
 
 /// A counted handle: holds one pointer to a `T` derived from ktRepBase, or null. The last handle that lets go destroys the
-/// object through its virtual destructor, so an object given to a handle lives on the free store.
+/// object through its virtual destructor, so an object given to a handle lives on the free store. A handle that gives only
+/// const access, ktPtrHandle_const<T>, is a ktPtrHandle<const T>.
 ///
 /// Copy: shares the object (count up), never clones it.
 /// Threads: handles to one object may be copied and dropped on several threads at once; one handle is used by one thread
