@@ -2,35 +2,54 @@
 
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 
 // [load]
-/// Loads a tool, or says on one line why that cannot be.
-bool load(ktClassifierTool& tool, std::istream& stream)
+const std::string marker = "tool that sorts parts";
+
+std::string reasonOf(const ktArchive::Errors& error)
+{
+    const auto begins = [text = error.message()](const char* beginning) { return text.rfind(beginning, 0) == 0; };
+    if (begins("Corrupt archive: not an archive")) {
+        return "another kind of file";
+    }
+    if (begins("Corrupt archive: unexpected end") || begins("Corrupt archive: impossible count")) {
+        return "cut short or damaged";
+    }
+    return "damaged or something else";
+}
+
+/// Loads a tool that stands behind the marker. Returns why that cannot be, or nothing.
+std::string load(ktClassifierTool& tool, std::istream& stream)
 {
     try {
         ktArchive archive(stream);
+        std::string found;
+        archive || found;
+        if (found != marker) {
+            return "something else: no marker";
+        }
         archive || tool;
-    } catch (const ktArchive::UnknownVersion& error) {
-        std::cout << "stored by a newer program: " << error.message() << "\n";
-        return false;
     } catch (const ktArchive::StreamFailed& error) {
-        std::cout << "the file cannot be read: " << error.message() << "\n";
-        return false;
-    } catch (const ktArchive::Errors& error) {  // Corrupt or TooDeep: nothing that this library stored
-        std::cout << "damaged or something else: " << error.message() << "\n";
-        return false;
+        return "cannot be read: " + error.message();
+    } catch (const ktArchive::UnknownVersion& error) {
+        const bool isNewer = error.where() != nullptr && error.where() == std::string("ktArchive");
+        return (isNewer ? "stored by a newer library: " : "newer, or damaged: ") + error.message();
+    } catch (const ktArchive::Errors& error) {  // Corrupt or TooDeep
+        return reasonOf(error) + ": " + error.message();
     }
-    if (!tool.isTrained()) {
-        std::cout << "the stored tool is not trained\n";
-        return false;
+    if (stream.peek() != std::istream::traits_type::eof()) {
+        return "something else: more than a tool";
     }
-    std::cout << "loaded\n";
-    return true;
+    return tool.isTrained() ? "" : "the stored tool is not trained";
 }
 // [load]
+
+void print(const std::string& reason)
+{
+    std::cout << (reason.empty() ? "loaded" : reason) << "\n";
+}
 
 int main()
 {
@@ -58,25 +77,27 @@ int main()
     }
     // [several]
 
-    // [stream]
-    std::ostringstream out;
-    {
+    const auto stored = [](auto&... values) {
+        std::ostringstream out;
         ktArchive archive(out);
-        archive || tool;
-    }
-    const std::string bytes = out.str();
-    std::istringstream in(bytes);
-    ktClassifierTool loaded;
-    load(loaded, in);
-    // [stream]
-
-    std::string newer = bytes;
+        (archive || ... || values);
+        return out.str();
+    };
+    std::string mark = marker;
+    const std::string good = stored(mark, tool);
+    std::string newer = good;
     newer[4] = 2;  // the number of the encoding
-    for (const std::string& damaged :
-         {std::string("PK and so on"), newer, bytes.substr(0, bytes.size() - 1), bytes.substr(0, 12), std::string()}) {
-        std::istringstream stream(damaged);
-        load(loaded, stream);
+    std::string newerTool = good;
+    newerTool[12 + marker.size()] = 1;  // the version of the tool
+    std::string other = "hello";
+    for (const std::string& bytes :
+         {good, std::string("PK and so on"), newer, newerTool, good.substr(0, good.size() - 1), good.substr(0, 12),
+          std::string(), stored(other), stored(mark, tool, other)}) {
+        std::istringstream stream(bytes);
+        ktClassifierTool loaded;
+        print(load(loaded, stream));
     }
     std::ifstream missing("no such file", std::ios::binary);
-    load(loaded, missing);
+    ktClassifierTool loaded;
+    print(load(loaded, missing));
 }

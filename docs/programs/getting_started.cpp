@@ -1,6 +1,7 @@
 #include <clastool/clastool.h>
 
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -31,13 +32,15 @@ void print(const ktClassifierResult& result)
 
 void store(ktClassifierTool& tool, const std::string& path)
 {
-    std::ofstream file(path, std::ios::binary);
+    const std::string beside = path + ".new";  // a store that fails half way leaves the old file alone
+    std::ofstream file(beside, std::ios::binary);
     ktArchive archive(file);
     archive || tool;
     file.close();  // only now does it show whether the disk took everything
     if (!file) {
-        throw std::runtime_error(path + ": cannot be written");
+        throw std::runtime_error(beside + ": cannot be written");
     }
+    std::filesystem::rename(beside, path);  // takes the place of the old one
 }
 
 void load(ktClassifierTool& tool, const std::string& path)
