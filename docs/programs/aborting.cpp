@@ -3,7 +3,13 @@
 #include <iostream>
 
 // [handler]
-const long stopped = static_cast<long>(0x80000C81u);  // a failure code of one's own: group 100, code 1
+/// A failure code: bit 31, a group, and a number from 0 to 31. Without bit 31 it would stop nothing.
+constexpr long failureCode(unsigned long group, unsigned long number)
+{
+    return static_cast<long>(0x80000000ul | group << 5 | number);
+}
+
+const long stopped = failureCode(100, 1);
 
 struct Budget {
     long polls;
