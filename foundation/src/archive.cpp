@@ -549,8 +549,26 @@ void ktArchive::UnknownVersion::suicideAndRethrow()
     ktException::rethrowCopyOf(this);
 }
 
-template class kt_ArchiveFailure<2>;
-template class kt_ArchiveFailure<3>;
-template class kt_ArchiveFailure<4>;
-template class kt_ArchiveFailure<5>;
-template class kt_ArchiveFailure<6>;
+// NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
+#define KT_DEFINE_FAILURE(Class, number)                                     \
+    ktArchive::Class::Class(const std::string& message) : Errors(message) {} \
+    ktArchive::Class::Class(const Class&) = default;                         \
+    ktArchive::Class& ktArchive::Class::operator=(const Class&) = default;   \
+    ktArchive::Class::~Class() = default;                                    \
+    long ktArchive::Class::errorNumber() const                               \
+    {                                                                        \
+        return number;                                                       \
+    }                                                                        \
+    void ktArchive::Class::suicideAndRethrow()                               \
+    {                                                                        \
+        rethrowCopyOf(this);                                                 \
+    }
+// NOLINTEND(bugprone-macro-parentheses)
+
+KT_DEFINE_FAILURE(Corrupt, 0x10004002)
+KT_DEFINE_FAILURE(OutOfRange, 0x10004003)
+KT_DEFINE_FAILURE(TooDeep, 0x10004004)
+KT_DEFINE_FAILURE(Conflict, 0x10004005)
+KT_DEFINE_FAILURE(StreamFailed, 0x10004006)
+
+#undef KT_DEFINE_FAILURE

@@ -297,6 +297,32 @@ TEST_P(NeighborScan, RowsThatRoundingOfTheQueryBringsIntoTheWrongOrderAreToldApa
     EXPECT_EQ(nearestByCopy({lowest, highest, farther, nearer}, query, 1.0), 3u);
 }
 
+// The approximate power of a general order errs by more than these distances differ.
+TEST_P(NeighborScan, NearlyEqualDistancesOfAnyOrderAreToldApart)
+{
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    const Row query(3, 0.0);
+    for (const double order : {0.7, 1.5, 2.5, 4.7}) {
+        const ktPatternDistanceMetricNorm metric(order);
+        const auto length = [&](const Row& row) {
+            return metric.distance(ktFeaturePattern(query, {}), ktFeaturePattern(row, {}));
+        };
+        for (int round = 0; round < 20; ++round) {
+            std::vector<Row> rows(200, query);
+            for (Row& row : rows) {
+                std::generate(row.begin(), row.end(), [&] { return unit(random); });
+                const double scale = (1.0 + 1e-6 * unit(random)) / length(row);
+                std::transform(row.begin(), row.end(), row.begin(), [scale](double value) { return value * scale; });
+            }
+            const auto nearest = std::min_element(rows.begin(), rows.end(),
+                                                  [&](const Row& a, const Row& b) { return length(a) < length(b); });
+            ASSERT_EQ(nearestByCopy(rows, query, order), static_cast<std::size_t>(nearest - rows.begin()))
+                << "order " << order;
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(InstructionSets, NeighborScan, testing::Values(0, 1),
                          [](const auto& set) { return set.param == 0 ? "Baseline" : "Avx2"; });
 
@@ -319,6 +345,15 @@ double largestPowerError(const kt_ScanKernels& kernels, float order, int exponen
         }
     }
     return largest;
+}
+
+TEST(InstructionSet, IsTheOneLastAskedForUntilTheNext)
+{
+    const int best = kt_CompactCopy::instructionSet(1);
+    EXPECT_EQ(kt_CompactCopy::instructionSet(0), 0);
+    EXPECT_EQ(kt_CompactCopy::instructionSet(), 0);
+    EXPECT_EQ(kt_CompactCopy::instructionSet(1), best);
+    EXPECT_EQ(kt_CompactCopy::instructionSet(), best);
 }
 
 TEST(LineAllocator, RefusesWhatNoMemoryHolds)

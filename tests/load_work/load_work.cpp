@@ -240,7 +240,7 @@ Case classesNamedAgain(long n)
     const std::string whole = stored(ktFeaturePattern());
     for (long i = 0; i < n; ++i) {
         bytes += '\3';
-        bytes += number(name.size()) + name + whole.substr(8);
+        bytes += number(static_cast<unsigned long>(name.size())) + name + whole.substr(8);
     }
     return {bytes, loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>};
 }

@@ -17,8 +17,6 @@
 #include <vector>
 
 class kt_ArchivePass;
-template <int Number>
-class KT_FOUNDATION_API kt_ArchiveFailure;
 
 /// A two-way stream of values. One operation, `archive || value`, stores or loads by the archive's direction, so one
 /// routine describes both. The bytes are the same from every platform (docs/archive-format.md) and survive every double,
@@ -45,16 +43,11 @@ public:
     class Errors;
     /// A version that this library does not know: in an object, or the encoding of the archive itself.
     class UnknownVersion;
-    /// The bytes cannot be what an archive stored. The message says what was found, and at which byte of the archive.
-    using Corrupt = kt_ArchiveFailure<2>;
-    /// Storing: a value does not fit its 32 bits. No byte of it was written.
-    using OutOfRange = kt_ArchiveFailure<3>;
-    /// More pointer records are open at once than `maxDepth()`.
-    using TooDeep = kt_ArchiveFailure<4>;
-    /// Storing: one object was archived in place and by pointer in one pass, or leads back to itself.
-    using Conflict = kt_ArchiveFailure<5>;
-    /// The stream did not take, or did not give, a byte.
-    using StreamFailed = kt_ArchiveFailure<6>;
+    class Corrupt;
+    class OutOfRange;
+    class TooDeep;
+    class Conflict;
+    class StreamFailed;
 
     class Pass;
 
@@ -187,22 +180,46 @@ private:
     int line_;
 };
 
-/// The archive failures that are told apart by class and message alone.
-template <int Number>
-class KT_FOUNDATION_API kt_ArchiveFailure : public ktArchive::Errors {
-public:
-    /// With the whole text of the message.
-    explicit kt_ArchiveFailure(const std::string& message) : Errors(message) {}
+// What each of the other failures declares, a constructor that takes the whole text of the message first; they differ in their
+// name and number alone.
+// NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
+#define KT_ARCHIVE_FAILURE(Class)               \
+public:                                         \
+    explicit Class(const std::string& message); \
+    Class(const Class&);                        \
+    Class& operator=(const Class&);             \
+    ~Class() override;                          \
+    long errorNumber() const override;          \
+    void suicideAndRethrow() override
+// NOLINTEND(bugprone-macro-parentheses)
 
-    long errorNumber() const override { return 0x10004000L + Number; }
-    void suicideAndRethrow() override { ktException::rethrowCopyOf(this); }
+/// The bytes cannot be what an archive stored. The message says what was found, and at which byte of the archive. Number
+/// 0x10004002.
+class KT_FOUNDATION_API ktArchive::Corrupt : public ktArchive::Errors {
+    KT_ARCHIVE_FAILURE(Corrupt);
 };
 
-extern template class kt_ArchiveFailure<2>;
-extern template class kt_ArchiveFailure<3>;
-extern template class kt_ArchiveFailure<4>;
-extern template class kt_ArchiveFailure<5>;
-extern template class kt_ArchiveFailure<6>;
+/// Storing: a value does not fit its 32 bits. No byte of it was written. Number 0x10004003.
+class KT_FOUNDATION_API ktArchive::OutOfRange : public ktArchive::Errors {
+    KT_ARCHIVE_FAILURE(OutOfRange);
+};
+
+/// More pointer records are open at once than `maxDepth()`. Number 0x10004004.
+class KT_FOUNDATION_API ktArchive::TooDeep : public ktArchive::Errors {
+    KT_ARCHIVE_FAILURE(TooDeep);
+};
+
+/// Storing: one object was archived in place and by pointer in one pass, or leads back to itself. Number 0x10004005.
+class KT_FOUNDATION_API ktArchive::Conflict : public ktArchive::Errors {
+    KT_ARCHIVE_FAILURE(Conflict);
+};
+
+/// The stream did not take, or did not give, a byte. Number 0x10004006.
+class KT_FOUNDATION_API ktArchive::StreamFailed : public ktArchive::Errors {
+    KT_ARCHIVE_FAILURE(StreamFailed);
+};
+
+#undef KT_ARCHIVE_FAILURE
 
 /// Opens a pass, or stays in the one that is open on this archive. Operators that archive several values in a row open
 /// one, so that a caller's single operation is a single pass.
