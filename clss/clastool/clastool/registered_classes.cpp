@@ -1,34 +1,46 @@
 #include <clastool/clastool.h>
 
-#include <typeinfo>
+namespace {
+
+using Destroy = void (*)(void*);
+
+/// Refers to the object file that defines the class. Its type information would not do: compilers for Windows put that into
+/// every object file that asks for it.
+template <class T>
+void destroy(void* object)
+{
+    static_cast<T*>(object)->T::~T();
+}
+
+}  // namespace
 
 /// All classes that archives can re-create. A program linked statically keeps only the object files that it refers to; it
 /// is linked with a reference to this table, and so with every class and its registry entry, also when it names none.
-extern "C" KT_API const std::type_info* const ktClastoolClasses[];
+extern "C" KT_API const Destroy ktClastoolClasses[];
 
-const std::type_info* const ktClastoolClasses[] = {
-    &typeid(ktClassifierDefs::BadParams),
-    &typeid(ktClassifierDefs::BadIndex),
-    &typeid(ktClassifierDefs::BadLabel),
-    &typeid(ktClassifierDefs::BadMethod),
-    &typeid(ktClassifierDefs::NotTrained),
-    &typeid(ktClassifierDefs::NotImplemented),
-    &typeid(ktClassifierDefs::BadFeatures),
-    &typeid(ktClassifierDefs::InsufficientTrainData),
-    &typeid(ktFeaturePattern),
-    &typeid(ktClassifierDataProviderMemory),
-    &typeid(ktClassifierTrainParamsBayesian),
-    &typeid(ktClassifierTrainParamsKNN),
-    &typeid(kt_CategoryModelBayesian),
-    &typeid(kt_PDFMultivariateNormal),
-    &typeid(kt_PDFBinomial),
-    &typeid(kt_ClassifierBayesian),
-    &typeid(kt_ClassifierKNN),
-    &typeid(kt_ClassifierDecisionTree),
-    &typeid(ktPatternDistanceMetricNorm),
-    &typeid(ktComparisonPredicate),
-    &typeid(ktRangePredicate),
-    &typeid(ktValidityPredicate),
-    &typeid(ktDecisionTreeNode),
-    &typeid(ktDecisionTreeLeaf),
+const Destroy ktClastoolClasses[] = {
+    &destroy<ktClassifierDefs::BadParams>,
+    &destroy<ktClassifierDefs::BadIndex>,
+    &destroy<ktClassifierDefs::BadLabel>,
+    &destroy<ktClassifierDefs::BadMethod>,
+    &destroy<ktClassifierDefs::NotTrained>,
+    &destroy<ktClassifierDefs::NotImplemented>,
+    &destroy<ktClassifierDefs::BadFeatures>,
+    &destroy<ktClassifierDefs::InsufficientTrainData>,
+    &destroy<ktFeaturePattern>,
+    &destroy<ktClassifierDataProviderMemory>,
+    &destroy<ktClassifierTrainParamsBayesian>,
+    &destroy<ktClassifierTrainParamsKNN>,
+    &destroy<kt_CategoryModelBayesian>,
+    &destroy<kt_PDFMultivariateNormal>,
+    &destroy<kt_PDFBinomial>,
+    &destroy<kt_ClassifierBayesian>,
+    &destroy<kt_ClassifierKNN>,
+    &destroy<kt_ClassifierDecisionTree>,
+    &destroy<ktPatternDistanceMetricNorm>,
+    &destroy<ktComparisonPredicate>,
+    &destroy<ktRangePredicate>,
+    &destroy<ktValidityPredicate>,
+    &destroy<ktDecisionTreeNode>,
+    &destroy<ktDecisionTreeLeaf>,
 };
