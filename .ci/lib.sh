@@ -34,13 +34,6 @@ need_32_bit_compiler() {
     need "g++-$version-multilib" "compiles 32-bit programs" installed "g++-$version-multilib"
 }
 
-# need_emulated_tests PLATFORM: for tests that are compiled for another kind of Linux and run under qemu.
-need_emulated_tests() {
-    need_test_tools
-    need "g++-$1" "compiles for $1" command -v "$1-g++"
-    need qemu-user-static "runs programs for other processors" installed qemu-user-static
-}
-
 need_check_tools() {
     need_test_tools
     need clang "the second compiler" command -v clang++

@@ -1,6 +1,6 @@
 // Every golden archive, damaged in every way, loaded, and what loaded used for all that a program might use it for.
 //
-// Without KT_EVERY_CASE in the environment one case in ten is run; `.ci/damage` runs all of them.
+// Without KT_EVERY_CASE in the environment one case in ten is run; `.ci/release/damage` runs all of them.
 
 #include "support/damage.h"
 #include "damage/battery.h"

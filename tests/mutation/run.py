@@ -1,4 +1,4 @@
-"""Changes the library in one small way at a time, and counts how often the tests notice. `.ci/mutation` calls it.
+"""Changes the library in one small way at a time, and counts how often the tests notice. `.ci/release/mutation` calls it.
 
 build/mutation/tree is a copy of the project, build/mutation/build holds it built. Of each mutant the units that it touches are
 compiled and linked beside that, so that neither the sources nor the build ever change.
@@ -360,7 +360,7 @@ def chosen(options, equivalents):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog=".ci/mutation", description=__doc__.splitlines()[0])
+    parser = argparse.ArgumentParser(prog=".ci/release/mutation", description=__doc__.splitlines()[0])
     parser.add_argument("--sample", type=int, metavar="N", help="try about N mutants, of each file the same share")
     parser.add_argument("--seed", type=int, default=1, help="which ones the sample takes (1)")
     parser.add_argument("--files", nargs="+", metavar="PART", help="only files whose path contains one of these")
