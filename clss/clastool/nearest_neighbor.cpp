@@ -355,8 +355,8 @@ void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
         throw ktBadPointer();
     }
     params_ = asKNN(params);
-    if (copy_.isNull()) {
-        // Loading made none of patterns that others share.
+    // Loading made no copy of patterns that others share, and those who share them may have changed them.
+    if (copy_.isNull() || copy_->isOutOfDate(*trainingData_)) {
         makeCopy();
     }
 }

@@ -2,11 +2,12 @@
 
 #include <kt/foundation.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+class kt_PatternHolders;
 
 namespace ktClassifierDefs {
 
@@ -193,6 +194,6 @@ private:
     // archive: a measurement without a flag is invalid.
     std::unique_ptr<std::vector<bool>> validity_;
     long numInvalid_ = 0;
-    // Whether some classifier works from a copy of the measurements.
-    mutable std::atomic<bool> isCopied_{false};
+    // The classifiers that work from a copy of the measurements; null where there are none.
+    mutable ktPtrHandle<const kt_PatternHolders> holders_;
 };

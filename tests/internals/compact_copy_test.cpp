@@ -1,4 +1,5 @@
 #include "clss/clastool/neighbor_scan/compact_copy.h"
+#include "tests/support/allocations.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
@@ -102,6 +103,119 @@ TEST(CompactCopy, TakesOverNoPatternThatItCannotSearch)
     store.addData(new ktFeaturePattern({3.0}, {0}), 1);
     copy.append(store);
     EXPECT_FALSE(copy.isCurrent(store));
+}
+
+/// A pattern that the test can change.
+using Owned = ktPtrHandle<ktFeaturePattern>;
+
+Owned owned(double value)
+{
+    return new ktFeaturePattern({value}, {});
+}
+
+/// A store of some patterns and a copy of it.
+struct Copied {
+    explicit Copied(const std::vector<Owned>& patterns)
+    {
+        for (const Owned& pattern : patterns) {
+            store.addData(pattern, 1);
+        }
+        copy->make(store);
+    }
+    bool isCurrent() const { return copy->isCurrent(store); }
+
+    Store store;
+    ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
+};
+
+TEST(CompactCopy, IsOutOfDateWhenAPatternOfItsOwnChangesAndStaysCurrentWhenOthersDo)
+{
+    const Owned a = owned(1.0);
+    const Owned both = owned(2.0);
+    const Owned b = owned(3.0);
+    const Copied first({a, both});
+    const Copied second({both, b});
+    EXPECT_TRUE(first.isCurrent() && second.isCurrent());
+    *b = *owned(4.0);
+    EXPECT_TRUE(first.isCurrent());
+    EXPECT_FALSE(second.isCurrent());
+    second.copy->make(second.store);
+    EXPECT_TRUE(first.isCurrent() && second.isCurrent());
+    *a = *owned(5.0);
+    EXPECT_FALSE(first.isCurrent());
+    EXPECT_TRUE(second.isCurrent());
+    first.copy->make(first.store);
+    *both = *owned(6.0);
+    EXPECT_FALSE(first.isCurrent());
+    EXPECT_FALSE(second.isCurrent());
+}
+
+TEST(CompactCopy, SeesAChangeOfAPatternWhateverOtherCopiesOfItAreGone)
+{
+    const Owned pattern = owned(1.0);
+    const Copied first({pattern});
+    for (int i = 0; i < 3; ++i) {
+        const Copied passing({pattern, pattern});
+        EXPECT_TRUE(passing.isCurrent());
+    }
+    const Copied last({pattern});
+    EXPECT_TRUE(first.isCurrent());
+    *pattern = *owned(2.0);
+    EXPECT_FALSE(first.isCurrent());
+    EXPECT_FALSE(last.isCurrent());
+}
+
+TEST(CompactCopy, ThatIsMadeAgainAndAgainTakesNoMoreMemory)
+{
+    kt_test::needCounts();
+    const std::vector<Owned> patterns(3, owned(1.0));
+    const Copied lasting(patterns);
+    const auto remake = [&] { const Copied passing(patterns); };
+    remake();
+    const kt_test::MemoryWatch watch;
+    for (int i = 0; i < 20; ++i) {
+        remake();
+    }
+    EXPECT_EQ(watch.liveBytes(), 0);
+    EXPECT_TRUE(lasting.isCurrent());
+}
+
+TEST(CompactCopy, IsNotMadeOfAPatternThatIsThereManyTimes)
+{
+    const Owned a = owned(1.0);
+    const Copied often(std::vector<Owned>(17, a));
+    EXPECT_FALSE(often.isCurrent());
+    EXPECT_FALSE(often.copy->isOutOfDate(often.store)) << "trying again would give the same";
+    std::vector<Owned> lessOften(16, a);
+    EXPECT_TRUE(Copied(lessOften).isCurrent());
+    lessOften.insert(lessOften.end(), 16, owned(2.0));
+    EXPECT_TRUE(Copied(lessOften).isCurrent());
+}
+
+TEST(CompactCopy, OfAStoreThatCannotServeIsTriedAgainAfterAQuarterWasAdded)
+{
+    kt_test::needCounts();
+    const Owned infinite = owned(infinity);
+    std::vector<Owned> patterns(15, owned(1.0));
+    patterns.push_back(infinite);
+    Copied copied(patterns);
+    EXPECT_FALSE(copied.isCurrent());
+    const auto added = [&] {
+        copied.store.addData(owned(7.0), 1);
+        const kt_test::MemoryWatch watch;
+        copied.copy->append(copied.store);
+        return watch.allocations();
+    };
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(added(), 0) << i;
+    }
+    EXPECT_GT(added(), 0);
+    EXPECT_FALSE(copied.isCurrent());
+    EXPECT_EQ(added(), 0);
+    *infinite = *owned(2.0);
+    EXPECT_TRUE(copied.copy->isOutOfDate(copied.store));
+    added();
+    EXPECT_TRUE(copied.isCurrent());
 }
 
 TEST(CompactCopy, OfMoreMeasurementsThanCellsResolveHasNone)

@@ -104,6 +104,10 @@ const Kind kinds[] = {
     {"ManyScales", [](Random& r, std::size_t, int) { return std::ldexp(r.normal(), r.between(-20, 20)); }},
     {"AllScales", [](Random& r, std::size_t, int) { return std::ldexp(r.normal(), r.between(-1070, 800)); }},
     {"GroupScales", [](Random& r, std::size_t, int group) { return std::ldexp(r.normal(), 150 * group - 300); }},
+    {"SubnormalBesideHuge",
+     [](Random& r, std::size_t j, int group) {
+         return j == 0 && group < 2 ? std::ldexp(r.normal(), 830) : std::ldexp(r.between(-150, 150) / 100.0, -234);
+     }},
     {"Tiny", [](Random& r, std::size_t, int) { return 1e-200 * r.normal(); }},
     {"Subnormal", [](Random& r, std::size_t, int) { return std::ldexp(r.normal(), -1060); }, false},
     {"Huge", [](Random& r, std::size_t, int) { return 1e150 * r.normal(); }},

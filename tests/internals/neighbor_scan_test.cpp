@@ -305,6 +305,15 @@ TEST_P(NeighborScan, RowsThatTheApproximatePowerBringsIntoTheWrongOrderAreToldAp
     EXPECT_EQ(nearestByCopy({Row(2, -0.75), Row(2, 0.75), farther, nearer}, Row(2, 0.0), 1.5), 3u);
 }
 
+// Scaled so that the first row fits, the others are subnormal, and the roots of their differences round coarsely.
+TEST_P(NeighborScan, RowsWhoseScaledSizeIsSubnormalAreToldApart)
+{
+    const double u = 0x1p-234;
+    const Row nearer = {1.51 * u, 1.51 * u, 0.0, 0.0, 0.0};
+    const Row farther = {1.49 * u, 1.49 * u, 0.49 * u, 0.49 * u, 0.49 * u};
+    EXPECT_EQ(nearestByCopy({{0x1p+840, 0.0, 0.0, 0.0, 0.0}, nearer, farther}, Row(5, 0.0), 0.5), 1u);
+}
+
 INSTANTIATE_TEST_SUITE_P(InstructionSets, NeighborScan, testing::Values(0, 1),
                          [](const auto& set) { return set.param == 0 ? "Baseline" : "Avx2"; });
 

@@ -52,6 +52,15 @@ TEST(KnnCopy, SharesThePatternsAndHasParametersOfItsOwn)
     EXPECT_TRUE(classifier.isTrained());
 }
 
+TEST(KnnCopy, AssignedOverAnotherOfAsManyPatternsAnswersFromThoseItTookOver)
+{
+    OpenKNN classifier = trained({{{0}, 1}, {{1}, 2}, {{2}, 3}}, Params(1));
+    const OpenKNN other = trained({{{2}, 4}, {{1}, 5}, {{0}, 6}}, Params(1));
+    static_cast<kt_ClassifierKNN&>(classifier) = other;
+    EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{6});
+    EXPECT_EQ(labelsOf(answer(classifier, {2})), std::vector<long>{4});
+}
+
 TEST(KnnCopy, AssignedToItselfStaysAsItIs)
 {
     OpenKNN classifier = trained(line, Params(3));
@@ -295,6 +304,45 @@ TEST(KnnLoaded, KBelowOneFindsNoNeighbour)
         expectRunThrows<ktClassifierDefs::BadParams>(
             classifier, *pattern({0}), "At least one of the category frequencies must be > 0.", 0x10004200);
     }
+}
+
+TEST(KnnLoaded, OnePatternManyTimesIsRetrainedInLittleMemory)
+{
+    kt_test::needCounts();
+    const ktPtrHandle_const<ktFeaturePattern> wide = new ktFeaturePattern(std::vector<double>(2000, 1.0), {});
+    const ktPtrHandle<Data> data = new Data;
+    for (long i = 0; i < 2000; ++i) {
+        data->addData(wide, i % 3);
+    }
+    const std::string bytes = crafted(ktPtrHandle<Params>(new Params(3)), data);
+    kt_ClassifierKNN classifier;
+    kt_test::loadInto(classifier, bytes);
+    const kt_test::MemoryWatch watch;
+    classifier.retrain(*classifier.trainParams());
+    EXPECT_LT(watch.peakBytes(), bytes.size());
+    EXPECT_EQ(answer(classifier, std::vector<double>(2000, 1.0)).categoryResults().size(), 3u);
+}
+
+// Told from the allocations that a copy of the patterns takes.
+TEST(KnnRetrained, AfterAPatternOfItsOwnWasChangedIsAsFastAsBefore)
+{
+    kt_test::needCounts();
+    const ktPtrHandle<ktFeaturePattern> kept = new ktFeaturePattern(std::vector<double>(500, 1.0), {});
+    Data data;
+    data.addData(kept, 1);
+    data.addData(new ktFeaturePattern(std::vector<double>(500, 2.0), {}), 2);
+    kt_ClassifierKNN classifier;
+    classifier.train(data, Params(1));
+    const auto retrained = [&] {
+        const kt_test::MemoryWatch watch;
+        classifier.retrain(Params(1));
+        return watch.allocations();
+    };
+    const long unchanged = retrained();
+    *kept = ktFeaturePattern(std::vector<double>(500, 3.0), {});
+    EXPECT_GT(retrained(), unchanged);
+    EXPECT_EQ(retrained(), unchanged);
+    EXPECT_EQ(labelsOf(answer(classifier, std::vector<double>(500, 2.75))), std::vector<long>{1});
 }
 
 TEST(KnnLoaded, HugeKTakesAllPatternsAndNoMoreMemoryThanTheyNeed)

@@ -1,10 +1,8 @@
 #include <clastool/foundation.h>
 
-#include "revisions.h"
+#include "pattern_holders.h"
 
 #include <algorithm>
-
-std::atomic<unsigned long> kt_patternRevision{0};
 
 const kt_Instantiator ktFeaturePattern::sExemplar(typeid(ktFeaturePattern), &ktFeaturePattern::make);
 
@@ -60,8 +58,9 @@ ktFeaturePattern::~ktFeaturePattern() = default;
 
 void ktFeaturePattern::changing() noexcept
 {
-    if (isCopied_.load(std::memory_order_relaxed)) {
-        kt_patternRevision.fetch_add(1, std::memory_order_relaxed);
+    if (holders_) {
+        holders_->end();
+        holders_ = nullptr;
     }
 }
 

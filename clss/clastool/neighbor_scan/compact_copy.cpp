@@ -1,12 +1,13 @@
 #include "compact_copy.h"
 
-#include "../clastool/revisions.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <mutex>
 #include <typeinfo>
+#include <utility>
 
 namespace {
 
@@ -21,6 +22,13 @@ std::atomic<std::size_t> leastForCells{2048};
 
 /// Up to how many measurements a row's sum of what its cells are worth has a sensible resolution in 16 bits.
 constexpr std::size_t mostForCells = 8192;
+
+/// How many times a pattern may be in a store on average; patterns that are there more often are left to the plain scan. An
+/// archive says in a few bytes that a pattern is there once more, and a copy of what it says would know no bound.
+constexpr std::size_t mostRepeats = 16;
+
+/// Held while patterns are told of a copy: several threads may train from the same ones.
+std::mutex holdersAreChanging;
 
 /// How many rows the edges of cells are found from.
 constexpr std::size_t sampleRows = 512;
@@ -41,31 +49,80 @@ void resizeTo(Values& values, std::size_t size)
 
 }  // namespace
 
+kt_CompactCopy::~kt_CompactCopy()
+{
+    if (currency_) {
+        currency_->end();
+    }
+}
+
 void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
 {
     isUsable_ = false;
     try {
-        floats_.clear();
-        cells_.clear();
-        if (!measure(store)) {
-            return;
-        }
-        builtRows_ = numRows_;
-        hasCells_ = numRows_ >= cellsFrom() && size_ <= mostForCells;
-        if (hasCells_) {
-            divide(store);
-        }
-        reserveRows(numRows_);
-        for (std::size_t row = 0; row < numRows_; ++row) {
-            place(row, store.patterns_[row]->measurements_);
-            store.patterns_[row]->isCopied_.store(true, std::memory_order_relaxed);
-        }
-        storeRevision_ = store.revision_;
-        patternRevision_ = kt_patternRevision.load(std::memory_order_relaxed);
-        isUsable_ = true;
+        isUsable_ = fill(store);
     } catch (...) {
         // Without memory for a copy, runs take longer and answer the same.
     }
+    builtRows_ = store.patterns_.size();
+    numRows_ = builtRows_;
+    storeRevision_ = store.revision_;
+    if (!isUsable_) {
+        floats_ = {};
+        cells_ = {};
+    }
+}
+
+bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
+{
+    if (currency_) {
+        currency_->end();
+    }
+    floats_.clear();
+    cells_.clear();
+    currency_ = new kt_Currency;
+    soleHolder_ = new kt_PatternHolders(nullptr, currency_);
+    const auto& patterns = store.patterns_;
+    const std::size_t repeats = hold(patterns.data(), patterns.data() + patterns.size());
+    if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !measure(store)) {
+        return false;
+    }
+    hasCells_ = numRows_ >= cellsFrom() && size_ <= mostForCells;
+    if (hasCells_) {
+        divide(store);
+    }
+    reserveRows(numRows_);
+    for (std::size_t row = 0; row < numRows_; ++row) {
+        place(row, store.patterns_[row]->measurements_);
+    }
+    return true;
+}
+
+/// Has the patterns tell this copy when they change. Returns how many of them were there before in the list.
+std::size_t kt_CompactCopy::hold(const ktPtrHandle_const<ktFeaturePattern>* pattern,
+                                 const ktPtrHandle_const<ktFeaturePattern>* end)
+{
+    using Holders = ktPtrHandle<const kt_PatternHolders>;
+    // Kept by handles, so that no list is freed and another one made at its address.
+    std::map<const kt_PatternHolders*, std::pair<Holders, Holders>> successors;
+    std::size_t repeats = 0;
+    const std::lock_guard<std::mutex> lock(holdersAreChanging);
+    for (; pattern != end; ++pattern) {
+        Holders& holders = (*pattern)->holders_;
+        if (!holders) {
+            holders = soleHolder_;
+        } else if (holders->last() == currency_.get()) {
+            ++repeats;
+        } else {
+            auto& [before, successor] = successors[holders.get()];
+            if (!successor) {
+                successor = new kt_PatternHolders(holders.get(), currency_);
+                before = holders;
+            }
+            holders = successor;
+        }
+    }
+    return repeats;
 }
 
 /// Checks that the store can be copied, and finds offsets and scale. Returns false if it cannot.
@@ -194,10 +251,9 @@ void kt_CompactCopy::placeCells(std::size_t row, const std::vector<double>& meas
     }
 }
 
-bool kt_CompactCopy::isCurrent(const ktClassifierDataProviderMemory& store) const noexcept
+bool kt_CompactCopy::isOutOfDate(const ktClassifierDataProviderMemory& store) const noexcept
 {
-    return isUsable_ && store.revision_ == storeRevision_ &&
-           kt_patternRevision.load(std::memory_order_relaxed) == patternRevision_;
+    return store.revision_ != storeRevision_ || currency_.isNull() || !currency_.get()->isCurrent();
 }
 
 void kt_CompactCopy::append(const ktClassifierDataProviderMemory& store) noexcept
@@ -216,10 +272,15 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
 {
     // Made anew when a quarter was added, so that offsets, scale and cells keep fitting; each row is then copied a bounded
     // number of times.
-    if (!isUsable_ || store.patterns_.size() != numRows_ + 1 || store.revision_ != storeRevision_ + 1 ||
-        kt_patternRevision.load(std::memory_order_relaxed) != patternRevision_ ||
-        numRows_ >= builtRows_ + builtRows_ / 4) {
+    if (store.patterns_.size() != numRows_ + 1 || store.revision_ != storeRevision_ + 1 || currency_.isNull() ||
+        !currency_->isCurrent() || numRows_ >= builtRows_ + builtRows_ / 4) {
         return false;
+    }
+    hold(&store.patterns_.back(), &store.patterns_.back() + 1);
+    if (!isUsable_) {
+        ++numRows_;
+        storeRevision_ = store.revision_;
+        return true;
     }
     const ktFeaturePattern& pattern = *store.patterns_.back();
     if (pattern.measurements_.size() != size_ ||  // not covered: the store takes no pattern of another size
@@ -234,7 +295,6 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     }
     reserveRows(numRows_ + 1);
     place(numRows_, pattern.measurements_);
-    pattern.isCopied_.store(true, std::memory_order_relaxed);
     ++numRows_;
     storeRevision_ = store.revision_;
     return true;

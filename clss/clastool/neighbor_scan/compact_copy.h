@@ -2,6 +2,7 @@
 
 #include <clastool/training_data.h>
 
+#include "../clastool/pattern_holders.h"
 #include "kernels.h"
 
 #include <kt/scratch.h>
@@ -52,15 +53,24 @@ using kt_Aligned = std::vector<T, kt_LineAllocator<T>>;
 /// Threads: const operations run on several threads at once.
 class kt_CompactCopy : public ktRepBase {
 public:
+    ~kt_CompactCopy() override;
+
     /// Copies the store. What cannot serve is left to the plain scan: no patterns, patterns of different sizes, invalid
-    /// measurements, values that are not finite or too large, or no memory.
+    /// measurements, values that are not finite or too large, few patterns that are there many times, or no memory.
     void make(const ktClassifierDataProviderMemory& store) noexcept;
 
-    /// Takes over the pattern that was just added to the store, or copies the store anew.
+    /// Takes over the pattern that was just added to the store, or copies the store anew. A store that could not serve is
+    /// tried again after a quarter was added.
     void append(const ktClassifierDataProviderMemory& store) noexcept;
 
     /// Whether there is a copy, and the store and its patterns are what was copied.
-    bool isCurrent(const ktClassifierDataProviderMemory& store) const noexcept;
+    bool isCurrent(const ktClassifierDataProviderMemory& store) const noexcept
+    {
+        return isUsable_ && !isOutOfDate(store);
+    }
+
+    /// Whether the store or one of its patterns was changed since they were copied, or could not be.
+    bool isOutOfDate(const ktClassifierDataProviderMemory& store) const noexcept;
 
     /// The nearest rows in no particular order, as many as `rows` has room for and exactly those of the plain scan. Returns
     /// false, without having polled, if that cannot be certified; the plain scan is to decide.
@@ -81,6 +91,9 @@ private:
     friend class kt_CellFilter;
     friend class kt_NeighborScan;
 
+    bool fill(const ktClassifierDataProviderMemory& store);
+    std::size_t hold(const ktPtrHandle_const<ktFeaturePattern>* pattern,
+                     const ktPtrHandle_const<ktFeaturePattern>* end);
     bool appendLast(const ktClassifierDataProviderMemory& store);
     bool measure(const ktClassifierDataProviderMemory& store);
     void place(std::size_t row, const std::vector<double>& measurements);
@@ -96,7 +109,10 @@ private:
     std::size_t size_ = 0;
     std::size_t builtRows_ = 0;
     unsigned long storeRevision_ = 0;
-    unsigned long patternRevision_ = 0;
+    // Ended by the patterns when one of them changes; null before the first try to copy.
+    ktPtrHandle<const kt_Currency> currency_;
+    // The holders of a pattern that nobody else copied.
+    ktPtrHandle<const kt_PatternHolders> soleHolder_;
 
     // Per measurement: what is taken off before a value is rounded, so that its distance from zero costs no precision.
     std::vector<double> offsets_;

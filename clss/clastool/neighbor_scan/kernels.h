@@ -41,7 +41,8 @@ extern const kt_ScanKernels kt_baselineKernels;
 /// For processors with AVX2 and FMA; null where the compiler does not target such processors.
 extern const kt_ScanKernels* const kt_avx2Kernels;
 
-/// The largest relative error of a term of `anyOrder` with exponent p: kt_powerError * p + kt_powerErrorFixed, for terms
-/// between 2^-120 and 2^120; smaller ones may count as 0. Measured over all mantissas by a test.
+/// The largest relative error of a term of `anyOrder` with exponent p: kt_powerError * p + kt_powerErrorFixed, for differences
+/// and terms between 2^-120 and 2^120. A difference or a term below counts as 0, so a term loses at most 2^-120, and 2^(-120 p)
+/// at orders below 1. Measured over all mantissas by a test.
 constexpr double kt_powerError = 2e-5;
 constexpr double kt_powerErrorFixed = 5e-5;

@@ -449,7 +449,8 @@ private:
 
     const std::vector<double>& measurements(std::size_t row) const { return store_.patterns_[row]->measurements_; }
 
-    /// The sum of the powers by plain arithmetic: exact but for rounding, and for powers below 2^-1022.
+    /// The sum of the powers by plain arithmetic: exact but for rounding, and for what terms lose that are subnormal or the
+    /// root of a subnormal difference, at most 2^-500 each.
     double simpleSum(std::size_t row) const
     {
         const double* x = measurements(row).data();
@@ -523,7 +524,7 @@ private:
     /// The largest simple sum that a row among the nearest can have, when `sum` is the k-th smallest.
     double limitForSimpleSum(double sum) const
     {
-        const double lost = static_cast<double>(size_) * 0x1p-1000;
+        const double lost = static_cast<double>(size_) * 0x1p-500;
         const double highest = (sum + lost) * slightly;
         return (p_ >= 1.0 ? raised(guarded(root(highest))) : guarded(highest)) * slightly + lost;
     }
