@@ -19,9 +19,11 @@ import matplotlib.pyplot as plt  # noqa: E402
 TOP = pathlib.Path(__file__).resolve().parent.parent
 BUILD = TOP / "build" / "compare"
 FIGURES = BUILD / "figures.json"
-PROGRAMS = ["neighbors", "bayes", "tree", "archive"]
+PROGRAMS = ["neighbors", "peers", "bayes", "tree", "archive"]
 PACKAGES = [
     "libopencv-ml-dev",
+    "libnanoflann-dev",
+    "libfaiss-dev",
     "python3-sklearn",
     "python3-numpy",
     "libopenblas0-pthread",
@@ -31,30 +33,75 @@ PACKAGES = [
     "libc6",
 ]
 SIZES = ["1000x4", "1000x16", "1000x64", "10000x16", "10000x64", "100000x4", "100000x16", "100000x64", "1000000x16"]
-BATCH_SIZES = SIZES[:-1]
-ELSEWHERE_SIZES = BATCH_SIZES[:6] + ["1000000x4"] + BATCH_SIZES[6:]
 PATTERNS = [1000, 3000, 10000, 30000, 100000, 300000, 1000000]
 MEASUREMENTS = [1, 2, 4, 8, 16, 32, 64, 128, 256]
 
 # The ratios that this library is meant to reach.
-AIM_OPENCV = dict(zip(BATCH_SIZES, [1, 1.5, 1.5, 4, 4, 7, 10, 10]))
+AIM_OPENCV = dict(zip(SIZES, [1, 1.5, 1.5, 4, 4, 7, 10, 10]))
 AIM_BARE = {"100000x16": 1, "100000x64": 1}
 AIM_LITERAL = {"1": 100, "2": 100, "3": 30, "1.5": 30, "0.5": 50, "0.7": 15}
 LARGE = ["10000x16", "10000x64", "100000x4", "100000x16", "100000x64", "1000000x16"]
+AIM_TREE = {
+    **{"1000x2": 0.8, "10000x2": 0.8, "1000000x2": 1.5, "1000000x3": 1.8},
+    **{"1000x4": 1.4, "10000x4": 1.4, "100000x4": 2, "1000000x4": 2.5},
+    **{"1000x8": 2, "10000x8": 2, "100000x8": 4, "1000000x8": 4},
+}
+AIM_BATCH = {"100000x16": 3, "100000x64": 1.6, "10000x128": 1, "1000x16": 1.1, "1000x64": 0.9}
+
+# Kinds of data, and the kernels that OpenBLAS may have for this processor besides the ones it takes by itself.
+KINDS = ["separated", "overlapping", "uniform", "digits-like"]
+FEW_SIZES = [f"{n}x{d}" for d in (2, 4, 8, 16) for n in (1000, 10000, 100000, 1000000)] + ["1000000x3"]
+MANY_SIZES = ["1000x64", "10000x64", "100000x64", "10000x128", "10000x784"]
+PEER_SIZES = sorted(FEW_SIZES + MANY_SIZES, key=lambda size: [int(number) for number in reversed(size.split("x"))])
+PICTURE_MEASUREMENTS = [2, 4, 8, 16, 64]
+PEERS = {"nanoflann": "nanoflann", "faiss": "FAISS", "sklearn_tree": "scikit-learn"}
+EXACT_PEERS = ["nanoflann", "sklearn_tree"]
+BLAS_KERNELS = ["", "Nehalem", "Sandybridge", "Haswell", "Zen", "SkylakeX", "Cooperlake"]
+BLAS_PRODUCT = """
+import numpy, time
+a = numpy.random.default_rng(1).normal(size=(1000, 64)).astype("f")
+b = numpy.random.default_rng(2).normal(size=(64, 20000)).astype("f")
+times = []
+for _ in range(6):
+    begin = time.process_time()
+    a @ b
+    times.append(time.process_time() - begin)
+print(2e-9 * 1000 * 64 * 20000 / min(times))
+"""
 
 
 def output_of(*command):
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout.strip()
 
 
-def measure(rounds, least_seconds):
+def fastest_blas():
+    """The speed in Gflop/s of each kind of kernels that OpenBLAS has and this processor can run, and the fastest kind."""
+    speeds = {}
+    for kernels in BLAS_KERNELS:
+        environment = dict(os.environ, OPENBLAS_NUM_THREADS="1", OPENBLAS_CORETYPE=kernels)
+        done = subprocess.run([sys.executable, "-c", BLAS_PRODUCT], env=environment, capture_output=True, text=True)
+        if done.returncode == 0:
+            speeds[kernels] = float(done.stdout)
+    return speeds, max(speeds, key=speeds.get)
+
+
+def has_cases(program, only):
+    listed = subprocess.run([program, f"--benchmark_filter={only}", "--benchmark_list_tests"], capture_output=True)
+    return listed.stdout.strip() != b""
+
+
+def measure(rounds, least_seconds, only, blas):
     """All programs once a round, all on one core; one dictionary of name -> row for each round."""
     core = str(max(os.sched_getaffinity(0)))
-    environment = dict(os.environ, OMP_NUM_THREADS="1", OPENBLAS_NUM_THREADS="1")
+    environment = dict(os.environ, OMP_NUM_THREADS="1", OPENBLAS_NUM_THREADS="1", OPENBLAS_CORETYPE=blas)
     result = BUILD / "round.json"
     options = [f"--benchmark_min_time={least_seconds}", f"--benchmark_out={result}", "--benchmark_out_format=json"]
-    commands = [(program, [BUILD / "bench" / f"bench_{program}", *options]) for program in PROGRAMS]
-    commands.append(("scikit_learn", [sys.executable, TOP / "bench" / "scikit_learn.py", result, str(least_seconds)]))
+    options.append(f"--benchmark_filter={only}")
+    programs = {name: BUILD / "bench" / f"bench_{name}" for name in PROGRAMS}
+    commands = [(name, [program, *options]) for name, program in programs.items() if has_cases(program, only)]
+    draw = BUILD / "bench" / "bench_draw"
+    python = [sys.executable, TOP / "bench" / "scikit_learn.py", draw, result, str(least_seconds), only]
+    commands.append(("scikit_learn", python))
     measured = []
     for number in range(1, rounds + 1):
         rows = {}
@@ -71,7 +118,7 @@ def measure(rounds, least_seconds):
     return measured
 
 
-def machine():
+def machine(blas_speeds):
     """What the figures depend on, besides the sources."""
     cpu = {}
     for line in output_of("lscpu").splitlines():
@@ -97,6 +144,8 @@ def machine():
         "system": system["PRETTY_NAME"].strip('"'),
         "compiler": output_of(compiler, "--version").splitlines()[0],
         "flags": {key: sorted({file.name for file in files}) for key, files in flags.items()},
+        "blas_speeds": blas_speeds,
+        "has_vnni": "avx512_vnni" in cpu["Flags"] or "avx_vnni" in cpu["Flags"],
         "packages": [output_of("dpkg-query", "-W", "-f=${Package} ${Version}", name) for name in PACKAGES],
     }
 
@@ -110,7 +159,8 @@ class Figures:
 
     def times(self, name):
         units = {"ns": 1e-3, "us": 1.0, "ms": 1e3}
-        return [rows[name]["cpu_time"] * units[rows[name]["time_unit"]] for rows in self.rounds]
+        found = [rows[name] for rows in self.rounds]
+        return [row["cpu_time"] * units[row["time_unit"]] / row.get("queries", 1) for row in found]
 
     def median(self, name):
         return statistics.median(self.times(name))
@@ -211,22 +261,59 @@ def orders_table(figures):
     return table(["order", "patterns x measurements", "this library", "literal", "ratio", "aim"], rows)
 
 
-def elsewhere_table(figures):
+def peer_cases(figures):
+    """Of each kind of data and size that was measured: kind, size and the beginning of the names."""
+    for kind in KINDS:
+        for size in PEER_SIZES:
+            case = f"peers/{kind}/{size}/"
+            if figures.has(case + "library"):
+                yield kind, size, case
+
+
+def faster_peers(figures, case, own, peers):
+    """The cells of those who took less time."""
+    ratios = [(statistics.median(figures.ratio(case + who, case + own)), name) for who, name in peers.items()
+              if figures.has(case + who)]
+    return [f"{name} {short(ratio)}" for ratio, name in sorted(ratios) if ratio < 1]
+
+
+def index_table(figures):
     rows = []
-    for size in ELSEWHERE_SIZES:
-        case = f"neighbors/order:2/{size}/"
-        cells = [spelled(size), short(figures.median(case + "library"))]
-        for who in ("sklearn_batch", "sklearn_tree", "sklearn_tree_batch"):
-            if figures.has(case + who):
-                cells += [short(figures.median(case + who)), spread(figures.ratio(case + who, case + "library"))]
-            else:
-                cells += ["", ""]
-        rows.append(cells)
+    for kind, size, case in peer_cases(figures):
+        cells = [kind, spelled(size), short(figures.median(case + "library"))]
+        for who in PEERS:
+            cells.append(short(figures.median(case + who)) if figures.has(case + who) else "")
+        ratios = figures.ratio(case + "nanoflann", case + "library")
+        rows.append(cells + figures.held_against(f"{kind} {size} against nanoflann", ratios, AIM_TREE.get(size)))
+    return table(["data", "patterns x measurements", "this library", *PEERS.values(), "nanoflann ratio", "aim"], rows)
+
+
+def batch_table(figures):
+    rows = []
+    for kind, size, case in peer_cases(figures):
+        cells = [kind, spelled(size)]
+        for who in ("library", "faiss_batch", "sklearn_batch", "sklearn_tree_batch"):
+            cells.append(short(figures.median(case + who)) if figures.has(case + who) else "")
+        ratios = figures.ratio(case + "faiss_batch", case + "library")
+        rows.append(cells + [spread(ratios)])
     return table(
-        ["patterns x measurements", "this library", "brute, batch", "ratio"]
-        + ["k-d tree, one query", "ratio", "k-d tree, batch", "ratio"],
+        ["data", "patterns x measurements", "this library", "FAISS", "scikit-learn, brute", "scikit-learn, k-d tree"]
+        + ["FAISS ratio"],
         rows,
     )
+
+
+def elsewhere_table(figures):
+    rows = []
+    for kind, size, case in peer_cases(figures):
+        single = faster_peers(figures, case, "library", PEERS)
+        batches = {who + "_batch": PEERS[who] for who in ("faiss", "sklearn_tree")}
+        batch = faster_peers(figures, case, "library", {**batches, "sklearn_batch": "scikit-learn, brute"})
+        if single or batch:
+            rows.append([kind, spelled(size), ", ".join(single), ", ".join(batch)])
+    if not rows:
+        return "None was found among those measured."
+    return table(["data", "patterns x measurements", "one by one", "in batches"], rows)
 
 
 def copy_table(figures):
@@ -352,6 +439,48 @@ def draw_growth(figures, file):
     picture.savefig(file, format="svg", metadata={"Date": None})
 
 
+def best_exact_peer(figures, case):
+    """Name and time of the fastest that answers exactly, one query at a time."""
+    times = {who: figures.median(case + who) for who in EXACT_PEERS if figures.has(case + who)}
+    best = min(times, key=times.get)
+    return PEERS[best], times[best]
+
+
+def draw_peers(figures, file):
+    """A panel for each kind of data, a colour for each number of measurements."""
+    plt.rcParams.update({"svg.hashsalt": "clastool", "svg.fonttype": "none", "font.size": 9})
+    picture, panels = plt.subplots(2, 2, figsize=(9, 8), sharex=True, sharey=True)
+    for panel, kind in zip(panels.flat, KINDS):
+        named = set()
+        for number, d in enumerate(PICTURE_MEASUREMENTS):
+            places = [n for n in (1000, 10000, 100000, 1000000) if figures.has(f"peers/{kind}/{n}x{d}/library")]
+            cases = [f"peers/{kind}/{n}x{d}/" for n in places]
+            if not cases:
+                continue
+            own = [figures.median(case + "library") for case in cases]
+            peers = [best_exact_peer(figures, case) for case in cases]
+            named.update(name for name, _ in peers)
+            panel.loglog(places, own, "o-", ms=3, color=f"C{number}", label=f"{d} measurements")
+            panel.loglog(places, [taken for _, taken in peers], "s--", ms=3, lw=1, color=f"C{number}")
+        panel.set_title(f"{kind}; dashed: {', '.join(sorted(named))}", fontsize=9)
+        panel.grid(True, which="major", alpha=0.3)
+    for panel in panels[1]:
+        panel.set_xlabel("stored patterns")
+    for panel in panels[:, 0]:
+        panel.set_ylabel("microseconds a run")
+    panels[0][0].legend()
+    picture.tight_layout()
+    file.parent.mkdir(parents=True, exist_ok=True)
+    picture.savefig(file, format="svg", metadata={"Date": None})
+
+
+def blas_line(speeds):
+    """What OpenBLAS does with each kind of its kernels."""
+    chosen = max(speeds, key=speeds.get)
+    others = [f"{short(speed)} with {kernels or 'what it takes by itself'}" for kernels, speed in speeds.items()]
+    return f"OPENBLAS_CORETYPE={chosen or '(unset)'}, of " + ", ".join(others)
+
+
 def flag_lines(flags):
     """The flags of most files, then those of the few that have others."""
     ordered = sorted(flags.items(), key=lambda item: -len(item[1]))
@@ -364,12 +493,16 @@ def write_document(stored, document, picture):
     figures = Figures(stored["rounds"])
     about = stored["machine"]
     values = {
-        **{key: about[key] for key in about if key not in ("flags", "packages")},
+        **{key: about[key] for key in about if isinstance(about[key], str)},
         "rounds": str(len(stored["rounds"])),
         "least_milliseconds": f"{1e3 * stored['least_seconds']:.0f}",
         "flags": flag_lines(about["flags"]),
         "packages": ", ".join(about["packages"]),
         "mean_depth": short(figures.counter("tree/run/depth8/library", "mean_depth")),
+        "blas": blas_line(about["blas_speeds"]),
+        "peers_picture": os.path.relpath(picture.with_name("benchmarks-peers.svg"), document.parent),
+        "index_table": index_table(figures),
+        "batch_table": batch_table(figures),
         "picture": os.path.relpath(picture, document.parent),
         "euclidean_table": euclidean_table(figures),
         "bare_table": bare_table(figures),
@@ -390,8 +523,24 @@ def write_document(stored, document, picture):
     template = (TOP / "bench" / "benchmarks.md.in").read_text(encoding="utf-8")
     document.write_text(re.sub(r"@(\w+)@", lambda match: values[match.group(1)], template), encoding="utf-8")
     draw_growth(figures, picture)
+    draw_peers(figures, picture.with_name("benchmarks-peers.svg"))
     print(values["missed"])
     print(f"written: {document}, {picture}")
+
+
+def merged(stored, measured):
+    """The rounds of the last whole run with rows measured since; without such a run the new ones alone."""
+    if not stored or len(stored["rounds"]) != len(measured):
+        return measured
+    return [{**before, **since} for before, since in zip(stored["rounds"], measured)]
+
+
+def print_times(measured):
+    figures = Figures(measured)
+    for name in measured[0]:
+        own = name.rpartition("/")[0] + "/library"
+        ratio = spread(figures.ratio(name, own)) if figures.has(own) and name != own else ""
+        print(f"{name:48}{short(figures.median(name)):>10} µs  {ratio}")
 
 
 def main():
@@ -399,6 +548,7 @@ def main():
     arguments.add_argument("--rounds", type=int, default=5)
     arguments.add_argument("--quick", action="store_true", help="one short round, not written into docs/")
     arguments.add_argument("--last", action="store_true", help="write the document from the figures of the last run")
+    arguments.add_argument("--only", metavar="REGEX", help="measure and print the cases whose names match, no document")
     chosen = arguments.parse_args()
     document, picture = TOP / "docs" / "benchmarks.md", TOP / "docs" / "images" / "benchmarks-growth.svg"
     if chosen.quick:
@@ -406,8 +556,14 @@ def main():
     figures = BUILD / "quick_figures.json" if chosen.quick else FIGURES
     if not chosen.last:
         rounds, least_seconds = (1, 0.002) if chosen.quick else (chosen.rounds, 0.05)
-        stored = {"machine": machine(), "least_seconds": least_seconds, "rounds": measure(rounds, least_seconds)}
+        speeds, blas = fastest_blas()
+        measured = measure(rounds, least_seconds, chosen.only or ".", blas)
+        before = json.loads(figures.read_text()) if chosen.only and figures.exists() else None
+        stored = {"machine": machine(speeds), "least_seconds": least_seconds, "rounds": merged(before, measured)}
         figures.write_text(json.dumps(stored))
+        if chosen.only:
+            print_times(measured)
+            return
     write_document(json.loads(figures.read_text()), document, picture)
 
 

@@ -29,9 +29,16 @@ struct LabelledPatterns {
 };
 
 /// Patterns of overlapping categories, in turn: each measurement is normally distributed with a standard deviation of 1 around
-/// its category's centre, and the centres are normally distributed with one of 0.5. One seed always gives the same patterns,
-/// and all seeds have the same centres.
-LabelledPatterns drawPatterns(long numPatterns, long numMeasurements, long numCategories, unsigned long seed);
+/// its category's centre, and the centres are normally distributed with one of `spread`. One seed always gives the same
+/// patterns, and all seeds have the same centres.
+LabelledPatterns drawPatterns(long numPatterns, long numMeasurements, long numCategories, unsigned long seed,
+                              double spread = 0.5);
+
+/// Data of one of these kinds, with 5 categories in turn:
+/// - overlapping: as above; separated: the same with centres 10 times as far apart;
+/// - uniform: each measurement in [0, 1), whatever the category;
+/// - digits-like: pictures of as many measurements as a square has places, see kit/digits.h.
+LabelledPatterns drawKind(const std::string& kind, long numPatterns, long numMeasurements, unsigned long seed);
 
 ktClassifierDataProviderMemory asProvider(const LabelledPatterns& data);
 
