@@ -26,7 +26,7 @@ using kt_test::Subject;
 std::vector<std::string> goldenNames()
 {
     std::vector<std::string> names;
-    for (const auto& file : std::filesystem::directory_iterator(KT_GOLDEN_DIR)) {
+    for (const auto& file : std::filesystem::directory_iterator(kt_test::goldenFolder())) {
         const std::string name = file.path().stem().string();
         if (name.rfind("foundation_", 0) != 0) {
             names.push_back(name);

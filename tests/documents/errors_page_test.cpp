@@ -1,5 +1,7 @@
 #include "provocations.h"
 
+#include "support/golden.h"
+
 #include <clastool/foundation.h>
 #include <gtest/gtest.h>
 
@@ -20,7 +22,7 @@ namespace {
 
 using documents::Provocation;
 
-const std::filesystem::path project = std::filesystem::path(KT_GOLDEN_DIR) / "../..";
+const std::filesystem::path project = kt_test::projectFolder();
 
 std::string contentsOf(const std::filesystem::path& path)
 {

@@ -5,6 +5,7 @@
 #include "threads/each_thread.h"
 
 #include <clastool/clastool.h>
+#include <gtest/gtest.h>
 
 #include <sstream>
 

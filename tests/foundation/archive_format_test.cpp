@@ -1,5 +1,6 @@
 #include "support/archives.h"
 #include "support/bytes.h"
+#include "support/golden.h"
 
 #include <kt/archive.h>
 
@@ -33,7 +34,7 @@ const kt_Instantiator pointEntry(typeid(Point), &Point::make, "Point");
 /// The bytes of the example: the first 24 characters of each line between the fences.
 std::string documentedExample()
 {
-    std::ifstream file(std::string(KT_GOLDEN_DIR) + "/../../docs/archive-format.md");
+    std::ifstream file(kt_test::projectFolder() + "/docs/archive-format.md");
     std::string bytes;
     bool inside = false;
     for (std::string line; std::getline(file, line);) {

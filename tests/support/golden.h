@@ -2,12 +2,6 @@
 
 #include "bytes.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 
 // Stored archives in tests/golden/, which pin the encoding of every archivable type:
@@ -21,31 +15,16 @@
 
 namespace kt_test {
 
-inline std::string goldenPath(const std::string& name)
-{
-    return std::string(KT_GOLDEN_DIR) + "/" + name + ".ktar";
-}
+/// The folder of the project, which tests/ lies in.
+std::string projectFolder();
+
+/// The folder of the stored archives.
+std::string goldenFolder();
 
 /// Throws std::runtime_error if there is no such file.
-inline std::string goldenBytes(const std::string& name)
-{
-    std::ifstream file(goldenPath(name), std::ios::binary);
-    if (!file) {
-        throw std::runtime_error("there is no golden archive " + goldenPath(name));
-    }
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+std::string goldenBytes(const std::string& name);
 
 /// Expects that `bytes` are those of tests/golden/<name>.ktar.
-inline void expectGolden(const std::string& name, const std::string& bytes)
-{
-    if (std::getenv("KT_UPDATE_RECORDS") != nullptr) {
-        std::ofstream file(goldenPath(name), std::ios::binary);
-        file << bytes;
-        EXPECT_TRUE(file.flush()) << "cannot write " << goldenPath(name);
-        return;
-    }
-    EXPECT_EQ(toHex(bytes), toHex(goldenBytes(name))) << goldenPath(name);
-}
+void expectGolden(const std::string& name, const std::string& bytes);
 
 }  // namespace kt_test
