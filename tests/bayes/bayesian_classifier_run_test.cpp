@@ -423,23 +423,4 @@ TEST_F(BayesianRun, AllocatesNothingForGroupsOfAnySize)
     }
 }
 
-TEST_F(BayesianRun, ThatRunsOutOfMemoryLeavesTheResultAndGivesTheSameAnswerAfterwards)
-{
-    const OpenBayesian original = ofCategories(40);
-    const ktFeaturePattern query = pattern({0.5, 0.25, 2.0, 0.125}, {3});
-    const ktClassifierResult expected = answer(original, query);
-    struct State {
-        kt_ClassifierBayesian classifier;
-        ktClassifierResult result;
-    };
-    EXPECT_GT(kt_test::failEachAllocation(
-                  [&] {
-                      return State{kt_test::storedAndLoaded<kt_ClassifierBayesian>(original), untouchedResult()};
-                  },
-                  [&](State& state) { state.classifier.run(query, state.result); },
-                  [](const State& state) { EXPECT_TRUE(state.result == untouchedResult()); }),
-              40);
-    EXPECT_TRUE(answer(original, query) == expected);
-}
-
 }  // namespace

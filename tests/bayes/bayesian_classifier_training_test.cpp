@@ -1,5 +1,4 @@
 #include "bayesian_classifier_kit.h"
-#include "support/allocations.h"
 #include "support/normal_reference.h"
 #include "support/technique.h"
 
@@ -496,60 +495,6 @@ TEST(BayesianTraining, RetrainingWithoutStoredParametersIsABadPointer)
     fields.params = new ktClassifierTrainParamsKNN;
     expectThrows<ktBadPointer>("", 0x10004007, [&] { classifierWith(fields).retrain_(Params()); });
     expectThrows<ktBadPointer>("", 0x10004007, [&] { classifierWith(fields).retrain_(ktClassifierTrainParamsKNN()); });
-}
-
-TEST(BayesianTraining, TrainingThatRunsOutOfMemoryIsRepeatedWithTheSameOutcome)
-{
-    Types types;
-    types.setDependent(5, {0, 1});
-    const Params params(types);
-    const Data data = trainingData(twoCategories);
-    const OpenBayesian expected = trained(twoCategories, params);
-    const std::string bytes = kt_test::store(expected);
-    EXPECT_GT(kt_test::failEachAllocation([] { return OpenBayesian(); },
-                                          [&](OpenBayesian& classifier) { classifier.train(data, params); },
-                                          [](const OpenBayesian& classifier) {
-                                              const ClassifierFields fields = fieldsOf(classifier);
-                                              EXPECT_EQ(fields.labels.size(), fields.models.size());
-                                              EXPECT_TRUE(fields.params.isNull());
-                                          }),
-              0);
-}
-
-TEST(BayesianTraining, ToolWhoseTrainingRunsOutOfMemoryIsUntrainedAndOneWhoseCheckDoesIsTrained)
-{
-    const Data data = trainingData(twoCategories);
-    ktClassifierTool whole;
-    whole.train(data, Params());
-    for (const bool check : {false, true}) {
-        SCOPED_TRACE(check);
-        Params params;
-        params.throwIfNotReady(check);
-        long trainedAfterwards = 0;
-        const auto train = [&](ktClassifierTool& tool) {
-            try {
-                tool.train(data, params);
-            } catch (const ktClassifierDefs::NotImplemented&) {
-                // What a tool says when the parameters give no classifier, for whatever reason.
-                throw std::bad_alloc();
-            }
-        };
-        const auto inspect = [&](const ktClassifierTool& tool) {
-            EXPECT_TRUE(!tool.isTrained() || tool == whole);
-            trainedAfterwards += tool.isTrained() ? 1 : 0;
-        };
-        EXPECT_GT(kt_test::failEachAllocation([] { return ktClassifierTool(); }, train, inspect), 0);
-        EXPECT_EQ(trainedAfterwards > 0, check);
-    }
-}
-
-TEST(BayesianTraining, RetrainingThatRunsOutOfMemoryChangesNothing)
-{
-    const Params other(Types(), ktClassifierFrequencies(2.0), ktClassifierCosts(3.0));
-    EXPECT_GT(kt_test::failEachAllocation(
-                  [] { return trained(twoCategories); }, [&](OpenBayesian& classifier) { classifier.retrain(other); },
-                  [](const OpenBayesian& classifier) { EXPECT_TRUE(classifier == trained(twoCategories)); }),
-              0);
 }
 
 }  // namespace

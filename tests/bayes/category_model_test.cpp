@@ -429,54 +429,6 @@ TEST(CategoryModel, AdaptThatFailsLeavesEveryGroupAsItWas)
     }
 }
 
-TEST(CategoryModel, AdaptThatRunsOutOfMemoryLeavesEveryGroupAsItWas)
-{
-    // Groups of up to 32 measurements are laid out on the stack; the second is larger.
-    Indices large;
-    std::vector<double> values = {0.5, 0.25};
-    for (long i = 2; i < 42; ++i) {
-        large.push_back(i);
-        values.push_back(static_cast<double>(i));
-    }
-    const Model original(1, {{0, 1}, large, {0}}, {Types::eNormal, Types::eNormal, Types::eBinomial}, {});
-    for (const bool hasLearnt : {false, true}) {
-        SCOPED_TRACE(hasLearnt);
-        Model start = kt_test::storedAndLoaded(original);
-        if (hasLearnt) {
-            teach(start, {pattern(values)});
-        }
-        values[0] += 0.125;
-        const std::string before = bytesOf(start);
-        const ktFeaturePattern next = pattern(values);
-        Model expected = kt_test::storedAndLoaded(start);
-        teach(expected, {next});
-        const std::string after = bytesOf(expected);
-        const long allocations = kt_test::failEachAllocation(
-            [&] { return kt_test::storedAndLoaded(start); }, [&](Model& model) { model.adapt(next, nullptr, 0); },
-            [&](const Model& model) { EXPECT_TRUE(bytesOf(model) == before); });
-        EXPECT_GT(allocations, 0);
-        Model model = kt_test::storedAndLoaded(start);
-        teach(model, {next});
-        EXPECT_TRUE(bytesOf(model) == after);
-    }
-}
-
-TEST(CategoryModel, AdaptThatRanOutOfMemoryLeavesTheNumberOfMeasurementsOpen)
-{
-    for (long n = 1; n < 40; ++n) {
-        Model model(1, {{0, 1}, {2}}, {Types::eNormal, Types::eNormal}, {});
-        try {
-            const kt_test::AllocationFailure failure(n);
-            model.adapt(pattern({1.0, 2.0, 3.0}), nullptr, 0);
-            break;
-        } catch (const std::bad_alloc&) {
-        }
-        for (const Density& density : fieldsOf(model).densities) {
-            EXPECT_EQ(fieldsOf(dynamic_cast<const kt_PDFMultivariateNormal&>(*density)).mean.numRows(), 0) << n;
-        }
-    }
-}
-
 TEST(CategoryModel, MatchScoreAllocatesNothingOnceTheDensitiesWereEvaluated)
 {
     Model model = mixed();
@@ -768,11 +720,6 @@ TEST(CategoryModel, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheStreamA
     expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { model.serialize_(archive, 1); });
     expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { model.serializeBase(archive, 1); });
     EXPECT_EQ(out.str(), "");
-}
-
-TEST(CategoryModel, ConstructionThatRunsOutOfMemoryLeavesNothingBehind)
-{
-    EXPECT_GT(kt_test::failEachAllocation([] { const Model model = mixed(); }), 0);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "bayes_kit.h"
-#include "support/allocations.h"
 #include "support/bytes.h"
 
 #include <kt/random.h>
@@ -504,40 +503,6 @@ TEST(DistributionTypes, SequencesOfDifferentLengthsAreSafe)
     EXPECT_TRUE(kt_test::storedAndLoaded(types) == types);
     types.clearDistributionOverrides();
     EXPECT_TRUE(types == Types());
-}
-
-TEST(DistributionTypes, OperationsThatRunOutOfMemoryChangeNothing)
-{
-    const auto unchanged = [](const Types& types) { EXPECT_TRUE(types == someTypes()); };
-    const auto failEach = [&](auto operation) { return kt_test::failEachAllocation(someTypes, operation, unchanged); };
-    EXPECT_GT(failEach([](Types& types) { types.setDependent(3, {6, 8, 1}); }), 0);
-    EXPECT_GT(failEach([](Types& types) { types.setDependent(5, {6, 8, 1}); }), 0);
-    const Types full = [] {
-        Types types;
-        for (long i = 0; i < 100; ++i) {
-            types.distributionTypeOverride(i, i, Types::eBinomial);
-        }
-        return types;
-    }();
-    EXPECT_GT(failEach([&](Types& types) { types = full; }), 0);
-}
-
-TEST(DistributionTypes, OverrideThatRunsOutOfMemoryChangesNothing)
-{
-    long allocations = 0;
-    for (long held = 0; held < 20; ++held) {
-        const auto prepare = [held] {
-            Types types;
-            for (long i = 0; i < held; ++i) {
-                types.distributionTypeOverride(0, i, Types::eBinomial);
-            }
-            return types;
-        };
-        allocations += kt_test::failEachAllocation(
-            prepare, [](Types& types) { types.distributionTypeOverride(7, 7, Types::ePoisson); },
-            [&](const Types& types) { EXPECT_TRUE(types == prepare()); });
-    }
-    EXPECT_GT(allocations, 0);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "bayes_kit.h"
-#include "support/allocations.h"
 #include "support/bytes.h"
 #include "support/normal_reference.h"
 
@@ -344,41 +343,6 @@ TEST(MultivariateNormal, FailureCodesOfItsGroupBecomeTheLibrarysErrors)
     expectDifferentSizes([] { kfThrowExceptionOnFailure(static_cast<long>(0x80000B62UL)); });
     expectThrows<ktFailure>("The operation failed with status 0x80000B63.", 0x10004008,
                             [] { kfThrowExceptionOnFailure(static_cast<long>(0x80000B63UL)); });
-}
-
-TEST(MultivariateNormal, OperationsThatRunOutOfMemoryChangeNothing)
-{
-    const auto prepare = [] { return learnt(Rows{{1.0, 2.0}, {3.0, 7.0}}); };
-    const auto unchanged = [&](const Normal& density) { EXPECT_TRUE(density == prepare()); };
-    const std::vector<ktFeaturePattern> more = patterns({{5.0, 1.0}, {6.0, 0.0}});
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](Normal& density) { density.updateWithData(more); }, unchanged),
-              0);
-    EXPECT_GT(
-        kt_test::failEachAllocation([] { return Normal(); }, [&](Normal& density) { density.updateWithData(more); },
-                                    [](const Normal& density) { EXPECT_TRUE(density == Normal()); }),
-        0);
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare,
-                  [](Normal& density) {
-                      static_cast<void>(density.logValue(pattern({1.0, 2.0})));
-                  },
-                  unchanged),
-              0);
-}
-
-TEST(MultivariateNormal, ListThatRanOutOfMemoryLeavesTheNumberOfMeasurementsOpen)
-{
-    for (long n = 1; n < 20; ++n) {
-        Normal density;
-        try {
-            const kt_test::AllocationFailure failure(n);
-            density.updateWithData(patterns({{1.0, 2.0}}));
-            break;
-        } catch (const std::bad_alloc&) {
-        }
-        EXPECT_NO_THROW(density.updateWithData(patterns({{1.0, 2.0, 3.0}}))) << n;
-    }
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "bayes_kit.h"
-#include "support/allocations.h"
 #include "support/bytes.h"
 #include "support/technique.h"
 
@@ -255,28 +254,6 @@ TEST(BayesianParams, RefuseAnotherVersionHandedToTheirSerializeAndLeaveTheStream
     ktArchive archive(static_cast<std::ostream&>(out));
     expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { params.serialize_(archive, 1); });
     EXPECT_EQ(out.str(), "");
-}
-
-TEST(BayesianParams, OperationsThatRunOutOfMemoryChangeNothing)
-{
-    const auto prepare = [] {
-        return Params(Types(Types::eUniform), ktClassifierFrequencies(3.0), ktClassifierCosts(5.0));
-    };
-    const auto failEach = [&](auto operation) {
-        return kt_test::failEachAllocation(prepare, operation,
-                                           [&](const Params& params) { EXPECT_TRUE(params == prepare()); });
-    };
-    const Types types = someTypes();
-    const ktClassifierFrequencies frequencies = someFrequencies();
-    const ktClassifierCosts costs = someCosts();
-    const ktFeaturePattern maxima = someMaxima();
-    const Params other = someParams();
-    EXPECT_GT(failEach([&](Params& params) { params.distributionTypes(types); }), 0);
-    EXPECT_GT(failEach([&](Params& params) { params.categoryFrequencies(frequencies); }), 0);
-    EXPECT_GT(failEach([&](Params& params) { params.misclassificationCosts(costs); }), 0);
-    EXPECT_GT(failEach([&](Params& params) { params.maxMeasurementValues(maxima); }), 0);
-    EXPECT_GT(failEach([&](Params& params) { params = other; }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { const Params made(types, frequencies, costs, maxima); }), 0);
 }
 
 }  // namespace

@@ -317,26 +317,6 @@ TEST(Costs, LabelThatDoesNotFit32BitsIsNotStored)
 }
 #endif
 
-TEST(Costs, OverrideWithoutMemoryChangesNothing)
-{
-    // Appending is tried at every size up to where the sequences have grown twice.
-    for (long size = 0; size < 10; ++size) {
-        SCOPED_TRACE(size);
-        ktClassifierCosts filled(3.0);
-        for (long i = 0; i < size; ++i) {
-            filled.misclassificationCostOverride(i, 100, 1.0);
-        }
-        const long allocations = kt_test::failEachAllocation(
-            [&] { return ktClassifierCosts(filled); },
-            [](ktClassifierCosts& costs) { costs.misclassificationCostOverride(50, 51, 2.0); },
-            [&](const ktClassifierCosts& costs) {
-                EXPECT_TRUE(costs == filled);
-                EXPECT_EQ(costs.misclassificationCost(50, 51), 3.0);
-            });
-        EXPECT_GT(allocations, 0);
-    }
-}
-
 TEST(Costs, WhatNeedsNoMemoryTakesNone)
 {
     ktClassifierCosts costs = overridden();

@@ -1,5 +1,4 @@
 #include "refusals.h"
-#include "support/allocations.h"
 #include "support/archives.h"
 #include "support/bytes.h"
 
@@ -152,20 +151,6 @@ TYPED_TEST(EachError, SuicideThrowsACopyAndDestroysTheObject)
     EXPECT_EQ(Opened<Error>::destroyed, 1);
 }
 
-TYPED_TEST(EachError, SuicideWithoutMemoryStillDestroysTheObject)
-{
-    using Error = typename TypeParam::Class;
-    const std::string message(100, 'x');
-    const long allocations = kt_test::failEachAllocation([&] {
-        ktException* error = new Error(message);
-        try {
-            error->suicideAndRethrow();
-        } catch (const Error&) {
-        }
-    });
-    EXPECT_GE(allocations, 3) << "the object, its message and the copy's message";
-}
-
 TYPED_TEST(EachError, IsArchivedLayerByLayerThenTheMessage)
 {
     const std::string bytes = kt_test::store(typename TypeParam::Class("text"));
@@ -259,12 +244,6 @@ TEST(Errors, NumbersAreNotInTheOrderOfDeclaration)
     // Kept on purpose: BadIndex is declared before NotTrained.
     EXPECT_EQ(ktClassifierDefs::NotTrained().errorNumber(), 0x10004201);
     EXPECT_EQ(ktClassifierDefs::BadIndex().errorNumber(), 0x10004202);
-}
-
-TEST(Errors, ConstructionWithoutMemoryLeavesNothingBehind)
-{
-    const std::string message(100, 'x');
-    EXPECT_GT(kt_test::failEachAllocation([&] { const ktClassifierDefs::BadParams error(message); }), 0);
 }
 
 /// A failure code as a `long` of 64 bits may hold it: as it is written, or with the sign carried on.

@@ -255,26 +255,6 @@ TEST(Frequencies, LoadedSequencesOfDifferentLengthsStaySafe)
     }
 }
 
-TEST(Frequencies, OverrideWithoutMemoryChangesNothing)
-{
-    // Appending is tried at every size up to where the sequences have grown twice.
-    for (long size = 0; size < 10; ++size) {
-        SCOPED_TRACE(size);
-        ktClassifierFrequencies filled(3.0);
-        for (long i = 0; i < size; ++i) {
-            filled.categoryFrequencyOverride(i, 1.0);
-        }
-        const long allocations = kt_test::failEachAllocation(
-            [&] { return ktClassifierFrequencies(filled); },
-            [](ktClassifierFrequencies& frequencies) { frequencies.categoryFrequencyOverride(50, 2.0); },
-            [&](const ktClassifierFrequencies& frequencies) {
-                EXPECT_TRUE(frequencies == filled);
-                EXPECT_EQ(frequencies.categoryFrequency(50), 3.0);
-            });
-        EXPECT_GT(allocations, 0);
-    }
-}
-
 TEST(Frequencies, WhatNeedsNoMemoryTakesNone)
 {
     ktClassifierFrequencies frequencies = overridden();

@@ -1,5 +1,4 @@
 #include "refusals.h"
-#include "support/allocations.h"
 #include "support/archives.h"
 #include "support/attention.h"
 #include "support/bytes.h"
@@ -579,41 +578,6 @@ TEST(PlainResult, DoesNotPoll)
     const Attention attention(1, kt_test::abortStatus);
     EXPECT_NO_THROW(ktClassifierResult({{1, 0.5, 0.5, 0.0}, {2, 0.5, 0.5, 0.0}}, 0.0));
     EXPECT_EQ(attention.polls(), 0);
-}
-
-TEST(DecisionRule, WithoutMemoryLeavesTheCallersResultAlone)
-{
-    for (const long size : {1L, 32L, 33L, 100L}) {
-        SCOPED_TRACE(size);
-        const CategoryResults matches = manyMatches(size);
-        const ktClassifierFrequencies frequencies;
-        const ktClassifierCosts costs;
-        const long allocations = kt_test::failEachAllocation(
-            [] { return untouchedResult(); },
-            [&](ktClassifierResult& result) { result = ktClassifierResult(matches, frequencies, costs, 1.0); },
-            [](const ktClassifierResult& result) { EXPECT_TRUE(result == untouchedResult()); });
-        EXPECT_GT(allocations, 0);
-    }
-}
-
-TEST(PlainResult, WithoutMemoryLeavesTheCallersResultAlone)
-{
-    for (const long size : {1L, 32L, 33L, 100L}) {
-        SCOPED_TRACE(size);
-        CategoryResults given;
-        for (long i = 0; i < size; ++i) {
-            given.emplace_back(i, 0.5, 0.5, static_cast<double>(size - i));
-        }
-        const ktClassifierResult expected(given, 1.0);
-        const long allocations = kt_test::failEachAllocation(
-            [] { return untouchedResult(); },
-            [&](ktClassifierResult& result) {
-                result = ktClassifierResult(given, 1.0);
-                EXPECT_TRUE(result == expected) << "the sort does without its memory";
-            },
-            [](const ktClassifierResult& result) { EXPECT_TRUE(result == untouchedResult()); });
-        EXPECT_GT(allocations, 0);
-    }
 }
 
 TEST(ClassifierResult, IsArchivedAsVersionEntriesFactor)

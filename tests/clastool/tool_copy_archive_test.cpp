@@ -1,4 +1,3 @@
-#include "support/allocations.h"
 #include "support/archivable_kit.h"
 #include "support/archives.h"
 #include "support/bytes.h"
@@ -355,33 +354,6 @@ TEST_F(ToolArchive, LoadedKBelowOneIsRefusedByTheRunAndHugeKTakesAllPatterns)
         EXPECT_TRUE(result == untouchedResult());
     }
     EXPECT_TRUE(answer(loadedWithK(0x7FFFFFFFUL), {0}) == answer(trainedKnn(Knn(5)), {0}));
-}
-
-// Memory that runs out
-
-TEST(ToolMemory, AssignmentThatRunsOutOfItLeavesTheTargetEmpty)
-{
-    const ktClassifierTool source = trainedKnn(Knn(4));
-    const long allocations =
-        kt_test::failEachAllocation([] { return trainedTree(); }, [&](ktClassifierTool& tool) { tool = source; },
-                                    [](ktClassifierTool& tool) { expectUntrained(tool); });
-    EXPECT_GT(allocations, 0);
-    EXPECT_TRUE(source == trainedKnn(Knn(4)));
-}
-
-TEST(ToolMemory, LoadingThatRunsOutOfItLeavesTheOldClassifierOrNone)
-{
-    const std::string bytes = kt_test::store(trainedKnn());
-    const long allocations = kt_test::failEachAllocation(
-        [] { return trainedTree(); }, [&](ktClassifierTool& tool) { kt_test::loadInto(tool, bytes); },
-        [](ktClassifierTool& tool) {
-            if (tool.isTrained()) {
-                EXPECT_TRUE(tool == trainedTree());
-            } else {
-                expectUntrained(tool);
-            }
-        });
-    EXPECT_GT(allocations, 10);
 }
 
 // What must hold for every archivable class. Only an empty tool is unchanged by an assignment that fails, so each case pairs

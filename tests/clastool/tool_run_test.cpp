@@ -1,4 +1,3 @@
-#include "support/allocations.h"
 #include "support/attention.h"
 #include "support/failures.h"
 #include "support/training.h"
@@ -49,18 +48,6 @@ TEST_F(Tool, RunIsAbortedByTheAttentionCheckAndLeavesTheResult)
     const kt_test::Attention attention;
     EXPECT_EQ(answer(tool_, {0}).categoryResults().size(), 3u);
     EXPECT_EQ(attention.polls(), 5 + 3);
-}
-
-// Memory that runs out
-
-TEST(ToolMemory, RunThatRunsOutOfItLeavesTheResult)
-{
-    const ktClassifierTool tool = trainedKnn(Knn(4));
-    const auto query = pattern({0});
-    const long allocations = kt_test::failEachAllocation(
-        [] { return untouchedResult(); }, [&](ktClassifierResult& result) { tool.run(*query, result); },
-        [](const ktClassifierResult& result) { EXPECT_TRUE(result == untouchedResult()); });
-    EXPECT_GT(allocations, 0);
 }
 
 }  // namespace

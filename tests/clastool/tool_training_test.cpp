@@ -425,33 +425,6 @@ TEST_F(ToolTree, ThatCannotBeClonedLeavesTheToolUntrained)
 
 // Memory that runs out
 
-/// Trains; where the parameters could not make a classifier, says so as memory that ran out.
-void trainOrRunOut(ktClassifierTool& tool, const ktClassifierDataProvider& data, const ktClassifierTrainParams& params)
-{
-    try {
-        tool.train(data, params);
-    } catch (const ktClassifierDefs::NotImplemented& error) {
-        EXPECT_EQ(error.message(), notImplemented);
-        EXPECT_FALSE(tool.isTrained());
-        throw std::bad_alloc();
-    }
-}
-
-TEST(ToolMemory, TrainingThatRunsOutOfItLeavesTheToolUntrained)
-{
-    const ktClassifierDataProviderMemory data = trainingData(line);
-    const Knn params(3, ktPatternDistanceMetricNorm(1.0), ktClassifierCosts(2.0));
-    const ktDecisionTreeNode tree = someTree();
-    const auto untrained = [](const ktClassifierTool& tool) { EXPECT_FALSE(tool.isTrained()); };
-    EXPECT_GT(
-        kt_test::failEachAllocation([] { return trainedKnn(); },
-                                    [&](ktClassifierTool& tool) { trainOrRunOut(tool, data, params); }, untrained),
-        5);
-    EXPECT_GE(kt_test::failEachAllocation([] { return trainedKnn(); },
-                                          [&](ktClassifierTool& tool) { tool.train(tree); }, untrained),
-              2);
-}
-
 TEST(ToolMemory, ClassifierThatCannotBeMadeForLackOfItIsNotImplemented)
 {
     const ktClassifierDataProviderMemory data = trainingData(line);
@@ -470,20 +443,6 @@ TEST(ToolMemory, ClassifierThatCannotBeMadeForLackOfItIsNotImplemented)
     expectThrows<ktClassifierDefs::NotImplemented>(notImplemented, 0x10004205, train);
     EXPECT_TRUE(happened);
     expectUntrained(tool);
-}
-
-TEST(ToolMemory, RetrainingThatRunsOutOfItChangesNothing)
-{
-    ktClassifierCosts costs;
-    costs.misclassificationCostOverride(2, 5, 9.0);
-    const Knn params(5, ktPatternDistanceMetricNorm(1.0), costs);
-    const long allocations =
-        kt_test::failEachAllocation([] { return trainedKnn(); }, [&](ktClassifierTool& tool) { tool.retrain(params); },
-                                    [](const ktClassifierTool& tool) {
-                                        EXPECT_TRUE(tool == trainedKnn());
-                                        EXPECT_TRUE(answer(tool, {0}) == answer(trainedKnn(), {0}));
-                                    });
-    EXPECT_GT(allocations, 3);
 }
 
 }  // namespace

@@ -90,14 +90,6 @@ TEST(Matrix, EqualityIsOfShapeAndElementsWithoutTolerance)
     EXPECT_FALSE(nan == copy);
 }
 
-TEST(Matrix, AssignmentThatRunsOutOfMemoryChangesNothing)
-{
-    const ktNMMatrix large(3, 3);
-    EXPECT_GT(kt_test::failEachAllocation([] { return ktNMMatrix(1, 2); }, [&](ktNMMatrix& matrix) { matrix = large; },
-                                          [](const ktNMMatrix& matrix) { EXPECT_TRUE(matrix == ktNMMatrix(1, 2)); }),
-              0);
-}
-
 TEST(Matrix, MovedFromHoldsNoMoreElementsThanItsShapeSays)
 {
     ktNMMatrix source(2, 2);

@@ -1,5 +1,4 @@
 #include "normal_density_kit.h"
-#include "support/allocations.h"
 #include "support/normal_reference.h"
 
 #include <kt/normal_density.h>
@@ -40,29 +39,6 @@ TEST(NormalDensity, EqualityIsExactInMeanCovarianceAndCount)
     EXPECT_TRUE(density != restored({{1.0}, {2.0}}, {{1.0, 0.5}, {0.5, 1.0}}, 8));
     EXPECT_TRUE(density != restored({{1.0, 2.0}}, {{1.0, 0.5}, {0.5, 1.0}}, 7));
     EXPECT_FALSE(density == ktNormalDensity());
-}
-
-TEST(NormalDensity, OperationsThatRunOutOfMemoryChangeNothing)
-{
-    const auto prepare = [] { return learnt({{1.0, 2.0}, {3.0, 7.0}}); };
-    const auto unchanged = [&](const ktNormalDensity& density) { EXPECT_TRUE(sameBits(density, prepare())); };
-    const ktNormalDensity other = learnt(TrainingSet{10, 3, 0.0, 1.0, 15}.rows());
-    const ktNMMatrix mean = other.mean();
-    const ktNMMatrix covariance = other.covariance();
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](ktNormalDensity& d) { d = other; }, unchanged),
-              0);
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](ktNormalDensity& d) { d.restore(mean, covariance, 3); }, unchanged),
-              0);
-    const double expected = logOf(prepare(), {1.5, 2.5});
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare,
-                  [&](ktNormalDensity& d) {
-                      EXPECT_EQ(logOf(d, {1.5, 2.5}), expected);
-                  },
-                  unchanged),
-              0);
 }
 
 }  // namespace

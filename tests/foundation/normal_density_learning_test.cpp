@@ -384,18 +384,4 @@ TEST(NormalDensity, StateWhoseShapesDisagreeLearnsNothing)
     }
 }
 
-TEST(NormalDensity, FirstListThatRunsOutOfMemoryLeavesTheStateUnused)
-{
-    const FlaggedRow row({1.0, 2.0, 3.0});
-    const ktNormalDensity::Row seen = row.row();
-    const auto prepare = [] { return ktNormalDensity(); };
-    const auto unused = [](const ktNormalDensity& density) { EXPECT_TRUE(density.isUnused()); };
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](ktNormalDensity& d) { EXPECT_EQ(d.accumulate(&seen, 1, 1.0), 0); }, unused),
-              0);
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [](ktNormalDensity& d) { EXPECT_EQ(d.prepare(2), 0); }, unused),
-              0);
-}
-
 }  // namespace

@@ -384,36 +384,7 @@ TEST(KnnIncremental, PatternIsSeenByAllThatShareThePatterns)
     EXPECT_EQ(labelsOf(answer(*clone, {5})), std::vector<long>{9});
 }
 
-// Memory that runs out
-
-TEST(KnnMemory, TrainingThatRunsOutOfItLeavesNoParameters)
-{
-    const Data data = trainingData(line);
-    const Params params(3, ktPatternDistanceMetricNorm(1.0), ktClassifierCosts(2.0));
-    const long allocations = kt_test::failEachAllocation(
-        [] { return OpenKNN(); }, [&](OpenKNN& classifier) { classifier.train(data, params); },
-        [](const OpenKNN& classifier) { EXPECT_TRUE(classifier.storedParams().isNull()); });
-    EXPECT_GT(allocations, 5);
-}
-
-TEST(KnnMemory, RetrainingAndIncrementalTrainingThatRunOutOfItChangeNothing)
-{
-    ktClassifierCosts costs(2.0);
-    costs.misclassificationCostOverride(2, 5, 9.0);
-    const Params params(5, ktPatternDistanceMetricNorm(1.0), costs);
-    const auto prepare = [] { return trained(line, Params(3)); };
-    const auto unchanged = [&](const OpenKNN& classifier) {
-        EXPECT_TRUE(classifier == prepare());
-        EXPECT_TRUE(answer(classifier, {0}) == answer(prepare(), {0}));
-    };
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](OpenKNN& classifier) { classifier.retrain(params); }, unchanged),
-              3);
-    const PatternHandle added = pattern({0});
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](OpenKNN& classifier) { classifier.trainIncremental(*added, 9); }, unchanged),
-              2);
-}
+// Memory
 
 TEST(KnnMemory, IncrementalTrainingWithTooLittleOfItForACopyGivesTheSameAnswers)
 {

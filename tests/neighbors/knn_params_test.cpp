@@ -1,5 +1,4 @@
 #include "metrics.h"
-#include "support/allocations.h"
 #include "support/archives.h"
 #include "support/bytes.h"
 #include "support/failures.h"
@@ -401,33 +400,6 @@ TEST(KnnParams, RefuseAnotherVersionHandedToTheirSerializeAndLeaveTheStreamAlone
     expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", 0x10004001,
                                             [&] { params.serialize_(archive, 1); });
     EXPECT_EQ(out.str(), "");
-}
-
-TEST(KnnParams, ConstructorsThatRunOutOfMemoryLeaveNothingBehind)
-{
-    const ktPatternDistanceMetricNorm norm(3.0);
-    const ktClassifierCosts costs = someCosts();
-    EXPECT_GT(kt_test::failEachAllocation([] { const Params params(3); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { const Params params(3, norm, costs); }), 0);
-    EXPECT_EQ(norm.refCount(), 0);
-}
-
-TEST(KnnParams, SettersThatRunOutOfMemoryChangeNothing)
-{
-    const ktPatternDistanceMetricNorm norm(3.0);
-    const ktClassifierCosts costs = someCosts();
-    const auto prepare = [] { return Params(3, ktPatternDistanceMetricNorm(1.0), ktClassifierCosts(5.0)); };
-    const auto unchanged = [&](const Params& params) { EXPECT_TRUE(params == prepare()); };
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](Params& params) { params.distanceMetric(norm); }, unchanged),
-              0);
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](Params& params) { params.misclassificationCosts(costs); }, unchanged),
-              0);
-    const Params other(9, norm, costs);
-    EXPECT_GT(kt_test::failEachAllocation(
-                  prepare, [&](Params& params) { params = other; }, unchanged),
-              0);
 }
 
 }  // namespace

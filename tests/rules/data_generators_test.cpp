@@ -1,4 +1,3 @@
-#include "support/allocations.h"
 #include "support/failures.h"
 
 #include <clastool/data_generators.h>
@@ -339,48 +338,6 @@ TEST(DataGenerators, AreNotPersistent)
 {
     EXPECT_FALSE((std::is_base_of_v<ktPersistent, kt_ClassDataGenerator>));
     EXPECT_FALSE((std::is_base_of_v<ktPersistent, kt_TotalDataGenerator>));
-}
-
-TEST(DataGenerators, DrawingThatRunsOutOfMemoryCanBeDoneAgain)
-{
-    const ktClassifierDataProviderMemory classData = normalClass(2, 4).generateData();
-    const long classAllocations = kt_test::failEachAllocation(
-        [] { return normalClass(2, 4); },
-        [&](kt_ClassDataGenerator& generator) { EXPECT_TRUE(generator.generateData() == classData); },
-        [](const kt_ClassDataGenerator&) {});
-    EXPECT_GT(classAllocations, 4);
-    kt_TotalDataGenerator total({normalClass(2, 4), constantClass(1.0, 2, 4)});
-    const ktClassifierDataProviderMemory totalData = total.generateData();
-    const long totalAllocations = kt_test::failEachAllocation(
-        [] {
-            return kt_TotalDataGenerator({normalClass(2, 4), constantClass(1.0, 2, 4)});
-        },
-        [&](kt_TotalDataGenerator& generator) { EXPECT_TRUE(generator.generateData() == totalData); },
-        [](const kt_TotalDataGenerator&) {});
-    EXPECT_GT(totalAllocations, 12);
-}
-
-TEST(DataGenerators, AssignmentThatRunsOutOfMemoryChangesNothing)
-{
-    kt_ClassDataGenerator other({{1.0, 1.0}}, 2);
-    other.generateData();
-    const long classAllocations = kt_test::failEachAllocation(
-        [] { return kt_ClassDataGenerator(twoMeasurements, 3); },
-        [&](kt_ClassDataGenerator& changed) { changed = other; },
-        [](kt_ClassDataGenerator& unchanged) {
-            EXPECT_TRUE(unchanged.generateData() == kt_ClassDataGenerator(twoMeasurements, 3).generateData());
-        });
-    EXPECT_GT(classAllocations, 2);
-    kt_TotalDataGenerator otherTotal({other, other});
-    otherTotal.generateData();
-    const auto prepare = [] {
-        return kt_TotalDataGenerator({normalClass(2, 4), normalClass(2, 3), normalClass(2, 2)});
-    };
-    const ktClassifierDataProviderMemory before = prepare().generateData();
-    const long totalAllocations = kt_test::failEachAllocation(
-        prepare, [&](kt_TotalDataGenerator& changed) { changed = otherTotal; },
-        [&](kt_TotalDataGenerator& unchanged) { EXPECT_TRUE(unchanged.generateData() == before); });
-    EXPECT_GT(totalAllocations, 4);
 }
 
 }  // namespace

@@ -764,14 +764,4 @@ TEST(FeatureScore, LastHandleFreesIt)
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
-TEST(FeatureScore, CloneThatRunsOutOfMemoryLeavesNothingBehind)
-{
-    for (const Pair& pair : pairs()) {
-        SCOPED_TRACE(pair.label);
-        const long allocations =
-            kt_test::failEachAllocation([&] { const ktPtrHandle<ktClsFtSc> clone(pair.object->clone()); });
-        EXPECT_EQ(allocations, 1);
-    }
-}
-
 }  // namespace

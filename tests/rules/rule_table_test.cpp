@@ -353,31 +353,6 @@ TEST(RuleTable, EqualityOfNullScoringFunctionsIsRefused)
     EXPECT_FALSE(null == ktClassifierRuleTable()) << "their numbers differ";
 }
 
-TEST(RuleTable, TrainThatRunsOutOfMemoryChangesNothing)
-{
-    const Rules before = {rule(constants({0.1}), 1), rule(constants({0.2}), 2)};
-    const Rules after = {rule(constants({0.3, 0.4}), 3), rule(constants({0.5, 0.6}), 4)};
-    const long allocations = kt_test::failEachAllocation(
-        [&] { return table(before); },
-        [&](ktClassifierRuleTable& trained) {
-            trained.train(after);
-            EXPECT_EQ(trained.rules(), after);
-        },
-        [&](const ktClassifierRuleTable& unchanged) { EXPECT_EQ(unchanged.rules(), before); });
-    EXPECT_GT(allocations, 0);
-}
-
-TEST(RuleTable, AssignmentThatRunsOutOfMemoryChangesNothing)
-{
-    const Rules before = {rule(constants({0.1}), 1), rule(constants({0.2}), 2), rule(constants({0.25}), 2)};
-    // Not more rules than before: assigning them one by one would find room, and fail half way.
-    const ktClassifierRuleTable source = table({rule(constants({0.3, 0.4}), 3), rule(constants({0.5, 0.6}), 4)});
-    const long allocations = kt_test::failEachAllocation(
-        [&] { return table(before); }, [&](ktClassifierRuleTable& changed) { changed = source; },
-        [&](const ktClassifierRuleTable& unchanged) { EXPECT_EQ(unchanged.rules(), before); });
-    EXPECT_GT(allocations, 0);
-}
-
 TEST(RuleTable, ClassifyingAllocatesNothing)
 {
     const ktClassifierRuleTable trained = tableOfScores({0.1, 0.2, 0.9});

@@ -284,37 +284,6 @@ TEST(Rule, EqualityOfNullScoringFunctionsIsRefused)
     EXPECT_FALSE(null == ktClassifierRule()) << "their numbers differ";
 }
 
-TEST(Rule, InitThatRunsOutOfMemoryChangesNothing)
-{
-    const ScoreHandles before = constants({0.25});
-    const ScoreHandles after = constants({0.5, 0.75, 1.0});
-    const long allocations = kt_test::failEachAllocation([&] { return rule(before, 4); },
-                                                         [&](ktClassifierRule& changed) {
-                                                             changed.init(after, 5);
-                                                             EXPECT_EQ(changed.scoringMethods(), after);
-                                                             EXPECT_EQ(changed.label(), 5);
-                                                         },
-                                                         [&](const ktClassifierRule& unchanged) {
-                                                             EXPECT_EQ(unchanged.scoringMethods(), before);
-                                                             EXPECT_EQ(unchanged.label(), 4);
-                                                         });
-    EXPECT_GT(allocations, 0);
-}
-
-TEST(Rule, AssignmentThatRunsOutOfMemoryChangesNothing)
-{
-    // Room enough for the new functions, so that assigning in place would not need memory for the vector as a whole.
-    const ScoreHandles before = constants({0.1, 0.2, 0.3, 0.4});
-    const ktClassifierRule source = rule(constants({0.5, 0.75}), 5);
-    const long allocations = kt_test::failEachAllocation([&] { return rule(before, 4); },
-                                                         [&](ktClassifierRule& changed) { changed = source; },
-                                                         [&](const ktClassifierRule& unchanged) {
-                                                             EXPECT_EQ(unchanged.scoringMethods(), before);
-                                                             EXPECT_EQ(unchanged.label(), 4);
-                                                         });
-    EXPECT_GT(allocations, 0);
-}
-
 TEST(Rule, ScoreAllocatesNothing)
 {
     const ktClassifierRule ramps = rule({new OneSided, new Ignore, new TwoSided}, 1);

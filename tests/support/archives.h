@@ -3,10 +3,12 @@
 #include "streams.h"
 
 #include <gtest/gtest.h>
-#include <kt/archive.h>
+#include <kt/foundation.h>
 
+#include <memory>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 namespace kt_test {
 
@@ -57,6 +59,55 @@ template <class T>
 T storedAndLoaded(const T& value)
 {
     return load<T>(store(value));
+}
+
+/// Who owns an object that was loaded by pointer: a handle if the object has a count.
+template <class T>
+using Owner = std::conditional_t<std::is_base_of_v<ktRepBase, T>, ktPtrHandle<T>, std::unique_ptr<T>>;
+
+/// Archives by pointer. Loading leaves the owner empty for a null record or one of another class.
+template <class T>
+void archiveByPointer(ktArchive& archive, ktPtrHandle<T>& owner)
+{
+    archive || owner;
+}
+
+template <class T>
+void archiveByPointer(ktArchive& archive, std::unique_ptr<T>& owner)
+{
+    // Keeps a counted object of another class alive for as long as it is looked at.
+    const ktArchive::Pass pass(archive);
+    ktPersistent* loaded = nullptr;
+    ktPersistent::serializePointer(archive, owner.get(), loaded);
+    if (archive.isLoading()) {
+        owner.reset(dynamic_cast<T*>(loaded));
+        if (owner == nullptr && dynamic_cast<ktRepBase*>(loaded) == nullptr) {
+            delete loaded;
+        }
+    }
+}
+
+/// The whole archive of one object, by pointer.
+template <class T>
+std::string storeByPointer(const T& value)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    Owner<T> owner(new T(value));
+    archiveByPointer(archive, owner);
+    return out.str();
+}
+
+/// Loads one object by pointer. All bytes must be taken.
+template <class T>
+Owner<T> loadByPointer(const std::string& bytes)
+{
+    std::istringstream in(bytes);
+    ktArchive archive(static_cast<std::istream&>(in));
+    Owner<T> owner;
+    archiveByPointer(archive, owner);
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0) << "bytes that loading did not take";
+    return owner;
 }
 
 }  // namespace kt_test

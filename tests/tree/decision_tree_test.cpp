@@ -706,38 +706,6 @@ TEST(DecisionTreeLeaf, LoadedResultIsTakenAsItStands)
     EXPECT_EQ(unsorted.classifierResult().categoryResults()[1].classScore(), 0.25);
 }
 
-TEST(DecisionTree, EachAllocationFailureOfConstructionAndQuestionsLeavesNothingBehind)
-{
-    const Leaf leaf = leafFor({1, 2});
-    const Node inner = node(leaf, leaf);
-    const Node parent = node(inner, inner);
-    EXPECT_GT(kt_test::failEachAllocation([&] { Leaf(leaf.classifierResult()).clone(); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { node(leaf, inner).clone(); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { EXPECT_EQ(parent.numCategories(), 2); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { EXPECT_TRUE(parent == node(inner, inner)); }), 0);
-}
-
-TEST(DecisionTree, EachAllocationFailureInASetterLeavesTheTreeAsItWas)
-{
-    const Leaf leaf = leafFor({1, 2});
-    const Node before = node(leafFor({3}), leafFor({4}));
-    const std::vector<std::pair<const char*, std::function<void(Node&)>>> setters{
-        {"predicate", [&](Node& changed) { changed.predicateFunction(no()); }},
-        {"true tree", [&](Node& changed) { changed.trueTree(leaf); }},
-        {"false tree", [&](Node& changed) { changed.falseTree(node(leaf, leaf)); }},
-    };
-    for (const auto& [what, set] : setters) {
-        SCOPED_TRACE(what);
-        const long allocations = kt_test::failEachAllocation([&] { return before; }, set,
-                                                             [&](const Node& after) { EXPECT_TRUE(after == before); });
-        EXPECT_GT(allocations, 0);
-    }
-    const long allocations = kt_test::failEachAllocation(
-        [&] { return leafFor({9}); }, [&](Leaf& changed) { changed.classifierResult(leaf.classifierResult()); },
-        [&](const Leaf& after) { EXPECT_TRUE(after == leafFor({9})); });
-    EXPECT_GT(allocations, 0);
-}
-
 TEST(DecisionTree, PartsAreFreedWithTheLastTreeThatHoldsThem)
 {
     const kt_test::MemoryWatch watch;

@@ -350,16 +350,6 @@ TEST(Predicates, RefusedOnesLeaveNothingBehind)
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
-TEST(Predicates, ConstructionThatRunsOutOfMemoryLeavesNothingBehind)
-{
-    const std::vector<long> indices{0, 1, 2};
-    EXPECT_GT(kt_test::failEachAllocation([&] { ktRangePredicate(ktRange(), indices).outcome(ktFeaturePattern()); }),
-              0);
-    EXPECT_GT(kt_test::failEachAllocation([&] { ktValidityPredicate{indices}.outcome(ktFeaturePattern()); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([] { ktRangePredicate().outcome(ktFeaturePattern()); }), 0);
-    EXPECT_GT(kt_test::failEachAllocation([] { ktValidityPredicate().outcome(ktFeaturePattern()); }), 0);
-}
-
 TEST(Predicates, OutcomeAllocatesNothing)
 {
     const ktFeaturePattern pattern({1.0, 2.0, 3.0}, {2});

@@ -1,7 +1,6 @@
 #include <clastool/decision_tree.h>
 #include <clastool/nearest_neighbor.h>
 
-#include "support/allocations.h"
 #include "support/archives.h"
 #include "support/failures.h"
 
@@ -135,15 +134,6 @@ TEST(ToolWithTree, TreeWhoseCloneFailsLeavesItUntrained)
     EXPECT_FALSE(tool.isTrained());
     expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before running.", 0x10004201,
                                                [&] { run(tool, ktFeaturePattern()); });
-}
-
-TEST(ToolWithTree, EachAllocationFailureOfTrainingLeavesItUntrained)
-{
-    const Leaf tree = leafFor({1, 2});
-    const long allocations = kt_test::failEachAllocation(
-        [] { return trainedTool(smallTree()); }, [&](ktClassifierTool& tool) { tool.train(tree); },
-        [](const ktClassifierTool& tool) { EXPECT_FALSE(tool.isTrained()); });
-    EXPECT_GT(allocations, 0);
 }
 
 TEST(ToolWithTree, CopyIsIndependent)

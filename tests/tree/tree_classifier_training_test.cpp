@@ -1,7 +1,6 @@
 #include <clastool/decision_tree.h>
 #include <clastool/nearest_neighbor.h>
 
-#include "support/allocations.h"
 #include "support/failures.h"
 
 #include "tree_classifier_kit.h"
@@ -211,15 +210,6 @@ TEST(TreeClassifier, ReadinessCheckHasNoObjection)
     EXPECT_NO_THROW(classifier.checkRunnable_());
     classifier.trainManual(Node());
     EXPECT_NO_THROW(classifier.checkRunnable_());
-}
-
-TEST(TreeClassifier, EachAllocationFailureOfManualTrainingLeavesItUntrained)
-{
-    const Leaf tree = leafFor({1, 2});
-    const long allocations = kt_test::failEachAllocation(
-        [] { return trained(smallTree()); }, [&](Classifier& classifier) { classifier.trainManual(tree); },
-        [](const Classifier& classifier) { EXPECT_FALSE(classifier.isTrained()); });
-    EXPECT_GT(allocations, 0);
 }
 
 }  // namespace

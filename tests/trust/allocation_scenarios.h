@@ -48,7 +48,7 @@ std::string bytesOf(const std::pair<A, B>& both)
 
 inline std::string bytesOf(const ktNormalDensity& density)
 {
-    return kt_test::store(density.mean(), density.covariance(), density.count());
+    return kt_test::store(density.mean(), density.covariance(), density.count(), long{density.isUnused()});
 }
 
 template <class T, class = void>
@@ -192,8 +192,8 @@ public:
         storedAndLoaded(name, small, large);
     }
 
-    /// Storing into an archive, and loading over another value. What a failed load leaves can be copied, assigned and
-    /// loaded again.
+    /// Storing into an archive, and loading over another value; by pointer too where the registry knows the class. What a
+    /// failed load leaves can be copied, assigned and loaded again.
     template <class T>
     void storedAndLoaded(const std::string& name, const T& small, const T& large)
     {
@@ -206,6 +206,14 @@ public:
                 copy = small;
                 expectSame(copy, small, bytesOf(small));
             });
+        if constexpr (std::is_base_of_v<ktPersistent, T>) {
+            if (kt_Instantiator::find(typeid(T)) != nullptr) {
+                asks(name + ": stored by pointer", large,
+                     [](const T& value) { return kt_test::storeByPointer(value); });
+                makes(name + ": loaded by pointer",
+                      [bytes = kt_test::storeByPointer(large)] { return T(*kt_test::loadByPointer<T>(bytes)); });
+            }
+        }
     }
 
 private:

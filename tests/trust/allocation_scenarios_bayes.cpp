@@ -1,6 +1,9 @@
 #include "allocation_scenarios.h"
 
+#include "bayes/bayes_kit.h"
 #include "support/training.h"
+
+#include <numeric>
 
 namespace trust {
 
@@ -198,6 +201,26 @@ void listModels(ScenarioList& list)
     list.values("category model", Model(), adapted());
     list.keeps("category model: learns its first pattern", make,
                [query](Model& model) { model.adapt(query, nullptr, 0); });
+    // Groups of up to 32 measurements are laid out on the stack.
+    std::vector<long> large(40);
+    std::iota(large.begin(), large.end(), 2);
+    const auto makeLarge = [large] {
+        return Model(1, {{0, 1}, large, {0}}, {Types::eNormal, Types::eNormal, Types::eBinomial}, {});
+    };
+    const auto learnLarge = [](Model& model) {
+        std::vector<double> values(42, 3.0);
+        values[0] = 0.5;
+        model.adapt(ktFeaturePattern(values, {}), nullptr, 0);
+    };
+    list.keeps("category model with a large group: learns its first pattern", makeLarge, learnLarge);
+    list.keeps(
+        "category model with a large group: learns one more pattern",
+        [=] {
+            Model model = makeLarge();
+            learnLarge(model);
+            return model;
+        },
+        learnLarge);
     list.keeps(
         "category model: learns one more pattern", adapted, [query](Model& model) { model.adapt(query, nullptr, 0); },
         Allocates::nothing);
@@ -225,7 +248,9 @@ void listParams(ScenarioList& list)
     });
     list.values("Bayesian parameters", Params(), mixedParams());
     list.asks("Bayesian parameters: cloned", mixedParams(), [](const Params& params) { return params.clone(); });
-    const auto fresh = [] { return Params(); };
+    const auto fresh = [] {
+        return Params(Types(Types::eUniform), ktClassifierFrequencies(3.0), ktClassifierCosts(5.0));
+    };
     list.keeps("Bayesian parameters: distribution types set", fresh,
                [from = mixedParams()](Params& params) { params.distributionTypes(from.distributionTypes()); });
     list.keeps("Bayesian parameters: frequencies set", fresh,
@@ -240,6 +265,8 @@ void listParams(ScenarioList& list)
 /// Failed training leaves the old state, or no parameters and as many labels as models.
 void expectTrainingFailed(const Classifier& classifier, const Classifier& before)
 {
+    const bayes::ClassifierFields fields = bayes::fieldsOf(classifier);
+    EXPECT_EQ(fields.labels.size(), fields.models.size());
     Classifier copy(classifier);
     if (copy == before) {
         return;
@@ -286,6 +313,21 @@ void listClassifier(ScenarioList& list)
         "Bayesian classifier: run the first time",
         [prepare] { return std::make_pair(kt_test::storedAndLoaded(prepare()), kt_test::untouchedResult()); },
         [query](std::pair<Classifier, ktClassifierResult>& state) { state.first.run(query, state.second); });
+    list.keeps(
+        "Bayesian classifier: run the first time with 40 categories and a hole",
+        [] {
+            ktClassifierDataProviderMemory data;
+            for (long i = 0; i < 80; ++i) {
+                const auto x = static_cast<double>(i);
+                data.addData(kt_test::pattern({x, 0.5 * x * x, -x}), i % 40);
+            }
+            Classifier classifier;
+            classifier.train(data, Params());
+            return std::make_pair(kt_test::storedAndLoaded(classifier), kt_test::untouchedResult());
+        },
+        [hole = ktFeaturePattern({1.0, 4.0, 0.5}, {2})](std::pair<Classifier, ktClassifierResult>& state) {
+            state.first.run(hole, state.second);
+        });
     list.keeps(
         "Bayesian classifier: refuses to run untrained", [] { return Classifier(); },
         refused([query](const Classifier& classifier) {

@@ -83,7 +83,15 @@ void listRules_(ScenarioList& list)
         "rule: made empty", [] { return Rule(); }, Allocates::nothing);
     list.values("rule", Rule(), rule(1));
     list.keeps(
-        "rule: set up", [] { return Rule(); }, [given = methods()](Rule& made) { made.init(given, 3); });
+        "rule: set up", [] { return rule(1); },
+        [given = std::vector<Method>{new Ignore}](Rule& made) { made.init(given, 3); });
+    // Where there is room for what comes, assigning part by part would stop half way.
+    list.keeps(
+        "rule: assigned over a longer one", [] { return rule(1); }, [from = [] {
+            Rule shorter;
+            shorter.init({new Ignore, new Ignore}, 5);
+            return shorter;
+        }()](Rule& made) { made = from; });
     list.keeps(
         "rule: refuses a label", [] { return rule(1); },
         refused([given = methods()](Rule& made) { made.init(given, -1); }), Allocates::nothing);
@@ -95,6 +103,12 @@ void listRules_(ScenarioList& list)
     list.makes(
         "rule table: made", [] { return Table(); }, Allocates::nothing);
     list.values("rule table", table(1), table(3));
+    list.keeps(
+        "rule table: assigned over a longer one", [] { return table(3); }, [from = [] {
+            Table shorter;
+            shorter.train({rule(7), rule(8)});
+            return shorter;
+        }()](Table& given) { given = from; });
     list.keeps(
         "rule table: trained", [] { return table(1); },
         [rules = table(4).rules()](Table& given) { given.train(rules); });
@@ -111,41 +125,46 @@ void listRules_(ScenarioList& list)
 
 // A generator shows its state only in what it gives.
 
+template <class Generator>
 struct Generated {
-    kt_TotalDataGenerator generator;
+    Generator generator;
 };
 
-std::string bytesOf(const Generated& given)
+template <class Generator>
+std::string bytesOf(const Generated<Generator>& given)
 {
-    return kt_test::store(kt_TotalDataGenerator(given.generator).generateData());
+    return kt_test::store(Generator(given.generator).generateData());
 }
 
-std::vector<kt_ClassDataGenerator> generators()
+template <class Generator>
+void listGenerator(ScenarioList& list, const std::string& name, const Generator& some, const Generator& others)
 {
-    return {kt_ClassDataGenerator({{0.0, 1.0}, {5.0, 2.0}}, 4), kt_ClassDataGenerator({{9.0, 1.0}, {7.0, 2.0}}, 4)};
+    const Generated<Generator> fresh{some};
+    Generated<Generator> used{others};
+    used.generator.generateData();
+    const auto ask = [](Generated<Generator>& given) { given.generator.generateData(); };
+    list.asks(name + ": copied", used, [](const Generated<Generator>& given) { return given; });
+    list.keeps(
+        name + ": assigned", [fresh] { return fresh; }, [used](Generated<Generator>& given) { given = used; });
+    list.keeps(
+        name + ": asked the first time", [fresh] { return fresh; }, ask);
+    list.keeps(
+        name + ": asked again", [used] { return used; }, ask);
 }
 
 void listGenerators(ScenarioList& list)
 {
+    using Class = kt_ClassDataGenerator;
+    using Total = kt_TotalDataGenerator;
     const std::vector<ktPair<double>> distribution{{0.0, 1.0}, {5.0, 2.0}};
-    list.makes("class generator: made and asked", [distribution] {
-        kt_ClassDataGenerator generator(distribution, 3);
-        return generator.generateData();
-    });
+    const Class first(distribution, 4);
+    const Class second({{9.0, 1.0}, {7.0, 2.0}}, 4);
+    list.asks("class generator: made", Nothing{},
+              [distribution](const Nothing&) { return Generated<Class>{Class(distribution, 3)}; });
     list.asks("total generator: made", Nothing{},
-              [given = generators()](const Nothing&) { return Generated{kt_TotalDataGenerator(given)}; });
-    const Generated fresh{kt_TotalDataGenerator(generators())};
-    Generated used = fresh;
-    used.generator.generateData();
-    list.asks("total generator: copied", used, [](const Generated& given) { return given; });
-    list.keeps(
-        "total generator: assigned", [] { return Generated(); }, [used](Generated& given) { given = used; });
-    list.keeps(
-        "total generator: asked the first time", [fresh] { return fresh; },
-        [](Generated& given) { given.generator.generateData(); });
-    list.keeps(
-        "total generator: asked again", [used] { return used; },
-        [](Generated& given) { given.generator.generateData(); });
+              [given = std::vector<Class>{first, second}](const Nothing&) { return Generated<Total>{Total(given)}; });
+    listGenerator(list, "class generator", first, Class({{1.0, 1.0}}, 2));
+    listGenerator(list, "total generator", Total({first, second, first}), Total({second, first}));
 }
 
 }  // namespace
