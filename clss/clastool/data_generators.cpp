@@ -47,8 +47,9 @@ ktClassifierDataProviderMemory kt_ClassDataGenerator::generateData()
         ktRandomGaussian random(seed);
         std::vector<double> values(distribution_.size());
         for (long i = 0; i < numPatterns_; ++i) {
-            std::transform(distribution_.begin(), distribution_.end(), values.begin(),
-                           [&](const ktPair<double>& d) { return random.next(d.first, d.second); });
+            for (std::size_t j = 0; j < values.size(); ++j) {
+                values[j] = random.next(distribution_[j].first, distribution_[j].second);
+            }
             drawn.addData(new ktFeaturePattern(values, {}), 0);
         }
         data_ = drawn;

@@ -70,7 +70,7 @@ public:
 };
 
 /// A ramp: the score is y0 on the outer side of x0, changes linearly to y1 between x0 and x1, stays y1 from x1 up to and
-/// including xc, and is 0 past xc. It rises along the axis for x0 <= x1 <= xc and falls for xc <= x1 <= x0.
+/// including xc, and is 0 past xc. It runs up the axis for x0 <= x1 <= xc and down the axis for xc <= x1 <= x0.
 ///
 /// Copy: member by member.
 class KT_API ktClassifierFeatureScoreOneSided : public ktClsFtSc {
@@ -107,8 +107,8 @@ public:
     /// Throws: ktClassifierDefs::BadParams "y1 must be between 0 and 1".
     void y1(double value);
 
-    /// Between x0 and x1: (x1 y0 - x0 y1 - (y0 - y1) x) / (x1 - x0). NaN takes this branch and stays NaN where x0 and x1
-    /// differ.
+    /// Between x0 and x1: (x1 y0 - x0 y1 - (y0 - y1) x) / (x1 - x0). NaN takes this branch and stays NaN, also where x0 and
+    /// x1 are equal.
     /// Throws: ktClassifierDefs::BadParams "x1 must lie between x0 and xc".
     double score(double x) const override;
     ktClsFtSc* clone() const override;

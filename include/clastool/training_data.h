@@ -62,8 +62,6 @@ private:
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierCosts& costs);
     friend class kt_DecisionRule;
 
-    bool hasNoOverrides() const { return fromLabels_.empty(); }
-
     long misclOverrideIndex_(long trueLabel, long assignedLabel) const;
 
     double default_;
@@ -110,8 +108,6 @@ public:
 private:
     friend class kt_DecisionRule;
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierFrequencies& frequencies);
-
-    bool hasNoOverrides() const { return labels_.empty(); }
 
     long freqOverrideIndex_(long label) const;
 
@@ -192,7 +188,7 @@ public:
     /// Throws: ktClassifierDefs::BadParams "The category labels of the match results must be unique.", then
     /// ktClassifierDefs::BadParams "At least one of the classification scores must be > 0." if the class scores sum to 0
     /// (also without results), then what ktClassifierCategoryResult refuses.
-    /// Cost: quadratic in the categories.
+    /// Cost: sorting the categories.
     ktClassifierResult(const std::vector<ktClassifierCategoryResult>& categoryResults, double matchScoreFactorLog);
 
     /// The decision rule. For categories i with labels l(i) and match scores m(i), f(i) the frequency of l(i), F their sum:
@@ -206,7 +202,8 @@ public:
     /// of the category frequencies must be > 0."; what the attention check raises; if every match score is 0
     /// ktClassifierDefs::BadParams "At least one of the resulting classification scores must be > 0."; what
     /// ktClassifierCategoryResult refuses.
-    /// Polls: once per category. Cost: quadratic in the categories, times the overrides.
+    /// Polls: once per category, spread over the work. Cost: quadratic in the categories, and linear in the overrides but for
+    /// the bisection of labels; for up to 32 categories, categories times overrides.
     /// See: R. O. Duda, P. E. Hart, D. G. Stork, "Pattern Classification", 2001, on minimum-risk decisions.
     ktClassifierResult(const std::vector<ktClassifierCategoryResult>& matchResults,
                        const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
@@ -255,7 +252,9 @@ public:
     virtual long numPatterns() const = 0;
     /// The pattern, shared with the caller.
     virtual ktPtrHandle_const<ktFeaturePattern> featurePattern(long index) = 0;
-    /// The label of the pattern, -1 for an unknown category: training leaves such a pattern out.
+    /// The label of the pattern, -1 for an unknown category: `train` leaves such a pattern out, nearest neighbours after
+    /// asking whether its measurements are valid. kt_ClassifierKNN::trainIncremental keeps it, and a run that it votes in
+    /// throws ktClassifierDefs::BadLabel.
     virtual long categoryLabel(long index) const = 0;
 
 protected:

@@ -400,6 +400,36 @@ TEST_F(BayesianRun, AllocatesNothingInSteadyState)
     }
 }
 
+TEST_F(BayesianRun, OverridesOfCostsTakeNoMemoryForFewCategoriesAndOneAllocationForMany)
+{
+    ktClassifierCosts costs;
+    ktClassifierFrequencies frequencies;
+    for (long from = 0; from < 40; ++from) {
+        frequencies.categoryFrequencyOverride(from, 2.0);
+        for (long to = 0; to < 40; ++to) {
+            if (from != to) {
+                costs.misclassificationCostOverride(from, to, 2.0);
+            }
+        }
+    }
+    for (const long categories : {2L, 32L, 33L, 40L}) {
+        std::vector<Labelled> data;
+        for (long label = 0; label < categories; ++label) {
+            data.push_back({{0.5 * static_cast<double>(label)}, label});
+            data.push_back({{0.5 * static_cast<double>(label) + 1.0}, label});
+        }
+        const OpenBayesian classifier = trained(data, Params({}, frequencies, costs));
+        const ktFeaturePattern query = pattern({1.0});
+        ktClassifierResult result;
+        classifier.run(query, result);
+        const long forTheCategories = categories <= 32 ? 0 : 1;
+        const long forTheOverrides = forTheCategories;
+        EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(query, result); }),
+                  forTheCategories + forTheOverrides)
+            << categories;
+    }
+}
+
 TEST_F(BayesianRun, AllocatesNothingForGroupsOfAnySize)
 {
     for (const std::size_t size : {1u, 2u, 16u, 33u, 100u}) {

@@ -445,8 +445,8 @@ struct Decided {
 };
 
 /// The rule as it is written down, in numbers of type Real, in the order of the matches.
-template <class Real>
-std::vector<Decided> decideByHand(const RandomDecision& given)
+template <class Real, class Given>
+std::vector<Decided> decideByHand(const Given& given)
 {
     const std::size_t size = given.labels.size();
     Real frequencySum = 0;
@@ -510,6 +510,83 @@ TEST(DecisionRule, KeepsTheOrderOfOperationsToTheLastBit)
             EXPECT_TRUE(entryOf(result, entry.categoryLabel()) == entry) << entry.categoryLabel();
         }
         EXPECT_EQ(labelsOf(result), expectedOrder(decided));
+    }
+}
+
+/// Tables as only an archive brings them: pairs and labels named several times, by themselves or below 0, and sequences of
+/// different lengths. Both tables' own look-ups are the plain ones.
+struct DamagedTables {
+    explicit DamagedTables(unsigned long seed, std::size_t numLabels) : random(seed)
+    {
+        while (labels.size() < numLabels) {
+            const long label = static_cast<long>(random() % (2 * numLabels));
+            if (std::find(labels.begin(), labels.end(), label) == labels.end()) {
+                labels.push_back(label);
+                matches.push_back(match(label, uniform()));
+            }
+        }
+        const auto any = [&] { return static_cast<long>(random() % (2 * numLabels + 1)) - 1; };
+        const std::size_t numOverrides = 8 + numLabels * numLabels;
+        std::vector<long> from, to, frequent;
+        std::vector<double> mistakes, shares;
+        for (std::size_t i = 0; i < numOverrides; ++i) {
+            from.push_back(any());
+            to.push_back(any());
+            mistakes.push_back(10.0 * uniform());
+            frequent.push_back(any());
+            shares.push_back(0.01 + uniform());
+        }
+        (seed % 3 == 0 ? from : seed % 3 == 1 ? to : frequent).resize(numOverrides - 3);
+        (seed % 2 == 0 ? mistakes : shares).resize(numOverrides - 5);
+        const auto version = static_cast<unsigned char>(0);
+        costs = kt_test::load<ktClassifierCosts>(kt_test::store(version, 0.5, from, to, mistakes));
+        frequencies = kt_test::load<ktClassifierFrequencies>(kt_test::store(version, 0.25, frequent, shares));
+    }
+
+    double frequencyOf(long label) const { return frequencies.categoryFrequency(label); }
+    double costOf(long from, long to) const { return costs.misclassificationCost(from, to); }
+    double uniform() { return static_cast<double>(random() >> 11) * 0x1p-53; }
+
+    std::mt19937_64 random;
+    Labels labels;
+    CategoryResults matches;
+    ktClassifierFrequencies frequencies;
+    ktClassifierCosts costs;
+};
+
+TEST(DecisionRule, TakesTheFirstOverrideOfAPairFromAnyTable)
+{
+    for (const std::size_t numLabels : {1u, 2u, 7u, 31u, 32u, 33u, 50u}) {
+        for (unsigned long seed = 1; seed <= 12; ++seed) {
+            SCOPED_TRACE(testing::Message() << numLabels << " labels, seed " << seed);
+            const DamagedTables given(seed, numLabels);
+            const std::vector<Decided> expected = decideByHand<double>(given);
+            const ktClassifierResult result = decide(given.matches, given.frequencies, given.costs);
+            for (std::size_t i = 0; i < expected.size(); ++i) {
+                EXPECT_TRUE(entryOf(result, given.labels[i]) ==
+                            CategoryResult(given.labels[i], given.matches[i].matchScore(), expected[i].classScore,
+                                           expected[i].expectedCost));
+            }
+        }
+    }
+}
+
+TEST(DecisionRule, FindsARepeatedLabelAnywhereAmongMany)
+{
+    for (const std::size_t size : {2u, 32u, 33u, 200u}) {
+        CategoryResults results;
+        for (std::size_t i = 0; i < size; ++i) {
+            results.emplace_back(static_cast<long>(i * 73 % 211), 0.5, 0.5, 1.0);
+        }
+        EXPECT_NO_THROW(decide(results));
+        EXPECT_NO_THROW(ktClassifierResult(results, 0.0));
+        for (const std::size_t i : {std::size_t{1}, size / 2, size - 1}) {
+            SCOPED_TRACE(testing::Message() << size << " entries, the first label again at " << i);
+            CategoryResults repeated = results;
+            repeated[i] = unchecked(results[0].categoryLabel(), 2.0, -1.0, -1.0);
+            expectRefused<BadParams>([&] { decide(repeated); }, notUnique);
+            expectRefused<BadParams>([&] { ktClassifierResult(repeated, 0.0); }, notUnique);
+        }
     }
 }
 

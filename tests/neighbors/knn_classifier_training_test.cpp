@@ -138,6 +138,15 @@ TEST(KnnTraining, SharesThePatternsThatItKeeps)
     EXPECT_EQ(labelled->refCount(), 2);
 }
 
+TEST(KnnTraining, OneByOneKeepsAnUnlabelledPatternWhoseVoteNoResultTakes)
+{
+    OpenKNN classifier = trained(line, Params(1));
+    classifier.trainIncremental(*pattern({100.0}), -1);
+    EXPECT_EQ(labelsOf(answer(classifier, {0.5})), std::vector<long>{2}) << "too far away to vote";
+    expectRunThrows<ktClassifierDefs::BadLabel>(classifier, *pattern({100.0}), "Category labels must be >= 0",
+                                                0x10004203);
+}
+
 TEST(KnnTraining, KeepsNothingThatIsAddedToTheProviderAfterwards)
 {
     Data data = trainingData(line);

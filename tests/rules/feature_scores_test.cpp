@@ -341,6 +341,14 @@ TEST(FeatureScoreOneSided, BadOrderIsRefusedWhateverIsScored)
     EXPECT_EQ(score.score(0.25), 0.5) << "right again";
 }
 
+TEST(FeatureScoreOneSided, NanStaysNanAlsoOnARampOfNoLength)
+{
+    for (const std::vector<double>& values :
+         {std::vector<double>{0, 1, 2, 0.25, 0.75}, {1, 1, 2, 0.25, 0.75}, {1, 1, 1, 0, 1}}) {
+        EXPECT_TRUE(std::isnan(oneSidedOf(values).score(nan))) << values[0];
+    }
+}
+
 TEST(FeatureScoreOneSided, NanBreakpointPassesTheConditionAsItIsWritten)
 {
     for (std::size_t i = 0; i < 3; ++i) {

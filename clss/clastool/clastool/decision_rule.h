@@ -4,6 +4,7 @@
 
 #include <kt/scratch.h>
 
+#include <cstddef>
 #include <vector>
 
 /// Raises a failing status of the attention check.
@@ -18,14 +19,26 @@ inline void kt_pollAttention()
 /// One category on its way through the decision rule.
 struct kt_Verdict {
     ktClassifierCategoryResult category;
-    /// Its score, then its prior, its posterior, at last its place.
+    /// f, the frequency of the category; p, the posterior that follows from it, at first not divided by the sum of all. A
+    /// technique may keep a score of its own here until it has the match score.
     double weight = 0.0;
-    /// What deciding for it costs.
+    /// C, what deciding for the category costs, at first not divided by the sum of the posteriors.
     double cost = 0.0;
+    /// What deciding for the category costs if the true one is the one that is being looked at.
+    double mistake = 0.0;
+    /// Which one of the caller's verdicts this is.
+    std::size_t given = 0;
+    /// Where the verdict is that the caller gave at this place.
+    std::size_t whereGiven = 0;
+    /// One more than the last override whose true category this is, 0 for none.
+    std::size_t lastOverride = 0;
 };
 
-/// The decision rule behind ktClassifierResult's cost-weighted constructor, for the techniques' runs: it reuses the storage
-/// of the caller's result, which changes only if nothing is thrown.
+/// The decision rule behind ktClassifierResult's constructors, for the techniques' runs: it reuses the storage of the
+/// caller's result, which changes only if nothing is thrown.
+///
+/// Cost: quadratic in the categories, and linear in the overrides but for the search of their labels. No allocation for up to
+/// 32 categories into a result that has held as many; beyond, one if there are overrides of the costs.
 class kt_DecisionRule {
 public:
     static void decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
@@ -37,10 +50,29 @@ public:
                        const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
                        double matchScoreFactorLog);
 
-    /// Sorts the verdicts by ascending expected cost and hands them to the result.
-    static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
+    /// Sorts category results by ascending expected cost and hands them to the result. Throws: ktClassifierDefs::BadParams
+    /// "The category labels of the match results must be unique.".
+    static void sort(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& categories,
+                     double matchScoreFactorLog);
 
 private:
-    static double lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierFrequencies& frequencies);
-    static void sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs);
+    kt_DecisionRule(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierFrequencies& frequencies,
+                    const ktClassifierCosts& costs);
+
+    double lookUpPriors();
+    double weighMatches(double priorSum);
+    void divideBy(double posteriorSum);
+
+    void indexOverrides();
+    void addMistakes(const kt_Verdict& truth);
+    void lookUpMistakes(const kt_Verdict& truth);
+    static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
+
+    kt_Scratch<kt_Verdict>& verdicts_;
+    const ktClassifierFrequencies& frequencies_;
+    const ktClassifierCosts& costs_;
+    const std::size_t numOverrides_;
+    // For each override one more than the one before it with the same true category. Empty for few categories: the overrides
+    // of each are then looked for among all.
+    std::vector<std::size_t> previous_;
 };

@@ -3,14 +3,27 @@
 #include "decision_rule.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+
+// The decision rule, as ktClassifierResult defines it: labels and match scores m(i) come in, class scores and expected costs go
+// out, sorted. decide() takes the steps in the order of the definition:
+//
+//     lookUpPriors   f(i), and their sum F
+//     weighMatches   p(i) = (m(i) f(i)) / F, and their sum P; addMistakes: C(j) += cost(l(i), l(j)) p(i) for all j but i
+//     divideBy       the class scores p(j) / P, the expected costs C(j) / P
+//     conclude       sorts by expected cost
+//
+// While this goes on the verdicts lie by label, so that what the overrides name is found by bisection. Sums take their terms in
+// the order in which the categories were given, which each verdict remembers.
 
 namespace {
 
 using CategoryResult = ktClassifierCategoryResult;
 
 using Verdicts = kt_Scratch<kt_Verdict>;
+
+/// Up to so many categories need no memory.
+constexpr std::size_t fewCategories = 32;
 
 void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
 {
@@ -19,87 +32,53 @@ void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
     }
 }
 
-void requireUniqueLabels(Verdicts& verdicts)
+bool labelLess(const kt_Verdict& verdict, long label)
 {
-    // Labels that ascend, as they do in most results, are found unique in one pass.
-    bool isAscending = true;
-    for (std::size_t i = 1; i < verdicts.size(); ++i) {
-        isAscending &= verdicts[i - 1].category.categoryLabel() < verdicts[i].category.categoryLabel();
+    return verdict.category.categoryLabel() < label;
+}
+
+/// Sorts the verdicts by label, so that each is found by bisection. The order in which they were given stays known: sums take
+/// their terms in that order, and equal costs keep it.
+void orderByLabel(Verdicts& verdicts)
+{
+    for (std::size_t i = 0; i < verdicts.size(); ++i) {
+        verdicts[i].given = verdicts[i].whereGiven = i;
     }
-    if (isAscending) {
+    const auto less = [](const kt_Verdict& a, const kt_Verdict& b) { return labelLess(a, b.category.categoryLabel()); };
+    const auto isOutOfOrder = [&](const kt_Verdict& a, const kt_Verdict& b) { return !less(a, b); };
+    if (std::adjacent_find(verdicts.begin(), verdicts.end(), isOutOfOrder) == verdicts.end()) {
         return;
     }
+    std::sort(verdicts.begin(), verdicts.end(), less);
+    if (std::adjacent_find(verdicts.begin(), verdicts.end(), isOutOfOrder) != verdicts.end()) {
+        throw ktClassifierDefs::BadParams("The category labels of the match results must be unique.");
+    }
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
-        for (std::size_t j = i + 1; j < verdicts.size(); ++j) {
-            if (verdicts[i].category.categoryLabel() == verdicts[j].category.categoryLabel()) {
-                throw ktClassifierDefs::BadParams("The category labels of the match results must be unique.");
-            }
-        }
+        verdicts[verdicts[i].given].whereGiven = i;
     }
 }
 
-/// Ascending; NaN comes after every number, so that the order is one whatever the costs are.
-bool costsLess(const kt_Verdict& a, const kt_Verdict& b)
+kt_Verdict& inGivenOrder(Verdicts& verdicts, std::size_t i)
+{
+    return verdicts[verdicts[i].whereGiven];
+}
+
+/// The verdict on a category; null for a category that is not among them.
+kt_Verdict* find(Verdicts& verdicts, long label)
+{
+    kt_Verdict* const found = std::lower_bound(verdicts.begin(), verdicts.end(), label, labelLess);
+    return found != verdicts.end() && found->category.categoryLabel() == label ? found : nullptr;
+}
+
+/// Ascending by cost; NaN comes after every number, equal costs in the order in which they were given.
+bool costLess(const kt_Verdict& a, const kt_Verdict& b)
 {
     const double costA = a.category.expectedCost();
     const double costB = b.category.expectedCost();
-    return costA < costB || (std::isnan(costB) && !std::isnan(costA));
-}
-
-/// Equal costs keep their places, without the memory that std::stable_sort takes.
-void sortByCost(Verdicts& verdicts)
-{
-    for (std::size_t i = 0; i < verdicts.size(); ++i) {
-        verdicts[i].weight = static_cast<double>(i);
+    if (costA < costB || costB < costA) {
+        return costA < costB;
     }
-    std::sort(verdicts.begin(), verdicts.end(), [](const kt_Verdict& a, const kt_Verdict& b) {
-        return costsLess(a, b) || (!costsLess(b, a) && a.weight < b.weight);
-    });
-}
-
-/// Places the verdicts by ascending cost, equal costs in their order. A few of them find their places by counting who goes
-/// before whom: no step depends on how a comparison ended, so a processor need not guess.
-void placeByCost(std::vector<CategoryResult>& results, Verdicts& verdicts)
-{
-    const std::size_t size = verdicts.size();
-    results.resize(size);
-    std::array<double, 32> costs;
-    bool areFewNumbers = size <= costs.size();
-    for (std::size_t i = 0; i < size && areFewNumbers; ++i) {
-        costs[i] = verdicts[i].category.expectedCost();
-        areFewNumbers = !std::isnan(costs[i]);
-    }
-    if (!areFewNumbers) {
-        sortByCost(verdicts);
-        std::transform(verdicts.begin(), verdicts.end(), results.begin(),
-                       [](const kt_Verdict& verdict) { return verdict.category; });
-        return;
-    }
-    for (std::size_t i = 0; i < size; ++i) {
-        std::size_t place = 0;
-        for (std::size_t j = 0; j < i; ++j) {
-            place += costs[j] <= costs[i] ? 1u : 0u;
-        }
-        for (std::size_t j = i + 1; j < size; ++j) {
-            place += costs[j] < costs[i] ? 1u : 0u;
-        }
-        results[place] = verdicts[i].category;
-    }
-}
-
-/// Turns the priors into unnormalised posteriors and returns their sum.
-double weighByMatch(Verdicts& verdicts, double priorSum)
-{
-    double sum = 0.0;
-    for (kt_Verdict& verdict : verdicts) {
-        kt_pollAttention();
-        verdict.weight = verdict.category.matchScore() * verdict.weight / priorSum;
-        sum += verdict.weight;
-    }
-    if (sum == 0.0) {
-        throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
-    }
-    return sum;
+    return std::isnan(costA) == std::isnan(costB) ? a.given < b.given : std::isnan(costB);
 }
 
 }  // namespace
@@ -135,10 +114,7 @@ ktClassifierResult::ktClassifierResult() = default;
 ktClassifierResult::ktClassifierResult(const std::vector<ktClassifierCategoryResult>& categoryResults,
                                        double matchScoreFactorLog)
 {
-    Verdicts verdicts(categoryResults.size());
-    copyInto(verdicts, categoryResults);
-    requireUniqueLabels(verdicts);
-    kt_DecisionRule::conclude(*this, verdicts, matchScoreFactorLog);
+    kt_DecisionRule::sort(*this, categoryResults, matchScoreFactorLog);
     double sum = 0.0;
     for (const CategoryResult& entry : results_) {
         sum += entry.classScore();
@@ -168,34 +144,55 @@ void kt_DecisionRule::decide(ktClassifierResult& result, const std::vector<ktCla
     decide(result, verdicts, frequencies, costs, matchScoreFactorLog);
 }
 
-void kt_DecisionRule::decide(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts,
-                             const ktClassifierFrequencies& frequencies, const ktClassifierCosts& costs,
-                             double matchScoreFactorLog)
+void kt_DecisionRule::decide(ktClassifierResult& result, Verdicts& verdicts, const ktClassifierFrequencies& frequencies,
+                             const ktClassifierCosts& costs, double matchScoreFactorLog)
 {
-    requireUniqueLabels(verdicts);
-    const double priorSum = lookUpPriors(verdicts, frequencies);
-    const double sum = weighByMatch(verdicts, priorSum);
-    sumCosts(verdicts, costs);
-    for (kt_Verdict& verdict : verdicts) {
-        verdict.category.classScore_ = verdict.weight / sum;
-        verdict.category.expectedCost_ = verdict.cost / sum;
-        verdict.category.check();
-    }
+    orderByLabel(verdicts);
+    kt_DecisionRule rule(verdicts, frequencies, costs);
+    const double priorSum = rule.lookUpPriors();
+    const double posteriorSum = rule.weighMatches(priorSum);
+    rule.divideBy(posteriorSum);
     conclude(result, verdicts, matchScoreFactorLog);
 }
 
-/// Notes the priors as weights and returns their sum.
-double kt_DecisionRule::lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierFrequencies& frequencies)
+void kt_DecisionRule::sort(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& categories,
+                           double matchScoreFactorLog)
 {
-    const bool isUniform = frequencies.hasNoOverrides();
-    double sum = 0.0;
-    for (kt_Verdict& verdict : verdicts) {
-        const long label = verdict.category.categoryLabel();
-        if (label < 0) {
+    Verdicts verdicts(categories.size());
+    copyInto(verdicts, categories);
+    orderByLabel(verdicts);
+    conclude(result, verdicts, matchScoreFactorLog);
+}
+
+// A loaded table may be damaged: its sequences need not be equally long.
+kt_DecisionRule::kt_DecisionRule(Verdicts& verdicts, const ktClassifierFrequencies& frequencies,
+                                 const ktClassifierCosts& costs)
+    : verdicts_(verdicts),
+      frequencies_(frequencies),
+      costs_(costs),
+      numOverrides_(std::min({costs.fromLabels_.size(), costs.toLabels_.size(), costs.costs_.size()}))
+{
+}
+
+/// f(i), and their sum F.
+double kt_DecisionRule::lookUpPriors()
+{
+    for (kt_Verdict& verdict : verdicts_) {
+        if (verdict.category.categoryLabel() < 0) {
             throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
         }
-        verdict.weight = isUniform ? frequencies.defaultCategoryFrequency() : frequencies.categoryFrequency(label);
-        sum += verdict.weight;
+        verdict.weight = frequencies_.default_;
+        verdict.mistake = costs_.default_;
+    }
+    // The last one first: of several overrides of one label the first one counts.
+    for (std::size_t k = std::min(frequencies_.labels_.size(), frequencies_.frequencies_.size()); k-- > 0;) {
+        if (kt_Verdict* const overridden = find(verdicts_, frequencies_.labels_[k])) {
+            overridden->weight = frequencies_.frequencies_[k];
+        }
+    }
+    double sum = 0.0;
+    for (std::size_t i = 0; i < verdicts_.size(); ++i) {
+        sum += inGivenOrder(verdicts_, i).weight;
     }
     if (sum == 0.0) {
         throw ktClassifierDefs::BadParams("At least one of the category frequencies must be > 0.");
@@ -203,44 +200,88 @@ double kt_DecisionRule::lookUpPriors(kt_Scratch<kt_Verdict>& verdicts, const ktC
     return sum;
 }
 
-/// What deciding for each category costs, not yet divided by the sum of the posteriors. Each sum takes its terms in
-/// ascending order of the true category.
-void kt_DecisionRule::sumCosts(kt_Scratch<kt_Verdict>& verdicts, const ktClassifierCosts& costs)
+/// p(i) = (m(i) f(i)) / F, their sum P, and what p(i) adds to each C(j).
+double kt_DecisionRule::weighMatches(double priorSum)
 {
-    const bool isUniform = costs.hasNoOverrides();
-    std::array<double, 32> sums;
-    for (std::size_t first = 0; first < verdicts.size(); first += sums.size()) {
-        const std::size_t size = std::min(sums.size(), verdicts.size() - first);
-        std::fill_n(sums.begin(), size, 0.0);
-        for (std::size_t i = 0; i < verdicts.size(); ++i) {
-            const double posterior = verdicts[i].weight;
-            const double uniform = costs.defaultMisclassificationCost() * posterior;
-            // Deciding for the truth costs nothing: its own sum is put back.
-            const bool isAmong = i >= first && i - first < size;
-            const double own = isAmong ? sums[i - first] : 0.0;
-            for (std::size_t j = 0; j < size && isUniform; ++j) {
-                sums[j] += uniform;
-            }
-            for (std::size_t j = 0; j < size && !isUniform; ++j) {
-                if (first + j != i) {
-                    const long decided = verdicts[first + j].category.categoryLabel();
-                    sums[j] += costs.misclassificationCost(verdicts[i].category.categoryLabel(), decided) * posterior;
-                }
-            }
-            if (isAmong) {
-                sums[i - first] = own;
-            }
-        }
-        for (std::size_t j = 0; j < size; ++j) {
-            verdicts[first + j].cost = sums[j];
+    indexOverrides();
+    double sum = 0.0;
+    for (std::size_t i = 0; i < verdicts_.size(); ++i) {
+        kt_pollAttention();
+        kt_Verdict& truth = inGivenOrder(verdicts_, i);
+        truth.weight = truth.category.matchScore() * truth.weight / priorSum;
+        sum += truth.weight;
+        addMistakes(truth);
+    }
+    if (sum == 0.0) {
+        throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
+    }
+    return sum;
+}
+
+/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
+void kt_DecisionRule::addMistakes(const kt_Verdict& truth)
+{
+    if (numOverrides_ > 0) {
+        lookUpMistakes(truth);
+    }
+    for (kt_Verdict& decided : verdicts_) {
+        if (&decided != &truth) {
+            decided.cost += decided.mistake * truth.weight;
         }
     }
 }
 
-void kt_DecisionRule::conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog)
+/// The class scores p(j) / P and the expected costs C(j) / P.
+void kt_DecisionRule::divideBy(double posteriorSum)
 {
-    placeByCost(result.results_, verdicts);
+    for (std::size_t i = 0; i < verdicts_.size(); ++i) {
+        kt_Verdict& verdict = inGivenOrder(verdicts_, i);
+        verdict.category.classScore_ = verdict.weight / posteriorSum;
+        verdict.category.expectedCost_ = verdict.cost / posteriorSum;
+        verdict.category.check();
+    }
+}
+
+void kt_DecisionRule::conclude(ktClassifierResult& result, Verdicts& verdicts, double matchScoreFactorLog)
+{
+    std::sort(verdicts.begin(), verdicts.end(), costLess);
+    result.results_.resize(verdicts.size());
+    std::transform(verdicts.begin(), verdicts.end(), result.results_.begin(),
+                   [](const kt_Verdict& verdict) { return verdict.category; });
     result.matchScoreFactorLog_ = matchScoreFactorLog;
+}
+
+/// What deciding for each category costs where this is the true one.
+void kt_DecisionRule::lookUpMistakes(const kt_Verdict& truth)
+{
+    for (kt_Verdict& decided : verdicts_) {
+        decided.mistake = costs_.default_;
+    }
+    // The last one first: of several overrides of one pair the first one counts.
+    const bool isIndexed = !previous_.empty();
+    for (std::size_t k = isIndexed ? truth.lastOverride : numOverrides_; k > 0;
+         k = isIndexed ? previous_[k - 1] : k - 1) {
+        if (costs_.fromLabels_[k - 1] == truth.category.categoryLabel()) {
+            if (kt_Verdict* const decided = find(verdicts_, costs_.toLabels_[k - 1])) {
+                decided->mistake = costs_.costs_[k - 1];
+            }
+        }
+    }
+}
+
+/// Chains the overrides of each true category, unless there are few categories.
+void kt_DecisionRule::indexOverrides()
+{
+    if (verdicts_.size() <= fewCategories) {
+        return;
+    }
+    previous_.resize(numOverrides_);
+    for (std::size_t k = 0; k < numOverrides_; ++k) {
+        if (kt_Verdict* const truth = find(verdicts_, costs_.fromLabels_[k])) {
+            previous_[k] = truth->lastOverride;
+            truth->lastOverride = k + 1;
+        }
+    }
 }
 
 ktClassifierResult& ktClassifierResult::operator=(const ktClassifierResult& other)
