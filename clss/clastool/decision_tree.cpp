@@ -1,10 +1,12 @@
 #include <clastool/decision_tree.h>
 
 #include "clastool/decision_rule.h"
+#include "clastool/overrider.h"
 
 #include <algorithm>
 #include <set>
 #include <typeinfo>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -38,6 +40,63 @@ bool isShared(const ktRepBase& object)
 
 /// The two halves of a node comparison that is yet to be made.
 using TreePair = std::pair<const ktDecisionTree*, const ktDecisionTree*>;
+
+bool hasTransitiveEquality(const ktPredicateFunction& predicate)
+{
+    const std::type_info& type = typeid(predicate);
+    return type == typeid(ktRangePredicate) || type == typeid(ktComparisonPredicate) ||
+           type == typeid(ktValidityPredicate);
+}
+
+/// Remembers what a comparison of two trees has met, so that a pair that says nothing new is not compared again.
+///
+/// The library's own equalities are transitive: if a and x, x and b, b and y were found equal, a and y need not be asked. So the
+/// parts of both trees fall into classes, and each comparison that is made unites two: there are never more than parts,
+/// however the trees share them (J. E. Hopcroft, R. M. Karp, "A linear algorithm for testing equivalence of finite automata",
+/// 1971). The equality of a caller's own class need not be transitive: from the first one on only the same pair is known.
+class Compared {
+public:
+    /// Notes that the two are compared; false if that says nothing new.
+    bool note(const void* mine, const void* theirs)
+    {
+        if (!isTransitive_) {
+            return pairs_.emplace(mine, theirs).second;
+        }
+        // One object may be a part of both trees; what does not equal itself, NaN for one, is in two classes then.
+        const void* const a = classOf(mine);
+        const void* const b = classOf(static_cast<const char*>(theirs) + 1);
+        parents_[a] = b;
+        return a != b;
+    }
+
+    bool areEqual(const ktPredicateFunction& mine, const ktPredicateFunction& theirs)
+    {
+        if (!hasTransitiveEquality(mine)) {
+            meetOwnEquality();
+        }
+        const bool mayComeAgain = isShared(mine) || isShared(theirs);
+        return (mayComeAgain && !note(&mine, &theirs)) || mine.isEqual(theirs);
+    }
+
+    void meetOwnEquality() { isTransitive_ = false; }
+
+private:
+    const void* classOf(const void* part)
+    {
+        const void** parent = &parents_.emplace(part, part).first->second;
+        while (*parent != part) {
+            part = *parent;
+            const void** const next = &parents_.at(part);
+            *parent = *next;
+            parent = next;
+        }
+        return part;
+    }
+
+    bool isTransitive_ = true;
+    std::unordered_map<const void*, const void*> parents_;
+    std::set<std::pair<const void*, const void*>> pairs_;
+};
 
 }  // namespace
 
@@ -148,12 +207,7 @@ ktRangePredicate::~ktRangePredicate() = default;
 
 bool ktRangePredicate::outcome(const ktFeaturePattern& pattern) const
 {
-    for (const long index : indices_) {
-        if (!isAvailable(pattern, index) || !range_.isWithin(pattern.featureMeasurement(index, false))) {
-            return false;
-        }
-    }
-    return true;
+    return areWithin(pattern);
 }
 
 ktPtrHandle<ktPredicateFunction> ktRangePredicate::clone() const
@@ -341,6 +395,19 @@ void ktDecisionTreeNode::falseTree(const ktDecisionTree& tree)
     falseTree_ = tree.clone();
 }
 
+/// Whether the tree is a node that does not override the function: then the walk does what the function would do.
+template <class Function>
+bool ktDecisionTreeNode::isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function)
+{
+    if (typeid(tree) == typeid(ktDecisionTreeNode)) {
+        return true;
+    }
+    static const ktDecisionTreeNode node;
+    const void* const code = kt_overriderOf(tree, function);
+    return tree.kind_ == Kind::node && code != nullptr &&
+           code == kt_overriderOf(static_cast<const ktDecisionTree&>(node), function);
+}
+
 std::vector<long> ktDecisionTreeNode::categoryLabels() const
 {
     // A tree that was listed already adds nothing when it is met again.
@@ -360,7 +427,7 @@ std::vector<long> ktDecisionTreeNode::categoryLabels() const
         }
         // The caller's own classes may list their labels in their own way, also those derived from a node; but the node
         // that is being asked must not ask itself again.
-        if (&tree == this || typeid(tree) == typeid(ktDecisionTreeNode)) {
+        if (&tree == this || isWalked(tree, &ktDecisionTree::categoryLabels)) {
             const auto& node = static_cast<const ktDecisionTreeNode&>(tree);
             open.push_back(node.trueTree_.get());
             open.push_back(node.falseTree_.get());
@@ -384,8 +451,7 @@ ktPtrHandle<ktDecisionTree> ktDecisionTreeNode::clone() const
 
 bool ktDecisionTreeNode::isEqual(const ktDecisionTree& other) const
 {
-    // Pairs met again were equal, or the comparison would have ended; only shared trees can be met again.
-    std::set<TreePair> compared;
+    Compared compared;
     std::vector<TreePair> open{{this, &other}};
     while (!open.empty()) {
         const TreePair pair = open.back();
@@ -395,10 +461,15 @@ bool ktDecisionTreeNode::isEqual(const ktDecisionTree& other) const
         }
         const ktDecisionTree& mine = *pair.first;
         const ktDecisionTree& theirs = *pair.second;
-        if ((isShared(mine) || isShared(theirs)) && !compared.insert(pair).second) {
+        const bool isNode = &mine == this || isWalked(mine, &ktDecisionTree::isEqual);
+        if (!isNode && typeid(mine) != typeid(ktDecisionTreeLeaf)) {
+            compared.meetOwnEquality();
+        }
+        // What has one owner cannot be met again but with its owner.
+        if ((isShared(mine) || isShared(theirs)) && !compared.note(&mine, &theirs)) {
             continue;
         }
-        if (&mine != this && typeid(mine) != typeid(ktDecisionTreeNode)) {
+        if (!isNode) {
             if (!mine.isEqual(theirs)) {
                 return false;
             }
@@ -409,7 +480,7 @@ bool ktDecisionTreeNode::isEqual(const ktDecisionTree& other) const
         }
         const auto& a = static_cast<const ktDecisionTreeNode&>(mine);
         const auto& b = static_cast<const ktDecisionTreeNode&>(theirs);
-        if (!a.predicate_->isEqual(*b.predicate_)) {
+        if (!compared.areEqual(*a.predicate_, *b.predicate_)) {
             return false;
         }
         open.emplace_back(a.falseTree_.get(), b.falseTree_.get());
@@ -579,7 +650,12 @@ void kt_ClassifierDecisionTree::run_(const ktFeaturePattern& pattern, ktClassifi
             throw ktBadPointer();
         }
         const auto* node = static_cast<const ktDecisionTreeNode*>(tree);
-        tree = node->predicate_->outcome(pattern) ? &*node->trueTree_ : &*node->falseTree_;
+        const ktPredicateFunction& predicate = *node->predicate_;
+        // Most predicates are these: they are asked without the virtual call, which takes longer than the answer.
+        const bool outcome = typeid(predicate) == typeid(ktRangePredicate)
+                                 ? static_cast<const ktRangePredicate&>(predicate).areWithin(pattern)
+                                 : predicate.outcome(pattern);
+        tree = outcome ? &*node->trueTree_ : &*node->falseTree_;
     }
 }
 

@@ -107,6 +107,19 @@ private:
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
+    friend class kt_ClassifierDecisionTree;
+
+    bool areWithin(const ktFeaturePattern& pattern) const
+    {
+        for (const long index : indices_) {
+            // A loaded predicate may hold a negative index, which no pattern has.
+            if (index < 0 || !pattern.isValid(index) || !range_.isWithin(pattern.featureMeasurement(index, false))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     ktRange range_;
     std::vector<long> indices_;
 };
@@ -225,7 +238,8 @@ public:
     ktPtrHandle<ktDecisionTree> clone() const override;
     /// A node with an equal predicate, an equal true tree and an equal false tree, compared in this order up to the first
     /// difference. Throws: ktBadPointer for a missing predicate or subtree that is reached.
-    /// Cost: linear in the distinct pairs of nodes.
+    /// Cost: linear in what both trees hold, each shared part once; with classes of the caller's own whose equality is their
+    /// own, linear in the distinct pairs that are met.
     bool isEqual(const ktDecisionTree& other) const override;
 
 protected:
@@ -240,6 +254,8 @@ private:
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
     static void releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept;
+    template <class Function>
+    static bool isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function);
 
     ktPtrHandle_const<ktDecisionTree> trueTree_;
     ktPtrHandle_const<ktDecisionTree> falseTree_;

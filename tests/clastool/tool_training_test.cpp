@@ -339,6 +339,30 @@ TEST_F(ToolRetrain, WithItsOwnParameters)
     EXPECT_TRUE(answer(tool_, {0}) == answer(before, {0}));
 }
 
+/// Parameters that say when they go.
+class MortalParams : public kt_test::TechniqueParams {
+public:
+    explicit MortalParams(kt_test::Script& script) : TechniqueParams(script, 1), script_(&script) {}
+    MortalParams(const MortalParams&) = default;
+    ~MortalParams() override { script_->note("the parameters go"); }
+    ktPtrHandle<ktClassifierTrainParams> clone() const override { return new MortalParams(*this); }
+
+private:
+    kt_test::Script* script_;
+};
+
+TEST_F(ToolRetrain, HoldsItsOwnParametersUntilTheReadinessCheckIsDone)
+{
+    tool_.train(data_, MortalParams(script_));
+    const ktClassifierTrainParams& own = *tool_.trainParams();
+    script_.takeCalls();
+    tool_.retrain(own);
+    const std::vector<std::string> calls = script_.takeCalls();
+    ASSERT_GE(calls.size(), 2u);
+    EXPECT_EQ(calls[calls.size() - 2], "checkRunnable_");
+    EXPECT_EQ(calls.back(), "the parameters go");
+}
+
 // Manual training
 
 using ToolTree = Tool;

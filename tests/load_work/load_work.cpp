@@ -1,9 +1,11 @@
-// Loads one archive, for .ci/load-work, which counts the instructions inside `kt_measuredLoad`:
+// Loads one archive, for .ci/load-work, which counts the instructions inside `kt_measuredLoad` and `kt_measuredUse`:
 //
 //     load_work              lists the kinds of archive
 //     load_work KIND N       stores an archive of about N parts, prints its size in bytes, and loads it
 //
-// The kinds are the values of the library, and archives that nobody would store: bytes that repeat what is dear to read.
+// The kinds are the values of the library, and archives that nobody would store: bytes that repeat what is dear to read. Those
+// that begin with "use-" are small archives whose next call could take long; the call is counted, the loading is not. Behind
+// each kind stands how many times the work four times the archive may take.
 
 #include <clastool/clastool.h>
 
@@ -11,6 +13,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -20,15 +23,24 @@ namespace {
 
 using Load = std::function<void(ktArchive&)>;
 
-/// What to load, and how.
+/// Loads a value and returns what is to be done with it.
+using Prepare = std::function<std::function<void()>(ktArchive&)>;
+
+/// What to load, and how; or what to do with it then.
 struct Case {
     std::string bytes;
     Load load;
+    Prepare prepare;
 };
+
+constexpr const char* linear = "4.5";
+constexpr const char* almostLinear = "5.5";
+constexpr const char* pairsOfCategories = "17";
 
 struct Kind {
     const char* name;
     std::function<Case(long n)> make;
+    const char* most = linear;
 };
 
 template <class T>
@@ -51,7 +63,18 @@ void loadOne(ktArchive& archive)
 template <class T>
 Case caseOf(const T& value)
 {
-    return {stored(value), loadOne<T>};
+    return {stored(value), loadOne<T>, {}};
+}
+
+/// What is done with a loaded value.
+template <class T, class Use>
+Case useOf(const T& value, Use use)
+{
+    return {stored(value), {}, [use](ktArchive& archive) {
+                const auto loaded = std::make_shared<T>();
+                archive || *loaded;
+                return [loaded, use] { use(*loaded); };
+            }};
 }
 
 std::string number(unsigned long value)
@@ -229,7 +252,8 @@ Case text(long n)
 Case nulls(long n)
 {
     return {vectorOf(n) + std::string(static_cast<std::size_t>(n), '\0'),
-            loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>};
+            loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>,
+            {}};
 }
 
 /// Every record names its class anew, so each makes a new number of a class.
@@ -242,7 +266,7 @@ Case classesNamedAgain(long n)
         bytes += '\3';
         bytes += number(static_cast<unsigned long>(name.size())) + name + whole.substr(8);
     }
-    return {bytes, loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>};
+    return {bytes, loadOne<std::vector<ktPtrHandle_const<ktFeaturePattern>>>, {}};
 }
 
 /// Objects that the handle refuses, because they are of another class than it can hold.
@@ -264,7 +288,176 @@ Case cutShort(long n)
 /// A count that the bytes cannot hold.
 Case impossibleCount(long n)
 {
-    return {vectorOf(2147483647) + std::string(static_cast<std::size_t>(n), '\1'), loadOne<std::vector<std::string>>};
+    return {
+        vectorOf(2147483647) + std::string(static_cast<std::size_t>(n), '\1'), loadOne<std::vector<std::string>>, {}};
+}
+
+/// Overrides for pairs of n labels in no order.
+ktClassifierCosts scatteredCosts(long n)
+{
+    ktClassifierCosts costs;
+    for (long i = 0; i < n; ++i) {
+        costs.misclassificationCostOverride(i * 37 % n, (i * 37 + 1) % n, 2.0);
+    }
+    return costs;
+}
+
+/// n stored patterns of n labels, of which the k nearest vote.
+Case neighborsWithOverrides(long n, long k)
+{
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < n; ++i) {
+        data.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsKNN(k, ktPatternDistanceMetricNorm(2.0), scatteredCosts(n)));
+    return useOf(tool, [](ktClassifierTool& loaded) {
+        loaded.retrain(*loaded.trainParams());
+        ktClassifierResult result;
+        loaded.run(ktFeaturePattern({0.0}, {}), result);
+    });
+}
+
+Case voteOfAll(long n)
+{
+    return neighborsWithOverrides(n, n);
+}
+
+Case voteOfEight(long n)
+{
+    return neighborsWithOverrides(n, 8);
+}
+
+Case bayesianRun(long n)
+{
+    ktClassifierDataProviderMemory data;
+    ktClassifierFrequencies frequencies;
+    for (long i = 0; i < n; ++i) {
+        data.addData(new ktFeaturePattern({static_cast<double>(2 * i)}, {}), i);
+        data.addData(new ktFeaturePattern({static_cast<double>(2 * i + 1)}, {}), i);
+        frequencies.categoryFrequencyOverride(n - i, 0.5);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsBayesian({}, frequencies, scatteredCosts(n)));
+    return useOf(tool, [](ktClassifierTool& loaded) {
+        ktClassifierResult result;
+        loaded.run(ktFeaturePattern({0.0}, {}), result);
+    });
+}
+
+/// Labels in no order.
+std::vector<ktClassifierCategoryResult> scatteredResults(long n)
+{
+    std::vector<ktClassifierCategoryResult> categories;
+    for (long i = 0; i < n; ++i) {
+        categories.emplace_back(i * 1009 % n, 1.0, 1.0, static_cast<double>(i * 37 % 101));
+    }
+    return categories;
+}
+
+Case plainResult(long n)
+{
+    return useOf(scatteredResults(n), [](const std::vector<ktClassifierCategoryResult>& loaded) {
+        const ktClassifierResult result(loaded, 0.0);
+    });
+}
+
+/// The decision rule, aborted at its first poll: the work lies behind the polls.
+Case abortedRule(long n)
+{
+    const ktClassifierCosts costs = scatteredCosts(n);
+    return useOf(scatteredResults(n), [costs](const std::vector<ktClassifierCategoryResult>& loaded) {
+        kfSetAttentionHandler([](void*) { return static_cast<long>(0x80000C61UL); }, nullptr);
+        try {
+            const ktClassifierResult result(loaded, ktClassifierFrequencies(), costs, 0.0);
+            std::abort();
+        } catch (const ktFailure&) {
+            kfSetAttentionHandler(nullptr, nullptr);
+        }
+    });
+}
+
+using Tree = ktPtrHandle<ktDecisionTree>;
+
+void requireEqual(const std::pair<ktClassifierTool, ktClassifierTool>& tools)
+{
+    if (tools.first != tools.second) {
+        std::abort();
+    }
+}
+
+/// Two loaded tools that are compared with each other.
+Case equalTools(const ktClassifierTool& one, const ktClassifierTool& other)
+{
+    const std::string first = stored(one), second = stored(other);
+    return {first + second, {}, [first, second](ktArchive&) {
+                const auto tools = std::make_shared<std::pair<ktClassifierTool, ktClassifierTool>>();
+                std::istringstream inFirst(first), inSecond(second);
+                ktArchive archiveFirst(static_cast<std::istream&>(inFirst));
+                ktArchive archiveSecond(static_cast<std::istream&>(inSecond));
+                archiveFirst || tools->first;
+                archiveSecond || tools->second;
+                return [tools] { requireEqual(*tools); };
+            }};
+}
+
+ktClassifierTool toolOf(const ktDecisionTree& tree)
+{
+    ktClassifierTool tool;
+    tool.train(tree);
+    return tool;
+}
+
+/// Some n nodes that share one predicate of n measurements.
+Case sharedPredicate(long n)
+{
+    const ktDecisionTreeNode asking(ktValidityPredicate(std::vector<long>(static_cast<std::size_t>(n), 1)),
+                                    *balancedTree(1), *balancedTree(2));
+    // A chain of the same predicate, as deep as an archive takes, in several arms.
+    std::vector<Tree> arms;
+    for (long arm = 0; arm < n / 500 + 1; ++arm) {
+        Tree chain = asking.clone();
+        for (long i = 0; i < 500; ++i) {
+            ktDecisionTreeNode above(asking);
+            above.trueTree(*chain);
+            chain = above.clone();
+        }
+        arms.push_back(chain);
+    }
+    Tree all = arms.front();
+    for (const Tree& arm : arms) {
+        ktDecisionTreeNode above(asking);
+        above.trueTree(*all);
+        above.falseTree(*arm);
+        all = above.clone();
+    }
+    return equalTools(toolOf(*all), toolOf(*all));
+}
+
+/// Levels of nodes, each of which has two of the next level: as many levels as nodes in one.
+Tree woven(long n, long turn)
+{
+    long levels = 1;
+    while (levels * levels < n) {
+        ++levels;
+    }
+    std::vector<Tree> below(static_cast<std::size_t>(levels), balancedTree(1));
+    for (long level = 0; level < levels; ++level) {
+        std::vector<Tree> nodes;
+        for (std::size_t i = 0; i < below.size(); ++i) {
+            const std::size_t next = (i + 1) % below.size();
+            nodes.emplace_back(new ktDecisionTreeNode(ktComparisonPredicate(0, 1), *below[turn == 0 ? i : next],
+                                                      *below[turn == 0 ? next : i]));
+        }
+        below = nodes;
+    }
+    return below.front();
+}
+
+/// Equal trees, differently shared: every node of a level meets every one of the other tree.
+Case wovenTrees(long n)
+{
+    return equalTools(toolOf(*woven(n, 0)), toolOf(*woven(n, 1)));
 }
 
 const std::vector<Kind>& kinds()
@@ -286,7 +479,14 @@ const std::vector<Kind>& kinds()
                                           {"classes-named-again", classesNamedAgain},
                                           {"objects-of-another-class", objectsOfAnotherClass},
                                           {"cut-short", cutShort},
-                                          {"impossible-count", impossibleCount}};
+                                          {"impossible-count", impossibleCount},
+                                          {"use-vote-of-all", voteOfAll, pairsOfCategories},
+                                          {"use-vote-of-eight", voteOfEight},
+                                          {"use-bayesian-run", bayesianRun, pairsOfCategories},
+                                          {"use-plain-result", plainResult, almostLinear},
+                                          {"use-aborted-rule", abortedRule, almostLinear},
+                                          {"use-shared-predicate", sharedPredicate},
+                                          {"use-woven-trees", wovenTrees, almostLinear}};
     return all;
 }
 
@@ -313,11 +513,19 @@ extern "C" KT_NOINLINE void kt_measuredLoad(std::string& bytes, const Load& load
     }
 }
 
+/// What is counted of the kinds that are used.
+extern "C" void kt_measuredUse(const std::function<void()>& use);
+
+extern "C" KT_NOINLINE void kt_measuredUse(const std::function<void()>& use)
+{
+    use();
+}
+
 int main(int argc, char** argv)
 {
     if (argc != 3) {
         for (const Kind& kind : kinds()) {
-            std::cout << kind.name << "\n";
+            std::cout << kind.name << " " << kind.most << "\n";
         }
         return 0;
     }
@@ -326,7 +534,13 @@ int main(int argc, char** argv)
             if (kind.name == std::string(argv[1])) {
                 Case made = kind.make(std::atol(argv[2]));
                 std::cout << made.bytes.size() << "\n";
-                kt_measuredLoad(made.bytes, made.load);
+                if (made.load) {
+                    kt_measuredLoad(made.bytes, made.load);
+                    return 0;
+                }
+                std::istringstream in(made.bytes);
+                ktArchive archive(static_cast<std::istream&>(in));
+                kt_measuredUse(made.prepare(archive));
                 return 0;
             }
         }

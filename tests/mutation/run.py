@@ -94,6 +94,87 @@ AREAS = [
         ],
     ),
     Area(
+        "tree",
+        ["clss/clastool/decision_tree.cpp"],
+        [
+            ("tree_tests", "*-*MillionNodes*:*DoubledChain*:*TreeNesting*"),
+            ("trust_tests", "*Tree*"),
+            ("tree_tests", "*"),
+            ("clastool_tests", "*"),
+            ("trust_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
+        "frame and tool",
+        ["clss/clastool/clastool/frame.cpp", "clss/clastool/clastool/tool.cpp"],
+        [
+            ("clastool_tests", "*Tool*:*Frame*:*Classifier*:*TrainParams*"),
+            ("clastool_tests", "*"),
+            ("neighbors_tests", "*"),
+            ("tree_tests", "*-*MillionNodes*:*TreeNesting*"),
+            ("bayes_tests", "*Classifier*"),
+            ("trust_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
+        "pattern and provider",
+        ["clss/clastool/clastool/pattern.cpp", "clss/clastool/clastool/data_providers.cpp"],
+        [
+            ("clastool_tests", "*Pattern*:*Provider*"),
+            ("clastool_tests", "*"),
+            ("neighbors_tests", "*"),
+            ("bayes_tests", "*"),
+            ("internals_tests", "*CompactCopy*"),
+            ("trust_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
+        "densities",
+        ["clss/clastool/bayes/densities.cpp"],
+        [
+            ("bayes_tests", "*Binomial*:*Normal*"),
+            ("bayes_tests", "*"),
+            ("trust_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
+        "densities",
+        [
+            "foundation/src/normal_density.cpp",
+            "foundation/src/correlations.h",
+            "foundation/src/learning_steps_avx2.cpp",
+            "foundation/src/learning_steps_baseline.cpp",
+        ],
+        [
+            ("foundation_tests", "*Normal*"),
+            ("internals_tests", "*Correlations*:*LearningSteps*"),
+            ("bayes_tests", "*"),
+            ("trust_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
+        "category model",
+        [
+            "clss/clastool/bayes/category_model.cpp",
+            "clss/clastool/bayes/classifier.cpp",
+            "clss/clastool/bayes/lessons.h",
+            "clss/clastool/bayes/sub_pattern.h",
+            "clss/clastool/bayes/train_params.cpp",
+        ],
+        [
+            ("bayes_tests", "*Model*:*BayesianClassifier*:*BayesianRun*:*Params*"),
+            ("bayes_tests", "*"),
+            ("trust_tests", "*"),
+            ("clastool_tests", "*"),
+            ("damage_tests", "*"),
+        ],
+    ),
+    Area(
         "archive",
         [
             "foundation/src/archive.cpp",

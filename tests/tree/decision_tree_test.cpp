@@ -539,6 +539,80 @@ TEST(DecisionTreeNode, DerivedClassesBelowItAreComparedInTheirOwnWay)
     EXPECT_FALSE(node(own, own) == node(own, otherLabels));
 }
 
+/// A predicate that equals those not far from it, so that of three the outer ones may differ. It counts how often it is asked.
+class Near : public ktPredicateFunction {
+public:
+    explicit Near(long value) : value_(value) {}
+    bool outcome(const ktFeaturePattern&) const override { return true; }
+    ktPtrHandle<ktPredicateFunction> clone() const override { return new Near(*this); }
+    bool isEqual(const ktPredicateFunction& other) const override
+    {
+        ++asked;
+        return std::abs(value_ - dynamic_cast<const Near&>(other).value_) <= 1;
+    }
+
+    static long asked;
+
+private:
+    long value_;
+};
+
+long Near::asked = 0;
+
+TEST(DecisionTreeNode, EqualityOfACallersOwnNeedNotBeTransitive)
+{
+    const auto holding = [](long value) { return node(Node(Near(value), leafFor({1}), leafFor({1})), leafFor({1})); };
+    const Node a = holding(0), x = holding(1), b = holding(2), y = holding(3);
+    EXPECT_TRUE(a == x && b == x && b == y);
+    EXPECT_FALSE(a == y);
+    EXPECT_FALSE(node(node(a, b), node(b, a)) == node(node(x, x), node(y, y)));
+    EXPECT_TRUE(node(node(a, b), node(b, b)) == node(node(x, x), node(y, y)));
+}
+
+TEST(DecisionTreeNode, SharedPredicateIsComparedOnceWithAnother)
+{
+    const auto shared = [] {
+        Node tree(Near(0), leafFor({1}), leafFor({2}));
+        for (int level = 0; level < 20; ++level) {
+            Node above(tree);
+            above.trueTree(tree);
+            tree = above;
+        }
+        return tree;
+    };
+    const Node tree = shared();
+    const Node equal = shared();
+    Near::asked = 0;
+    EXPECT_TRUE(tree == equal);
+    EXPECT_EQ(Near::asked, 1);
+}
+
+TEST(DecisionTreeNode, WhatDoesNotEqualItselfIsNotEqualWhereItIsAPartOfBoth)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const Node unequal = node(leafFor({1}), Leaf(ktClassifierResult({{1, nan, 1.0, 0.0}}, 0.0)));
+    EXPECT_FALSE(unequal == unequal);
+    const Node parent = node(unequal, unequal);
+    EXPECT_FALSE(parent == parent);
+    EXPECT_FALSE(parent == Node(parent));
+    const Node ranges(ktRangePredicate(ktRange(nan, 1.0), {0}), leafFor({1}), leafFor({1}));
+    EXPECT_FALSE(node(ranges, ranges) == node(ranges, ranges));
+}
+
+TEST(DecisionTreeNode, TakesOverItsOwnChild)
+{
+    for (const bool isTrue : {true, false}) {
+        SCOPED_TRACE(isTrue);
+        const Node child(ktComparisonPredicate(7, 3), leafFor({1}), node(leafFor({2}), leafFor({3})));
+        Node tree = isTrue ? node(child, leafFor({9})) : node(leafFor({9}), child);
+        const ktDecisionTree* const held = isTrue ? tree.trueTree().get() : tree.falseTree().get();
+        ASSERT_EQ(held->refCount(), 1);
+        tree = dynamic_cast<const Node&>(*held);
+        EXPECT_TRUE(tree == child);
+        EXPECT_EQ(tree.categoryLabels(), (Labels{3, 2, 1}));
+    }
+}
+
 TEST(DecisionTreeNode, ArchiveHoldsVersionsThenTrueTreeFalseTreeAndPredicateAsPointers)
 {
     Fields fields(kt_test::store(Node(ktComparisonPredicate(7, 3), leafFor({1}), node(leafFor({2}), leafFor({3})))));

@@ -219,6 +219,68 @@ TEST(DoubledChain, OfAHundredThousandLevelsIsComparedListedAndDestroyedOnASmallS
     });
 }
 
+/// A node of the caller's own that only says how it is cloned.
+class ClonedNode : public Node {
+public:
+    using Node::Node;
+    Tree clone() const override { return new ClonedNode(*this); }
+};
+
+TEST(DoubledChain, OfAClassThatOverridesOnlyCloneIsComparedAndListedLikeOneOfNodes)
+{
+    // In a DLL the library cannot tell that its functions are not overridden.
+    kt_test::needCounts();
+    runOnSmallStack([] {
+        const auto build = [](const ktDecisionTreeLeaf& end) {
+            Tree tree = end.clone();
+            for (int level = 0; level < 100000; ++level) {
+                tree = new ClonedNode(trees::yes(), *tree, *tree);
+            }
+            return tree;
+        };
+        const Tree tree = build(leafFor({3, 1}));
+        EXPECT_TRUE(*tree == *build(leafFor({3, 1})));
+        EXPECT_FALSE(*tree == *build(leafFor({3, 2})));
+        EXPECT_TRUE(*tree == *doubledChain(100000, leafFor({3, 1}))) << "a node is a node";
+        EXPECT_TRUE(*doubledChain(100000, leafFor({3, 1})) == *tree);
+        EXPECT_EQ(tree->categoryLabels(), (Labels{3, 1}));
+        EXPECT_EQ(Node(trees::no(), *tree, leafFor({5, 4})).categoryLabels(), (Labels{5, 4, 3, 1}));
+    });
+}
+
+/// `levels` levels of `levels` nodes each, of which each has two of the next level below it: with a turn of 0 and of 1 the same
+/// unfolded, but shared in another way, so that every node of a level meets every one of the other tree.
+Tree woven(long levels, long turn, const ktDecisionTreeLeaf& end)
+{
+    std::vector<Tree> below(static_cast<std::size_t>(levels), end.clone());
+    const std::size_t size = below.size();
+    for (long level = 0; level < levels; ++level) {
+        std::vector<Tree> nodes;
+        for (std::size_t i = 0; i < size; ++i) {
+            const std::size_t next = (i + 1) % size;
+            nodes.emplace_back(new Node(trees::yes(), *below[turn == 0 ? i : next], *below[turn == 0 ? next : i]));
+        }
+        below = nodes;
+    }
+    return below.front();
+}
+
+TEST(WovenTrees, AreComparedInMemoryForTheirNodesNotForTheirPairs)
+{
+    constexpr long levels = 100;
+    const Tree tree = woven(levels, 0, leafFor({1}));
+    const Tree turned = woven(levels, 1, leafFor({1}));
+    const std::size_t numNodes = distinctTrees(*tree).size();
+    EXPECT_GT(numNodes, 5000u);
+    const Tree other = woven(levels, 1, leafFor({2}));
+    const kt_test::MemoryWatch watch;
+    EXPECT_TRUE(*tree == *turned);
+    EXPECT_TRUE(*turned == *tree);
+    EXPECT_FALSE(*tree == *other);
+    kt_test::needCounts();
+    EXPECT_LT(watch.peakBytes(), 400 * numNodes);
+}
+
 /// A chain as one pass sees it: so many pointer records are open at once when it is stored through a handle.
 Tree nested(long records)
 {
