@@ -403,9 +403,8 @@ bool ktDecisionTreeNode::isWalked(const ktDecisionTree& tree, Function ktDecisio
         return true;
     }
     static const ktDecisionTreeNode node;
-    const void* const code = kt_overriderOf(tree, function);
-    return tree.kind_ == Kind::node && code != nullptr &&
-           code == kt_overriderOf(static_cast<const ktDecisionTree&>(node), function);
+    return tree.kind_ == Kind::node &&
+           kt_overriderOf(tree, function) == kt_overriderOf(static_cast<const ktDecisionTree&>(node), function);
 }
 
 std::vector<long> ktDecisionTreeNode::categoryLabels() const

@@ -330,7 +330,12 @@ void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const kt
     const long numPatterns = data.numPatterns();
     std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
     std::vector<long> labels;
-    patterns.reserve(static_cast<std::size_t>(std::max(numPatterns, 0L)));
+    const auto claimed = static_cast<std::size_t>(std::max(numPatterns, 0L));
+    if (claimed > patterns.max_size()) {
+        // More than any memory holds: the claim cannot be true.
+        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
+    }
+    patterns.reserve(claimed);
     labels.reserve(patterns.capacity());
     for (long i = 0; i < numPatterns; ++i) {
         const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);

@@ -165,7 +165,8 @@ public:
 protected:
     /// Keeps every pattern whose label is not -1.
     /// Throws: ktClassifierDefs::BadParams "The training parameters are for a different classification technique.";
-    /// ktClassifierDefs::BadFeatures "K-nearest neighbor classification does not support invalid measurements", and then
+    /// ktClassifierDefs::InsufficientTrainData "No valid data was provided for training." for more patterns than a vector can
+    /// ever hold; ktClassifierDefs::BadFeatures "K-nearest neighbor classification does not support invalid measurements", and then
     /// keeps no pattern.
     void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) override;
     /// Throws: ktBadPointer without stored parameters; ktClassifierDefs::BadParams "The training parameters are for a

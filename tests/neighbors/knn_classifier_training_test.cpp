@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace {
 
 using kt_test::expectThrows;
@@ -198,6 +200,26 @@ TEST(KnnTraining, RefusesWhatAStoreRefuses)
     expectThrows<ktClassifierDefs::BadLabel>("Category labels must be >= 0 or unknown", 0x10004203,
                                              [&] { classifier.train(labels, Params()); });
     expectThrows<ktBadPointer>("", 0x10004007, [&] { classifier.train(null, Params()); });
+}
+
+/// Claims to hold as many patterns as a `long` can count.
+class BoastingProvider : public Data {
+public:
+    long numPatterns() const override { return std::numeric_limits<long>::max(); }
+};
+
+TEST(KnnTraining, RefusesAProviderThatClaimsMoreThanMemoryCanHold)
+{
+    const BoastingProvider provider;
+    if (static_cast<std::size_t>(provider.numPatterns()) <= std::vector<PatternHandle>().max_size()) {
+        GTEST_SKIP() << "a long counts no more than memory might hold";
+    }
+    OpenKNN classifier;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207,
+                                                          [&] { classifier.train(provider, Params()); });
+    ktClassifierTool tool;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207, [&] { tool.train(provider, Params()); });
+    EXPECT_FALSE(tool.isTrained());
 }
 
 TEST(KnnTraining, WithoutOneLabelledPatternSucceedsAndEachRunThrows)

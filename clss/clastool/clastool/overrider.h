@@ -8,12 +8,12 @@
 /// function first.
 ///
 /// It is read from the object's table of virtual functions, as the Itanium C++ ABI lays it out, because the language has no
-/// word for it. Null with any other ABI; and where a program has its own way to a library's function, as with a DLL,
-/// equal functions look different: both only mean that the override is believed to be there.
+/// word for it. With any other ABI each object's functions look like its own; so do a library's where a program reaches them
+/// in its own way, as in a DLL. Both only mean that an override is believed to be there.
 template <class Base, class Function>
 const void* kt_overriderOf(const Base& object, Function Base::*function)
 {
-    const void* code = nullptr;
+    const void* code = &object;
 #if defined(__GXX_ABI_VERSION)
     std::ptrdiff_t place = 0;
     static_assert(sizeof function >= sizeof place);
