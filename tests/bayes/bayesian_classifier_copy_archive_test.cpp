@@ -74,8 +74,8 @@ TEST(BayesianClassifier, NullModelsCannotBeCompared)
 {
     const OpenBayesian whole = classifierWith({scoring(1, -1.0), scoring(2, -1.0)});
     const OpenBayesian without = classifierWith({scoring(1, -1.0), Model()});
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(whole == without); });
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(without == whole); });
+    expectThrows<ktBadPointer>("", [&] { static_cast<void>(whole == without); });
+    expectThrows<ktBadPointer>("", [&] { static_cast<void>(without == whole); });
     EXPECT_FALSE(without == classifierWith({scoring(1, -1.0)})) << "the number of models comes first";
     EXPECT_FALSE(without == classifierWith({scoring(1, -2.0), Model()})) << "the first difference decides";
 }
@@ -150,7 +150,7 @@ TEST(BayesianClassifier, RefusesAnyOtherVersionOfEitherLayer)
     for (const std::size_t layer : {0u, 1u}) {
         SCOPED_TRACE(layer);
         kt_ClassifierBayesian classifier;
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] {
+        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
             kt_test::loadInto(classifier, kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\1"));
         });
         EXPECT_FALSE(classifier.isTrained());
@@ -162,7 +162,7 @@ TEST(BayesianClassifier, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheSt
     OpenBayesian classifier = trained(twoCategories);
     std::ostringstream out;
     ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { classifier.serialize_(archive, 1); });
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { classifier.serialize_(archive, 1); });
     EXPECT_EQ(out.str(), "");
 }
 

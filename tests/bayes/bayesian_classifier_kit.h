@@ -26,11 +26,11 @@ inline ktFeaturePattern pattern(const std::vector<double>& values, const Indices
 
 /// Expects the error from a run, and the caller's result untouched.
 template <class Error>
-void expectRunThrows(const kt_Classifier& classifier, const std::string& message, long number,
+void expectRunThrows(const kt_Classifier& classifier, const std::string& message,
                      const ktFeaturePattern& query = pattern({0.5, 0.5}))
 {
     ktClassifierResult result = kt_test::untouchedResult();
-    kt_test::expectThrows<Error>(message, number, [&] { classifier.run(query, result); });
+    kt_test::expectThrows<Error>(message, [&] { classifier.run(query, result); });
     EXPECT_TRUE(result == kt_test::untouchedResult());
 }
 

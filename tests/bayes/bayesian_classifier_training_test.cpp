@@ -44,8 +44,7 @@ TEST(BayesianTraining, NewClassifierIsUntrained)
     EXPECT_FALSE(classifier.isTrained_());
     EXPECT_TRUE(fieldsOf(classifier).labels.empty());
     EXPECT_TRUE(fieldsOf(classifier).models.empty());
-    expectRunThrows<ktClassifierDefs::NotTrained>(classifier, "Classifier tool must be trained before running.",
-                                                  0x10004201);
+    expectRunThrows<ktClassifierDefs::NotTrained>(classifier, "Classifier tool must be trained before running.");
 }
 
 TEST(BayesianTraining, LabelsStandInTheOrderOfTheirFirstAppearance)
@@ -125,7 +124,7 @@ TEST(BayesianTraining, FailureLeavesWhatWasTaughtBeforeIt)
     Types types;
     types.distributionTypeOverride(1, 0, Types::ePoisson);
     OpenBayesian classifier;
-    expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented", 0x10004205,
+    expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented",
                                                    [&] { classifier.train(data, Params(types)); });
     const ClassifierFields fields = fieldsOf(classifier);
     EXPECT_EQ(fields.labels, Indices({0}));
@@ -146,7 +145,7 @@ TEST(BayesianTraining, WithoutLabelledPatternsThereIsNoModel)
         const OpenBayesian classifier = trained(rows);
         EXPECT_FALSE(classifier.isTrained());
         EXPECT_TRUE(fieldsOf(classifier).labels.empty());
-        expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207, [&] { classifier.checkRunnable_(); });
+        expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { classifier.checkRunnable_(); });
     }
 }
 
@@ -229,28 +228,28 @@ TEST(BayesianTraining, FailureLeavesTheModelsBuiltSoFar)
     const Row rows[] = {
         {poisson,
          [](OpenBayesian& c, const Data& d, const Params& p) {
-             expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented", 0x10004205,
+             expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented",
                                                             [&] { c.train(d, p); });
          }},
         {uniform,
          [](OpenBayesian& c, const Data& d, const Params& p) {
-             expectThrows<ktClassifierDefs::NotImplemented>("Uniform distribution is not implemented", 0x10004205,
+             expectThrows<ktClassifierDefs::NotImplemented>("Uniform distribution is not implemented",
                                                             [&] { c.train(d, p); });
          }},
         {bayes::typesWith(unknown),
          [](OpenBayesian& c, const Data& d, const Params& p) {
-             expectThrows<ktClassifierDefs::BadParams>("Unknown distribution type", 0x10004200, [&] { c.train(d, p); });
+             expectThrows<ktClassifierDefs::BadParams>("Unknown distribution type", [&] { c.train(d, p); });
          }},
         {binomial,
          [](OpenBayesian& c, const Data& d, const Params& p) {
              expectThrows<ktClassifierDefs::BadParams>(
-                 "Train data measurement cannot exceed its maximum value when using binomial distribution", 0x10004200,
+                 "Train data measurement cannot exceed its maximum value when using binomial distribution",
                  [&] { c.train(d, p); });
          }},
         {multivariate,
          [](OpenBayesian& c, const Data& d, const Params& p) {
              expectThrows<ktClassifierDefs::NotImplemented>("Multivariate Binomial Distributions are not implemented",
-                                                            0x10004205, [&] { c.train(d, p); });
+                                                            [&] { c.train(d, p); });
          }},
     };
     for (const Row& row : rows) {
@@ -262,7 +261,7 @@ TEST(BayesianTraining, FailureLeavesTheModelsBuiltSoFar)
         EXPECT_TRUE(modelOf(fields, 0) == modelOf(fieldsOf(trained({twoCategories[0], twoCategories[1]})), 0));
         EXPECT_TRUE(classifier.isTrained());
         EXPECT_TRUE(fields.params.isNull());
-        expectRunThrows<ktBadPointer>(classifier, "", 0x10004007);
+        expectRunThrows<ktBadPointer>(classifier, "");
     }
 }
 
@@ -272,7 +271,7 @@ TEST(BayesianTraining, ToolIsUntrainedAfterAFailure)
     types.distributionTypeOverride(2, 0, Types::ePoisson);
     ktClassifierTool tool;
     tool.train(trainingData(twoCategories), Params());
-    expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented", 0x10004205,
+    expectThrows<ktClassifierDefs::NotImplemented>("Poisson distribution is not implemented",
                                                    [&] { tool.train(trainingData(twoCategories), Params(types)); });
     EXPECT_FALSE(tool.isTrained());
 }
@@ -303,10 +302,10 @@ TEST(BayesianTraining, ParametersOfAnotherTechniqueAreRefused)
     kt_test::Script script;
     const kt_test::TechniqueParams foreign(script, 1);
     OpenBayesian classifier = trained(twoCategories);
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, 0x10004200,
+    expectThrows<ktClassifierDefs::BadParams>(otherTechnique,
                                               [&] { classifier.train_(trainingData(twoCategories), foreign); });
     EXPECT_TRUE(classifier == trained(twoCategories));
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, 0x10004200, [&] { classifier.retrain_(foreign); });
+    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, [&] { classifier.retrain_(foreign); });
     EXPECT_TRUE(classifier == trained(twoCategories));
 }
 
@@ -352,7 +351,7 @@ TEST(BayesianTraining, NullPatternIsABadPointerUnlessItsCategoryIsUnknown)
     OpenBayesian classifier;
     classifier.train(AnyProvider({{nullptr, -1}, {kt_test::pattern({1.0}), 1}}, 1), Params());
     EXPECT_EQ(fieldsOf(classifier).labels, Indices({1}));
-    expectThrows<ktBadPointer>("", 0x10004007, [&] {
+    expectThrows<ktBadPointer>("", [&] {
         classifier.train(AnyProvider({{kt_test::pattern({1.0}), 2}, {nullptr, 2}}, 1), Params());
     });
     EXPECT_EQ(fieldsOf(classifier).labels, Indices({2}));
@@ -361,7 +360,7 @@ TEST(BayesianTraining, NullPatternIsABadPointerUnlessItsCategoryIsUnknown)
 TEST(BayesianTraining, LabelBelowUnknownIsRefused)
 {
     OpenBayesian classifier;
-    expectThrows<ktClassifierDefs::BadLabel>("Cateogory labels must be >= 0", 0x10004203, [&] {
+    expectThrows<ktClassifierDefs::BadLabel>("Cateogory labels must be >= 0", [&] {
         classifier.train(AnyProvider({{kt_test::pattern({1.0}), -2}}, 1), Params());
     });
     EXPECT_FALSE(classifier.isTrained());
@@ -403,7 +402,7 @@ TEST(BayesianTraining, LoadedSetWithANegativeIndexIsRefused)
     fields.dependentSets = {{0, -1}};
     const Params params(bayes::typesWith(fields));
     OpenBayesian classifier = trained(twoCategories);
-    expectThrows<ktClassifierDefs::BadIndex>("Feature measurement indices must be >= 0", 0x10004202,
+    expectThrows<ktClassifierDefs::BadIndex>("Feature measurement indices must be >= 0",
                                              [&] { classifier.train(trainingData(twoCategories), params); });
     EXPECT_FALSE(classifier.isTrained());
 }
@@ -419,10 +418,9 @@ TEST(BayesianTraining, StartAndIncrementHaveNoEffect)
     EXPECT_EQ(kt_test::store(classifier), before);
     classifier.trainStart(Params());
     EXPECT_FALSE(classifier.isTrained()) << "starting untrains, and nothing is learnt one by one";
-    expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before incremental training.",
-                                               0x10004201, [&] {
-                                                   classifier.trainIncremental(pattern({1.0, 2.0}), 5);
-                                               });
+    expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before incremental training.", [&] {
+        classifier.trainIncremental(pattern({1.0, 2.0}), 5);
+    });
 }
 
 TEST(BayesianTraining, UntrainingDropsLabelsAndModelsTogether)
@@ -474,7 +472,7 @@ TEST(BayesianTraining, RetrainingRefusesOtherTypesBeforeOtherMaxima)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         OpenBayesian classifier = trained(twoCategories);
-        expectThrows<ktClassifierDefs::BadParams>(row.message, 0x10004200, [&] { classifier.retrain(row.params); });
+        expectThrows<ktClassifierDefs::BadParams>(row.message, [&] { classifier.retrain(row.params); });
         EXPECT_TRUE(classifier == trained(twoCategories));
     }
 }
@@ -491,10 +489,10 @@ TEST(BayesianTraining, RetrainingWithoutStoredParametersIsABadPointer)
     OpenBayesian classifier = trained(twoCategories);
     ClassifierFields fields = fieldsOf(classifier);
     fields.params = nullptr;
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifierWith(fields).retrain_(Params()); });
+    expectThrows<ktBadPointer>("", [&] { classifierWith(fields).retrain_(Params()); });
     fields.params = new ktClassifierTrainParamsKNN;
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifierWith(fields).retrain_(Params()); });
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifierWith(fields).retrain_(ktClassifierTrainParamsKNN()); });
+    expectThrows<ktBadPointer>("", [&] { classifierWith(fields).retrain_(Params()); });
+    expectThrows<ktBadPointer>("", [&] { classifierWith(fields).retrain_(ktClassifierTrainParamsKNN()); });
 }
 
 }  // namespace

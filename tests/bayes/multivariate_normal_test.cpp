@@ -46,13 +46,13 @@ ktFeaturePattern pattern(const std::vector<double>& values, const std::vector<lo
 template <class Operation>
 void expectDifferentSizes(Operation operation)
 {
-    expectThrows<ktClassifierDefs::BadParams>(differentSizes, 0x10004200, operation);
+    expectThrows<ktClassifierDefs::BadParams>(differentSizes, operation);
 }
 
 template <class Operation>
 void expectNoValidData(Operation operation)
 {
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noValidData, 0x10004207, operation);
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noValidData, operation);
 }
 
 TEST(MultivariateNormal, NewOneHasLearntNothing)
@@ -322,7 +322,7 @@ TEST(MultivariateNormal, RefusesAnyOtherVersionAndStaysAsItWas)
 {
     const std::string stored = kt_test::store(learnt(Rows{{1.0}, {3.0}}));
     Normal density = learnt(Rows{{7.0}});
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] {
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
         kt_test::loadInto(density, kt_test::withBytesAt(stored, kt_test::archiveHeader().size(), "\1"));
     });
     EXPECT_TRUE(density == learnt(Rows{{7.0}}));
@@ -333,7 +333,7 @@ TEST(MultivariateNormal, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheSt
     OpenNormal density;
     std::ostringstream out;
     ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { density.serialize_(archive, 1); });
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { density.serialize_(archive, 1); });
     EXPECT_EQ(out.str(), "");
 }
 
@@ -341,7 +341,7 @@ TEST(MultivariateNormal, FailureCodesOfItsGroupBecomeTheLibrarysErrors)
 {
     expectNoValidData([] { kfThrowExceptionOnFailure(static_cast<long>(0x80000B61UL)); });
     expectDifferentSizes([] { kfThrowExceptionOnFailure(static_cast<long>(0x80000B62UL)); });
-    expectThrows<ktFailure>("The operation failed with status 0x80000B63.", 0x10004008,
+    expectThrows<ktFailure>("The operation failed with status 0x80000B63.",
                             [] { kfThrowExceptionOnFailure(static_cast<long>(0x80000B63UL)); });
 }
 

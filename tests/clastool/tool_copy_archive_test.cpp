@@ -330,8 +330,7 @@ TEST_F(ToolArchive, LoadedParametersAskForTheReadinessCheckAgain)
     lenient.throwIfNotReady(false);
     ktClassifierTool loaded = kt_test::storedAndLoaded(trainedKnn(lenient, {}));
     EXPECT_TRUE(loaded.trainParams()->throwIfNotReady());
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207,
-                                                          [&] { loaded.retrain(*loaded.trainParams()); });
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { loaded.retrain(*loaded.trainParams()); });
     expectUntrained(loaded);
 }
 
@@ -349,7 +348,7 @@ TEST_F(ToolArchive, LoadedKBelowOneIsRefusedByTheRunAndHugeKTakesAllPatterns)
         SCOPED_TRACE(k);
         const ktClassifierTool tool = loadedWithK(k);
         ktClassifierResult result = untouchedResult();
-        expectThrows<ktClassifierDefs::BadParams>("At least one of the category frequencies must be > 0.", 0x10004200,
+        expectThrows<ktClassifierDefs::BadParams>("At least one of the category frequencies must be > 0.",
                                                   [&] { tool.run(*pattern({0}), result); });
         EXPECT_TRUE(result == untouchedResult());
     }

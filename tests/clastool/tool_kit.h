@@ -63,12 +63,12 @@ inline void expectUntrained(ktClassifierTool& tool)
 {
     EXPECT_FALSE(tool.isTrained());
     ktClassifierResult result = untouchedResult();
-    expectThrows<ktClassifierDefs::NotTrained>(notTrainedToRun, 0x10004201, [&] { tool.run(*pattern({0}), result); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrainedToRun, [&] { tool.run(*pattern({0}), result); });
     EXPECT_TRUE(result == untouchedResult());
-    expectThrows<ktClassifierDefs::NotTrained>(notTrainedToRetrain, 0x10004201,
+    expectThrows<ktClassifierDefs::NotTrained>(notTrainedToRetrain,
                                                [&] { tool.retrain(ktClassifierTrainParamsKNN()); });
-    expectThrows<ktClassifierDefs::NotTrained>(notTrainedForParams, 0x10004201, [&] { tool.trainParams(); });
-    expectThrows<ktClassifierDefs::NotTrained>(notTrainedForTree, 0x10004201, [&] { tool.decisionTree(); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrainedForParams, [&] { tool.trainParams(); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrainedForTree, [&] { tool.decisionTree(); });
     EXPECT_TRUE(tool == ktClassifierTool());
     EXPECT_NO_THROW(tool.untrain());
     EXPECT_FALSE(tool.isTrained());

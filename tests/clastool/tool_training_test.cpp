@@ -123,8 +123,7 @@ TEST_F(ToolTrain, WhateverNewClassifierThrowsBecomesNotImplemented)
                 failures[i]();
             }
         };
-        expectThrows<ktClassifierDefs::NotImplemented>(notImplemented, 0x10004205,
-                                                       [&] { tool_.train(data_, otherParams_); });
+        expectThrows<ktClassifierDefs::NotImplemented>(notImplemented, [&] { tool_.train(data_, otherParams_); });
         EXPECT_EQ(script_.calls, (Calls{"untrain_", "newClassifier_"}));
         EXPECT_EQ(script_.techniques, 0) << "the old classifier was let go";
         expectUntrained(tool_);
@@ -138,7 +137,7 @@ TEST_F(ToolTrain, ParametersThatGiveNoClassifierEndInABadPointer)
         kt_Classifier* newClassifier_() const override { return nullptr; }
     };
     trainWithTechnique();
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { tool_.train(data_, Empty(script_, 2)); });
+    expectThrows<ktBadPointer>("", [&] { tool_.train(data_, Empty(script_, 2)); });
     EXPECT_EQ(script_.techniques, 0);
     expectUntrained(tool_);
 }
@@ -151,7 +150,7 @@ TEST_F(ToolTrain, WhatTrainingThrowsPassesThroughAndLeavesTheToolUntrained)
         script_.during = nullptr;
         tool_.train(data_, params_);
         script_.failAt(hook, ktClassifierDefs::BadIndex("half way"));
-        expectThrows<ktClassifierDefs::BadIndex>("half way", 0x10004202, [&] { tool_.train(data_, otherParams_); });
+        expectThrows<ktClassifierDefs::BadIndex>("half way", [&] { tool_.train(data_, otherParams_); });
         EXPECT_EQ(script_.techniques, 1) << "the new, untrained classifier";
         expectUntrained(tool_);
     }
@@ -163,8 +162,7 @@ TEST_F(ToolTrain, NearestNeighbourTrainingThatFailsHalfWayLeavesTheToolUntrained
     data.addData(pattern({1, 2}, {0}), 4);
     tool_ = trainedKnn();
     expectThrows<ktClassifierDefs::BadFeatures>(
-        "K-nearest neighbor classification does not support invalid measurements", 0x10004206,
-        [&] { tool_.train(data, Knn()); });
+        "K-nearest neighbor classification does not support invalid measurements", [&] { tool_.train(data, Knn()); });
     expectUntrained(tool_);
 }
 
@@ -199,10 +197,10 @@ struct Unready {
 };
 
 template <class Error>
-Unready libraryError(const char* label, long number)
+Unready libraryError(const char* label)
 {
     return {label, [label] { throw Error(label); },
-            [=](const std::function<void()>& operation) { expectThrows<Error>(label, number, operation); }, false};
+            [=](const std::function<void()>& operation) { expectThrows<Error>(label, operation); }, false};
 }
 
 /// An error of the user's own.
@@ -213,22 +211,20 @@ struct DerivedError : ktClassifierDefs::BadMethod {
 const std::vector<Unready>& unreadyRows()
 {
     static const std::vector<Unready> rows = {
-        libraryError<ktClassifierDefs::BadParams>("BadParams", 0x10004200),
-        libraryError<ktClassifierDefs::NotTrained>("NotTrained", 0x10004201),
-        libraryError<ktClassifierDefs::BadIndex>("BadIndex", 0x10004202),
-        libraryError<ktClassifierDefs::BadLabel>("BadLabel", 0x10004203),
-        libraryError<ktClassifierDefs::BadMethod>("BadMethod", 0x10004204),
-        libraryError<ktClassifierDefs::NotImplemented>("NotImplemented", 0x10004205),
-        libraryError<ktClassifierDefs::BadFeatures>("BadFeatures", 0x10004206),
-        libraryError<ktClassifierDefs::InsufficientTrainData>("InsufficientTrainData", 0x10004207),
-        libraryError<DerivedError>("derived from BadMethod", 0x10004204),
+        libraryError<ktClassifierDefs::BadParams>("BadParams"),
+        libraryError<ktClassifierDefs::NotTrained>("NotTrained"),
+        libraryError<ktClassifierDefs::BadIndex>("BadIndex"),
+        libraryError<ktClassifierDefs::BadLabel>("BadLabel"),
+        libraryError<ktClassifierDefs::BadMethod>("BadMethod"),
+        libraryError<ktClassifierDefs::NotImplemented>("NotImplemented"),
+        libraryError<ktClassifierDefs::BadFeatures>("BadFeatures"),
+        libraryError<ktClassifierDefs::InsufficientTrainData>("InsufficientTrainData"),
+        libraryError<DerivedError>("derived from BadMethod"),
         {"abort by the attention check", [] { kfThrowExceptionOnFailure(kt_test::abortStatus); },
-         [](const std::function<void()>& operation) {
-             expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008, operation);
-         },
+         [](const std::function<void()>& operation) { expectThrows<ktFailure>(kt_test::abortMessage, operation); },
          true},
         {"null handle", [] { throw ktBadPointer(); },
-         [](const std::function<void()>& operation) { expectThrows<ktBadPointer>("", 0x10004007, operation); }, true},
+         [](const std::function<void()>& operation) { expectThrows<ktBadPointer>("", operation); }, true},
         {"standard exception", [] { throw Stop("stop"); },
          [](const std::function<void()>& operation) { EXPECT_THROW(operation(), Stop); }, true},
         {"out of memory", [] { throw std::bad_alloc(); },
@@ -271,16 +267,16 @@ TEST_F(Tool, NearestNeighbourToolWithoutAPatternIsRefusedOnlyIfTheParametersAskF
 {
     const ktClassifierDataProviderMemory unlabelled = trainingData({{{1, 2}, -1}});
     Knn params;
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207, [&] { tool_.train(unlabelled, params); });
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { tool_.train(unlabelled, params); });
     expectUntrained(tool_);
     params.throwIfNotReady(false);
     tool_.train(unlabelled, params);
     EXPECT_TRUE(tool_.isTrained());
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207, [&] { answer(tool_, {1, 2}); });
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { answer(tool_, {1, 2}); });
     tool_.retrain(params);
     EXPECT_TRUE(tool_.isTrained());
     params.throwIfNotReady(true);
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, 0x10004207, [&] { tool_.retrain(params); });
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { tool_.retrain(params); });
     expectUntrained(tool_);
 }
 
@@ -314,7 +310,7 @@ TEST_F(ToolRetrain, WithAnotherTechniqueChangesNothing)
 {
     tool_ = trainedKnn();
     const ktClassifierTool before(tool_);
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, 0x10004204, [&] { tool_.retrain(params_); });
+    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(params_); });
     EXPECT_TRUE(tool_ == before);
     EXPECT_TRUE(answer(tool_, {0}) == answer(before, {0}));
 }
@@ -323,7 +319,7 @@ TEST_F(ToolRetrain, ThatTheTechniqueRefusesKeepsTheOldParametersAndChecksNothing
 {
     trainWithTechnique();
     script_.failAt("retrain_", ktClassifierDefs::BadIndex("refused"));
-    expectThrows<ktClassifierDefs::BadIndex>("refused", 0x10004202, [&] { tool_.retrain(otherParams_); });
+    expectThrows<ktClassifierDefs::BadIndex>("refused", [&] { tool_.retrain(otherParams_); });
     EXPECT_EQ(script_.calls.back(), "retrain_");
     EXPECT_EQ(valueOf(tool_.trainParams()), 1);
 }
@@ -389,9 +385,9 @@ TEST_F(ToolTree, IsHeldAsACloneAndGivenOutShared)
 TEST_F(ToolTree, LeavesNoParametersAndCannotBeRetrained)
 {
     tool_ = trainedTree();
-    expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, 0x10004204, [&] { tool_.trainParams(); });
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, 0x10004204, [&] { tool_.retrain(Knn()); });
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, 0x10004204, [&] { tool_.retrain(params_); });
+    expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, [&] { tool_.trainParams(); });
+    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(Knn()); });
+    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(params_); });
     EXPECT_EQ(script_.calls, Calls());
     EXPECT_TRUE(*tool_.decisionTree() == someTree()) << "it stays trained";
 }
@@ -399,7 +395,7 @@ TEST_F(ToolTree, LeavesNoParametersAndCannotBeRetrained)
 TEST_F(ToolTree, IsNotThereAfterAutomaticTraining)
 {
     tool_ = trainedKnn();
-    expectThrows<ktClassifierDefs::BadMethod>(notByTree, 0x10004204, [&] { tool_.decisionTree(); });
+    expectThrows<ktClassifierDefs::BadMethod>(notByTree, [&] { tool_.decisionTree(); });
     EXPECT_EQ(dynamic_cast<const Knn&>(*tool_.trainParams()).k(), 3);
 }
 
@@ -464,7 +460,7 @@ TEST(ToolMemory, ClassifierThatCannotBeMadeForLackOfItIsNotImplemented)
             throw;
         }
     };
-    expectThrows<ktClassifierDefs::NotImplemented>(notImplemented, 0x10004205, train);
+    expectThrows<ktClassifierDefs::NotImplemented>(notImplemented, train);
     EXPECT_TRUE(happened);
     expectUntrained(tool);
 }

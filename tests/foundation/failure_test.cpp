@@ -62,12 +62,13 @@ TEST(Failure, CodesWithoutBit31AreNoFailures)
 
 TEST(Failure, CodeThatNoConverterTakesIsAFailure)
 {
-    expectThrows<ktFailure>("The operation failed with status 0x80007D01.", 0x10004008,
+    expectThrows<ktFailure>("The operation failed with status 0x80007D01.",
                             [] { kfThrowExceptionOnFailure(firstCode + 1); });
     try {
         kfThrowExceptionOnFailure(firstCode + 1);
     } catch (const ktFailure& failure) {
         EXPECT_EQ(failure.code(), firstCode + 1);
+        EXPECT_EQ(failure.errorNumber(), 0x10004008);
     }
     EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktExceptionWithString);
     static_assert(std::is_base_of_v<ktException, ktFailure>);
@@ -107,7 +108,7 @@ TEST(Failure, CodesAreComparedAs32BitValues)
     const auto signExtended = static_cast<long>(static_cast<int>(0x80007D00U));
     EXPECT_THROW(kfThrowExceptionOnFailure(signExtended), ktFailure);
     EXPECT_EQ(seen, std::vector<long>{signExtended}) << "the code is handed on as it came";
-    expectThrows<ktFailure>("The operation failed with status 0x80007D00.", 0x10004008,
+    expectThrows<ktFailure>("The operation failed with status 0x80007D00.",
                             [&] { kfThrowExceptionOnFailure(signExtended); });
 }
 
@@ -143,7 +144,7 @@ TEST(Failure, CopiesKeepCodeAndText)
     EXPECT_EQ(assigned.code(), firstCode);
     EXPECT_EQ(assigned.message(), copy.message());
     ktFailure* onTheFreeStore = new ktFailure(firstCode);
-    expectThrows<ktFailure>("The operation failed with status 0x80007D00.", 0x10004008,
+    expectThrows<ktFailure>("The operation failed with status 0x80007D00.",
                             [&] { onTheFreeStore->suicideAndRethrow(); });
 }
 

@@ -45,7 +45,7 @@ void expectCorrupt(const std::string& hex, const std::string& what)
 {
     SCOPED_TRACE(hex);
     const kt_test::MemoryWatch watch;
-    expectThrows<ktArchive::Corrupt>("Corrupt archive: " + what + ".", 0x10004002, [&] { load<T>(archiveOf(hex)); });
+    expectThrows<ktArchive::Corrupt>("Corrupt archive: " + what + ".", [&] { load<T>(archiveOf(hex)); });
     EXPECT_EQ(watch.liveBlocks(), 0);
 }
 
@@ -164,7 +164,7 @@ TEST(PointerRecord, ReferenceFromAnotherPassIsRefused)
     ktPtrHandle<Node> first;
     archive || first;
     expectThrows<ktArchive::Corrupt>("Corrupt archive: a reference to an object that was not loaded before at byte 38.",
-                                     0x10004002, [&] { archive || first; });
+                                     [&] { archive || first; });
 }
 
 TEST(PointerRecord, TwoTemporariesAtOneAddressAreBothStored)
@@ -320,8 +320,7 @@ TEST(PointerRecord, ObjectByPointerAfterInPlaceIsAConflict)
     archive || *note;
     const std::string before = out.str();
     expectThrows<ktArchive::Conflict>(
-        "Archive conflict: an object stored in place is stored by pointer in the same pass.", 0x10004005,
-        [&] { archive || note; });
+        "Archive conflict: an object stored in place is stored by pointer in the same pass.", [&] { archive || note; });
     EXPECT_EQ(out.str(), before);
 }
 
@@ -334,7 +333,7 @@ TEST(PointerRecord, ObjectInPlaceAfterByPointerIsAConflict)
     archive || note;
     const std::string before = out.str();
     expectThrows<ktArchive::Conflict>(
-        "Archive conflict: an object stored by pointer is stored in place in the same pass.", 0x10004005,
+        "Archive conflict: an object stored by pointer is stored in place in the same pass.",
         [&] { archive || *note; });
     EXPECT_EQ(out.str(), before);
 }
@@ -345,8 +344,7 @@ TEST(PointerRecord, ObjectInPlaceThatLeadsBackToItselfIsAConflict)
     node->children = {ktPtrHandle<Node>(new Node(2))};
     node->children[0]->children = {node};
     expectThrows<ktArchive::Conflict>(
-        "Archive conflict: an object stored in place is stored by pointer in the same pass.", 0x10004005,
-        [&] { store(*node); });
+        "Archive conflict: an object stored in place is stored by pointer in the same pass.", [&] { store(*node); });
     node->children.clear();
 }
 
@@ -355,8 +353,7 @@ TEST(PointerRecord, StoringACycleIsAConflict)
     const ktPtrHandle<Node> node(new Node(1));
     node->children = {ktPtrHandle<Node>(new Node(2))};
     node->children[0]->children = {node};
-    expectThrows<ktArchive::Conflict>("Archive conflict: an object leads back to itself.", 0x10004005,
-                                      [&] { store(node); });
+    expectThrows<ktArchive::Conflict>("Archive conflict: an object leads back to itself.", [&] { store(node); });
     node->children.clear();
 }
 
@@ -386,7 +383,7 @@ TEST(PointerRecord, ThousandOpenRecordsNeedASmallStack)
 TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToStore)
 {
     const ktPtrHandle<Node> tooDeep = toys::chain(1001);
-    expectThrows<ktArchive::TooDeep>("Archive too deep: more than 1000 pointer records are open at once.", 0x10004004,
+    expectThrows<ktArchive::TooDeep>("Archive too deep: more than 1000 pointer records are open at once.",
                                      [&] { store(tooDeep); });
 }
 
@@ -403,7 +400,7 @@ TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToLoad)
 {
     const std::string bytes = storeWithDepth(1001, toys::chain(1001));
     ktPtrHandle<Node> tree;
-    expectThrows<ktArchive::TooDeep>("Archive too deep: more than 1000 pointer records are open at once.", 0x10004004,
+    expectThrows<ktArchive::TooDeep>("Archive too deep: more than 1000 pointer records are open at once.",
                                      [&] { loadInto(tree, bytes); });
     EXPECT_TRUE(tree.isNull());
     EXPECT_EQ(Alive<Node>::count, 0);
@@ -464,7 +461,7 @@ TEST(PointerRecord, LongNameOfAnUnknownClassIsCutInTheMessage)
 {
     const std::string bytes = archiveOf("03 2C 01 00 00") + std::string(300, 'n');
     expectThrows<ktArchive::Corrupt>("Corrupt archive: unknown class \"" + std::string(100, 'n') + "\" at byte 313.",
-                                     0x10004002, [&] { load<ktPtrHandle<Node>>(bytes); });
+                                     [&] { load<ktPtrHandle<Node>>(bytes); });
 }
 
 TEST(PointerRecord, ReferenceToAnObjectStillBeingLoadedIsCorrupt)
@@ -478,7 +475,7 @@ TEST(PointerRecord, ClassThatIsNotRegisteredIsNotStored)
     std::ostringstream out;
     ktArchive archive(static_cast<std::ostream&>(out));
     ktPtrHandle<Stranger> stranger(new Stranger);
-    expectThrows<ktArchive::Corrupt>("Corrupt archive: unknown class \"toys::Stranger\" at byte 0.", 0x10004002,
+    expectThrows<ktArchive::Corrupt>("Corrupt archive: unknown class \"toys::Stranger\" at byte 0.",
                                      [&] { archive || stranger; });
     EXPECT_EQ(out.str(), "");
     EXPECT_FALSE(stranger.isNull());
@@ -508,9 +505,9 @@ TEST(PointerRecord, VersionIsCheckedInEachLayer)
     ktPtrHandle<Node> heavy(new HeavyNode(0.5));
     const std::string bytes = store(heavy);
     const std::size_t layer = 8 + 1 + 4 + std::string("toys::HeavyNode").size();
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: toys::HeavyNode.", 0x10004001,
+    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: toys::HeavyNode.",
                                             [&] { loadInto(heavy, kt_test::withBytesAt(bytes, layer, "\1")); });
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: toys::Node.", 0x10004001,
+    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: toys::Node.",
                                             [&] { loadInto(heavy, kt_test::withBytesAt(bytes, layer + 1, "\1")); });
     EXPECT_TRUE(heavy.isNull());
     EXPECT_EQ(Alive<Node>::count, 0);

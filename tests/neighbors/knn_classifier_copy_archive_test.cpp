@@ -127,8 +127,8 @@ TEST(KnnComparison, NeedsThePatternsOfBothOnceTrained)
     const AlwaysTrained without;
     OpenKNN with;
     with.train_(trainingData(line), Params(1));
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(with == without); });
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { static_cast<void>(without == with); });
+    expectThrows<ktBadPointer>("", [&] { static_cast<void>(with == without); });
+    expectThrows<ktBadPointer>("", [&] { static_cast<void>(without == with); });
 }
 
 // Archives
@@ -196,8 +196,7 @@ TEST(KnnArchive, RefusesAnyOtherVersionOfEitherLayerBeforeAnythingChanges)
         SCOPED_TRACE(layer);
         OpenKNN classifier = trained(line, Params(3));
         const std::string bytes = kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\x01");
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001,
-                                                [&] { kt_test::loadInto(classifier, bytes); });
+        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { kt_test::loadInto(classifier, bytes); });
         EXPECT_TRUE(classifier == trained(line, Params(3)));
     }
 }
@@ -207,7 +206,7 @@ TEST(KnnArchive, RefusesAnotherVersionHandedToSerializeAndLeavesTheStreamAlone)
     OpenKNN classifier = trained(line, Params(3));
     std::ostringstream out;
     ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, 0x10004001, [&] { classifier.serialize_(archive, 1); });
+    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { classifier.serialize_(archive, 1); });
     EXPECT_EQ(out.str(), "");
 }
 
@@ -288,7 +287,7 @@ TEST(KnnLoaded, ObjectsOfAnotherClassBecomeNull)
     kt_test::loadInto(classifier, crafted(foreign, newData({{{1}, 6}})));
     EXPECT_TRUE(classifier.storedParams().isNull());
     EXPECT_TRUE(classifier.isTrained());
-    expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, 0x10004204, [&] { classifier.trainParams(); });
+    expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, [&] { classifier.trainParams(); });
     kt_test::loadInto(classifier, crafted(ktPtrHandle<Params>(new Params(7)), foreign));
     EXPECT_FALSE(classifier.isTrained());
 }
@@ -301,8 +300,8 @@ TEST(KnnLoaded, KBelowOneFindsNoNeighbour)
         kt_test::loadInto(classifier, crafted(paramsWithK(k), newData(line)));
         EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{2}) << "k = 1 until retrained";
         classifier.retrain(*classifier.trainParams());
-        expectRunThrows<ktClassifierDefs::BadParams>(
-            classifier, *pattern({0}), "At least one of the category frequencies must be > 0.", 0x10004200);
+        expectRunThrows<ktClassifierDefs::BadParams>(classifier, *pattern({0}),
+                                                     "At least one of the category frequencies must be > 0.");
     }
 }
 
@@ -422,20 +421,20 @@ TEST(KnnLoaded, DamagedPatternsAreRefusedWhereARunMeetsThem)
     load(damagedData({zero, zero}, {3}));
     EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{3}) << "the pattern without a label does not vote";
     load(damagedData({pattern({5}), zero}, {3}));
-    expectRunThrows<ktClassifierDefs::BadIndex>(
-        classifier, *zero, "Category label index must be >=0 and < number of patterns.", 0x10004202);
+    expectRunThrows<ktClassifierDefs::BadIndex>(classifier, *zero,
+                                                "Category label index must be >=0 and < number of patterns.");
     load(damagedData({zero, nullptr}, {3, 4}));
-    expectRunThrows<ktBadPointer>(classifier, *zero, "", 0x10004007);
+    expectRunThrows<ktBadPointer>(classifier, *zero, "");
     load(damagedData({nullptr, zero}, {3, 4}));
-    expectRunThrows<ktBadPointer>(classifier, *zero, "", 0x10004007);
+    expectRunThrows<ktBadPointer>(classifier, *zero, "");
     load(damagedData({zero, pattern({0, 0})}, {3, 4}));
     expectRunThrows<ktClassifierDefs::BadFeatures>(
         classifier, *zero,
-        "Pattern distance function requires the number of measurementsin the two patterns to be equal", 0x10004206);
+        "Pattern distance function requires the number of measurementsin the two patterns to be equal");
     load(damagedData({zero}, {-7}));
-    expectRunThrows<ktClassifierDefs::BadLabel>(classifier, *zero, "Category labels must be >= 0", 0x10004203);
+    expectRunThrows<ktClassifierDefs::BadLabel>(classifier, *zero, "Category labels must be >= 0");
     load(damagedData({}, {3}));
-    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *zero, noData, 0x10004207);
+    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *zero, noData);
 }
 
 TEST(KnnLoaded, MetricOfAnotherClassIsMissedByTheRun)
@@ -445,7 +444,7 @@ TEST(KnnLoaded, MetricOfAnotherClassIsMissedByTheRun)
     kt_test::loadInto(classifier, crafted(params, newData(line)));
     EXPECT_EQ(labelsOf(answer(classifier, {0})), std::vector<long>{2});
     classifier.retrain(*classifier.trainParams());
-    expectRunThrows<ktBadPointer>(classifier, *pattern({0}), "", 0x10004007);
+    expectRunThrows<ktBadPointer>(classifier, *pattern({0}), "");
 }
 
 }  // namespace

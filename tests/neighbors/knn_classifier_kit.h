@@ -59,11 +59,10 @@ inline ktClassifierResult answer(const kt_Classifier& classifier, const std::vec
 
 /// Expects the error from a run, and the caller's result untouched.
 template <class Error>
-void expectRunThrows(const kt_Classifier& classifier, const ktFeaturePattern& query, const std::string& message,
-                     long number)
+void expectRunThrows(const kt_Classifier& classifier, const ktFeaturePattern& query, const std::string& message)
 {
     ktClassifierResult result = kt_test::untouchedResult();
-    kt_test::expectThrows<Error>(message, number, [&] { classifier.run(query, result); });
+    kt_test::expectThrows<Error>(message, [&] { classifier.run(query, result); });
     EXPECT_TRUE(result == kt_test::untouchedResult());
 }
 

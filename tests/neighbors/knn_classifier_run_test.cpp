@@ -40,9 +40,9 @@ TEST(KnnHooks, NeedKeptPatterns)
 {
     AlwaysTrained classifier;
     ktClassifierResult result = untouchedResult();
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifier.checkRunnable_(); });
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifier.run_(*pattern({1}), result); });
-    expectThrows<ktBadPointer>("", 0x10004007, [&] { classifier.trainIncremental_(*pattern({1}), 1); });
+    expectThrows<ktBadPointer>("", [&] { classifier.checkRunnable_(); });
+    expectThrows<ktBadPointer>("", [&] { classifier.run_(*pattern({1}), result); });
+    expectThrows<ktBadPointer>("", [&] { classifier.trainIncremental_(*pattern({1}), 1); });
     EXPECT_TRUE(result == untouchedResult());
 }
 
@@ -113,14 +113,14 @@ TEST(KnnRun, RefusesAnInvalidMeasurementAndAnotherSizeWithOneText)
     for (const PatternHandle& query :
          {pattern({1, 2, 3, 4, 5}, {4}), pattern({1, 2, 3, 4}), pattern({1, 2, 3, 4, 5, 6}), pattern({})}) {
         SCOPED_TRACE(query->numMeasurements());
-        expectRunThrows<ktClassifierDefs::BadFeatures>(classifier, *query, invalidMeasurements, 0x10004206);
+        expectRunThrows<ktClassifierDefs::BadFeatures>(classifier, *query, invalidMeasurements);
     }
 }
 
 TEST(KnnRun, ChecksTheKeptPatternsBeforeTheQuery)
 {
     const OpenKNN classifier = trained({}, Params(1));
-    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *pattern({1, 2}, {0}), noData, 0x10004207);
+    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *pattern({1, 2}, {0}), noData);
 }
 
 TEST(KnnRun, PatternsWithoutMeasurementsAreAllAtDistanceZero)
@@ -160,7 +160,7 @@ TEST(KnnRun, WhatTheMetricThrowsPassesThrough)
 TEST(KnnRun, NeedsAMetric)
 {
     const OpenKNN classifier = trained(line, Params(1, kt_test::withoutClone(), ktClassifierCosts()));
-    expectRunThrows<ktBadPointer>(classifier, *pattern({0}), "", 0x10004007);
+    expectRunThrows<ktBadPointer>(classifier, *pattern({0}), "");
 }
 
 TEST(KnnRun, MoreCategoriesThanFitOnTheStackAreAnsweredToo)
@@ -223,7 +223,7 @@ TEST(KnnAttention, AbortsARunAtEachPoll)
         SCOPED_TRACE(n);
         {
             const kt_test::Attention attention(n, kt_test::abortStatus);
-            expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage, 0x10004008);
+            expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage);
             EXPECT_EQ(attention.polls(), n);
         }
         EXPECT_TRUE(answer(classifier, {0}) == expected);
@@ -241,7 +241,7 @@ TEST(KnnAttention, IsPolledBeforeEachDistance)
     });
     const OpenKNN classifier = trained(line, Params(1, metric, ktClassifierCosts()));
     const kt_test::Attention attention(3, kt_test::abortStatus);
-    expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage, 0x10004008);
+    expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage);
     EXPECT_EQ(asked, 2);
 }
 
@@ -253,15 +253,15 @@ TEST(KnnAttention, IsPolledEvenIfNoNeighbourIsWanted)
     bytes.replace(bytes.find(kt_test::littleEndian32(0x11223344)), 4, kt_test::littleEndian32(0));
     classifier.retrain(kt_test::load<Params>(bytes));
     const kt_test::Attention attention(5, kt_test::abortStatus);
-    expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage, 0x10004008);
+    expectRunThrows<ktFailure>(classifier, *pattern({0}), kt_test::abortMessage);
 }
 
 TEST(KnnAttention, StatusOfAKnownGroupBecomesThatGroupsError)
 {
     const OpenKNN classifier = trained(line, Params(1));
     const kt_test::Attention attention(2, static_cast<long>(0x80000B61UL));
-    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(
-        classifier, *pattern({0}), "No valid data has been used to train the distribution", 0x10004207);
+    expectRunThrows<ktClassifierDefs::InsufficientTrainData>(classifier, *pattern({0}),
+                                                             "No valid data has been used to train the distribution");
 }
 
 TEST(KnnAttention, StatusThatIsNoFailureDoesNotAbort)

@@ -433,7 +433,7 @@ TEST_F(KnnOracle, PatternThatARunRefusesIsReachedHoweverFarAwayItIs)
         classifier.trainIncremental(*kt_test::pattern({0.0, 0.0}), 4);
         ktClassifierResult result = kt_test::untouchedResult();
         kt_test::expectThrows<ktClassifierDefs::BadFeatures>(
-            "Access to full feature vector requires that all features are valid.", 0x10004206, [&] {
+            "Access to full feature vector requires that all features are valid.", [&] {
                 classifier.run(*kt_test::pattern({0.0, 0.0}), result);
             });
         EXPECT_TRUE(result == kt_test::untouchedResult());
@@ -449,7 +449,7 @@ TEST_F(KnnOracle, LongSearchPollsOncePerPatternAndStopsAtEachPoll)
     for (const long n : {1L, 2L, 63L, 64L, 65L, 128L, 129L, 299L, 300L, 301L, 304L}) {
         SCOPED_TRACE(n);
         const kt_test::Attention attention(n, kt_test::abortStatus);
-        kt_test::expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008, [&] {
+        kt_test::expectThrows<ktFailure>(kt_test::abortMessage, [&] {
             classifier.run(*kt_test::pattern({0.5, 0.5, 0.5}), result);
         });
         EXPECT_EQ(attention.polls(), n);
@@ -470,12 +470,12 @@ TEST_F(KnnOracle, PatternThatARunRefusesIsMetAfterThePollThatComesBeforeIt)
     ktClassifierResult result;
     for (const long n : {100L, 101L}) {
         const kt_test::Attention attention(n, kt_test::abortStatus);
-        kt_test::expectThrows<ktFailure>(kt_test::abortMessage, 0x10004008,
+        kt_test::expectThrows<ktFailure>(kt_test::abortMessage,
                                          [&] { classifier.run(*kt_test::pattern({0.0}), result); });
     }
     const kt_test::Attention attention(102, kt_test::abortStatus);
     kt_test::expectThrows<ktClassifierDefs::BadFeatures>(
-        "Access to full feature vector requires that all features are valid.", 0x10004206,
+        "Access to full feature vector requires that all features are valid.",
         [&] { classifier.run(*kt_test::pattern({0.0}), result); });
     EXPECT_EQ(attention.polls(), 101);
 }

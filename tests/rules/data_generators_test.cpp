@@ -264,28 +264,28 @@ TEST(TotalDataGenerator, AsManyPatternsAsMeasurementsAreEnough)
 
 /// Also another time: a failure leaves nothing behind.
 template <class Error>
-void expectRefusedTwice(kt_TotalDataGenerator generator, const char* message, long errorNumber)
+void expectRefusedTwice(kt_TotalDataGenerator generator, const char* message)
 {
     for (int call = 0; call < 2; ++call) {
-        kt_test::expectThrows<Error>(message, errorNumber, [&] { generator.generateData(); });
+        kt_test::expectThrows<Error>(message, [&] { generator.generateData(); });
     }
 }
 
 TEST(TotalDataGenerator, ClassWithFewerPatternsThanMeasurementsIsRefused)
 {
     const char* message = "Feature pattern index must be >=0 and < number of patterns.";
-    expectRefusedTwice<ktClassifierDefs::BadIndex>(kt_TotalDataGenerator({normalClass(3, 2)}), message, 0x10004202);
+    expectRefusedTwice<ktClassifierDefs::BadIndex>(kt_TotalDataGenerator({normalClass(3, 2)}), message);
     expectRefusedTwice<ktClassifierDefs::BadIndex>(kt_TotalDataGenerator({normalClass(3, 10), normalClass(3, 1)}),
-                                                   message, 0x10004202);
+                                                   message);
 }
 
 TEST(TotalDataGenerator, ClassesOfDifferentWidthsAreRefused)
 {
     const char* message = "Feature pattern must have the same number of measurements as the rest of the data.";
     expectRefusedTwice<ktClassifierDefs::BadFeatures>(kt_TotalDataGenerator({normalClass(2, 10), normalClass(3, 10)}),
-                                                      message, 0x10004206);
+                                                      message);
     expectRefusedTwice<ktClassifierDefs::BadFeatures>(
-        kt_TotalDataGenerator({normalClass(3, 10), kt_ClassDataGenerator(), normalClass(2, 10)}), message, 0x10004206);
+        kt_TotalDataGenerator({normalClass(3, 10), kt_ClassDataGenerator(), normalClass(2, 10)}), message);
 }
 
 TEST(TotalDataGenerator, TwoCallsAndTwoGeneratorsGiveTheSame)

@@ -56,28 +56,28 @@ TEST(ToolWithTree, HasNoTreeBeforeTrainingAfterUntrainingAndAfterAutomaticTraini
 {
     const char* notTrained = "Classifier tool must be trained before requesting the decision tree.";
     ktClassifierTool tool;
-    expectThrows<ktClassifierDefs::NotTrained>(notTrained, 0x10004201, [&] { tool.decisionTree(); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrained, [&] { tool.decisionTree(); });
     tool.train(smallTree());
     tool.untrain();
-    expectThrows<ktClassifierDefs::NotTrained>(notTrained, 0x10004201, [&] { tool.decisionTree(); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrained, [&] { tool.decisionTree(); });
     tool.train(someData(), ktClassifierTrainParamsKNN(1));
-    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained using a decision tree.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained using a decision tree.",
                                               [&] { tool.decisionTree(); });
     EXPECT_TRUE(tool.isTrained());
     tool.untrain();
-    expectThrows<ktClassifierDefs::NotTrained>(notTrained, 0x10004201, [&] { tool.decisionTree(); });
+    expectThrows<ktClassifierDefs::NotTrained>(notTrained, [&] { tool.decisionTree(); });
 }
 
 TEST(ToolWithTree, HasNoParametersAndCannotBeRetrained)
 {
     ktClassifierTool tool = trainedTool(smallTree());
-    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.",
                                               [&] { tool.trainParams(); });
     for (const bool throwIfNotReady : {true, false}) {
         ktClassifierTrainParamsKNN params;
         params.throwIfNotReady(throwIfNotReady);
         expectThrows<ktClassifierDefs::BadMethod>("Cannot retrain with a different classification technique.",
-                                                  0x10004204, [&] { tool.retrain(params); });
+                                                  [&] { tool.retrain(params); });
     }
     EXPECT_TRUE(tool == trainedTool(smallTree()));
 }
@@ -132,7 +132,7 @@ TEST(ToolWithTree, TreeWhoseCloneFailsLeavesItUntrained)
     ktClassifierTool tool = trainedTool(smallTree());
     EXPECT_THROW(tool.train(OwnTree(false)), std::runtime_error);
     EXPECT_FALSE(tool.isTrained());
-    expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before running.", 0x10004201,
+    expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before running.",
                                                [&] { run(tool, ktFeaturePattern()); });
 }
 
@@ -180,9 +180,9 @@ TEST(ToolWithTree, IsStoredAndLoadedEqual)
     kt_test::loadInto(loaded, kt_test::store(tool));
     EXPECT_TRUE(loaded == tool);
     EXPECT_TRUE(run(loaded, ktFeaturePattern()) == resultFor({1}));
-    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.",
                                               [&] { loaded.trainParams(); });
-    expectThrows<ktClassifierDefs::BadMethod>("Cannot retrain with a different classification technique.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Cannot retrain with a different classification technique.",
                                               [&] { loaded.retrain(ktClassifierTrainParamsKNN()); });
 }
 

@@ -157,7 +157,7 @@ TEST(TreeClassifier, AutomaticAndIncrementalTrainingAreRefused)
         {incrementalText, [&] { classifier.trainIncremental(pattern, 1); }},
     };
     for (const auto& [text, operation] : rows) {
-        expectThrows<ktClassifierDefs::NotImplemented>(text, 0x10004205, operation);
+        expectThrows<ktClassifierDefs::NotImplemented>(text, operation);
         EXPECT_TRUE(*classifier.decisionTree() == smallTree());
     }
 }
@@ -165,11 +165,11 @@ TEST(TreeClassifier, AutomaticAndIncrementalTrainingAreRefused)
 TEST(TreeClassifier, AutomaticTrainingThatIsRefusedLeavesItUntrained)
 {
     Classifier classifier = trained(smallTree());
-    expectThrows<ktClassifierDefs::NotImplemented>(automaticText, 0x10004205,
+    expectThrows<ktClassifierDefs::NotImplemented>(automaticText,
                                                    [&] { classifier.train(someData(), ktClassifierTrainParamsKNN()); });
     EXPECT_FALSE(classifier.isTrained());
     classifier.trainManual(smallTree());
-    expectThrows<ktClassifierDefs::NotImplemented>(incrementalText, 0x10004205,
+    expectThrows<ktClassifierDefs::NotImplemented>(incrementalText,
                                                    [&] { classifier.trainStart(ktClassifierTrainParamsKNN()); });
     EXPECT_FALSE(classifier.isTrained());
 }
@@ -189,7 +189,7 @@ TEST(TreeClassifier, UntrainedOneAnswersNothing)
          [&] { classifier.trainParams(); }},
     };
     for (const auto& [text, operation] : rows) {
-        expectThrows<ktClassifierDefs::NotTrained>(text, 0x10004201, operation);
+        expectThrows<ktClassifierDefs::NotTrained>(text, operation);
     }
     EXPECT_TRUE(result == resultFor({3}));
 }
@@ -197,9 +197,9 @@ TEST(TreeClassifier, UntrainedOneAnswersNothing)
 TEST(TreeClassifier, HasNoParametersAfterManualTraining)
 {
     Classifier classifier = trained(smallTree());
-    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not automatically trained.",
                                               [&] { classifier.trainParams(); });
-    expectThrows<ktClassifierDefs::BadMethod>("Cannot retrain with a different classification technique.", 0x10004204,
+    expectThrows<ktClassifierDefs::BadMethod>("Cannot retrain with a different classification technique.",
                                               [&] { classifier.retrain(ktClassifierTrainParamsKNN()); });
     EXPECT_TRUE(*classifier.decisionTree() == smallTree());
 }
