@@ -1,11 +1,12 @@
 #pragma once
 
+#include "support/neighbor_reference.h"
+
 #include <clastool/clastool.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -479,44 +480,18 @@ struct Classifier {
         }
     }
 
-    double distance(const Pattern& a, const Pattern& b) const
-    {
-        const std::vector<double>& x = a.featureMeasurements(true);
-        const std::vector<double>& y = b.featureMeasurements(true);
-        double sum = 0.0;
-        for (std::size_t i = 0; i < x.size(); ++i) {
-            sum += std::pow(std::abs(x[i] - y[i]), inUse->order);
-        }
-        const double result = std::pow(sum, 1.0 / inUse->order);
-        return std::isnan(result) ? std::numeric_limits<double>::infinity() : result;
-    }
-
     ktClassifierResult runKnn(const Pattern& pattern) const
     {
         checkRunnable();
         if (pattern.numInvalid() > 0 || pattern.numMeasurements() != kept->numMeasurements()) {
             throw BadFeatures("K-nearest neighbor classification does not support invalid measurements");
         }
-        const auto k = static_cast<std::size_t>(inUse->knn.k());
-        std::vector<std::pair<double, std::size_t>> nearest;
+        kt_test::PlainNeighbors nearest{static_cast<std::size_t>(inUse->knn.k()), {}, {}};
         for (std::size_t i = 0; i < kept->patterns.size(); ++i) {
-            const double d = distance(pattern, *kept->patterns[i]);
-            if (nearest.size() < k || d < nearest.back().first) {
-                const auto place =
-                    std::find_if(nearest.begin(), nearest.end(), [d](const auto& entry) { return d <= entry.first; });
-                nearest.insert(place, {d, i});
-                nearest.resize(std::min(nearest.size(), k));
-            }
+            const std::vector<double>& stored = kept->patterns[i]->featureMeasurements(true);
+            nearest.take(i, kt_test::plainDistance(pattern.featureMeasurements(true), stored, inUse->order));
         }
-        std::map<long, double> votes;
-        for (const auto& entry : nearest) {
-            votes[kept->labels[entry.second]] += 1.0;
-        }
-        std::vector<ktClassifierCategoryResult> matches;
-        for (const auto& vote : votes) {
-            matches.emplace_back(vote.first, vote.second / static_cast<double>(nearest.size()), 0.0, 0.0);
-        }
-        return {matches, ktClassifierFrequencies(1.0), inUse->knn.misclassificationCosts(), 0.0};
+        return kt_test::resultOfVotes(nearest.rows, kept->labels, inUse->knn.misclassificationCosts());
     }
 
     ktClassifierResult runBayes(const Pattern& pattern) const

@@ -5,6 +5,7 @@
 #include "clss/clastool/neighbor_scan/compact_copy.h"
 #include "clss/clastool/neighbor_scan/exact_distance.h"
 #include "tests/support/attention.h"
+#include "tests/support/neighbor_reference.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
@@ -12,9 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
-#include <map>
 #include <numeric>
 #include <string>
 #include <typeinfo>
@@ -179,68 +178,13 @@ std::string described(const ktException& error)
     return std::string(typeid(error).name()) + " " + std::to_string(error.errorNumber()) + " " + error.message();
 }
 
-/// The list of the neighbours as it is defined: at most k entries, sorted.
-struct PlainList {
-    std::size_t k;
-    std::vector<std::size_t> rows;
-    std::vector<double> distances;
-
-    void take(std::size_t row, double distance)
-    {
-        distance = std::isnan(distance) ? infinity : distance;
-        if (rows.size() == k && (k == 0 || !(distance < distances.back()))) {
-            return;
-        }
-        std::size_t place = 0;
-        while (place < rows.size() && !(distance <= distances[place])) {
-            ++place;
-        }
-        rows.insert(rows.begin() + static_cast<std::ptrdiff_t>(place), row);
-        distances.insert(distances.begin() + static_cast<std::ptrdiff_t>(place), distance);
-        if (rows.size() > k) {
-            rows.pop_back();
-            distances.pop_back();
-        }
-    }
-
-    bool isSameAs(const PlainList& other) const
-    {
-        return rows == other.rows && distances.size() == other.distances.size() &&
-               (rows.empty() ||
-                std::memcmp(distances.data(), other.distances.data(), distances.size() * sizeof(double)) == 0);
-    }
-};
-
-double plainDistance(const Row& a, const Row& b, double order)
-{
-    double sum = 0.0;
-    for (std::size_t j = 0; j < a.size(); ++j) {
-        sum += std::pow(std::abs(a[j] - b[j]), order);
-    }
-    return std::pow(sum, 1.0 / order);
-}
-
-/// The votes of the neighbours, and the result that they make.
-ktClassifierResult plainResult(const PlainList& list, const std::vector<Stored>& stored)
-{
-    std::map<long, long> votes;
-    for (const std::size_t row : list.rows) {
-        ++votes[stored[row].label];
-    }
-    std::vector<ktClassifierCategoryResult> matches;
-    for (const auto& [label, count] : votes) {
-        matches.emplace_back(label, static_cast<double>(count) / static_cast<double>(list.rows.size()), 0.0, 0.0);
-    }
-    return {matches, ktClassifierFrequencies(1.0), ktClassifierCosts(1.0), 0.0};
-}
-
 ktClassifierResult untouched()
 {
     return {{ktClassifierCategoryResult(77, 0.25, 1.0, 3.5)}, -12.5};
 }
 
 /// The plain implementation. The list is given back as well.
-Answer plainAnswer(const std::vector<Stored>& stored, const Question& question, PlainList& list)
+Answer plainAnswer(const std::vector<Stored>& stored, const Question& question, kt_test::PlainNeighbors& list)
 {
     Answer answer{"", 0, untouched()};
     const auto isAborted = [&] {
@@ -264,10 +208,14 @@ Answer plainAnswer(const std::vector<Stored>& stored, const Question& question, 
                 ktClassifierDefs::BadFeatures("Access to full feature vector requires that all features are valid."));
             return answer;
         }
-        const double distance = plainDistance(question.query, stored[row].measurements, question.order);
+        const double distance = kt_test::plainDistance(question.query, stored[row].measurements, question.order);
         list.take(row, question.isCoarse ? CoarseNorm::coarse(distance) : distance);
     }
-    const ktClassifierResult result = plainResult(list, stored);
+    std::vector<long> labels;
+    for (const Stored& each : stored) {
+        labels.push_back(each.label);
+    }
+    const ktClassifierResult result = kt_test::resultOfVotes(list.rows, labels, ktClassifierCosts(1.0));
     for (std::size_t i = 0; i < result.categoryResults().size(); ++i) {
         if (isAborted()) {
             answer.error = aborted;
@@ -361,7 +309,7 @@ public:
     const kt_ClassifierKNN& classifier() const { return classifier_; }
 
     /// The list made of the rows that the copy finds. Returns false where it leaves them to the plain scan.
-    bool find(const Question& question, PlainList& list) const
+    bool find(const Question& question, kt_test::PlainNeighbors& list) const
     {
         const std::size_t k = std::min(static_cast<std::size_t>(question.k), stored_.size());
         kt_RowList rows(k);
@@ -510,7 +458,7 @@ protected:
             SCOPED_TRACE(testing::Message() << "case " << i << " of KT_NEIGHBOR_SET=" << number);
             set.change();
             const Question question = set.ask();
-            PlainList expectedList{};
+            kt_test::PlainNeighbors expectedList{};
             const Answer expected = plainAnswer(set.stored(), question, expectedList);
             for (const int instructionSet : instructionSets_) {
                 kt_CompactCopy::instructionSet(instructionSet);
@@ -523,9 +471,9 @@ protected:
         }
     }
 
-    void compareLists(const PatternSet& set, const Question& question, const PlainList& expected)
+    void compareLists(const PatternSet& set, const Question& question, const kt_test::PlainNeighbors& expected)
     {
-        PlainList found{};
+        kt_test::PlainNeighbors found{};
         ++asked_;
         if (set.find(question, found)) {
             ++served_;
