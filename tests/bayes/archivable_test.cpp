@@ -25,12 +25,14 @@ Types someTypes()
 
 struct DistributionTypes : kt_test::ArchivableCase<Types> {
     static constexpr const char* name = "ktClassifierDistributionTypes";
+    static std::vector<Layer> layers() { return {{"clss/clastool/bayes", 262}}; }
 
     static std::vector<Types> samples() { return {Types(), Types(Types::eUniform), someTypes()}; }
 };
 
 struct MultivariateNormal : kt_test::ArchivableCase<kt_PDFMultivariateNormal> {
     static constexpr const char* name = "kt_PDFMultivariateNormal";
+    static std::vector<Layer> layers() { return {{}}; }
 
     static std::vector<kt_PDFMultivariateNormal> samples()
     {
@@ -43,6 +45,7 @@ struct MultivariateNormal : kt_test::ArchivableCase<kt_PDFMultivariateNormal> {
 
 struct Binomial : kt_test::ArchivableCase<kt_PDFBinomial> {
     static constexpr const char* name = "kt_PDFBinomial";
+    static std::vector<Layer> layers() { return {{}}; }
 
     static std::vector<kt_PDFBinomial> samples()
     {
@@ -67,6 +70,7 @@ kt_CategoryModelBayesian someModel(long label, double shift)
 
 struct CategoryModel : kt_test::ArchivableCase<kt_CategoryModelBayesian> {
     static constexpr const char* name = "kt_CategoryModelBayesian";
+    using Base = kt_CategoryModel;
 
     static std::vector<kt_CategoryModelBayesian> samples()
     {

@@ -24,8 +24,6 @@ using bayes::Types;
 using kt_test::expectThrows;
 using kt_test::trainingData;
 
-constexpr const char* unknownVersion = "Unknown version in an archive.";
-
 TEST(BayesianClassifier, ComparesBaseAndModelsInOrderButNotLabels)
 {
     const OpenBayesian classifier = trained(twoCategories);
@@ -142,28 +140,6 @@ TEST(BayesianClassifier, ToolIsStoredAndLoadedWithItsParametersInForce)
     tool.run(pattern({4.0, 14.0}), expected);
     loaded.run(pattern({4.0, 14.0}), result);
     EXPECT_TRUE(result == expected);
-}
-
-TEST(BayesianClassifier, RefusesAnyOtherVersionOfEitherLayer)
-{
-    const std::string stored = kt_test::store(trained(twoCategories));
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        kt_ClassifierBayesian classifier;
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
-            kt_test::loadInto(classifier, kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\1"));
-        });
-        EXPECT_FALSE(classifier.isTrained());
-    }
-}
-
-TEST(BayesianClassifier, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheStreamAlone)
-{
-    OpenBayesian classifier = trained(twoCategories);
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { classifier.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 }  // namespace

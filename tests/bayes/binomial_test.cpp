@@ -22,7 +22,6 @@ constexpr const char* trainedAboveMaximum =
 constexpr const char* aboveMaximum = "Feature measurement must be <= specified maximum value";
 constexpr const char* insufficient = "Insufficient data has been used to train the distribution";
 constexpr const char* differentSizes = "Must call clear before updating with feature vectors of different sizes";
-constexpr const char* unknownVersion = "Unknown version in an archive.";
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -494,21 +493,6 @@ TEST(Binomial, LoadedOneAnswersAndLearnsFromNothing)
     EXPECT_EQ(loaded.logValue(pattern(3.0)), trained.logValue(pattern(3.0)));
     loaded.updateWithData(single({1.0, 3.0}));
     EXPECT_TRUE(loaded == learnt(10.0, {1.0, 3.0}));
-}
-
-TEST(Binomial, RefusesAnyOtherVersion)
-{
-    const std::string stored = kt_test::store(learnt(10.0, {2.0, 4.0, 6.0}));
-    Binomial density = learnt(7.0, {1.0, 2.0});
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
-        kt_test::loadInto(density, kt_test::withBytesAt(stored, kt_test::archiveHeader().size(), "\1"));
-    });
-    EXPECT_TRUE(density == learnt(7.0, {1.0, 2.0}));
-    OpenBinomial open;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { open.serialize_(archive, 255); });
-    EXPECT_EQ(out.str(), "");
 }
 
 TEST(Binomial, UpdateThatRunsOutOfMemoryChangesNothing)

@@ -22,8 +22,6 @@ using kt_test::expectThrows;
 using Model = kt_CategoryModelBayesian;
 using TypeList = std::vector<Types::DistributionType>;
 
-constexpr const char* unknownVersion = "Unknown version in an archive.";
-
 struct OpenModel : Model {
     using Model::serialize_;
     void serializeBase(ktArchive& archive, unsigned char version) { kt_CategoryModel::serialize_(archive, version); }
@@ -695,29 +693,6 @@ TEST(CategoryModel, OneDensityHeldByTwoGroupsIsSafe)
                                                   twoSizes.adapt(pattern({1.0, 2.0}), nullptr, 0);
                                               });
     EXPECT_EQ(fieldsOf(densityOf<kt_PDFMultivariateNormal>(fieldsOf(twoSizes), 0)).mean.numRows(), 0);
-}
-
-TEST(CategoryModel, RefusesAnyOtherVersionOfEitherLayer)
-{
-    const std::string stored = bytesOf(mixed());
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        Model model;
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
-            kt_test::loadInto(model, kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\1"));
-        });
-        EXPECT_TRUE(model == Model());
-    }
-}
-
-TEST(CategoryModel, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheStreamAlone)
-{
-    OpenModel model;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { model.serialize_(archive, 1); });
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { model.serializeBase(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 }  // namespace

@@ -453,23 +453,6 @@ TEST(DistributionTypes, AreStoredAsTheirVersionDefaultOverridesAndSets)
     EXPECT_EQ(fields.dependentSets, Sets({{1, 2}, {2, 5}, {6, 7}}));
 }
 
-TEST(DistributionTypes, RefuseAnyOtherVersionAndNameThePlace)
-{
-    for (const char version : {'\1', '\2', '\x80', '\xFF'}) {
-        const std::string bytes =
-            kt_test::withBytesAt(kt_test::store(someTypes()), kt_test::archiveHeader().size(), std::string(1, version));
-        Types types;
-        try {
-            kt_test::loadInto(types, bytes);
-            ADD_FAILURE() << "no exception";
-        } catch (const ktArchive::UnknownVersion& error) {
-            EXPECT_STREQ(error.where(), "clss/clastool/bayes");
-            EXPECT_EQ(error.line(), 262);
-        }
-        EXPECT_TRUE(types == Types());
-    }
-}
-
 TEST(DistributionTypes, TypeIsStoredAs32BitsAndLoadedWhateverItIs)
 {
     for (const unsigned long number : {0uL, 1uL, 4uL, 0x80000000uL, 0xFFFFFFFFuL}) {

@@ -19,7 +19,6 @@ using Normal = kt_PDFMultivariateNormal;
 
 constexpr const char* noValidData = "No valid data has been used to train the distribution";
 constexpr const char* differentSizes = "Must call clear before updating with feature vectors of different sizes";
-constexpr const char* unknownVersion = "Unknown version in an archive.";
 
 /// The serialisation of the class, open to a test.
 struct OpenNormal : Normal {
@@ -316,25 +315,6 @@ TEST(MultivariateNormal, LoadedCountBelowOneIsNoData)
         density.updateWithData(patterns({{5.0}}));
         EXPECT_TRUE(density == learnt(Rows{{5.0}}));
     }
-}
-
-TEST(MultivariateNormal, RefusesAnyOtherVersionAndStaysAsItWas)
-{
-    const std::string stored = kt_test::store(learnt(Rows{{1.0}, {3.0}}));
-    Normal density = learnt(Rows{{7.0}});
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
-        kt_test::loadInto(density, kt_test::withBytesAt(stored, kt_test::archiveHeader().size(), "\1"));
-    });
-    EXPECT_TRUE(density == learnt(Rows{{7.0}}));
-}
-
-TEST(MultivariateNormal, RefusesAnotherVersionHandedToItsSerializeAndLeavesTheStreamAlone)
-{
-    OpenNormal density;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { density.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 TEST(MultivariateNormal, FailureCodesOfItsGroupBecomeTheLibrarysErrors)

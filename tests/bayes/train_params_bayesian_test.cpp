@@ -6,10 +6,7 @@ namespace {
 
 using bayes::Params;
 using bayes::Types;
-using kt_test::expectThrows;
 using kt_test::storedAndLoaded;
-
-constexpr const char* unknownVersion = "Unknown version in an archive.";
 
 /// The hooks of the parameters, open to a test.
 struct OpenParams : Params {
@@ -232,28 +229,6 @@ TEST(BayesianParams, AreStoredOnceAPass)
     Params params = someParams();
     const std::string bytes = bayes::stored([&](ktArchive& archive) { archive || params || params; });
     EXPECT_EQ(bytes, kt_test::store(params));
-}
-
-TEST(BayesianParams, RefuseAnyOtherVersionOfEitherLayer)
-{
-    const std::string stored = kt_test::store(someParams());
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        Params params;
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] {
-            kt_test::loadInto(params, kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\xFF"));
-        });
-        EXPECT_TRUE(params == Params());
-    }
-}
-
-TEST(BayesianParams, RefuseAnotherVersionHandedToTheirSerializeAndLeaveTheStreamAlone)
-{
-    OpenParams params;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { params.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 }  // namespace

@@ -8,8 +8,14 @@
 
 namespace {
 
-template <class Error>
+/// The class of an error, whose name each case gives as a string of its own.
+template <class Error, const char* Name>
 struct ErrorCase : kt_test::ArchivableCase<Error> {
+    static constexpr const char* name = Name;
+    using Layer = typename kt_test::ArchivableCase<Error>::Layer;
+    using Base = ktClassifierDefs::Errors;
+    static std::vector<Layer> layers() { return {{Name, 0}, {"ktClassifierDefs::Errors", 0}}; }
+
     static std::vector<Error> samples()
     {
         return {Error(), Error("Costs must be >= 0.0"), Error(std::string("a\0b\xFF", 4))};
@@ -21,33 +27,26 @@ struct ErrorCase : kt_test::ArchivableCase<Error> {
     }
 };
 
-struct BadParams : ErrorCase<ktClassifierDefs::BadParams> {
-    static constexpr const char* name = "ktClassifierDefs::BadParams";
-};
-struct BadIndex : ErrorCase<ktClassifierDefs::BadIndex> {
-    static constexpr const char* name = "ktClassifierDefs::BadIndex";
-};
-struct BadLabel : ErrorCase<ktClassifierDefs::BadLabel> {
-    static constexpr const char* name = "ktClassifierDefs::BadLabel";
-};
-struct BadMethod : ErrorCase<ktClassifierDefs::BadMethod> {
-    static constexpr const char* name = "ktClassifierDefs::BadMethod";
-};
-struct NotTrained : ErrorCase<ktClassifierDefs::NotTrained> {
-    static constexpr const char* name = "ktClassifierDefs::NotTrained";
-};
-struct NotImplemented : ErrorCase<ktClassifierDefs::NotImplemented> {
-    static constexpr const char* name = "ktClassifierDefs::NotImplemented";
-};
-struct BadFeatures : ErrorCase<ktClassifierDefs::BadFeatures> {
-    static constexpr const char* name = "ktClassifierDefs::BadFeatures";
-};
-struct InsufficientTrainData : ErrorCase<ktClassifierDefs::InsufficientTrainData> {
-    static constexpr const char* name = "ktClassifierDefs::InsufficientTrainData";
-};
+constexpr char nameOfBadParams[] = "ktClassifierDefs::BadParams";
+using BadParams = ErrorCase<ktClassifierDefs::BadParams, nameOfBadParams>;
+constexpr char nameOfBadIndex[] = "ktClassifierDefs::BadIndex";
+using BadIndex = ErrorCase<ktClassifierDefs::BadIndex, nameOfBadIndex>;
+constexpr char nameOfBadLabel[] = "ktClassifierDefs::BadLabel";
+using BadLabel = ErrorCase<ktClassifierDefs::BadLabel, nameOfBadLabel>;
+constexpr char nameOfBadMethod[] = "ktClassifierDefs::BadMethod";
+using BadMethod = ErrorCase<ktClassifierDefs::BadMethod, nameOfBadMethod>;
+constexpr char nameOfNotTrained[] = "ktClassifierDefs::NotTrained";
+using NotTrained = ErrorCase<ktClassifierDefs::NotTrained, nameOfNotTrained>;
+constexpr char nameOfNotImplemented[] = "ktClassifierDefs::NotImplemented";
+using NotImplemented = ErrorCase<ktClassifierDefs::NotImplemented, nameOfNotImplemented>;
+constexpr char nameOfBadFeatures[] = "ktClassifierDefs::BadFeatures";
+using BadFeatures = ErrorCase<ktClassifierDefs::BadFeatures, nameOfBadFeatures>;
+constexpr char nameOfInsufficientTrainData[] = "ktClassifierDefs::InsufficientTrainData";
+using InsufficientTrainData = ErrorCase<ktClassifierDefs::InsufficientTrainData, nameOfInsufficientTrainData>;
 
 struct FeaturePattern : kt_test::ArchivableCase<ktFeaturePattern> {
     static constexpr const char* name = "ktFeaturePattern";
+    static std::vector<Layer> layers() { return {{}}; }
 
     static std::vector<ktFeaturePattern> samples()
     {
@@ -59,6 +58,7 @@ struct FeaturePattern : kt_test::ArchivableCase<ktFeaturePattern> {
 
 struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
     static constexpr const char* name = "ktClassifierCosts";
+    static std::vector<Layer> layers() { return {{"clss/clastool/clastool", 435}}; }
 
     static std::vector<ktClassifierCosts> samples()
     {
@@ -72,6 +72,7 @@ struct Costs : kt_test::ArchivableCase<ktClassifierCosts> {
 
 struct Frequencies : kt_test::ArchivableCase<ktClassifierFrequencies> {
     static constexpr const char* name = "ktClassifierFrequencies";
+    static std::vector<Layer> layers() { return {{"clss/clastool/clastool", 522}}; }
 
     static std::vector<ktClassifierFrequencies> samples()
     {
@@ -84,6 +85,7 @@ struct Frequencies : kt_test::ArchivableCase<ktClassifierFrequencies> {
 
 struct CategoryResult : kt_test::ArchivableCase<ktClassifierCategoryResult> {
     static constexpr const char* name = "ktClassifierCategoryResult";
+    static std::vector<Layer> layers() { return {{"clss/clastool/clastool", 346}}; }
 
     static std::vector<ktClassifierCategoryResult> samples()
     {
@@ -94,6 +96,7 @@ struct CategoryResult : kt_test::ArchivableCase<ktClassifierCategoryResult> {
 
 struct Result : kt_test::ArchivableCase<ktClassifierResult> {
     static constexpr const char* name = "ktClassifierResult";
+    static std::vector<Layer> layers() { return {{"clss/clastool/clastool", 670}}; }
 
     static std::vector<ktClassifierResult> samples()
     {
@@ -104,6 +107,7 @@ struct Result : kt_test::ArchivableCase<ktClassifierResult> {
 
 struct DataProviderMemory : kt_test::ArchivableCase<ktClassifierDataProviderMemory> {
     static constexpr const char* name = "ktClassifierDataProviderMemory";
+    using Base = ktClassifierDataProvider;
 
     static std::vector<ktClassifierDataProviderMemory> samples()
     {

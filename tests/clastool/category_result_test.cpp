@@ -15,7 +15,6 @@ namespace {
 
 using CategoryResult = ktClassifierCategoryResult;
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 
 constexpr const char* negativeLabel = "Category labels must be >= 0";
 constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
@@ -146,18 +145,6 @@ TEST(CategoryResult, IsArchivedAsVersionLabelMatchScoreClassScoreCost)
     EXPECT_EQ(classScore, 0.25);
     EXPECT_EQ(cost, 12.5);
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(CategoryResult, UnknownVersionNamesTheSourcePosition)
-{
-    const CategoryResult old(7, 0.5, 0.25, 12.5);
-    const std::string bytes = kt_test::store(CategoryResult());
-    for (const char* wrong : {"01", "FF"}) {
-        CategoryResult result = old;
-        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
-        expectUnknownVersion([&] { kt_test::loadInto(result, damaged); }, "clss/clastool/clastool", 346);
-        EXPECT_TRUE(result == old) << "nothing was loaded yet";
-    }
 }
 
 TEST(CategoryResult, LoadingDoesNotValidate)

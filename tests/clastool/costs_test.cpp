@@ -16,7 +16,6 @@
 namespace {
 
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
 
@@ -244,28 +243,6 @@ TEST(Costs, AreArchivedAsVersionDefaultFromLabelsToLabelsCosts)
     EXPECT_EQ(to, Labels({1, 0}));
     EXPECT_EQ(costs, Doubles({10.0, 4.0}));
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(Costs, UnknownVersionNamesTheSourcePosition)
-{
-    const std::string bytes = kt_test::store(overridden());
-    for (const char* wrong : {"01", "FF"}) {
-        ktClassifierCosts costs(7.0);
-        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
-        expectUnknownVersion([&] { kt_test::loadInto(costs, damaged); }, "clss/clastool/clastool", 435);
-        EXPECT_TRUE(costs == ktClassifierCosts(7.0)) << "nothing was loaded yet";
-    }
-}
-
-TEST(Costs, UnknownVersionOfASequenceHasNoName)
-{
-    const std::string bytes = kt_test::store(overridden());
-    const std::size_t from = 8 + 1 + 8;
-    for (const std::size_t position : {from, from + 5 + 8, from + 2 * (5 + 8)}) {
-        SCOPED_TRACE(position);
-        const std::string damaged = kt_test::withBytesAt(bytes, position, kt_test::fromHex("01"));
-        expectUnknownVersion([&] { kt_test::load<ktClassifierCosts>(damaged); }, nullptr, 0);
-    }
 }
 
 TEST(Costs, LoadingReplacesTheWholeTableAndDoesNotValidateIt)

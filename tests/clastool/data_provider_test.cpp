@@ -19,7 +19,6 @@ namespace {
 
 using kt_test::expectBadPointer;
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 using kt_test::pattern;
 using kt_test::PatternHandle;
 using ktClassifierDefs::BadFeatures;
@@ -439,39 +438,6 @@ TEST(DataProviderMemory, IsArchivedAsVersionsNameDescriptionPatternsLabels)
     EXPECT_TRUE(*patterns[1] == *pattern({4.0, 5.0}, {1}));
     EXPECT_EQ(labels, Labels({3, -1}));
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(DataProviderMemory, UnknownVersionInAnyLayerHasNoName)
-{
-    Memory provider;
-    provider.setName("abc");
-    const std::string bytes = kt_test::store(provider);
-    // Two versions of the classes, two texts, then the versions of the two sequences.
-    const std::size_t patterns = 8 + 2 + (4 + 3) + 4;
-    for (const std::size_t position : {std::size_t{8}, std::size_t{9}, patterns, patterns + 5}) {
-        for (const char* wrong : {"01", "FF"}) {
-            SCOPED_TRACE(position);
-            const std::string damaged = kt_test::withBytesAt(bytes, position, kt_test::fromHex(wrong));
-            expectUnknownVersion([&] { kt_test::load<Memory>(damaged); }, nullptr, 0);
-        }
-    }
-}
-
-TEST(DataProviderMemory, SerializeChecksTheVersionBeforeItTouchesTheStream)
-{
-    OpenedMemory provider(filled());
-    std::ostringstream out;
-    ktArchive storing(static_cast<std::ostream&>(out));
-    expectUnknownVersion([&] { provider.serialize(storing, 1); }, nullptr, 0);
-    expectUnknownVersion([&] { provider.serializeBase(storing, 1); }, nullptr, 0);
-    EXPECT_EQ(out.str(), "");
-
-    std::istringstream in(kt_test::store(Memory()));
-    ktArchive loading(static_cast<std::istream&>(in));
-    expectUnknownVersion([&] { provider.serialize(loading, 255); }, nullptr, 0);
-    expectUnknownVersion([&] { provider.serializeBase(loading, 255); }, nullptr, 0);
-    EXPECT_EQ(in.tellg(), 0);
-    EXPECT_TRUE(provider == filled());
 }
 
 TEST(DataProviderMemory, SerializeArchivesWhatFollowsTheVersionOfItsLayer)

@@ -15,7 +15,6 @@
 namespace {
 
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 using ktClassifierDefs::Errors;
 
 /// One of the eight classes, as a derived class of the user's sees it.
@@ -155,38 +154,6 @@ TYPED_TEST(EachError, IsArchivedLayerByLayerThenTheMessage)
 {
     const std::string bytes = kt_test::store(typename TypeParam::Class("text"));
     EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(bytes)), "00 00 04 00 00 00 74 65 78 74");
-}
-
-TYPED_TEST(EachError, UnknownVersionNamesTheLayer)
-{
-    using Error = typename TypeParam::Class;
-    const std::string bytes = kt_test::store(Error("text"));
-    Error error("old");
-    for (const char* version : {"01", "FF"}) {
-        const std::string wrong = kt_test::fromHex(version);
-        expectUnknownVersion([&] { kt_test::loadInto(error, kt_test::withBytesAt(bytes, 8, wrong)); }, TypeParam::name,
-                             0);
-        expectUnknownVersion([&] { kt_test::loadInto(error, kt_test::withBytesAt(bytes, 9, wrong)); },
-                             "ktClassifierDefs::Errors", 0);
-    }
-    EXPECT_EQ(error.message(), "old");
-}
-
-TYPED_TEST(EachError, SerializeChecksTheVersionBeforeItTouchesTheStream)
-{
-    Opened<typename TypeParam::Class> error("text");
-    std::ostringstream out;
-    ktArchive storing(static_cast<std::ostream&>(out));
-    expectUnknownVersion([&] { error.serialize(storing, 1); }, TypeParam::name, 0);
-    expectUnknownVersion([&] { error.serializeErrors(storing, 1); }, "ktClassifierDefs::Errors", 0);
-    EXPECT_EQ(out.str(), "");
-
-    std::istringstream in(kt_test::store(error));
-    ktArchive loading(static_cast<std::istream&>(in));
-    expectUnknownVersion([&] { error.serialize(loading, 255); }, TypeParam::name, 0);
-    expectUnknownVersion([&] { error.serializeErrors(loading, 255); }, "ktClassifierDefs::Errors", 0);
-    EXPECT_EQ(in.tellg(), 0);
-    EXPECT_EQ(error.message(), "text");
 }
 
 TYPED_TEST(EachError, SerializeArchivesWhatFollowsTheVersionOfItsLayer)

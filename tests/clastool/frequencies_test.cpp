@@ -16,7 +16,6 @@
 namespace {
 
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
 
@@ -193,28 +192,6 @@ TEST(Frequencies, AreArchivedAsVersionDefaultLabelsFrequencies)
     EXPECT_EQ(labels, Labels({1, 2}));
     EXPECT_EQ(frequencies, Doubles({2.0, 3.0}));
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(Frequencies, UnknownVersionNamesTheSourcePosition)
-{
-    const std::string bytes = kt_test::store(overridden());
-    for (const char* wrong : {"01", "FF"}) {
-        ktClassifierFrequencies frequencies(7.0);
-        const std::string damaged = kt_test::withBytesAt(bytes, 8, kt_test::fromHex(wrong));
-        expectUnknownVersion([&] { kt_test::loadInto(frequencies, damaged); }, "clss/clastool/clastool", 522);
-        EXPECT_TRUE(frequencies == ktClassifierFrequencies(7.0)) << "nothing was loaded yet";
-    }
-}
-
-TEST(Frequencies, UnknownVersionOfASequenceHasNoName)
-{
-    const std::string bytes = kt_test::store(overridden());
-    const std::size_t labels = 8 + 1 + 8;
-    for (const std::size_t position : {labels, labels + 5 + 8}) {
-        SCOPED_TRACE(position);
-        const std::string damaged = kt_test::withBytesAt(bytes, position, kt_test::fromHex("01"));
-        expectUnknownVersion([&] { kt_test::load<ktClassifierFrequencies>(damaged); }, nullptr, 0);
-    }
 }
 
 TEST(Frequencies, LoadingReplacesTheWholeTableAndDoesNotValidateIt)

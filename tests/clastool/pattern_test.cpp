@@ -15,7 +15,6 @@
 namespace {
 
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 
 using Doubles = std::vector<double>;
 using Indices = std::vector<long>;
@@ -233,37 +232,6 @@ TEST(FeaturePattern, IsArchivedAsVersionMeasurementsValidity)
     EXPECT_EQ(measurements, Doubles({1.5, -2.5, 3.5}));
     EXPECT_EQ(validity, std::vector<bool>({true, false, true}));
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(FeaturePattern, UnknownVersionInAnyLayerHasNoName)
-{
-    // Version, vector of doubles (version, count, 3 values), vector of flags (version, count, flags).
-    const std::string bytes = kt_test::store(withInvalidMiddle());
-    const std::size_t measurements = 8 + 1;
-    for (const std::size_t position : {measurements - 1, measurements, measurements + 5 + 24}) {
-        for (const char* wrong : {"01", "FF"}) {
-            ktFeaturePattern pattern({9.0}, {});
-            SCOPED_TRACE(position);
-            expectUnknownVersion(
-                [&] { kt_test::loadInto(pattern, kt_test::withBytesAt(bytes, position, kt_test::fromHex(wrong))); },
-                nullptr, 0);
-        }
-    }
-}
-
-TEST(FeaturePattern, SerializeChecksTheVersionBeforeItTouchesTheStream)
-{
-    OpenedPattern pattern({1.0, 2.0}, {1});
-    std::ostringstream out;
-    ktArchive storing(static_cast<std::ostream&>(out));
-    expectUnknownVersion([&] { pattern.serialize(storing, 1); }, nullptr, 0);
-    EXPECT_EQ(out.str(), "");
-
-    std::istringstream in(kt_test::store(withInvalidMiddle()));
-    ktArchive loading(static_cast<std::istream&>(in));
-    expectUnknownVersion([&] { pattern.serialize(loading, 255); }, nullptr, 0);
-    EXPECT_EQ(in.tellg(), 0);
-    EXPECT_TRUE(pattern == ktFeaturePattern({1.0, 2.0}, {1}));
 }
 
 TEST(FeaturePattern, SerializeArchivesMeasurementsAndValidity)

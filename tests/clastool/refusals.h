@@ -26,19 +26,4 @@ void expectBadPointer(Operation operation)
     expectRefused<ktBadPointer>(operation, "");
 }
 
-/// Expects that `operation` throws ktArchive::UnknownVersion with this text, which may be null, and this line.
-template <class Operation>
-void expectUnknownVersion(Operation operation, const char* where, int line)
-{
-    try {
-        operation();
-        ADD_FAILURE() << "no exception";
-    } catch (const ktArchive::UnknownVersion& error) {
-        EXPECT_STREQ(error.where(), where);
-        EXPECT_EQ(error.line(), line);
-    } catch (const ktException& error) {
-        ADD_FAILURE() << error.message();
-    }
-}
-
 }  // namespace kt_test

@@ -23,7 +23,6 @@ using CategoryResults = std::vector<CategoryResult>;
 using Labels = std::vector<long>;
 using kt_test::Attention;
 using kt_test::expectRefused;
-using kt_test::expectUnknownVersion;
 using kt_test::labelsOf;
 using kt_test::untouchedResult;
 using ktClassifierDefs::BadLabel;
@@ -671,30 +670,6 @@ TEST(ClassifierResult, IsArchivedAsVersionEntriesFactor)
     EXPECT_EQ(entries, CategoryResults({{1, 0.25, 0.25, 0.5}, {3, 0.5, 0.75, 1.0}}));
     EXPECT_EQ(factor, -12.5);
     EXPECT_EQ(in.rdbuf()->in_avail(), 0);
-}
-
-TEST(ClassifierResult, UnknownVersionNamesTheSourcePositionOfItsLayer)
-{
-    struct Row {
-        const char* label;
-        std::size_t position;
-        const char* where;
-        int line;
-    };
-    const Row rows[] = {
-        {"the result", 8, "clss/clastool/clastool", 670},
-        {"the sequence", 9, nullptr, 0},
-        {"the first entry", 14, "clss/clastool/clastool", 346},
-        {"the second entry", 14 + 29, "clss/clastool/clastool", 346},
-    };
-    const std::string bytes = kt_test::store(ktClassifierResult({{3, 0.5, 0.5, 1.0}, {1, 0.5, 0.5, 0.5}}, -12.5));
-    for (const Row& row : rows) {
-        for (const char* wrong : {"01", "FF"}) {
-            SCOPED_TRACE(row.label);
-            const std::string damaged = kt_test::withBytesAt(bytes, row.position, kt_test::fromHex(wrong));
-            expectUnknownVersion([&] { kt_test::load<ktClassifierResult>(damaged); }, row.where, row.line);
-        }
-    }
 }
 
 TEST(ClassifierResult, LoadingKeepsTheStoredOrderAndValidatesNothing)

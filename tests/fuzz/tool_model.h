@@ -488,8 +488,8 @@ struct Classifier {
         }
         kt_test::PlainNeighbors nearest{static_cast<std::size_t>(inUse->knn.k()), {}, {}};
         for (std::size_t i = 0; i < kept->patterns.size(); ++i) {
-            const std::vector<double>& stored = kept->patterns[i]->featureMeasurements(true);
-            nearest.take(i, kt_test::plainDistance(pattern.featureMeasurements(true), stored, inUse->order));
+            const std::vector<double>& known = kept->patterns[i]->featureMeasurements(true);
+            nearest.take(i, kt_test::plainDistance(pattern.featureMeasurements(true), known, inUse->order));
         }
         return kt_test::resultOfVotes(nearest.rows, kept->labels, inUse->knn.misclassificationCosts());
     }

@@ -9,6 +9,7 @@ namespace {
 
 struct Norm : kt_test::ArchivableCase<ktPatternDistanceMetricNorm> {
     static constexpr const char* name = "ktPatternDistanceMetricNorm";
+    using Base = ktPatternDistanceMetric;
 
     static std::vector<ktPatternDistanceMetricNorm> samples()
     {

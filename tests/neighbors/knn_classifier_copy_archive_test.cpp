@@ -31,8 +31,6 @@ using neighbors::trained;
 using Data = ktClassifierDataProviderMemory;
 using Params = ktClassifierTrainParamsKNN;
 
-constexpr const char* unknownVersion = "Unknown version in an archive.";
-
 std::string withoutHeader(const std::string& bytes)
 {
     return bytes.substr(kt_test::archiveHeader().size());
@@ -187,27 +185,6 @@ TEST(KnnArchive, IsWrittenOnceAPass)
         archive || classifier || classifier;
     }
     EXPECT_EQ(out.str(), kt_test::store(classifier));
-}
-
-TEST(KnnArchive, RefusesAnyOtherVersionOfEitherLayerBeforeAnythingChanges)
-{
-    const std::string stored = kt_test::store(kt_ClassifierKNN());
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        OpenKNN classifier = trained(line, Params(3));
-        const std::string bytes = kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\x01");
-        expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { kt_test::loadInto(classifier, bytes); });
-        EXPECT_TRUE(classifier == trained(line, Params(3)));
-    }
-}
-
-TEST(KnnArchive, RefusesAnotherVersionHandedToSerializeAndLeavesTheStreamAlone)
-{
-    OpenKNN classifier = trained(line, Params(3));
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>(unknownVersion, [&] { classifier.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 // Loaded classifiers

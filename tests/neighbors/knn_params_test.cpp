@@ -378,26 +378,4 @@ TEST(KnnParams, AreStoredOnceAPass)
     EXPECT_EQ(out.str(), kt_test::store(params));
 }
 
-TEST(KnnParams, RefuseAnyOtherVersionOfEitherLayer)
-{
-    const std::string stored = kt_test::store(Params(9));
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        const std::string bytes = kt_test::withBytesAt(stored, kt_test::archiveHeader().size() + layer, "\xFF");
-        Params params(3);
-        expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
-                                                [&] { kt_test::loadInto(params, bytes); });
-        EXPECT_TRUE(params == Params(3));
-    }
-}
-
-TEST(KnnParams, RefuseAnotherVersionHandedToTheirSerializeAndLeaveTheStreamAlone)
-{
-    OpenParams params(9);
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", [&] { params.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
-}
-
 }  // namespace

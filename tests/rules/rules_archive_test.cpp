@@ -7,7 +7,6 @@
 namespace {
 
 using kt_test::expectBadParams;
-using kt_test::expectUnknownVersion;
 using kt_test::fromHex;
 using kt_test::infinity;
 using kt_test::littleEndian32;
@@ -39,6 +38,7 @@ TwoSided trapezoid()
 
 struct OneSidedCase : kt_test::ArchivableCase<OneSided> {
     static constexpr const char* name = "ktClassifierFeatureScoreOneSided";
+    static std::vector<Layer> layers() { return {}; }
     static std::vector<OneSided> samples()
     {
         return {OneSided(), oneSided(8.0, 4.0, -infinity, 0.25, 0.75), oneSided(2.0, 4.0, 7.0, 0.25, 0.75)};
@@ -47,6 +47,7 @@ struct OneSidedCase : kt_test::ArchivableCase<OneSided> {
 
 struct TwoSidedCase : kt_test::ArchivableCase<TwoSided> {
     static constexpr const char* name = "ktClassifierFeatureScoreTwoSided";
+    static std::vector<Layer> layers() { return {}; }
     static std::vector<TwoSided> samples() { return {TwoSided(), trapezoid()}; }
 };
 
@@ -58,6 +59,7 @@ struct HeldScore : ScoreHandle {
 
 struct HandleCase : kt_test::ArchivableCase<HeldScore> {
     static constexpr const char* name = "ktClsFtSc";
+    static std::vector<Layer> layers() { return {}; }
     static std::vector<HeldScore> samples()
     {
         return {HeldScore(), new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new TwoSided(trapezoid())};
@@ -72,6 +74,7 @@ struct StoredVector : FeatureVector {
 
 struct FeatureVectorCase : kt_test::ArchivableCase<StoredVector> {
     static constexpr const char* name = "ktClassifierFeatureVector";
+    static std::vector<Layer> layers() { return {{}}; }
     static std::vector<StoredVector> samples()
     {
         return {StoredVector(), StoredVector({1.5, -2.0, infinity}), StoredVector({0.25})};
@@ -87,6 +90,7 @@ std::vector<ktClassifierRule> sampleRules()
 
 struct RuleCase : kt_test::ArchivableCase<ktClassifierRule> {
     static constexpr const char* name = "ktClassifierRule";
+    static std::vector<Layer> layers() { return {{}}; }
     static std::vector<ktClassifierRule> samples()
     {
         const std::vector<ktClassifierRule> rules = sampleRules();
@@ -96,6 +100,7 @@ struct RuleCase : kt_test::ArchivableCase<ktClassifierRule> {
 
 struct RuleTableCase : kt_test::ArchivableCase<ktClassifierRuleTable> {
     static constexpr const char* name = "ktClassifierRuleTable";
+    static std::vector<Layer> layers() { return {{}}; }
     static std::vector<ktClassifierRuleTable> samples()
     {
         std::vector<ktClassifierRuleTable> tables(3);
@@ -180,21 +185,6 @@ TEST(RulesArchive, RuleTableIsItsRules)
     const ktClassifierRule second = rule({new OneSided}, 2);
     table.train({first, second});
     EXPECT_EQ(hexOf(table), "00 02 00 00 00 " + hexOf(first) + " " + hexOf(second));
-}
-
-TEST(RulesArchive, OnlyTheVectorsHaveAVersionAndItIsZero)
-{
-    const auto withVersion = [](const std::string& bytes) {
-        return kt_test::withBytesAt(bytes, kt_test::archiveHeader().size(), std::string(1, '\1'));
-    };
-    StoredVector featureVector;
-    expectUnknownVersion([&] { loadInto(featureVector, withVersion(store(FeatureVector({1.0})))); }, nullptr, 0);
-    ktClassifierRule loadedRule;
-    expectUnknownVersion([&] { loadInto(loadedRule, withVersion(store(rule({new Ignore}, 1)))); }, nullptr, 0);
-    ktClassifierRuleTable table;
-    expectUnknownVersion([&] { loadInto(table, withVersion(store(table))); }, nullptr, 0);
-    const std::string inner = kt_test::archiveHeader() + fromHex("00 01 00 00 00 01 00 00 00 00 05 00 00 00");
-    expectUnknownVersion([&] { loadInto(table, inner); }, nullptr, 0);
 }
 
 // Handles.

@@ -2,7 +2,9 @@
 
 #include "allocations.h"
 #include "archives.h"
+#include "bytes.h"
 #include "damage.h"
+#include "failures.h"
 #include "golden.h"
 
 #include <gtest/gtest.h>
@@ -44,6 +46,16 @@ struct ArchivableCase {
     using Class = T;
 
     static bool equal(const T& a, const T& b) { return a == b; }
+
+    /// What the exception about an unknown version of a layer says.
+    struct Layer {
+        const char* where = nullptr;
+        int line = 0;
+    };
+    /// The layers whose versions an archive begins with: mostly the class's own and that of its base.
+    static std::vector<Layer> layers() { return {{}, {}}; }
+    /// A base whose `serialize_` is to be asked too.
+    using Base = void;
 
     /// Whether an object assigned to itself keeps its value.
     static constexpr bool keepsValueWhenAssignedToItself = true;
@@ -184,6 +196,23 @@ TYPED_TEST_P(Archivable, NewObjectIsStoredAndLoaded)
     EXPECT_EQ(kt_test::toHex(kt_test::store(over)), kt_test::toHex(kt_test::store(fresh)));
 }
 
+TYPED_TEST_P(Archivable, UnknownVersionOfEachLayerIsRefusedBeforeAnythingIsLoaded)
+{
+    const std::string bytes = kt_test::store(this->samples_.front());
+    std::size_t position = kt_test::archiveHeader().size();
+    for (const auto& layer : TypeParam::layers()) {
+        for (const char* version : {"\x01", "\xFF"}) {
+            SCOPED_TRACE(position);
+            typename TypeParam::Class over(this->samples_.back());
+            kt_test::expectUnknownVersion(
+                [&] { kt_test::loadInto(over, kt_test::withBytesAt(bytes, position, version)); }, layer.where,
+                layer.line);
+            this->expectEqual(over, this->samples_.back());
+        }
+        ++position;
+    }
+}
+
 TYPED_TEST_P(Archivable, GoldenArchiveIsWhatIsStored)
 {
     kt_test::expectGolden(kt_test::plainName(TypeParam::name), kt_test::storeSamples<TypeParam>());
@@ -262,10 +291,25 @@ TYPED_TEST_P(Archivable, StreamThatFailsAtAnyByteLeavesUsableObjects)
 
 REGISTER_TYPED_TEST_SUITE_P(Archivable, SamplesDiffer, CopyIsEqualAndIndependent, AssignedObjectIsEqualAndIndependent,
                             AssignedToItselfKeepsItsValueUnlessDocumented, StoredInPlaceAndLoadedIsEqual,
-                            NewObjectIsStoredAndLoaded, GoldenArchiveIsWhatIsStored, GoldenArchiveIsLoaded,
+                            NewObjectIsStoredAndLoaded, UnknownVersionOfEachLayerIsRefusedBeforeAnythingIsLoaded,
+                            GoldenArchiveIsWhatIsStored, GoldenArchiveIsLoaded,
                             ObjectWhoseLoadFailedCanBeAssignedAndLoadedAgain, StreamThatFailsAtAnyByteDoesNoHarm,
                             StreamThatFailsAtAnyByteLeavesUsableObjects);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Archivable);
+
+/// The routines of a class's own layer and of its base's, open to a test.
+template <class Class, class Base>
+struct OpenedLayers : Class {
+    using Class::serialize_;
+    void serializeBase(ktArchive& archive, unsigned char version)
+    {
+        if constexpr (std::is_void_v<Base>) {
+            Class::serialize_(archive, version);
+        } else {
+            Base::serialize_(archive, version);
+        }
+    }
+};
 
 template <class Case>
 class ArchivableByPointer : public Archivable<Case> {
@@ -308,6 +352,28 @@ TYPED_TEST_P(ArchivableByPointer, StoredByPointerAndLoadedIsEqualAndHeldOnce)
     }
 }
 
+TYPED_TEST_P(ArchivableByPointer, SerializeChecksTheVersionBeforeItTouchesTheStream)
+{
+    OpenedLayers<typename TypeParam::Class, typename TypeParam::Base> object;
+    const auto layers = TypeParam::layers();
+    const auto& base = std::is_void_v<typename TypeParam::Base> ? layers.front() : layers.back();
+    const std::string before = kt_test::store(static_cast<const typename TypeParam::Class&>(object));
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    std::istringstream in(kt_test::store(this->samples_.back()));
+    ktArchive loading(static_cast<std::istream&>(in));
+    for (ktArchive* archive : {&storing, &loading}) {
+        for (const auto version : {static_cast<unsigned char>(1), static_cast<unsigned char>(255)}) {
+            kt_test::expectUnknownVersion([&] { object.serialize_(*archive, version); }, layers.front().where,
+                                          layers.front().line);
+            kt_test::expectUnknownVersion([&] { object.serializeBase(*archive, version); }, base.where, base.line);
+        }
+    }
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(in.tellg(), 0);
+    EXPECT_EQ(kt_test::store(static_cast<const typename TypeParam::Class&>(object)), before);
+}
+
 TYPED_TEST_P(ArchivableByPointer, CopyIsHeldByNoHandle)
 {
     if constexpr (std::is_base_of_v<ktRepBase, typename TypeParam::Class>) {
@@ -347,7 +413,8 @@ TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShare
 }
 
 REGISTER_TYPED_TEST_SUITE_P(ArchivableByPointer, RegistryMakesANewObjectByTheNameOfItsClass,
-                            StoredByPointerAndLoadedIsEqualAndHeldOnce, CopyIsHeldByNoHandle,
+                            StoredByPointerAndLoadedIsEqualAndHeldOnce,
+                            SerializeChecksTheVersionBeforeItTouchesTheStream, CopyIsHeldByNoHandle,
                             MetTwiceInOnePassIsWrittenOnceAndRestoredShared);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ArchivableByPointer);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <kt/exception.h>
+#include <kt/archive.h>
 
 #include <string>
 
@@ -29,6 +29,21 @@ template <class Exception, class Operation>
 void expectThrows(const std::string& message, long, Operation operation)
 {
     expectThrows<Exception>(message, operation);
+}
+
+/// Expects that `operation` throws ktArchive::UnknownVersion with this text, which may be null, and this line.
+template <class Operation>
+void expectUnknownVersion(Operation operation, const char* where, int line)
+{
+    try {
+        operation();
+        ADD_FAILURE() << "no exception";
+    } catch (const ktArchive::UnknownVersion& error) {
+        EXPECT_STREQ(error.where(), where);
+        EXPECT_EQ(error.line(), line);
+    } catch (const ktException& error) {
+        ADD_FAILURE() << error.message();
+    }
 }
 
 }  // namespace kt_test

@@ -719,50 +719,6 @@ TEST(DecisionTreeNode, LoadingReleasesEachHandleFirst)
     EXPECT_FALSE(over.predicateFunction().isNull());
 }
 
-template <class T>
-class EachTree : public ::testing::Test {
-};
-using TreeClasses = ::testing::Types<Node, Leaf>;
-TYPED_TEST_SUITE(EachTree, TreeClasses, );
-
-TYPED_TEST(EachTree, UnknownVersionOfEitherLayerIsRefused)
-{
-    const std::string bytes = kt_test::store(TypeParam());
-    for (const std::size_t layer : {0u, 1u}) {
-        for (const char* version : {"01", "FF"}) {
-            SCOPED_TRACE(::testing::Message() << "layer " << layer << ", version " << version);
-            const std::string other = kt_test::withBytesAt(bytes, 8 + layer, kt_test::fromHex(version));
-            expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
-                                                    [&] { kt_test::load<TypeParam>(other); });
-        }
-    }
-}
-
-TYPED_TEST(EachTree, UnknownVersionHasNoTextAndLine0)
-{
-    try {
-        kt_test::load<TypeParam>(kt_test::withBytesAt(kt_test::store(TypeParam()), 8, "\x01"));
-        ADD_FAILURE() << "no exception";
-    } catch (const ktArchive::UnknownVersion& error) {
-        EXPECT_EQ(error.where(), nullptr);
-        EXPECT_EQ(error.line(), 0);
-    }
-}
-
-template <class T>
-struct Opened : T {
-    using T::serialize_;
-};
-
-TYPED_TEST(EachTree, SerializingAnUnknownVersionDoesNotTouchTheStream)
-{
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    Opened<TypeParam> tree;
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", [&] { tree.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
-}
-
 TEST(DecisionTreeLeaf, LoadedResultIsTakenAsItStands)
 {
     const Leaf unsorted = [] {

@@ -386,51 +386,6 @@ TEST(ValidityPredicate, ArchiveHoldsVersionBaseVersionAndIndices)
     EXPECT_TRUE(fields.atEnd());
 }
 
-template <class T>
-class EachPredicate : public ::testing::Test {
-};
-using PredicateClasses = ::testing::Types<ktComparisonPredicate, ktRangePredicate, ktValidityPredicate>;
-TYPED_TEST_SUITE(EachPredicate, PredicateClasses, );
-
-TYPED_TEST(EachPredicate, UnknownVersionOfEitherLayerIsRefused)
-{
-    const std::string bytes = kt_test::store(TypeParam());
-    for (const std::size_t layer : {0u, 1u}) {
-        for (const char* version : {"01", "FF"}) {
-            SCOPED_TRACE(::testing::Message() << "layer " << layer << ", version " << version);
-            const std::string other = kt_test::withBytesAt(bytes, 8 + layer, kt_test::fromHex(version));
-            expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
-                                                    [&] { kt_test::load<TypeParam>(other); });
-        }
-    }
-}
-
-TYPED_TEST(EachPredicate, UnknownVersionHasNoTextAndLine0)
-{
-    try {
-        kt_test::load<TypeParam>(kt_test::withBytesAt(kt_test::store(TypeParam()), 8, "\x01"));
-        ADD_FAILURE() << "no exception";
-    } catch (const ktArchive::UnknownVersion& error) {
-        EXPECT_EQ(error.where(), nullptr);
-        EXPECT_EQ(error.line(), 0);
-    }
-}
-
-template <class T>
-struct Opened : T {
-    using T::serialize_;
-};
-
-TYPED_TEST(EachPredicate, SerializingAnUnknownVersionDoesNotTouchTheStream)
-{
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    Opened<TypeParam> predicate;
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
-                                            [&] { predicate.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
-}
-
 TEST(Predicates, LoadingDoesNotCheckTheIndices)
 {
     const std::string equal = kt_test::fromHex("00 00  05 00 00 00  05 00 00 00");

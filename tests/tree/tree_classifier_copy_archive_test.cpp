@@ -9,7 +9,6 @@
 
 namespace {
 
-using kt_test::expectThrows;
 using trees::Classifier;
 using trees::expectBadPointer;
 using trees::Fields;
@@ -98,23 +97,6 @@ TEST(TreeClassifier, UntrainedOneIsStoredWithANullTree)
     Classifier over = trained(smallTree());
     kt_test::loadInto(over, bytes);
     EXPECT_FALSE(over.isTrained());
-}
-
-TEST(TreeClassifier, UnknownVersionOfEitherLayerIsRefused)
-{
-    const std::string bytes = kt_test::store(trained(smallTree()));
-    for (const std::size_t layer : {0u, 1u}) {
-        SCOPED_TRACE(layer);
-        expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.", [&] {
-            kt_test::load<Classifier>(kt_test::withBytesAt(bytes, 8 + layer, "\x01"));
-        });
-    }
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    Opened classifier;
-    expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
-                                            [&] { classifier.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
 }
 
 TEST(TreeClassifier, ObjectThatIsNoTreeLoadsAsUntrained)
