@@ -47,6 +47,7 @@ AIM_TREE = {
     **{"1000x8": 2, "10000x8": 2, "100000x8": 4, "1000000x8": 4},
 }
 AIM_BATCH = {"100000x16": 3, "100000x64": 1.6, "10000x128": 1, "1000x16": 1.1, "1000x64": 0.9}
+AIM_VNNI = {"100000x64": 2.5, "10000x128": 1.2}
 
 # Kinds of data, and the kernels that OpenBLAS may have for this processor besides the ones it takes by itself.
 KINDS = ["separated", "overlapping", "uniform", "digits-like"]
@@ -288,17 +289,21 @@ def index_table(figures):
     return table(["data", "patterns x measurements", "this library", *PEERS.values(), "nanoflann ratio", "aim"], rows)
 
 
-def batch_table(figures):
+def batch_table(figures, has_vnni):
     rows = []
     for kind, size, case in peer_cases(figures):
         cells = [kind, spelled(size)]
-        for who in ("library", "faiss_batch", "sklearn_batch", "sklearn_tree_batch"):
+        for who in ("library_batch", "faiss_batch", "sklearn_batch", "sklearn_tree_batch", "library"):
             cells.append(short(figures.median(case + who)) if figures.has(case + who) else "")
-        ratios = figures.ratio(case + "faiss_batch", case + "library")
-        rows.append(cells + [spread(ratios)])
+        aims = {**AIM_BATCH, **(AIM_VNNI if has_vnni else {})}
+        ratios = figures.ratio(case + "faiss_batch", case + "library_batch")
+        cells += figures.held_against(f"{kind} {size}, a batch against FAISS", ratios, aims.get(size))
+        ratios = figures.ratio(case + "library", case + "library_batch")
+        aim = 2.5 if size == "10000x784" else 0.95
+        rows.append(cells + figures.held_against(f"{kind} {size}, a batch against runs one by one", ratios, aim))
     return table(
         ["data", "patterns x measurements", "this library", "FAISS", "scikit-learn, brute", "scikit-learn, k-d tree"]
-        + ["FAISS ratio"],
+        + ["one by one", "FAISS ratio", "aim", "one by one ratio", "aim"],
         rows,
     )
 
@@ -308,7 +313,7 @@ def elsewhere_table(figures):
     for kind, size, case in peer_cases(figures):
         single = faster_peers(figures, case, "library", PEERS)
         batches = {who + "_batch": PEERS[who] for who in ("faiss", "sklearn_tree")}
-        batch = faster_peers(figures, case, "library", {**batches, "sklearn_batch": "scikit-learn, brute"})
+        batch = faster_peers(figures, case, "library_batch", {**batches, "sklearn_batch": "scikit-learn, brute"})
         if single or batch:
             rows.append([kind, spelled(size), ", ".join(single), ", ".join(batch)])
     if not rows:
@@ -502,7 +507,7 @@ def write_document(stored, document, picture):
         "blas": blas_line(about["blas_speeds"]),
         "peers_picture": os.path.relpath(picture.with_name("benchmarks-peers.svg"), document.parent),
         "index_table": index_table(figures),
-        "batch_table": batch_table(figures),
+        "batch_table": batch_table(figures, about["has_vnni"]),
         "picture": os.path.relpath(picture, document.parent),
         "euclidean_table": euclidean_table(figures),
         "bare_table": bare_table(figures),
@@ -538,7 +543,7 @@ def merged(stored, measured):
 def print_times(measured):
     figures = Figures(measured)
     for name in measured[0]:
-        own = name.rpartition("/")[0] + "/library"
+        own = name.rpartition("/")[0] + ("/library_batch" if name.endswith("_batch") else "/library")
         ratio = spread(figures.ratio(name, own)) if figures.has(own) and name != own else ""
         print(f"{name:48}{short(figures.median(name)):>10} µs  {ratio}")
 

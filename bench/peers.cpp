@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::size_t k = 5;
-constexpr std::size_t batch = 1000;
+constexpr long batch = 1000;
 
 struct Case {
     std::string kind;
@@ -22,7 +22,7 @@ struct Case {
     }
     /// So many where a run is short that the processor cannot learn the branches of all of them by heart: from 1000 queries
     /// in turn it does, and a k-d tree's search then takes a third of its time.
-    long numQueries() const { return numMeasurements <= 16 ? 16000 : static_cast<long>(batch); }
+    long numQueries() const { return numMeasurements <= 16 ? 16000 : batch; }
     std::string name() const
     {
         return "peers/" + kind + "/" + std::to_string(numPatterns) + "x" + std::to_string(numMeasurements) + "/";
@@ -36,6 +36,13 @@ struct Peers {
           queries(drawKind(the.kind, the.numQueries(), the.numMeasurements, 3))
     {
         library.train(asProvider(data), ktClassifierTrainParamsKNN(static_cast<long>(k)));
+        std::vector<ktClassifierResult> results;
+        library.run(queries.patterns, results);
+        for (std::size_t i = 0; i < 64; ++i) {
+            ktClassifierResult result;
+            library.run(*queries.patterns[i], result);
+            require(results[i] == result, "A batch does not answer what a run does");
+        }
 #ifdef KT_BENCHMARK_PEERS
         tree = TreePeer::make(data);
         flat = std::make_unique<FlatPeer>(data);
@@ -83,6 +90,18 @@ void timeRuns(benchmark::State& state, const Peers& all)
     timeInTurn(state, all.queries.size(), [&](std::size_t i) { all.library.run(*all.queries.patterns[i], result); });
 }
 
+void timeBatch(benchmark::State& state, const Peers& all)
+{
+    using Patterns = std::vector<ktPtrHandle_const<ktFeaturePattern>>;
+    std::vector<Patterns> batches;
+    for (auto first = all.queries.patterns.begin(); first != all.queries.patterns.end(); first += batch) {
+        batches.emplace_back(first, first + batch);
+    }
+    state.counters["queries"] = static_cast<double>(batch);
+    std::vector<ktClassifierResult> results;
+    timeInTurn(state, batches.size(), [&](std::size_t i) { all.library.run(batches[i], results); });
+}
+
 #ifdef KT_BENCHMARK_PEERS
 void timeTree(benchmark::State& state, const Peers& all)
 {
@@ -116,6 +135,7 @@ void addCase(const Case& the)
         addBenchmark(the.name() + who, [the, run](benchmark::State& state) { run(state, fixtureOf<Peers>(the)); });
     };
     add("library", timeRuns);
+    add("library_batch", timeBatch);
 #ifdef KT_BENCHMARK_PEERS
     add("nanoflann", timeTree);
     add("faiss", [](benchmark::State& state, const Peers& all) { timeFlat(state, all, 1); });

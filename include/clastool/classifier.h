@@ -2,6 +2,8 @@
 
 #include <clastool/training_data.h>
 
+#include <vector>
+
 class kt_Classifier;
 class ktClassifierTool;
 class ktDecisionTree;
@@ -192,6 +194,16 @@ public:
     /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running."; what the technique refuses.
     void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
              unsigned long flags = 0) const;
+
+    /// Classifies many patterns: `results` becomes one result for each, equal to the bit to those of runs one by one; it
+    /// changes only if nothing is thrown. A handle may be given more than once. Not virtual, and no hook of a technique: a
+    /// technique of the caller's own runs pattern by pattern.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running.", without patterns too; then what
+    /// runs one by one would throw first: ktBadPointer for a null handle, what `run` throws for a pattern, what the attention
+    /// check raises.
+    /// Polls: as often as runs one by one, in the same order.
+    void run(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns, std::vector<ktClassifierResult>& results,
+             ktDiagObject* diag = nullptr, unsigned long flags = 0) const;
 
     /// Forgets the training, the tree and the parameters; nothing happens to an untrained tool.
     void untrain();

@@ -102,6 +102,7 @@ void listTraining(ScenarioList& list, const std::string& name, const Params& par
 }
 
 using Run = std::pair<Tool, ktClassifierResult>;
+using Batch = std::pair<Tool, std::vector<ktClassifierResult>>;
 
 void listTechnique(ScenarioList& list, const std::string& name, Make trained)
 {
@@ -125,6 +126,11 @@ void listTechnique(ScenarioList& list, const std::string& name, Make trained)
         name + " tool: run the first time",
         [trained] { return std::make_pair(kt_test::storedAndLoaded(trained()), ktClassifierResult()); },
         [query](Run& state) { state.first.run(query, state.second); });
+    const std::vector<ktPtrHandle_const<ktFeaturePattern>> several(3, new ktFeaturePattern(query));
+    list.keeps(
+        name + " tool: run on several patterns",
+        [trained] { return Batch(trained(), std::vector<ktClassifierResult>(2, kt_test::untouchedResult())); },
+        [several](Batch& state) { state.first.run(several, state.second); });
     list.keeps(
         name + " tool: untrained", trained, [](Tool& tool) { tool.untrain(); }, Allocates::nothing);
 }

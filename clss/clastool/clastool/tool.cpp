@@ -97,6 +97,19 @@ void ktClassifierTool::run(const ktFeaturePattern& pattern, ktClassifierResult& 
     classifier_->run(pattern, result, diag, flags);
 }
 
+void ktClassifierTool::run(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns,
+                           std::vector<ktClassifierResult>& results, ktDiagObject* diag, unsigned long flags) const
+{
+    if (!isTrained()) {
+        throw ktClassifierDefs::NotTrained("Classifier tool must be trained before running.");
+    }
+    std::vector<ktClassifierResult> found(patterns.size());
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        classifier_->run(*patterns[i], found[i], diag, flags);
+    }
+    results.swap(found);
+}
+
 void ktClassifierTool::untrain()
 {
     if (classifier_) {
