@@ -271,6 +271,45 @@ void addRuns(const Case& the)
 #endif
 }
 
+/// A store in which one value is out of all proportion, as where 9999999 stands for a missing one.
+struct WildValue {
+    explicit WildValue(const Case& the)
+        : data(drawPatterns(the.numPatterns, the.numMeasurements, numCategories, 2)),
+          queries(drawPatterns(numQueries, the.numMeasurements, numCategories, 3))
+    {
+        const std::size_t row = data.size() / 2;
+        std::vector<double> values = data.values(row);
+        values.back() = 9999999.0;
+        data.patterns[row] = new ktFeaturePattern(values, {});
+        const ktPatternDistanceMetricNorm metric(the.order);
+        library.train(asProvider(data), ktClassifierTrainParamsKNN(k, metric, ktClassifierCosts()));
+        const LiteralNeighbors literal(data, LiteralNorm(the.order));
+        for (std::size_t i = 0; i < 4; ++i) {
+            ktClassifierResult expected;
+            ktClassifierResult result;
+            literal.run(*queries.patterns[i], expected);
+            library.run(*queries.patterns[i], result);
+            require(result == expected, "The library does not answer what the literal implementation does");
+        }
+    }
+
+    LabelledPatterns data;
+    LabelledPatterns queries;
+    ktClassifierTool library;
+};
+
+void addWildValue(const Case& the)
+{
+    std::ostringstream name;
+    name << "neighbors/wild_order:" << the.order << "/" << the.size() << "/library";
+    addBenchmark(name.str(), [the](benchmark::State& state) {
+        const WildValue& all = fixtureOf<WildValue>(the);
+        ktClassifierResult result;
+        timeInTurn(state, all.queries.size(),
+                   [&](std::size_t i) { all.library.run(*all.queries.patterns[i], result); });
+    });
+}
+
 /// Training with and without the compact copy of the measurements. A value beyond the copy's range, met first, leaves all
 /// queries to the plain scan.
 struct Training {
@@ -361,6 +400,10 @@ void addBenchmarks()
         addRuns({order, 1000, 4});
         addRuns({order, 10000, 16});
         addRuns({order, 100000, 16});
+    }
+    for (const double order : {1.0, 1.5, 2.0}) {
+        addWildValue({order, 1000, 16});
+        addWildValue({order, 10000, 16});
     }
     addTraining({2.0, 1000, 16});
     addTraining({2.0, 100000, 16});

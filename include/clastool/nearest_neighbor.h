@@ -134,8 +134,8 @@ private:
     ktClassifierCosts costs_;
 };
 
-/// The k-nearest-neighbour classifier. Training keeps the labelled patterns; a run measures the distance to every one of
-/// them and takes the share of the k nearest that carry a label as the label's match score. Categories that none of them
+/// The k-nearest-neighbour classifier. Training keeps the labelled patterns; a run finds the k
+/// nearest of them and takes the share of these that carry a label as the label's match score. Categories that none of them
 /// carries are not in the result.
 ///
 /// Ties: at the k-th place the pattern stored earlier stays. If there are fewer than k patterns, all are neighbours.
@@ -184,8 +184,8 @@ protected:
     /// Throws: what `checkRunnable_` throws; for an invalid measurement or another number of measurements
     /// ktClassifierDefs::BadFeatures "K-nearest neighbor classification does not support invalid measurements" (kept on
     /// purpose: one text for both); what the attention check and the metric throw; what the decision rule throws.
-    /// Polls: once per kept pattern, then once per category in the result. Cost: kept patterns times measurements, and
-    /// times k in the worst case. No allocation for up to 32 categories, 256 neighbours and 256 measurements, into a result
+    /// Polls: once per kept pattern, then once per category in the result. Cost: at most kept patterns times measurements,
+    /// and times k in the worst case; far less where measurements are few or patterns lie in groups. No allocation for up to 32 categories, 256 neighbours and 256 measurements, into a result
     /// that has had as many categories; a few blocks beyond.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 

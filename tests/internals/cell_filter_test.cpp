@@ -37,11 +37,11 @@ std::vector<double> termsOf(std::size_t row, const std::vector<double>& query, d
 
 kt_FloatKernel powersOf(const kt_ScanKernels& kernels, double order)
 {
-    return order == 1.0   ? kernels.order1
-           : order == 2.0 ? kernels.order2
-           : order == 3.0 ? kernels.order3
-           : order == 0.5 ? kernels.orderHalf
-                          : kernels.anyOrder;
+    return order == 1.0   ? kernels.order1.rows
+           : order == 2.0 ? kernels.order2.rows
+           : order == 3.0 ? kernels.order3.rows
+           : order == 0.5 ? kernels.orderHalf.rows
+                          : kernels.anyOrder.rows;
 }
 
 struct Case {
@@ -102,7 +102,7 @@ protected:
         const double most = std::min(127.0, std::floor(65535.0 / size));
         const double perOne = std::floor(most * std::max(1.0, size / (4.0 * std::max(order, 1.0)))) / renewedAt_;
         for (std::size_t i = 0; i < kt_blockRows; ++i) {
-            const std::vector<double> terms = termsOf(block * kt_blockRows + i, query_, order);
+            const std::vector<double> terms = termsOf(copy_->rowsOf(block)[i], query_, order);
             const double sum = std::accumulate(terms.begin(), terms.end(), 0.0);
             const double worth = std::accumulate(terms.begin(), terms.end(), 0.0, [&](double before, double term) {
                 return before + std::min((1.0 - powerError) * term * perOne, most);

@@ -248,8 +248,7 @@ TEST(CompactCopy, LeavesToThePlainScanWhatItCannotCertify)
         {"order whose sums lose their precision in double", 1.0, 1e16},
         {"query NaN", std::nan(""), 2.0},
         {"infinite query", infinity, 2.0},
-        {"query too far for floats", 1e20, 2.0},
-        {"powers too large for floats", 1000.0, 30.0},
+        {"order too near to 0", 1.0, 0.03},
     };
     const Store store = line(10);
     kt_CompactCopy copy;
@@ -258,6 +257,10 @@ TEST(CompactCopy, LeavesToThePlainScanWhatItCannotCertify)
         EXPECT_EQ(nearest(copy, store, {each.query}, each.order), std::nullopt) << each.label;
     }
     EXPECT_EQ(nearest(copy, store, {1.25}, 30.0), 1u) << "this it can";
+    EXPECT_EQ(nearest(copy, store, {8.25}, 0.04), 8u);
+    EXPECT_EQ(nearest(copy, store, {1e20}, 2.0), 0u) << "too far for floats, all equally far in double";
+    EXPECT_EQ(nearest(copy, store, {-1000.0}, 30.0), 0u) << "powers too large for floats";
+    EXPECT_EQ(nearest(copy, store, {1000.0}, 30.0), 9u);
 }
 
 }  // namespace

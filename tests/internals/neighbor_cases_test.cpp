@@ -107,6 +107,20 @@ const Kind kinds[] = {
      [](Random& r, std::size_t j, int group) {
          return j == 0 && group < 2 ? std::ldexp(r.normal(), 830) : std::ldexp(r.between(-150, 150) / 100.0, -234);
      }},
+    {"OneInFiftyWild",
+     [](Random& r, std::size_t, int) {
+         return r.normal() * (r.oneIn(800) ? r.oneOf({1e4, 1e7, 1e30, 1e100}) : 1.0);
+     },
+     true, 900, 16},
+    {"FarClusters",
+     [](Random& r, std::size_t, int group) {
+         const double centres[] = {0.0, 0.0, 1e7, -1e50};
+         return centres[group] + (group == 3 ? 1e36 : 1.0) * r.normal();
+     },
+     true, 900, 8},
+    {"ManyMeasurements", normal, true, 100, 300},
+    {"ManyPatternsInClusters", [](Random& r, std::size_t, int group) { return 4.0 * group + r.normal(); }, true, 5000,
+     2},
     {"Tiny", [](Random& r, std::size_t, int) { return 1e-200 * r.normal(); }},
     {"Subnormal", [](Random& r, std::size_t, int) { return std::ldexp(r.normal(), -1060); }, false},
     {"Huge", [](Random& r, std::size_t, int) { return 1e150 * r.normal(); }},

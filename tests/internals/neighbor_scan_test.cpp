@@ -3,6 +3,7 @@
 
 #include "clss/clastool/neighbor_scan/compact_copy.h"
 #include "clss/clastool/neighbor_scan/kernels.h"
+#include "clss/clastool/neighbor_scan/leaf_order.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,10 @@
 #include <cmath>
 #include <iostream>
 #include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -41,6 +46,18 @@ std::size_t nearestByCopy(const std::vector<Row>& rows, const Row& query, double
     kt_RowList found(1);
     EXPECT_TRUE(copy->nearest(store, query, order, found));
     return found[0];
+}
+
+/// The first of the nearest rows.
+std::size_t nearestByPlainScan(const std::vector<Row>& rows, const Row& query, double order)
+{
+    const PlainNorm norm(order);
+    const ktFeaturePattern asked(query, {});
+    const auto distance = [&](const Row& row) { return norm.distance(asked, ktFeaturePattern(row, {})); };
+    return static_cast<std::size_t>(
+        std::min_element(rows.begin(), rows.end(),
+                         [&](const Row& a, const Row& b) { return distance(a) < distance(b); }) -
+        rows.begin());
 }
 
 constexpr std::size_t width = 16;
@@ -99,6 +116,157 @@ TEST_P(NeighborScan, RowsWhoseScaledSizeIsSubnormalAreToldApart)
     EXPECT_EQ(nearestByCopy({{0x1p+840, 0.0, 0.0, 0.0, 0.0}, nearer, farther}, Row(5, 0.0), 0.5), 1u);
 }
 
+/// A store of random rows, some of which are drawn by `change`, and the copy of it.
+struct RandomStore {
+    RandomStore(std::size_t numRows, std::size_t size, void (*change)(std::mt19937&, std::size_t, Row&))
+        : change_(change), size_(size)
+    {
+        for (std::size_t i = 0; i < numRows; ++i) {
+            add();
+        }
+        copy->make(store);
+    }
+
+    void add() { store.addData(new ktFeaturePattern(draw(rows.size()), {}), 0); }
+
+    Row draw(std::size_t number)
+    {
+        Row row(size_);
+        std::generate(row.begin(), row.end(), [this] { return normal_(random_); });
+        change_(random_, number, row);
+        rows.push_back(row);
+        return row;
+    }
+
+    /// What the copy finds are the rows of the plain list.
+    void expectPlainAnswer(const Row& query, double order, std::size_t k)
+    {
+        std::vector<std::pair<double, std::size_t>> list;
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            double sum = 0.0;
+            for (std::size_t j = 0; j < size_; ++j) {
+                sum += std::pow(std::abs(query[j] - rows[i][j]), order);
+            }
+            const double distance = std::pow(sum, 1.0 / order);
+            if (list.size() == k && !(distance < list.back().first)) {
+                continue;
+            }
+            const auto isNearer = [](const auto& entry, double value) { return entry.first < value; };
+            list.insert(std::lower_bound(list.begin(), list.end(), distance, isNearer), {distance, i});
+            list.resize(std::min(list.size(), k));
+        }
+        std::vector<std::size_t> expected(list.size());
+        std::transform(list.begin(), list.end(), expected.begin(), [](const auto& entry) { return entry.second; });
+        kt_RowList found(k);
+        ASSERT_TRUE(copy->nearest(store, query, order, found));
+        std::sort(expected.begin(), expected.end());
+        std::sort(found.begin(), found.end());
+        ASSERT_TRUE(std::equal(expected.begin(), expected.end(), found.begin()))
+            << "order " << order << ", k " << k << ", " << rows.size() << " rows of " << size_;
+    }
+
+    std::vector<Row> rows;
+    ktClassifierDataProviderMemory store;
+    ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
+
+private:
+    void (*change_)(std::mt19937&, std::size_t, Row&);
+    std::size_t size_;
+    std::mt19937 random_{11};
+    std::normal_distribution<double> normal_;
+};
+
+struct Wilderness {
+    const char* name;
+    void (*change)(std::mt19937& random, std::size_t number, Row& row);
+};
+
+const Wilderness wildernesses[] = {
+    {"none", [](std::mt19937&, std::size_t, Row&) {}},
+    {"one row", [](std::mt19937&, std::size_t i, Row& row) { row[0] = i == 700 ? 1e7 : row[0]; }},
+    {"one row out of the range of floats",
+     [](std::mt19937&, std::size_t i, Row& row) { row[0] = i == 700 ? 1e100 : row[0]; }},
+    {"one row in a hundred",
+     [](std::mt19937&, std::size_t i, Row& row) { row[i % row.size()] *= i % 100 == 0 ? 1e9 : 1.0; }},
+    {"a measurement", [](std::mt19937&, std::size_t, Row& row) { row.back() *= 1e8; }},
+    {"sentinels", [](std::mt19937&, std::size_t i, Row& row) { row[0] = i % 3 == 0 ? 9999999.0 : row[0]; }},
+    {"a far cluster",
+     [](std::mt19937&, std::size_t i, Row& row) {
+         for (double& value : row) {
+             value += i % 10 == 3 ? 1e7 : 0.0;
+         }
+     }},
+    {"many far clusters, and rows alone",
+     [](std::mt19937& random, std::size_t i, Row& row) {
+         const double away = i % 500 == 1 ? std::ldexp(1.0, static_cast<int>(random() % 300)) : std::pow(1e5, i % 4);
+         for (double& value : row) {
+             value += away;
+         }
+     }},
+    {"half of it", [](std::mt19937&, std::size_t i, Row& row) { row[0] += i % 2 == 0 ? 1e40 : -1e40; }},
+};
+
+TEST_P(NeighborScan, WildValuesChangeNoAnswer)
+{
+    for (const Wilderness& each : wildernesses) {
+        SCOPED_TRACE(each.name);
+        RandomStore store(2500, 5, each.change);
+        for (std::size_t i = 0; i < 40; ++i) {
+            Row query = store.rows[i * 61 + 3];
+            query[i % 5] += 0.1;
+            const double orders[] = {0.5, 1.0, 1.5, 2.0, 3.0, 0.7};
+            const std::size_t numbers[] = {1, 4, 7, 12, 20, 300, 2};
+            ASSERT_NO_FATAL_FAILURE(store.expectPlainAnswer(query, orders[i % 6], numbers[i % 7]));
+        }
+    }
+}
+
+TEST_P(NeighborScan, RowsAddedToALargeStoreAreFoundBeforeAndAfterTheyAreSorted)
+{
+    for (const std::size_t usual : {kt_CompactCopy::cellsFrom(), std::size_t{0}}) {
+        const std::size_t before = kt_CompactCopy::cellsFrom();
+        kt_CompactCopy::cellsFrom(usual);
+        RandomStore store(9000, 3, wildernesses[1].change);
+        kt_CompactCopy::cellsFrom(before);
+        for (std::size_t i = 0; i < 2250; ++i) {
+            store.add();
+            store.copy->append(store.store);
+            ASSERT_TRUE(store.copy->isCurrent(store.store));
+            if (i % 100 == 99) {
+                Row query = store.rows[store.rows.size() - 1 - i / 2];
+                query[1] += 0.01;
+                ASSERT_NO_FATAL_FAILURE(store.expectPlainAnswer(query, 1.0 + static_cast<double>(i % 3) * 0.5, 3));
+            }
+        }
+    }
+}
+
+// More than 64 groups of 64 blocks.
+TEST_P(NeighborScan, VeryManyRowsAreFoundWhereverTheyAre)
+{
+    RandomStore store(270000, 1, wildernesses[0].change);
+    for (std::size_t i = 0; i < 6; ++i) {
+        ASSERT_NO_FATAL_FAILURE(store.expectPlainAnswer({static_cast<double>(i) - 2.5}, 2.0, 3));
+    }
+}
+
+// More candidates than a list holds, which float sums cannot tell apart, then such that sums in double cannot either.
+TEST_P(NeighborScan, TooManyRowsToListAreToldApart)
+{
+    for (const double unit : {0x1p-40, 0x1p-52}) {
+        for (const double order : {1.0, 1.5, 2.0}) {
+            std::vector<Row> rows;
+            for (std::size_t i = 0; i < 3000; ++i) {
+                rows.push_back({1.0 + unit * static_cast<double>((i * 1237) % 3000), 1.0});
+            }
+            EXPECT_EQ(nearestByCopy(rows, {0.0, 0.0}, order), 0u) << "order " << order << ", unit " << unit;
+            rows[0][0] = 2.0;
+            rows[2999][0] = 1.0 - 0x1p-53;
+            EXPECT_EQ(nearestByCopy(rows, {1.0, 0.5}, order), nearestByPlainScan(rows, {1.0, 0.5}, order));
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(InstructionSets, NeighborScan, testing::Values(0, 1),
                          [](const auto& set) { return set.param == 0 ? "Baseline" : "Avx2"; });
 
@@ -113,7 +281,7 @@ double largestPowerError(const kt_ScanKernels& kernels, float order, int exponen
         for (std::uint32_t i = 0; i < kt_blockRows; ++i) {
             block[i] = std::ldexp(1.0f + std::ldexp(static_cast<float>(mantissa + i), -23), exponent);
         }
-        kernels.anyOrder(block, &query, 1, order, std::numeric_limits<float>::infinity(), sums);
+        kernels.anyOrder.rows(block, &query, 1, order, std::numeric_limits<float>::infinity(), sums);
         // Neighbouring mantissas differ by less than the error looked for: one of a block stands for all.
         for (std::uint32_t i = 0; i < kt_blockRows; i += 16) {
             const double exact = std::pow(static_cast<double>(block[i]), static_cast<double>(order));
@@ -138,13 +306,76 @@ TEST(LineAllocator, RefusesWhatNoMemoryHolds)
     EXPECT_THROW(allocator.allocate(std::numeric_limits<std::size_t>::max() / sizeof(float) + 1), std::bad_alloc);
 }
 
-TEST(ScanKernels, TheApproximatePowerKeepsItsStatedError)
+std::vector<const kt_ScanKernels*> kernelSets()
 {
     std::vector<const kt_ScanKernels*> sets{&kt_baselineKernels};
     if (kt_CompactCopy::instructionSet(1) == 1) {
         sets.push_back(kt_avx2Kernels);
     }
-    for (const kt_ScanKernels* kernels : sets) {
+    return sets;
+}
+
+/// Boxes of one measurement, 24 of them: from 0 to 8, 1 to 9 and so on, the last one the wrong way round.
+TEST(ScanKernels, ABoxIsAsFarAsItsNearestPoint)
+{
+    constexpr std::size_t count = 24;
+    float boxes[2 * count];
+    for (std::size_t i = 0; i < count; ++i) {
+        boxes[i] = static_cast<float>(i);
+        boxes[count + i] = static_cast<float>(i + 8);
+    }
+    boxes[count - 1] = std::numeric_limits<float>::infinity();
+    boxes[2 * count - 1] = -std::numeric_limits<float>::infinity();
+    const float query = 12.0f;
+    for (const kt_ScanKernels* kernels : kernelSets()) {
+        const std::pair<const kt_OrderKernels&, float> orders[] = {
+            {kernels->order1, 1.0f},    {kernels->order2, 2.0f},   {kernels->order3, 3.0f},
+            {kernels->orderHalf, 0.5f}, {kernels->anyOrder, 1.5f},
+        };
+        for (const auto& [order, p] : orders) {
+            float sums[count];
+            const std::uint64_t within = order.boxes(boxes, count, &query, 1, p, std::pow(2.5f, p), sums);
+            EXPECT_EQ(within, 0x7FFCu) << "the boxes from 2 to 14 are within 2.5, order " << p;
+            for (std::size_t i = 0; i + 1 < count; ++i) {
+                const double gap = i < 4 ? 4.0 - static_cast<double>(i) : i > 12 ? static_cast<double>(i) - 12.0 : 0.0;
+                EXPECT_NEAR(sums[i], std::pow(gap, p), 1e-3 * std::pow(gap, p)) << "box " << i << ", order " << p;
+            }
+            EXPECT_GT(sums[count - 1], 0x1p+120f);
+        }
+    }
+}
+
+TEST(LeafOrder, KeepsEachRowOnceAndBringsNeighboursTogether)
+{
+    constexpr std::size_t numRows = 10000;
+    std::mt19937 random(5);
+    std::vector<float> values(2 * numRows);
+    std::generate(values.begin(), values.end(), [&] { return static_cast<float>(random() % 10000); });
+    std::vector<std::uint32_t> rows(numRows);
+    std::iota(rows.begin(), rows.end(), 0u);
+    kt_sortByLeaves(values.data(), 2, rows.data(), rows.data() + numRows);
+    double extents = 0.0;
+    for (std::size_t first = 0; first < numRows; first += kt_blockRows) {
+        for (std::size_t j = 0; j < 2; ++j) {
+            const auto byValue = [&](std::uint32_t a, std::uint32_t b) {
+                return values[2 * a + j] < values[2 * b + j];
+            };
+            const auto end = rows.begin() + static_cast<std::ptrdiff_t>(std::min(first + kt_blockRows, numRows));
+            const auto [low, high] =
+                std::minmax_element(rows.begin() + static_cast<std::ptrdiff_t>(first), end, byValue);
+            extents += static_cast<double>(values[2 * *high + j] - values[2 * *low + j]);
+        }
+    }
+    EXPECT_LT(extents / (2.0 * 157.0), 1500.0) << "157 squares of 800 cover the plane";
+    std::sort(rows.begin(), rows.end());
+    for (std::size_t i = 0; i < numRows; ++i) {
+        ASSERT_EQ(rows[i], i);
+    }
+}
+
+TEST(ScanKernels, TheApproximatePowerKeepsItsStatedError)
+{
+    for (const kt_ScanKernels* kernels : kernelSets()) {
         for (const float order : {0.3f, 1.5f, 7.5f}) {
             for (const int exponent : {-15, 0, 12}) {
                 const double bound = kt_powerError * static_cast<double>(order) + kt_powerErrorFixed;

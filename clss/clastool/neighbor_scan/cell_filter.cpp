@@ -44,7 +44,7 @@ void kt_CellFilter::bound(const std::vector<double>& query, float order, kt_Floa
             const double q = query[first + i / kt_numCells];
             // A cell in which nothing lies has its bounds the wrong way round.
             const double gap = low > high ? 0.0 : std::max({low - q, q - high, 0.0});
-            gaps[i] = static_cast<float>(gap * copy_.scale_);
+            gaps[i] = static_cast<float>(std::min(gap * copy_.scale_, 0x1p+126));
         }
         float* bounds = bounds_.data() + first * kt_numCells;
         powers(gaps, &zero, 1, order, std::numeric_limits<float>::infinity(), bounds);

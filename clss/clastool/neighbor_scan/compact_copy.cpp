@@ -1,5 +1,7 @@
 #include "compact_copy.h"
 
+#include "leaf_order.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -14,11 +16,11 @@ namespace {
 /// Values beyond this, in magnitude, are left to the plain scan: their differences must not overflow.
 constexpr double largestValue = 0x1p+1000;
 
-/// How far a scaled value may be from 0; those that the copy was made for are within 1.
-constexpr double largestScaled = 0x1p+20;
-
 /// From how many rows on a copy has cells: with fewer, their bounds would take memory worth mentioning.
 std::atomic<std::size_t> leastForCells{2048};
+
+/// From how many measurements on cells help beside boxes.
+constexpr std::size_t leastMeasurementsForCells = 9;
 
 /// Up to how many measurements a row's sum of what its cells are worth has a sensible resolution in 16 bits.
 constexpr std::size_t mostForCells = 8192;
@@ -27,14 +29,23 @@ constexpr std::size_t mostForCells = 8192;
 /// archive says in a few bytes that a pattern is there once more, and a copy of what it says would know no bound.
 constexpr std::size_t mostRepeats = 16;
 
+/// Row numbers have 32 bits.
+constexpr std::size_t mostRows = std::numeric_limits<std::uint32_t>::max();
+
 /// Held while patterns are told of a copy: several threads may train from the same ones.
 std::mutex holdersAreChanging;
 
-/// How many rows the edges of cells are found from.
-constexpr std::size_t sampleRows = 512;
+/// How many rows offsets and scale are found from, and how many the edges of cells too.
+constexpr std::size_t sampleRows = 128;
+constexpr std::size_t sampleRowsForCells = 512;
 
-/// Room for the rounding of a few operations in double.
-constexpr double slightly = 1.0 + 0x1p-40;
+/// How many rows have to lie together, far from the others, to get offsets of their own, and how many times
+/// such are looked for.
+constexpr std::size_t leastCluster = kt_blockRows;
+constexpr std::size_t mostClusters = 16;
+
+/// How many rows that were added wait before they are sorted.
+constexpr std::size_t mostUnsorted = 16 * kt_blockRows;
 
 /// Makes room for the rows, and for a sixteenth more where others came before: doubling would take more memory than the
 /// copy is worth.
@@ -68,8 +79,7 @@ void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
     numRows_ = builtRows_;
     storeRevision_ = store.revision_;
     if (!isUsable_) {
-        floats_ = {};
-        cells_ = {};
+        clear();
     }
 }
 
@@ -78,23 +88,21 @@ bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
     if (currency_) {
         currency_->end();
     }
-    floats_.clear();
-    cells_.clear();
+    clear();
     currency_ = new kt_Currency;
     soleHolder_ = new kt_PatternHolders(nullptr, currency_);
     const auto& patterns = store.patterns_;
     const std::size_t repeats = hold(patterns.data(), patterns.data() + patterns.size());
-    if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !measure(store)) {
+    if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !canServe(store)) {
         return false;
     }
-    hasCells_ = numRows_ >= cellsFrom() && size_ <= mostForCells;
-    if (hasCells_) {
-        divide(store);
+    // Tests that want cells in small stores want them for few measurements too.
+    const std::size_t leastMeasurements = cellsFrom() == 0 ? 1 : leastMeasurementsForCells;
+    hasCells_ = numRows_ >= cellsFrom() && size_ >= leastMeasurements && size_ <= mostForCells;
+    if (!lookAtSample(store)) {
+        return false;
     }
-    reserveRows(numRows_);
-    for (std::size_t row = 0; row < numRows_; ++row) {
-        place(row, store.patterns_[row]->measurements_);
-    }
+    arrange(store);
     return true;
 }
 
@@ -125,114 +133,135 @@ std::size_t kt_CompactCopy::hold(const ktPtrHandle_const<ktFeaturePattern>* patt
     return repeats;
 }
 
-/// Checks that the store can be copied, and finds offsets and scale. Returns false if it cannot.
-bool kt_CompactCopy::measure(const ktClassifierDataProviderMemory& store)
+void kt_CompactCopy::clear() noexcept
+{
+    floats_ = {};
+    rows_ = {};
+    zones_ = {};
+    groups_ = {};
+    boxes_ = {};
+    cells_ = {};
+    numUnsorted_ = 0;
+}
+
+bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store)
 {
     const auto& patterns = store.patterns_;
-    // A store derived from the library's may count and give out its patterns in its own way.
-    if (typeid(store) != typeid(ktClassifierDataProviderMemory) || patterns.empty() || patterns.front().isNull()) {
+    // A store derived from the library's may count and give out its patterns in its own way. No patterns are too many as well.
+    if (typeid(store) != typeid(ktClassifierDataProviderMemory) || patterns.size() - 1 >= mostRows) {
         return false;
     }
     numRows_ = patterns.size();
     size_ = patterns.front()->measurements_.size();
-    if (size_ == 0) {
-        return false;
-    }
-    std::vector<double> lows(size_, std::numeric_limits<double>::infinity());
-    std::vector<double> highs(size_, -std::numeric_limits<double>::infinity());
-    for (const auto& pattern : patterns) {
-        if (pattern.isNull() || pattern->measurements_.size() != size_ || pattern->numInvalid() != 0) {
-            return false;
-        }
-        for (std::size_t j = 0; j < size_; ++j) {
-            const double value = pattern->measurements_[j];
-            if (!(std::abs(value) <= largestValue)) {
-                return false;
-            }
-            lows[j] = std::min(lows[j], value);
-            highs[j] = std::max(highs[j], value);
-        }
-    }
-    offsets_.resize(size_);
-    reach_ = 1.0;
-    floatError_ = 0.0;
-    double reach = 0.0;
-    for (std::size_t j = 0; j < size_; ++j) {
-        offsets_[j] = lows[j] + (highs[j] - lows[j]) / 2;
-        reach = std::max(reach, (highs[j] - lows[j]) / 2);
-    }
-    // Values whose spread is lost in their magnitude, or that need a scale out of range, are left to the plain scan.
-    int exponent = 0;
-    std::frexp(reach, &exponent);
-    if (std::abs(exponent) > 900) {
-        return false;
-    }
-    scale_ = std::ldexp(1.0, -exponent);
-    return true;
+    const auto isOutOfRange = [](double value) { return !(std::abs(value) <= largestValue); };
+    return size_ != 0 && std::all_of(patterns.begin(), patterns.end(), [&](const auto& pattern) {
+               const auto& values = pattern->measurements_;
+               return values.size() == size_ && pattern->numInvalid() == 0 &&
+                      std::none_of(values.begin(), values.end(), isOutOfRange);
+           });
 }
 
-void kt_CompactCopy::reserveRows(std::size_t rows)
-{
-    const std::size_t blocks = (rows + kt_blockRows - 1) / kt_blockRows;
-    resizeTo(floats_, blocks * kt_blockRows * size_);
-    if (hasCells_) {
-        resizeTo(cells_, blocks * kt_blockRows / 2 * size_ + kt_readAhead);
-    }
-}
-
-// The loops below run over every value of a store: what they read and change is held in local variables, because the
-// compiler cannot know that storing a byte or a float leaves the members alone.
-
-void kt_CompactCopy::place(std::size_t row, const std::vector<double>& measurements)
-{
-    float* values = floats_.data() + row / kt_blockRows * kt_blockRows * size_ + row % kt_blockRows;
-    const double* offsets = offsets_.data();
-    const double scale = scale_;
-    double reach = reach_;
-    double error = floatError_;
-    for (std::size_t j = 0; j < size_; ++j) {
-        const double value = measurements[j];
-        const double scaled = (value - offsets[j]) * scale;
-        const auto rounded = static_cast<float>(scaled);
-        values[j * kt_blockRows] = rounded;
-        reach = std::max(reach, std::abs(static_cast<double>(rounded)));
-        // The subtraction of the offset was rounded too.
-        const double lost = 0x1p-52 * scale * (std::abs(value) + std::abs(offsets[j]));
-        error = std::max(error, (std::abs(static_cast<double>(rounded) - scaled) + lost) * slightly);
-    }
-    reach_ = reach;
-    floatError_ = error;
-    if (hasCells_) {
-        placeCells(row, measurements);
-    }
-}
-
-/// Divides the values of each measurement into cells of about as many rows each.
-void kt_CompactCopy::divide(const ktClassifierDataProviderMemory& store)
+/// Finds offsets, scale and the edges of the cells from some of the rows. A few values far from the others change none of them
+/// much. Returns false where the scale would be out of range.
+bool kt_CompactCopy::lookAtSample(const ktClassifierDataProviderMemory& store)
 {
     constexpr std::size_t numEdges = kt_numCells - 1;
-    const std::size_t count = std::min(numRows_, sampleRows);
+    const std::size_t count = std::min(numRows_, hasCells_ ? sampleRowsForCells : sampleRows);
     std::vector<double> sample(count);
-    cellEdges_.resize(size_ * numEdges);
+    offsets_.assign(1, std::vector<double>(size_));
+    cellEdges_.resize(hasCells_ ? size_ * numEdges : 0);
+    double spread = 0.0;
     for (std::size_t j = 0; j < size_; ++j) {
         for (std::size_t i = 0; i < count; ++i) {
             sample[i] = store.patterns_[i * numRows_ / count]->measurements_[j];
         }
-        std::sort(sample.begin(), sample.end());
-        for (std::size_t edge = 0; edge < numEdges; ++edge) {
-            cellEdges_[j * numEdges + edge] = sample[(edge + 1) * count / kt_numCells];
+        const auto middle = sample.begin() + static_cast<std::ptrdiff_t>(count / 2);
+        if (hasCells_) {
+            std::sort(sample.begin(), sample.end());
+            for (std::size_t edge = 0; edge < numEdges; ++edge) {
+                cellEdges_[j * numEdges + edge] = sample[(edge + 1) * count / kt_numCells];
+            }
+        } else {
+            std::nth_element(sample.begin(), middle, sample.end());
+        }
+        const double median = *middle;
+        offsets_[0][j] = median;
+        std::transform(sample.begin(), sample.end(), sample.begin(),
+                       [median](double value) { return std::abs(value - median); });
+        // Of those that are off at all: most measurements may be 0 in most rows.
+        const auto firstOff = std::partition(sample.begin(), sample.end(), [](double off) { return off == 0.0; });
+        const std::ptrdiff_t numOff = sample.end() - firstOff;
+        if (static_cast<std::size_t>(numOff) * 16 > count) {
+            const auto usual = firstOff + numOff * 3 / 4;
+            std::nth_element(firstOff, usual, sample.end());
+            spread = std::max(spread, *usual);
         }
     }
-    cellLows_.assign(size_ * kt_numCells, std::numeric_limits<double>::infinity());
-    cellHighs_.assign(size_ * kt_numCells, -std::numeric_limits<double>::infinity());
+    if (spread == 0.0) {
+        spread = largestDeviation(store);
+    }
+    int exponent = 0;
+    std::frexp(spread, &exponent);
+    scale_ = std::ldexp(1.0, -exponent);
+    return std::abs(exponent) <= 900;
 }
 
-void kt_CompactCopy::placeCells(std::size_t row, const std::vector<double>& measurements)
+double kt_CompactCopy::largestDeviation(const ktClassifierDataProviderMemory& store) const
 {
-    constexpr std::size_t half = kt_blockRows / 2;
-    std::uint8_t* cells = cells_.data() + row / kt_blockRows * half * size_ + row % half;
-    const int shift = row % kt_blockRows < half ? 0 : 4;
-    const double* values = measurements.data();
+    double largest = 0.0;
+    for (const auto& pattern : store.patterns_) {
+        for (std::size_t j = 0; j < size_; ++j) {
+            largest = std::max(largest, std::abs(pattern->measurements_[j] - offsets_[0][j]));
+        }
+    }
+    return largest;
+}
+
+/// Fills zones, blocks, boxes and cells.
+void kt_CompactCopy::arrange(const ktClassifierDataProviderMemory& store)
+{
+    Rows rows = emptyRows(0, numRows_);
+    if (hasCells_) {
+        cellLows_.assign(size_ * kt_numCells, std::numeric_limits<double>::infinity());
+        cellHighs_.assign(size_ * kt_numCells, -std::numeric_limits<double>::infinity());
+    }
+    RowNumbers usual;
+    RowNumbers distant;
+    usual.reserve(numRows_);
+    for (std::size_t row = 0; row < numRows_; ++row) {
+        const bool isUsual = copyRow(store.patterns_[row]->measurements_, rows, row) <= static_cast<float>(zoneReach);
+        (isUsual ? usual : distant).push_back(static_cast<std::uint32_t>(row));
+    }
+    reserveBlocks(blocksOf(usual.size()));
+    addZone(0, true, rows, usual);
+    takeClusters(store, distant, rows);
+    addZone(0, false, rows, distant);
+    // For rows that are added.
+    zones_.push_back({0, false, groups_.size(), groups_.size(), {}});
+    firstUnsortedBlock_ = usedBlocks();
+}
+
+/// Writes floats, relative to the first offsets, and cells of a row. Returns the largest float, in magnitude.
+float kt_CompactCopy::copyRow(const std::vector<double>& measurements, Rows& rows, std::size_t place)
+{
+    const double* const values = measurements.data();
+    const double* const offsets = offsets_[0].data();
+    float* const floats = rows.floats.data() + place * size_;
+    float reach = 0.0f;
+    for (std::size_t j = 0; j < size_; ++j) {
+        floats[j] = rounded(values[j], offsets[j]);
+        reach = std::max(reach, std::abs(floats[j]));
+    }
+    if (hasCells_) {
+        findCells(values, rows.cells.data() + place * size_);
+    }
+    return reach;
+}
+
+/// The loop runs over every value of a store: what it reads and changes is held in local variables, because the compiler cannot
+/// know that storing a byte leaves the members alone.
+void kt_CompactCopy::findCells(const double* values, std::uint8_t* cells)
+{
     const double* edges = cellEdges_.data();
     double* lows = cellLows_.data();
     double* highs = cellHighs_.data();
@@ -242,12 +271,173 @@ void kt_CompactCopy::placeCells(std::size_t row, const std::vector<double>& meas
         for (std::size_t step = kt_numCells / 2; step > 0; step /= 2) {
             cell += values[j] >= edges[cell + step - 1] ? step : 0;
         }
-        cells[j * half] = static_cast<std::uint8_t>(cells[j * half] | cell << shift);
+        cells[j] = static_cast<std::uint8_t>(cell);
         lows[cell] = std::min(lows[cell], values[j]);
         highs[cell] = std::max(highs[cell], values[j]);
         edges += kt_numCells - 1;
         lows += kt_numCells;
         highs += kt_numCells;
+    }
+}
+
+/// Gives zones of their own to rows that lie together, far from the others, and takes them out of `distant`. Floats relative to the
+/// offsets of the others would not tell them apart.
+void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, Rows& rows)
+{
+    RowNumbers alone;
+    for (std::size_t i = 0; i < mostClusters && distant.size() >= leastCluster; ++i) {
+        const std::vector<double> centre = store.patterns_[distant[distant.size() / 2]]->measurements_;
+        RowNumbers cluster = takeCluster(store, distant, centre);
+        if (cluster.size() < leastCluster) {
+            alone.insert(alone.end(), cluster.begin(), cluster.end());
+            continue;
+        }
+        for (const std::uint32_t row : cluster) {
+            for (std::size_t j = 0; j < size_; ++j) {
+                rows.floats[row * size_ + j] = rounded(store.patterns_[row]->measurements_[j], centre[j]);
+            }
+        }
+        offsets_.push_back(centre);
+        addZone(offsets_.size() - 1, true, rows, cluster);
+    }
+    distant.insert(distant.end(), alone.begin(), alone.end());
+}
+
+/// Takes those rows out of `distant` that lie around the centre.
+kt_CompactCopy::RowNumbers kt_CompactCopy::takeCluster(const ktClassifierDataProviderMemory& store, RowNumbers& distant,
+                                                       const std::vector<double>& centre)
+{
+    const auto isElsewhere = [&](std::uint32_t row) {
+        const std::vector<double>& measurements = store.patterns_[row]->measurements_;
+        for (std::size_t j = 0; j < size_; ++j) {
+            if (!(std::abs(measurements[j] - centre[j]) * scale_ <= zoneReach)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    const auto first = std::stable_partition(distant.begin(), distant.end(), isElsewhere);
+    RowNumbers cluster(first, distant.end());
+    distant.erase(first, distant.end());
+    return cluster;
+}
+
+/// Sorts the rows of these numbers and puts them behind those that are there.
+void kt_CompactCopy::addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers)
+{
+    if (numbers.empty()) {
+        return;
+    }
+    kt_sortByLeaves(rows.floats.data(), size_, numbers.data(), numbers.data() + numbers.size());
+    Zone zone{offsets, isBounded, groups_.size(), groups_.size(), {}};
+    for (std::size_t first = 0; first < numbers.size(); first += kt_groupRows) {
+        addGroup(rows, numbers.data() + first, std::min(kt_groupRows, numbers.size() - first));
+    }
+    zone.endGroup = groups_.size();
+    boundGroups(zone);
+    zones_.push_back(std::move(zone));
+}
+
+std::size_t kt_CompactCopy::usedBlocks() const
+{
+    return groups_.empty() ? 0 : groups_.back().firstBlock + groups_.back().numBlocks();
+}
+
+/// Fills the next blocks with rows, in the order of `numbers`, and bounds them.
+void kt_CompactCopy::addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count)
+{
+    const Group group{usedBlocks(), count, boxes_.size()};
+    const std::size_t stride = paddedBoxes(group.numBlocks());
+    reserveBlocks(std::max(numBlocks(), group.firstBlock + group.numBlocks()));
+    resizeTo(boxes_, group.firstBox + 2 * stride * size_);
+    groups_.push_back(group);
+    for (std::size_t block = 0; block < stride; ++block) {
+        const std::size_t first = std::min(block * kt_blockRows, count);
+        const std::size_t here = std::min(kt_blockRows, count - first);
+        for (std::size_t i = 0; i < here; ++i) {
+            placeRow(rows, numbers[first + i], (group.firstBlock + block) * kt_blockRows + i);
+        }
+        boundBlock(group.firstBlock + block, here, boxes_.data() + group.firstBox + block, stride);
+    }
+}
+
+void kt_CompactCopy::placeRow(const Rows& rows, std::uint32_t number, std::size_t position)
+{
+    const std::size_t source = (number - rows.first) * size_;
+    const float* const values = rows.floats.data() + source;
+    const std::size_t block = position / kt_blockRows * size_;
+    const std::size_t place = position % kt_blockRows;
+    float* const floats = floats_.data() + block * kt_blockRows + place;
+    const std::size_t size = size_;
+    for (std::size_t j = 0; j < size; ++j) {
+        floats[j * kt_blockRows] = values[j];
+    }
+    rows_[position] = number;
+    if (hasCells_) {
+        constexpr std::size_t half = kt_blockRows / 2;
+        const std::uint8_t* const found = rows.cells.data() + source;
+        std::uint8_t* const cells = cells_.data() + block * half + place % half;
+        const int shift = place < half ? 0 : 4;
+        for (std::size_t j = 0; j < size; ++j) {
+            const int other = cells[j * half] & 0xF0 >> shift;
+            cells[j * half] = static_cast<std::uint8_t>(other | found[j] << shift);
+        }
+    }
+}
+
+/// Writes the ends of the box around a block's first rows. Without rows they are the wrong way round.
+void kt_CompactCopy::boundBlock(std::size_t block, std::size_t count, float* boxes, std::size_t stride) const
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (std::size_t j = 0; j < size_; ++j) {
+        float low = infinity;
+        float high = -infinity;
+        for (std::size_t i = 0; i < count; ++i) {
+            const float value = floats_[(block * size_ + j) * kt_blockRows + i];
+            low = std::min(low, value);
+            high = std::max(high, value);
+        }
+        boxes[2 * j * stride] = low;
+        boxes[(2 * j + 1) * stride] = high;
+    }
+}
+
+void kt_CompactCopy::boundGroups(Zone& zone) const
+{
+    const std::size_t count = zone.endGroup - zone.firstGroup;
+    if (count < groupsForBoxes) {
+        return;
+    }
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    zone.boxes.reserve((count + kt_blockRows - 1) / kt_blockRows * kt_blockRows * 2 * size_);
+    for (std::size_t first = 0; first < count; first += kt_blockRows) {
+        const std::size_t here = std::min(kt_blockRows, count - first);
+        const std::size_t stride = paddedBoxes(here);
+        const std::size_t batch = zone.boxes.size();
+        for (std::size_t j = 0; j < size_; ++j) {
+            zone.boxes.insert(zone.boxes.end(), stride, infinity);
+            zone.boxes.insert(zone.boxes.end(), stride, -infinity);
+        }
+        for (std::size_t i = 0; i < here; ++i) {
+            const Group& group = groups_[zone.firstGroup + first + i];
+            const std::size_t blocks = paddedBoxes(group.numBlocks());
+            for (std::size_t j = 0; j < size_; ++j) {
+                const float* const lows = boxes_.data() + group.firstBox + 2 * j * blocks;
+                float* const ends = zone.boxes.data() + batch + 2 * j * stride + i;
+                ends[0] = *std::min_element(lows, lows + blocks);
+                ends[stride] = *std::max_element(lows + blocks, lows + 2 * blocks);
+            }
+        }
+    }
+    zone.boxes.shrink_to_fit();
+}
+
+void kt_CompactCopy::reserveBlocks(std::size_t blocks)
+{
+    resizeTo(floats_, blocks * kt_blockRows * size_);
+    resizeTo(rows_, blocks * kt_blockRows);
+    if (hasCells_) {
+        resizeTo(cells_, blocks * kt_blockRows / 2 * size_ + kt_readAhead);
     }
 }
 
@@ -273,7 +463,7 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     // Made anew when a quarter was added, so that offsets, scale and cells keep fitting; each row is then copied a bounded
     // number of times.
     if (store.patterns_.size() != numRows_ + 1 || store.revision_ != storeRevision_ + 1 || currency_.isNull() ||
-        !currency_->isCurrent() || numRows_ >= builtRows_ + builtRows_ / 4) {
+        !currency_->isCurrent() || numRows_ >= std::min(builtRows_ + builtRows_ / 4, mostRows)) {
         return false;
     }
     hold(&store.patterns_.back(), &store.patterns_.back() + 1);
@@ -283,21 +473,48 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
         return true;
     }
     const ktFeaturePattern& pattern = *store.patterns_.back();
-    if (pattern.measurements_.size() != size_ ||  // not covered: the store takes no pattern of another size
-        pattern.numInvalid() != 0) {
+    const std::vector<double>& values = pattern.measurements_;
+    if (values.size() != size_ ||  // not covered: the store takes no pattern of another size
+        pattern.numInvalid() != 0 ||
+        !std::all_of(values.begin(), values.end(), [](double value) { return std::abs(value) <= largestValue; })) {
         return false;
     }
-    for (std::size_t j = 0; j < size_; ++j) {
-        // Far outside what the scale was chosen for, a value could leave the range of a float.
-        if (!(std::abs(pattern.measurements_[j] - offsets_[j]) * scale_ <= largestScaled)) {
-            return false;
-        }
-    }
-    reserveRows(numRows_ + 1);
-    place(numRows_, pattern.measurements_);
+    const std::size_t position = firstUnsortedBlock_ * kt_blockRows + numUnsorted_;
+    reserveBlocks(blocksOf(position + 1));
+    const auto number = static_cast<std::uint32_t>(numRows_);
+    Rows rows = emptyRows(number, 1);
+    copyRow(values, rows, 0);
+    placeRow(rows, number, position);
     ++numRows_;
+    ++numUnsorted_;
+    if (numUnsorted_ == mostUnsorted) {
+        sortUnsorted(store);
+    }
     storeRevision_ = store.revision_;
     return true;
+}
+
+/// Makes a group of the rows that were added last.
+void kt_CompactCopy::sortUnsorted(const ktClassifierDataProviderMemory& store)
+{
+    Rows rows = emptyRows(static_cast<std::uint32_t>(numRows_ - numUnsorted_), numUnsorted_);
+    RowNumbers numbers(numUnsorted_);
+    for (std::size_t i = 0; i < numUnsorted_; ++i) {
+        numbers[i] = static_cast<std::uint32_t>(i);
+        copyRow(store.patterns_[rows.first + i]->measurements_, rows, i);
+    }
+    kt_sortByLeaves(rows.floats.data(), size_, numbers.data(), numbers.data() + numbers.size());
+    std::transform(numbers.begin(), numbers.end(), numbers.begin(),
+                   [&](std::uint32_t number) { return rows.first + number; });
+    addGroup(rows, numbers.data(), numbers.size());
+    zones_.back().endGroup = groups_.size();
+    firstUnsortedBlock_ = usedBlocks();
+    numUnsorted_ = 0;
+}
+
+kt_CompactCopy::Rows kt_CompactCopy::emptyRows(std::uint32_t first, std::size_t count) const
+{
+    return {first, std::vector<float>(count * size_), std::vector<std::uint8_t>(hasCells_ ? count * size_ : 0)};
 }
 
 std::size_t kt_CompactCopy::cellsFrom() noexcept

@@ -7,6 +7,7 @@
 
 #include <kt/scratch.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -78,6 +79,9 @@ public:
     bool nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
                  kt_RowList& rows) const;
 
+    /// The rows lie in blocks of 64, in another order than in the store. The numbers in the store of the rows of a block.
+    const std::uint32_t* rowsOf(std::size_t block) const { return rows_.data() + block * kt_blockRows; }
+
     /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2. A request for one that the machine
     /// lacks is ignored. Returns what is in force.
     static int instructionSet() noexcept;
@@ -91,18 +95,78 @@ private:
     friend class kt_CellFilter;
     friend class kt_NeighborScan;
 
+    /// Rows that are stored relative to the same offsets.
+    struct Zone {
+        /// Which of `offsets_` is taken off its values.
+        std::size_t offsets;
+        /// Whether no value lies farther from its offset than `zoneReach`.
+        bool isBounded;
+        std::size_t firstGroup;
+        std::size_t endGroup;
+        /// The boxes around its groups, in batches of 64; empty where there are few groups.
+        kt_Aligned<float> boxes;
+    };
+
+    /// Up to 64 blocks in a row, of which only the last one may have room left, and where the boxes around them begin in
+    /// `boxes_`.
+    struct Group {
+        std::size_t firstBlock;
+        std::size_t numRows;
+        std::size_t firstBox;
+
+        std::size_t usedBlocks() const;
+        std::size_t numBlocks() const { return blocksOf(numRows); }
+    };
+
+    using RowNumbers = std::vector<std::uint32_t>;
+
+    /// Floats and cells of rows before they have their places: of each row in turn, beginning with that of number `first`.
+    struct Rows {
+        std::uint32_t first;
+        std::vector<float> floats;
+        std::vector<std::uint8_t> cells;
+    };
+
+    /// In scaled units; most values are within a few.
+    static constexpr double zoneReach = 1024.0;
+    /// From how many groups on a zone has boxes around them.
+    static constexpr std::size_t groupsForBoxes = 2;
+
+    static std::size_t blocksOf(std::size_t rows) { return (rows + kt_blockRows - 1) / kt_blockRows; }
+    /// The boxes of a list, with those that fill it up to whole vectors.
+    static std::size_t paddedBoxes(std::size_t boxes) { return (boxes + 7) / 8 * 8; }
+
+    void clear() noexcept;
     bool fill(const ktClassifierDataProviderMemory& store);
     std::size_t hold(const ktPtrHandle_const<ktFeaturePattern>* pattern,
                      const ktPtrHandle_const<ktFeaturePattern>* end);
     bool appendLast(const ktClassifierDataProviderMemory& store);
-    bool measure(const ktClassifierDataProviderMemory& store);
-    void place(std::size_t row, const std::vector<double>& measurements);
-    void placeCells(std::size_t row, const std::vector<double>& measurements);
-    void divide(const ktClassifierDataProviderMemory& store);
-    void reserveRows(std::size_t rows);
+    bool canServe(const ktClassifierDataProviderMemory& store);
+    bool lookAtSample(const ktClassifierDataProviderMemory& store);
+    double largestDeviation(const ktClassifierDataProviderMemory& store) const;
+    void arrange(const ktClassifierDataProviderMemory& store);
+    Rows emptyRows(std::uint32_t first, std::size_t count) const;
+    float copyRow(const std::vector<double>& measurements, Rows& rows, std::size_t place);
+    void findCells(const double* values, std::uint8_t* cells);
+    void takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, Rows& rows);
+    RowNumbers takeCluster(const ktClassifierDataProviderMemory& store, RowNumbers& distant,
+                           const std::vector<double>& centre);
+    void addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers);
+    void addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count);
+    void placeRow(const Rows& rows, std::uint32_t number, std::size_t position);
+    void boundBlock(std::size_t block, std::size_t count, float* boxes, std::size_t stride) const;
+    void boundGroups(Zone& zone) const;
+    void sortUnsorted(const ktClassifierDataProviderMemory& store);
+    void reserveBlocks(std::size_t blocks);
+    std::size_t usedBlocks() const;
+    std::size_t numBlocks() const { return rows_.size() / kt_blockRows; }
 
-    /// The value of measurement j as the float copy has it.
-    float rounded(double value, std::size_t j) const { return static_cast<float>((value - offsets_[j]) * scale_); }
+    /// A value as the float copy has it. Values that no float could hold are brought nearer to zero.
+    float rounded(double value, double offset) const
+    {
+        constexpr double most = 0x1p+126;
+        return static_cast<float>(std::clamp((value - offset) * scale_, -most, most));
+    }
 
     bool isUsable_ = false;
     std::size_t numRows_ = 0;
@@ -114,15 +178,23 @@ private:
     // The holders of a pattern that nobody else copied.
     ktPtrHandle<const kt_PatternHolders> soleHolder_;
 
-    // Per measurement: what is taken off before a value is rounded, so that its distance from zero costs no precision.
-    std::vector<double> offsets_;
-    // A power of two that brings all values near 1.
+    // What is taken off before a value is rounded, for each measurement, so that its distance from zero costs no precision: a
+    // median of all rows, then a row out of each cluster that lies far away.
+    std::vector<std::vector<double>> offsets_;
+    // A power of two that brings what most values are off by near 1.
     double scale_ = 1.0;
-    // The largest magnitude in the float copy.
-    double reach_ = 1.0;
-    // How far a value of the float copy is from the scaled original, at the most.
-    double floatError_ = 0.0;
+
+    // The rows by the leaves of a k-d tree, block after block: their floats, one measurement of all rows in the block behind the
+    // other, and their numbers in the store.
     kt_Aligned<float> floats_;
+    RowNumbers rows_;
+    // The last zone has the rows that were added one by one and sorted since; its offsets are those of the first.
+    std::vector<Zone> zones_;
+    std::vector<Group> groups_;
+    kt_Aligned<float> boxes_;
+    // The rows that were added last, in blocks without boxes behind all others; likewise with the first zone's offsets.
+    std::size_t firstUnsortedBlock_ = 0;
+    std::size_t numUnsorted_ = 0;
 
     // The level of cells, for stores of many rows. Every measurement has its values divided into 16 cells of about as many
     // rows each; a row's cell is the number of `cellEdges_` that are not greater than its value. What a cell really holds

@@ -55,7 +55,8 @@ struct AnyOrder {
         __m256 series = _mm256_fmadd_ps(s2, _mm256_set1_ps(0.4121985831f), _mm256_set1_ps(0.5770780164f));
         series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(0.9617966939f));
         series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(2.8853900818f));
-        const __m256 y = _mm256_mul_ps(p, _mm256_fmadd_ps(s, series, exponent));
+        // Terms beyond 2^126 stay there, so that the exponent does not run over.
+        const __m256 y = _mm256_min_ps(_mm256_mul_ps(p, _mm256_fmadd_ps(s, series, exponent)), _mm256_set1_ps(126.0f));
         const __m256 whole = _mm256_round_ps(y, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
         const __m256 x = _mm256_mul_ps(_mm256_sub_ps(y, whole), _mm256_set1_ps(0.6931471806f));
         __m256 rest = _mm256_fmadd_ps(x, _mm256_set1_ps(0.0083333333f), _mm256_set1_ps(0.0416666667f));
@@ -99,6 +100,29 @@ std::uint64_t floatSums(const float* block, const float* query, std::size_t size
         for (int v = 0; v < vectors; ++v) {
             _mm256_storeu_ps(sums + v * lanes, sum[v]);
         }
+    }
+    return within;
+}
+
+template <class Term>
+std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
+                      float limit, float* sums)
+{
+    const Term term(order);
+    const __m256 highest = _mm256_set1_ps(limit);
+    std::uint64_t within = 0;
+    for (std::size_t first = 0; first < count; first += lanes) {
+        __m256 sum = _mm256_setzero_ps();
+        const float* low = boxes + first;
+        for (std::size_t j = 0; j < size; ++j, low += 2 * count) {
+            const __m256 q = _mm256_broadcast_ss(query + j);
+            const __m256 below = _mm256_sub_ps(_mm256_loadu_ps(low), q);
+            const __m256 above = _mm256_sub_ps(q, _mm256_loadu_ps(low + count));
+            sum = term.add(sum, _mm256_max_ps(_mm256_max_ps(below, above), _mm256_setzero_ps()));
+        }
+        _mm256_storeu_ps(sums + first, sum);
+        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(sum, highest, _CMP_LE_OQ));
+        within |= std::uint64_t{static_cast<unsigned>(mask)} << first;
     }
     return within;
 }
@@ -163,8 +187,28 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::
     return low.within(highest) | high.within(highest) << half;
 }
 
-const kt_ScanKernels kernels = {
-    floatSums<Order1>, floatSums<Order2>, floatSums<Order3>, floatSums<OrderHalf>, floatSums<AnyOrder>, cells, true};
+std::uint64_t within(const float* sums, float limit)
+{
+    const __m256 highest = _mm256_set1_ps(limit);
+    std::uint64_t rows = 0;
+    for (int v = 0; v < vectors; ++v) {
+        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(_mm256_loadu_ps(sums + v * lanes), highest, _CMP_LE_OQ));
+        rows |= std::uint64_t{static_cast<unsigned>(mask)} << (v * lanes);
+    }
+    return rows;
+}
+
+template <class Term>
+constexpr kt_OrderKernels kernelsOf = {floatSums<Term>, boxSums<Term>};
+
+const kt_ScanKernels kernels = {kernelsOf<Order1>,
+                                kernelsOf<Order2>,
+                                kernelsOf<Order3>,
+                                kernelsOf<OrderHalf>,
+                                kernelsOf<AnyOrder>,
+                                cells,
+                                within,
+                                true};
 
 }  // namespace
 

@@ -20,7 +20,8 @@ float power(float v, float p)
     const float s = (m - 1.0f) / (m + 1.0f);
     const float s2 = s * s;
     const float log2m = s * (2.8853900818f + s2 * (0.9617966939f + s2 * (0.5770780164f + s2 * 0.4121985831f)));
-    const float y = p * (static_cast<float>(exponent) + log2m);
+    // Terms beyond 2^126 stay there, so that the exponent does not run over.
+    const float y = std::min(p * (static_cast<float>(exponent) + log2m), 126.0f);
     if (!(v >= 0x1p-120f) || !(y >= -120.0f)) {
         return 0.0f;
     }
@@ -35,50 +36,60 @@ float power(float v, float p)
 }
 
 template <class Sum>
-std::uint64_t rowsWithin(const Sum* sums, Sum limit)
+std::uint64_t rowsWithin(const Sum* sums, std::size_t count, Sum limit)
 {
     std::uint64_t within = 0;
-    for (std::size_t row = 0; row < kt_blockRows; ++row) {
+    for (std::size_t row = 0; row < count; ++row) {
         within |= std::uint64_t{sums[row] <= limit} << row;
     }
     return within;
 }
 
+struct Order1 {
+    static float of(float d, float) { return std::abs(d); }
+};
+
+struct Order2 {
+    static float of(float d, float) { return d * d; }
+};
+
+struct Order3 {
+    static float of(float d, float) { return d * d * std::abs(d); }
+};
+
+struct OrderHalf {
+    static float of(float d, float) { return std::sqrt(std::abs(d)); }
+};
+
+struct AnyOrder {
+    static float of(float d, float order) { return power(std::abs(d), order); }
+};
+
 template <class Term>
-std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float limit, float* sums, Term term)
+std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
     std::fill(sums, sums + kt_blockRows, 0.0f);
     for (std::size_t j = 0; j < size; ++j) {
         for (std::size_t row = 0; row < kt_blockRows; ++row) {
-            sums[row] += term(block[j * kt_blockRows + row] - query[j]);
+            sums[row] += Term::of(block[j * kt_blockRows + row] - query[j], order);
         }
     }
-    return rowsWithin(sums, limit);
+    return rowsWithin(sums, kt_blockRows, limit);
 }
 
-std::uint64_t order1(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
+template <class Term>
+std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
+                      float limit, float* sums)
 {
-    return floatSums(block, query, size, limit, sums, [](float d) { return std::abs(d); });
-}
-
-std::uint64_t order2(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
-{
-    return floatSums(block, query, size, limit, sums, [](float d) { return d * d; });
-}
-
-std::uint64_t order3(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
-{
-    return floatSums(block, query, size, limit, sums, [](float d) { return d * d * std::abs(d); });
-}
-
-std::uint64_t orderHalf(const float* block, const float* query, std::size_t size, float, float limit, float* sums)
-{
-    return floatSums(block, query, size, limit, sums, [](float d) { return std::sqrt(std::abs(d)); });
-}
-
-std::uint64_t anyOrder(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
-{
-    return floatSums(block, query, size, limit, sums, [order](float d) { return power(std::abs(d), order); });
+    std::fill(sums, sums + count, 0.0f);
+    for (std::size_t j = 0; j < size; ++j) {
+        const float* lows = boxes + 2 * j * count;
+        for (std::size_t box = 0; box < count; ++box) {
+            const float outside = std::max(lows[box] - query[j], query[j] - lows[count + box]);
+            sums[box] += Term::of(std::max(outside, 0.0f), order);
+        }
+    }
+    return rowsWithin(sums, count, limit);
 }
 
 std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
@@ -93,9 +104,24 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::
             sums[i + half] = static_cast<std::uint16_t>(sums[i + half] + worth[measurement[i] >> 4]);
         }
     }
-    return rowsWithin(sums, limit);
+    return rowsWithin(sums, kt_blockRows, limit);
 }
+
+std::uint64_t within(const float* sums, float limit)
+{
+    return rowsWithin(sums, kt_blockRows, limit);
+}
+
+template <class Term>
+constexpr kt_OrderKernels kernelsOf = {floatSums<Term>, boxSums<Term>};
 
 }  // namespace
 
-const kt_ScanKernels kt_baselineKernels = {order1, order2, order3, orderHalf, anyOrder, cells, false};
+const kt_ScanKernels kt_baselineKernels = {kernelsOf<Order1>,
+                                           kernelsOf<Order2>,
+                                           kernelsOf<Order3>,
+                                           kernelsOf<OrderHalf>,
+                                           kernelsOf<AnyOrder>,
+                                           cells,
+                                           within,
+                                           false};

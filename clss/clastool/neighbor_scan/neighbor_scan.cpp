@@ -14,6 +14,7 @@
 #include <functional>
 #include <limits>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -25,6 +26,8 @@ constexpr double slightly = 1.0 + 0x1p-36;
 
 /// Beyond 2^+-800 the exact routine's powers may leave the range in which they tell distances apart.
 constexpr double safeExponent = 800.0;
+
+constexpr double largestFloat = std::numeric_limits<float>::max();
 
 std::atomic<int> chosenSet{-1};
 
@@ -50,20 +53,35 @@ public:
     /// Returns whether the value is one of them now.
     bool take(Value value)
     {
-        if (isFull()) {
-            if (!(value < values_[0])) {
-                return false;
-            }
-            std::pop_heap(values_.begin(), values_.end());
-            values_[count_ - 1] = value;
-        } else {
+        if (!isFull()) {
             values_[count_++] = value;
+            std::push_heap(values_.begin(), values_.begin() + count_);
+            return true;
         }
-        std::push_heap(values_.begin(), values_.begin() + count_);
+        if (!(value < values_[0])) {
+            return false;
+        }
+        replaceLargest(value);
         return true;
     }
 
 private:
+    /// Lets the value sink from the top of the heap.
+    void replaceLargest(Value value)
+    {
+        Value* const values = values_.data();
+        std::size_t place = 0;
+        for (std::size_t child = 1; child < count_; child = 2 * place + 1) {
+            child += child + 1 < count_ && values[child] < values[child + 1] ? 1 : 0;
+            if (!(value < values[child])) {
+                break;
+            }
+            values[place] = values[child];
+            place = child;
+        }
+        values[place] = value;
+    }
+
     kt_Scratch<Value, 256> values_;
     std::size_t count_ = 0;
 };
@@ -77,6 +95,12 @@ void forEachBit(std::uint64_t bits, Visit visit)
     }
 }
 
+/// The lowest bits, at most 64.
+std::uint64_t lowest(std::size_t count)
+{
+    return count >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << count) - 1;
+}
+
 bool hasMoreBits(std::uint64_t bits, std::size_t count)
 {
     for (; count > 0 && bits != 0; --count) {
@@ -85,31 +109,32 @@ bool hasMoreBits(std::uint64_t bits, std::size_t count)
     return bits != 0;
 }
 
+/// What is known of a row that may be among the nearest.
+enum class Known : std::uint32_t { nothing, floatSum, simpleSum };
+constexpr std::size_t numKnown = 3;
+
 struct Candidate {
-    std::size_t row;
-    double key;
+    std::uint32_t row;
+    Known known;
+    double sum;
 };
 
-/// Rows that may still be among the nearest, in stored order.
+/// Rows that may still be among the nearest.
 class Candidates {
 public:
     static constexpr std::size_t capacity = 1024;
 
     bool isFull() const { return count_ == capacity; }
-    bool hasOverflowed() const { return overflowed_; }
-    void add(std::size_t row, double key)
+    void add(const Candidate& candidate) { entries_[count_++] = candidate; }
+    /// Keeps those whose sum is not beyond the limit for sums of its kind.
+    void keepUpTo(const double (&limits)[numKnown])
     {
-        if (isFull()) {
-            overflowed_ = true;
-        } else {
-            entries_[count_++] = {row, key};
-        }
-    }
-    void keepUpTo(double limit)
-    {
-        const auto isOut = [limit](const Candidate& candidate) { return candidate.key > limit; };
+        const auto isOut = [&](const Candidate& candidate) {
+            return candidate.sum > limits[static_cast<std::size_t>(candidate.known)];
+        };
         count_ = static_cast<std::size_t>(std::remove_if(begin(), end(), isOut) - begin());
     }
+    void clear() { count_ = 0; }
     Candidate* begin() { return entries_.data(); }
     Candidate* end() { return entries_.data() + count_; }
     std::size_t size() const { return count_; }
@@ -117,7 +142,58 @@ public:
 private:
     std::array<Candidate, capacity> entries_;
     std::size_t count_ = 0;
-    bool overflowed_ = false;
+};
+
+/// Rows with their exact distances, in any order: those that decide the plain answer. They are the rows nearer than the k-th
+/// smallest distance and, of those at this distance, the first k in stored order, so never more than 2 k - 1.
+class ExactRows {
+public:
+    ExactRows(std::size_t k, std::size_t numRows) : k_(k), entries_(std::min(2 * k, numRows)) {}
+
+    bool isEmpty() const { return count_ == 0; }
+
+    void add(std::uint32_t row, double distance)
+    {
+        const Entry entry{std::isnan(distance) ? infinity : distance, row};
+        if (count_ == entries_.size()) {
+            if (!(entry < entries_[0])) {
+                return;
+            }
+            std::pop_heap(entries_.begin(), entries_.end());
+            --count_;
+        }
+        entries_[count_++] = entry;
+        std::push_heap(entries_.begin(), entries_.begin() + count_);
+    }
+
+    /// The rows of the plain answer.
+    void finish(kt_RowList& rows)
+    {
+        std::sort(entries_.begin(), entries_.begin() + count_,
+                  [](const Entry& a, const Entry& b) { return a.row < b.row; });
+        kt_NearestList list(k_);
+        for (std::size_t i = 0; i < count_; ++i) {
+            list.insert(entries_[i].row, entries_[i].distance);
+        }
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            rows[i] = list.row(i);
+        }
+    }
+
+private:
+    struct Entry {
+        double distance;
+        std::uint32_t row;
+
+        bool operator<(const Entry& other) const
+        {
+            return distance != other.distance ? distance < other.distance : row < other.row;
+        }
+    };
+
+    const std::size_t k_;
+    kt_Scratch<Entry, 512> entries_;
+    std::size_t count_ = 0;
 };
 
 }  // namespace
@@ -134,7 +210,9 @@ public:
           k_(k),
           size_(copy.size_),
           numRows_(copy.numRows_),
-          floatQuery_(copy.size_)
+          kernels_(kernelsOf(order)),
+          floatQuery_(copy.size_),
+          exactRows_(k, copy.numRows_)
     {
     }
 
@@ -147,32 +225,20 @@ public:
         if (!isSimpleOrder()) {
             floatSumError_ += kt_powerError * p_ + kt_powerErrorFixed;
         }
-        floatLost_ = d * std::exp2(-120.0 * std::min(1.0, p_));
-        if (k_ == 0 || !(p_ > 0.0) || !(exactError_ < 0.25) || !(floatSumError_ < 0.25)) {
+        if (k_ == 0 || !(p_ >= leastOrder) || !(exactError_ < 0.25) || !(floatSumError_ < 0.25)) {
             return false;
         }
-        double reach = 0.0;
-        double error = 0.0;
-        for (std::size_t j = 0; j < size_; ++j) {
-            const double scaled = (query_[j] - copy_.offsets_[j]) * copy_.scale_;
-            if (!(std::abs(scaled) <= 0x1p+40)) {
-                return false;
-            }
-            const double rounded = static_cast<double>(static_cast<float>(scaled));
-            const double lost = 0x1p-52 * copy_.scale_ * (std::abs(query_[j]) + std::abs(copy_.offsets_[j]));
-            error = std::max(error, std::abs(rounded - scaled) + lost);
-            reach = std::max(reach, std::abs(rounded));
-        }
-        if (!(p_ * std::log2(reach + copy_.reach_) + std::log2(d) < 100.0)) {
+        const bool isFinite = std::all_of(query_.begin(), query_.end(), [](double q) { return std::isfinite(q); });
+        if (!isFinite) {
             return false;
         }
-        // By the triangle inequality for orders of 1 and more, by subadditivity of the power below.
-        floatError_ = p_ >= 1.0 ? (copy_.floatError_ + error) * std::pow(d, 1.0 / p_) * slightly
-                                : (std::pow(copy_.floatError_, p_) + std::pow(error, p_)) * d * slightly;
+        floatLost_ = d * (p_ >= 1.0 ? 0x1p-120 : std::exp2(-120.0 * p_));
+        largestSum_ = p_ >= 1.0 ? 0x1p+100 : std::exp2(100.0 * p_);
         const double leastExponent = -safeExponent / std::max(1.0, p_);
         leastNorm_ = std::exp2(leastExponent) * copy_.scale_;
         largestNorm_ = std::exp2(-leastExponent) * copy_.scale_;
-        return std::isfinite(floatError_);
+        rootOfSize_ = root(d);
+        return true;
     }
 
     void run(kt_RowList& rows)
@@ -182,29 +248,43 @@ public:
             std::iota(rows.begin(), rows.end(), std::size_t{0});
             return;
         }
-        for (std::size_t j = 0; j < size_; ++j) {
-            floatQuery_[j] = copy_.rounded(query_[j], j);
-        }
-        Candidates candidates;
-        if (hasCells()) {
-            kt_CellFilter filter(copy_, query_, p_, floatKernel(), floatSumError_, kernels().cells);
-            gather(candidates, &filter);
-        } else {
-            gather(candidates, nullptr);
-        }
-        if (!candidates.hasOverflowed() && limit_ < infinity) {
-            refine(candidates, rows);
-        } else {
-            scanExactly(rows);
-        }
+        scanZones();
+        scanUnsorted();
+        settle();
+        pollRows(numRows_ - numPolled_);
+        refine(rows);
     }
 
 private:
+    using Zone = kt_CompactCopy::Zone;
+    using Group = kt_CompactCopy::Group;
+
+    /// Below, a value that was brought nearer to zero could pass for one that is not.
+    static constexpr double leastOrder = 0x1p-5;
+    /// Beyond this a float query is of no use; rows that were brought nearer to zero lie far beyond.
+    static constexpr double largestFloatQuery = 0x1p+40;
+    static constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
+
     bool isSimpleOrder() const { return p_ == 1.0 || p_ == 2.0 || p_ == 3.0 || p_ == 0.5; }
 
-    /// Once a row, in the first pass over the rows.
+    static const kt_OrderKernels& kernelsOf(double order)
+    {
+        const kt_ScanKernels& all = kernels();
+        if (order == 2.0) {
+            return all.order2;
+        }
+        if (order == 1.0) {
+            return all.order1;
+        }
+        if (order == 3.0) {
+            return all.order3;
+        }
+        return order == 0.5 ? all.orderHalf : all.anyOrder;
+    }
+
     void pollRows(std::size_t rows)
     {
+        numPolled_ += rows;
         if (kt_attentionHandler.load(std::memory_order_relaxed) != nullptr) {
             for (std::size_t i = 0; i < rows; ++i) {
                 kt_pollAttention();
@@ -212,11 +292,12 @@ private:
         }
     }
 
-    /// A norm that bounds the k-th smallest one, widened by the exact routine's rounding; infinite where that routine may
-    /// not tell distances apart. Orders below 1 are given and taken as sums.
-    double guarded(double norm) const
+    // Bounds. What bounds the k-th smallest distance is a norm for orders of 1 and more, and a sum for orders below 1.
+
+    /// Widens such a bound by the exact routine's rounding; infinite where that routine may not tell distances apart.
+    double guarded(double bound) const
     {
-        const double widened = norm * (1.0 + exactError_) / (1.0 - exactError_) * slightly;
+        const double widened = bound * (1.0 + exactError_) / (1.0 - exactError_) * slightly;
         if (p_ >= 1.0) {
             return widened < largestNorm_ ? std::max(widened, leastNorm_) : infinity;
         }
@@ -224,23 +305,42 @@ private:
         return isSafe ? std::max(widened, std::pow(leastNorm_, p_)) : infinity;
     }
 
-    /// Renews the limits, with `sum` as the k-th smallest float sum.
-    void tighten(double sum)
+    /// Takes over `bound` if it is the least so far, and renews the limits.
+    void tighten(double bound)
     {
-        const double highest = (sum + floatLost_) / (1.0 - floatSumError_);
-        double limit = 0.0;
-        double trueLimit = 0.0;
-        if (p_ >= 1.0) {
-            const double norm = guarded(root(highest) + floatError_);
-            trueLimit = raised(norm) * slightly;
-            limit = raised(norm + floatError_);
-        } else {
-            trueLimit = guarded(highest + floatError_);
-            limit = trueLimit + floatError_;
+        if (bound < bound_) {
+            bound_ = bound;
+            trueLimit_ = (p_ >= 1.0 ? raised(bound) : bound) * slightly;
+            renewFloatLimit();
         }
-        limit_ = std::min(limit_, (limit * (1.0 + floatSumError_) + floatLost_) * slightly);
-        trueLimit_ = std::min(trueLimit_, trueLimit);
     }
+
+    /// `sum` is the k-th smallest float sum, or larger.
+    void tightenByFloatSum(double sum)
+    {
+        if (sum < largestSum_) {
+            const double highest = (sum + floatLost_) / (1.0 - floatSumError_);
+            tighten(guarded((p_ >= 1.0 ? root(highest) : highest) + floatError_));
+        }
+    }
+
+    /// `sum` is the k-th smallest simple sum, or larger.
+    void tightenBySimpleSum(double sum)
+    {
+        const double highest = (sum + simpleLost()) * slightly;
+        tighten(guarded(p_ >= 1.0 ? root(highest) : highest));
+    }
+
+    /// The largest float sum, of a row or a box, that goes with a distance within the bound.
+    void renewFloatLimit()
+    {
+        const double widened = bound_ + floatError_;
+        const double limit = ((p_ >= 1.0 ? raised(widened) : widened) * (1.0 + floatSumError_) + floatLost_) * slightly;
+        limit_ = limit < largestFloat / 2 ? static_cast<float>(limit * (1.0 + 0x1p-22))
+                                          : std::numeric_limits<float>::infinity();
+    }
+
+    double simpleLost() const { return static_cast<double>(size_) * 0x1p-500; }
 
     double root(double sum) const
     {
@@ -258,131 +358,326 @@ private:
         return p_ == 1.0 ? norm : std::pow(norm, p_) * slightly;
     }
 
-    kt_FloatKernel floatKernel() const
+    // Zones, from the nearest to the farthest.
+
+    void scanZones()
     {
-        const kt_ScanKernels& all = kernels();
-        if (p_ == 2.0) {
-            return all.order2;
+        const auto& zones = copy_.zones_;
+        if (zones.size() <= 2) {
+            // The second one has the rows that were added.
+            for (const Zone& zone : zones) {
+                scanZone(zone);
+            }
+            return;
         }
-        if (p_ == 1.0) {
-            return all.order1;
+        std::array<std::pair<double, const Zone*>, 32> byGap;
+        std::transform(zones.begin(), zones.end(), byGap.begin(),
+                       [this](const Zone& zone) { return std::pair(gapOf(zone), &zone); });
+        std::sort(byGap.begin(), byGap.begin() + static_cast<std::ptrdiff_t>(zones.size()));
+        for (std::size_t i = 0; i < zones.size(); ++i) {
+            const double least = raised(byGap[i].first * (1.0 - 0x1p-40)) * (1.0 - 0x1p-36);
+            if (!(least > trueLimit_)) {
+                scanZone(*byGap[i].second);
+            }
         }
-        if (p_ == 3.0) {
-            return all.order3;
+    }
+
+    /// How far the query is, in one of its measurements, from everything in the zone.
+    double gapOf(const Zone& zone) const
+    {
+        if (!zone.isBounded) {
+            return 0.0;
         }
-        return p_ == 0.5 ? all.orderHalf : all.anyOrder;
+        const std::vector<double>& offsets = copy_.offsets_[zone.offsets];
+        double farthest = 0.0;
+        for (std::size_t j = 0; j < size_; ++j) {
+            farthest = std::max(farthest, std::abs(query_[j] - offsets[j]) * copy_.scale_);
+        }
+        return std::max(0.0, farthest - kt_CompactCopy::zoneReach * (1.0 + 0x1p-20));
+    }
+
+    void scanZone(const Zone& zone)
+    {
+        if (zone.firstGroup == zone.endGroup) {
+            return;
+        }
+        if (!enter(zone.offsets)) {
+            for (std::size_t i = zone.firstGroup; i < zone.endGroup; ++i) {
+                const Group& group = copy_.groups_[i];
+                takeUnseen(group.firstBlock, group.numRows);
+            }
+            return;
+        }
+        if (zone.boxes.empty()) {
+            for (std::size_t i = zone.firstGroup; i < zone.endGroup; ++i) {
+                scanGroup(copy_.groups_[i]);
+            }
+            return;
+        }
+        scanGroups(zone);
+    }
+
+    /// Rows that were added and not sorted yet.
+    void scanUnsorted()
+    {
+        if (copy_.numUnsorted_ == 0) {
+            return;
+        }
+        if (!enter(0)) {
+            takeUnseen(copy_.firstUnsortedBlock_, copy_.numUnsorted_);
+            return;
+        }
+        const std::size_t blocks = kt_CompactCopy::blocksOf(copy_.numUnsorted_);
+        for (std::size_t i = 0; i < blocks; ++i) {
+            scanBlock(copy_.firstUnsortedBlock_ + i, copy_.numUnsorted_ - i * kt_blockRows);
+        }
+    }
+
+    /// Prepares the query for rows relative to these offsets. Returns false if their floats are of no use.
+    bool enter(std::size_t offsets)
+    {
+        if (offsets == offsetsOfQuery_) {
+            return isFloatQueryUsable_;
+        }
+        settle();
+        forgetFloatSums();
+        offsetsOfQuery_ = offsets;
+        const double* const taken = copy_.offsets_[offsets].data();
+        double farthest = 0.0;
+        for (std::size_t j = 0; j < size_; ++j) {
+            const double scaled = (query_[j] - taken[j]) * copy_.scale_;
+            farthest = std::max(farthest, std::abs(scaled));
+            floatQuery_[j] = static_cast<float>(std::clamp(scaled, -largestFloatQuery, largestFloatQuery));
+        }
+        isFloatQueryUsable_ = farthest <= largestFloatQuery;
+        // Rounding moves a value and the query by 2^-24 of their sizes; of that of the value, what is not part of their
+        // difference is that of the query again.
+        const double error = farthest * 0x1p-23 * (1.0 + 0x1p-20) + 0x1p-147;
+        floatError_ = (p_ >= 1.0 ? error * rootOfSize_ : std::pow(error, p_) * static_cast<double>(size_)) * slightly;
+        renewFloatLimit();
+        return isFloatQueryUsable_;
+    }
+
+    /// Float sums relative to other offsets have other limits.
+    void forgetFloatSums()
+    {
+        smallest_.clear();
+        if (candidates_.size() > 0) {
+            candidates_.keepUpTo(limits().values);
+            for (Candidate& candidate : candidates_) {
+                if (candidate.known == Known::floatSum) {
+                    candidate = {candidate.row, Known::nothing, 0.0};
+                }
+            }
+        }
+    }
+
+    // Boxes, from the nearest to the farthest.
+
+    /// The groups of a large zone.
+    void scanGroups(const Zone& zone)
+    {
+        const std::size_t count = zone.endGroup - zone.firstGroup;
+        std::size_t nearest = 0;
+        float least = std::numeric_limits<float>::infinity();
+        float bounds[kt_blockRows];
+        for (std::size_t first = 0; first < count; first += kt_blockRows) {
+            boundGroups(zone, first, bounds);
+            const std::size_t here = std::min(kt_blockRows, count - first);
+            const float* const best = std::min_element(bounds, bounds + here);
+            if (*best < least) {
+                least = *best;
+                nearest = first + static_cast<std::size_t>(best - bounds);
+            }
+        }
+        scanGroup(copy_.groups_[zone.firstGroup + nearest]);
+        for (std::size_t first = 0; first < count; first += kt_blockRows) {
+            std::uint64_t within = boundGroups(zone, first, bounds);
+            if (nearest - first < kt_blockRows) {
+                within &= ~(std::uint64_t{1} << (nearest - first));
+            }
+            forEachNearest(within, bounds,
+                           [&](std::size_t i) { scanGroup(copy_.groups_[zone.firstGroup + first + i]); });
+        }
+    }
+
+    /// Float sums of the boxes around up to 64 groups of a zone; says which are within the limit.
+    std::uint64_t boundGroups(const Zone& zone, std::size_t first, float* bounds)
+    {
+        const std::size_t here = std::min(kt_blockRows, zone.endGroup - zone.firstGroup - first);
+        return boundBoxes(zone.boxes.data() + first * 2 * size_, here, bounds);
+    }
+
+    std::uint64_t boundBoxes(const float* boxes, std::size_t count, float* bounds)
+    {
+        const std::uint64_t within = kernels_.boxes(boxes, kt_CompactCopy::paddedBoxes(count), floatQuery_.begin(),
+                                                    size_, static_cast<float>(p_), limit_, bounds);
+        return within & lowest(count);
+    }
+
+    void scanGroup(const Group& group)
+    {
+        const std::size_t blocks = group.numBlocks();
+        const auto scan = [&](std::size_t i) { scanBlock(group.firstBlock + i, group.numRows - i * kt_blockRows); };
+        if (!doBoxesSave()) {
+            for (std::size_t i = 0; i < blocks; ++i) {
+                scan(i);
+            }
+            return;
+        }
+        float bounds[kt_blockRows];
+        const std::uint64_t within = boundBoxes(copy_.boxes_.data() + group.firstBox, blocks, bounds);
+        numBounded_ += blocks;
+        numScanned_ += forEachNearest(within, bounds, scan);
+    }
+
+    /// Boxes cost as much as one block in 25, or one in five where cells tell most rows apart.
+    bool doBoxesSave() const { return numBounded_ < 256 || numScanned_ * 4 < numBounded_ * 3; }
+
+    /// Calls `visit` with the boxes that are within the limit when their turn comes. Returns their number.
+    template <class Visit>
+    std::size_t forEachNearest(std::uint64_t boxes, const float* bounds, Visit visit)
+    {
+        // After a few, many are visited in the order in which they are stored: memory likes it better, and so does the clock.
+        constexpr std::size_t few = 4;
+        constexpr std::size_t many = 8;
+        std::size_t visited = 0;
+        while (boxes != 0) {
+            auto nearest = static_cast<std::size_t>(KT_LOWEST_BIT(boxes));
+            if (visited < few || !hasMoreBits(boxes, many)) {
+                forEachBit(boxes, [&](std::size_t i) { nearest = bounds[i] < bounds[nearest] ? i : nearest; });
+                if (bounds[nearest] > limit_) {
+                    break;
+                }
+            }
+            boxes &= ~(std::uint64_t{1} << nearest);
+            if (!(bounds[nearest] > limit_)) {
+                visit(nearest);
+                ++visited;
+            }
+        }
+        return visited;
+    }
+
+    // Rows.
+
+    /// The rows of a block, of which the first `count` exist.
+    void scanBlock(std::size_t block, std::size_t count)
+    {
+        const std::uint64_t existing = lowest(count);
+        pollRows(std::min(count, kt_blockRows));
+        ++numBlocks_;
+        if (useCells()) {
+            const std::uint64_t rows = filter_->pass(block, trueLimit_) & existing;
+            // When more rows of a block pass, its floats are read where they lie.
+            const std::size_t few = isSimpleOrder() ? 8 : 32;
+            if (!hasMoreBits(rows, few)) {
+                const std::uint32_t* const numbers = copy_.rowsOf(block);
+                forEachBit(rows, [&](std::size_t i) { add(numbers[i]); });
+                if (passed_.count > passed_.rows.size() - few) {
+                    settle();
+                }
+                return;
+            }
+            settle();
+        }
+        float sums[kt_blockRows];
+        std::uint64_t within = kernels_.rows(copy_.floats_.data() + block * kt_blockRows * size_, floatQuery_.begin(),
+                                             size_, static_cast<float>(p_), limit_, sums) &
+                               existing;
+        if (within == ~std::uint64_t{0} && k_ <= mostForLanes) {
+            within = limitFromLanes(sums);
+        }
+        if (within != 0) {
+            take(within, sums, copy_.rowsOf(block));
+        }
     }
 
     /// Whether cells save more time than they cost.
-    bool hasCells() const
+    bool useCells()
     {
-        if (!isSimpleOrder()) {
-            return copy_.hasCells_;
+        if (filter_) {
+            return true;
         }
-        // Square roots take longer than the other three.
-        const bool isLarge = p_ == 0.5 || numRows_ * size_ >= 80 * kt_CompactCopy::cellsFrom();
-        return copy_.hasCells_ && kernels().hasFastCells && isLarge;
+        if (!copy_.hasCells_ || !(trueLimit_ < 0x1p+100)) {
+            return false;
+        }
+        // The table of the cells' worths takes as long as some blocks; square roots and general powers take longer than others.
+        const bool isDear = p_ == 0.5 || !isSimpleOrder();
+        const std::size_t usual = kt_CompactCopy::cellsFrom();
+        const bool isLarge = numRows_ * size_ >= 80 * usual;
+        const std::size_t blocksBefore = std::min<std::size_t>(isDear ? 4 : 32, usual);
+        if (numBlocks_ <= blocksBefore || (isSimpleOrder() && !kernels().hasFastCells) || !(isDear || isLarge)) {
+            return false;
+        }
+        filter_.emplace(copy_, query_, p_, kernels_.rows, floatSumError_, kernels().cells);
+        return true;
     }
 
-    /// Lists the rows whose sums are within the limit, of those that the filter lets pass.
-    void gather(Candidates& candidates, kt_CellFilter* filter)
-    {
-        sample();
-        Passed passed;
-        // When more rows of a block pass, its floats are read where they lie.
-        const std::size_t few = isSimpleOrder() ? 8 : 32;
-        for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
-            const std::size_t count = std::min(kt_blockRows, numRows_ - first);
-            const std::uint64_t existing = ~std::uint64_t{0} >> (kt_blockRows - count);
-            pollRows(count);
-            if (filter != nullptr && trueLimit_ < infinity) {
-                const std::uint64_t rows = filter->pass(first / kt_blockRows, trueLimit_) & existing;
-                if (rows == 0) {
-                    continue;
-                }
-                if (!hasMoreBits(rows, few)) {
-                    forEachBit(rows, [&](std::size_t i) { add(passed, first + i); });
-                    if (passed.count > passed.rows.size() - few) {
-                        settle(passed, candidates);
-                    }
-                    continue;
-                }
-                settle(passed, candidates);
-            }
-            float sums[kt_blockRows];
-            const std::uint64_t rows = floatSums(copy_.floats_.data() + first * size_, sums) & existing;
-            const auto rowOf = [first](std::size_t i) { return first + i; };
-            take(rows, sums, rowOf, candidates);
-        }
-        settle(passed, candidates);
-        candidates.keepUpTo(limit_);
-    }
+    static constexpr std::size_t mostForLanes = 16;
 
-    /// Finds a first limit from rows all over the store, so that its order matters little: were the farthest rows stored
-    /// first, each of them would be nearer than all before it.
-    void sample()
+    /// A first limit: the k-th smallest of the minima of disjoint sets of rows is not less than the k-th smallest sum. Says which
+    /// of 64 rows are within it.
+    std::uint64_t limitFromLanes(const float* sums)
     {
-        constexpr std::size_t numBlocks = 8;
-        const std::size_t blocks = numRows_ / kt_blockRows;
-        if (blocks < 8 * numBlocks) {
-            return;
-        }
-        for (std::size_t i = 1; i <= numBlocks; ++i) {
-            const std::size_t first = (blocks * i / numBlocks - 1) * kt_blockRows;
-            float sums[kt_blockRows];
-            forEachBit(floatSums(copy_.floats_.data() + first * size_, sums),
-                       [&](std::size_t row) { smallest_.take(sums[row]); });
-            if (smallest_.isFull()) {
-                tighten(static_cast<double>(smallest_.largest()));
+        float minima[2 * mostForLanes];
+        const std::size_t lanes = k_ <= 5 ? 8 : k_ <= 10 ? 16 : 32;
+        std::copy(sums, sums + lanes, minima);
+        for (std::size_t first = lanes; first < kt_blockRows; first += lanes) {
+            for (std::size_t lane = 0; lane < lanes; ++lane) {
+                minima[lane] = std::min(minima[lane], sums[first + lane]);
             }
         }
-        smallest_.clear();
+        std::nth_element(minima, minima + k_ - 1, minima + lanes);
+        tightenByFloatSum(static_cast<double>(minima[k_ - 1]));
+        return kernels().within(sums, limit_);
     }
 
-    /// The rows of a block of floats whose sums are within the limit.
-    std::uint64_t floatSums(const float* block, float* sums)
-    {
-        return floatKernel()(block, floatQuery_.data(), size_, static_cast<float>(p_), upwards(limit_), sums);
-    }
-
-    template <class RowOf>
-    void take(std::uint64_t within, const float* sums, RowOf rowOf, Candidates& candidates)
+    void take(std::uint64_t within, const float* sums, const std::uint32_t* rows)
     {
         bool isNearer = false;
         forEachBit(within, [&](std::size_t i) {
-            const auto sum = static_cast<double>(sums[i]);
-            if (!(sum > limit_)) {
-                if (candidates.isFull()) {
-                    candidates.keepUpTo(limit_);
-                }
-                candidates.add(rowOf(i), sum);
+            if (!(sums[i] > limit_)) {
+                makeRoom();
+                candidates_.add({rows[i], Known::floatSum, static_cast<double>(sums[i])});
                 isNearer = smallest_.take(sums[i]) || isNearer;
             }
         });
         if (isNearer && smallest_.isFull()) {
-            tighten(static_cast<double>(smallest_.largest()));
+            tightenByFloatSum(static_cast<double>(smallest_.largest()));
         }
     }
 
-    /// Rows that the filter let pass, before their float sums are known.
+    /// Takes rows of which nothing is known.
+    void takeUnseen(std::size_t firstBlock, std::size_t count)
+    {
+        pollRows(count);
+        const std::uint32_t* const rows = copy_.rowsOf(firstBlock);
+        for (std::size_t i = 0; i < count; ++i) {
+            makeRoom();
+            candidates_.add({rows[i], Known::nothing, 0.0});
+        }
+    }
+
+    /// Rows that the cells let pass, before their sums are known.
     struct Passed {
         /// After how many further rows the next part of a row is asked for.
         static constexpr std::size_t lead = 4;
-        std::array<std::size_t, kt_blockRows> rows;
+        std::array<std::uint32_t, kt_blockRows> rows;
         std::size_t count = 0;
     };
 
     /// Notes a row. Its handle, pattern and measurements, which lie scattered in memory, are asked for one after the other
     /// as further rows are noted.
-    void add(Passed& passed, std::size_t row) const
+    void add(std::uint32_t row)
     {
         KT_PREFETCH(&store_.patterns_[row]);
-        passed.rows[passed.count++] = row;
-        if (passed.count > Passed::lead) {
-            prefetchPattern(passed.rows[passed.count - 1 - Passed::lead]);
+        passed_.rows[passed_.count++] = row;
+        if (passed_.count > Passed::lead) {
+            prefetchPattern(passed_.rows[passed_.count - 1 - Passed::lead]);
         }
-        if (passed.count > 2 * Passed::lead) {
-            prefetchMeasurements(passed.rows[passed.count - 1 - 2 * Passed::lead]);
+        if (passed_.count > 2 * Passed::lead) {
+            prefetchMeasurements(passed_.rows[passed_.count - 1 - 2 * Passed::lead]);
         }
     }
 
@@ -397,51 +692,46 @@ private:
     }
 
     /// Takes the sums of the rows, from the patterns, whose measurements lie side by side.
-    void settle(Passed& passed, Candidates& candidates)
+    void settle()
     {
-        if (passed.count == 0) {
+        if (passed_.count == 0) {
             return;
         }
-        const std::uint64_t listed = ~std::uint64_t{0} >> (kt_blockRows - passed.count);
-        for (std::size_t i = passed.count - std::min(passed.count, Passed::lead); i < passed.count; ++i) {
-            prefetchPattern(passed.rows[i]);
+        const std::size_t count = passed_.count;
+        for (std::size_t i = count - std::min(count, Passed::lead); i < count; ++i) {
+            prefetchPattern(passed_.rows[i]);
         }
-        for (std::size_t i = passed.count - std::min(passed.count, 2 * Passed::lead); i < passed.count; ++i) {
-            prefetchMeasurements(passed.rows[i]);
+        for (std::size_t i = count - std::min(count, 2 * Passed::lead); i < count; ++i) {
+            prefetchMeasurements(passed_.rows[i]);
         }
         float sums[kt_blockRows] = {};
         if (isSimpleOrder()) {
-            std::transform(passed.rows.data(), passed.rows.data() + passed.count, sums,
-                           [this](std::size_t row) { return static_cast<float>(simpleSum(row)); });
+            std::transform(passed_.rows.data(), passed_.rows.data() + count, sums, [this](std::size_t row) {
+                return static_cast<float>(std::min(simpleSum(row), largestFloat));
+            });
         } else {
-            sumTogether(passed, sums);
+            sumTogether(sums);
         }
-        const auto rowOf = [&](std::size_t i) { return passed.rows[i]; };
-        take(listed, sums, rowOf, candidates);
-        passed.count = 0;
-    }
-
-    static float upwards(double limit)
-    {
-        constexpr double most = std::numeric_limits<float>::max();
-        return limit < most / 2 ? static_cast<float>(limit * (1.0 + 0x1p-22)) : std::numeric_limits<float>::infinity();
+        passed_.count = 0;
+        take(lowest(count), sums, passed_.rows.data());
     }
 
     /// The sums of rows put together as a block of floats.
-    void sumTogether(const Passed& passed, float* sums)
+    void sumTogether(float* sums)
     {
         constexpr std::size_t chunk = 64;
+        const double* const offsets = copy_.offsets_[offsetsOfQuery_].data();
         for (std::size_t from = 0; from < size_; from += chunk) {
             const std::size_t length = std::min(chunk, size_ - from);
             float block[chunk * kt_blockRows] = {};
-            for (std::size_t i = 0; i < passed.count; ++i) {
-                const double* x = measurements(passed.rows[i]).data() + from;
+            for (std::size_t i = 0; i < passed_.count; ++i) {
+                const double* x = measurements(passed_.rows[i]).data() + from;
                 for (std::size_t j = 0; j < length; ++j) {
-                    block[j * kt_blockRows + i] = copy_.rounded(x[j], from + j);
+                    block[j * kt_blockRows + i] = copy_.rounded(x[j], offsets[from + j]);
                 }
             }
             float part[kt_blockRows];
-            floatKernel()(block, floatQuery_.data() + from, length, static_cast<float>(p_),
+            kernels_.rows(block, floatQuery_.data() + from, length, static_cast<float>(p_),
                           std::numeric_limits<float>::infinity(), part);
             std::transform(sums, sums + kt_blockRows, part, sums, std::plus<>());
         }
@@ -485,67 +775,79 @@ private:
         return (sums[0] + sums[1]) + (sums[2] + sums[3]);
     }
 
-    /// Settles the candidates: if exactly k can be among the nearest they are; otherwise the exact routine decides.
-    void refine(Candidates& candidates, kt_RowList& rows)
+    // Candidates.
+
+    struct Limits {
+        double values[numKnown];
+    };
+
+    /// What the sum of a row among the nearest can be at the most.
+    Limits limits() const { return {{infinity, static_cast<double>(limit_), trueLimit_ * slightly + simpleLost()}}; }
+
+    /// Of a full list, sums in double leave few; what even they do not tell apart goes through the exact routine.
+    void makeRoom()
     {
-        if (candidates.size() > k_ && isSimpleOrder()) {
-            for (const Candidate& candidate : candidates) {
-                prefetchPattern(candidate.row);
-            }
-            for (const Candidate& candidate : candidates) {
-                prefetchMeasurements(candidate.row);
-            }
-            Smallest<double> smallest(k_);
-            for (Candidate& candidate : candidates) {
-                candidate.key = simpleSum(candidate.row);
-                smallest.take(candidate.key);
-            }
-            candidates.keepUpTo(limitForSimpleSum(smallest.largest()));
+        constexpr std::size_t half = Candidates::capacity / 2;
+        if (!candidates_.isFull()) {
+            return;
         }
-        if (candidates.size() == k_) {
-            std::transform(candidates.begin(), candidates.end(), rows.begin(),
+        candidates_.keepUpTo(limits().values);
+        if (candidates_.size() <= half) {
+            return;
+        }
+        sharpen();
+        if (candidates_.size() <= half) {
+            return;
+        }
+        takeExactly();
+    }
+
+    /// Keeps those candidates that can be among the nearest by their sums in double.
+    void sharpen()
+    {
+        if (!isSimpleOrder() || candidates_.size() < k_) {
+            return;
+        }
+        for (const Candidate& candidate : candidates_) {
+            prefetchPattern(candidate.row);
+        }
+        for (const Candidate& candidate : candidates_) {
+            prefetchMeasurements(candidate.row);
+        }
+        Smallest<double> smallest(k_);
+        for (Candidate& candidate : candidates_) {
+            if (candidate.known != Known::simpleSum) {
+                candidate = {candidate.row, Known::simpleSum, simpleSum(candidate.row)};
+            }
+            smallest.take(candidate.sum);
+        }
+        tightenBySimpleSum(smallest.largest());
+        candidates_.keepUpTo(limits().values);
+    }
+
+    void takeExactly()
+    {
+        for (const Candidate& candidate : candidates_) {
+            exactRows_.add(candidate.row,
+                           kt_exactDistance(query_.data(), measurements(candidate.row).data(), size_, p_));
+        }
+        candidates_.clear();
+    }
+
+    /// Settles the candidates: if exactly k can be among the nearest they are; otherwise the exact routine decides.
+    void refine(kt_RowList& rows)
+    {
+        candidates_.keepUpTo(limits().values);
+        if (candidates_.size() > k_ || !exactRows_.isEmpty()) {
+            sharpen();
+        }
+        if (candidates_.size() == k_ && exactRows_.isEmpty()) {
+            std::transform(candidates_.begin(), candidates_.end(), rows.begin(),
                            [](const Candidate& candidate) { return candidate.row; });
             return;
         }
-        kt_NearestList list(k_);
-        for (const Candidate& candidate : candidates) {
-            list.insert(candidate.row, exactDistance(candidate.row));
-        }
-        takeRows(list, rows);
-    }
-
-    static void takeRows(kt_NearestList& list, kt_RowList& rows)
-    {
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            rows[i] = list.row(i);
-        }
-    }
-
-    /// The largest simple sum that a row among the nearest can have, when `sum` is the k-th smallest.
-    double limitForSimpleSum(double sum) const
-    {
-        const double lost = static_cast<double>(size_) * 0x1p-500;
-        const double highest = (sum + lost) * slightly;
-        return (p_ >= 1.0 ? raised(guarded(root(highest))) : guarded(highest)) * slightly + lost;
-    }
-
-    double exactDistance(std::size_t row) const
-    {
-        return kt_exactDistance(query_.data(), measurements(row).data(), size_, p_);
-    }
-
-    /// Too many rows are within the limit to list them: they go through the exact routine as they come.
-    void scanExactly(kt_RowList& rows)
-    {
-        kt_NearestList list(k_);
-        for (std::size_t first = 0; first < numRows_; first += kt_blockRows) {
-            const std::size_t count = std::min(kt_blockRows, numRows_ - first);
-            float sums[kt_blockRows];
-            const std::uint64_t within = floatSums(copy_.floats_.data() + first * size_, sums);
-            forEachBit(within & (~std::uint64_t{0} >> (kt_blockRows - count)),
-                       [&](std::size_t i) { list.insert(first + i, exactDistance(first + i)); });
-        }
-        takeRows(list, rows);
+        takeExactly();
+        exactRows_.finish(rows);
     }
 
     const kt_CompactCopy& copy_;
@@ -555,19 +857,39 @@ private:
     const std::size_t k_;
     const std::size_t size_;
     const std::size_t numRows_;
+    const kt_OrderKernels& kernels_;
 
     double exactError_ = 0.0;
     double floatSumError_ = 0.0;
     double floatLost_ = 0.0;
-    double floatError_ = 0.0;
+    double largestSum_ = 0.0;
     double leastNorm_ = 0.0;
     double largestNorm_ = 0.0;
+    double rootOfSize_ = 0.0;
 
+    // The query relative to the offsets of the zone that is being scanned, and how far rounding moves norms or sums there.
     kt_Scratch<float, 256> floatQuery_;
-    Smallest<float> smallest_{k_};
-    // What a row among the nearest can have at the most: as a float sum, and as the true one.
-    double limit_ = infinity;
+    std::size_t offsetsOfQuery_ = none;
+    bool isFloatQueryUsable_ = false;
+    double floatError_ = 0.0;
+
+    // What bounds the k-th smallest distance, as a norm or, for orders below 1, a sum; its sum; what a float sum can be at the
+    // most.
+    double bound_ = infinity;
     double trueLimit_ = infinity;
+    float limit_ = std::numeric_limits<float>::infinity();
+
+    Smallest<float> smallest_{k_};
+    Candidates candidates_;
+    ExactRows exactRows_;
+    std::optional<kt_CellFilter> filter_;
+    Passed passed_;
+
+    std::size_t numPolled_ = 0;
+    std::size_t numBlocks_ = 0;
+    // How many blocks had their boxes looked at, and how many of them were scanned all the same.
+    std::size_t numBounded_ = 0;
+    std::size_t numScanned_ = 0;
 };
 
 bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query,
