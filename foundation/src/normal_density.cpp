@@ -1,16 +1,15 @@
 #include <kt/normal_density.h>
+#include <kt/scratch.h>
 
 #include "correlations.h"
 #include "learning_steps.h"
 #include "pairs.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 using kt_normal::all;
@@ -154,19 +153,12 @@ void mirrorLowerTriangle(double* matrix, std::size_t size)
 
 /// Up to so many valid measurements beside invalid ones are worked on upon the stack.
 constexpr std::size_t fewMeasurements = 32;
+constexpr std::size_t fewIndices = 256;
+
+/// How many states were evaluated in this process.
+std::atomic<std::uint64_t> numFactors{0};
 
 }  // namespace
-
-/// What a marginal density is evaluated in: which measurements are kept, their standardised values, the factor of their
-/// correlations.
-struct ktNormalDensity::Workspace {
-    explicit Workspace(std::size_t size) : kept(size), z(size), factor(size * size) {}
-
-    std::vector<std::size_t> kept;
-    std::vector<double> z;
-    std::vector<double> factor;
-    std::unique_ptr<Workspace> next;
-};
 
 /// What the floored density of one state is evaluated with.
 struct ktNormalDensity::Factors {
@@ -175,42 +167,8 @@ struct ktNormalDensity::Factors {
     Square whitening;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
     double logScale = 0.0;
-    /// Workspaces that no thread is using, if there are so many measurements that they may be needed: one to begin with,
-    /// more where several threads need one at once.
-    mutable std::unique_ptr<Workspace> spare;
-    mutable std::mutex spareMutex;
-};
-
-/// A workspace for all measurements of a density, for one thread at a time. It is kept for the next evaluation.
-class ktNormalDensity::BorrowedWorkspace {
-public:
-    explicit BorrowedWorkspace(const Factors& owner) : owner_(owner)
-    {
-        {
-            const std::lock_guard<std::mutex> lock(owner_.spareMutex);
-            workspace_ = std::move(owner_.spare);
-            if (workspace_) {
-                owner_.spare = std::move(workspace_->next);
-            }
-        }
-        if (!workspace_) {
-            workspace_ = std::make_unique<Workspace>(owner_.deviations.size());
-        }
-    }
-    ~BorrowedWorkspace()
-    {
-        const std::lock_guard<std::mutex> lock(owner_.spareMutex);
-        workspace_->next = std::move(owner_.spare);
-        owner_.spare = std::move(workspace_);
-    }
-    BorrowedWorkspace(const BorrowedWorkspace&) = delete;
-    BorrowedWorkspace& operator=(const BorrowedWorkspace&) = delete;
-
-    Workspace* operator->() const { return workspace_.get(); }
-
-private:
-    const Factors& owner_;
-    std::unique_ptr<Workspace> workspace_;
+    /// No other factors of the process have it, so that whoever keeps constants of these can tell whether they are still those.
+    std::uint64_t serial = ++numFactors;
 };
 
 std::atomic<unsigned long> ktNormalDensity::evaluatedRevision_{0};
@@ -438,9 +396,6 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     const double* correlations = fresh->correlations.data();
     factoriseFloored(factor.data(), size, [&](std::size_t i, std::size_t j) { return correlations[i * size + j]; });
     fresh->whitening = whitening(factor, fresh->deviations);
-    if (size > fewMeasurements + 1) {
-        fresh->spare = std::make_unique<Workspace>(size);
-    }
     fresh->logScale = -0.5 * static_cast<double>(size) * logTwoPi;
     for (std::size_t i = 0; i < size; ++i) {
         fresh->logScale -= std::log(s[i]) + std::log(factor[i * size + i]);
@@ -514,6 +469,12 @@ bool ktNormalDensity::single(Single& constants) const
     return true;
 }
 
+std::uint64_t ktNormalDensity::evaluation() const noexcept
+{
+    const Factors* published = factors_.load(std::memory_order_acquire);
+    return published != nullptr ? published->serial : 0;
+}
+
 template <class ValueAt>
 double ktNormalDensity::logJoint(ValueAt valueAt) const
 {
@@ -554,20 +515,10 @@ double ktNormalDensity::logMarginal(const Source& source, std::size_t numValid) 
         return 0.0;
     }
     const Factors& all = factors();
-    if (numValid > fewMeasurements) {
-        const BorrowedWorkspace workspace(all);
-        return logMarginal(all, source, numValid, workspace->kept.data(), workspace->z.data(),
-                           workspace->factor.data());
-    }
-    std::array<std::size_t, fewMeasurements> kept;
-    std::array<double, fewMeasurements> z;
-    std::array<double, fewMeasurements * fewMeasurements> factor;
-    return logMarginal(all, source, numValid, kept.data(), z.data(), factor.data());
-}
-
-double ktNormalDensity::logMarginal(const Factors& all, const Source& source, std::size_t numValid, std::size_t* kept,
-                                    double* z, double* factor) const
-{
+    kt_Scratch<std::size_t, fewIndices> kept(numValid);
+    kt_Scratch<double, fewMeasurements*(fewMeasurements + 1)> numbers(numValid * (numValid + 1));
+    double* z = numbers.data();
+    double* factor = z + numValid;
     const std::size_t size = all.deviations.size();
     const double* mean = mean_.data();
     double logScale = -0.5 * static_cast<double>(numValid) * logTwoPi;

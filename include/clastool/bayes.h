@@ -8,6 +8,7 @@
 #include <vector>
 
 class ktClassifierDistributionTypes;
+class kt_EqualPairs;
 
 /// Version byte, default type, override labels, indices and types, labels and members of the dependency sets.
 KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
@@ -204,8 +205,9 @@ public:
     /// distribution"; ktClassifierDefs::BadParams "Must call clear before updating with feature vectors of different sizes".
     void updateWithData(const std::vector<ktFeaturePattern>& patterns) override;
 
-    /// ln n! - (ln k! + ln (n-k)!) + k ln theta + (n-k) ln (1-theta) with k = x n / maximum, rounded half up; 0.0 for an
-    /// invalid measurement. theta of 0 or 1 follows the rules of floating-point arithmetic.
+    /// ln n! - (ln k! + ln (n-k)!) + k ln theta + (n-k) ln (1-theta) with k = x n / maximum + 1/2 without its fraction, so x
+    /// >= 0 is rounded half up, and x < 0 towards 0 after 1/2 was added; 0.0 for an invalid measurement. theta of 0 or 1
+    /// follows the rules of floating-point arithmetic.
     /// Throws: ktClassifierDefs::InsufficientTrainData "Insufficient data has been used to train the distribution";
     /// ktClassifierDefs::NotImplemented "Multivariate Binomial Distributions are not implemented";
     /// ktClassifierDefs::BadParams "Feature measurement must be <= specified maximum value".
@@ -322,7 +324,8 @@ public:
     long categoryLabel() const { return label_; }
     /// Not checked.
     void categoryLabel(long label) { label_ = label; }
-    /// The number of measurements of the patterns in training.
+    /// In a Bayesian model the sum of the sizes of its groups: a measurement that no group names does not count, one that a
+    /// group names beyond the patterns' end does.
     long numMeasurements() const { return numMeasurements_; }
     /// Not checked.
     void numMeasurements(long numMeasurements) { numMeasurements_ = numMeasurements; }
@@ -353,7 +356,8 @@ public:
     /// maximum from the entry of `maxValues` for its first measurement, 1.0 if that is missing or invalid.
     /// Throws, for the first type at fault: ktClassifierDefs::NotImplemented "Poisson distribution is not implemented",
     /// ktClassifierDefs::NotImplemented "Uniform distribution is not implemented", ktClassifierDefs::BadParams "Unknown
-    /// distribution type".
+    /// distribution type"; for a binomial group with a negative member ktClassifierDefs::BadIndex "Feature measurement indices
+    /// must be >= 0".
     kt_CategoryModelBayesian(long categoryLabel, const std::vector<std::vector<long>>& groups,
                              const std::vector<ktClassifierDistributionTypes::DistributionType>& types,
                              const ktFeaturePattern& maxValues);
@@ -365,12 +369,14 @@ public:
     /// measurement. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; a density's ktClassifierDefs::InsufficientTrainData with " for category "
     /// and the label appended to its message; what else a density throws.
-    /// Cost: that of the densities. No allocation but what a first evaluation leaves behind, and what a density of the
-    /// caller's own class or a failure needs.
+    /// Cost: that of the densities. No allocation but what the first evaluation after a change leaves behind, what a normal
+    /// density of more than 32 valid measurements beside invalid ones works in, and what a density of the caller's own class
+    /// or a failure needs.
     double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
 
     /// Every density learns its part of the pattern, or none does; only a density of the caller's own class that throws may
-    /// leave some that have learnt it. `diag` and `flags` are not used.
+    /// leave some that have learnt it. A normal density of a group that reaches beyond the pattern's end learns nothing, not
+    /// even its number of measurements. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; what a density throws.
     void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) override;
 
@@ -393,8 +399,10 @@ private:
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
+    KT_HIDDEN bool isEqual(const kt_CategoryModelBayesian& other, kt_EqualPairs& known) const;
     std::size_t numGroups() const;
     std::size_t groupSizes() const;
+    KT_HIDDEN bool isTaughtBy(const ktFeaturePattern& pattern, std::size_t group) const;
     ktNormalDensity* normalOf(std::size_t group) const;
     ktNormalDensity* stateOf(std::size_t group) const;
     const Plan* plan() const;
@@ -414,7 +422,7 @@ private:
 ///
 /// Measurements may be missing, in training and in a run. `matchScoreFactorLog()` of the result is c = -(the largest
 /// log-likelihood), so ln(match score) - c recovers a category's log-likelihood, by which a pattern that fits no category
-/// can be told.
+/// can be told. Not that of a category more than about 745 below the best one: its match score is 0.
 ///
 /// Copy: shares the models, which nothing changes after training. Archive: version byte, base, labels, models as pointer
 /// records. See: R. O. Duda, P. E. Hart, D. G. Stork, "Pattern Classification", 2001.

@@ -88,6 +88,8 @@ public:
 
     static inline std::vector<Note> asked;
     static inline std::vector<Note> learnt;
+    /// How often `isEquivalent` was called.
+    static inline long numCompared = 0;
     /// What `logValue` does before it answers.
     static inline std::function<void(double answer)> during;
 
@@ -95,6 +97,7 @@ public:
     {
         asked.clear();
         learnt.clear();
+        numCompared = 0;
         during = nullptr;
     }
 
@@ -108,6 +111,7 @@ public:
     }
     bool isEquivalent(const kt_ProbabilityDensityFunction& other) const override
     {
+        ++numCompared;
         const auto* fixed = dynamic_cast<const FixedDensity*>(&other);
         return fixed != nullptr && fixed->answer_ == answer_;
     }

@@ -9,10 +9,12 @@ namespace {
 using bayes::answer;
 using bayes::ClassifierFields;
 using bayes::classifierWith;
+using bayes::Density;
 using bayes::fieldsOf;
 using bayes::Indices;
 using bayes::Model;
 using bayes::modelOf;
+using bayes::modelWith;
 using bayes::ofCategories;
 using bayes::OpenBayesian;
 using bayes::Params;
@@ -58,6 +60,30 @@ TEST(BayesianClassifier, ComparesBaseAndModelsInOrderButNotLabels)
         EXPECT_EQ(row.other.isEquivalent(classifier), row.equal);
     }
     EXPECT_TRUE(OpenBayesian() == OpenBayesian());
+}
+
+TEST(BayesianClassifier, ModelsAndDensitiesUnderManyHandlesAreComparedOnce)
+{
+    const Density shared = new bayes::FixedDensity(-1.0);
+    bayes::ModelFields model;
+    model.label = 3;
+    model.groups = {{0}, {1}, {2}};
+    model.densities = {shared, shared, new bayes::FixedDensity(-2.0)};
+    const Model held = new kt_CategoryModelBayesian(modelWith(model));
+    model.densities = {shared, shared, shared};
+    const Model other = new kt_CategoryModelBayesian(modelWith(model));
+    std::vector<Model> models(1000, held);
+    models.push_back(other);
+    const OpenBayesian classifier = classifierWith(models);
+    const OpenBayesian copy = classifierWith(models);
+    bayes::FixedDensity::forget();
+    EXPECT_TRUE(classifier == copy);
+    EXPECT_EQ(bayes::FixedDensity::numCompared, 3) << "two densities of the first model, one of the last";
+    models.back() = held;
+    EXPECT_FALSE(classifier == classifierWith(models)) << "what was found equal says nothing about another pair";
+    models.insert(models.begin(), nullptr);
+    expectThrows<ktBadPointer>("", 0x10004007,
+                               [&] { static_cast<void>(classifierWith(models) == classifierWith(models)); });
 }
 
 TEST(BayesianClassifier, IsNotEquivalentToAnotherTechnique)

@@ -5,6 +5,7 @@
 #include <clastool/nearest_neighbor.h>
 
 #include <map>
+#include <numeric>
 
 namespace {
 
@@ -393,6 +394,41 @@ TEST(BayesianTraining, PatternThatIsTooShortTeachesTheMeasurementsThatItHas)
         taught.adapt(pattern(row), nullptr, 0);
     }
     EXPECT_TRUE(modelOf(fields, 0) == taught);
+}
+
+TEST(BayesianTraining, GroupThatTheFirstPatternsAreTooShortForLearnsFromLongerOnes)
+{
+    Types types;
+    types.setDependent(1, {0, 1});
+    const std::vector<std::vector<double>> rows = {{1.0}, {2.0, 3.0}, {4.0}, {6.0, 9.0}, {5.0, 7.5}};
+    std::vector<AnyProvider::Item> data;
+    kt_PDFMultivariateNormal expected;
+    for (const std::vector<double>& row : rows) {
+        data.push_back({kt_test::pattern(row), 1});
+        if (row.size() == 2) {
+            expected.updateWithData({pattern(row)});
+        }
+    }
+    OpenBayesian classifier;
+    classifier.train(AnyProvider(data, 2), Params(types));
+    const bayes::ModelFields model = bayes::fieldsOf(modelOf(fieldsOf(classifier), 0));
+    EXPECT_TRUE(dynamic_cast<const kt_PDFMultivariateNormal&>(*model.densities.at(0)) == expected);
+}
+
+TEST(BayesianTraining, SetBeyondTheMeasurementsTakesNoMemoryAndCannotRun)
+{
+    kt_test::needCounts();
+    Indices many(3000);
+    std::iota(many.begin(), many.end(), 0);
+    Types types;
+    types.setDependent(0, many);
+    ktClassifierTool tool;
+    const kt_test::MemoryWatch watch;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(
+        "No valid data has been used to train the distribution for category 0", 0x10004207, [&] {
+            tool.train(kt_test::trainingData({{{1.0}, 0}, {{2.0}, 0}, {{4.0}, 0}}), Params(types));
+        });
+    EXPECT_LE(watch.peakBytes(), 400000u);
 }
 
 TEST(BayesianTraining, LoadedSetWithANegativeIndexIsRefused)

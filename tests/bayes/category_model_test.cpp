@@ -436,7 +436,7 @@ TEST(CategoryModel, MatchScoreAllocatesNothingOnceTheDensitiesWereEvaluated)
     EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(model, part); }), 0);
 }
 
-TEST(CategoryModel, MatchScoreAllocatesNothingForGroupsOfAnySize)
+TEST(CategoryModel, MatchScoreAllocatesOnlyForAMissingMeasurementOfALargeGroup)
 {
     for (const std::size_t size : {1u, 2u, 16u, 33u, 100u}) {
         SCOPED_TRACE(size);
@@ -447,10 +447,13 @@ TEST(CategoryModel, MatchScoreAllocatesNothingForGroupsOfAnySize)
         teach(model, bayes::patterns(rows));
         std::vector<double> oneLess = rows[0];
         oneLess.pop_back();
-        const ktFeaturePattern queries[] = {pattern(rows[0]), pattern(rows[0], {0}), pattern(oneLess)};
-        scoreOf(model, queries[0]);
-        for (const ktFeaturePattern& query : queries) {
-            EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(model, query); }), 0);
+        const auto allocationsOf = [&](const ktFeaturePattern& query) {
+            return kt_test::allocationsDuring([&] { scoreOf(model, query); });
+        };
+        scoreOf(model, pattern(rows[0]));
+        EXPECT_EQ(allocationsOf(pattern(rows[0])), 0);
+        for (const ktFeaturePattern& query : {pattern(rows[0], {0}), pattern(oneLess)}) {
+            EXPECT_EQ(allocationsOf(query), size > 33 ? 1 : 0);
         }
     }
 }
@@ -530,6 +533,71 @@ TEST(CategoryModel, JointScoreIsUpToDateWhenItsDensityHasLearntSince)
     EXPECT_NE(scoreOf(copy, query), before);
     EXPECT_EQ(scoreOf(copy, query), scoreOf(kt_test::storedAndLoaded(copy), query));
     EXPECT_EQ(scoreOf(model, query), scoreOf(copy, query));
+}
+
+TEST(CategoryModel, WhatItKeepsForSingleMeasurementsIsRenewedAfterTheirDensitiesHaveLearnt)
+{
+    Model model(1, {{0}, {1}}, TypeList(2, Types::eNormal), {});
+    teach(model, bayes::patterns({{1.0, 2.0}, {3.0, 5.0}}));
+    const Model copy(model);
+    const ktFeaturePattern query = pattern({1.25, 3.5});
+    const long first = kt_test::allocationsDuring([&] { scoreOf(copy, query); });
+    for (int round = 0; round < 20; ++round) {
+        teach(model, {pattern({2.0, 9.0 + round})});
+        EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(copy, query); }), first) << "all that a first score makes";
+        EXPECT_EQ(kt_test::allocationsDuring([&] { scoreOf(copy, query); }), 0);
+        EXPECT_EQ(scoreOf(copy, query), scoreOf(kt_test::storedAndLoaded(copy), query));
+    }
+}
+
+TEST(CategoryModel, WhatItKeepsForSingleMeasurementsDoesNotGrowWithWhatTheirDensitiesLearn)
+{
+    kt_test::needCounts();
+    Model model(1, {{0}, {1}}, TypeList(2, Types::eNormal), {});
+    teach(model, bayes::patterns({{1.0, 2.0}, {3.0, 5.0}}));
+    const Model copy(model);
+    const auto learnAndScore = [&](int rounds) {
+        for (int round = 0; round < rounds; ++round) {
+            teach(model, {pattern({2.0, 9.0 + round})});
+            scoreOf(copy, pattern({1.25, 3.5}));
+        }
+    };
+    learnAndScore(5);
+    const kt_test::MemoryWatch watch;
+    learnAndScore(50);
+    EXPECT_EQ(watch.liveBlocks(), 0);
+}
+
+TEST(CategoryModel, DensityThatLearnsElsewhereIsNothingToTheOthers)
+{
+    Model model(1, {{0}, {1}}, TypeList(2, Types::eNormal), {});
+    teach(model, bayes::patterns({{1.0, 2.0}, {3.0, 5.0}}));
+    Model stranger(2, {{0}}, {Types::eNormal}, {});
+    teach(stranger, bayes::patterns({{1.0}, {3.0}}));
+    const ktFeaturePattern query = pattern({1.25, 3.5});
+    const double score = scoreOf(model, query);
+    for (int round = 0; round < 3; ++round) {
+        scoreOf(stranger, pattern({2.0}));
+        teach(stranger, {pattern({2.0})});
+        EXPECT_EQ(kt_test::allocationsDuring([&] { EXPECT_EQ(scoreOf(model, query), score); }), 0);
+    }
+}
+
+TEST(CategoryModel, GroupBeyondThePatternLearnsNothingAndTakesNoMemory)
+{
+    kt_test::needCounts();
+    Indices group(3000);
+    std::iota(group.begin(), group.end(), 0);
+    Model model(1, {group, {0}}, TypeList(2, Types::eNormal), {});
+    const kt_test::MemoryWatch watch;
+    teach(model, bayes::patterns({{1.0}, {3.0}}));
+    EXPECT_LE(watch.peakBytes(), 100000u);
+    const ModelFields fields = fieldsOf(model);
+    EXPECT_EQ(densityOf<kt_PDFMultivariateNormal>(fields, 0).mean().numRows(), 0);
+    EXPECT_EQ(fieldsOf(densityOf<kt_PDFMultivariateNormal>(fields, 1)).count, 2);
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(
+        "No valid data has been used to train the distribution for category 1", 0x10004207,
+        [&] { scoreOf(model, pattern({1.0})); });
 }
 
 TEST(CategoryModel, ScoreForgetsTheModelOfBeforeWhenAnotherIsLoadedOrAssigned)

@@ -184,7 +184,8 @@ TEST(NormalDensity, EachElementOfACovarianceThatIsNotSymmetricLearnsByItself)
         ktNormalDensity oneByOne = together;
         ktNormalDensity lower = restored({{1.0}, {2.0}}, {{4.0, covariance[1][0]}, {covariance[1][0], 9.0}});
         ktNormalDensity upper = restored({{1.0}, {2.0}}, {{4.0, covariance[0][1]}, {covariance[0][1], 9.0}});
-        const Rows rows = {{1.0, -5.0}, {1.0, 7.0}};
+        // The products of their differences are -0, which leaves a zero its sign.
+        const Rows rows = {{1.0, -5.0}, {1.0, -7.0}};
         ASSERT_EQ(together.prepare(2), 0);
         together.learnRows(laidOut(rows, 0, 2).data(), 2);
         for (ktNormalDensity* density : {&oneByOne, &lower, &upper}) {

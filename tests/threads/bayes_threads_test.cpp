@@ -98,7 +98,7 @@ TEST(BayesThreads, ThreadsRunOneTool)
     EXPECT_EQ(wrong, 0);
 }
 
-TEST(BayesThreads, ThreadsShareTheWorkingStorageOfALargeGroup)
+TEST(BayesThreads, ThreadsEvaluateALargeGroupWithAMissingMeasurement)
 {
     constexpr std::size_t size = 40;
     std::vector<std::vector<double>> rows;
@@ -127,6 +127,28 @@ TEST(BayesThreads, ThreadsShareTheWorkingStorageOfALargeGroup)
     std::atomic<int> wrong{0};
     onEachThread([&](int) { wrong += logsOf(fresh) == expected ? 0 : 1; });
     EXPECT_EQ(wrong, 0);
+}
+
+TEST(BayesThreads, ThreadsRenewWhatAModelKeepsAfterItsDensitiesHaveLearnt)
+{
+    using Model = kt_CategoryModelBayesian;
+    Model model(1, {{0}, {1}}, {Types::eNormal, Types::eNormal}, {});
+    const auto teach = [&](double x) { model.adapt(ktFeaturePattern({x, x * x}, {}), nullptr, 0); };
+    teach(1.0);
+    teach(2.0);
+    const Model copy(model);
+    const ktFeaturePattern query({1.5, 3.0}, {});
+    for (int round = 0; round < 100; ++round) {
+        teach(3.0 + round);
+        const double expected = kt_test::storedAndLoaded(copy).matchScore(query, nullptr, 0);
+        std::atomic<int> wrong{0};
+        onEachThread([&](int) {
+            for (int i = 0; i < 10; ++i) {
+                wrong += copy.matchScore(query, nullptr, 0) == expected ? 0 : 1;
+            }
+        });
+        EXPECT_EQ(wrong, 0) << round;
+    }
 }
 
 TEST(BayesThreads, CopiesThatShareModelsRunAndGoOnAllThreads)

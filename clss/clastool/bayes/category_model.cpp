@@ -1,5 +1,6 @@
 #include <clastool/bayes.h>
 
+#include "equal_pairs.h"
 #include "sub_pattern.h"
 
 #include <algorithm>
@@ -108,28 +109,52 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
 /// What a run needs of the groups with a normal density, laid out so that patterns without an invalid measurement need not
 /// be looked at one measurement at a time.
 struct kt_CategoryModelBayesian::Plan {
-    /// The groups of a single measurement side by side, as of this revision, so that their densities need not be visited.
-    unsigned long revision;
     /// Behind the last of the consecutive single groups that begin here; here where the group is none.
     std::vector<std::size_t> runEnds;
     std::vector<std::size_t> indices;
     std::vector<double> means;
     std::vector<double> inverseDeviations;
     std::vector<double> logScales;
+    /// What the densities of these were evaluated with.
+    std::vector<std::uint64_t> evaluations;
     /// The density of the group, if it is a normal one.
     std::vector<const ktNormalDensity*> normals;
     /// How many measurements a pattern must have.
     std::size_t reach = 0;
 
+    /// The revision of all densities at which this was last seen to be up to date.
+    mutable std::atomic<unsigned long> revision;
+    /// The plan before this one. Other threads may have been at the check that found it out of date, until a density changes
+    /// the next time, which no run may meet.
+    mutable std::unique_ptr<const Plan> previous;
+
     explicit Plan(std::size_t size)
-        : revision(ktNormalDensity::evaluatedRevision()),
-          runEnds(size),
+        : runEnds(size),
           indices(size),
           means(size),
           inverseDeviations(size),
           logScales(size),
-          normals(size)
+          evaluations(size),
+          normals(size),
+          revision(ktNormalDensity::evaluatedRevision())
     {
+    }
+
+    /// Densities are shared with copies of the model, through which they may have learnt since. While no density of the
+    /// process has changed, none of these needs a visit.
+    bool isUpToDate() const
+    {
+        const unsigned long now = ktNormalDensity::evaluatedRevision();
+        if (revision.load(std::memory_order_relaxed) == now) {
+            return true;
+        }
+        for (std::size_t i = 0; i < runEnds.size(); ++i) {
+            if (runEnds[i] > i && normals[i]->evaluation() != evaluations[i]) {
+                return false;
+            }
+        }
+        revision.store(now, std::memory_order_relaxed);
+        return true;
     }
 
     /// Adds the log densities of groups [begin, end) to the sum, in their order. The same operations as the density's own,
@@ -182,8 +207,9 @@ void kt_CategoryModelBayesian::dropPlan() noexcept
 
 const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
 {
-    if (const Plan* published = plan_.load(std::memory_order_acquire)) {
-        return published;
+    const Plan* old = plan_.load(std::memory_order_acquire);
+    if (old != nullptr && old->isUpToDate()) {
+        return old;
     }
     const std::size_t size = numGroups();
     auto fresh = std::make_unique<Plan>(size);
@@ -203,16 +229,21 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
             fresh->means[i] = single.mean;
             fresh->inverseDeviations[i] = single.inverseDeviation;
             fresh->logScales[i] = single.logScale;
+            fresh->evaluations[i] = normal->state_.evaluation();
             const bool joinsNext = i + 1 < size && fresh->runEnds[i + 1] > i + 1;
             fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
         }
     }
     // Several threads may have come this far; the first to publish wins.
-    const Plan* first = nullptr;
+    const Plan* current = old;
     const bool isFirst =
-        plan_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
+        plan_.compare_exchange_strong(current, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
     if (!isFirst) {  // not covered: another thread published its plan just now
-        return first;
+        return current;
+    }
+    if (old != nullptr) {
+        old->previous.reset();
+        fresh->previous.reset(old);
     }
     return fresh.release();
 }
@@ -241,12 +272,10 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
         if (whole != nullptr && values.size() < whole->reach) {
             whole = nullptr;
         }
-        // Densities are shared with copies of the model, through which they may have learnt since.
-        const bool knowsSingles = whole != nullptr && whole->revision == ktNormalDensity::evaluatedRevision();
         const std::size_t size = numGroups();
         double sum = 0.0;
         for (std::size_t i = 0; i < size;) {
-            if (knowsSingles && whole->runEnds[i] > i) {
+            if (whole != nullptr && whole->runEnds[i] > i) {
                 sum = whole->add(sum, i, whole->runEnds[i], values.data());
                 i = whole->runEnds[i];
             } else if (whole != nullptr && whole->normals[i] != nullptr) {
@@ -299,7 +328,10 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         for (; prepared < size; ++prepared) {
             const ktNormalDensity* state = stateOf(prepared);
             wasUnused[prepared] = state != nullptr && state->isUnused();
-            prepare(prepared, part.take(pattern, groups_[prepared]));
+            const ktNormalDensity::Row row = part.take(pattern, groups_[prepared]);
+            if (isTaughtBy(pattern, prepared)) {
+                prepare(prepared, row);
+            }
         }
     } catch (...) {
         for (std::size_t i = 0; i < prepared; ++i) {
@@ -311,8 +343,19 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
     }
     dropPlan();
     for (std::size_t i = 0; i < size; ++i) {
-        learn(i, part.take(pattern, groups_[i]));
+        if (isTaughtBy(pattern, i)) {
+            learn(i, part.take(pattern, groups_[i]));
+        }
     }
+}
+
+/// A normal density learns nothing from a pattern that lacks one of its measurements. So it makes no room, for more of them
+/// than there are.
+bool kt_CategoryModelBayesian::isTaughtBy(const ktFeaturePattern& pattern, std::size_t group) const
+{
+    const std::vector<long>& indices = groups_[group];
+    const auto isThere = [&](long index) { return index < pattern.numMeasurements(); };
+    return normalOf(group) == nullptr || std::all_of(indices.begin(), indices.end(), isThere);
 }
 
 /// The state of the group's density, or null if that is not a normal one.
@@ -360,11 +403,20 @@ void kt_CategoryModelBayesian::learn(std::size_t group, const ktNormalDensity::R
 
 bool kt_CategoryModelBayesian::operator==(const kt_CategoryModelBayesian& other) const
 {
+    kt_EqualPairs known;
+    return isEqual(other, known);
+}
+
+/// Leaves out what is known to be equal.
+bool kt_CategoryModelBayesian::isEqual(const kt_CategoryModelBayesian& other, kt_EqualPairs& known) const
+{
     if (kt_CategoryModel::operator!=(other) || densities_.size() != other.densities_.size()) {
         return false;
     }
     for (std::size_t i = 0; i < densities_.size(); ++i) {
-        if (!densities_[i]->isEquivalent(*other.densities_[i])) {
+        const kt_ProbabilityDensityFunction& mine = *densities_[i];
+        const kt_ProbabilityDensityFunction& others = *other.densities_[i];
+        if (known.add(&mine, &others) && !mine.isEquivalent(others)) {
             return false;
         }
     }

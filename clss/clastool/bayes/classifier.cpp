@@ -2,6 +2,7 @@
 
 #include "../clastool/decision_rule.h"
 #include "../clastool/grow.h"
+#include "equal_pairs.h"
 #include "lessons.h"
 
 #include <algorithm>
@@ -78,8 +79,11 @@ bool kt_ClassifierBayesian::operator==(const kt_ClassifierBayesian& other) const
     if (!kt_Classifier::isEquivalent(other) || models_.size() != other.models_.size()) {
         return false;
     }
+    kt_EqualPairs known;
     for (std::size_t i = 0; i < models_.size(); ++i) {
-        if (asBayesian(*models_[i]) != asBayesian(*other.models_[i])) {
+        const kt_CategoryModelBayesian& mine = asBayesian(*models_[i]);
+        const kt_CategoryModelBayesian& others = asBayesian(*other.models_[i]);
+        if (known.add(&mine, &others) && !mine.isEqual(others, known)) {
             return false;
         }
     }

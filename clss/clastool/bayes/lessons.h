@@ -15,7 +15,8 @@
 /// model adapts to others at once, after it has learnt those that wait.
 class kt_Lessons {
 public:
-    /// Requires: the model has adapted to a pattern, so that its densities know their sizes and no index is negative.
+    /// Requires: the model has adapted to a pattern, so that no index is negative, and its densities know their sizes, unless a
+    /// group names measurements that the pattern lacks.
     explicit kt_Lessons(kt_CategoryModelBayesian& model) : model_(model)
     {
         Block singles;
@@ -23,7 +24,7 @@ public:
         for (std::size_t i = 0; i < model.numGroups(); ++i) {
             const std::vector<long>& group = model.groups_[i];
             ktNormalDensity* state = model.normalOf(i);
-            areNormal_ = areNormal_ && state != nullptr;
+            areNormal_ = areNormal_ && state != nullptr && !state->isUnused();
             if (group.size() == 1) {
                 singles.states.push_back(state);
                 singles.indices.push_back(group.front());

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 /// A multivariate normal density that learns one pattern at a time: mean, covariance and count, in memory exactly as in an
@@ -97,8 +98,8 @@ public:
     /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
     /// disagree.
     /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation but
-    /// once a state: for the factorisation, and where more than 32 valid measurements are left beside invalid ones for their
-    /// working storage, of which there are as many as threads were at it at once.
+    /// once a state, for the factorisation, and where more than 32 valid measurements are left beside invalid ones, for
+    /// working storage: one, from 257 on two.
     long logDensity(const Row& row, double& value) const;
 
     /// The same for `size` valid measurements of a larger pattern: measurement i is `values[indices[i]]`.
@@ -125,9 +126,11 @@ public:
     }
     /// False for more or fewer measurements than one, and for a count below 1.
     bool single(Single& constants) const;
-    /// Advances whenever a density that was evaluated changes, so that who keeps constants of one can tell that they may be
-    /// out of date.
+    /// Advances whenever some density that was evaluated changes: until then, all constants that were taken hold.
     static unsigned long evaluatedRevision() noexcept { return evaluatedRevision_.load(std::memory_order_relaxed); }
+    /// Tells what this density is evaluated with from anything that it, or another density, was or will be evaluated with: 0
+    /// before the first evaluation of a state.
+    std::uint64_t evaluation() const noexcept;
 
     /// Equal mean, covariance and count, compared exactly, no tolerance.
     friend bool operator==(const ktNormalDensity& a, const ktNormalDensity& b)
@@ -138,8 +141,6 @@ public:
 
 private:
     struct Factors;
-    struct Workspace;
-    class BorrowedWorkspace;
 
     long refuse(std::size_t size) const noexcept;
     bool hasSize(std::size_t size) const noexcept;
@@ -151,8 +152,6 @@ private:
     template <class ValueAt>
     double logJoint(ValueAt valueAt) const;
     double logMarginal(const Source& source, std::size_t numValid) const;
-    double logMarginal(const Factors& all, const Source& source, std::size_t numValid, std::size_t* kept, double* z,
-                       double* factor) const;
     void dropFactors() noexcept;
 
     ktNMMatrix mean_;
