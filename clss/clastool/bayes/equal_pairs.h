@@ -4,12 +4,20 @@
 #include <utility>
 
 /// The pairs of objects that a comparison has found equal. An archive of a few bytes a reference can hold one object under many
-/// handles; each pair is compared once.
+/// handles: beyond the first pairs, which need no memory, each is compared once.
 class kt_EqualPairs {
 public:
     /// False if the pair is known.
-    bool add(const void* one, const void* other) { return pairs_.emplace(one, other).second; }
+    bool add(const void* one, const void* other)
+    {
+        if (numFirst_ < 256) {
+            ++numFirst_;
+            return true;
+        }
+        return pairs_.emplace(one, other).second;
+    }
 
 private:
+    int numFirst_ = 0;
     std::set<std::pair<const void*, const void*>> pairs_;
 };
