@@ -1,4 +1,5 @@
 #include "bayesian_classifier_kit.h"
+#include "support/allocations.h"
 #include "support/normal_reference.h"
 #include "support/technique.h"
 
