@@ -4,6 +4,7 @@
 #include "clss/clastool/neighbor_scan/compact_copy.h"
 #include "clss/clastool/neighbor_scan/kernels.h"
 #include "clss/clastool/neighbor_scan/leaf_order.h"
+#include "tests/support/neighbor_reference.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
@@ -51,9 +52,7 @@ std::size_t nearestByCopy(const std::vector<Row>& rows, const Row& query, double
 /// The first of the nearest rows.
 std::size_t nearestByPlainScan(const std::vector<Row>& rows, const Row& query, double order)
 {
-    const PlainNorm norm(order);
-    const ktFeaturePattern asked(query, {});
-    const auto distance = [&](const Row& row) { return norm.distance(asked, ktFeaturePattern(row, {})); };
+    const auto distance = [&](const Row& row) { return kt_test::plainDistance(query, row, order); };
     return static_cast<std::size_t>(
         std::min_element(rows.begin(), rows.end(),
                          [&](const Row& a, const Row& b) { return distance(a) < distance(b); }) -
