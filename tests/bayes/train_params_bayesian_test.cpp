@@ -170,15 +170,6 @@ TEST(BayesianParams, MakeANewUntrainedBayesianClassifier)
     EXPECT_TRUE(fields.params.isNull());
 }
 
-TEST(BayesianParams, CloneIsNewAndIndependent)
-{
-    Params params = someParams();
-    const ktPtrHandle<ktClassifierTrainParams> clone = params.clone();
-    EXPECT_EQ(clone->refCount(), 1);
-    params.distributionTypes(Types());
-    EXPECT_TRUE(dynamic_cast<const Params&>(*clone) == someParams());
-}
-
 TEST(BayesianParams, CarryThrowIfNotReadyIntoCopiesAssignmentsAndClones)
 {
     for (const bool flag : {false, true}) {
@@ -222,13 +213,6 @@ TEST(BayesianParams, AreStoredWithTheCostsBeforeTheFrequencies)
     EXPECT_TRUE(costs == someCosts());
     EXPECT_TRUE(frequencies == someFrequencies());
     EXPECT_TRUE(maxima == someMaxima());
-}
-
-TEST(BayesianParams, AreStoredOnceAPass)
-{
-    Params params = someParams();
-    const std::string bytes = bayes::stored([&](ktArchive& archive) { archive || params || params; });
-    EXPECT_EQ(bytes, kt_test::store(params));
 }
 
 }  // namespace

@@ -26,7 +26,6 @@ public:
 
     void serialize(ktArchive& archive, unsigned char version) { Error::serialize_(archive, version); }
     void serializeErrors(ktArchive& archive, unsigned char version) { Errors::serialize_(archive, version); }
-    void dispatch(ktArchive& archive) { Error::dispatchSerialize(archive); }
 
     static inline int destroyed = 0;
 };
@@ -169,23 +168,6 @@ TYPED_TEST(EachError, SerializeArchivesWhatFollowsTheVersionOfItsLayer)
               "00 04 00 00 00 74 65 78 74");
     EXPECT_EQ(stored([](auto& error, ktArchive& archive) { error.serializeErrors(archive, 0); }),
               "04 00 00 00 74 65 78 74");
-}
-
-TYPED_TEST(EachError, VisitedInAPassIsNotArchivedAgain)
-{
-    Opened<typename TypeParam::Class> error("text");
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    {
-        const ktArchive::Pass pass(archive);
-        error.dispatch(archive);
-        const std::string once = out.str();
-        error.dispatch(archive);
-        EXPECT_EQ(out.str(), once);
-    }
-    const std::size_t once = out.str().size();
-    error.dispatch(archive);
-    EXPECT_EQ(out.str().size(), once + 10) << "a new pass";
 }
 
 TEST(Errors, IsAbstractAndNotInTheRegistry)

@@ -19,11 +19,4 @@ void expectRefused(Operation operation, const std::string& message)
     expectThrows<Error>(message, operation);
 }
 
-/// Expects that `operation` throws ktBadPointer, whose message is empty.
-template <class Operation>
-void expectBadPointer(Operation operation)
-{
-    expectRefused<ktBadPointer>(operation, "");
-}
-
 }  // namespace kt_test

@@ -659,17 +659,9 @@ TEST(PlainResult, DoesNotPoll)
 TEST(ClassifierResult, IsArchivedAsVersionEntriesFactor)
 {
     const ktClassifierResult result({{3, 0.5, 0.75, 1.0}, {1, 0.25, 0.25, 0.5}}, -12.5);
-    std::istringstream in(kt_test::store(result));
-    ktArchive archive(static_cast<std::istream&>(in));
-    const ktArchive::Pass pass(archive);
-    unsigned char version = 255;
-    CategoryResults entries;
-    double factor = 0.0;
-    archive || version || entries || factor;
-    EXPECT_EQ(version, 0);
-    EXPECT_EQ(entries, CategoryResults({{1, 0.25, 0.25, 0.5}, {3, 0.5, 0.75, 1.0}}));
-    EXPECT_EQ(factor, -12.5);
-    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+    const CategoryResults sorted = {{1, 0.25, 0.25, 0.5}, {3, 0.5, 0.75, 1.0}};
+    EXPECT_EQ(kt_test::toHex(kt_test::store(result)),
+              kt_test::toHex(kt_test::store(static_cast<unsigned char>(0), sorted, -12.5)));
 }
 
 TEST(ClassifierResult, LoadingKeepsTheStoredOrderAndValidatesNothing)

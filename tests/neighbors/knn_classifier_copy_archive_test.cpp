@@ -69,15 +69,6 @@ TEST(KnnCopy, AssignedToItselfStaysAsItIs)
     EXPECT_EQ(dynamic_cast<const Params&>(*classifier.trainParams()).k(), 3);
 }
 
-TEST(KnnCopy, CloneIsOfTheSameClassAndHeldByItsHandleAlone)
-{
-    const ktPtrHandle<kt_Classifier> clone = trained(line, Params(3)).clone();
-    EXPECT_EQ(clone->refCount(), 1);
-    const kt_Classifier& classifier = *clone;
-    EXPECT_TRUE(typeid(classifier) == typeid(kt_ClassifierKNN));
-    EXPECT_TRUE(clone->isEquivalent(trained(line, Params(3))));
-}
-
 TEST(KnnComparison, LooksAtTrainingParametersAndPatterns)
 {
     struct Row {
@@ -173,18 +164,6 @@ TEST(KnnArchive, SharedPatternsAreRestoredShared)
     }
     first->trainIncremental(*pattern({5}), 9);
     EXPECT_EQ(labelsOf(answer(*second, {5})), std::vector<long>{9});
-}
-
-TEST(KnnArchive, IsWrittenOnceAPass)
-{
-    OpenKNN classifier = trained(line, Params(3));
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    {
-        const ktArchive::Pass pass(archive);
-        archive || classifier || classifier;
-    }
-    EXPECT_EQ(out.str(), kt_test::store(classifier));
 }
 
 // Loaded classifiers

@@ -350,19 +350,6 @@ TEST(RulesArchive, LoadedTableOfUnequalWidthsIsRefusedWhereItIsMet)
                     [&] { table.classifyHardThreshold(FeatureVector(std::vector<double>{0.75}), 0.5); });
 }
 
-TEST(RulesArchive, StoredAndLoadedTableClassifiesAlike)
-{
-    ktClassifierRuleTable table;
-    table.train(sampleRules());
-    const ktClassifierRuleTable loaded = kt_test::storedAndLoaded(table);
-    for (double a = -1.0; a <= 9.0; a += 0.5) {
-        for (double b = -1.0; b <= 9.0; b += 0.5) {
-            const FeatureVector values({a, b, b});
-            EXPECT_EQ(loaded.classifyHardThreshold(values, 0.5), table.classifyHardThreshold(values, 0.5));
-        }
-    }
-}
-
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Rules, Archivable, Values, kt_test::CaseNames);

@@ -386,6 +386,21 @@ TYPED_TEST_P(ArchivableByPointer, CopyIsHeldByNoHandle)
     }
 }
 
+TYPED_TEST_P(ArchivableByPointer, MetTwiceInPlaceInOnePassIsWrittenOnce)
+{
+    typename TypeParam::Class value(this->samples_.back());
+    const std::string once = kt_test::store(value);
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(archive);
+        archive || value || value;
+    }
+    EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(once));
+    archive || value;
+    EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(once + kt_test::afterHeader(once))) << "a new pass";
+}
+
 TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShared)
 {
     using Class = typename TypeParam::Class;
@@ -415,7 +430,7 @@ TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShare
 REGISTER_TYPED_TEST_SUITE_P(ArchivableByPointer, RegistryMakesANewObjectByTheNameOfItsClass,
                             StoredByPointerAndLoadedIsEqualAndHeldOnce,
                             SerializeChecksTheVersionBeforeItTouchesTheStream, CopyIsHeldByNoHandle,
-                            MetTwiceInOnePassIsWrittenOnceAndRestoredShared);
+                            MetTwiceInPlaceInOnePassIsWrittenOnce, MetTwiceInOnePassIsWrittenOnceAndRestoredShared);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ArchivableByPointer);
 
 template <class Case>

@@ -46,4 +46,11 @@ void expectUnknownVersion(Operation operation, const char* where, int line)
     }
 }
 
+/// Expects that `operation` throws ktBadPointer, whose message is empty.
+template <class Operation>
+void expectBadPointer(Operation operation)
+{
+    expectThrows<ktBadPointer>("", operation);
+}
+
 }  // namespace kt_test

@@ -14,6 +14,7 @@
 
 namespace {
 
+using kt_test::expectBadPointer;
 using kt_test::expectThrows;
 using trees::Fields;
 using trees::leafFor;
@@ -25,12 +26,6 @@ using trees::yes;
 using Labels = std::vector<long>;
 using Node = ktDecisionTreeNode;
 using Leaf = ktDecisionTreeLeaf;
-
-template <class Operation>
-void expectBadPointer(Operation operation)
-{
-    expectThrows<ktBadPointer>("", operation);
-}
 
 /// A leaf whose result no constructor makes: labels as they stand, twice or more if need be.
 Leaf loadedLeaf(const Labels& labels)
@@ -180,19 +175,6 @@ TEST(DecisionTreeLeaf, LabelThatStandsTwiceIsReportedTwice)
     EXPECT_EQ(loadedLeaf({5, 1, 5}).numCategories(), 3);
 }
 
-TEST(DecisionTreeLeaf, CopiesAreIndependent)
-{
-    Leaf leaf = leafFor({1});
-    const Leaf copy(leaf);
-    const Tree clone = leaf.clone();
-    Leaf assigned;
-    assigned = leaf;
-    leaf.classifierResult(resultFor({2}));
-    EXPECT_TRUE(copy == leafFor({1}));
-    EXPECT_TRUE(*clone == leafFor({1}));
-    EXPECT_TRUE(assigned == leafFor({1}));
-}
-
 TEST(DecisionTreeNode, DefaultOneHoldsNothing)
 {
     const Node empty;
@@ -281,18 +263,6 @@ TEST(DecisionTreeNode, CopiesShareTheThreeHandles)
         EXPECT_TRUE(other->trueTree() == original.trueTree());
         EXPECT_TRUE(other->falseTree() == original.falseTree());
     }
-}
-
-TEST(DecisionTreeNode, CopiesKeepTheirHandlesWhenTheOriginalChanges)
-{
-    Node original = node(leafFor({1}), leafFor({2}));
-    const Node copy(original);
-    const Tree clone = original.clone();
-    original.trueTree(leafFor({9}));
-    original.falseTree(leafFor({9}));
-    original.predicateFunction(no());
-    EXPECT_TRUE(copy == node(leafFor({1}), leafFor({2})));
-    EXPECT_TRUE(*clone == node(leafFor({1}), leafFor({2})));
 }
 
 TEST(DecisionTreeNode, TakesItselfAndItsOwnParts)

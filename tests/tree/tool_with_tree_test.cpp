@@ -12,9 +12,9 @@
 
 namespace {
 
+using kt_test::expectBadPointer;
 using kt_test::expectThrows;
 using trees::deepTree;
-using trees::expectBadPointer;
 using trees::Fields;
 using trees::Leaf;
 using trees::leafFor;
@@ -134,18 +134,6 @@ TEST(ToolWithTree, TreeWhoseCloneFailsLeavesItUntrained)
     EXPECT_FALSE(tool.isTrained());
     expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before running.",
                                                [&] { run(tool, ktFeaturePattern()); });
-}
-
-TEST(ToolWithTree, CopyIsIndependent)
-{
-    ktClassifierTool tool = trainedTool(smallTree());
-    ktClassifierTool copy(tool);
-    EXPECT_TRUE(copy == tool);
-    copy.untrain();
-    EXPECT_TRUE(tool.isTrained());
-    copy = tool;
-    tool.train(leafFor({9}));
-    EXPECT_TRUE(*copy.decisionTree() == smallTree());
 }
 
 TEST(ToolWithTree, ToolsAreEqualByTheirTrees)

@@ -9,8 +9,8 @@
 
 namespace {
 
+using kt_test::expectBadPointer;
 using trees::Classifier;
-using trees::expectBadPointer;
 using trees::Fields;
 using trees::leafFor;
 using trees::Node;

@@ -18,12 +18,6 @@ using Classifier = kt_ClassifierDecisionTree;
 using Node = ktDecisionTreeNode;
 using Leaf = ktDecisionTreeLeaf;
 
-template <class Operation>
-void expectBadPointer(Operation operation)
-{
-    kt_test::expectThrows<ktBadPointer>("", operation);
-}
-
 inline Classifier trained(const ktDecisionTree& tree)
 {
     Classifier classifier;

@@ -13,10 +13,10 @@
 namespace {
 
 using kt_test::Attention;
+using kt_test::expectBadPointer;
 using kt_test::expectThrows;
 using trees::Classifier;
 using trees::deepTree;
-using trees::expectBadPointer;
 using trees::Leaf;
 using trees::leafFor;
 using trees::no;
