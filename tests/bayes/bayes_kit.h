@@ -29,21 +29,19 @@ using Params = ktClassifierTrainParamsBayesian;
 /// The bytes of an archive that `write` fills in one pass.
 inline std::string stored(const std::function<void(ktArchive&)>& write)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     write(archive);
-    return out.str();
+    return archive.bytes();
 }
 
 /// Reads an archive in one pass with `read`, which must take all of it.
 inline void readBack(const std::string& bytes, const std::function<void(ktArchive&)>& read)
 {
-    std::istringstream in(bytes);
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(bytes);
     const ktArchive::Pass pass(archive);
     read(archive);
-    EXPECT_EQ(in.rdbuf()->in_avail(), 0) << "bytes that were not read";
+    EXPECT_EQ(archive.left(), 0) << "bytes that were not read";
 }
 
 /// Distribution types as their archive has them, in its order.

@@ -50,8 +50,7 @@ Memory filled()
 /// The archive of a provider whose sequences need not fit each other.
 std::string crafted(const Patterns& patterns, const Labels& labels)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     unsigned char version = 0;
     std::string name = "name";
@@ -59,7 +58,7 @@ std::string crafted(const Patterns& patterns, const Labels& labels)
     Patterns storedPatterns = patterns;
     Labels storedLabels = labels;
     archive || version || version || name || description || storedPatterns || storedLabels;
-    return out.str();
+    return archive.bytes();
 }
 
 /// The protected operations of the provider, open to a test; it may claim another number of patterns.
@@ -428,13 +427,13 @@ TEST(DataProviderMemory, IsArchivedAsVersionsNameDescriptionPatternsLabels)
 TEST(DataProviderMemory, SerializeArchivesWhatFollowsTheVersionOfItsLayer)
 {
     OpenedMemory provider(filled());
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     provider.serialize(archive, 0);
-    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(out.str())), kt_test::toHex(kt_test::store(filled()).substr(8 + 1)));
-    const std::size_t size = out.str().size();
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(archive.bytes())),
+              kt_test::toHex(kt_test::store(filled()).substr(8 + 1)));
+    const std::size_t size = archive.bytes().size();
     provider.serializeBase(archive, 0);
-    EXPECT_EQ(out.str().size(), size) << "the base has no fields";
+    EXPECT_EQ(archive.bytes().size(), size) << "the base has no fields";
 }
 
 TEST(DataProviderMemory, PatternHeldTwiceIsStoredOnceAndRestoredShared)

@@ -159,10 +159,9 @@ TYPED_TEST(EachError, SerializeArchivesWhatFollowsTheVersionOfItsLayer)
 {
     const auto stored = [](auto serialize) {
         Opened<typename TypeParam::Class> error("text");
-        std::ostringstream out;
-        ktArchive archive(static_cast<std::ostream&>(out));
+        kt_test::StoringArchive archive;
         serialize(error, archive);
-        return kt_test::toHex(kt_test::afterHeader(out.str()));
+        return kt_test::toHex(kt_test::afterHeader(archive.bytes()));
     };
     EXPECT_EQ(stored([](auto& error, ktArchive& archive) { error.serialize(archive, 0); }),
               "00 04 00 00 00 74 65 78 74");
@@ -265,8 +264,7 @@ TEST(Status, IsArchivedAsItsUnsigned32Bits)
 
 TEST(Status, OperatorReturnsTheArchive)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     ktClassifierDefs::Status status = ktClassifierDefs::eStatusOk;
     EXPECT_EQ(&(archive || status), &archive);
 }

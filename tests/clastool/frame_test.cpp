@@ -508,27 +508,25 @@ TEST_F(Frame, LoadingReplacesTheParametersAndTakesObjectsOfAnotherClassForNull)
     kt_test::loadInto(technique_, kt_test::store(stored));
     EXPECT_EQ(dynamic_cast<const ktClassifierTrainParamsKNN&>(*technique_.trainParams()).k(), 9);
 
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         unsigned char version = 0;
         ktPtrHandle<ktFeaturePattern> foreign = new ktFeaturePattern({1.0}, {});
         archive || version || foreign;
     }
-    kt_test::loadInto(technique_, out.str());
+    kt_test::loadInto(technique_, archive.bytes());
     EXPECT_TRUE(technique_.heldParams().isNull());
 }
 
 TEST_F(Frame, IsStoredOnceAPass)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         archive || technique_ || technique_;
     }
-    EXPECT_EQ(out.str(), kt_test::store(technique_));
+    EXPECT_EQ(archive.bytes(), kt_test::store(technique_));
 }
 
 TEST_F(Frame, RefusesAnyOtherVersion)
@@ -538,11 +536,10 @@ TEST_F(Frame, RefusesAnyOtherVersion)
     const std::string bytes = kt_test::withBytesAt(kt_test::store(technique_), kt_test::archiveHeader().size(), "\x02");
     expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
                                             [&] { kt_test::loadInto(classifier, bytes); });
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
                                             [&] { classifier.serialize_(archive, 1); });
-    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(archive.bytes(), "");
     EXPECT_EQ(valueOf(classifier.trainParams()), 1);
 }
 

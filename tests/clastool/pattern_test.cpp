@@ -227,11 +227,10 @@ TEST(FeaturePattern, IsArchivedAsVersionMeasurementsValidity)
 TEST(FeaturePattern, SerializeArchivesMeasurementsAndValidity)
 {
     OpenedPattern pattern({1.0, 2.0}, {1});
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     pattern.serialize(archive, 0);
     const std::string whole = kt_test::store(ktFeaturePattern(pattern));
-    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(out.str())), kt_test::toHex(whole.substr(8 + 1)));
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(archive.bytes())), kt_test::toHex(whole.substr(8 + 1)));
 }
 
 TEST(FeaturePattern, LoadedWithoutAFlagForAMeasurementHoldsItInvalid)

@@ -205,8 +205,7 @@ using ToolArchive = Tool;
 
 TEST_F(ToolArchive, IsItsVersionAndTheClassifierByPointer)
 {
-    std::istringstream in(kt_test::store(trainedKnn()));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(kt_test::store(trainedKnn()));
     const ktArchive::Pass pass(archive);
     unsigned char version = 1;
     ktPtrHandle<kt_ClassifierKNN> classifier;
@@ -214,7 +213,7 @@ TEST_F(ToolArchive, IsItsVersionAndTheClassifierByPointer)
     EXPECT_EQ(version, 0);
     ASSERT_FALSE(classifier.isNull());
     EXPECT_EQ(dynamic_cast<const Knn&>(*classifier->trainParams()).k(), 3);
-    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+    EXPECT_EQ(archive.left(), 0);
 }
 
 TEST_F(ToolArchive, OfANewToolHoldsANullPointer)
@@ -236,8 +235,7 @@ TEST_F(ToolArchive, OfAnUntrainedClassifierLoadsUntrained)
 
 TEST_F(ToolArchive, ObjectOfAnotherClassLeavesTheToolWithoutAClassifier)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         unsigned char version = 0;
@@ -245,7 +243,7 @@ TEST_F(ToolArchive, ObjectOfAnotherClassLeavesTheToolWithoutAClassifier)
         archive || version || foreign;
     }
     trainWithTechnique();
-    kt_test::loadInto(tool_, out.str());
+    kt_test::loadInto(tool_, archive.bytes());
     EXPECT_EQ(script_.techniques, 0);
     expectUntrained(tool_);
 }
@@ -278,8 +276,7 @@ TEST_F(ToolArchive, ToolsLoadedInOnePassShareTheClassifierThatWasStoredOnce)
         storing || stored || stored;
     }
     EXPECT_EQ(out.str().size(), kt_test::store(stored).size() + 6) << "a version byte and a reference";
-    std::istringstream in(out.str());
-    ktArchive loading(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive loading(out.str());
     ktClassifierTool first;
     ktClassifierTool second;
     {

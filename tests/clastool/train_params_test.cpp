@@ -123,13 +123,12 @@ TEST(TrainParams, KeepTheirFlagWhenTheyAreLoaded)
 TEST(TrainParams, AreStoredOnceAPass)
 {
     PlainParams params;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         archive || params || params;
     }
-    EXPECT_EQ(out.str(), kt_test::store(params));
+    EXPECT_EQ(archive.bytes(), kt_test::store(params));
 }
 
 TEST(TrainParams, RefuseAnyOtherVersion)
@@ -139,11 +138,10 @@ TEST(TrainParams, RefuseAnyOtherVersion)
     for (const char version : {'\x01', '\x7F', '\xFF'}) {
         expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
                                                 [&] { kt_test::loadInto(params, kt_test::archiveHeader() + version); });
-        std::ostringstream out;
-        ktArchive archive(static_cast<std::ostream&>(out));
+        kt_test::StoringArchive archive;
         expectThrows<ktArchive::UnknownVersion>(
             "Unknown version in an archive.", [&] { params.serialize_(archive, static_cast<unsigned char>(version)); });
-        EXPECT_EQ(out.str(), "");
+        EXPECT_EQ(archive.bytes(), "");
     }
     EXPECT_FALSE(params.throwIfNotReady());
 }

@@ -66,8 +66,7 @@ protected:
 template <class Operation>
 void storing(Operation operation)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     operation(archive);
 }

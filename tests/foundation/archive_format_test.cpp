@@ -64,8 +64,7 @@ TEST(ArchiveFormat, DocumentedExampleIsWhatIsStored)
 
 TEST(ArchiveFormat, DocumentedExampleLoads)
 {
-    std::istringstream in(documentedExample());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(documentedExample());
     std::string text;
     std::vector<ktPtrHandle<Point>> points;
     archive || text || points;

@@ -157,8 +157,7 @@ TEST(ArchiveStream, CountOfLargeElementsIsCheckedAgainstTheBytesLeft)
     const std::string bytes = store(2L) + std::string(2 * large, 'x');
     std::istringstream enough(bytes);
     EXPECT_EQ(ktArchive(static_cast<std::istream&>(enough)).count(0, large), 2u);
-    std::istringstream tooFew(bytes.substr(0, bytes.size() - 1));
-    ktArchive archive(static_cast<std::istream&>(tooFew));
+    kt_test::LoadingArchive archive(bytes.substr(0, bytes.size() - 1));
     expectThrows<ktArchive::Corrupt>("Corrupt archive: impossible count 2 at byte 12.",
                                      [&] { archive.count(0, large); });
 }
@@ -305,15 +304,14 @@ TEST(ArchiveStream, EveryLengthAroundTheBufferIsStoredWhole)
 
 TEST(ArchiveStream, OperationInsideAPassOpenedByHandIsInTheStreamWhenItReturns)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     std::vector<std::vector<double>> nested = {{1.0}, {2.0}};
     long number = 7;
     archive || nested;
-    EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(store(nested)));
+    EXPECT_EQ(kt_test::toHex(archive.bytes()), kt_test::toHex(store(nested)));
     archive || number;
-    EXPECT_EQ(out.str().size(), store(nested).size() + 4);
+    EXPECT_EQ(archive.bytes().size(), store(nested).size() + 4);
 }
 
 TEST(ArchiveStream, DoubleThatComesFirstInsidePassesStandsBehindTheHeader)
@@ -395,12 +393,11 @@ TEST(ArchiveStream, WhatWasStoredBeforeAFailureIsInTheStream)
     if (sizeof(long) <= 4) {
         GTEST_SKIP() << "every long fits 32 bits here";
     }
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     std::vector<std::vector<long>> nested = {{1, std::numeric_limits<long>::max()}};
     EXPECT_THROW(archive || nested, ktArchive::OutOfRange);
     std::vector<std::vector<long>> sameBeginning = {{1, 0}};
-    EXPECT_EQ(out.str(), store(sameBeginning).substr(0, store(sameBeginning).size() - 4));
+    EXPECT_EQ(archive.bytes(), store(sameBeginning).substr(0, store(sameBeginning).size() - 4));
 }
 
 }  // namespace

@@ -193,14 +193,13 @@ TEST(Archive, UnsignedLongBeyond32BitsIsRefusedBeforeAByteIsWritten)
 
 TEST(Archive, ArchiveGoesOnAfterAValueOutOfRange)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     long tooLarge = LONG_MAX;
     long one = 1;
     archive || one;
     EXPECT_THROW(archive || tooLarge, ktArchive::OutOfRange);
     archive || one;
-    EXPECT_EQ(toHex(out.str()), "4B 54 41 52 01 00 00 00 01 00 00 00 01 00 00 00");
+    EXPECT_EQ(toHex(archive.bytes()), "4B 54 41 52 01 00 00 00 01 00 00 00 01 00 00 00");
 }
 
 TEST(Archive, CountBeyond32BitsIsRefusedBeforeAByteIsWritten)
@@ -215,13 +214,12 @@ TEST(Archive, CountBeyond32BitsIsRefusedBeforeAByteIsWritten)
 
 TEST(Archive, EveryByteIsInTheStreamWhenTheOperationReturns)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     std::string text = "abc";
     archive || text;
-    EXPECT_EQ(out.str().size(), 15u);
+    EXPECT_EQ(archive.bytes().size(), 15u);
     archive || text;
-    EXPECT_EQ(out.str().size(), 22u);
+    EXPECT_EQ(archive.bytes().size(), 22u);
 }
 
 TEST(Archive, LiesInsideALargerStream)
@@ -310,10 +308,9 @@ TEST(Archive, ByteInAMessageCountsFromTheBeginningOfTheArchive)
 
 TEST(Archive, VersionByteIsStoredAsZero)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     archive.version("somewhere", 7);
-    EXPECT_EQ(toHex(out.str()), "4B 54 41 52 01 00 00 00 00");
+    EXPECT_EQ(toHex(archive.bytes()), "4B 54 41 52 01 00 00 00 00");
 }
 
 TEST(Archive, UnknownVersionSaysWhereItWasMet)
@@ -328,8 +325,7 @@ TEST(Archive, UnknownVersionSaysWhereItWasMet)
         {nullptr, 0, "Unknown version in an archive."},
         {nullptr, 5, "Unknown version in an archive."}};
     for (const auto& row : rows) {
-        std::istringstream in(archiveHeader() + "\1");
-        ktArchive archive(static_cast<std::istream&>(in));
+        kt_test::LoadingArchive archive(archiveHeader() + "\1");
         expectThrows<ktArchive::UnknownVersion>(row.message, [&] { archive.version(row.where, row.line); });
         const ktArchive::UnknownVersion error(row.where, row.line);
         EXPECT_EQ(error.where(), row.where);

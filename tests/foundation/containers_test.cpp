@@ -146,8 +146,7 @@ TEST(ArchiveContainers, VectorOfObjectsCanGoByTwiceInAPass)
     }
     const std::string once = afterHeader(store(notes));
     EXPECT_EQ(toHex(afterHeader(out.str())), toHex(once + fromHex("00 03 00 00 00")));
-    std::istringstream in(out.str());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(out.str());
     const ktArchive::Pass pass(archive);
     std::vector<toys::Note> loaded;
     archive || loaded || loaded;

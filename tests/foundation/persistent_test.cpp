@@ -54,10 +54,9 @@ protected:
 TEST(Persistent, BaseHasNothingToArchive)
 {
     Probe probe;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     archive || probe;
-    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(archive.bytes(), "");
     probe.reInit();
     EXPECT_FALSE(probe.loadSimple(archive));
 }
@@ -71,8 +70,7 @@ TEST(Persistent, NothingIsVisitedOutsideAPass)
 
 TEST(Persistent, MarksAreOfAnObjectAndAnExtentAndEndWithThePass)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const Probe probes[2];
     {
         const ktArchive::Pass pass(archive);
@@ -89,8 +87,7 @@ TEST(Persistent, MarksAreOfAnObjectAndAnExtentAndEndWithThePass)
 
 TEST(Persistent, LayerOfAnyExtentIsMarkedOnce)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     for (const std::size_t extent : {std::size_t{0}, std::size_t{1}, std::size_t{1} << 29}) {
         SCOPED_TRACE(extent);
@@ -111,8 +108,7 @@ public:
 
 TEST(Persistent, MarksAreOfAnAddressToo)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     const Floating floating;
     const ktPersistent* base = &floating;
@@ -137,8 +133,7 @@ TEST(Persistent, PassesOfTwoArchivesMayEndInAnyOrder)
 
 TEST(Persistent, InnerPassOfAnArchiveMayOutliveTheOuterOne)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     auto outer = std::make_unique<ktArchive::Pass>(archive);
     auto inner = std::make_unique<ktArchive::Pass>(archive);
     outer.reset();
@@ -150,8 +145,7 @@ TEST(Persistent, InnerPassOfAnArchiveMayOutliveTheOuterOne)
 
 TEST(Persistent, CopyIsAnObjectThatNoPassHasVisited)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     const Probe probe;
     Probe::setVisited(&probe, sizeof probe);
@@ -164,8 +158,7 @@ TEST(Persistent, CopyIsAnObjectThatNoPassHasVisited)
 
 TEST(Persistent, VisitedObjectThatDiesIsForgotten)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     alignas(Probe) unsigned char place[sizeof(Probe)];
     const auto* probe = new (place) Probe;
@@ -194,14 +187,13 @@ TEST(Persistent, ObjectMarkedByHandIsStoredByPointer)
 {
     const kt_Instantiator entry(
         typeid(Probe), [] { return static_cast<ktPersistent*>(new Probe); }, "Probe");
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     Probe probe;
     Probe::setVisited(&probe, sizeof probe);
     ktPersistent* result = nullptr;
     ktPersistent::serializePointer(archive, &probe, result);
-    EXPECT_EQ(toHex(afterHeader(out.str())), "03 05 00 00 00 50 72 6F 62 65");
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())), "03 05 00 00 00 50 72 6F 62 65");
 }
 
 TEST(Persistent, LayersOfOneExtentAreEachArchived)
@@ -289,8 +281,7 @@ TEST(Persistent, LayersOfEqualExtentSideBySideAreBothArchived)
     stored.Side<1>::value = 11;
     stored.Side<2>::value = 22;
     BothSides loaded;
-    std::istringstream in(store(stored));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(store(stored));
     archive || loaded;
     EXPECT_EQ(loaded.Side<1>::value, 11);
     EXPECT_EQ(loaded.Side<2>::value, 22);

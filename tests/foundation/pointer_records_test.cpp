@@ -106,8 +106,7 @@ TEST(PointerRecord, ConstHandlesShareWithTheOthers)
         const ktArchive::Pass pass(archive);
         archive || node || same;
     }
-    std::istringstream in(out.str());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(out.str());
     const ktArchive::Pass pass(archive);
     archive || same || node;
     EXPECT_EQ(ktPtrHandle_const<Node>(node), same);
@@ -129,8 +128,7 @@ TEST(PointerRecord, NothingIsRememberedBetweenPasses)
     const std::string once = afterHeader(store(node));
     const std::string bytes = store(node, node);
     EXPECT_EQ(toHex(afterHeader(bytes)), toHex(once + once));
-    std::istringstream in(bytes);
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(bytes);
     ktPtrHandle<Node> first;
     ktPtrHandle<Node> second;
     archive || first || second;
@@ -159,8 +157,7 @@ TEST(PointerRecord, PassOpenedByHandJoinsOperations)
 
 TEST(PointerRecord, ReferenceFromAnotherPassIsRefused)
 {
-    std::istringstream in(archiveOf(newNode + "00 05 00 00 00 " + noChildren + " 01 00 00 00 00"));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(archiveOf(newNode + "00 05 00 00 00 " + noChildren + " 01 00 00 00 00"));
     ktPtrHandle<Node> first;
     archive || first;
     expectThrows<ktArchive::Corrupt>("Corrupt archive: a reference to an object that was not loaded before at byte 38.",
@@ -169,8 +166,7 @@ TEST(PointerRecord, ReferenceFromAnotherPassIsRefused)
 
 TEST(PointerRecord, TwoTemporariesAtOneAddressAreBothStored)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     std::optional<Node> place;
     const Node* address = nullptr;
@@ -180,14 +176,13 @@ TEST(PointerRecord, TwoTemporariesAtOneAddressAreBothStored)
         address = &*place;
         archive || *place;
     }
-    EXPECT_EQ(toHex(afterHeader(out.str())),
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())),
               "00 01 00 00 00 " + noChildren + " 00 02 00 00 00 " + noChildren + " 00 03 00 00 00 " + noChildren);
 }
 
 TEST(PointerRecord, ObjectDestroyedInsideAPassIsForgottenThere)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     alignas(Note) unsigned char place[sizeof(Note)];
     for (const char* text : {"a", "b"}) {
@@ -196,13 +191,12 @@ TEST(PointerRecord, ObjectDestroyedInsideAPassIsForgottenThere)
         ktPersistent::serializePointer(archive, note, unused);
         note->~Note();
     }
-    EXPECT_EQ(toHex(afterHeader(out.str())), newNote + "00 01 00 00 00 61 02 00 00 00 00 00 01 00 00 00 62");
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())), newNote + "00 01 00 00 00 61 02 00 00 00 00 00 01 00 00 00 62");
 }
 
 TEST(PointerRecord, DestroyedObjectIsForgottenThoughItsClassSetsNoMarks)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     std::optional<toys::Markless> place;
     ktPersistent* unused = nullptr;
@@ -212,7 +206,7 @@ TEST(PointerRecord, DestroyedObjectIsForgottenThoughItsClassSetsNoMarks)
     archive || *place;
     place.emplace(3);
     ktPersistent::serializePointer(archive, &*place, unused);
-    EXPECT_EQ(toHex(afterHeader(out.str()).substr(5)),
+    EXPECT_EQ(toHex(afterHeader(archive.bytes()).substr(5)),
               "74 6F 79 73 3A 3A 4D 61 72 6B 6C 65 73 73 01 00 00 00 "
               "02 00 00 00 "
               "02 00 00 00 00 03 00 00 00");
@@ -303,39 +297,36 @@ TEST(PointerRecord, ObjectMayBeStoredElsewhereWhileItIsBeingStored)
 
 TEST(PointerRecord, ObjectInPlaceIsStoredOnceAPass)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     Note note("a");
     archive || note || note;
-    EXPECT_EQ(toHex(afterHeader(out.str())), "00 01 00 00 00 61");
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())), "00 01 00 00 00 61");
 }
 
 TEST(PointerRecord, ObjectByPointerAfterInPlaceIsAConflict)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     ktPtrHandle<Note> note(new Note("a"));
     archive || *note;
-    const std::string before = out.str();
+    const std::string before = archive.bytes();
     expectThrows<ktArchive::Conflict>(
         "Archive conflict: an object stored in place is stored by pointer in the same pass.", [&] { archive || note; });
-    EXPECT_EQ(out.str(), before);
+    EXPECT_EQ(archive.bytes(), before);
 }
 
 TEST(PointerRecord, ObjectInPlaceAfterByPointerIsAConflict)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     ktPtrHandle<Note> note(new Note("a"));
     archive || note;
-    const std::string before = out.str();
+    const std::string before = archive.bytes();
     expectThrows<ktArchive::Conflict>(
         "Archive conflict: an object stored by pointer is stored in place in the same pass.",
         [&] { archive || *note; });
-    EXPECT_EQ(out.str(), before);
+    EXPECT_EQ(archive.bytes(), before);
 }
 
 TEST(PointerRecord, ObjectInPlaceThatLeadsBackToItselfIsAConflict)
@@ -389,11 +380,10 @@ TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToStore)
 
 std::string storeWithDepth(long depth, ktPtrHandle<Node> tree)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     archive.maxDepth(depth);
     archive || tree;
-    return out.str();
+    return archive.bytes();
 }
 
 TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToLoad)
@@ -409,8 +399,7 @@ TEST(PointerRecord, ThousandAndOneOpenRecordsAreTooDeepToLoad)
 TEST(PointerRecord, DepthCanBeSet)
 {
     const std::string bytes = storeWithDepth(1001, toys::chain(1001));
-    std::istringstream in(bytes);
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(bytes);
     EXPECT_EQ(archive.maxDepth(), 1000);
     archive.maxDepth(1001);
     EXPECT_EQ(archive.maxDepth(), 1001);
@@ -472,12 +461,11 @@ TEST(PointerRecord, ReferenceToAnObjectStillBeingLoadedIsCorrupt)
 
 TEST(PointerRecord, ClassThatIsNotRegisteredIsNotStored)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     ktPtrHandle<Stranger> stranger(new Stranger);
     expectThrows<ktArchive::Corrupt>("Corrupt archive: unknown class \"toys::Stranger\" at byte 0.",
                                      [&] { archive || stranger; });
-    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(archive.bytes(), "");
     EXPECT_FALSE(stranger.isNull());
 }
 

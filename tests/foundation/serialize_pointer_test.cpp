@@ -19,11 +19,10 @@ using toys::Note;
 
 std::string storePointer(ktPersistent* object)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     ktPersistent* result = nullptr;
     ktPersistent::serializePointer(archive, object, result);
-    return out.str();
+    return archive.bytes();
 }
 
 ktPersistent* loadPointer(ktArchive& archive)
@@ -35,8 +34,7 @@ ktPersistent* loadPointer(ktArchive& archive)
 
 TEST(SerializePointer, StoringLeavesTheResultAlone)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     Loose loose(1);
     Note note;
     ktPersistent* result = &note;
@@ -53,8 +51,7 @@ TEST(SerializePointer, HasTheFormOfAHandle)
 
 TEST(SerializePointer, NullGivesNull)
 {
-    std::istringstream in(storePointer(nullptr));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(nullptr));
     Note note;
     ktPersistent* result = &note;
     ktPersistent::serializePointer(archive, &note, result);
@@ -64,8 +61,7 @@ TEST(SerializePointer, NullGivesNull)
 TEST(SerializePointer, ObjectWithoutACountBelongsToTheCaller)
 {
     Loose loose(7);
-    std::istringstream in(storePointer(&loose));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(&loose));
     const std::unique_ptr<ktPersistent> loaded(loadPointer(archive));
     const auto* copy = dynamic_cast<Loose*>(loaded.get());
     ASSERT_NE(copy, nullptr);
@@ -79,8 +75,7 @@ TEST(SerializePointer, ObjectWithoutACountBelongsToTheCallerAlsoInAnOpenPass)
     const std::string bytes = storePointer(&loose);
     std::unique_ptr<ktPersistent> loaded;
     {
-        std::istringstream in(bytes);
-        ktArchive archive(static_cast<std::istream&>(in));
+        kt_test::LoadingArchive archive(bytes);
         const ktArchive::Pass pass(archive);
         loaded.reset(loadPointer(archive));
     }
@@ -90,8 +85,7 @@ TEST(SerializePointer, ObjectWithoutACountBelongsToTheCallerAlsoInAnOpenPass)
 TEST(SerializePointer, ObjectWithACountBelongsToTheCallerOutsideAPass)
 {
     ktPtrHandle<Note> note(new Note("kept"));
-    std::istringstream in(storePointer(note.get()));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(note.get()));
     auto* loaded = dynamic_cast<Note*>(loadPointer(archive));
     ASSERT_NE(loaded, nullptr);
     EXPECT_EQ(loaded->refCount(), 0);
@@ -102,8 +96,7 @@ TEST(SerializePointer, ObjectWithACountBelongsToTheCallerOutsideAPass)
 
 TEST(SerializePointer, ObjectWithACountIsHeldByThePassUntilAHandleIsMade)
 {
-    std::istringstream in(storePointer(ktPtrHandle<Note>(new Note("a")).get()));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(ktPtrHandle<Note>(new Note("a")).get()));
     ktPtrHandle<Note> kept;
     {
         const ktArchive::Pass pass(archive);
@@ -118,8 +111,7 @@ TEST(SerializePointer, ObjectWithACountIsHeldByThePassUntilAHandleIsMade)
 
 TEST(SerializePointer, ObjectWithACountThatNobodyKeepsDiesWithThePass)
 {
-    std::istringstream in(storePointer(ktPtrHandle<Note>(new Note("a")).get()));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(ktPtrHandle<Note>(new Note("a")).get()));
     {
         const ktArchive::Pass pass(archive);
         EXPECT_NE(loadPointer(archive), nullptr);
@@ -174,8 +166,7 @@ void loadReferenceToDestroyed(ktPersistent& object)
         ktPersistent::serializePointer(archive, &object, unused);
         ktPersistent::serializePointer(archive, &object, unused);
     }
-    std::istringstream in(out.str());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(out.str());
     const ktArchive::Pass pass(archive);
     delete loadPointer(archive);
     EXPECT_THROW(loadPointer(archive), ktArchive::Corrupt);
@@ -192,8 +183,7 @@ TEST(SerializePointer, ReferenceToAnObjectThatItsOwnerDestroyedIsCorrupt)
 TEST(SerializePointer, ObjectTakenBeforeAFailureStaysTheCallers)
 {
     Loose loose(7);
-    std::istringstream in(storePointer(&loose) + "\x07");
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storePointer(&loose) + "\x07");
     std::unique_ptr<ktPersistent> taken;
     try {
         const ktArchive::Pass pass(archive);
@@ -213,8 +203,7 @@ TEST(SerializePointer, ObjectWithoutACountThatFailsHalfWayIsDestroyed)
     const long before = Alive<Loose>::count;
     for (std::size_t size = 0; size < bytes.size(); ++size) {
         const kt_test::MemoryWatch watch;
-        std::istringstream in(bytes.substr(0, size));
-        ktArchive archive(static_cast<std::istream&>(in));
+        kt_test::LoadingArchive archive(bytes.substr(0, size));
         ktPersistent* result = &loose;
         EXPECT_THROW(ktPersistent::serializePointer(archive, nullptr, result), ktArchive::Corrupt);
         EXPECT_EQ(result, &loose);

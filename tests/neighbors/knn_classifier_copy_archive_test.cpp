@@ -125,8 +125,7 @@ TEST(KnnComparison, NeedsThePatternsOfBothOnceTrained)
 TEST(KnnArchive, IsItsVersionItsBaseAndThePatterns)
 {
     const OpenKNN classifier = trained(line, Params(3));
-    std::istringstream in(kt_test::store(classifier));
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(kt_test::store(classifier));
     const ktArchive::Pass pass(archive);
     unsigned char version = 1;
     unsigned char baseVersion = 1;
@@ -139,7 +138,7 @@ TEST(KnnArchive, IsItsVersionItsBaseAndThePatterns)
     EXPECT_TRUE(*params == Params(3));
     ASSERT_FALSE(data.isNull());
     EXPECT_TRUE(*data == trainingData(line));
-    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+    EXPECT_EQ(archive.left(), 0);
 }
 
 TEST(KnnArchive, OfAnUntrainedClassifierHoldsTwoNullPointers)
@@ -172,12 +171,11 @@ TEST(KnnArchive, SharedPatternsAreRestoredShared)
 template <class StoredParams, class StoredData>
 std::string crafted(ktPtrHandle<StoredParams> params, ktPtrHandle<StoredData> data)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     unsigned char version = 0;
     archive || version || version || params || data;
-    return out.str();
+    return archive.bytes();
 }
 
 ktPtrHandle<Data> newData(const std::vector<Labelled>& rows)
@@ -188,8 +186,7 @@ ktPtrHandle<Data> newData(const std::vector<Labelled>& rows)
 /// A store as only a damaged archive makes it: patterns and labels that need not go together.
 ktPtrHandle<Data> damagedData(std::vector<PatternHandle> patterns, std::vector<long> labels)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         unsigned char version = 0;
@@ -197,7 +194,7 @@ ktPtrHandle<Data> damagedData(std::vector<PatternHandle> patterns, std::vector<l
         archive || version || version || text || text || patterns || labels;
     }
     ktPtrHandle<Data> data = new Data;
-    kt_test::loadInto(*data, out.str());
+    kt_test::loadInto(*data, archive.bytes());
     return data;
 }
 

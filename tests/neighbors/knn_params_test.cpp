@@ -290,14 +290,13 @@ TEST(KnnParams, AreStoredAsTheirVersionTheirBaseKMetricAndCosts)
 template <class Metric>
 std::string craftedParams(long k, const ktPtrHandle<Metric>& metric)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     unsigned char version = 0;
     ktPtrHandle<Metric> stored = metric;
     ktClassifierCosts costs(2.5);
     archive || version || version || k || stored || costs;
-    return out.str();
+    return archive.bytes();
 }
 
 TEST(KnnParams, LoadAnyKWithoutCheckingIt)

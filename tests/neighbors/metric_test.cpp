@@ -270,11 +270,10 @@ TEST(MetricNorm, LoadsAnOrderThatTheSetterWouldRefuse)
 {
     const std::string stored = kt_test::store(ktPatternDistanceMetricNorm(7.5));
     for (const double order : {0.0, -3.0}) {
-        std::ostringstream word;
-        ktArchive archive(static_cast<std::ostream&>(word));
+        kt_test::StoringArchive archive;
         double value = order;
         archive || value;
-        const std::string bytes = stored.substr(0, stored.size() - 8) + kt_test::afterHeader(word.str());
+        const std::string bytes = stored.substr(0, stored.size() - 8) + kt_test::afterHeader(archive.bytes());
         EXPECT_EQ(kt_test::load<ktPatternDistanceMetricNorm>(bytes).order(), order);
     }
 }
@@ -282,12 +281,11 @@ TEST(MetricNorm, LoadsAnOrderThatTheSetterWouldRefuse)
 TEST(MetricNorm, SerializeArchivesWhatFollowsTheVersionOfItsLayer)
 {
     OpenNorm metric(7.5);
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     metric.serializeBase(archive, 0);
-    EXPECT_EQ(out.str(), "") << "the base has no fields";
+    EXPECT_EQ(archive.bytes(), "") << "the base has no fields";
     metric.serialize_(archive, 0);
-    EXPECT_EQ(kt_test::afterHeader(out.str()), kt_test::afterHeader(kt_test::store(metric)).substr(1));
+    EXPECT_EQ(kt_test::afterHeader(archive.bytes()), kt_test::afterHeader(kt_test::store(metric)).substr(1));
 }
 
 }  // namespace

@@ -191,14 +191,13 @@ TEST(RulesArchive, RuleTableIsItsRules)
 
 TEST(RulesArchive, NullHandleIsRefusedAndNothingOfItIsWritten)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     long before = 3;
     archive || before;
-    const std::string bytes = out.str();
+    const std::string bytes = archive.bytes();
     ScoreHandle null;
     kt_test::expectBadPointer([&] { archive || null; });
-    EXPECT_EQ(toHex(out.str()), toHex(bytes));
+    EXPECT_EQ(toHex(archive.bytes()), toHex(bytes));
     EXPECT_TRUE(null.isNull());
     ktClassifierRule holed = rule({new Ignore, nullptr}, 1);
     kt_test::expectBadPointer([&] { archive || holed; });

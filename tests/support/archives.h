@@ -12,6 +12,30 @@
 
 namespace kt_test {
 
+/// Holds the stream of an archive in memory: a base, so that it is there before the archive.
+template <class Stream>
+struct HeldStream {
+    Stream stream;
+};
+
+/// Stores into memory.
+class StoringArchive : HeldStream<std::ostringstream>, public ktArchive {
+public:
+    StoringArchive() : ktArchive(static_cast<std::ostream&>(stream)) {}
+    std::string bytes() const { return stream.str(); }
+};
+
+/// Loads from memory.
+class LoadingArchive : HeldStream<std::istringstream>, public ktArchive {
+public:
+    explicit LoadingArchive(const std::string& bytes)
+        : HeldStream<std::istringstream>{std::istringstream(bytes)}, ktArchive(static_cast<std::istream&>(stream))
+    {
+    }
+    /// How many bytes loading has not taken.
+    std::streamsize left() { return stream.rdbuf()->in_avail(); }
+};
+
 /// The whole archive, header included, that storing these values one after the other gives, each in a pass of its own.
 template <class... T>
 std::string store(const T&... values)

@@ -24,13 +24,6 @@ void expectThrows(const std::string& message, Operation operation)
     }
 }
 
-/// The same.
-template <class Exception, class Operation>
-void expectThrows(const std::string& message, long, Operation operation)
-{
-    expectThrows<Exception>(message, operation);
-}
-
 /// Expects that `operation` throws ktArchive::UnknownVersion with this text, which may be null, and this line.
 template <class Operation>
 void expectUnknownVersion(Operation operation, const char* where, int line)

@@ -36,10 +36,9 @@ Leaf loadedLeaf(const Labels& labels)
     }
     unsigned char version = 0;
     double factorLog = 0.0;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     archive || version || version || version || entries || factorLog;
-    return kt_test::load<Leaf>(out.str());
+    return kt_test::load<Leaf>(archive.bytes());
 }
 
 Node node(const ktDecisionTree& trueTree, const ktDecisionTree& falseTree)
@@ -629,15 +628,14 @@ TEST(DecisionTree, OneSubtreeOnBothSidesIsRestoredAsOne)
 {
     const SharedTree shared = new Leaf(resultFor({6}));
     unsigned char version = 0;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         SharedTree twice = shared;
         ktPtrHandle_const<ktPredicateFunction> predicate = yes().clone();
         archive || version || version || twice || twice || predicate;
     }
-    const Node loaded = kt_test::load<Node>(out.str());
+    const Node loaded = kt_test::load<Node>(archive.bytes());
     EXPECT_TRUE(loaded == node(leafFor({6}), leafFor({6})));
     EXPECT_EQ(loaded.trueTree().get(), loaded.falseTree().get());
 }
@@ -657,8 +655,7 @@ TEST(DecisionTreeNode, MissingPartsAreStoredAndLoadedAsMissing)
 TEST(DecisionTreeNode, ObjectOfAnotherClassLoadsAsMissing)
 {
     unsigned char version = 0;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         ktPtrHandle_const<ktPredicateFunction> predicate = yes().clone();
@@ -667,7 +664,7 @@ TEST(DecisionTreeNode, ObjectOfAnotherClassLoadsAsMissing)
         archive || version || version || predicate || pattern || tree;
     }
     Node loaded = node(leafFor({8}), leafFor({9}));
-    kt_test::loadInto(loaded, out.str());
+    kt_test::loadInto(loaded, archive.bytes());
     EXPECT_TRUE(loaded.trueTree().isNull());
     EXPECT_TRUE(loaded.falseTree().isNull());
     EXPECT_TRUE(loaded.predicateFunction().isNull());
@@ -695,10 +692,9 @@ TEST(DecisionTreeLeaf, LoadedResultIsTakenAsItStands)
         std::vector<ktClassifierCategoryResult> entries{{2, 1.0, 0.25, 9.0}, {2, 1.0, 0.25, 1.0}};
         unsigned char version = 0;
         double factorLog = 0.0;
-        std::ostringstream out;
-        ktArchive archive(static_cast<std::ostream&>(out));
+        kt_test::StoringArchive archive;
         archive || version || version || version || entries || factorLog;
-        return kt_test::load<Leaf>(out.str());
+        return kt_test::load<Leaf>(archive.bytes());
     }();
     ASSERT_EQ(unsorted.classifierResult().categoryResults().size(), 2u);
     EXPECT_EQ(unsorted.classifierResult().categoryResults()[0].expectedCost(), 9.0);

@@ -102,8 +102,7 @@ TEST(TreeClassifier, UntrainedOneIsStoredWithANullTree)
 TEST(TreeClassifier, ObjectThatIsNoTreeLoadsAsUntrained)
 {
     unsigned char zero = 0;
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     {
         const ktArchive::Pass pass(archive);
         ktPtrHandle_const<ktPredicateFunction> predicate = yes().clone();
@@ -111,7 +110,7 @@ TEST(TreeClassifier, ObjectThatIsNoTreeLoadsAsUntrained)
     }
     Classifier over = trained(smallTree());
     const SharedTree before = over.decisionTree();
-    kt_test::loadInto(over, out.str());
+    kt_test::loadInto(over, archive.bytes());
     EXPECT_FALSE(over.isTrained());
     EXPECT_EQ(before->refCount(), 1);
 }

@@ -292,11 +292,10 @@ constexpr const char* tooDeep = "Archive too deep: more than 1000 pointer record
 template <class T>
 std::string storeWithoutLimit(T value)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     archive.maxDepth(2000);
     archive || value;
-    return out.str();
+    return archive.bytes();
 }
 
 /// Runs `operation` on the stack that a thousand records may take, and notes what it used of it.
@@ -356,8 +355,7 @@ TEST(TreeNesting, Of1001RecordsIsTooDeepToLoad)
 TEST(TreeNesting, LimitIsTheArchivesToSet)
 {
     const std::string bytes = storeWithoutLimit(nested(2000));
-    std::istringstream in(bytes);
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(bytes);
     archive.maxDepth(2000);
     Tree loaded;
     archive || loaded;
