@@ -46,9 +46,9 @@ public:
     ~kt_TotalDataGenerator() = default;
 
     /// Draws and shuffles the data once, with seed 1; later calls give the same data again.
-    /// Throws: ktClassifierDefs::BadIndex "Feature pattern index must be >=0 and < number of patterns." if a class has fewer
-    /// patterns than measurements; ktClassifierDefs::BadFeatures "Feature pattern must have the same number of measurements
-    /// as the rest of the data." if classes differ in their measurements.
+    /// Throws: ktClassifierDefs::BadIndex "Feature pattern index must be >=0 and < number of patterns." if a class has
+    /// patterns, but fewer than measurements; ktClassifierDefs::BadFeatures "Feature pattern must have the same number of
+    /// measurements as the rest of the data." if classes that have patterns differ in their measurements.
     ktClassifierDataProviderMemory generateData();
 
 private:

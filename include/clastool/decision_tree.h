@@ -162,7 +162,9 @@ private:
 /// A binary tree built by hand: nodes that ask a predicate, leaves that hold a result.
 ///
 /// Trees may be of any depth and share subtrees in any way: building, copying, comparing, listing labels and destroying
-/// take bounded stack and visit a shared subtree once. An archive takes 1000 levels (ktArchive::maxDepth).
+/// take bounded stack and visit a shared subtree once. So do nodes of a class of the caller's own, unless it overrides the
+/// comparison or the listing: that is asked, and goes as deep as it goes. An archive takes 1000 levels (ktArchive::maxDepth),
+/// those of the tool and of the leaf included.
 /// Threads: const operations run on several threads at once. Archive: version byte.
 class KT_API ktDecisionTree : public ktPersistent, public ktRepBase {
 public:
@@ -255,7 +257,7 @@ private:
 
     static void releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept;
     template <class Function>
-    static bool isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function);
+    KT_HIDDEN static bool isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function);
 
     ktPtrHandle_const<ktDecisionTree> trueTree_;
     ktPtrHandle_const<ktDecisionTree> falseTree_;

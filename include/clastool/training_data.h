@@ -269,7 +269,7 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
-/// A training set in memory. All patterns have the same number of measurements.
+/// A training set in memory. All patterns have the same number of measurements, unless a damaged archive was loaded.
 ///
 /// Ownership: shares its patterns. Copy: shares the patterns.
 /// Archive: version byte, base, name, description, patterns as pointer records, labels.
@@ -310,8 +310,8 @@ public:
     /// must all have the same number of measurements"; ktClassifierDefs::BadLabel "Category labels must be >= 0 or unknown".
     void data(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns, const std::vector<long>& labels);
 
-    /// Same patterns by value, names, descriptions and labels; never equal to a provider of another class.
-    /// Throws: ktBadPointer for a null pattern.
+    /// Same patterns by value, names, descriptions and labels. A class derived from this one counts as it.
+    /// Throws: ktBadPointer for a null pattern that is reached.
     bool operator==(const ktClassifierDataProviderMemory& other) const { return isEqual_(other); }
     bool operator!=(const ktClassifierDataProviderMemory& other) const { return !(*this == other); }
 

@@ -203,6 +203,14 @@ TEST(DataProviderMemory, IndexOutOfRangeIsRefused)
     }
 }
 
+TEST(DataProviderMemory, EqualsADerivedClassThatHoldsTheSame)
+{
+    const OpenedMemory derived(filled());
+    EXPECT_TRUE(filled() == derived);
+    EXPECT_TRUE(derived == filled());
+    EXPECT_FALSE(Memory() == derived);
+}
+
 TEST(DataProviderMemory, RangeOfAnIndexIsWhatADerivedClassSays)
 {
     OpenedMemory provider(filled());

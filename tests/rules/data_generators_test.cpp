@@ -279,6 +279,12 @@ TEST(TotalDataGenerator, ClassWithFewerPatternsThanMeasurementsIsRefused)
                                                    message);
 }
 
+TEST(TotalDataGenerator, ClassWithoutPatternsIsNoHindrance)
+{
+    kt_TotalDataGenerator generator({normalClass(5, 0), normalClass(3, 4)});
+    EXPECT_EQ(labelsOf(generator.generateData()), (Labels{1, 1, 1}));
+}
+
 TEST(TotalDataGenerator, ClassesOfDifferentWidthsAreRefused)
 {
     const char* message = "Feature pattern must have the same number of measurements as the rest of the data.";
