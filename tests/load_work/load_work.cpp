@@ -460,6 +460,99 @@ Case wovenTrees(long n)
     return equalTools(toolOf(*woven(n, 0)), toolOf(*woven(n, 1)));
 }
 
+/// A classifier that holds one model of many measurements many times, against its own copy.
+Case sharedModels(long n)
+{
+    std::vector<std::vector<long>> groups;
+    std::vector<ktClassifierDistributionTypes::DistributionType> types;
+    for (long i = 0; i < n; ++i) {
+        groups.push_back({i});
+        types.push_back(ktClassifierDistributionTypes::eNormal);
+    }
+    const ktPtrHandle<kt_CategoryModelBayesian> model =
+        new kt_CategoryModelBayesian(1, groups, types, ktFeaturePattern());
+    model->adapt(ktFeaturePattern(someValues(n), {}), nullptr, 0);
+    std::vector<ktPtrHandle<kt_CategoryModel>> models(static_cast<std::size_t>(n), model);
+    std::vector<long> labels(models.size(), 1);
+    ktPtrHandle<ktClassifierTrainParams> params = new ktClassifierTrainParamsBayesian;
+    unsigned char version = 0;
+    std::ostringstream out;
+    ktArchive archive(out);
+    {
+        const ktArchive::Pass pass(archive);
+        archive || version || version || params || labels || models;
+    }
+    const std::string bytes = out.str();
+    return {bytes, {}, [bytes](ktArchive& first) {
+                const auto pair = std::make_shared<std::pair<kt_ClassifierBayesian, kt_ClassifierBayesian>>();
+                std::istringstream again(bytes);
+                ktArchive second(static_cast<std::istream&>(again));
+                first || pair->first;
+                second || pair->second;
+                return [pair] {
+                    if (pair->first != pair->second) {
+                        std::abort();
+                    }
+                };
+            }};
+}
+
+/// Parameters with a dependency set, and training data of one measurement.
+Case setsBeyondTheData(const std::vector<long>& set)
+{
+    ktClassifierDistributionTypes::DistributionType normal = ktClassifierDistributionTypes::eNormal;
+    std::vector<long> none, labels{0};
+    std::vector<ktClassifierDistributionTypes::DistributionType> noTypes;
+    std::vector<std::vector<long>> sets{set};
+    unsigned char version = 0;
+    std::ostringstream out;
+    ktArchive archive(out);
+    {
+        const ktArchive::Pass pass(archive);
+        archive || version || normal || none || none || noTypes || labels || sets;
+    }
+    return {out.str(), {}, [](ktArchive& in) {
+                ktClassifierDistributionTypes types;
+                in || types;
+                const auto params = std::make_shared<ktClassifierTrainParamsBayesian>(types);
+                return [params] {
+                    ktClassifierDataProviderMemory data;
+                    for (const double value : {1.0, 2.0, 4.0}) {
+                        data.addData(new ktFeaturePattern({value}, {}), 0);
+                    }
+                    ktClassifierTool tool;
+                    tool.train(data, *params);
+                };
+            }};
+}
+
+Case setOfOneMeasurement(long n)
+{
+    return setsBeyondTheData(std::vector<long>(static_cast<std::size_t>(n), 0));
+}
+
+Case setOfMeasurementsThatAreNotThere(long n)
+{
+    std::vector<long> set;
+    for (long i = 0; i < n; ++i) {
+        set.push_back(i);
+    }
+    return setsBeyondTheData(set);
+}
+
+/// n references to one stored pattern of n measurements, retrained with its own parameters.
+Case retrainedOnOnePattern(long n)
+{
+    const ktPtrHandle_const<ktFeaturePattern> shared(new ktFeaturePattern(someValues(n), {}));
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < n; ++i) {
+        data.addData(shared, i % 3);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsKNN(3));
+    return useOf(tool, [](ktClassifierTool& loaded) { loaded.retrain(*loaded.trainParams()); });
+}
+
 const std::vector<Kind>& kinds()
 {
     static const std::vector<Kind> all = {{"pattern", pattern},
@@ -486,7 +579,11 @@ const std::vector<Kind>& kinds()
                                           {"use-plain-result", plainResult, almostLinear},
                                           {"use-aborted-rule", abortedRule, almostLinear},
                                           {"use-shared-predicate", sharedPredicate},
-                                          {"use-woven-trees", wovenTrees, almostLinear}};
+                                          {"use-woven-trees", wovenTrees, almostLinear},
+                                          {"use-shared-models", sharedModels},
+                                          {"use-set-of-one-measurement", setOfOneMeasurement},
+                                          {"use-set-beyond-the-data", setOfMeasurementsThatAreNotThere},
+                                          {"use-retrained-on-one-pattern", retrainedOnOnePattern}};
     return all;
 }
 
