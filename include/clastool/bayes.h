@@ -445,7 +445,8 @@ public:
 protected:
     /// Every pattern whose label is not -1 teaches the model of its label, one at a time, in order.
     /// Throws: ktClassifierDefs::BadParams "The training parameters are for a different classification technique.";
-    /// ktBadPointer for a null pattern; what kt_CategoryModelBayesian refuses. The models built so far stay.
+    /// ktClassifierDefs::InsufficientTrainData "No valid data was provided for training." for more measurements than a vector
+    /// can ever hold; ktBadPointer for a null pattern; what kt_CategoryModelBayesian refuses. The models built so far stay.
     void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) override;
     /// Other frequencies and costs take effect at the next run.
     /// Throws: ktBadPointer without stored parameters; ktClassifierDefs::BadParams "The training parameters are for a

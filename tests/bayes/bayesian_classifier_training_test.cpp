@@ -5,6 +5,7 @@
 
 #include <clastool/nearest_neighbor.h>
 
+#include <limits>
 #include <map>
 #include <numeric>
 
@@ -38,6 +39,24 @@ using Data = ktClassifierDataProviderMemory;
 constexpr const char* otherTechnique = "The training parameters are for a different classification technique.";
 constexpr const char* otherTypes = "Cannot retrain a Bayesian classifier with different distribution types.";
 constexpr const char* otherMaxima = "Cannot retrain a Bayesian classifier with different maximum measurements values.";
+
+/// Claims as many measurements as a `long` can count.
+class BoastingProvider : public Data {
+public:
+    long numMeasurements() const override { return std::numeric_limits<long>::max(); }
+};
+
+TEST(BayesianTraining, RefusesAProviderThatClaimsMoreMeasurementsThanMemoryCanHold)
+{
+    if (static_cast<std::size_t>(std::numeric_limits<long>::max()) <= Sets().max_size()) {
+        GTEST_SKIP() << "a long counts no more than memory might hold";
+    }
+    BoastingProvider provider;
+    provider.addData(new ktFeaturePattern(), 1);
+    OpenBayesian classifier;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>(noData, [&] { classifier.train(provider, Params()); });
+    EXPECT_FALSE(classifier.isTrained());
+}
 
 TEST(BayesianTraining, NewClassifierIsUntrained)
 {

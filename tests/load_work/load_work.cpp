@@ -526,11 +526,6 @@ Case setsBeyondTheData(const std::vector<long>& set)
             }};
 }
 
-Case setOfOneMeasurement(long n)
-{
-    return setsBeyondTheData(std::vector<long>(static_cast<std::size_t>(n), 0));
-}
-
 Case setOfMeasurementsThatAreNotThere(long n)
 {
     std::vector<long> set;
@@ -581,7 +576,6 @@ const std::vector<Kind>& kinds()
                                           {"use-shared-predicate", sharedPredicate},
                                           {"use-woven-trees", wovenTrees, almostLinear},
                                           {"use-shared-models", sharedModels},
-                                          {"use-set-of-one-measurement", setOfOneMeasurement},
                                           {"use-set-beyond-the-data", setOfMeasurementsThatAreNotThere},
                                           {"use-retrained-on-one-pattern", retrainedOnOnePattern}};
     return all;

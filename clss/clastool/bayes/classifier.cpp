@@ -133,7 +133,12 @@ kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMe
     const ktClassifierDistributionTypes& types = params.distributionTypes();
     std::vector<std::vector<long>> groups;
     std::vector<ktClassifierDistributionTypes::DistributionType> groupTypes;
-    std::vector<bool> isGrouped(static_cast<std::size_t>(std::max(numMeasurements, 0L)));
+    const auto claimed = static_cast<std::size_t>(std::max(numMeasurements, 0L));
+    if (claimed > groups.max_size()) {
+        // More than any memory holds: the provider's claim cannot be true.
+        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
+    }
+    std::vector<bool> isGrouped(claimed);
     for (long m = 0; m < numMeasurements; ++m) {
         if (isGrouped[static_cast<std::size_t>(m)]) {
             continue;
