@@ -67,11 +67,12 @@ AREAS = [
             "clss/clastool/neighbor_scan/exact_distance.cpp",
             "clss/clastool/neighbor_scan/kernels_avx2.cpp",
             "clss/clastool/neighbor_scan/kernels_baseline.cpp",
+            "clss/clastool/neighbor_scan/leaf_order.cpp",
             "clss/clastool/neighbor_scan/nearest_list.h",
             "clss/clastool/neighbor_scan/neighbor_scan.cpp",
         ],
         [
-            ("internals_tests", "*NeighborScan*:*CellFilter*"),
+            ("internals_tests", "*NeighborScan*:*CellFilter*:CompactCopy*:LeafOrder*"),
             ("internals_tests", "*NeighborCases*/Uniform:*/LastBits:*/GridOfManyPatterns:*/AllScales"),
             ("neighbors_tests", "*"),
             ("internals_tests", "*NeighborCases*-*ManyFarthestFirst"),

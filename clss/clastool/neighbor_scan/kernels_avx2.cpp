@@ -78,18 +78,31 @@ struct AnyOrder {
 template <class Term>
 std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
+    // Variables of their own: compilers keep an array in memory and write it in each round.
     const Term term(order);
-    __m256 sum[vectors];
-    for (int v = 0; v < vectors; ++v) {
-        sum[v] = _mm256_setzero_ps();
+    __m256 sum0 = _mm256_setzero_ps();
+    __m256 sum1 = sum0;
+    __m256 sum2 = sum0;
+    __m256 sum3 = sum0;
+    __m256 sum4 = sum0;
+    __m256 sum5 = sum0;
+    __m256 sum6 = sum0;
+    __m256 sum7 = sum0;
+    for (const float* const end = query + size; query != end; ++query, block += kt_blockRows) {
+        const __m256 q = _mm256_broadcast_ss(query);
+        const auto added = [&](__m256 sum, int v) {
+            return term.add(sum, _mm256_sub_ps(_mm256_loadu_ps(block + v * lanes), q));
+        };
+        sum0 = added(sum0, 0);
+        sum1 = added(sum1, 1);
+        sum2 = added(sum2, 2);
+        sum3 = added(sum3, 3);
+        sum4 = added(sum4, 4);
+        sum5 = added(sum5, 5);
+        sum6 = added(sum6, 6);
+        sum7 = added(sum7, 7);
     }
-    for (std::size_t j = 0; j < size; ++j) {
-        const __m256 q = _mm256_broadcast_ss(query + j);
-        const float* measurement = block + j * kt_blockRows;
-        for (int v = 0; v < vectors; ++v) {
-            sum[v] = term.add(sum[v], _mm256_sub_ps(_mm256_loadu_ps(measurement + v * lanes), q));
-        }
-    }
+    const __m256 sum[vectors] = {sum0, sum1, sum2, sum3, sum4, sum5, sum6, sum7};
     const __m256 highest = _mm256_set1_ps(limit);
     std::uint64_t within = 0;
     for (int v = 0; v < vectors; ++v) {

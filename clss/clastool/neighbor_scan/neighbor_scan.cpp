@@ -510,9 +510,10 @@ private:
 
     std::uint64_t boundBoxes(const float* boxes, std::size_t count, float* bounds)
     {
-        const std::uint64_t within = kernels_.boxes(boxes, kt_CompactCopy::paddedBoxes(count), floatQuery_.begin(),
-                                                    size_, static_cast<float>(p_), limit_, bounds);
-        return within & lowest(count);
+        const std::size_t padded = kt_CompactCopy::paddedBoxes(count);
+        std::fill(bounds + padded, bounds + kt_blockRows, 0.0f);
+        return lowest(count) &
+               kernels_.boxes(boxes, padded, floatQuery_.begin(), size_, static_cast<float>(p_), limit_, bounds);
     }
 
     void scanGroup(const Group& group)
@@ -532,28 +533,28 @@ private:
     }
 
     /// Boxes cost as much as one block in 25, or one in five where cells tell most rows apart.
-    bool doBoxesSave() const { return numBounded_ < 256 || numScanned_ * 4 < numBounded_ * 3; }
+    bool doBoxesSave() const { return numBounded_ < 128 || numScanned_ * 4 < numBounded_ * 3; }
 
     /// Calls `visit` with the boxes that are within the limit when their turn comes. Returns their number.
     template <class Visit>
     std::size_t forEachNearest(std::uint64_t boxes, const float* bounds, Visit visit)
     {
         // After a few, many are visited in the order in which they are stored: memory likes it better, and so does the clock.
-        constexpr std::size_t few = 4;
-        constexpr std::size_t many = 8;
+        constexpr std::size_t few = 2;
+        constexpr std::size_t many = 4;
         std::size_t visited = 0;
+        float limit = limit_;
         while (boxes != 0) {
             auto nearest = static_cast<std::size_t>(KT_LOWEST_BIT(boxes));
             if (visited < few || !hasMoreBits(boxes, many)) {
                 forEachBit(boxes, [&](std::size_t i) { nearest = bounds[i] < bounds[nearest] ? i : nearest; });
-                if (bounds[nearest] > limit_) {
-                    break;
-                }
             }
+            visit(nearest);
+            ++visited;
             boxes &= ~(std::uint64_t{1} << nearest);
-            if (!(bounds[nearest] > limit_)) {
-                visit(nearest);
-                ++visited;
+            if (limit_ < limit) {
+                limit = limit_;
+                boxes &= kernels().within(bounds, limit);
             }
         }
         return visited;
@@ -606,7 +607,7 @@ private:
         const bool isDear = p_ == 0.5 || !isSimpleOrder();
         const std::size_t usual = kt_CompactCopy::cellsFrom();
         const bool isLarge = numRows_ * size_ >= 80 * usual;
-        const std::size_t blocksBefore = std::min<std::size_t>(isDear ? 4 : 32, usual);
+        const std::size_t blocksBefore = std::min<std::size_t>(isDear ? 4 : 16, usual);
         if (numBlocks_ <= blocksBefore || (isSimpleOrder() && !kernels().hasFastCells) || !(isDear || isLarge)) {
             return false;
         }
@@ -620,17 +621,25 @@ private:
     /// of 64 rows are within it.
     std::uint64_t limitFromLanes(const float* sums)
     {
-        float minima[2 * mostForLanes];
-        const std::size_t lanes = k_ <= 5 ? 8 : k_ <= 10 ? 16 : 32;
-        std::copy(sums, sums + lanes, minima);
-        for (std::size_t first = lanes; first < kt_blockRows; first += lanes) {
-            for (std::size_t lane = 0; lane < lanes; ++lane) {
+        const float bound = k_ <= 5    ? boundOfMinima<8>(sums)
+                            : k_ <= 10 ? boundOfMinima<16>(sums)
+                                       : boundOfMinima<32>(sums);
+        tightenByFloatSum(static_cast<double>(bound));
+        return kernels().within(sums, limit_);
+    }
+
+    template <std::size_t numLanes>
+    float boundOfMinima(const float* sums) const
+    {
+        float minima[numLanes];
+        std::copy(sums, sums + numLanes, minima);
+        for (std::size_t first = numLanes; first < kt_blockRows; first += numLanes) {
+            for (std::size_t lane = 0; lane < numLanes; ++lane) {
                 minima[lane] = std::min(minima[lane], sums[first + lane]);
             }
         }
-        std::nth_element(minima, minima + k_ - 1, minima + lanes);
-        tightenByFloatSum(static_cast<double>(minima[k_ - 1]));
-        return kernels().within(sums, limit_);
+        std::sort(minima, minima + numLanes);
+        return minima[k_ - 1];
     }
 
     void take(std::uint64_t within, const float* sums, const std::uint32_t* rows)
@@ -827,9 +836,16 @@ private:
 
     void takeExactly()
     {
+        const std::vector<double>* last = nullptr;
+        double distance = 0.0;
         for (const Candidate& candidate : candidates_) {
-            exactRows_.add(candidate.row,
-                           kt_exactDistance(query_.data(), measurements(candidate.row).data(), size_, p_));
+            const std::vector<double>& values = measurements(candidate.row);
+            // Many rows that no sum tells apart are mostly one row many times.
+            if (last == nullptr || *last != values) {
+                distance = kt_exactDistance(query_.data(), values.data(), size_, p_);
+            }
+            last = &values;
+            exactRows_.add(candidate.row, distance);
         }
         candidates_.clear();
     }
