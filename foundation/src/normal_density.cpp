@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -16,10 +17,11 @@ using kt_normal::all;
 using kt_normal::at;
 using kt_normal::avx2Learning;
 using kt_normal::baselineLearning;
-using kt_normal::factoriseFloored;
-using kt_normal::floorEigenvalues;
+using kt_normal::factorise;
+using kt_normal::keptShare;
 using kt_normal::lanes;
 using kt_normal::LearningKernels;
+using kt_normal::makeRegular;
 using kt_normal::rowsAtOnce;
 using kt_normal::Square;
 using kt_normal::squaredLength;
@@ -34,9 +36,12 @@ constexpr long success = 0;
 constexpr long noValidData = static_cast<long>(0x80000B61u);
 constexpr long sizesDisagree = static_cast<long>(0x80000B62u);
 
-// The floors of the deviations, from docs/numerics.md.
-constexpr double relativeDeviationFloor = 0x1p-23;
-constexpr double lastResortDeviationFloor = 1e-9;
+// From docs/numerics.md: a deviation that is no larger, in relation to the mean, may be rounding, and the deviation of a
+// constant at zero, which shows no unit.
+constexpr double deviationOfRounding = 0x1p-50;
+constexpr double deviationOfZero = 1e-9;
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 constexpr double logTwoPi = 1.8378770664093454835606594728112;
 
@@ -78,21 +83,6 @@ public:
 
 private:
     kt_DoublePair sums_[lanes / 2] = {};
-};
-
-/// A row as a source.
-class RowSource : public ktNormalDensity::Source {
-public:
-    explicit RowSource(const ktNormalDensity::Row& row) : row_(row) {}
-
-    bool measurement(std::size_t index, double& value) const override
-    {
-        value = row_.values[index];
-        return row_.valid[index];
-    }
-
-private:
-    const ktNormalDensity::Row& row_;
 };
 
 constexpr long largestCount = 2147483647L;
@@ -155,14 +145,25 @@ void mirrorLowerTriangle(double* matrix, std::size_t size)
 constexpr std::size_t fewMeasurements = 32;
 constexpr std::size_t fewIndices = 256;
 
+/// The deviation that a measurement is evaluated with.
+double deviationOf(double mean, double variance)
+{
+    if (ktNormalDensity::hasSpread(mean, variance)) {
+        return std::sqrt(variance);
+    }
+    const double ofRounding = deviationOfRounding * std::abs(mean);
+    return ofRounding >= std::numeric_limits<double>::min() ? ofRounding : deviationOfZero;
+}
+
 /// How many states were evaluated in this process.
 std::atomic<std::uint64_t> numFactors{0};
 
 }  // namespace
 
-/// What the floored density of one state is evaluated with.
+/// What one state is evaluated with.
 struct ktNormalDensity::Factors {
     std::vector<double> deviations;
+    std::vector<double> logDeviations;
     Square correlations;
     Square whitening;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
@@ -218,6 +219,43 @@ void ktNormalDensity::restore(const ktNMMatrix& mean, const ktNMMatrix& covarian
     mean_ = std::move(newMean);
     covariance_ = std::move(newCovariance);
     count_ = count;
+}
+
+void ktNormalDensity::standIn(const ktNormalDensity& learnt, const std::vector<std::size_t>& kept,
+                              const std::vector<double>& borrowed)
+{
+    const auto size = static_cast<long>(kept.size());
+    const bool isDegenerate =
+        std::any_of(borrowed.begin(), borrowed.end(), [](double variance) { return variance > 0.0; });
+    ktNMMatrix mean(size, 1);
+    ktNMMatrix covariance(size, size);
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        const auto row = static_cast<long>(i);
+        mean(row, 0) = learnt.mean_(static_cast<long>(kept[i]), 0);
+        for (std::size_t j = 0; j < kept.size(); ++j) {
+            const double element = learnt.covariance_(static_cast<long>(kept[i]), static_cast<long>(kept[j]));
+            double& made = covariance(row, static_cast<long>(j));
+            if (i == j) {
+                made = borrowed[i] > 0.0 ? borrowed[i] : element;
+            } else if (borrowed[i] == 0.0 && borrowed[j] == 0.0) {
+                made = isDegenerate ? keptShare * element : element;
+            }
+        }
+    }
+    restore(mean, covariance, learnt.count_);
+}
+
+bool ktNormalDensity::hasSpread(double mean, double variance) noexcept
+{
+    return variance > 0.0 && std::sqrt(variance) > deviationOfRounding * std::abs(mean);
+}
+
+bool ktNormalDensity::reaches(std::size_t index, double value) const noexcept
+{
+    const double mean = mean_.data()[index];
+    const double deviation =
+        deviationOf(mean, covariance_.data()[index * static_cast<std::size_t>(mean_.numRows()) + index]);
+    return std::abs(value - mean) < 1e147 * deviation;
 }
 
 bool ktNormalDensity::isUnused() const noexcept
@@ -374,31 +412,32 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     const double* mean = mean_.data();
     const double* covariance = covariance_.data();
     auto fresh = std::make_unique<Factors>();
-    fresh->deviations.resize(size);
-    fresh->correlations.resize(size * size);
-    Square factor(size * size);
-    double* s = fresh->deviations.data();
+    Square& correlations = fresh->correlations;
+    correlations.resize(size * size);
+    bool isDegenerate = false;
     for (std::size_t i = 0; i < size; ++i) {
-        const double floor = std::max(relativeDeviationFloor * std::abs(mean[i]), lastResortDeviationFloor);
-        // A variance that is negative or NaN, after loading a damaged archive, ends at the floor too.
-        s[i] = std::max(floor, covariance[i * size + i] > 0.0 ? std::sqrt(covariance[i * size + i]) : 0.0);
+        // A variance that is negative or NaN, after loading a damaged archive, is no spread either.
+        isDegenerate = isDegenerate || !hasSpread(mean[i], covariance[i * size + i]);
+        fresh->deviations.push_back(deviationOf(mean[i], covariance[i * size + i]));
+        fresh->logDeviations.push_back(std::log(fresh->deviations[i]));
     }
+    const double* s = fresh->deviations.data();
     for (std::size_t i = 0; i < size; ++i) {
         for (std::size_t j = 0; j < i; ++j) {
             const double correlation = covariance[i * size + j] / s[i] / s[j];
             const double clipped = std::isfinite(correlation) ? std::clamp(correlation, -1.0, 1.0) : 0.0;
-            fresh->correlations[i * size + j] = clipped;
-            fresh->correlations[j * size + i] = clipped;
+            correlations[i * size + j] = clipped;
+            correlations[j * size + i] = clipped;
         }
-        fresh->correlations[i * size + i] = 1.0;
+        correlations[i * size + i] = 1.0;
     }
-    floorEigenvalues(fresh->correlations, size);
-    const double* correlations = fresh->correlations.data();
-    factoriseFloored(factor.data(), size, [&](std::size_t i, std::size_t j) { return correlations[i * size + j]; });
+    makeRegular(correlations, size, isDegenerate);
+    Square factor = correlations;
+    factorise(factor.data(), size);
     fresh->whitening = whitening(factor, fresh->deviations);
     fresh->logScale = -0.5 * static_cast<double>(size) * logTwoPi;
     for (std::size_t i = 0; i < size; ++i) {
-        fresh->logScale -= std::log(s[i]) + std::log(factor[i * size + i]);
+        fresh->logScale -= fresh->logDeviations[i] + std::log(factor[i * size + i]);
     }
     // Several threads may have come this far; the first to publish wins, and all use what it published.
     const Factors* first = nullptr;
@@ -419,44 +458,42 @@ long ktNormalDensity::refuse(std::size_t size) const noexcept
     return hasSize(size) ? success : sizesDisagree;
 }
 
+bool ktNormalDensity::canEvaluate(std::size_t size) const noexcept
+{
+    return refuse(size) == success;
+}
+
 long ktNormalDensity::logDensity(const Row& row, double& value) const
 {
-    const long refused = refuse(row.size);
-    if (refused != success) {
-        return refused;
-    }
-    const auto numValid = static_cast<std::size_t>(std::count(row.valid, row.valid + row.size, true));
-    value = numValid == row.size ? logJoint([&](std::size_t i) { return row.values[i]; })
-                                 : logMarginal(RowSource(row), numValid);
-    return success;
+    return logDensityOf(row.size, value, [&](std::size_t i) { return row.valid[i] ? row.values[i] : notANumber; });
 }
 
 long ktNormalDensity::logDensity(const double* values, const long* indices, std::size_t size, double& value) const
 {
-    const long refused = refuse(size);
-    if (refused == success) {
-        value = logJoint([&](std::size_t i) { return values[indices[i]]; });
-    }
-    return refused;
+    return logDensityOf(size, value, [&](std::size_t i) { return values[indices[i]]; });
 }
 
 long ktNormalDensity::logDensity(const Source& source, std::size_t size, double& value) const
 {
-    double told = 0.0;
+    return logDensityOf(size, value, [&](std::size_t i) {
+        double told = 0.0;
+        return source.measurement(i, told) ? told : notANumber;
+    });
+}
+
+/// `valueAt(i)` is measurement i, NaN or an infinity if it is missing.
+template <class ValueAt>
+long ktNormalDensity::logDensityOf(std::size_t size, double& value, ValueAt valueAt) const
+{
     std::size_t numValid = 0;
     for (std::size_t i = 0; i < size; ++i) {
-        numValid += source.measurement(i, told) ? 1u : 0u;
+        numValid += std::isfinite(valueAt(i)) ? 1u : 0u;
     }
     const long refused = refuse(size);
-    if (refused != success) {
-        return refused;
+    if (refused == success) {
+        value = numValid == size ? logJoint(valueAt) : logMarginal(valueAt, numValid);
     }
-    const auto valueAt = [&](std::size_t i) {
-        source.measurement(i, told);
-        return told;
-    };
-    value = numValid == size ? logJoint(valueAt) : logMarginal(source, numValid);
-    return success;
+    return refused;
 }
 
 bool ktNormalDensity::single(Single& constants) const
@@ -508,30 +545,37 @@ double ktNormalDensity::logJoint(ValueAt valueAt) const
     return held(all.logScale - 0.5 * squares);
 }
 
-/// The joint density of the valid values: that of the floored density's rows and columns which belong to them.
-double ktNormalDensity::logMarginal(const Source& source, std::size_t numValid) const
+/// The joint density of the valid values: that of the rows and columns which belong to them, of what the whole is evaluated
+/// with.
+template <class ValueAt>
+double ktNormalDensity::logMarginal(ValueAt valueAt, std::size_t numValid) const
 {
     if (numValid == 0) {
         return 0.0;
     }
     const Factors& all = factors();
+    const std::size_t size = all.deviations.size();
+    const double* mean = mean_.data();
     kt_Scratch<std::size_t, fewIndices> kept(numValid);
     kt_Scratch<double, fewMeasurements*(fewMeasurements + 1)> numbers(numValid * (numValid + 1));
     double* z = numbers.data();
     double* factor = z + numValid;
-    const std::size_t size = all.deviations.size();
-    const double* mean = mean_.data();
     double logScale = -0.5 * static_cast<double>(numValid) * logTwoPi;
     for (std::size_t i = 0, next = 0; next < numValid; ++i) {
-        double value = 0.0;
-        if (source.measurement(i, value)) {
+        const double value = valueAt(i);
+        if (std::isfinite(value)) {
             z[next] = (value - mean[i]) / all.deviations[i];
-            logScale -= std::log(all.deviations[i]);
+            logScale -= all.logDeviations[i];
             kept[next++] = i;
         }
     }
-    factoriseFloored(factor, numValid,
-                     [&](std::size_t i, std::size_t j) { return all.correlations[kept[i] * size + kept[j]]; });
+    for (std::size_t i = 0; i < numValid; ++i) {
+        const double* row = all.correlations.data() + kept[i] * size;
+        for (std::size_t j = i; j < numValid; ++j) {
+            factor[i * numValid + j] = row[kept[j]];
+        }
+    }
+    factorise(factor, numValid);
     for (std::size_t i = 0; i < numValid; ++i) {
         logScale -= std::log(factor[i * numValid + i]);
     }

@@ -2,13 +2,18 @@
 
 #include <clastool/classifier.h>
 
+#include <kt/scratch.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 class ktClassifierDistributionTypes;
+class kt_BorrowedSpreads;
 class kt_EqualPairs;
+class kt_MeasuredValues;
+struct kt_Verdict;
 
 /// Version byte, default type, override labels, indices and types, labels and members of the dependency sets.
 KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
@@ -119,8 +124,8 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
-/// A joint normal density of one or more measurements; ktNormalDensity (kt/normal_density.h) says how it learns and how it
-/// is evaluated.
+/// A joint normal density of one or more measurements; ktNormalDensity (kt/normal_density.h) says how it learns, how it is
+/// evaluated, and what counts as degenerate. Used on its own, it knows no other category to borrow a spread from.
 ///
 /// Copy: copies the state. Archive: version byte, mean, covariance, count.
 class KT_API kt_PDFMultivariateNormal : public kt_ProbabilityDensityFunction {
@@ -132,7 +137,7 @@ public:
 
     /// One row a measurement.
     ktNMMatrix mean() const { return state_.mean(); }
-    /// One row and one column a measurement, as learnt and without floors.
+    /// One row and one column a measurement, as learnt.
     ktNMMatrix covariance() const { return state_.covariance(); }
     /// Whether any pattern was learnt.
     bool isValid() const { return state_.count() > 0; }
@@ -144,7 +149,7 @@ public:
 
     /// With normalizer 1.0.
     void updateWithData(const std::vector<ktFeaturePattern>& patterns) override;
-    /// Invalid measurements are marginalised; 0.0 if none is valid.
+    /// Invalid measurements, and values that are not finite, are marginalised; 0.0 if none is left.
     /// Throws: ktClassifierDefs::InsufficientTrainData "No valid data has been used to train the distribution"; for a pattern
     /// of another size ktClassifierDefs::BadParams "Must call clear before updating with feature vectors of different
     /// sizes".
@@ -163,6 +168,7 @@ protected:
 
 private:
     friend class kt_PDFBinomial;
+    friend class kt_BorrowedSpreads;
     friend class kt_CategoryModelBayesian;
 
     static ktPersistent* make();
@@ -207,7 +213,7 @@ public:
 
     /// ln n! - (ln k! + ln (n-k)!) + k ln theta + (n-k) ln (1-theta) with k = x n / maximum + 1/2 without its fraction, so x
     /// >= 0 is rounded half up, and x < 0 towards 0 after 1/2 was added; 0.0 for an invalid measurement. theta of 0 or 1
-    /// follows the rules of floating-point arithmetic.
+    /// follows the rules of floating-point arithmetic. A value that is not finite counts as invalid.
     /// Throws: ktClassifierDefs::InsufficientTrainData "Insufficient data has been used to train the distribution";
     /// ktClassifierDefs::NotImplemented "Multivariate Binomial Distributions are not implemented";
     /// ktClassifierDefs::BadParams "Feature measurement must be <= specified maximum value".
@@ -391,6 +397,7 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
+    friend class kt_BorrowedSpreads;
     friend class kt_ClassifierBayesian;
     friend class kt_Lessons;
 
@@ -407,6 +414,9 @@ private:
     ktNormalDensity* stateOf(std::size_t group) const;
     const Plan* plan() const;
     void dropPlan() noexcept;
+    KT_HIDDEN double scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const;
+    KT_HIDDEN void noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
+                             std::vector<bool>& isReached) const;
     double logValueOf(std::size_t group, const ktFeaturePattern& pattern) const;
     void prepare(std::size_t group, const ktNormalDensity::Row& row);
     void learn(std::size_t group, const ktNormalDensity::Row& row);
@@ -420,9 +430,16 @@ private:
 /// The Bayesian classifier: one model for each category label in the training data. A run scores the pattern against every
 /// model; a category's match score is its likelihood divided by the best one.
 ///
-/// Measurements may be missing, in training and in a run. `matchScoreFactorLog()` of the result is c = -(the largest
+/// Measurements may be missing, in training and in a run; a value that is not finite is missing. `matchScoreFactorLog()` of the result is c = -(the largest
 /// log-likelihood), so ln(match score) - c recovers a category's log-likelihood, by which a pattern that fits no category
 /// can be told. Not that of a category more than about 745 below the best one: its match score is 0.
+///
+/// A measurement that did not vary in a category is evaluated with a spread that the categories lend each other: the pooled
+/// one, sqrt(sum n_c var_c / sum n_c); if that is 0, that of the categories' means; if that is 0 too, it is left out of all
+/// categories. docs/bayes.md and docs/numerics.md say more. The classifier derives this from its models after training and
+/// loading; it is not stored or compared, and what models learn elsewhere afterwards does not change it.
+///
+/// A finite value so far out that its square overflows in every category is left out; the factor tells that it was there.
 ///
 /// Copy: shares the models, which nothing changes after training. Archive: version byte, base, labels, models as pointer
 /// records. See: R. O. Duda, P. E. Hart, D. G. Stork, "Pattern Classification", 2001.
@@ -465,7 +482,8 @@ protected:
     void checkRunnable_() const override;
     /// Throws: what the attention check raises; ktBadPointer for a missing model; what kt_CategoryModelBayesian::matchScore
     /// throws; ktBadPointer for stored parameters that are missing or of another class; what the decision rule throws.
-    /// Polls: once per category, and once per category in the decision rule. No allocation up to 32 categories, but for
+    /// Polls: once per category, twice for a pattern with a value far beyond all of them, and once per category in the decision
+    /// rule; while a group of more than some 400 measurements is evaluated for the first time, once in 2^24 multiplications. No allocation up to 32 categories, but for
     /// the result's own growth and the densities' first evaluation.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
@@ -490,6 +508,12 @@ private:
     static kt_CategoryModelBayesian* newModel(long label, long numMeasurements,
                                               const ktClassifierTrainParamsBayesian& params);
 
+    KT_HIDDEN void learn(const ktClassifierDataProvider& provider, const ktClassifierTrainParamsBayesian& params);
+    KT_HIDDEN double score(const ktFeaturePattern& pattern, kt_Scratch<kt_Verdict, 32>& verdicts) const;
+    KT_HIDDEN ktFeaturePattern withoutUnreached(const ktFeaturePattern& pattern) const;
+
     std::vector<long> labels_;
     std::vector<ktPtrHandle<kt_CategoryModel>> models_;
+    // What is evaluated in place of each model, after training and loading: the models with the spreads that they borrow.
+    std::vector<ktPtrHandle<kt_CategoryModel>> evaluated_;
 };

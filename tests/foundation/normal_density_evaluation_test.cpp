@@ -183,7 +183,7 @@ TEST(NormalDensity, WhatIsLearntAfterAnEvaluationCounts)
     }
     density.clear();
     learn(density, Rows{{1.0}});
-    EXPECT_DOUBLE_EQ(logOf(density, {1.0}), -0.91893853320467274178 + 23.0 * std::log(2.0));
+    EXPECT_DOUBLE_EQ(logOf(density, {1.0}), -0.91893853320467274178 + 50.0 * std::log(2.0));
 }
 
 TEST(NormalDensity, EvaluationTellsStatesApart)

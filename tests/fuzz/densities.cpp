@@ -229,7 +229,7 @@ struct LogDensity {
     long double tolerance;
 };
 
-/// The floored density in long double, where its correlations have no eigenvalue near the floor: with determinant D and
+/// The density in long double, where no spread is near that of rounding, and no eigenvalue of its correlations is small: with determinant D and
 /// trace n the smallest eigenvalue is at least D ((n - 1) / n)^(n - 1) >= D / e. Rounding changes a correlation by a few u,
 /// which the inverse enlarges by 1 / eigenvalue, and the factor by as much; the sums over n terms add the rest.
 class Reference {
@@ -239,8 +239,8 @@ public:
         isComparable_ = isModest(state.mean, 1e140) && isModest(state.covariance, 1e280);
         for (std::size_t i = 0; i < size_ && isComparable_; ++i) {
             const long double variance = std::max(state.covariance[i * size_ + i], 0.0);
-            deviations_.push_back(
-                std::max({std::sqrt(variance), std::abs(static_cast<long double>(state.mean[i])) * 0x1p-23L, 1e-9L}));
+            deviations_.push_back(std::sqrt(variance));
+            isComparable_ = deviations_[i] > std::abs(static_cast<long double>(state.mean[i])) * 0x1p-49L;
         }
         if (!isComparable_) {
             return;

@@ -56,13 +56,18 @@ double logNormalReference(const Moments& moments, const LongVector& x)
                                (static_cast<long double>(x.size()) * logTwoPiReference + logDeterminant + squares));
 }
 
-Moments flooredReference(const Moments& moments)
+Moments evaluatedReference(const Moments& moments)
 {
     const Eigen::Index size = moments.mean.size();
     LongVector spreads(size);
+    bool isDegenerate = false;
     for (Eigen::Index i = 0; i < size; ++i) {
-        const long double floor = std::max(std::abs(moments.mean(i)) / 8388608.0L, 1e-9L);
-        spreads(i) = std::max(floor, std::sqrt(moments.covariance(i, i)));
+        const long double ofRounding = std::ldexp(std::abs(moments.mean(i)), -50);
+        spreads(i) = std::sqrt(moments.covariance(i, i));
+        if (!(spreads(i) > ofRounding)) {
+            isDegenerate = true;
+            spreads(i) = ofRounding > 0.0L ? ofRounding : 1e-9L;
+        }
     }
     LongMatrix correlations = LongMatrix::Identity(size, size);
     for (Eigen::Index i = 0; i < size; ++i) {
@@ -73,9 +78,10 @@ Moments flooredReference(const Moments& moments)
         }
     }
     const Eigen::SelfAdjointEigenSolver<LongMatrix> solver(correlations);
-    const LongVector eigenvalues = solver.eigenvalues().cwiseMax(1e-8L);
-    const LongMatrix raised = solver.eigenvectors() * eigenvalues.asDiagonal() * solver.eigenvectors().transpose();
-    return {moments.mean, spreads.asDiagonal() * raised * spreads.asDiagonal()};
+    if (isDegenerate || !(solver.eigenvalues()(0) > 1e-8L)) {
+        correlations = 0.99L * correlations + 0.01L * LongMatrix::Identity(size, size);
+    }
+    return {moments.mean, spreads.asDiagonal() * correlations * spreads.asDiagonal()};
 }
 
 Moments marginalReference(const Moments& moments, const std::vector<long>& kept)

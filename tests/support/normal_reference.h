@@ -35,9 +35,9 @@ double conditionOf(const LongMatrix& matrix);
 /// ln of the normal density at x.
 double logNormalReference(const Moments& moments, const LongVector& x);
 
-/// The same moments with floors: standard deviations at max(2^-23 |mean|, 1e-9), correlations within [-1, 1], eigenvalues of
-/// the correlation matrix at 1e-8.
-Moments flooredReference(const Moments& moments);
+/// The moments that a density is evaluated with: deviations of at most 2^-50 |mean| become that, or 1e-9; if one does, or if
+/// the correlations within [-1, 1] have an eigenvalue of at most 1e-8, the correlations become 0.99 of what they were.
+Moments evaluatedReference(const Moments& moments);
 
 /// The moments of some of the measurements.
 Moments marginalReference(const Moments& moments, const std::vector<long>& kept);

@@ -106,8 +106,8 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
     numMeasurements(static_cast<long>(total));
 }
 
-/// What a run needs of the groups with a normal density, laid out so that patterns without an invalid measurement need not
-/// be looked at one measurement at a time.
+/// What a run needs of the groups with a normal density, laid out so that patterns need not be looked at one measurement at a
+/// time.
 struct kt_CategoryModelBayesian::Plan {
     /// Behind the last of the consecutive single groups that begin here; here where the group is none.
     std::vector<std::size_t> runEnds;
@@ -157,8 +157,8 @@ struct kt_CategoryModelBayesian::Plan {
         return true;
     }
 
-    /// Adds the log densities of groups [begin, end) to the sum, in their order. The same operations as the density's own,
-    /// in two loops, of which the first has no step that waits for the one before.
+    /// Adds the log densities of groups [begin, end) to the sum, in their order; a value that is not finite adds nothing. The
+    /// same operations as the density's own, in two loops, of which the first has no step that waits for the one before.
     double add(double sum, std::size_t begin, std::size_t end, const double* values) const
     {
         constexpr std::size_t block = 32;
@@ -169,8 +169,10 @@ struct kt_CategoryModelBayesian::Plan {
                 logs[i] = values[indices[first + i]];
             }
             for (std::size_t i = 0; i < size; ++i) {
-                const double z = inverseDeviations[first + i] * (logs[i] - means[first + i]);
-                logs[i] = ktNormalDensity::held(logScales[first + i] - 0.5 * (z * z));
+                const double value = logs[i];
+                const double z = inverseDeviations[first + i] * (value - means[first + i]);
+                const double log = ktNormalDensity::held(logScales[first + i] - 0.5 * (z * z));
+                logs[i] = value - value == 0.0 ? log : 0.0;
             }
             for (std::size_t i = 0; i < size; ++i) {
                 sum += logs[i];
@@ -266,10 +268,15 @@ std::size_t kt_CategoryModelBayesian::groupSizes() const
 
 double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktDiagObject*, unsigned long) const
 {
+    return scoreOf(pattern, kt_MeasuredValues(pattern));
+}
+
+/// The values are the pattern's.
+double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const
+{
     try {
-        const std::vector<double>& values = pattern.featureMeasurements(false);
-        const Plan* whole = pattern.numInvalid() == 0 ? plan() : nullptr;
-        if (whole != nullptr && values.size() < whole->reach) {
+        const Plan* whole = plan();
+        if (values.size() < whole->reach) {
             whole = nullptr;
         }
         const std::size_t size = numGroups();
@@ -356,6 +363,23 @@ bool kt_CategoryModelBayesian::isTaughtBy(const ktFeaturePattern& pattern, std::
     const std::vector<long>& indices = groups_[group];
     const auto isThere = [&](long index) { return index < pattern.numMeasurements(); };
     return normalOf(group) == nullptr || std::all_of(indices.begin(), indices.end(), isThere);
+}
+
+/// Notes of each measurement whether a normal density judges it, and whether the value is near enough for one of them.
+void kt_CategoryModelBayesian::noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
+                                         std::vector<bool>& isReached) const
+{
+    for (std::size_t i = 0; i < numGroups(); ++i) {
+        const ktNormalDensity* normal = normalOf(i);
+        const std::vector<long>& group = groups_[i];
+        for (std::size_t j = 0; normal != nullptr && normal->canEvaluate(group.size()) && j < group.size(); ++j) {
+            const auto index = static_cast<std::size_t>(group[j]);
+            if (index < isJudged.size()) {
+                isJudged[index] = true;
+                isReached[index] = isReached[index] || normal->reaches(j, pattern.featureMeasurement(group[j], false));
+            }
+        }
+    }
 }
 
 /// The state of the group's density, or null if that is not a normal one.

@@ -2,15 +2,21 @@
 
 #include "../clastool/decision_rule.h"
 #include "../clastool/grow.h"
+#include "borrowed_spreads.h"
 #include "equal_pairs.h"
 #include "lessons.h"
+#include "sub_pattern.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <typeinfo>
 
 namespace {
+
+/// A log-likelihood that only a density at its limit gives.
+constexpr double hopeless = -1e299;
 
 const ktClassifierTrainParamsBayesian& asBayesian(const ktClassifierTrainParams& params)
 {
@@ -58,6 +64,7 @@ kt_ClassifierBayesian& kt_ClassifierBayesian::operator=(const kt_ClassifierBayes
     kt_Classifier::operator=(other);
     labels_.swap(copy.labels_);
     models_.swap(copy.models_);
+    evaluated_.swap(copy.evaluated_);
     return *this;
 }
 
@@ -94,6 +101,18 @@ void kt_ClassifierBayesian::train_(const ktClassifierDataProvider& provider, con
 {
     const ktClassifierTrainParamsBayesian& bayesian = asBayesian(params);
     untrain_();
+    try {
+        learn(provider, bayesian);
+    } catch (...) {
+        evaluated_ = kt_BorrowedSpreads::completed(models_);
+        throw;
+    }
+    evaluated_ = kt_BorrowedSpreads::completed(models_);
+}
+
+void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
+                                  const ktClassifierTrainParamsBayesian& params)
+{
     // Training only reads the provider; its interface declares three of the readers without const.
     auto& data = const_cast<ktClassifierDataProvider&>(provider);
     const long numPatterns = data.numPatterns();
@@ -111,7 +130,7 @@ void kt_ClassifierBayesian::train_(const ktClassifierDataProvider& provider, con
         }
         const auto known = static_cast<std::size_t>(std::find(labels_.begin(), labels_.end(), label) - labels_.begin());
         if (known == labels_.size()) {
-            const ktPtrHandle<kt_CategoryModelBayesian> model = newModel(label, numMeasurements, bayesian);
+            const ktPtrHandle<kt_CategoryModelBayesian> model = newModel(label, numMeasurements, params);
             model->adapt(*pattern, nullptr, 0);
             kt_makeRoomForOne(labels_, models_, lessons);
             labels_.push_back(label);
@@ -176,6 +195,7 @@ void kt_ClassifierBayesian::untrain_()
 {
     labels_.clear();
     models_.clear();
+    evaluated_.clear();
 }
 
 bool kt_ClassifierBayesian::isTrained_() const
@@ -202,24 +222,64 @@ void kt_ClassifierBayesian::checkRunnable_() const
 void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const
 {
     kt_Scratch<kt_Verdict> verdicts(models_.size());
-    for (std::size_t i = 0; i < models_.size(); ++i) {
-        kt_pollAttention();
-        verdicts[i].weight = models_[i]->matchScore(pattern, nullptr, 0);
-    }
+    const double best = score(pattern, verdicts);
     const ktClassifierTrainParamsBayesian& params = heldBayesian(storedParams());
-    double best = -std::numeric_limits<double>::infinity();
-    for (const kt_Verdict& verdict : verdicts) {
-        // Written so that a NaN score takes over and an equal one does not.
-        if (!(best >= verdict.weight)) {
-            best = verdict.weight;
+    double reference = best;
+    if (best <= hopeless) {
+        const ktFeaturePattern reached = withoutUnreached(pattern);
+        if (reached.numInvalid() > pattern.numInvalid()) {
+            reference = score(reached, verdicts);
         }
     }
-    const double factorLog = 0.0 - best;
     for (std::size_t i = 0; i < models_.size(); ++i) {
-        const double matchScore = std::exp(factorLog + verdicts[i].weight);
+        const double matchScore = std::exp((0.0 - reference) + verdicts[i].weight);
         verdicts[i].category = ktClassifierCategoryResult(models_[i]->categoryLabel(), matchScore, 0.0, 0.0);
     }
-    kt_DecisionRule::decide(result, verdicts, params.categoryFrequencies(), params.misclassificationCosts(), factorLog);
+    kt_DecisionRule::decide(result, verdicts, params.categoryFrequencies(), params.misclassificationCosts(),
+                            0.0 - best);
+}
+
+/// The log-likelihoods of the categories, and the largest of them.
+double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<kt_Verdict>& verdicts) const
+{
+    // After a training that ran out of memory nothing is borrowed.
+    const std::vector<ktPtrHandle<kt_CategoryModel>>& models =
+        evaluated_.size() == models_.size() ? evaluated_ : models_;
+    const kt_MeasuredValues values(pattern);
+    double best = -std::numeric_limits<double>::infinity();
+    for (std::size_t i = 0; i < models.size(); ++i) {
+        kt_pollAttention();
+        const kt_CategoryModel& model = *models[i];
+        verdicts[i].weight = typeid(model) == typeid(kt_CategoryModelBayesian)
+                                 ? static_cast<const kt_CategoryModelBayesian&>(model).scoreOf(pattern, values)
+                                 : model.matchScore(pattern, nullptr, 0);
+        // Written so that a NaN score takes over and an equal one does not.
+        if (!(best >= verdicts[i].weight)) {
+            best = verdicts[i].weight;
+        }
+    }
+    return best;
+}
+
+/// The pattern less the measurements that are too far from every category for their densities to be told apart.
+ktFeaturePattern kt_ClassifierBayesian::withoutUnreached(const ktFeaturePattern& pattern) const
+{
+    const auto size = static_cast<std::size_t>(pattern.numMeasurements());
+    std::vector<bool> isJudged(size);
+    std::vector<bool> isReached(size);
+    for (const ktPtrHandle<kt_CategoryModel>& model : evaluated_) {
+        if (const auto* bayesian = dynamic_cast<const kt_CategoryModelBayesian*>(model.get())) {
+            bayesian->noteReach(pattern, isJudged, isReached);
+        }
+    }
+    std::vector<long> missing;
+    for (std::size_t i = 0; i < size; ++i) {
+        const auto index = static_cast<long>(i);
+        if (!pattern.isValid(index) || (isJudged[i] && !isReached[i])) {
+            missing.push_back(index);
+        }
+    }
+    return {pattern.featureMeasurements(false), missing};
 }
 
 void kt_ClassifierBayesian::dispatchSerialize(ktArchive& archive)
@@ -231,5 +291,11 @@ void kt_ClassifierBayesian::serialize_(ktArchive& archive, unsigned char version
 {
     ktArchive::checkVersion(version);
     kt_Classifier::dispatchSerialize(archive);
+    if (!archive.isLoading()) {
+        archive || labels_ || models_;
+        return;
+    }
+    evaluated_.clear();
     archive || labels_ || models_;
+    evaluated_ = kt_BorrowedSpreads::completed(models_);
 }

@@ -204,7 +204,7 @@ kt_PDFBinomial::~kt_PDFBinomial() = default;
 void kt_PDFBinomial::requireWithinMaximum(const ktNormalDensity::Row& row) const
 {
     for (std::size_t i = 0; i < row.size; ++i) {
-        if (row.valid[i] && row.values[i] > maximum_) {
+        if (row.valid[i] && std::isfinite(row.values[i]) && row.values[i] > maximum_) {
             throw ktClassifierDefs::BadParams(
                 "Train data measurement cannot exceed its maximum value when using binomial distribution");
         }
@@ -270,7 +270,7 @@ double kt_PDFBinomial::logValueAt(const ktNormalDensity::Row& row) const
     if (row.size != 1) {
         throwMultivariate();
     }
-    if (!row.valid[0]) {
+    if (!row.valid[0] || !std::isfinite(row.values[0])) {
         return 0.0;
     }
     if (row.values[0] > maximum_) {

@@ -6,6 +6,7 @@
 #include <kt/scratch.h>
 
 #include <cstddef>
+#include <limits>
 #include <vector>
 
 /// Raises a failing code of a density.
@@ -15,6 +16,35 @@ inline void kt_throwOnFailure(long code)
         kfThrowExceptionOnFailure(code);
     }
 }
+
+/// A pattern's values for densities that take a value which is not finite for a missing one: the pattern's own if all are marked
+/// valid, else a copy with NaN for those that are not. No values of a long pattern that lacks some, whose copy would not fit on
+/// the stack.
+class kt_MeasuredValues {
+public:
+    explicit kt_MeasuredValues(const ktFeaturePattern& pattern)
+    {
+        const std::vector<double>& values = pattern.featureMeasurements(false);
+        const bool isWhole = pattern.numInvalid() == 0;
+        size_ = isWhole || values.size() <= most ? values.size() : 0;
+        values_ = isWhole ? values.data() : copy_;
+        for (std::size_t i = 0; !isWhole && i < size_; ++i) {
+            copy_[i] = pattern.isValid(static_cast<long>(i)) ? values[i] : std::numeric_limits<double>::quiet_NaN();
+        }
+    }
+    kt_MeasuredValues(const kt_MeasuredValues&) = delete;
+    kt_MeasuredValues& operator=(const kt_MeasuredValues&) = delete;
+
+    const double* data() const { return values_; }
+    std::size_t size() const { return size_; }
+
+private:
+    static constexpr std::size_t most = 512;
+
+    const double* values_;
+    std::size_t size_;
+    double copy_[most];
+};
 
 /// The measurements of a pattern that one density sees, laid out for it without a pattern of their own on the heap.
 class kt_SubPattern {

@@ -20,10 +20,15 @@
 /// corrected sums of squares and products", 1962; T. F. Chan, G. H. Golub, R. J. LeVeque, "Algorithms for computing the
 /// sample variance", 1983.
 ///
-/// Evaluation never refuses a degenerate covariance and never alters the stored one; it evaluates a floored density:
-/// standard deviations s_i are raised to max(2^-23 |mean_i|, 1e-9); correlations cov[i][j] / (s_i s_j) are clipped to
-/// [-1, 1], those that are not finite count as 0; eigenvalues of the correlation matrix are raised to 1e-8. docs/numerics.md
-/// gives the reasons.
+/// Evaluation never refuses a degenerate covariance and never alters the stored one. What counts as degenerate:
+///
+/// - A measurement has no spread of its own if its deviation is at most 2^-50 |mean_i|, which the rounding of the steps above can
+///   make. It is evaluated with that deviation, 1e-9 for a mean of zero. Someone who knows better makes a stand-in.
+/// - Correlations cov[i][j] / (s_i s_j) are clipped to [-1, 1], and those that are not finite count as 0. If an eigenvalue of
+///   the correlation matrix is not above 1e-8, or if a measurement has no spread of its own, all correlations are shrunk: times
+///   0.99; and again, more each time, should a restored state need it.
+///
+/// Everything else is evaluated as it was learnt. docs/numerics.md gives the reasons.
 ///
 /// Failures come back as codes (failure.h), 0 for success: 0x80000B61 no valid data was learnt, 0x80000B62 the numbers of
 /// measurements disagree.
@@ -62,7 +67,7 @@ public:
 
     /// A column, one row a measurement.
     const ktNMMatrix& mean() const noexcept { return mean_; }
-    /// Square, one row and one column a measurement; the unbiased covariance, as learnt and without floors.
+    /// Square, one row and one column a measurement; the unbiased covariance, as learnt.
     const ktNMMatrix& covariance() const noexcept { return covariance_; }
     /// The number of patterns learnt; saturates at 2^31 - 1.
     long count() const noexcept { return count_; }
@@ -93,8 +98,24 @@ public:
     static void learnColumns(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                              std::size_t numRows) noexcept;
 
-    /// ln of the density at the row; invalid values are marginalised: the joint density of the valid ones. Held within
-    /// +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is valid.
+    /// Becomes what is evaluated in place of a state that borrows spreads: its measurements `kept`, in this order, with the
+    /// variance `borrowed[i]` for kept[i] and no correlation with the others, where that is above 0. If any is, the other
+    /// correlations are shrunk as those of a degenerate covariance.
+    /// Requires: as many borrowed as kept, each kept below the number of measurements.
+    void standIn(const ktNormalDensity& learnt, const std::vector<std::size_t>& kept,
+                 const std::vector<double>& borrowed);
+
+    /// Whether this is more spread than the rounding of learning can make.
+    static bool hasSpread(double mean, double variance) noexcept;
+
+    /// Whether a pattern of `size` measurements can be evaluated: something was learnt, and all sizes agree.
+    bool canEvaluate(std::size_t size) const noexcept;
+
+    /// Whether measurement `index` of a pattern is so near the mean that its density can be told: within 1e147 deviations.
+    bool reaches(std::size_t index, double value) const noexcept;
+
+    /// ln of the density at the row; invalid values, and values that are not finite, are marginalised: the joint density of
+    /// the others. Held within +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is left.
     /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
     /// disagree.
     /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation but
@@ -113,7 +134,7 @@ public:
     struct Single {
         /// In the unit of the measurement.
         double mean;
-        /// 1 over the floored standard deviation.
+        /// 1 over the standard deviation that it is evaluated with.
         double inverseDeviation;
         /// The log density at the mean.
         double logScale;
@@ -143,6 +164,8 @@ private:
     struct Factors;
 
     long refuse(std::size_t size) const noexcept;
+    template <class ValueAt>
+    long logDensityOf(std::size_t size, double& value, ValueAt valueAt) const;
     bool hasSize(std::size_t size) const noexcept;
     void learn(const Row& row, double normalizer) noexcept;
     void begin(const double* values) noexcept;
@@ -151,7 +174,8 @@ private:
     const Factors& factors() const;
     template <class ValueAt>
     double logJoint(ValueAt valueAt) const;
-    double logMarginal(const Source& source, std::size_t numValid) const;
+    template <class ValueAt>
+    double logMarginal(ValueAt valueAt, std::size_t numValid) const;
     void dropFactors() noexcept;
 
     ktNMMatrix mean_;

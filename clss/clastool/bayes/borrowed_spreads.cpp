@@ -1,0 +1,191 @@
+#include "borrowed_spreads.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <typeinfo>
+
+namespace {
+
+/// Null for a model that is missing or of a class that may do everything in its own way.
+const kt_CategoryModelBayesian* exactly(const ktPtrHandle<kt_CategoryModel>& model)
+{
+    const bool isBayesian = model && typeid(*model) == typeid(kt_CategoryModelBayesian);
+    return isBayesian ? static_cast<const kt_CategoryModelBayesian*>(model.get()) : nullptr;
+}
+
+double meanOf(const ktNormalDensity& density, std::size_t i)
+{
+    return density.mean()(static_cast<long>(i), 0);
+}
+
+double varianceOf(const ktNormalDensity& density, std::size_t i)
+{
+    return density.covariance()(static_cast<long>(i), static_cast<long>(i));
+}
+
+double squared(double value)
+{
+    return value * value;
+}
+
+}  // namespace
+
+kt_BorrowedSpreads::Models kt_BorrowedSpreads::completed(const Models& models)
+{
+    kt_BorrowedSpreads spreads;
+    // An archive may hold one model under many handles.
+    std::map<const kt_CategoryModel*, ktPtrHandle<kt_CategoryModel>> made;
+    for (const ktPtrHandle<kt_CategoryModel>& model : models) {
+        const kt_CategoryModelBayesian* bayesian = exactly(model);
+        if (bayesian != nullptr && made.emplace(bayesian, nullptr).second) {
+            spreads.note(*bayesian);
+        }
+    }
+    spreads.settle();
+    Models result;
+    result.reserve(models.size());
+    for (const ktPtrHandle<kt_CategoryModel>& model : models) {
+        const kt_CategoryModelBayesian* bayesian = exactly(model);
+        if (bayesian == nullptr) {
+            result.push_back(model);
+            continue;
+        }
+        ktPtrHandle<kt_CategoryModel>& one = made[bayesian];
+        if (!one) {
+            const ktPtrHandle<kt_CategoryModel> standIn = spreads.standInFor(*bayesian);
+            one = standIn ? standIn : model;
+        }
+        result.push_back(one);
+    }
+    return result;
+}
+
+/// The density of the group if it is a normal one that can be evaluated.
+const ktNormalDensity* kt_BorrowedSpreads::learntBy(const kt_CategoryModelBayesian& model, std::size_t group)
+{
+    const std::vector<long>& indices = model.groups_[group];
+    const bool isThere = !model.densities_[group].isNull();
+    const bool areIndices = std::all_of(indices.begin(), indices.end(), [](long index) { return index >= 0; });
+    const ktNormalDensity* density = isThere && areIndices ? model.normalOf(group) : nullptr;
+    return density != nullptr && density->canEvaluate(indices.size()) ? density : nullptr;
+}
+
+void kt_BorrowedSpreads::note(const kt_CategoryModelBayesian& model)
+{
+    for (std::size_t group = 0; group < model.numGroups(); ++group) {
+        const ktNormalDensity* density = learntBy(model, group);
+        for (std::size_t i = 0; density != nullptr && i < model.groups_[group].size(); ++i) {
+            learnt_.push_back({model.groups_[group][i], static_cast<double>(density->count()), meanOf(*density, i),
+                               varianceOf(*density, i)});
+        }
+    }
+}
+
+/// Finds what is lent for each measurement.
+void kt_BorrowedSpreads::settle()
+{
+    // Stable, so that the sums are the same for every classifier of these models.
+    std::stable_sort(learnt_.begin(), learnt_.end(),
+                     [](const Learnt& a, const Learnt& b) { return a.index < b.index; });
+    for (auto first = learnt_.begin(); first != learnt_.end();) {
+        const auto end =
+            std::find_if(first, learnt_.end(), [&](const Learnt& one) { return one.index != first->index; });
+        loans_.push_back({first->index, lentBy(&*first, &*first + (end - first))});
+        first = end;
+    }
+}
+
+/// The square of the spread that these categories lend for one measurement; 0 where they know none.
+double kt_BorrowedSpreads::lentBy(const Learnt* first, const Learnt* last)
+{
+    const auto number = static_cast<double>(last - first);
+    double sumOfCounts = 0.0;
+    double mean = 0.0;
+    double largest = 0.0;
+    for (const Learnt* one = first; one != last; ++one) {
+        if (!std::isfinite(one->mean) || !std::isfinite(one->variance)) {
+            return 0.0;
+        }
+        sumOfCounts += one->count;
+        mean += one->mean / number;
+        largest = std::max(largest, std::abs(one->mean));
+    }
+    double pooled = 0.0;
+    double ofMeans = 0.0;
+    bool hasSpread = false;
+    for (const Learnt* one = first; one != last; ++one) {
+        if (ktNormalDensity::hasSpread(one->mean, one->variance)) {
+            pooled += one->count / sumOfCounts * one->variance;
+            hasSpread = true;
+        }
+        ofMeans += squared(one->mean - mean) / number;
+    }
+    if (hasSpread) {
+        return std::max(pooled, std::numeric_limits<double>::min());
+    }
+    return std::isfinite(ofMeans) && ktNormalDensity::hasSpread(largest, ofMeans) ? ofMeans : 0.0;
+}
+
+double kt_BorrowedSpreads::lentFor(long index) const
+{
+    const auto isBefore = [](const Loan& loan, long wanted) { return loan.index < wanted; };
+    return std::lower_bound(loans_.begin(), loans_.end(), index, isBefore)->variance;
+}
+
+/// Null if the model borrows nothing.
+ktPtrHandle<kt_CategoryModel> kt_BorrowedSpreads::standInFor(const kt_CategoryModelBayesian& model)
+{
+    ktPtrHandle<kt_CategoryModelBayesian> made;
+    for (std::size_t group = 0; group < model.numGroups(); ++group) {
+        const Part part = partOf(model, group);
+        if (!part.isWhole && !made) {
+            made = new kt_CategoryModelBayesian(model);
+            made->groups_.resize(group);
+            made->densities_.resize(group);
+        }
+        if (part.isWhole && made) {
+            made->groups_.push_back(model.groups_[group]);
+            made->densities_.push_back(model.densities_[group]);
+        }
+        if (!part.isWhole && !part.kept.empty()) {
+            made->groups_.push_back(part.indices);
+            made->densities_.push_back(standInFor(*model.normalOf(group), part));
+        }
+    }
+    return made;
+}
+
+/// What of a group is evaluated. A measurement that it names again says nothing more.
+kt_BorrowedSpreads::Part kt_BorrowedSpreads::partOf(const kt_CategoryModelBayesian& model, std::size_t group)
+{
+    Part part;
+    const ktNormalDensity* density = learntBy(model, group);
+    const std::vector<long>& indices = model.groups_[group];
+    for (std::size_t i = 0; density != nullptr && i < indices.size(); ++i) {
+        const double variance = lentFor(indices[i]);
+        const bool isNamed = std::find(part.indices.begin(), part.indices.end(), indices[i]) != part.indices.end();
+        if (variance == 0.0 || isNamed) {
+            part.isWhole = false;
+            continue;
+        }
+        const bool hasOwn = ktNormalDensity::hasSpread(meanOf(*density, i), varianceOf(*density, i));
+        part.isWhole = part.isWhole && hasOwn;
+        part.kept.push_back(i);
+        part.indices.push_back(indices[i]);
+        part.borrowed.push_back(hasOwn ? 0.0 : variance);
+    }
+    if (!part.isWhole && !borrowers_.insert(density).second) {
+        part.isWhole = true;
+    }
+    return part;
+}
+
+ktPtrHandle<kt_ProbabilityDensityFunction> kt_BorrowedSpreads::standInFor(const ktNormalDensity& density,
+                                                                          const Part& part)
+{
+    const ktPtrHandle<kt_PDFMultivariateNormal> made = new kt_PDFMultivariateNormal;
+    made->state_.standIn(density, part.kept, part.borrowed);
+    return made;
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <clastool/bayes.h>
+
+#include <cstddef>
+#include <set>
+#include <vector>
+
+/// The spreads that categories lend each other. A measurement that did not vary within a category would overrule all others
+/// there: it has no spread of its own to be judged by (ktNormalDensity::hasSpread). It is evaluated with
+///
+/// 1. the pooled spread within categories: its square is the sum of n_c var_c over the sum of n_c, over the categories c that
+///    model this measurement by a normal density, n_c their counts, var_c 0 where they have no spread;
+/// 2. if that is 0, the spread of these categories' means: the root of their mean squared distance from their mean;
+/// 3. if that is 0 too, but for rounding, or if a mean or variance is not finite, the measurement says nothing about the
+///    categories, and is left out of all of them.
+///
+/// What a model has learnt stays as it is. What is evaluated in its place is a copy, made of the densities that need no such
+/// spread, shared, and of stand-ins for the others.
+class kt_BorrowedSpreads {
+public:
+    using Models = std::vector<ktPtrHandle<kt_CategoryModel>>;
+
+    /// The models to evaluate in place of these, one for one: a model itself where it borrows nothing, and where it is missing or
+    /// of another class than kt_CategoryModelBayesian. Only normal densities that can be evaluated lend and borrow; one that a
+    /// damaged archive put into several groups borrows in the first alone.
+    /// Cost: groups times the logarithm of their number, and the size of what borrows.
+    static Models completed(const Models& models);
+
+private:
+    /// What a category has learnt of a measurement.
+    struct Learnt {
+        long index;
+        double count;
+        double mean;
+        double variance;
+    };
+    /// The square of the spread that is lent for a measurement; 0 where it says nothing.
+    struct Loan {
+        long index;
+        double variance;
+    };
+    /// What of a group is evaluated: which of its measurements, their indices in the pattern, and what variances they borrow, 0
+    /// for one with a spread of its own.
+    struct Part {
+        std::vector<std::size_t> kept;
+        std::vector<long> indices;
+        std::vector<double> borrowed;
+        bool isWhole = true;
+    };
+
+    static const ktNormalDensity* learntBy(const kt_CategoryModelBayesian& model, std::size_t group);
+    static double lentBy(const Learnt* first, const Learnt* last);
+    static ktPtrHandle<kt_ProbabilityDensityFunction> standInFor(const ktNormalDensity& density, const Part& part);
+
+    void note(const kt_CategoryModelBayesian& model);
+    void settle();
+    double lentFor(long index) const;
+    Part partOf(const kt_CategoryModelBayesian& model, std::size_t group);
+    ktPtrHandle<kt_CategoryModel> standInFor(const kt_CategoryModelBayesian& model);
+
+    std::vector<Learnt> learnt_;
+    std::vector<Loan> loans_;
+    std::set<const ktNormalDensity*> borrowers_;
+};
