@@ -79,7 +79,10 @@ function(kt_compile_neighbor_scan folder)
     set_source_files_properties(${folder}/exact_distance.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
     set_source_files_properties(${folder}/kernels_baseline.cpp PROPERTIES COMPILE_OPTIONS -O3)
     if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
-        set_source_files_properties(${folder}/kernels_avx2.cpp PROPERTIES COMPILE_OPTIONS "-O3;-mavx2;-mfma")
+        set_source_files_properties(${folder}/kernels_avx2.cpp ${folder}/batch_kernels_avx2.cpp
+            PROPERTIES COMPILE_OPTIONS "-O3;-mavx2;-mfma")
+        set_source_files_properties(${folder}/batch_kernels_vnni.cpp
+            PROPERTIES COMPILE_OPTIONS "-O3;-mavx512f;-mavx512bw;-mavx512vnni")
     endif()
 endfunction()
 

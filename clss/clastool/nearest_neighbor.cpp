@@ -1,6 +1,7 @@
 #include <clastool/nearest_neighbor.h>
 
 #include "clastool/decision_rule.h"
+#include "neighbor_scan/batch_scan.h"
 #include "neighbor_scan/compact_copy.h"
 #include "neighbor_scan/exact_distance.h"
 #include "neighbor_scan/nearest_list.h"
@@ -414,20 +415,84 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
     fillMatchResults_(neighbors, result);
 }
 
-/// The same neighbours by way of the compact copy, in any order; false where that cannot be certified.
-bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const
+/// The order of the norm, for runs by way of the compact copy; 0 where only the plain scan may answer.
+double kt_ClassifierKNN::orderByCopy() const
 {
     if (copy_.isNull() || !copy_->isCurrent(*trainingData_)) {
-        return false;
+        return 0.0;
     }
     const ktPtrHandle_const<ktPatternDistanceMetric> held = params_.distanceMetric();
     const ktPatternDistanceMetric* const metric = held.get();
     // A metric derived from the norm may measure in its own way: only the norm itself may be hurried past it.
     if (metric == nullptr || typeid(*metric) != typeid(ktPatternDistanceMetricNorm)) {
-        return false;
+        return 0.0;
     }
-    const double order = static_cast<const ktPatternDistanceMetricNorm&>(*metric).order();
-    return copy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
+    return static_cast<const ktPatternDistanceMetricNorm&>(*metric).order();
+}
+
+/// The same neighbours by way of the compact copy, in any order; false where that cannot be certified.
+bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const
+{
+    const double order = orderByCopy();
+    return order > 0.0 && copy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
+}
+
+/// Runs pattern by pattern; only the search for the neighbours is made for many patterns at once, where that saves time.
+void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns,
+                               std::vector<ktClassifierResult>& results, ktDiagObject* diag, unsigned long flags) const
+{
+    // A handler that would stop the runs is not kept waiting for long.
+    const bool isAsked = kt_attentionHandler.load(std::memory_order_relaxed) != nullptr;
+    const std::size_t together = isAsked ? 64 : kt_BatchScan::mostQueries;
+    const auto numRows = static_cast<std::size_t>(trainingData_->numPatterns());
+    const auto k = static_cast<std::size_t>(std::clamp(params_.k(), 0L, trainingData_->numPatterns()));
+    for (std::size_t first = 0; first < patterns.size(); first += together) {
+        const std::size_t count = std::min(together, patterns.size() - first);
+        std::vector<std::size_t> rows;
+        const std::vector<char> isFound = findTogether(patterns.data() + first, count, k, rows);
+        for (std::size_t i = 0; i < count; ++i) {
+            const ktFeaturePattern& pattern = *patterns[first + i];
+            if (isFound.empty() || isFound[i] == 0) {
+                run(pattern, results[first + i], diag, flags);
+                continue;
+            }
+            unsigned long ownFlags = flags;
+            ktDiagObject::getRecordingDestination(diag, ownFlags);
+            for (std::size_t row = 0; isAsked && row < numRows; ++row) {
+                kt_pollAttention();
+            }
+            kt_RowList neighbors(k);
+            std::copy_n(rows.data() + i * k, k, neighbors.begin());
+            fillMatchResults_(neighbors, results[first + i]);
+        }
+    }
+}
+
+/// The rows of the k neighbours of each pattern, as far as they were found; nothing if a search together saves no time.
+std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeaturePattern>* patterns, std::size_t count,
+                                                 std::size_t k, std::vector<std::size_t>& rows) const
+{
+    try {
+        if (orderByCopy() != 2.0) {
+            return {};
+        }
+        kt_BatchScan scan(*copy_, *trainingData_, k);
+        if (!scan.isWorthwhile(count)) {
+            return {};
+        }
+        const auto valuesOf = [this](const ktPtrHandle_const<ktFeaturePattern>& pattern) {
+            const bool isRefused = pattern.isNull() || pattern->numInvalid() > 0 ||
+                                   pattern->numMeasurements() != trainingData_->numMeasurements();
+            return isRefused ? nullptr : &pattern->featureMeasurements(false);
+        };
+        std::vector<const std::vector<double>*> queries(count);
+        std::transform(patterns, patterns + count, queries.begin(), valuesOf);
+        rows.resize(count * k);
+        return scan.run(queries, rows);
+    } catch (const std::bad_alloc&) {
+        // Without memory for a search together, runs take longer and answer the same.
+        return {};
+    }
 }
 
 /// The definition of the answer: an exhaustive scan with a sorted list of at most k entries.

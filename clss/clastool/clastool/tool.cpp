@@ -1,6 +1,9 @@
 #include <clastool/classifier.h>
 
 #include <clastool/decision_tree.h>
+#include <clastool/nearest_neighbor.h>
+
+#include <typeinfo>
 
 ktClassifierTool::ktClassifierTool() = default;
 
@@ -104,8 +107,14 @@ void ktClassifierTool::run(const std::vector<ktPtrHandle_const<ktFeaturePattern>
         throw ktClassifierDefs::NotTrained("Classifier tool must be trained before running.");
     }
     std::vector<ktClassifierResult> found(patterns.size());
-    for (std::size_t i = 0; i < patterns.size(); ++i) {
-        classifier_->run(*patterns[i], found[i], diag, flags);
+    const kt_Classifier& classifier = *classifier_;
+    // A class derived from the library's may run in its own way.
+    if (typeid(classifier) == typeid(kt_ClassifierKNN)) {
+        static_cast<const kt_ClassifierKNN&>(classifier).runEach(patterns, found, diag, flags);
+    } else {
+        for (std::size_t i = 0; i < patterns.size(); ++i) {
+            classifier.run(*patterns[i], found[i], diag, flags);
+        }
     }
     results.swap(found);
 }

@@ -79,11 +79,20 @@ public:
     bool nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
                  kt_RowList& rows) const;
 
+    /// The same without a poll, for a search for many queries. `numCompared` grows by the number of blocks of rows that the
+    /// query was compared with.
+    bool nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
+                 kt_RowList& rows, std::size_t& numCompared) const;
+
+    /// The nearest rows when all of them are among `candidates`. Polls nothing.
+    bool nearestAmong(const std::vector<std::uint32_t>& candidates, const ktClassifierDataProviderMemory& store,
+                      const std::vector<double>& query, double order, kt_RowList& rows) const;
+
     /// The rows lie in blocks of 64, in another order than in the store. The numbers in the store of the rows of a block.
     const std::uint32_t* rowsOf(std::size_t block) const { return rows_.data() + block * kt_blockRows; }
 
-    /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2. A request for one that the machine
-    /// lacks is ignored. Returns what is in force.
+    /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2, 2 with AVX-512 VNNI for batches as
+    /// well. A request for one that the machine lacks is ignored. Returns what is in force.
     static int instructionSet() noexcept;
     static int instructionSet(int wanted) noexcept;
 
@@ -92,6 +101,7 @@ public:
     static void cellsFrom(std::size_t rows) noexcept;
 
 private:
+    friend class kt_BatchScan;
     friend class kt_CellFilter;
     friend class kt_NeighborScan;
 

@@ -1,3 +1,4 @@
+#include "batch_kernels.h"
 #include "cell_filter.h"
 #include "compact_copy.h"
 #include "exact_distance.h"
@@ -33,9 +34,9 @@ std::atomic<int> chosenSet{-1};
 
 const kt_ScanKernels& kernels()
 {
-    // 1 is chosen only where there are such kernels.
+    // 1 and 2 are chosen only where there are such kernels.
     // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.UndefReturn)
-    return kt_CompactCopy::instructionSet() == 1 ? *kt_avx2Kernels : kt_baselineKernels;
+    return kt_CompactCopy::instructionSet() >= 1 ? *kt_avx2Kernels : kt_baselineKernels;
 }
 
 /// The k smallest values seen so far.
@@ -255,6 +256,24 @@ public:
         refine(rows);
     }
 
+    /// The same without a poll. Returns how many blocks were compared with the query.
+    std::size_t runUnasked(kt_RowList& rows)
+    {
+        isAsked_ = false;
+        run(rows);
+        return numBlocks_;
+    }
+
+    /// Finds the nearest among rows that somebody else found to be all that can be.
+    void runAmong(const std::vector<std::uint32_t>& found, kt_RowList& rows)
+    {
+        for (const std::uint32_t row : found) {
+            makeRoom();
+            candidates_.add({row, Known::nothing, 0.0});
+        }
+        refine(rows);
+    }
+
 private:
     using Zone = kt_CompactCopy::Zone;
     using Group = kt_CompactCopy::Group;
@@ -285,7 +304,7 @@ private:
     void pollRows(std::size_t rows)
     {
         numPolled_ += rows;
-        if (kt_attentionHandler.load(std::memory_order_relaxed) != nullptr) {
+        if (isAsked_ && kt_attentionHandler.load(std::memory_order_relaxed) != nullptr) {
             for (std::size_t i = 0; i < rows; ++i) {
                 kt_pollAttention();
             }
@@ -901,6 +920,7 @@ private:
     std::optional<kt_CellFilter> filter_;
     Passed passed_;
 
+    bool isAsked_ = true;
     std::size_t numPolled_ = 0;
     std::size_t numBlocks_ = 0;
     // How many blocks had their boxes looked at, and how many of them were scanned all the same.
@@ -919,18 +939,42 @@ bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const 
     return true;
 }
 
+bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query,
+                             double order, kt_RowList& rows, std::size_t& numCompared) const
+{
+    kt_NeighborScan scan(*this, store, query, order, rows.size());
+    if (!scan.isCertified()) {
+        return false;
+    }
+    numCompared += scan.runUnasked(rows);
+    return true;
+}
+
+bool kt_CompactCopy::nearestAmong(const std::vector<std::uint32_t>& candidates,
+                                  const ktClassifierDataProviderMemory& store, const std::vector<double>& query,
+                                  double order, kt_RowList& rows) const
+{
+    kt_NeighborScan scan(*this, store, query, order, rows.size());
+    if (!scan.isCertified()) {
+        return false;
+    }
+    scan.runAmong(candidates, rows);
+    return true;
+}
+
 int kt_CompactCopy::instructionSet() noexcept
 {
     const int chosen = chosenSet.load(std::memory_order_relaxed);
-    return chosen >= 0 ? chosen : instructionSet(1);
+    return chosen >= 0 ? chosen : instructionSet(2);
 }
 
 int kt_CompactCopy::instructionSet(int wanted) noexcept
 {
-    const int possible = kt_avx2Kernels != nullptr &&  // not covered: null where no compiler knows these vectors
-                                 KT_PROCESSOR_HAS_AVX2_AND_FMA
-                             ? 1
-                             : 0;
+    int possible = 0;
+    if (kt_avx2Kernels != nullptr &&  // not covered: null where no compiler knows these vectors
+        KT_PROCESSOR_HAS_AVX2_AND_FMA) {
+        possible = kt_vnniBatchKernels != nullptr && KT_PROCESSOR_HAS_AVX512_VNNI ? 2 : 1;
+    }
     chosenSet.store(std::min(wanted, possible), std::memory_order_relaxed);
     return std::min(wanted, possible);
 }

@@ -1,0 +1,140 @@
+#include "batch_kernels.h"
+
+// Only this file is compiled for AVX2 and FMA, like kernels_avx2.cpp and with the same care: no inline function of another
+// header.
+
+#if defined(__AVX2__) && defined(__FMA__)
+
+#include <immintrin.h>
+
+namespace {
+
+constexpr std::size_t lanes = 8;
+// A strip of rows and all queries keep their sums in registers.
+constexpr std::size_t stripVectors = 2;
+constexpr std::size_t stripRows = stripVectors * lanes;
+
+inline __m256i vectorAt(const std::int32_t* numbers)
+{
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(numbers));
+}
+
+inline void put(std::int32_t* numbers, __m256i vector)
+{
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(numbers), vector);
+}
+
+/// The largest of 8 floats.
+inline float largestOf(__m256 values)
+{
+    const __m128 four = _mm_max_ps(_mm256_castps256_ps128(values), _mm256_extractf128_ps(values, 1));
+    const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));
+    return _mm_cvtss_f32(_mm_max_ss(two, _mm_shuffle_ps(two, two, 1)));
+}
+
+float round(const float* block, std::size_t size, float scale, float most, std::int16_t* rows, std::int32_t* squares,
+            bool* isCut)
+{
+    const __m256 factor = _mm256_set1_ps(scale);
+    const __m256 highest = _mm256_set1_ps(most);
+    const __m256 lowest = _mm256_set1_ps(-most);
+    __m256 largest = _mm256_setzero_ps();
+    __m256 cut = _mm256_setzero_ps();
+    for (std::size_t first = 0; first < kt_blockRows; first += lanes) {
+        __m256 lost = _mm256_setzero_ps();
+        __m256i square = _mm256_setzero_si256();
+        const auto rounded = [&](std::size_t j) {
+            const __m256 value = _mm256_mul_ps(_mm256_loadu_ps(block + j * kt_blockRows + first), factor);
+            const __m256 inside = _mm256_max_ps(_mm256_min_ps(value, highest), lowest);
+            const __m256i number = _mm256_cvtps_epi32(inside);
+            const __m256 rest = _mm256_sub_ps(inside, _mm256_cvtepi32_ps(number));
+            cut = _mm256_or_ps(cut, _mm256_cmp_ps(value, inside, _CMP_NEQ_OQ));
+            lost = _mm256_fmadd_ps(rest, rest, lost);
+            return number;
+        };
+        for (std::size_t j = 0; j < size; j += 2) {
+            const __m256i even = rounded(j);
+            const __m256i odd = j + 1 < size ? rounded(j + 1) : _mm256_setzero_si256();
+            const __m256i pairs = _mm256_blend_epi16(even, _mm256_slli_epi32(odd, 16), 0xAA);
+            square = _mm256_add_epi32(square, _mm256_madd_epi16(pairs, pairs));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(rows + (j * kt_blockRows + 2 * first)), pairs);
+        }
+        put(squares + first, square);
+        largest = _mm256_max_ps(largest, lost);
+    }
+    *isCut = _mm256_movemask_ps(cut) != 0;
+    return largestOf(largest);
+}
+
+struct Strip {
+    Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs)
+    {
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            sum[q][0] = vectorAt(squares);
+            sum[q][1] = vectorAt(squares + lanes);
+        }
+        for (std::size_t pair = 0; pair < numPairs; ++pair) {
+            const __m256i* const numbers = reinterpret_cast<const __m256i*>(rows + pair * 2 * kt_blockRows);
+            const __m256i first = _mm256_loadu_si256(numbers);
+            const __m256i second = _mm256_loadu_si256(numbers + 1);
+            for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+                const __m256i query = _mm256_castps_si256(
+                    _mm256_broadcast_ss(reinterpret_cast<const float*>(queries + (pair * kt_batchQueries + q) * 2)));
+                sum[q][0] = _mm256_add_epi32(sum[q][0], _mm256_madd_epi16(first, query));
+                sum[q][1] = _mm256_add_epi32(sum[q][1], _mm256_madd_epi16(second, query));
+            }
+        }
+    }
+
+    __m256i sum[kt_batchQueries][stripVectors];
+};
+
+inline unsigned rowsBeyond(__m256i sums, __m256i limit)
+{
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(sums, limit))));
+}
+
+void sums(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
+          const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
+{
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        within[q] = 0;
+    }
+    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
+        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            const __m256i limit = _mm256_set1_epi32(limits[q]);
+            const unsigned beyond = rowsBeyond(strip.sum[q][0], limit) | rowsBeyond(strip.sum[q][1], limit) << lanes;
+            if (beyond != 0xFFFF) {
+                within[q] |= std::uint64_t{beyond ^ 0xFFFF} << first;
+                put(sums + q * kt_blockRows + first, strip.sum[q][0]);
+                put(sums + q * kt_blockRows + first + lanes, strip.sum[q][1]);
+            }
+        }
+    }
+}
+
+void lower(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
+           std::int32_t* least)
+{
+    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
+        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            std::int32_t* const place = least + q * kt_blockRows + first;
+            put(place, _mm256_min_epi32(vectorAt(place), strip.sum[q][0]));
+            put(place + lanes, _mm256_min_epi32(vectorAt(place + lanes), strip.sum[q][1]));
+        }
+    }
+}
+
+const kt_BatchKernels kernels = {round, sums, lower};
+
+}  // namespace
+
+const kt_BatchKernels* const kt_avx2BatchKernels = &kernels;
+
+#else
+
+const kt_BatchKernels* const kt_avx2BatchKernels = nullptr;
+
+#endif

@@ -1,0 +1,95 @@
+#include "batch_kernels.h"
+
+// Only this file is compiled for AVX-512 VNNI, with the same care as batch_kernels_avx2.cpp, whose rounding it uses.
+
+#if defined(__AVX512VNNI__) && defined(__AVX512F__) && defined(__AVX512BW__)
+
+#include <immintrin.h>
+
+namespace {
+
+constexpr std::size_t lanes = 16;
+// A strip of rows and all queries keep their sums in registers.
+constexpr std::size_t stripVectors = 2;
+constexpr std::size_t stripRows = stripVectors * lanes;
+
+struct Strip {
+    Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs)
+    {
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            sum[q][0] = _mm512_loadu_si512(squares);
+            sum[q][1] = _mm512_loadu_si512(squares + lanes);
+        }
+        for (std::size_t pair = 0; pair < numPairs; ++pair) {
+            const std::int16_t* const numbers = rows + pair * 2 * kt_blockRows;
+            const __m512i first = _mm512_loadu_si512(numbers);
+            const __m512i second = _mm512_loadu_si512(numbers + 2 * lanes);
+            for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+                const __m512i query = _mm512_castps_si512(
+                    _mm512_set1_ps(*reinterpret_cast<const float*>(queries + (pair * kt_batchQueries + q) * 2)));
+                sum[q][0] = _mm512_dpwssd_epi32(sum[q][0], first, query);
+                sum[q][1] = _mm512_dpwssd_epi32(sum[q][1], second, query);
+            }
+        }
+    }
+
+    __m512i sum[kt_batchQueries][stripVectors];
+};
+
+float round(const float* block, std::size_t size, float scale, float most, std::int16_t* rows, std::int32_t* squares,
+            bool* isCut)
+{
+    return kt_avx2BatchKernels->round(block, size, scale, most, rows, squares, isCut);
+}
+
+void sums(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
+          const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
+{
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        within[q] = 0;
+    }
+    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
+        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            const __m512i limit = _mm512_set1_epi32(limits[q]);
+            const std::uint64_t low = _mm512_cmple_epi32_mask(strip.sum[q][0], limit);
+            const std::uint64_t high = _mm512_cmple_epi32_mask(strip.sum[q][1], limit);
+            if ((low | high) != 0) {
+                within[q] |= (low | high << lanes) << first;
+                _mm512_storeu_si512(sums + q * kt_blockRows + first, strip.sum[q][0]);
+                _mm512_storeu_si512(sums + q * kt_blockRows + first + lanes, strip.sum[q][1]);
+            }
+        }
+    }
+}
+
+/// Not _mm512_min_epi32, of which g++ 12 says that it reads a variable without a value.
+inline void putLower(std::int32_t* place, __m512i sums)
+{
+    const __m512i before = _mm512_loadu_si512(place);
+    _mm512_mask_storeu_epi32(place, _mm512_cmplt_epi32_mask(sums, before), sums);
+}
+
+void lower(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
+           std::int32_t* least)
+{
+    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
+        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
+        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+            putLower(least + q * kt_blockRows + first, strip.sum[q][0]);
+            putLower(least + q * kt_blockRows + first + lanes, strip.sum[q][1]);
+        }
+    }
+}
+
+const kt_BatchKernels kernels = {round, sums, lower};
+
+}  // namespace
+
+const kt_BatchKernels* const kt_vnniBatchKernels = &kernels;
+
+#else
+
+const kt_BatchKernels* const kt_vnniBatchKernels = nullptr;
+
+#endif
