@@ -538,6 +538,25 @@ TEST(DecisionTreeNode, EqualityOfACallersOwnNeedNotBeTransitive)
     EXPECT_TRUE(node(node(a, b), node(b, b)) == node(node(x, x), node(y, y)));
 }
 
+/// A leaf that equals those whose label is not far from its own.
+class NearLeaf : public Leaf {
+public:
+    explicit NearLeaf(long label) : Leaf(resultFor({label})) {}
+    ktPtrHandle<ktDecisionTree> clone() const override { return new NearLeaf(*this); }
+    bool isEqual(const ktDecisionTree& other) const override
+    {
+        return std::abs(categoryLabels().front() - other.categoryLabels().front()) <= 1;
+    }
+};
+
+TEST(DecisionTreeNode, EqualityOfACallersOwnLeafNeedNotBeTransitive)
+{
+    const auto holding = [](long label) { return node(NearLeaf(label), leafFor({9})); };
+    const Node a = holding(0), x = holding(1), b = holding(2), y = holding(3);
+    EXPECT_FALSE(node(node(a, b), node(b, a)) == node(node(x, x), node(y, y)));
+    EXPECT_TRUE(node(node(a, b), node(b, b)) == node(node(x, x), node(y, y)));
+}
+
 TEST(DecisionTreeNode, SharedPredicateIsComparedOnceWithAnother)
 {
     const auto shared = [] {
