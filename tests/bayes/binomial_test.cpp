@@ -3,6 +3,7 @@
 #include "support/bytes.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace {
@@ -513,5 +514,43 @@ TEST(Binomial, UpdateThatRunsOutOfMemoryChangesNothing)
                   }),
               0);
 }
+
+#if defined(__GLIBC__) && GTEST_HAS_DEATH_TEST
+
+/// What a density that is evaluated after every static object has gone must answer; null unless a test asks for it.
+const Binomial* evaluatedLast = nullptr;
+double answeredBefore = 0.0;
+
+void evaluateLast(int, void*)
+{
+    if (evaluatedLast != nullptr) {
+        // Lies where the table of factorials lay, if that was given back.
+        const std::vector<double> other(100001, 1e9);
+        std::_Exit(other[0] == 1e9 && evaluatedLast->logValue(pattern(3.0)) == answeredBefore ? 7 : 1);
+    }
+}
+
+void askLast()
+{
+    // What std::atexit registers in a program goes before the libraries do.
+    on_exit(&evaluateLast, nullptr);
+}
+
+// Runs before the constructors of every library, so what it registers runs behind all their destructors.
+__attribute__((section(".preinit_array"), used)) void (*const asksLast)() = &askLast;
+
+TEST(Binomial, AnswersAfterTheStaticObjectsOfTheLibraryHaveGone)
+{
+    const Binomial density = learnt(10.0, {2.0, 4.0, 6.0});
+    answeredBefore = density.logValue(pattern(3.0));
+    EXPECT_EXIT(
+        {
+            evaluatedLast = &density;
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+#endif
 
 }  // namespace

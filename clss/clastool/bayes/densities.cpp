@@ -24,39 +24,32 @@ constexpr std::int64_t tableSize = 100000;
 
 /// The plain sums ln 1 + ... + ln m for m up to `tableSize`, made once a process by the first call that needs them and
 /// published without a lock.
-class LogFactorialTable {
-public:
-    constexpr LogFactorialTable() = default;
-    ~LogFactorialTable() { delete[] sums_.load(); }  // not covered: runs when the counts are already written
-    LogFactorialTable(const LogFactorialTable&) = delete;
-    LogFactorialTable& operator=(const LogFactorialTable&) = delete;
+std::atomic<const double*> logFactorials{nullptr};
 
-    double operator[](std::int64_t m)
-    {
-        const double* sums = sums_.load(std::memory_order_acquire);
-        return (sums != nullptr ? sums : publish())[m];
-    }
-
-private:
-    const double* publish()
-    {
-        auto fresh = std::make_unique<double[]>(tableSize + 1);
-        for (std::int64_t m = 2; m <= tableSize; ++m) {
-            fresh[static_cast<std::size_t>(m)] =
-                fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
-        }
-        const double* first = nullptr;
-        const bool isFirst = sums_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel);
-        if (!isFirst) {  // not covered: another thread published its sums just now
-            return first;
-        }
-        return fresh.release();
-    }
-
-    std::atomic<const double*> sums_{nullptr};
+/// Frees the sums when the library goes. Apart from the pointer, which outlives every static object: a destructor that runs later and
+/// needs the sums makes them anew.
+struct FreesLogFactorials {
+    FreesLogFactorials() = default;
+    ~FreesLogFactorials() { delete[] logFactorials.exchange(nullptr); }  // not covered: runs when the counts are written
+    FreesLogFactorials(const FreesLogFactorials&) = delete;
+    FreesLogFactorials& operator=(const FreesLogFactorials&) = delete;
 };
+const FreesLogFactorials freesLogFactorials;
 
-LogFactorialTable logFactorials;
+const double* makeLogFactorials()
+{
+    auto fresh = std::make_unique<double[]>(tableSize + 1);
+    for (std::int64_t m = 2; m <= tableSize; ++m) {
+        fresh[static_cast<std::size_t>(m)] =
+            fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
+    }
+    const double* first = nullptr;
+    const bool isFirst = logFactorials.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel);
+    if (!isFirst) {  // not covered: another thread published its sums just now
+        return first;
+    }
+    return fresh.release();
+}
 
 /// ln m!, 0 for m < 2. Beyond the table Stirling's series, which agrees with the plain sum to 1e-12.
 double logFactorial(std::int64_t m)
@@ -65,7 +58,8 @@ double logFactorial(std::int64_t m)
         return 0.0;
     }
     if (m <= tableSize) {
-        return logFactorials[m];
+        const double* sums = logFactorials.load(std::memory_order_acquire);
+        return (sums != nullptr ? sums : makeLogFactorials())[m];
     }
     constexpr double halfLogTwoPi = 0.91893853320467274178032973640562;
     const auto x = static_cast<double>(m);
