@@ -199,6 +199,7 @@ ktRangePredicate& ktRangePredicate::operator=(const ktRangePredicate& other)
 {
     // The indices first: they are the only part whose copy can fail.
     indices_ = other.indices_;
+    ktPredicateFunction::operator=(other);
     range_ = other.range_;
     return *this;
 }
@@ -288,8 +289,9 @@ void ktValidityPredicate::serialize_(ktArchive& archive, unsigned char version)
 ktDecisionTree::ktDecisionTree() = default;
 ktDecisionTree::ktDecisionTree(Kind kind) : kind_(kind) {}
 ktDecisionTree::ktDecisionTree(const ktDecisionTree&) : ktPersistent(), ktRepBase() {}
-ktDecisionTree& ktDecisionTree::operator=(const ktDecisionTree&)
+ktDecisionTree& ktDecisionTree::operator=(const ktDecisionTree& other)
 {
+    ktPersistent::operator=(other);
     return *this;
 }
 ktDecisionTree::~ktDecisionTree() = default;
@@ -344,6 +346,7 @@ ktDecisionTreeNode& ktDecisionTreeNode::operator=(const ktDecisionTreeNode& othe
     ktPtrHandle_const<ktDecisionTree> newTrue = other.trueTree_;
     ktPtrHandle_const<ktDecisionTree> newFalse = other.falseTree_;
     ktPtrHandle_const<ktPredicateFunction> newPredicate = other.predicate_;
+    ktDecisionTree::operator=(other);
     trueTree_.swap(newTrue);
     falseTree_.swap(newFalse);
     predicate_.swap(newPredicate);
@@ -522,6 +525,7 @@ ktDecisionTreeLeaf::ktDecisionTreeLeaf(const ktDecisionTreeLeaf& other)
 ktDecisionTreeLeaf& ktDecisionTreeLeaf::operator=(const ktDecisionTreeLeaf& other)
 {
     result_ = other.result_;
+    ktDecisionTree::operator=(other);
     return *this;
 }
 

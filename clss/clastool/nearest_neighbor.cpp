@@ -90,8 +90,9 @@ bool isHeldOnce(ktClassifierDataProviderMemory& store)
 
 ktPatternDistanceMetric::ktPatternDistanceMetric() = default;
 ktPatternDistanceMetric::ktPatternDistanceMetric(const ktPatternDistanceMetric&) : ktPersistent(), ktRepBase() {}
-ktPatternDistanceMetric& ktPatternDistanceMetric::operator=(const ktPatternDistanceMetric&)
+ktPatternDistanceMetric& ktPatternDistanceMetric::operator=(const ktPatternDistanceMetric& other)
 {
+    ktPersistent::operator=(other);
     return *this;
 }
 ktPatternDistanceMetric::~ktPatternDistanceMetric() = default;
@@ -131,6 +132,7 @@ ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm(const ktPatternDistance
 }
 ktPatternDistanceMetricNorm& ktPatternDistanceMetricNorm::operator=(const ktPatternDistanceMetricNorm& other)
 {
+    ktPatternDistanceMetric::operator=(other);
     order_ = other.order_;
     return *this;
 }
@@ -216,6 +218,7 @@ ktClassifierTrainParamsKNN& ktClassifierTrainParamsKNN::operator=(const ktClassi
 {
     // The costs first: they are the only part whose copy can fail.
     costs_ = other.costs_;
+    ktClassifierTrainParams::operator=(other);
     k_ = other.k_;
     metric_ = other.metric_;
     throwIfNotReady(other.throwIfNotReady());

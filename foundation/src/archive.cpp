@@ -476,6 +476,20 @@ void ktArchive::Pass::close()
     }
 }
 
+std::size_t kt_ElementRoom::sizeAfter(std::size_t numLoaded, std::size_t count)
+{
+    giveBack();
+    const std::size_t left = count - numLoaded;
+    const std::uint64_t least = std::uint64_t{elementSize_} * std::min(left, numLoaded / 2 + 1);
+    claimed_ = archive_.pass_->claim(std::uint64_t{elementSize_} * left, least);
+    return numLoaded + static_cast<std::size_t>(claimed_ / elementSize_);
+}
+
+void kt_ElementRoom::giveBack() noexcept
+{
+    archive_.pass_->giveBack(std::exchange(claimed_, 0));
+}
+
 ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object)
 {
     const ktArchive::Pass pass(archive);

@@ -1,5 +1,6 @@
 #include "archive_pass.h"
 
+#include <atomic>
 #include <istream>
 #include <limits>
 #include <utility>
@@ -13,6 +14,15 @@ enum RecordTag : unsigned char {
     knownClassRecord = 2,
     newClassRecord = 3,
 };
+
+/// What an element of a vector takes before it is loaded is paid by the archive's bytes, so many for each, and by these at the
+/// beginning.
+constexpr std::uint64_t claimPerByte = 16;
+constexpr std::uint64_t firstClaim = 8192;
+
+// Consecutive passes begin with marks that lie far apart (multiplicative hashing), so that they do not give the same ones.
+std::atomic<std::uint32_t> numPasses{0};
+constexpr std::uint32_t markStep = 40503;
 
 thread_local kt_ArchivePass* newestPass = nullptr;
 thread_local kt_ArchivePass* currentPass = nullptr;
@@ -81,7 +91,12 @@ private:
     kt_ArchivePass& pass_;
 };
 
-kt_ArchivePass::kt_ArchivePass(ktArchive& archive) : archive_(archive), older_(std::exchange(newestPass, this)) {}
+kt_ArchivePass::kt_ArchivePass(ktArchive& archive)
+    : archive_(archive),
+      older_(std::exchange(newestPass, this)),
+      latestMark_(static_cast<std::uint16_t>(numPasses.fetch_add(1, std::memory_order_relaxed) * markStep))
+{
+}
 
 kt_ArchivePass::~kt_ArchivePass()
 {
@@ -100,7 +115,7 @@ kt_ArchivePass::~kt_ArchivePass()
             KT_PREFETCH(loaded_[i + ahead].count.get());
         }
         if (loaded.count.isNull() && loaded.object != nullptr) {
-            const Known* known = known_.find(loaded.object);
+            const Known* known = recordOf(i);
             if (known == nullptr || known->isReleased == 0) {
                 delete loaded.object;
             }
@@ -151,26 +166,106 @@ void kt_ArchivePass::forget(const ktPersistent* object) noexcept
     furtherLayers_.erase(object, [](const FurtherLayer&) {});
 }
 
+void kt_ArchivePass::assigned(const ktPersistent* object) noexcept
+{
+    bool isKept = false;
+    for (kt_ArchivePass* pass = newestPass; pass != nullptr; pass = pass->older_) {
+        isKept = pass->forgetContents(object) || isKept;
+    }
+    if (!isKept) {
+        // Passes of other threads learn it by this.
+        object->mark_.store(0, std::memory_order_relaxed);
+    }
+}
+
+/// Returns whether the pass goes on knowing the object, because its record is open, or because it was loaded: references to it may
+/// come, whatever its value has become.
+bool kt_ArchivePass::forgetContents(const ktPersistent* object) noexcept
+{
+    Known* known = find(object);
+    if (known == nullptr) {
+        return false;
+    }
+    if (known->state == State::open) {
+        return true;
+    }
+    if (archive_.isLoading() && known->state == State::complete) {
+        known->extent = 0;
+        furtherLayers_.erase(object, [](const FurtherLayer&) {});
+        return true;
+    }
+    forget(object);
+    return false;
+}
+
+/// An object without a mark, or with another than is noted for its address, is not the one that the pass met there.
+kt_ArchivePass::Known* kt_ArchivePass::find(const ktPersistent* object) const noexcept
+{
+    const std::uint32_t mark = object->mark_.load(std::memory_order_relaxed);
+    return mark == 0 ? nullptr : known_.find(object, [mark](const Known& known) { return known.mark == mark; });
+}
+
+/// The object is not known.
+kt_ArchivePass::Known& kt_ArchivePass::insert(const ktPersistent* object)
+{
+    if (archive_.isStoring()) {
+        // What is noted for the address is of objects that died on other threads. Loading does without the search: objects that it
+        // made live on.
+        forget(object);
+    }
+    Known& known = known_.insert(object);
+    known.mark = giveMark(object);
+    return known;
+}
+
 kt_ArchivePass::Known& kt_ArchivePass::known(const ktPersistent* object)
 {
-    // Without a mark no pass knows the object, which spares the search for each that is loaded.
-    if (object->mark_.load(std::memory_order_relaxed) != 0) {
-        if (Known* known = known_.find(object)) {
-            return *known;
-        }
+    Known* known = find(object);
+    return known != nullptr ? *known : insert(object);
+}
+
+std::uint16_t kt_ArchivePass::giveMark(const ktPersistent* object) noexcept
+{
+    // 0 is no mark.
+    latestMark_ = static_cast<std::uint16_t>(latestMark_ % 0xFFFFu + 1);
+    if (archive_.isStoring()) {
+        // Another thread may store the object too: the first to come gives the mark.
+        std::uint16_t none = 0;
+        object->mark_.compare_exchange_strong(none, latestMark_, std::memory_order_relaxed);
+    } else if (object->mark_.load(std::memory_order_relaxed) == 0) {
+        object->mark_.store(latestMark_, std::memory_order_relaxed);
     }
-    object->mark_.store(1, std::memory_order_relaxed);
-    return known_.insert(object);
+    return object->mark_.load(std::memory_order_relaxed);
+}
+
+/// What is known of an object that was loaded; null if nothing. Does not look at the object.
+const kt_ArchivePass::Known* kt_ArchivePass::recordOf(std::size_t number) const noexcept
+{
+    return known_.find(loaded_[number].object,
+                       [number](const Known& known) { return known.state != State::none && known.number == number; });
+}
+
+std::uint64_t kt_ArchivePass::claim(std::uint64_t bytes, std::uint64_t least)
+{
+    const std::uint64_t most = claimPerByte * (endKnown() ? end_ : archive_.position_) + firstClaim;
+    const std::uint64_t left = most > claimed_ ? most - claimed_ : 0;
+    const std::uint64_t taken = std::min(bytes, std::max(least, left));
+    claimed_ += taken;
+    return taken;
 }
 
 bool kt_ArchivePass::haveVisited(const ktPersistent* object, Layer layer) const noexcept
 {
-    const Known* known = known_.find(object);
-    if (known != nullptr && known->extent != 0 && known->extent == layer.extent && layer.address == object) {
+    const Known* known = find(object);
+    if (known == nullptr) {
+        return false;
+    }
+    if (known->extent != 0 && known->extent == layer.extent && layer.address == object) {
         return true;
     }
-    return !furtherLayers_.isEmpty() && furtherLayers_.find(object, [layer](const FurtherLayer& further) {
-        return further.layer.address == layer.address && further.layer.extent == layer.extent;
+    return !furtherLayers_.isEmpty() && furtherLayers_.find(object, [known, layer](const FurtherLayer& further) {
+        return further.mark == known->mark && further.layer.address == layer.address &&
+               further.layer.extent == layer.extent;
     }) != nullptr;
 }
 
@@ -181,7 +276,9 @@ void kt_ArchivePass::setVisited(const ktPersistent* object, Layer layer)
     if (fits && known.extent == 0 && furtherLayers_.isEmpty()) {
         known.extent = static_cast<std::uint32_t>(layer.extent) & largestExtent;
     } else if (!haveVisited(object, layer)) {
-        furtherLayers_.insert(object).layer = layer;
+        FurtherLayer& further = furtherLayers_.insert(object);
+        further.layer = layer;
+        further.mark = known.mark;
     }
 }
 
@@ -219,7 +316,7 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         archive_.byte(tag);
         return;
     }
-    const Known* met = known_.find(object);
+    Known* met = find(object);
     if (met != nullptr && met->state != State::none) {
         storeReference(*met);
         return;
@@ -237,7 +334,7 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         throwTooMany();
     }
     const OpenRecord record(*this);
-    Known& known = this->known(object);
+    Known& known = met != nullptr ? *met : insert(object);
     known.number = numStored_++;
     known.state = State::open;
     storeClass(*lastEntry_);
@@ -319,11 +416,11 @@ ktPersistent* kt_ArchivePass::loadPointer()
     }
     if (tag == referenceRecord) {
         const std::uint32_t index = archive_.load32();
-        ktPersistent* object = index < loaded_.size() ? loaded_[index].object : nullptr;
-        if (object == nullptr || known(object).state != State::complete) {
+        const Known* known = index < loaded_.size() ? recordOf(index) : nullptr;
+        if (known == nullptr || known->state != State::complete) {
             throwBadReference(archive_);
         }
-        return object;
+        return loaded_[index].object;
     }
     const OpenRecord record(*this);
     Class& known = loadClass(tag);
@@ -346,7 +443,7 @@ ktPersistent* kt_ArchivePass::loadPointer()
 
 void kt_ArchivePass::release(const ktPersistent* object) noexcept
 {
-    if (Known* known = known_.find(object)) {  // not covered: unknown if it left a pass of another archive open
+    if (Known* known = find(object)) {  // not covered: unknown if it left a pass of another archive open
         known->isReleased = 1;
     }
 }

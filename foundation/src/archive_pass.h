@@ -25,6 +25,8 @@ public:
     static void backTo(kt_ArchivePass* previous) noexcept;
     /// Lets every pass of this thread forget an object that is being destroyed.
     static void forgetEverywhere(const ktPersistent* object) noexcept;
+    /// Lets every pass take an object that has been assigned for one that it has not visited.
+    static void assigned(const ktPersistent* object) noexcept;
 
     /// A class's part of an object.
     struct Layer {
@@ -45,24 +47,30 @@ public:
     /// The bytes left, if the end is known.
     std::uint64_t bytesLeft() const noexcept { return end_ > archive_.position_ ? end_ - archive_.position_ : 0; }
 
+    /// Takes up to so many bytes, no less than `least`, of the room for elements that only a count speaks for so far.
+    std::uint64_t claim(std::uint64_t bytes, std::uint64_t least);
+    void giveBack(std::uint64_t bytes) noexcept { claimed_ -= bytes; }
+
 private:
     enum class State : std::uint32_t { none, inPlace, open, complete };
     /// What is known of an object: its number if it went by as a pointer record, and the extent of the layer at its own address,
     /// 0 until that was visited.
     struct Known {
-        Known() noexcept : state(State::none), isReleased(0), extent(0) {}
+        Known() noexcept : state(State::none), isReleased(0), extent(0), mark(0) {}
 
         const ktPersistent* object = nullptr;
         std::uint32_t number = 0;
         State state : 2;
         std::uint32_t isReleased : 1;
-        std::uint32_t extent : 29;
+        std::uint32_t extent : 13;
+        std::uint32_t mark : 16;
     };
-    static constexpr std::size_t largestExtent = (1u << 29) - 1;
+    static constexpr std::size_t largestExtent = (1u << 13) - 1;
     /// A visited layer that has no room in `Known`: a second one, or one at an address of its own.
     struct FurtherLayer {
         const ktPersistent* object = nullptr;
         Layer layer = {};
+        std::uint32_t mark = 0;
     };
     /// A class that was named in this pass. The objects of one class have their count, if any, at one place: it is looked for
     /// once, because that costs more than the rest of making an object.
@@ -79,18 +87,24 @@ private:
     };
     class OpenRecord;
 
+    Known* find(const ktPersistent* object) const noexcept;
+    Known& insert(const ktPersistent* object);
     Known& known(const ktPersistent* object);
+    std::uint16_t giveMark(const ktPersistent* object) noexcept;
+    const Known* recordOf(std::size_t number) const noexcept;
     bool askEnd();
     void storeReference(const Known& known);
     void storeClass(const kt_Instantiator& entry);
     Class& loadClass(unsigned char tag);
     static const ktRepBase* countOf(Class& known, ktPersistent* object);
     void forget(const ktPersistent* object) noexcept;
+    bool forgetContents(const ktPersistent* object) noexcept;
 
     ktArchive& archive_;
     kt_ArchivePass* older_;
     kt_ObjectTable<Known> known_;
     kt_ObjectTable<FurtherLayer> furtherLayers_;
+    std::uint16_t latestMark_;
     std::uint32_t numStored_ = 0;
     kt_StableList<Loaded> loaded_;
     std::vector<Class> classes_;
@@ -101,4 +115,5 @@ private:
     bool endAsked_ = false;
     bool endKnown_ = false;
     std::uint64_t end_ = 0;
+    std::uint64_t claimed_ = 0;
 };

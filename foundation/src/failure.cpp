@@ -1,19 +1,24 @@
 #include <kt/failure.h>
 
+#include "registry_list.h"
+
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 
 namespace {
 
 struct Converter {
     std::uint32_t group;
     kfExceptionConverter convert;
-    Converter* next;
+    /// The later it was registered, the higher.
+    std::uint64_t number;
+    std::atomic<Converter*> next_{nullptr};
 };
 
-// Initialised at compile time: libraries register while they are being loaded, in any order.
-std::atomic<Converter*> newest{nullptr};
+kt_RegistryList<Converter> converters;
+std::atomic<std::uint64_t> numRegistered{0};
 
 std::uint32_t bitsOf(long code)
 {
@@ -26,6 +31,22 @@ std::string messageFor(long code)
     std::snprintf(text, sizeof text, "The operation failed with status 0x%08lX.",
                   static_cast<unsigned long>(bitsOf(code)));
     return text;
+}
+
+/// The newest converter of the group that was registered before the one of this number, whose number it becomes; null if there
+/// is none.
+kfExceptionConverter nextConverter(std::uint32_t group, std::uint64_t& number)
+{
+    const kt_RegistryList<Converter>::Walk walk(converters);
+    const Converter* found = nullptr;
+    for (const Converter* entry = converters.first(); entry != nullptr; entry = entry->next_.load()) {
+        const bool isOlder = entry->group == group && entry->convert != nullptr && entry->number < number;
+        if (isOlder && (found == nullptr || found->number < entry->number)) {
+            found = entry;
+        }
+    }
+    number = found != nullptr ? found->number : 0;
+    return found != nullptr ? found->convert : nullptr;
 }
 
 }  // namespace
@@ -47,25 +68,14 @@ void ktFailure::suicideAndRethrow()
 
 void kfRegisterExceptionConverter(long group, kfExceptionConverter converter)
 {
-    Converter* entry = new Converter{bitsOf(group), converter, newest.load()};
-    while (!newest.compare_exchange_weak(entry->next, entry)) {  // not covered: another thread registers one just now
-    }
+    converters.add(new Converter{bitsOf(group), converter, numRegistered.fetch_add(1)});
 }
 
 void kfUnregisterExceptionConverter(long group, kfExceptionConverter converter) noexcept
 {
-    Converter* before = nullptr;
-    for (Converter* entry = newest.load(); entry != nullptr; before = entry, entry = entry->next) {
-        if (entry->group == bitsOf(group) && entry->convert == converter) {
-            if (before == nullptr) {
-                newest.store(entry->next);
-            } else {
-                before->next = entry->next;
-            }
-            delete entry;
-            return;
-        }
-    }
+    delete converters.remove([group, converter](const Converter& entry) {
+        return entry.group == bitsOf(group) && entry.convert == converter;
+    });
 }
 
 void kfThrowExceptionOnFailure(long code)
@@ -75,10 +85,10 @@ void kfThrowExceptionOnFailure(long code)
         return;
     }
     const std::uint32_t group = (bits & 0x7FFFFFFFu) >> 5;
-    for (const Converter* entry = newest.load(std::memory_order_acquire); entry != nullptr; entry = entry->next) {
-        if (entry->group == group && entry->convert != nullptr) {
-            entry->convert(code);
-        }
+    // No entry is held while its converter runs, which may take any of them away, itself too.
+    std::uint64_t number = std::numeric_limits<std::uint64_t>::max();
+    while (const kfExceptionConverter convert = nextConverter(group, number)) {
+        convert(code);
     }
     throw ktFailure(code);
 }

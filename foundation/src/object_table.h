@@ -37,41 +37,35 @@ private:
 };
 
 /// What a pass notes about objects, found by their address. An `Entry` has a member `object`; several entries may belong to
-/// one object. Entries stay where they are; one that is erased is empty until the table is destroyed.
+/// one object. Entries stay where they are. The place of one that is erased is taken by the next that is inserted, so that the table has
+/// room for as many as were in it at once, however many came and went.
 ///
 /// Hashing with linear probing over 4-byte numbers of entries, at most half full: for a million objects the numbers fit a
-/// processor's cache, where a table of nodes would cost more than archiving the objects.
+/// processor's cache, where a table of nodes would cost more than archiving the objects. Erasing moves the numbers behind the gap
+/// back (D. Knuth, The Art of Computer Programming 3, 1973, algorithm 6.4R): a mark in the gap would lengthen every search, and
+/// objects that live at one address one after the other would leave nothing but such marks.
 template <class Entry>
 class kt_ObjectTable {
 public:
-    bool isEmpty() const noexcept { return entries_.size() == 0; }
+    bool isEmpty() const noexcept { return numPlaced_ == 0; }
 
     /// The first entry of the object that `accept` takes, or null.
     template <class Accept>
     Entry* find(const ktPersistent* object, Accept accept) const noexcept
     {
-        if (capacity_ == 0) {
+        // Questions about one object come in a row.
+        if (latest_ != nullptr && latest_->object == object && accept(*latest_)) {
+            return latest_;
+        }
+        const std::size_t i = slotOf(object, accept);
+        if (i == nowhere) {
             return nullptr;
         }
-        for (std::size_t i = home(object); numbers_[i] != none; i = next(i)) {
-            Entry& entry = const_cast<Entry&>(entries_[numbers_[i]]);
-            if (entry.object == object && accept(entry)) {
-                return &entry;
-            }
-        }
-        return nullptr;
-    }
-    /// The first entry of the object, or null.
-    Entry* find(const ktPersistent* object) const noexcept
-    {
-        // Questions about one object come in a row.
-        if (latest_ == nullptr || latest_->object != object) {
-            Entry* found = find(object, [](const Entry&) { return true; });
-            latest_ = found == nullptr ? latest_ : found;
-            return found;
-        }
+        latest_ = const_cast<Entry*>(&entries_[numbers_[i]]);
         return latest_;
     }
+    /// The first entry of the object, or null.
+    Entry* find(const ktPersistent* object) const noexcept { return find(object, any); }
 
     /// Throws: std::bad_alloc, with the table as it was.
     Entry& insert(const ktPersistent* object)
@@ -79,12 +73,19 @@ public:
         if (2 * (numPlaced_ + 1) > capacity_) {
             grow();
         }
-        if (entries_.size() == none) {  // not covered: takes more than four thousand million objects in memory
-            throw std::bad_alloc();
+        std::size_t number = entries_.size();
+        if (numFree_ != 0) {
+            number = numbers_[capacity_ + --numFree_];
+            entries_[number] = Entry();
+        } else {
+            if (number == none) {  // not covered: takes more than four thousand million objects in memory
+                throw std::bad_alloc();
+            }
+            entries_.append();
         }
-        Entry& entry = entries_.append();
+        Entry& entry = entries_[number];
         entry.object = object;
-        place(entries_.size() - 1);
+        place(number);
         latest_ = &entry;
         return entry;
     }
@@ -93,14 +94,36 @@ public:
     template <class Erased>
     void erase(const ktPersistent* object, Erased erased) noexcept
     {
-        while (Entry* entry = find(object)) {
-            erased(*entry);
-            entry->object = nullptr;
+        for (std::size_t i = slotOf(object, any); i != nowhere; i = slotOf(object, any)) {
+            Entry& entry = entries_[numbers_[i]];
+            erased(entry);
+            entry.object = nullptr;
+            latest_ = nullptr;
+            numbers_[capacity_ + numFree_++] = numbers_[i];
+            close(i);
         }
     }
 
 private:
     static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+    static constexpr std::size_t nowhere = std::numeric_limits<std::size_t>::max();
+    static bool any(const Entry&) noexcept { return true; }
+
+    /// Where the number of the object's first entry stands that `accept` takes.
+    template <class Accept>
+    std::size_t slotOf(const ktPersistent* object, Accept accept) const noexcept
+    {
+        if (capacity_ == 0) {
+            return nowhere;
+        }
+        for (std::size_t i = home(object); numbers_[i] != none; i = next(i)) {
+            const Entry& entry = entries_[numbers_[i]];
+            if (entry.object == object && accept(entry)) {
+                return i;
+            }
+        }
+        return nowhere;
+    }
 
     /// Objects made one after the other lie one behind the other, and so do their numbers, which a processor's cache rewards.
     /// Every 2 KiB of addresses begin at a place of their own (multiplicative hashing: D. Knuth, The Art of Computer Programming
@@ -123,27 +146,40 @@ private:
         ++numPlaced_;
     }
 
+    /// Takes the number at the gap out, and moves back those behind it that a search would no longer reach.
+    void close(std::size_t gap) noexcept
+    {
+        for (std::size_t i = next(gap); numbers_[i] != none; i = next(i)) {
+            const std::size_t fromHome = (i - home(entries_[numbers_[i]].object)) & (capacity_ - 1);
+            const std::size_t fromGap = (i - gap) & (capacity_ - 1);
+            if (fromHome >= fromGap) {
+                numbers_[gap] = numbers_[i];
+                gap = i;
+            }
+        }
+        numbers_[gap] = none;
+        --numPlaced_;
+    }
+
+    /// None is free then: an entry takes a free place first.
     void grow()
     {
-        std::size_t capacity = 16;
-        while (capacity <= 2 * entries_.size()) {
-            capacity *= 2;
-        }
-        std::unique_ptr<std::uint32_t[]> numbers(new std::uint32_t[capacity]);
+        const std::size_t capacity = std::max<std::size_t>(16, 2 * capacity_);
+        std::unique_ptr<std::uint32_t[]> numbers(new std::uint32_t[capacity + capacity / 2]);
         std::fill_n(numbers.get(), capacity, none);
         numbers_ = std::move(numbers);
         capacity_ = capacity;
         numPlaced_ = 0;
         for (std::size_t i = 0; i < entries_.size(); ++i) {
-            if (entries_[i].object != nullptr) {
-                place(i);
-            }
+            place(i);
         }
     }
 
     kt_StableList<Entry> entries_;
+    // The table, and behind it the numbers of the entries that are free.
     std::unique_ptr<std::uint32_t[]> numbers_;
     mutable Entry* latest_ = nullptr;
     std::size_t capacity_ = 0;
     std::size_t numPlaced_ = 0;
+    std::size_t numFree_ = 0;
 };

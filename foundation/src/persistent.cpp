@@ -62,3 +62,8 @@ void ktPersistent::mutating_() noexcept
 {
     kt_ArchivePass::forgetEverywhere(this);
 }
+
+void ktPersistent::assigned_() noexcept
+{
+    kt_ArchivePass::assigned(this);
+}

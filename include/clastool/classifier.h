@@ -56,7 +56,8 @@ private:
 /// Base of a trained classifier. Its public operations fix the order of checks, state changes and recording for all
 /// techniques; a technique fills in the hooks. Callers use it through ktClassifierTool.
 ///
-/// Ownership: shares its stored parameters with its copies. Copy: shares the parameters.
+/// Ownership: shares its stored parameters with its copies, and itself with every handle on it; tools that were loaded from references
+/// to one record hold one classifier until one of them changes. Copy: shares the parameters.
 /// Threads: const operations may run on several threads at once; any other needs the classifier alone.
 /// Archive: version byte, the stored parameters as a pointer record (null allowed).
 class KT_API kt_Classifier : public ktPersistent, public ktRepBase {
@@ -103,7 +104,8 @@ public:
 
     /// Forgets the training and the parameters; nothing happens to an untrained classifier.
     void untrain();
-    /// Whether `run` may be called; it may still refuse for lack of training data.
+    /// Whether there is what a run needs to begin with, as the technique says; the run may still refuse, for lack of training data
+    /// or for parameters that a damaged archive left.
     bool isTrained() const { return isTrained_(); }
 
     /// A further handle on the stored parameters.
@@ -138,6 +140,7 @@ protected:
 
 private:
     friend class ktClassifierTool;
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 
     // Where a technique writes diagnostics. Kept on purpose: the details of training go to the caller's own object, all
     // others to the recording destination.
@@ -149,6 +152,8 @@ private:
     virtual void recordRunResults_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern,
                                    const ktClassifierResult& result) const = 0;
 
+    // A tool loaded it, so others may hold it as well: references lead to one object.
+    bool isLoaded_ = false;
     ktPtrHandle_const<ktClassifierTrainParams> trainParams_;
 };
 
@@ -159,8 +164,9 @@ KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 /// or takes a decision tree built by hand; then runs it on patterns.
 ///
 /// Ownership: owns its classifier. Copy: clones a trained classifier (nearest-neighbour classifiers share their kept
-/// patterns); the copy of an untrained tool is empty. Two tools loaded from one record in one pass share a classifier, so
-/// that untraining one untrains both; tools stored one by one never do.
+/// patterns); the copy of an untrained tool is empty. Move: takes the classifier, and leaves the source empty. Tools that were loaded in
+/// one pass from references to one record hold one classifier until one of them changes: `retrain` then works on a clone of it, `train`,
+/// `untrain` and the destructor let go of it. So what is done to one tool never shows in another, nor disturbs it on another thread.
 /// Threads: `run`, `isTrained` and comparison may run on several threads at once; any other operation needs the tool alone.
 class KT_API ktClassifierTool {
 public:
@@ -169,6 +175,9 @@ public:
     ktClassifierTool(const ktClassifierTool& other);
     /// Kept on purpose: what this tool holds is dropped first, so a tool assigned to itself ends up empty and untrained.
     ktClassifierTool& operator=(const ktClassifierTool& other);
+    ktClassifierTool(ktClassifierTool&& other) noexcept;
+    /// What this tool holds is dropped.
+    ktClassifierTool& operator=(ktClassifierTool&& other) noexcept;
     ~ktClassifierTool();
 
     /// Trains from labelled patterns. If anything is thrown the tool is untrained afterwards.
@@ -210,7 +219,7 @@ public:
 
     /// Forgets the training, the tree and the parameters; nothing happens to an untrained tool.
     void untrain();
-    /// Whether there is a classifier. Ask it after loading: an untrained tool can be stored and loaded too.
+    /// Whether there is a classifier and it is trained. Ask it after loading: an untrained tool can be stored and loaded too.
     bool isTrained() const;
 
     /// The parameters of the training. They are read-only; `retrain` changes them.
@@ -231,6 +240,8 @@ private:
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 
     void untrainIfNotRunnable(const ktClassifierTrainParams& params);
+    /// The classifier, which there is, was loaded, and something else holds it too.
+    bool isShared() const;
 
     ktPtrHandle<kt_Classifier> classifier_;
 };

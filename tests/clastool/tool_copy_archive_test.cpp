@@ -6,13 +6,17 @@
 #include "support/training.h"
 #include "tool_kit.h"
 
+#include <clastool/bayes.h>
 #include <clastool/classifier.h>
 #include <clastool/decision_tree.h>
 #include <clastool/nearest_neighbor.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -266,26 +270,124 @@ TEST_F(ToolArchive, ClassifierThatIsNotRegisteredCannotBeStored)
     EXPECT_EQ(valueOf(tool_.trainParams()), 1);
 }
 
-TEST_F(ToolArchive, ToolsLoadedInOnePassShareTheClassifierThatWasStoredOnce)
-{
-    std::ostringstream out;
-    ktClassifierTool stored = trainedKnn();
-    ktArchive storing(static_cast<std::ostream&>(out));
+/// Tools loaded in one pass from one record and references to it.
+struct LoadedTogether {
+    explicit LoadedTogether(const ktClassifierTool& tool)
     {
-        const ktArchive::Pass pass(storing);
-        storing || stored || stored;
-    }
-    EXPECT_EQ(out.str().size(), kt_test::store(stored).size() + 6) << "a version byte and a reference";
-    kt_test::LoadingArchive loading(out.str());
-    ktClassifierTool first;
-    ktClassifierTool second;
-    {
+        ktClassifierTool stored(tool);
+        std::ostringstream out;
+        ktArchive storing(static_cast<std::ostream&>(out));
+        {
+            const ktArchive::Pass pass(storing);
+            storing || stored || stored || stored;
+        }
+        EXPECT_EQ(out.str().size(), kt_test::store(stored).size() + 12) << "a version byte and a reference, twice";
+        kt_test::LoadingArchive loading(out.str());
         const ktArchive::Pass pass(loading);
+        {
+            ktClassifierTool lost;
+            loading || lost;
+        }
         loading || first || second;
     }
-    EXPECT_TRUE(second == stored);
-    first.untrain();
-    EXPECT_FALSE(second.isTrained());
+
+    ktClassifierTool first;
+    ktClassifierTool second;
+};
+
+TEST_F(ToolArchive, ToolsLoadedFromReferencesToOneRecordAreToolsOfTheirOwn)
+{
+    const ktClassifierTool stored = trainedKnn();
+    struct Row {
+        const char* label;
+        std::function<void(ktClassifierTool&)> change;
+    };
+    const Row rows[] = {
+        {"untrained", [](ktClassifierTool& tool) { tool.untrain(); }},
+        {"retrained", [](ktClassifierTool& tool) { tool.retrain(Knn(1)); }},
+        {"trained",
+         [](ktClassifierTool& tool) {
+             tool.train(trainingData({{{1}, 4}}), Knn(1));
+         }},
+        {"trained by hand", [](ktClassifierTool& tool) { tool.train(someTree()); }},
+        {"assigned", [](ktClassifierTool& tool) { tool = trainedTree(); }},
+        {"moved over", [](ktClassifierTool& tool) { tool = ktClassifierTool(); }},
+        {"destroyed", [](ktClassifierTool& tool) { const ktClassifierTool gone(std::move(tool)); }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        LoadedTogether tools(stored);
+        EXPECT_TRUE(tools.first == stored) << "though a tool that held its classifier has gone";
+        row.change(tools.first);
+        EXPECT_FALSE(tools.first == stored);
+        EXPECT_TRUE(tools.second == stored);
+        row.change(tools.second);
+        EXPECT_TRUE(tools.second == tools.first);
+    }
+}
+
+TEST_F(ToolArchive, RefusedRetrainingOfALoadedToolChangesNeitherOfTwo)
+{
+    LoadedTogether tools(trainedKnn());
+    EXPECT_THROW(tools.first.retrain(ktClassifierTrainParamsBayesian()), ktClassifierDefs::BadMethod);
+    EXPECT_TRUE(tools.first == trainedKnn());
+    EXPECT_TRUE(tools.second == trainedKnn());
+}
+
+TEST_F(ToolArchive, ClassifierThatSomethingElseHoldsIsUntrainedWithItsToolUnlessItWasLoaded)
+{
+    ktPtrHandle<kt_ClassifierKNN> classifier;
+    tool_.train(trainingData(line), ShowingParams(classifier));
+    tool_.untrain();
+    EXPECT_FALSE(classifier->isTrained());
+}
+
+TEST_F(ToolCopy, MoveTakesTheClassifierAndLeavesAnEmptyTool)
+{
+    trainWithTechnique();
+    ktClassifierTool moved(std::move(tool_));
+    EXPECT_EQ(script_.calls, Calls());
+    expectUntrained(tool_);
+    EXPECT_EQ(valueOf(moved.trainParams()), 1);
+    ktClassifierTool target = trainedKnn();
+    target = std::move(moved);
+    EXPECT_EQ(script_.calls, Calls());
+    EXPECT_EQ(script_.techniques, 1);
+    expectUntrained(moved);
+    EXPECT_EQ(valueOf(target.trainParams()), 1);
+}
+
+/// The first is trained, and so many more refer to its classifier.
+std::string storedTools(std::size_t references)
+{
+    std::vector<ktClassifierTool> tools(1, trainedKnn());
+    const std::string one = kt_test::store(tools);
+    const std::size_t header = kt_test::archiveHeader().size();
+    std::string bytes = kt_test::withBytesAt(one, header + 1, kt_test::littleEndian32(references + 1));
+    for (std::size_t i = 0; i < references; ++i) {
+        bytes += kt_test::fromHex("00 01 00 00 00 00");
+    }
+    return bytes;
+}
+
+TEST_F(ToolArchive, VectorOfToolsIsLoadedWithoutACopyFromEveryKindOfStream)
+{
+    for (const std::size_t references : {0u, 15u, 19u, 20000u}) {
+        SCOPED_TRACE(references);
+        const std::string bytes = storedTools(references);
+        for (const bool blind : {false, true}) {
+            const kt_test::MemoryWatch watch;
+            const auto tools = blind ? kt_test::loadBlind<std::vector<ktClassifierTool>>(bytes)
+                                     : kt_test::load<std::vector<ktClassifierTool>>(bytes);
+            EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
+            EXPECT_LE(watch.allocations(), 200) << "a clone allocates";
+            ASSERT_EQ(tools.size(), references + 1);
+            EXPECT_TRUE(tools.front() == trainedKnn());
+            EXPECT_TRUE(tools.back() == trainedKnn());
+            EXPECT_TRUE(
+                std::all_of(tools.begin(), tools.end(), [](const ktClassifierTool& t) { return t.isTrained(); }));
+        }
+    }
 }
 
 // Kept on purpose: a loaded nearest-neighbour tool runs with k = 1, the Euclidean norm and unit costs until it is retrained.

@@ -8,6 +8,7 @@
 #include "support/golden.h"
 #include "support/streams.h"
 
+#include <clastool/clastool.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -151,6 +152,66 @@ std::string nameOf(const ::testing::TestParamInfo<std::string>& golden)
 }
 
 INSTANTIATE_TEST_SUITE_P(Trust, DamagedGolden, ::testing::ValuesIn(goldenNames()), nameOf);
+
+/// So many tools that a vector of them grows while it is loaded from a stream without a length; most refer to a classifier that stands
+/// before.
+std::string storedTools()
+{
+    ktClassifierTool first;
+    ktClassifierTool second;
+    first.train(ktDecisionTreeLeaf(ktClassifierResult({{4, 1.0, 1.0, 0.0}}, 0.0)));
+    second.train(ktDecisionTreeLeaf(ktClassifierResult({{6, 1.0, 1.0, 0.0}}, 0.0)));
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    archive.version();
+    archive.count(40, 2);
+    for (int i = 0; i < 20; ++i) {
+        archive || first || second;
+    }
+    return out.str();
+}
+
+/// What became of the bytes, and the labels that the loaded tools answer with; 0 for one that is not trained.
+std::string loadedTools(std::istream& in, std::size_t size)
+{
+    std::vector<ktClassifierTool> tools;
+    std::string labels;
+    const kt_test::MemoryWatch watch;
+    try {
+        ktArchive archive(in);
+        archive || tools;
+    } catch (const ktException&) {
+        labels = "refused ";
+        tools.clear();
+    }
+    EXPECT_LE(watch.peakBytes(), 64 * size + 64 * 1024);
+    for (const ktClassifierTool& tool : tools) {
+        ktClassifierResult result;
+        if (tool.isTrained()) {
+            tool.run(ktFeaturePattern({1.0}, {}), result);
+        }
+        const std::vector<ktClassifierCategoryResult>& categories = result.categoryResults();
+        labels += std::to_string(categories.empty() ? 0 : categories.front().categoryLabel()) + ' ';
+    }
+    return labels;
+}
+
+TEST(DamagedTools, ManyInAVectorAreTheSameFromEveryKindOfStream)
+{
+    const std::string bytes = storedTools();
+    std::string expected;
+    for (int i = 0; i < 20; ++i) {
+        expected += "4 6 ";
+    }
+    std::istringstream undamaged(bytes);
+    EXPECT_EQ(loadedTools(undamaged, bytes.size()), expected);
+    kt_test::forEachChosenDamage(bytes, [](const std::string& damaged, const std::string& what) {
+        std::istringstream in(damaged);
+        kt_test::BlindSource blind(damaged);
+        EXPECT_EQ(loadedTools(blind, damaged.size()), loadedTools(in, damaged.size())) << what;
+    });
+}
 
 TEST(DamagedGoldens, BelongToEveryRegisteredClassAndEveryValueClass)
 {

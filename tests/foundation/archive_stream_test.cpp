@@ -372,6 +372,34 @@ TEST(ArchiveStream, WhatASinkRefusedIsNotOfferedAgain)
     EXPECT_EQ(sink.bytes().substr(0, taken.size()), taken);
 }
 
+/// Refuses what comes while it is told to.
+class MoodyBuffer : public std::stringbuf {
+public:
+    bool refuses = false;
+
+protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize size) override
+    {
+        return refuses ? 0 : std::stringbuf::xsputn(bytes, size);
+    }
+};
+
+TEST(ArchiveStream, WhatASinkRefusedIsNotOfferedAgainWhenItTakesBytesAgain)
+{
+    MoodyBuffer buffer;
+    std::ostream sink(&buffer);
+    ktArchive archive(sink);
+    long number = 7;
+    archive || number;
+    const std::string before = buffer.str();
+    buffer.refuses = true;
+    std::vector<std::vector<std::vector<double>>> nested = {{{1.0}, {2.0}}};
+    EXPECT_THROW(archive || nested, ktArchive::StreamFailed);
+    buffer.refuses = false;
+    archive || number;
+    EXPECT_EQ(kt_test::toHex(buffer.str()), kt_test::toHex(before + kt_test::littleEndian32(7)));
+}
+
 TEST(ArchiveStream, FailureOnItsWayIsNotReplacedByThatOfTheStream)
 {
     struct Thrown {};

@@ -288,6 +288,98 @@ TEST(ArchiveContainers, MemoryOfALongVectorStaysInBounds)
     EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
 }
 
+/// Large against the bytes that it takes.
+struct Wide {
+    unsigned char version = 0;
+    std::string text;
+    double room[500] = {};
+};
+ktArchive& operator||(ktArchive& archive, Wide& wide)
+{
+    const ktArchive::Pass pass(archive);
+    archive.version();
+    return archive || wide.text;
+}
+
+TEST(ArchiveContainers, MemoryOfLargeElementsGrowsBehindThoseThatAreLoaded)
+{
+    const std::string count = toHex(kt_test::littleEndian32(100000));
+    for (const char* element : {"01", "FF", "00 FF FF FF FF"}) {
+        const std::string bytes = archiveHeader() + fromHex("00 " + count + " " + element) + std::string(100000, '\0');
+        for (const bool blind : {false, true}) {
+            const kt_test::MemoryWatch watch;
+            EXPECT_THROW(blind ? kt_test::loadBlind<std::vector<Wide>>(bytes) : load<std::vector<Wide>>(bytes),
+                         ktArchive::Errors);
+            EXPECT_LE(watch.peakBytes(), 17 * bytes.size() + 64 * 1024) << element;
+        }
+    }
+    std::vector<Wide> wide(100);
+    for (Wide& one : wide) {
+        one.text.assign(500, 'x');
+    }
+    const std::string bytes = store(wide);
+    const kt_test::MemoryWatch watch;
+    EXPECT_EQ(load<std::vector<Wide>>(bytes).back().text, wide.back().text);
+    EXPECT_EQ(kt_test::loadBlind<std::vector<Wide>>(bytes).back().text, wide.back().text);
+    EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
+}
+
+// Each count is possible where it stands, but all of them together are not.
+TEST(ArchiveContainers, CountsInsideOneAnotherShareTheRoom)
+{
+    const std::string children = "00 00 00 00 00 00 " + toHex(kt_test::littleEndian32(100000));
+    std::string bytes = store(ktPtrHandle<toys::Node>(new toys::Node));
+    bytes.resize(bytes.size() - 10);
+    bytes += fromHex(children);
+    for (int depth = 1; depth < 900; ++depth) {
+        bytes += fromHex("02 00 00 00 00 " + children);
+    }
+    bytes += std::string(100000, '\0');
+    for (const bool blind : {false, true}) {
+        const kt_test::MemoryWatch watch;
+        using Handle = ktPtrHandle<toys::Node>;
+        EXPECT_THROW(blind ? kt_test::loadBlind<Handle>(bytes) : load<Handle>(bytes), ktArchive::Corrupt);
+        EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024);
+    }
+}
+
+/// Counts how often one was copied. Its move might throw.
+struct Counted {
+    Counted() = default;
+    Counted(const Counted& other) : number(other.number) { ++copies; }
+    Counted(Counted&& other) noexcept(false) : number(other.number) {}
+    Counted& operator=(const Counted&) = delete;
+
+    long number = 0;
+    double room[30] = {};
+
+    static inline long copies = 0;
+};
+ktArchive& operator||(ktArchive& archive, Counted& counted)
+{
+    return archive || counted.number;
+}
+
+TEST(ArchiveContainers, ElementsAreNeverCopied)
+{
+    std::vector<Counted> stored(5000);
+    stored.back().number = 7;
+    const std::string bytes = store(stored);
+    Counted::copies = 0;
+    for (const std::size_t before : {0u, 3000u}) {
+        std::vector<Counted> values(before);
+        loadInto(values, bytes);
+        EXPECT_EQ(values.back().number, 7);
+        std::vector<Counted> blindly(before);
+        kt_test::BlindSource blind(bytes);
+        ktArchive archive(blind);
+        archive || blindly;
+        EXPECT_EQ(blindly.size(), 5000u);
+        EXPECT_EQ(blindly.back().number, 7);
+    }
+    EXPECT_EQ(Counted::copies, 0);
+}
+
 TEST(ArchiveContainers, FailedLoadLeavesAValueThatCanBeLoadedAgain)
 {
     std::vector<std::string> texts = {"old"};

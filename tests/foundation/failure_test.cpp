@@ -127,6 +127,39 @@ TEST(Failure, ConverterThatWasTakenAwayIsNotAsked)
     EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 32), ktFailure);
 }
 
+void takesItselfAway(long code)
+{
+    seen.push_back(code);
+    kfUnregisterExceptionConverter(group, &takesItselfAway);
+}
+
+void exchangesTheOthers(long code)
+{
+    seen.push_back(code);
+    kfUnregisterExceptionConverter(group, &throwsAlways);
+    kfRegisterExceptionConverter(group, &throwsAlways);
+}
+
+TEST(Failure, ConverterMayTakeItselfAwayWhileItIsAsked)
+{
+    const Registration older(group, &throwsForCodeOne);
+    kfRegisterExceptionConverter(group, &takesItselfAway);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 1), std::domain_error);
+    EXPECT_EQ(seen, (std::vector<long>{firstCode + 1, firstCode + 1})) << "itself and the older one";
+    seen.clear();
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode + 2), ktFailure);
+    EXPECT_EQ(seen, std::vector<long>{firstCode + 2});
+}
+
+TEST(Failure, ConverterMayTakeAnotherAwayAndWhatItRegistersIsAskedFromTheNextCodeOn)
+{
+    const Registration older(group, &throwsAlways);
+    const Registration newer(group, &exchangesTheOthers);
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), ktFailure)
+        << "the older one has gone, and its successor is newer";
+    EXPECT_THROW(kfThrowExceptionOnFailure(firstCode), std::range_error);
+}
+
 TEST(Failure, NullConverterTakesNoCode)
 {
     const Registration registration(group, nullptr);

@@ -9,6 +9,7 @@
 #include "toys.h"
 
 #include <optional>
+#include <thread>
 
 namespace {
 
@@ -178,6 +179,156 @@ TEST(PointerRecord, TwoTemporariesAtOneAddressAreBothStored)
     }
     EXPECT_EQ(toHex(afterHeader(archive.bytes())),
               "00 01 00 00 00 " + noChildren + " 00 02 00 00 00 " + noChildren + " 00 03 00 00 00 " + noChildren);
+}
+
+/// Runs `work` on a thread of its own.
+template <class Work>
+void elsewhere(Work work)
+{
+    std::thread(work).join();
+}
+
+void storeByPointer(ktArchive& archive, ktPersistent* object)
+{
+    ktPersistent* unused = nullptr;
+    ktPersistent::serializePointer(archive, object, unused);
+}
+
+// The pass cannot know that another thread destroyed what it has stored.
+TEST(PointerRecord, ObjectAtTheAddressOfOneThatDiedOnAnotherThreadIsAnother)
+{
+    for (const bool isStoredElsewhereFirst : {false, true}) {
+        SCOPED_TRACE(isStoredElsewhereFirst);
+        std::ostringstream out;
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        alignas(Note) unsigned char place[sizeof(Note)];
+        for (const char* text : {"a", "b"}) {
+            Note* note = new (place) Note(text);
+            if (isStoredElsewhereFirst) {
+                elsewhere([note] { store(*note); });
+            }
+            storeByPointer(archive, note);
+            storeByPointer(archive, note);
+            elsewhere([note] { note->~Note(); });
+        }
+        EXPECT_EQ(toHex(afterHeader(out.str())), newNote +
+                                                     "00 01 00 00 00 61 01 00 00 00 00 "
+                                                     "02 00 00 00 00 00 01 00 00 00 62 01 01 00 00 00");
+    }
+}
+
+TEST(PointerRecord, ObjectInPlaceAtTheAddressOfOneThatDiedOnAnotherThreadIsAnother)
+{
+    std::ostringstream out;
+    std::vector<std::string> loaded;
+    alignas(Note) unsigned char place[sizeof(Note)];
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        for (const char* text : {"a", "b", "c"}) {
+            Note* note = new (place) Note(text);
+            archive || *note;
+            elsewhere([note] { note->~Note(); });
+        }
+    }
+    std::istringstream in(out.str());
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    for (int i = 0; i < 3; ++i) {
+        Note* note = new (place) Note;
+        archive || *note || *note;
+        loaded.push_back(note->text);
+        elsewhere([note] { note->~Note(); });
+    }
+    EXPECT_EQ(loaded, (std::vector<std::string>{"a", "b", "c"}));
+}
+
+TEST(PointerRecord, PassHasRoomForTheLivingOnly)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    std::vector<ktPtrHandle<Note>> some(100);
+    for (ktPtrHandle<Note>& note : some) {
+        note = new Note;
+    }
+    const ktArchive::Pass pass(archive);
+    archive || some;
+    std::string text(1 << 20, ' ');
+    out.str(text);
+    const kt_test::MemoryWatch watch;
+    for (int i = 0; i < 10000; ++i) {
+        ktPtrHandle<Note> fresh(new Note);
+        Note copy;
+        archive || fresh || copy;
+    }
+    EXPECT_LE(watch.peakBytes(), 8192u);
+}
+
+TEST(PointerRecord, ObjectThatWasAssignedIsStoredAsAnother)
+{
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    ktPtrHandle<Note> note(new Note("a"));
+    archive || note;
+    *note = Note("b");
+    archive || note || note;
+    EXPECT_EQ(toHex(afterHeader(out.str())),
+              newNote + "00 01 00 00 00 61 02 00 00 00 00 00 01 00 00 00 62 01 01 00 00 00");
+}
+
+/// Takes its value by an assignment, when all of it is loaded.
+class Careful : public ktPersistent, public ktRepBase {
+public:
+    explicit Careful(long value = 0) : number(value) {}
+
+    long number;
+
+    static ktPersistent* make() { return new Careful; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char) {
+            Careful read(number);
+            archive || read.number;
+            *this = read;
+        });
+    }
+};
+
+TEST(PointerRecord, ObjectMayAssignItselfWhileItsRecordIsOpen)
+{
+    const kt_Instantiator entry(typeid(Careful), &Careful::make, "Careful");
+    const ktPtrHandle<Careful> careful(new Careful(3));
+    std::vector<ktPtrHandle<Careful>> handles{careful, careful};
+    const std::string bytes = store(handles);
+    EXPECT_EQ(toHex(afterHeader(bytes).substr(5)), "03 07 00 00 00 43 61 72 65 66 75 6C 00 03 00 00 00 01 00 00 00 00");
+    const auto loaded = load<std::vector<ktPtrHandle<Careful>>>(bytes);
+    EXPECT_EQ(loaded.at(0), loaded.at(1));
+    EXPECT_EQ(loaded[0]->number, 3);
+}
+
+TEST(PointerRecord, ReferencesFindALoadedObjectThatWasAssigned)
+{
+    std::ostringstream out;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        ktPtrHandle<Note> note(new Note("a"));
+        archive || note || note;
+    }
+    std::istringstream in(out.str());
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    ktPtrHandle<Note> first;
+    ktPtrHandle<Note> second;
+    archive || first;
+    *first = Note("b");
+    archive || second;
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(second->text, "b");
 }
 
 TEST(PointerRecord, ObjectDestroyedInsideAPassIsForgottenThere)

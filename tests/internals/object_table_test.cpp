@@ -69,6 +69,53 @@ TEST(ObjectTable, HoldsSeveralEntriesOfOneObject)
     EXPECT_EQ(table.find(at(16)), nullptr);
 }
 
+TEST(ObjectTable, PlaceOfAnErasedEntryIsTakenByTheNext)
+{
+    kt_ObjectTable<Entry> table;
+    table.insert(at(16));
+    Entry* place = &table.insert(at(32));
+    for (std::uintptr_t i = 0; i < 1000; ++i) {
+        const std::uintptr_t address = 32 + 16 * (i % 7);
+        table.erase(at(address), [](const Entry&) {});
+        const std::uintptr_t next = 32 + 16 * ((i + 1) % 7);
+        Entry& entry = table.insert(at(next));
+        ASSERT_EQ(&entry, place) << i;
+        ASSERT_EQ(entry.value, 0) << i;
+        entry.value = 5;
+    }
+    EXPECT_NE(table.find(at(16)), nullptr);
+    EXPECT_FALSE(table.isEmpty());
+}
+
+TEST(ObjectTable, IsEmptyAgainWhenTheLastIsErased)
+{
+    kt_ObjectTable<Entry> table;
+    table.insert(at(16));
+    table.erase(at(16), [](const Entry&) {});
+    EXPECT_TRUE(table.isEmpty());
+    EXPECT_EQ(table.find(at(16)), nullptr);
+}
+
+// Addresses that share a home lie in one row with those of the homes behind it, and rows go round the end of the table.
+TEST(ObjectTable, ErasingLeavesTheOthersOfARowWhereASearchFindsThem)
+{
+    for (std::uintptr_t gap = 0; gap < 8; ++gap) {
+        for (std::uintptr_t first = 1; first <= 16; ++first) {
+            kt_ObjectTable<Entry> table;
+            // Pairs within 16 bytes share a home.
+            for (std::uintptr_t i = 0; i < 8; ++i) {
+                table.insert(at(16 * (first + i / 2) + i % 2)).value = static_cast<long>(i);
+            }
+            table.erase(at(16 * (first + gap / 2) + gap % 2), [](const Entry&) {});
+            for (std::uintptr_t i = 0; i < 8; ++i) {
+                const Entry* entry = table.find(at(16 * (first + i / 2) + i % 2));
+                ASSERT_EQ(entry != nullptr, i != gap) << first << ": " << i << " without " << gap;
+                ASSERT_TRUE(entry == nullptr || entry->value == static_cast<long>(i));
+            }
+        }
+    }
+}
+
 TEST(ObjectTable, AgreesWithAMapUnderRandomInsertionAndErasure)
 {
     std::mt19937 random(20);

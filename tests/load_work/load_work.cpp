@@ -3,9 +3,10 @@
 //     load_work              lists the kinds of archive
 //     load_work KIND N       stores an archive of about N parts, prints its size in bytes, and loads it
 //
-// The kinds are the values of the library, and archives that nobody would store: bytes that repeat what is dear to read. Those
-// that begin with "use-" are small archives whose next call could take long; the call is counted, the loading is not. Behind
-// each kind stands how many times the work four times the archive may take.
+// The kinds are the values of the library, archives that nobody would store, whose bytes repeat what is dear to read, and temporaries
+// that go by one after the other in a pass opened by hand; of these the storing is counted too. Those that begin with "use-"
+// are small archives whose next call could take long; the call is counted, the loading is not. Behind each kind stands how many
+// times the work four times the archive may take.
 
 #include <clastool/clastool.h>
 
@@ -283,6 +284,53 @@ Case cutShort(long n)
     Case made = neighborTool(n);
     made.bytes.pop_back();
     return made;
+}
+
+ktFeaturePattern temporary()
+{
+    return {{1.0, 2.0, 3.0}, {}};
+}
+
+void archiveCopies(ktArchive& archive, long n)
+{
+    const ktArchive::Pass pass(archive);
+    for (long i = 0; i < n; ++i) {
+        ktFeaturePattern pattern = temporary();
+        archive || pattern;
+    }
+}
+
+void archiveHandles(ktArchive& archive, long n)
+{
+    const ktArchive::Pass pass(archive);
+    for (long i = 0; i < n; ++i) {
+        ktPtrHandle<ktFeaturePattern> pattern;
+        if (archive.isStoring()) {
+            pattern = new ktFeaturePattern(temporary());
+        }
+        archive || pattern;
+    }
+}
+
+std::string storedInOnePass(void (*work)(ktArchive& archive, long n), long n)
+{
+    std::ostringstream out;
+    ktArchive archive(out);
+    work(archive, n);
+    return out.str();
+}
+
+template <void (*Work)(ktArchive& archive, long n)>
+Case loadedInOnePass(long n)
+{
+    return {storedInOnePass(Work, n), [n](ktArchive& archive) { Work(archive, n); }, {}};
+}
+
+/// What is loaded of it is nothing: it is stored once more.
+template <void (*Work)(ktArchive& archive, long n)>
+Case storedInOnePassAgain(long n)
+{
+    return {storedInOnePass(Work, n), [n](ktArchive&) { storedInOnePass(Work, n); }, {}};
 }
 
 /// A count that the bytes cannot hold.
@@ -572,6 +620,10 @@ const std::vector<Kind>& kinds()
                                           {"classes-named-again", classesNamedAgain},
                                           {"objects-of-another-class", objectsOfAnotherClass},
                                           {"cut-short", cutShort},
+                                          {"copies-loaded-in-one-pass", loadedInOnePass<archiveCopies>},
+                                          {"handles-loaded-in-one-pass", loadedInOnePass<archiveHandles>},
+                                          {"copies-stored-in-one-pass", storedInOnePassAgain<archiveCopies>},
+                                          {"handles-stored-in-one-pass", storedInOnePassAgain<archiveHandles>},
                                           {"impossible-count", impossibleCount},
                                           {"use-vote-of-all", voteOfAll, pairsOfCategories},
                                           {"use-vote-of-eight", voteOfEight},
@@ -594,7 +646,7 @@ public:
 
 }  // namespace
 
-/// What is counted: loading the value, using nothing of it, and destroying it.
+/// What is counted: loading the value, using nothing of it, and destroying it; or storing it.
 extern "C" void kt_measuredLoad(std::string& bytes, const Load& load);
 
 extern "C" KT_NOINLINE void kt_measuredLoad(std::string& bytes, const Load& load)

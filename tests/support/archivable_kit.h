@@ -10,7 +10,9 @@
 #include <gtest/gtest.h>
 #include <kt/foundation.h>
 
+#include <cstddef>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
@@ -188,6 +190,71 @@ TYPED_TEST_P(Archivable, StoredInPlaceAndLoadedIsEqual)
     }
 }
 
+TYPED_TEST_P(Archivable, AssignedInsideAPassIsStoredAgain)
+{
+    using Class = typename TypeParam::Class;
+    std::ostringstream out;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        Class value(this->samples_.front());
+        archive || value;
+        value = this->samples_.back();
+        archive || value;
+    }
+    std::istringstream in(out.str());
+    ktArchive archive(static_cast<std::istream&>(in));
+    const ktArchive::Pass pass(archive);
+    Class loaded{};
+    archive || loaded;
+    this->expectEqual(loaded, this->samples_.front());
+    loaded = Class{};
+    archive || loaded;
+    this->expectEqual(loaded, this->samples_.back());
+    EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+}
+
+TYPED_TEST_P(Archivable, LongVectorIsTheSameFromEveryKindOfStream)
+{
+    using Class = typename TypeParam::Class;
+    std::vector<Class> values;
+    while (values.size() < 40) {
+        values.push_back(this->samples_[values.size() % this->samples_.size()]);
+    }
+    const std::string bytes = kt_test::store(values);
+    for (const std::vector<Class>& loaded :
+         {kt_test::load<std::vector<Class>>(bytes), kt_test::loadBlind<std::vector<Class>>(bytes)}) {
+        ASSERT_EQ(loaded.size(), values.size());
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            this->expectEqual(loaded[i], values[i]);
+        }
+    }
+}
+
+TYPED_TEST_P(Archivable, VectorOfAnyCountIsLoadedInMemoryInProportion)
+{
+    using Class = typename TypeParam::Class;
+    constexpr std::size_t size = 20000;
+    const std::string sample = kt_test::afterHeader(kt_test::store(this->samples_.back()));
+    for (const std::string& element : {std::string(1, '\0'), std::string(1, '\xFF'), sample}) {
+        std::string elements;
+        while (elements.size() < size) {
+            elements += element;
+        }
+        for (const std::size_t count : {elements.size(), elements.size() / 2, std::size_t{0xFFFFFFFFu}}) {
+            const std::string bytes = kt_test::archiveHeader() + '\0' + kt_test::littleEndian32(count) + elements;
+            for (const bool blind : {false, true}) {
+                const kt_test::MemoryWatch watch;
+                try {
+                    blind ? kt_test::loadBlind<std::vector<Class>>(bytes) : kt_test::load<std::vector<Class>>(bytes);
+                } catch (const ktException&) {
+                }
+                EXPECT_LE(watch.peakBytes(), 64 * bytes.size() + 64 * 1024) << count << (blind ? ", blind" : "");
+            }
+        }
+    }
+}
+
 TYPED_TEST_P(Archivable, NewObjectIsStoredAndLoaded)
 {
     const typename TypeParam::Class fresh{};
@@ -291,10 +358,11 @@ TYPED_TEST_P(Archivable, StreamThatFailsAtAnyByteLeavesUsableObjects)
 
 REGISTER_TYPED_TEST_SUITE_P(Archivable, SamplesDiffer, CopyIsEqualAndIndependent, AssignedObjectIsEqualAndIndependent,
                             AssignedToItselfKeepsItsValueUnlessDocumented, StoredInPlaceAndLoadedIsEqual,
-                            NewObjectIsStoredAndLoaded, UnknownVersionOfEachLayerIsRefusedBeforeAnythingIsLoaded,
-                            GoldenArchiveIsWhatIsStored, GoldenArchiveIsLoaded,
-                            ObjectWhoseLoadFailedCanBeAssignedAndLoadedAgain, StreamThatFailsAtAnyByteDoesNoHarm,
-                            StreamThatFailsAtAnyByteLeavesUsableObjects);
+                            AssignedInsideAPassIsStoredAgain, LongVectorIsTheSameFromEveryKindOfStream,
+                            VectorOfAnyCountIsLoadedInMemoryInProportion, NewObjectIsStoredAndLoaded,
+                            UnknownVersionOfEachLayerIsRefusedBeforeAnythingIsLoaded, GoldenArchiveIsWhatIsStored,
+                            GoldenArchiveIsLoaded, ObjectWhoseLoadFailedCanBeAssignedAndLoadedAgain,
+                            StreamThatFailsAtAnyByteDoesNoHarm, StreamThatFailsAtAnyByteLeavesUsableObjects);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Archivable);
 
 /// The routines of a class's own layer and of its base's, open to a test.

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -147,6 +149,61 @@ TEST(HandleThreads, RegistryAndConvertersAreReadOnAllThreadsAtOnce)
             }
         }
     });
+    EXPECT_EQ(wrong, 0);
+}
+
+/// A room in which entries and converters come and go, as those of a library do that is loaded and unloaded: nothing is left of
+/// one that has gone.
+TEST(HandleThreads, RegistryIsReadWhileEntriesLeaveIt)
+{
+    std::atomic<int> wrong{0};
+    onEachThread([&wrong](int thread) {
+        alignas(kt_Instantiator) unsigned char room[sizeof(kt_Instantiator)];
+        for (int i = 0; i < 5000; ++i) {
+            if (thread % 2 == 0) {
+                auto* guest = new (room) kt_Instantiator(typeid(int), &Shared::make, "Guest");
+                guest->~kt_Instantiator();
+                std::memset(room, 0, sizeof room);
+            } else if (kt_Instantiator::find("Shared") != &sharedEntry ||
+                       kt_Instantiator::find(typeid(Shared)) != &sharedEntry) {
+                ++wrong;
+            }
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+}
+
+void returnsAtOnce(long) {}
+
+TEST(HandleThreads, ConvertersAreAskedWhileOthersLeave)
+{
+    constexpr long group = 0x3FFFFFE;
+    std::atomic<int> wrong{0};
+    onEachThread([&wrong](int thread) {
+        for (int i = 0; i < 2000; ++i) {
+            if (thread % 2 == 0) {
+                kfRegisterExceptionConverter(group, &returnsAtOnce);
+                kfUnregisterExceptionConverter(group, &returnsAtOnce);
+            } else {
+                try {
+                    kfThrowExceptionOnFailure(static_cast<long>(0xFFFFFFC1UL));
+                    ++wrong;
+                } catch (const ktFailure&) {
+                }
+            }
+        }
+    });
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(HandleThreads, SharedObjectsAreStoredOnceAPassThoughAllThreadsMeetThemFirst)
+{
+    std::atomic<int> wrong{0};
+    for (int round = 0; round < 200; ++round) {
+        const ktPtrHandle<Shared> shared(new Shared);
+        const std::string expected = storeTwice(new Shared);
+        onEachThread([&](int) { wrong += storeTwice(shared) != expected ? 1 : 0; });
+    }
     EXPECT_EQ(wrong, 0);
 }
 

@@ -174,6 +174,50 @@ TEST(ToolThreads, ToolIsStoredWhileACopyOfItRunsAndAnotherIsLoaded)
     EXPECT_EQ(right, numThreads);
 }
 
+TEST(ToolThreads, ToolsLoadedFromReferencesToOneRecordAreChangedAndRunAtOnce)
+{
+    std::ostringstream out;
+    {
+        ktClassifierTool stored = trainedTool();
+        ktArchive storing(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(storing);
+        for (int i = 0; i < numThreads; ++i) {
+            storing || stored;
+        }
+    }
+    const std::vector<kt_test::PatternHandle> patterns = queries();
+    for (int round = 0; round < 20; ++round) {
+        std::istringstream in(out.str());
+        ktArchive loading(static_cast<std::istream&>(in));
+        std::vector<ktClassifierTool> tools(numThreads);
+        {
+            const ktArchive::Pass pass(loading);
+            for (ktClassifierTool& tool : tools) {
+                loading || tool;
+            }
+        }
+        const std::vector<ktClassifierResult> expected = answersOf(tools.front(), patterns);
+        std::atomic<int> equal{0};
+        onThreads([&](int thread) {
+            ktClassifierTool& tool = tools[static_cast<std::size_t>(thread)];
+            switch (thread) {
+            case 0:
+                tool.retrain(Knn(2));
+                break;
+            case 1:
+                tool.untrain();
+                break;
+            case 2:
+                tool.train(kt_test::trainingData({{{1.0, 2.0}, 3}}), Knn(1));
+                break;
+            default:
+                equal += answersOf(tool, patterns) == expected ? 1 : 0;
+            }
+        });
+        EXPECT_EQ(equal, 1);
+    }
+}
+
 TEST(ToolThreads, AttentionIsAskedOnEveryComputingThread)
 {
     const ktClassifierTool tool = trainedTool();

@@ -30,7 +30,10 @@ std::atomic<const double*> logFactorials{nullptr};
 /// needs the sums makes them anew.
 struct FreesLogFactorials {
     FreesLogFactorials() = default;
-    ~FreesLogFactorials() { delete[] logFactorials.exchange(nullptr); }  // not covered: runs when the counts are written
+    ~FreesLogFactorials()
+    {
+        delete[] logFactorials.exchange(nullptr);
+    }  // not covered: runs when the counts are written
     FreesLogFactorials(const FreesLogFactorials&) = delete;
     FreesLogFactorials& operator=(const FreesLogFactorials&) = delete;
 };
@@ -40,8 +43,7 @@ const double* makeLogFactorials()
 {
     auto fresh = std::make_unique<double[]>(tableSize + 1);
     for (std::int64_t m = 2; m <= tableSize; ++m) {
-        fresh[static_cast<std::size_t>(m)] =
-            fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
+        fresh[static_cast<std::size_t>(m)] = fresh[static_cast<std::size_t>(m - 1)] + std::log(static_cast<double>(m));
     }
     const double* first = nullptr;
     const bool isFirst = logFactorials.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel);
@@ -187,6 +189,7 @@ kt_PDFBinomial& kt_PDFBinomial::operator=(const kt_PDFBinomial& other)
 {
     // The accumulator first: it is the only part whose copy can fail.
     accumulator_ = other.accumulator_;
+    kt_ProbabilityDensityFunction::operator=(other);
     numTrials_ = other.numTrials_;
     theta_ = other.theta_;
     maximum_ = other.maximum_;

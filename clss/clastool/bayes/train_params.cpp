@@ -41,6 +41,7 @@ ktClassifierTrainParamsBayesian& ktClassifierTrainParamsBayesian::operator=(
     ktClassifierCosts costs = other.costs_;
     // The last copy that can fail; the moves below cannot.
     maxValues_ = other.maxValues_;
+    ktClassifierTrainParams::operator=(other);
     types_ = std::move(types);
     frequencies_ = std::move(frequencies);
     costs_ = std::move(costs);

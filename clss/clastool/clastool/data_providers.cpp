@@ -58,6 +58,7 @@ ktClassifierDataProviderMemory::~ktClassifierDataProviderMemory() = default;
 ktClassifierDataProviderMemory& ktClassifierDataProviderMemory::operator=(const ktClassifierDataProviderMemory& other)
 {
     ktClassifierDataProviderMemory copy(other);
+    ktClassifierDataProvider::operator=(other);
     name_.swap(copy.name_);
     description_.swap(copy.description_);
     patterns_.swap(copy.patterns_);

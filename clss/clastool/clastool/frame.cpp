@@ -2,11 +2,12 @@
 
 ktClassifierTrainParams::ktClassifierTrainParams() = default;
 
-// Kept on purpose: a copy of the base starts with throwIfNotReady true, and assignment assigns nothing.
+// Kept on purpose: a copy of the base starts with throwIfNotReady true, and assignment leaves it as it is.
 ktClassifierTrainParams::ktClassifierTrainParams(const ktClassifierTrainParams&) : ktPersistent(), ktRepBase() {}
 
-ktClassifierTrainParams& ktClassifierTrainParams::operator=(const ktClassifierTrainParams&)
+ktClassifierTrainParams& ktClassifierTrainParams::operator=(const ktClassifierTrainParams& other)
 {
+    ktPersistent::operator=(other);
     return *this;
 }
 

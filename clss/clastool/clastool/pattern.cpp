@@ -48,6 +48,7 @@ ktFeaturePattern& ktFeaturePattern::operator=(const ktFeaturePattern& other)
     std::vector<double> measurements = other.measurements_;
     std::unique_ptr<std::vector<bool>> validity = copyOf(other.validity_);
     changing();
+    ktPersistent::operator=(other);
     measurements_.swap(measurements);
     validity_.swap(validity);
     numInvalid_ = other.numInvalid_;

@@ -12,6 +12,10 @@ ktClassifierTool::ktClassifierTool(const ktClassifierTool& other)
     *this = other;
 }
 
+ktClassifierTool::ktClassifierTool(ktClassifierTool&& other) noexcept = default;
+
+ktClassifierTool& ktClassifierTool::operator=(ktClassifierTool&& other) noexcept = default;
+
 ktClassifierTool& ktClassifierTool::operator=(const ktClassifierTool& other)
 {
     // Kept on purpose: dropped before the source is looked at, so a tool assigned to itself ends up untrained.
@@ -73,8 +77,19 @@ void ktClassifierTool::retrain(const ktClassifierTrainParams& params, ktDiagObje
         throw ktClassifierDefs::NotTrained("Classifier tool must be trained before retraining.");
     }
     const ktPtrHandle_const<ktClassifierTrainParams> oldParams = classifier_->trainParams_;
-    classifier_->retrain(params, diag, flags);
+    if (isShared()) {
+        const ktPtrHandle<kt_Classifier> own = classifier_->clone();
+        own->retrain(params, diag, flags);
+        classifier_ = own;
+    } else {
+        classifier_->retrain(params, diag, flags);
+    }
     untrainIfNotRunnable(params);
+}
+
+bool ktClassifierTool::isShared() const
+{
+    return classifier_->isLoaded_ && classifier_->refCount() > 1;
 }
 
 void ktClassifierTool::untrainIfNotRunnable(const ktClassifierTrainParams& params)
@@ -121,7 +136,13 @@ void ktClassifierTool::run(const std::vector<ktPtrHandle_const<ktFeaturePattern>
 
 void ktClassifierTool::untrain()
 {
-    if (classifier_) {
+    if (classifier_.isNull()) {
+        return;
+    }
+    if (isShared()) {
+        // Let go, rather than taken from whoever else holds it.
+        classifier_ = nullptr;
+    } else {
         classifier_->untrain();
     }
 }
@@ -165,5 +186,9 @@ ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool)
     const ktArchive::Pass pass(archive);
     archive.version("clss/clastool/clastool", 896);
     // A handle stores and loads the pointer record; one of another class leaves the tool without a classifier.
-    return archive || tool.classifier_;
+    archive || tool.classifier_;
+    if (archive.isLoading() && tool.classifier_) {
+        tool.classifier_->isLoaded_ = true;
+    }
+    return archive;
 }

@@ -22,8 +22,9 @@ class kt_ArchivePass;
 /// routine describes both. The bytes are the same from every platform (docs/archive-format.md) and survive every double,
 /// NaN and infinities included.
 ///
-/// A pass is one outermost operation. Inside a pass an object reached by pointer several times is written once and
-/// restored shared; between passes nothing is remembered. `ktArchive::Pass` opens one by hand around several operations.
+/// A pass is one outermost operation. Inside a pass an object derived from ktPersistent is written once: reached by pointer
+/// several times it is restored shared, and archived in place a second time it is no bytes at all, when storing and when loading
+/// alike. Between passes nothing is remembered. `ktArchive::Pass` opens one by hand around several operations.
 /// When an outermost operation returns every byte is in the stream's buffer (whether a file then takes them shows when it is
 /// flushed or closed); until then the last 16 KiB may still be with the archive. Loading takes not one byte more than it
 /// needs, so an archive may lie inside a larger file. What one archive object stored, one archive object loads.
@@ -33,7 +34,9 @@ class kt_ArchivePass;
 /// `ktClassifierTool copy(tool); archive || copy;`.
 ///
 /// Loading trusts nobody: any bytes end in a value that is safe to use or in a ktException, in memory within 64 times the
-/// input and 64 KiB. After a failed load the object is partly loaded; it can be assigned, loaded again and destroyed.
+/// input and 64 KiB (classes of the caller's own that take more for each byte that they store take it here too). After a failed load
+/// the object is partly loaded; it can be assigned, loaded again and destroyed. The first load of an archive also loads its header, and
+/// throws UnknownVersion for another encoding, whatever is being loaded.
 ///
 /// Ownership: the stream belongs to the caller and outlives the archive. Copy: none.
 /// Threads: one archive is used by one thread at a time.
@@ -69,7 +72,7 @@ public:
     /// An archive that was stored with a larger depth takes as large a one to load.
     void maxDepth(long depth) noexcept { maxDepth_ = depth; }
 
-    /// A signed 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt.
+    /// A signed 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt; UnknownVersion, as above, here and below.
     ktArchive& operator||(long& value);
     /// An unsigned 32-bit integer. Throws: OutOfRange, StreamFailed, Corrupt.
     ktArchive& operator||(unsigned long& value);
@@ -107,6 +110,7 @@ public:
 
 private:
     friend class kt_ArchivePass;
+    friend class kt_ElementRoom;
     friend KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<double>& values);
@@ -193,8 +197,8 @@ public:                                         \
     void suicideAndRethrow() override
 // NOLINTEND(bugprone-macro-parentheses)
 
-/// The bytes cannot be what an archive stored. The message says what was found, and at which byte of the archive. Number
-/// 0x10004002.
+/// Loading: the bytes cannot be what an archive stored. Storing: an object by pointer is of a class that is not registered; no byte of
+/// its record was written. The message says what was found, and at which byte of the archive. Number 0x10004002.
 class KT_FOUNDATION_API ktArchive::Corrupt : public ktArchive::Errors {
     KT_ARCHIVE_FAILURE(Corrupt);
 };
@@ -223,6 +227,14 @@ class KT_FOUNDATION_API ktArchive::StreamFailed : public ktArchive::Errors {
 
 /// Opens a pass, or stays in the one that is open on this archive. Operators that archive several values in a row open
 /// one, so that a caller's single operation is a single pass.
+///
+/// A pass opened by hand takes time in proportion to what goes through it, and memory for the objects that live: what it has archived
+/// may be destroyed meanwhile, on any thread when it is storing, and an object that later has its address is another one. What it loads
+/// by pointer lives as long as the pass, because references to it may come.
+///
+/// An object that was archived and is then assigned counts as one that was not: the next operation stores, or loads, its new value.
+/// No other change is noticed: an object changed by a setter or by training stays in the archive as it was met first. Give each state a pass, or an
+/// object, of its own.
 ///
 /// The end of an outermost operation can throw StreamFailed, because only then the stream gets the last bytes; while another
 /// exception is on its way it gets them, or does not, without a further word. Operations inside a pass opened by hand count
@@ -271,7 +283,8 @@ KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<bool>& f
 KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, std::vector<double>& values);
 
 /// The fewest bytes that a value of type T takes in an archive: how a count that cannot be true is recognised. A class
-/// whose values take more than one byte at the least may specialise it; no element of a vector takes less than one.
+/// whose values take more than one byte at the least may specialise it. A vector of elements that take none loads only if as many bytes
+/// follow it as it has elements, but for objects that go by a second time in a pass (see ktArchive).
 template <class T>
 struct ktLeastStoredSize {
     /// The number of bytes, at least 1.
@@ -333,8 +346,55 @@ std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktAr
     return archive;
 }
 
+/// How many elements a vector that is being loaded may have before they are loaded: a count is only a claim, and the bytes of the
+/// archive, which are not, pay for 16 times their number and 8 KiB, for all vectors that are being loaded at once. For the
+/// operator below. The archive is in a pass as long as this lives.
+class KT_FOUNDATION_API kt_ElementRoom {
+public:
+    kt_ElementRoom(ktArchive& archive, std::size_t elementSize) noexcept : archive_(archive), elementSize_(elementSize)
+    {
+    }
+    ~kt_ElementRoom()
+    {
+        if (claimed_ != 0) {
+            giveBack();
+        }
+    }
+    kt_ElementRoom(const kt_ElementRoom&) = delete;
+    kt_ElementRoom& operator=(const kt_ElementRoom&) = delete;
+
+    /// The size to give the vector when `numLoaded` of its `count` elements are loaded: at least half as many more, so that growing
+    /// takes no more than time in proportion, and at least one.
+    std::size_t sizeAfter(std::size_t numLoaded, std::size_t count);
+
+private:
+    void giveBack() noexcept;
+
+    ktArchive& archive_;
+    std::size_t elementSize_;
+    std::uint64_t claimed_ = 0;
+};
+
+/// Makes the vector larger. Its elements are moved, also where a move might throw, and copied only if their class has no move.
+template <class T>
+void kt_growVector(std::vector<T>& values, std::size_t size)
+{
+    if constexpr (std::is_nothrow_move_constructible_v<T>) {
+        values.reserve(size);
+    } else {
+        std::vector<T> larger;
+        larger.reserve(size);
+        for (T& value : values) {
+            larger.push_back(std::move(value));
+        }
+        values.swap(larger);
+    }
+    values.resize(size);
+}
+
 /// A vector: a version byte, the count, the elements, each by its own operator. Loading resizes it to the count first and
-/// then loads the elements in order.
+/// then loads the elements in order. Where there are not bytes enough in the archive for so many elements of their size, it resizes
+/// the vector step by step behind those that are loaded, which moves them; a class without a move is copied then.
 template <class T>
 ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
 {
@@ -343,13 +403,15 @@ ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
     // Of objects that are there already nothing is stored if this pass has met them before.
     const std::size_t notChecked = std::is_base_of_v<ktPersistent, T> ? values.size() : 0;
     const std::size_t count = archive.count(values.size(), ktLeastStoredSize<T>::value, notChecked);
-    if (archive.isLoading() && (archive.bytesLeftKnown() || count < values.size())) {
+    kt_ElementRoom room(archive, sizeof(T));
+    if (count < values.size()) {
         values.resize(count);
+    } else if (count > values.size() && archive.bytesLeftKnown()) {
+        kt_growVector(values, room.sizeAfter(values.size(), count));
     }
     for (std::size_t i = 0; i < count; ++i) {
         if (i == values.size()) {
-            // The count is only a claim: grow behind what was really there.
-            values.resize(std::min(count, 2 * i + 16));
+            kt_growVector(values, room.sizeAfter(i, count));
         }
         archive || values[i];
     }

@@ -8,8 +8,10 @@
 #include <memory>
 #include <string>
 
-/// Base of every exception of these libraries. It is archivable, so that an error can be stored with a result or cross a
-/// process.
+/// Base of every exception class of these libraries. Beside these, operations let pass what the standard library throws, std::bad_alloc
+/// above all, and what code of the caller's own throws. It is archivable: in place each class stores its text, so that an error can
+/// be kept with a result. By pointer, so that another process gets an error of the same class, only the eight error classes of
+/// libclastool go, which the class registry knows.
 ///
 /// Copy: copies the text.
 class KT_FOUNDATION_API ktException : public ktPersistent, public std::exception {

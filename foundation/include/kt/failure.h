@@ -30,10 +30,14 @@ private:
 /// Turns a failing code of one group into an exception: throws it, or returns for a code that it does not know.
 using kfExceptionConverter = void (*)(long code);
 
-/// Registers a converter for a group of codes. Several may serve one group; the newest is asked first.
+/// Registers a converter for a group of codes. Several may serve one group; the newest is asked first. One that is registered
+/// while a code is being converted is asked from the next code on.
+/// Threads: may run while other threads convert codes.
 KT_FOUNDATION_API void kfRegisterExceptionConverter(long group, kfExceptionConverter converter);
 
-/// Takes a converter away again, so that a library can be unloaded. Unknown converters are ignored.
+/// Takes a converter away again, so that a library can be unloaded. Unknown converters are ignored. A converter may take itself
+/// away, or another, while it is asked.
+/// Threads: may run while other threads convert codes; one of them may still be inside the converter when this returns.
 KT_FOUNDATION_API void kfUnregisterExceptionConverter(long group, kfExceptionConverter converter) noexcept;
 
 /// Returns for a code that is no failure. Throws: what a converter of the code's group throws, else ktFailure.

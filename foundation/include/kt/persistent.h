@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <typeinfo>
 
@@ -15,13 +16,22 @@ class ktArchive;
 /// nothing if this layer of the object was visited in the current pass; otherwise it archives a version byte, its base's
 /// layer and its own fields, and then marks itself as visited.
 ///
-/// Copy: a copy is a new object that no pass has visited.
-/// Threads: two threads may store objects that share parts; one pass runs on one thread.
+/// Copy: a copy is a new object that no pass has visited, and an object that was assigned is one again: a class's own assignment
+/// operator calls that of its base. A pass does not notice what changes an object otherwise.
+/// Threads: two threads may store objects that share parts; one pass runs on one thread. Objects that a pass has stored may be
+/// destroyed on any thread while it is open. Those that it loaded, and the caller took from `serializePointer` without a count, are
+/// destroyed on the thread of the pass until it ends.
 class KT_FOUNDATION_API ktPersistent {
 public:
     ktPersistent() noexcept = default;
     ktPersistent(const ktPersistent&) noexcept {}
-    ktPersistent& operator=(const ktPersistent&) noexcept { return *this; }
+    ktPersistent& operator=(const ktPersistent&) noexcept
+    {
+        if (mark_.load(std::memory_order_relaxed) != 0) {
+            assigned_();
+        }
+        return *this;
+    }
 
     /// A destructor that finds the mark set lets the passes of this thread forget the object, because its address may be
     /// used again before they end.
@@ -50,7 +60,8 @@ protected:
     virtual bool loadSimple(ktArchive& archive);
 
     /// Whether the current pass of this thread has visited the layer of `extent` bytes of this object. False outside a pass.
-    /// `layer` points to the layer, usually `this`: layers of one object may have equal extents, but not at one address.
+    /// `layer` points to the layer, usually `this`. A layer is known by its address and extent, so a class that adds no member to
+    /// its first base is one layer with it here: each asks before it archives its base's layer, as dispatchLayer does.
     template <class Layer>
     static bool haveVisited(const Layer* layer, std::size_t extent)
     {
@@ -85,10 +96,11 @@ private:
     static bool beginLayer(ktArchive& archive, const ktPersistent* object, const void* layer, std::size_t extent,
                            unsigned char& version);
     void mutating_() noexcept;
+    void assigned_() noexcept;
 
-    // Only a hint that some pass may know the object: the pass itself holds the truth. Atomic because two threads may
-    // store objects that share this one.
-    mutable std::atomic<unsigned char> mark_{0};
+    // Not 0 if some pass may know the object: a number that the first of them gave it, by which they tell it from an object that was
+    // at its address before and died on another thread. Atomic because two threads may store objects that share this one.
+    mutable std::atomic<std::uint16_t> mark_{0};
 };
 
 /// Archives an object in place: nothing about its class is written, and loading fills the given object.
@@ -99,8 +111,14 @@ KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object
 /// class, it registers itself when constructed and unregisters itself when destroyed. A class is known in archives by its
 /// plain C++ name, with its namespaces.
 ///
-/// Threads: entries are made while a library is loaded and destroyed while it is unloaded; no archive that may need them
-/// runs meanwhile on another thread.
+/// Archives that run before `main` or after it, in constructors and destructors of static objects, know the classes whose
+/// entries are made by then and not yet destroyed. Where libclastool is a shared library that the program is linked with, its own classes
+/// are among them; in a static program, and for classes of the program itself, the linker's order decides, and "unknown
+/// class" (ktArchive::Corrupt) is what comes of it.
+///
+/// Threads: entries are made and destroyed while other threads store and load: a library may be loaded and unloaded at any
+/// time, as long as no archive needs the very classes that it brings. Making and destroying wait for each other, and destroying for
+/// a look-up that is under way; a look-up waits for nothing. `first` and `next` need a registry that does not change meanwhile.
 class KT_FOUNDATION_API kt_Instantiator {
 public:
     /// Makes a new default-constructed object, which the caller owns.
@@ -125,11 +143,14 @@ public:
     /// The first entry of the registry, newest first, or null; `next()` leads on.
     static const kt_Instantiator* first() noexcept;
     /// The next older entry, or null.
-    const kt_Instantiator* next() const noexcept { return next_; }
+    const kt_Instantiator* next() const noexcept { return next_.load(); }
 
 private:
+    template <class Entry>
+    friend class kt_RegistryList;
+
     const std::type_info& type_;
     Make make_;
     std::string name_;
-    kt_Instantiator* next_ = nullptr;
+    std::atomic<kt_Instantiator*> next_{nullptr};
 };
