@@ -1,5 +1,6 @@
 // One call for many patterns, which answers as runs one by one do.
 
+#include "support/allocations.h"
 #include "support/attention.h"
 #include "support/failures.h"
 #include "support/training.h"
@@ -284,6 +285,23 @@ TEST(ToolBatch, SeesPatternsThatWereAddedOrAssigned)
     EXPECT_EQ(after, oneByOne(tool, patterns));
     EXPECT_EQ(kt_test::labelsOf(after[0]), std::vector<long>{50});
     EXPECT_NE(after, before);
+}
+
+TEST(ToolMemory, BatchOfNeighborsIsAnsweredWithoutTheMemoryForASearchTogether)
+{
+    kt_test::needCounts();
+    const ktClassifierTool tool = neighbors();
+    const Patterns patterns = queries(40);
+    const Results expected = oneByOne(tool, patterns);
+    // The first allocation is the results'.
+    for (long n = 2; n <= 8; ++n) {
+        SCOPED_TRACE(n);
+        Results results;
+        const kt_test::AllocationFailure failure(n);
+        tool.run(patterns, results);
+        EXPECT_TRUE(failure.happened());
+        EXPECT_EQ(results, expected);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -119,6 +120,41 @@ const Case cases[] = {{"FreshCopyOrderTwo", Copy::fresh, 2.0}, {"FreshCopyOrderT
 
 INSTANTIATE_TEST_SUITE_P(Copies, NeighborThreads, testing::ValuesIn(cases),
                          [](const auto& copy) { return std::string(copy.param.name); });
+
+TEST(NeighborBatches, RunAtOnceGiveTheAnswersOfRunsOneByOne)
+{
+    ktRandomUniform uniform(1);
+    const auto drawn = [&uniform] {
+        std::vector<double> values(12);
+        std::generate(values.begin(), values.end(), [&uniform] { return uniform.next(0.0, 1.0); });
+        return kt_test::pattern(values);
+    };
+    ktClassifierDataProviderMemory data;
+    for (int i = 0; i < 1000; ++i) {
+        data.addData(drawn(), i % 5);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsKNN(5));
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns(100);
+    std::generate(patterns.begin(), patterns.end(), drawn);
+    std::vector<ktClassifierResult> expected(patterns.size());
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        tool.run(*patterns[i], expected[i]);
+    }
+    std::atomic<int> agreeing{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < numThreads; ++thread) {
+        threads.emplace_back([&] {
+            std::vector<ktClassifierResult> results;
+            static_cast<const ktClassifierTool&>(tool).run(patterns, results);
+            agreeing += results == expected ? 1 : 0;
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(agreeing, numThreads);
+}
 
 /// Each copy tells the patterns that it holds them, and sees it when one of them changes.
 TEST(NeighborTraining, GoesOnOnSeveralThreadsFromTheSamePatterns)
