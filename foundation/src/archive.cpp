@@ -476,7 +476,7 @@ void ktArchive::Pass::close()
     }
 }
 
-std::size_t kt_ElementRoom::sizeAfter(std::size_t numLoaded, std::size_t count)
+std::size_t kt_ElementRoom::claimAfter(std::size_t numLoaded, std::size_t count)
 {
     giveBack();
     const std::size_t left = count - numLoaded;

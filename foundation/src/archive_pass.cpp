@@ -91,6 +91,17 @@ private:
     kt_ArchivePass& pass_;
 };
 
+/// An object without a mark, or with another than is noted for its address, is not the one that the pass met there.
+inline kt_ArchivePass::Known* kt_ArchivePass::find(const ktPersistent* object) const noexcept
+{
+    const std::uint32_t mark = object->mark_.load(std::memory_order_relaxed);
+    Known* known = mark == 0 ? nullptr : known_.find(object);
+    if (known != nullptr && known->mark != mark) {
+        return known_.find(object, [mark](const Known& other) { return other.mark == mark; });
+    }
+    return known;
+}
+
 kt_ArchivePass::kt_ArchivePass(ktArchive& archive)
     : archive_(archive),
       older_(std::exchange(newestPass, this)),
@@ -196,13 +207,6 @@ bool kt_ArchivePass::forgetContents(const ktPersistent* object) noexcept
     }
     forget(object);
     return false;
-}
-
-/// An object without a mark, or with another than is noted for its address, is not the one that the pass met there.
-kt_ArchivePass::Known* kt_ArchivePass::find(const ktPersistent* object) const noexcept
-{
-    const std::uint32_t mark = object->mark_.load(std::memory_order_relaxed);
-    return mark == 0 ? nullptr : known_.find(object, [mark](const Known& known) { return known.mark == mark; });
 }
 
 /// The object is not known.

@@ -53,19 +53,20 @@ public:
     template <class Accept>
     Entry* find(const ktPersistent* object, Accept accept) const noexcept
     {
-        // Questions about one object come in a row.
-        if (latest_ != nullptr && latest_->object == object && accept(*latest_)) {
-            return latest_;
-        }
         const std::size_t i = slotOf(object, accept);
-        if (i == nowhere) {
-            return nullptr;
+        return i == nowhere ? nullptr : const_cast<Entry*>(&entries_[numbers_[i]]);
+    }
+    /// An entry of the object, or null.
+    Entry* find(const ktPersistent* object) const noexcept
+    {
+        // Questions about one object come in a row.
+        if (latest_ == nullptr || latest_->object != object) {
+            Entry* found = find(object, any);
+            latest_ = found == nullptr ? latest_ : found;
+            return found;
         }
-        latest_ = const_cast<Entry*>(&entries_[numbers_[i]]);
         return latest_;
     }
-    /// The first entry of the object, or null.
-    Entry* find(const ktPersistent* object) const noexcept { return find(object, any); }
 
     /// Throws: std::bad_alloc, with the table as it was.
     Entry& insert(const ktPersistent* object)

@@ -365,9 +365,16 @@ public:
 
     /// The size to give the vector when `numLoaded` of its `count` elements are loaded: at least half as many more, so that growing
     /// takes no more than time in proportion, and at least one.
-    std::size_t sizeAfter(std::size_t numLoaded, std::size_t count);
+    std::size_t sizeAfter(std::size_t numLoaded, std::size_t count)
+    {
+        // Most vectors are small, and a record cannot nest deep enough for these to count.
+        return count - numLoaded <= small / elementSize_ ? count : claimAfter(numLoaded, count);
+    }
 
 private:
+    static constexpr std::size_t small = 256;
+
+    std::size_t claimAfter(std::size_t numLoaded, std::size_t count);
     void giveBack() noexcept;
 
     ktArchive& archive_;
@@ -406,7 +413,7 @@ ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
     kt_ElementRoom room(archive, sizeof(T));
     if (count < values.size()) {
         values.resize(count);
-    } else if (count > values.size() && archive.bytesLeftKnown()) {
+    } else if (count > values.size() && !values.empty() && archive.bytesLeftKnown()) {
         kt_growVector(values, room.sizeAfter(values.size(), count));
     }
     for (std::size_t i = 0; i < count; ++i) {
