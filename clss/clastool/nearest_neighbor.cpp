@@ -14,6 +14,10 @@
 
 namespace {
 
+/// With fewer patterns than this a loaded classifier goes without a compact copy: it would take more than an archive of so few
+/// bytes may, and the plain scan takes microseconds.
+constexpr long leastLoadedForCopy = 16;
+
 const ktClassifierTrainParamsKNN& asKNN(const ktClassifierTrainParams& params)
 {
     const auto* knn = dynamic_cast<const ktClassifierTrainParamsKNN*>(&params);
@@ -378,6 +382,8 @@ void kt_ClassifierKNN::trainIncremental_(const ktFeaturePattern& pattern, long l
     trainingData_->addData(copy, label);
     if (copy_) {
         copy_->append(*trainingData_);
+    } else if (trainingData_->numPatterns() == leastLoadedForCopy) {
+        makeCopy();
     }
 }
 
@@ -570,8 +576,8 @@ void kt_ClassifierKNN::serialize_(ktArchive& archive, unsigned char version)
     if (archive.isLoading()) {
         copy_ = nullptr;
         // A few bytes can refer to a store, or a pattern, that is already loaded, as often as they like: copies of those would
-        // know no bound.
-        if (trainingData_ && isHeldOnce(*trainingData_)) {
+        // know no bound. A copy of few patterns is large beside the bytes that they came from.
+        if (trainingData_ && trainingData_->numPatterns() >= leastLoadedForCopy && isHeldOnce(*trainingData_)) {
             makeCopy();
         }
     }

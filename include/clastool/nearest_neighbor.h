@@ -213,8 +213,8 @@ private:
     double orderByCopy() const;
     void runEach(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns,
                  std::vector<ktClassifierResult>& results, ktDiagObject* diag, unsigned long flags) const;
-    std::vector<char> findTogether(const ktPtrHandle_const<ktFeaturePattern>* patterns, std::size_t count, std::size_t k,
-                                   std::vector<std::size_t>& rows) const;
+    std::vector<char> findTogether(const ktPtrHandle_const<ktFeaturePattern>* patterns, std::size_t count,
+                                   std::size_t k, std::vector<std::size_t>& rows) const;
     bool findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const;
     void findNearestNeighbors_(const ktFeaturePattern& pattern, kt_NearestList& neighbors) const;
     void fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -259,7 +260,8 @@ struct Category {
             if (group.numMeasurements() != 1) {
                 throw NotImplemented("Multivariate Binomial Distributions are not implemented");
             }
-            if (group.isValid(0) && group.featureMeasurement(0, true) > maxima[i]) {
+            if (group.isValid(0) && std::isfinite(group.featureMeasurement(0, true)) &&
+                group.featureMeasurement(0, true) > maxima[i]) {
                 throw BadParams(
                     "Train data measurement cannot exceed its maximum value when using binomial "
                     "distribution");
@@ -268,6 +270,21 @@ struct Category {
         for (std::size_t i = 0; i < groups.size(); ++i) {
             densities[i]->updateWithData({part(pattern, groups[i])});
         }
+    }
+
+    /// Whether a measurement has no spread of its own here, so that a run judges it by what all categories have learnt.
+    bool borrowsSpreads() const
+    {
+        return std::any_of(densities.begin(), densities.end(), [](const auto& density) {
+            const auto* normal = dynamic_cast<const kt_PDFMultivariateNormal*>(density.get());
+            const long size = normal != nullptr ? normal->mean().numRows() : 0;
+            for (long i = 0; i < size; ++i) {
+                if (!ktNormalDensity::hasSpread(normal->mean()(i, 0), normal->covariance()(i, i))) {
+                    return true;
+                }
+            }
+            return false;
+        });
     }
 
     double matchScore(const Pattern& pattern) const
@@ -494,6 +511,16 @@ struct Classifier {
         return kt_test::resultOfVotes(nearest.rows, kept->labels, inUse->knn.misclassificationCosts());
     }
 
+    /// Whether a run depends on spreads that categories lend each other, or on measurements too far from all of them. The
+    /// model knows nothing of either.
+    bool isBeyondTheModel(const Pattern& pattern) const
+    {
+        const auto isFar = [&](const Category& category) { return !(category.matchScore(pattern) > -1e299); };
+        return technique == Technique::bayes &&
+               (std::any_of(categories.begin(), categories.end(), std::mem_fn(&Category::borrowsSpreads)) ||
+                std::all_of(categories.begin(), categories.end(), isFar));
+    }
+
     ktClassifierResult runBayes(const Pattern& pattern) const
     {
         std::vector<double> scores;
@@ -650,6 +677,8 @@ struct Tool {
         }
         return classifier->run(pattern);
     }
+
+    bool isBeyondTheModel(const Pattern& pattern) const { return classifier && classifier->isBeyondTheModel(pattern); }
 
     const Params& trainParams() const
     {

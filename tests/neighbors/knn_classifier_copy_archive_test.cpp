@@ -275,6 +275,30 @@ TEST(KnnLoaded, OnePatternManyTimesIsRetrainedInLittleMemory)
     EXPECT_EQ(answer(classifier, std::vector<double>(2000, 1.0)).categoryResults().size(), 3u);
 }
 
+// A compact copy takes some 6 KiB, however few the patterns are.
+TEST(KnnLoaded, FewPatternsHaveNoCopyUntilTheyAreMore)
+{
+    kt_test::needCounts();
+    Data data;
+    for (long i = 0; i < 12; ++i) {
+        data.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i);
+    }
+    kt_ClassifierKNN stored;
+    stored.train(data, Params(1));
+    const std::string bytes = kt_test::store(stored);
+    kt_ClassifierKNN classifier;
+    const kt_test::MemoryWatch watch;
+    kt_test::loadInto(classifier, bytes);
+    const long loaded = watch.liveBytes();
+    for (long i = 12; i < 20; ++i) {
+        classifier.trainIncremental(ktFeaturePattern({static_cast<double>(i)}, {}), i);
+    }
+    EXPECT_GT(watch.liveBytes() - loaded, 2500) << loaded;
+    for (long i = 0; i < 20; ++i) {
+        EXPECT_EQ(answer(classifier, {static_cast<double>(i) + 0.25}).categoryResults().front().categoryLabel(), i);
+    }
+}
+
 // Told from the allocations that a copy of the patterns takes.
 TEST(KnnRetrained, AfterAPatternOfItsOwnWasChangedIsAsFastAsBefore)
 {
