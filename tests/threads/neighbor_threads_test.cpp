@@ -1,5 +1,7 @@
 // Nearest-neighbour runs on several threads at once, on one tool that works from a compact copy of its patterns.
 
+#include "threads/each_thread.h"
+
 #include "support/attention.h"
 #include "support/training.h"
 
@@ -15,7 +17,7 @@
 namespace {
 
 constexpr int numThreads = 4;
-// Enough for every level of the copy.
+// Enough for boxes around groups of blocks.
 constexpr int numPatterns = 4200;
 
 enum class Copy { fresh, grown, stale };
@@ -117,5 +119,25 @@ const Case cases[] = {{"FreshCopyOrderTwo", Copy::fresh, 2.0}, {"FreshCopyOrderT
 
 INSTANTIATE_TEST_SUITE_P(Copies, NeighborThreads, testing::ValuesIn(cases),
                          [](const auto& copy) { return std::string(copy.param.name); });
+
+/// Each copy tells the patterns that it holds them, and sees it when one of them changes.
+TEST(NeighborTraining, GoesOnOnSeveralThreadsFromTheSamePatterns)
+{
+    const ktPtrHandle<ktFeaturePattern> owned = new ktFeaturePattern(measurements(1), {});
+    ktClassifierDataProviderMemory data;
+    data.addData(owned, 9);
+    for (int i = 2; i < numPatterns; ++i) {
+        data.addData(kt_test::pattern(measurements(i)), i % 5);
+    }
+    std::vector<kt_ClassifierKNN> classifiers(threads::numThreads);
+    threads::onEachThread(
+        [&](int i) { classifiers[static_cast<std::size_t>(i)].train(data, ktClassifierTrainParamsKNN(1)); });
+    *owned = ktFeaturePattern({900.0, 900.0, 900.0}, {});
+    for (const kt_ClassifierKNN& classifier : classifiers) {
+        ktClassifierResult result;
+        classifier.run(*kt_test::pattern({890.0, 910.0, 905.0}), result);
+        EXPECT_EQ(result.categoryResults().front().categoryLabel(), 9);
+    }
+}
 
 }  // namespace
