@@ -105,7 +105,7 @@ const Kind kinds[] = {
     {"GroupScales", [](Random& r, std::size_t, int group) { return std::ldexp(r.normal(), 150 * group - 300); }},
     {"SubnormalBesideHuge",
      [](Random& r, std::size_t j, int group) {
-         return j == 0 && group < 2 ? std::ldexp(r.normal(), 830) : std::ldexp(r.between(-150, 150) / 100.0, -234);
+         return j == 0 && group < 2 ? std::ldexp(r.normal(), 830) : std::ldexp(r.between(-150, 150) / 100.0, -241);
      }},
     {"OneInFiftyWild",
      [](Random& r, std::size_t, int) {

@@ -109,10 +109,12 @@ TEST_P(NeighborScan, RowsThatTheApproximatePowerBringsIntoTheWrongOrderAreToldAp
 // Scaled so that the first row fits, the others are subnormal, and the roots of their differences round coarsely.
 TEST_P(NeighborScan, RowsWhoseScaledSizeIsSubnormalAreToldApart)
 {
-    const double u = 0x1p-234;
-    const Row nearer = {1.51 * u, 1.51 * u, 0.0, 0.0, 0.0};
-    const Row farther = {1.49 * u, 1.49 * u, 0.49 * u, 0.49 * u, 0.49 * u};
-    EXPECT_EQ(nearestByCopy({{0x1p+840, 0.0, 0.0, 0.0, 0.0}, nearer, farther}, Row(5, 0.0), 0.5), 1u);
+    for (const int exponent : {-236, -235, -234, -233, -232, -231}) {
+        const double u = std::ldexp(1.0, exponent);
+        const Row nearer = {1.51 * u, 1.51 * u, 0.0, 0.0, 0.0};
+        const Row farther = {1.49 * u, 1.49 * u, 0.49 * u, 0.49 * u, 0.49 * u};
+        EXPECT_EQ(nearestByCopy({{0x1p+840, 0.0, 0.0, 0.0, 0.0}, nearer, farther}, Row(5, 0.0), 0.5), 1u) << exponent;
+    }
 }
 
 /// A store of random rows, some of which are drawn by `change`, and the copy of it.
