@@ -190,7 +190,7 @@ TEST(BorrowedSpreads, MeasurementThatWasLearntBeyondTheRangeSaysNothing)
     }
 }
 
-// The categories that the issue is about.
+// Categories with and without spread of their own.
 
 TEST(BorrowedSpreads, CategoryThatNeverSawAHoleLeavesTheOthersWithoutHoleTheirs)
 {
