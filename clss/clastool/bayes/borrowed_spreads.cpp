@@ -11,8 +11,9 @@ namespace {
 /// Null for a model that is missing or of a class that may do everything in its own way.
 const kt_CategoryModelBayesian* exactly(const ktPtrHandle<kt_CategoryModel>& model)
 {
-    const bool isBayesian = model && typeid(*model) == typeid(kt_CategoryModelBayesian);
-    return isBayesian ? static_cast<const kt_CategoryModelBayesian*>(model.get()) : nullptr;
+    const kt_CategoryModel* object = model.get();
+    const bool isBayesian = object != nullptr && typeid(*object) == typeid(kt_CategoryModelBayesian);
+    return isBayesian ? static_cast<const kt_CategoryModelBayesian*>(object) : nullptr;
 }
 
 double meanOf(const ktNormalDensity& density, std::size_t i)
