@@ -253,7 +253,9 @@ TEST(NormalDensity, EvaluationAllocatesOnlyTheFirstTime)
         double value = 0.0;
         EXPECT_GT(kt_test::allocationsDuring([&] { density.logDensity(whole.row(), value); }), 0);
         // Where many are left beside an invalid one, their working storage.
-        for (const auto& [row, expected] : {std::pair(whole, 0L), std::pair(part, size > 33 ? 1L : 0L)}) {
+        for (const auto& asked : {std::pair(whole, 0L), std::pair(part, size > 33 ? 1L : 0L)}) {
+            const FlaggedRow& row = asked.first;
+            const long expected = asked.second;
             EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(row.row(), value); }), expected);
             EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(ToldRow(row), size, value); }), expected);
         }
