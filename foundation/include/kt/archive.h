@@ -351,6 +351,7 @@ std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktAr
 /// operator below. The archive is in a pass as long as this lives.
 class KT_FOUNDATION_API kt_ElementRoom {
 public:
+    /// For a vector whose elements have this size in memory.
     kt_ElementRoom(ktArchive& archive, std::size_t elementSize) noexcept : archive_(archive), elementSize_(elementSize)
     {
     }
