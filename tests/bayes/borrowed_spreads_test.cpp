@@ -123,6 +123,21 @@ TEST(BorrowedSpreads, WhatNeverVariesSaysNothing)
     EXPECT_EQ(logLikelihood(answer(nothing, pattern({17.0})), 1), 0.0);
 }
 
+TEST(BorrowedSpreads, WhatNeverVariesSaysNothingHoweverManyTheCategories)
+{
+    for (const double fixed : {1.0, 0.1, 7e200}) {
+        std::vector<Labelled> rows;
+        for (long label = 0; label < 3000; ++label) {
+            rows.push_back({{static_cast<double>(label), fixed}, label});
+        }
+        const auto classifier = trained(rows);
+        EXPECT_EQ(decided(classifier, {41.0, fixed + 1e-3}), 41) << fixed;
+        EXPECT_NEAR(logLikelihood(answer(classifier, pattern({41.0, 5.0})), 41),
+                    logNormal(41.0, 41.0, (3000.0 * 3000.0 - 1.0) / 12.0), 1e-9)
+            << fixed;
+    }
+}
+
 TEST(BorrowedSpreads, JointGroupBorrowsBeforeItsCorrelationsAreFormed)
 {
     Types types;

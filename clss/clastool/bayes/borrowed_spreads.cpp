@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <typeinfo>
+#include <unordered_map>
 
 namespace {
 
@@ -37,7 +37,7 @@ kt_BorrowedSpreads::Models kt_BorrowedSpreads::completed(const Models& models)
 {
     kt_BorrowedSpreads spreads;
     // An archive may hold one model under many handles.
-    std::map<const kt_CategoryModel*, ktPtrHandle<kt_CategoryModel>> made;
+    std::unordered_map<const kt_CategoryModel*, ktPtrHandle<kt_CategoryModel>> made;
     for (const ktPtrHandle<kt_CategoryModel>& model : models) {
         const kt_CategoryModelBayesian* bayesian = exactly(model);
         if (bayesian != nullptr && made.emplace(bayesian, nullptr).second) {
@@ -103,6 +103,7 @@ double kt_BorrowedSpreads::lentBy(const Learnt* first, const Learnt* last)
 {
     const auto number = static_cast<double>(last - first);
     double sumOfCounts = 0.0;
+    // Relative to the first, so that equal means have no spread however many they are.
     double mean = 0.0;
     double largest = 0.0;
     for (const Learnt* one = first; one != last; ++one) {
@@ -110,7 +111,7 @@ double kt_BorrowedSpreads::lentBy(const Learnt* first, const Learnt* last)
             return 0.0;
         }
         sumOfCounts += one->count;
-        mean += one->mean / number;
+        mean += (one->mean - first->mean) / number;
         largest = std::max(largest, std::abs(one->mean));
     }
     double pooled = 0.0;
@@ -121,7 +122,7 @@ double kt_BorrowedSpreads::lentBy(const Learnt* first, const Learnt* last)
             pooled += one->count / sumOfCounts * one->variance;
             hasSpread = true;
         }
-        ofMeans += squared(one->mean - mean) / number;
+        ofMeans += squared(one->mean - first->mean - mean) / number;
     }
     if (hasSpread) {
         return std::max(pooled, std::numeric_limits<double>::min());

@@ -3,7 +3,7 @@
 #include <clastool/bayes.h>
 
 #include <cstddef>
-#include <set>
+#include <unordered_set>
 #include <vector>
 
 /// The spreads that categories lend each other. A measurement that did not vary within a category would overrule all others
@@ -61,5 +61,5 @@ private:
 
     std::vector<Learnt> learnt_;
     std::vector<Loan> loans_;
-    std::set<const ktNormalDensity*> borrowers_;
+    std::unordered_set<const ktNormalDensity*> borrowers_;
 };
