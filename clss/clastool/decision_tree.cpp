@@ -101,9 +101,6 @@ private:
 }  // namespace
 
 ktPredicateFunction::ktPredicateFunction() = default;
-ktPredicateFunction::ktPredicateFunction(const ktPredicateFunction&) = default;
-ktPredicateFunction& ktPredicateFunction::operator=(const ktPredicateFunction&) = default;
-ktPredicateFunction::~ktPredicateFunction() = default;
 
 bool ktPredicateFunction::isEqual(const ktPredicateFunction&) const
 {
@@ -139,10 +136,6 @@ ktComparisonPredicate::ktComparisonPredicate(long measurementIndex1, long measur
     requireNonNegative(measurementIndex1);
     requireNonNegative(measurementIndex2);
 }
-
-ktComparisonPredicate::ktComparisonPredicate(const ktComparisonPredicate&) = default;
-ktComparisonPredicate& ktComparisonPredicate::operator=(const ktComparisonPredicate&) = default;
-ktComparisonPredicate::~ktComparisonPredicate() = default;
 
 bool ktComparisonPredicate::outcome(const ktFeaturePattern& pattern) const
 {
@@ -204,8 +197,6 @@ ktRangePredicate& ktRangePredicate::operator=(const ktRangePredicate& other)
     return *this;
 }
 
-ktRangePredicate::~ktRangePredicate() = default;
-
 bool ktRangePredicate::outcome(const ktFeaturePattern& pattern) const
 {
     return areWithin(pattern);
@@ -251,10 +242,6 @@ ktValidityPredicate::ktValidityPredicate(const std::vector<long>& measurementInd
     requireNonNegative(indices_);
 }
 
-ktValidityPredicate::ktValidityPredicate(const ktValidityPredicate&) = default;
-ktValidityPredicate& ktValidityPredicate::operator=(const ktValidityPredicate&) = default;
-ktValidityPredicate::~ktValidityPredicate() = default;
-
 bool ktValidityPredicate::outcome(const ktFeaturePattern& pattern) const
 {
     return std::all_of(indices_.begin(), indices_.end(), [&](long index) { return isAvailable(pattern, index); });
@@ -294,7 +281,6 @@ ktDecisionTree& ktDecisionTree::operator=(const ktDecisionTree& other)
     ktPersistent::operator=(other);
     return *this;
 }
-ktDecisionTree::~ktDecisionTree() = default;
 
 bool ktDecisionTree::isEqual(const ktDecisionTree&) const
 {
@@ -529,8 +515,6 @@ ktDecisionTreeLeaf& ktDecisionTreeLeaf::operator=(const ktDecisionTreeLeaf& othe
     return *this;
 }
 
-ktDecisionTreeLeaf::~ktDecisionTreeLeaf() = default;
-
 void ktDecisionTreeLeaf::classifierResult(const ktClassifierResult& classifierResult)
 {
     result_ = classifierResult;
@@ -577,9 +561,6 @@ ktPersistent* kt_ClassifierDecisionTree::make()
 }
 
 kt_ClassifierDecisionTree::kt_ClassifierDecisionTree() = default;
-kt_ClassifierDecisionTree::kt_ClassifierDecisionTree(const kt_ClassifierDecisionTree&) = default;
-kt_ClassifierDecisionTree& kt_ClassifierDecisionTree::operator=(const kt_ClassifierDecisionTree&) = default;
-kt_ClassifierDecisionTree::~kt_ClassifierDecisionTree() = default;
 
 void kt_ClassifierDecisionTree::trainManual(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
 {

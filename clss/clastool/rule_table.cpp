@@ -65,21 +65,10 @@ void loadScore(ktArchive& archive, ktPtrHandle<ktClsFtSc>& handle)
 
 }  // namespace
 
-ktClsFtSc::ktClsFtSc() = default;
-ktClsFtSc::ktClsFtSc(const ktClsFtSc&) = default;
-ktClsFtSc& ktClsFtSc::operator=(const ktClsFtSc&) = default;
-ktClsFtSc::~ktClsFtSc() = default;
-
 bool ktClsFtSc::operator==(const ktClsFtSc& other) const
 {
     return typeid(*this) == typeid(other);
 }
-
-ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore() = default;
-ktClassifierFeatureScoreIgnore::ktClassifierFeatureScoreIgnore(const ktClassifierFeatureScoreIgnore&) = default;
-ktClassifierFeatureScoreIgnore& ktClassifierFeatureScoreIgnore::operator=(const ktClassifierFeatureScoreIgnore&) =
-    default;
-ktClassifierFeatureScoreIgnore::~ktClassifierFeatureScoreIgnore() = default;
 
 double ktClassifierFeatureScoreIgnore::score(double) const
 {
@@ -97,10 +86,6 @@ bool ktClassifierFeatureScoreIgnore::operator==(const ktClsFtSc& other) const
 }
 
 ktClassifierFeatureScoreOneSided::ktClassifierFeatureScoreOneSided() = default;
-ktClassifierFeatureScoreOneSided::ktClassifierFeatureScoreOneSided(const ktClassifierFeatureScoreOneSided&) = default;
-ktClassifierFeatureScoreOneSided& ktClassifierFeatureScoreOneSided::operator=(const ktClassifierFeatureScoreOneSided&) =
-    default;
-ktClassifierFeatureScoreOneSided::~ktClassifierFeatureScoreOneSided() = default;
 
 void ktClassifierFeatureScoreOneSided::init(double x0, double x1, double xc, double y0, double y1)
 {
@@ -172,11 +157,6 @@ ktClassifierFeatureScoreTwoSided::ktClassifierFeatureScoreTwoSided()
 {
     init(0.0, -1.0, -1.0, 0.0, 1.0, 1.0, 1.0, 0.0, 1.0, 0.0);
 }
-
-ktClassifierFeatureScoreTwoSided::ktClassifierFeatureScoreTwoSided(const ktClassifierFeatureScoreTwoSided&) = default;
-ktClassifierFeatureScoreTwoSided& ktClassifierFeatureScoreTwoSided::operator=(const ktClassifierFeatureScoreTwoSided&) =
-    default;
-ktClassifierFeatureScoreTwoSided::~ktClassifierFeatureScoreTwoSided() = default;
 
 void ktClassifierFeatureScoreTwoSided::init(double x0, double x1, double xc, double x0h, double x1h, double xch,
                                             double y0, double y1, double y0h, double y1h)

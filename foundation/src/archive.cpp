@@ -537,8 +537,6 @@ ktArchive& operator||(ktArchive& archive, std::vector<bool>& flags)
 }
 
 ktArchive::Errors::Errors(const std::string& message) : ktExceptionWithString(message) {}
-ktArchive::Errors::Errors(const Errors&) = default;
-ktArchive::Errors& ktArchive::Errors::operator=(const Errors&) = default;
 ktArchive::Errors::~Errors() = default;
 
 ktArchive::UnknownVersion::UnknownVersion(const char* where, int line)
@@ -549,9 +547,6 @@ ktArchive::UnknownVersion::UnknownVersion(const char* where, int line)
       line_(line)
 {
 }
-ktArchive::UnknownVersion::UnknownVersion(const UnknownVersion&) = default;
-ktArchive::UnknownVersion& ktArchive::UnknownVersion::operator=(const UnknownVersion&) = default;
-ktArchive::UnknownVersion::~UnknownVersion() = default;
 
 long ktArchive::UnknownVersion::errorNumber() const
 {
@@ -566,9 +561,6 @@ void ktArchive::UnknownVersion::suicideAndRethrow()
 // NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
 #define KT_DEFINE_FAILURE(Class, number)                                     \
     ktArchive::Class::Class(const std::string& message) : Errors(message) {} \
-    ktArchive::Class::Class(const Class&) = default;                         \
-    ktArchive::Class& ktArchive::Class::operator=(const Class&) = default;   \
-    ktArchive::Class::~Class() = default;                                    \
     long ktArchive::Class::errorNumber() const                               \
     {                                                                        \
         return number;                                                       \

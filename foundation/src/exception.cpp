@@ -17,9 +17,6 @@ std::string ktException::message() const
 }
 
 ktExceptionWithString::ktExceptionWithString(const std::string& message) : message_text_(message) {}
-ktExceptionWithString::ktExceptionWithString(const ktExceptionWithString&) = default;
-ktExceptionWithString& ktExceptionWithString::operator=(const ktExceptionWithString&) = default;
-ktExceptionWithString::~ktExceptionWithString() = default;
 
 const char* ktExceptionWithString::what() const noexcept
 {
@@ -40,8 +37,6 @@ void ktExceptionWithString::dispatchSerialize(ktArchive& archive)
     archive || message_text_;
     setVisited(this, sizeof *this);
 }
-
-ktBadPointer::~ktBadPointer() = default;
 
 long ktBadPointer::errorNumber() const
 {

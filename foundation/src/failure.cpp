@@ -52,9 +52,6 @@ kfExceptionConverter nextConverter(std::uint32_t group, std::uint64_t& number)
 }  // namespace
 
 ktFailure::ktFailure(long code) : ktExceptionWithString(messageFor(code)), code_(code) {}
-ktFailure::ktFailure(const ktFailure&) = default;
-ktFailure& ktFailure::operator=(const ktFailure&) = default;
-ktFailure::~ktFailure() = default;
 
 long ktFailure::errorNumber() const
 {

@@ -16,7 +16,6 @@ class ktDecisionTree;
 class KT_API ktClassifierTrainParams : public virtual ktPersistent, public virtual ktRepBase {
 public:
     ktClassifierTrainParams();
-    ~ktClassifierTrainParams() override;
 
     /// A new, independent copy.
     virtual ktPtrHandle<ktClassifierTrainParams> clone() const = 0;
@@ -63,9 +62,6 @@ private:
 class KT_API kt_Classifier : public ktPersistent, public ktRepBase {
 public:
     kt_Classifier();
-    kt_Classifier(const kt_Classifier&);
-    kt_Classifier& operator=(const kt_Classifier&);
-    ~kt_Classifier() override;
 
     /// A new classifier in the same state; what it shares with this one, the technique says.
     virtual ktPtrHandle<kt_Classifier> clone() const = 0;

@@ -10,7 +10,6 @@
 class KT_API ktPredicateFunction : public ktPersistent, public ktRepBase {
 public:
     ktPredicateFunction();
-    ~ktPredicateFunction() override;
 
     /// The answer. A measurement that is invalid or past the pattern's end should answer false, as the library's own tests do.
     virtual bool outcome(const ktFeaturePattern& pattern) const = 0;
@@ -24,9 +23,6 @@ public:
     bool operator!=(const ktPredicateFunction& other) const { return !isEqual(other); }
 
 protected:
-    ktPredicateFunction(const ktPredicateFunction&);
-    ktPredicateFunction& operator=(const ktPredicateFunction&);
-
     void dispatchSerialize(ktArchive& archive) override;
     /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
@@ -45,9 +41,6 @@ public:
     /// index ktClassifierDefs::BadIndex "Measurement index must be >= 0 and < number of measurements.".
     /// Kept on purpose: the upper bound in that text is not checked, because a predicate does not know the patterns.
     ktComparisonPredicate(long measurementIndex1, long measurementIndex2);
-    ktComparisonPredicate(const ktComparisonPredicate&);
-    ktComparisonPredicate& operator=(const ktComparisonPredicate&);
-    ~ktComparisonPredicate() override;
 
     /// The measurement that is to be greater.
     long measurementIndex1() const { return index1_; }
@@ -85,7 +78,6 @@ public:
     ktRangePredicate(const ktRange& measurementRange, const std::vector<long>& measurementIndices);
     ktRangePredicate(const ktRangePredicate&);
     ktRangePredicate& operator=(const ktRangePredicate& other);
-    ~ktRangePredicate() override;
 
     /// The range that every listed measurement has to lie in, both ends included.
     ktRange measurementRange() const { return range_; }
@@ -134,9 +126,6 @@ public:
     /// Throws: ktClassifierDefs::BadIndex "Measurement index must be >= 0 and < number of measurements." for the first
     /// negative index (no upper bound is checked).
     ktValidityPredicate(const std::vector<long>& measurementIndices);
-    ktValidityPredicate(const ktValidityPredicate&);
-    ktValidityPredicate& operator=(const ktValidityPredicate&);
-    ~ktValidityPredicate() override;
 
     /// The measurements that are looked at, in this order.
     std::vector<long> measurementIndices() const { return indices_; }
@@ -169,7 +158,6 @@ private:
 class KT_API ktDecisionTree : public ktPersistent, public ktRepBase {
 public:
     ktDecisionTree();
-    ~ktDecisionTree() override;
 
     /// The labels that the tree can answer with.
     virtual std::vector<long> categoryLabels() const = 0;
@@ -275,7 +263,6 @@ public:
     ktDecisionTreeLeaf(const ktClassifierResult& classifierResult);
     ktDecisionTreeLeaf(const ktDecisionTreeLeaf&);
     ktDecisionTreeLeaf& operator=(const ktDecisionTreeLeaf&);
-    ~ktDecisionTreeLeaf() override;
 
     /// The result of every pattern that gets here.
     const ktClassifierResult& classifierResult() const { return result_; }
@@ -307,9 +294,6 @@ private:
 class KT_API kt_ClassifierDecisionTree : public kt_Classifier {
 public:
     kt_ClassifierDecisionTree();
-    kt_ClassifierDecisionTree(const kt_ClassifierDecisionTree&);
-    kt_ClassifierDecisionTree& operator=(const kt_ClassifierDecisionTree&);
-    ~kt_ClassifierDecisionTree() override;
 
     /// The held tree; null while untrained.
     const ktPtrHandle_const<ktDecisionTree>& decisionTree() const { return tree_; }

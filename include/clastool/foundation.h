@@ -18,10 +18,6 @@ namespace ktClassifierDefs {
 /// ktArchive::UnknownVersion(name of the class with its namespace, 0).
 class KT_API Errors : public ktExceptionWithString {
 public:
-    Errors(const Errors&);
-    Errors& operator=(const Errors&);
-    ~Errors() override;
-
     /// The number of the concrete class.
     long errorNumber() const override = 0;
     /// Throws a copy of this object and destroys this object, which must live on the free store.
@@ -41,9 +37,6 @@ protected:
 #define KT_CONCRETE_ERROR(Class)                                \
 public:                                                         \
     Class(const std::string& message = "");                     \
-    Class(const Class&);                                        \
-    Class& operator=(const Class&);                             \
-    ~Class() override;                                          \
     long errorNumber() const override;                          \
     void suicideAndRethrow() override;                          \
                                                                 \

@@ -25,11 +25,6 @@ KT_API ktArchive& operator||(ktArchive& archive, ktPtrHandle<ktClsFtSc>& handle)
 /// Threads: const operations run on several threads at once.
 class KT_API ktClsFtSc : public ktRepBase {
 public:
-    ktClsFtSc();
-    ktClsFtSc(const ktClsFtSc&);
-    ktClsFtSc& operator=(const ktClsFtSc&);
-    ~ktClsFtSc() override;
-
     /// The score; -1.0 and NaN mean that the value is to be left out of a rule's score.
     virtual double score(double x) const = 0;
     /// A new copy, owned by the caller until a handle takes it.
@@ -58,11 +53,6 @@ bool operator!=(const A& a, const B& b)
 /// Leaves its feature out of a rule's score.
 class KT_API ktClassifierFeatureScoreIgnore : public ktClsFtSc {
 public:
-    ktClassifierFeatureScoreIgnore();
-    ktClassifierFeatureScoreIgnore(const ktClassifierFeatureScoreIgnore&);
-    ktClassifierFeatureScoreIgnore& operator=(const ktClassifierFeatureScoreIgnore&);
-    ~ktClassifierFeatureScoreIgnore() override;
-
     /// -1.0, for any value.
     double score(double x) const override;
     ktClsFtSc* clone() const override;
@@ -77,9 +67,6 @@ class KT_API ktClassifierFeatureScoreOneSided : public ktClsFtSc {
 public:
     /// x0 = 0, x1 = 1, xc = 1, y0 = 1, y1 = 0.
     ktClassifierFeatureScoreOneSided();
-    ktClassifierFeatureScoreOneSided(const ktClassifierFeatureScoreOneSided&);
-    ktClassifierFeatureScoreOneSided& operator=(const ktClassifierFeatureScoreOneSided&);
-    ~ktClassifierFeatureScoreOneSided() override;
 
     /// Throws ktClassifierDefs::BadParams: "y0 must be between 0 and 1", then "y1 must be between 0 and 1", then "x1 must be
     /// lie between x0 and xc" (kept on purpose: "be lie" here, the plain wording in `score`).
@@ -134,9 +121,6 @@ class KT_API ktClassifierFeatureScoreTwoSided : public ktClsFtSc {
 public:
     /// A triangle: 1 at 0, falling to 0 at -1 and at +1.
     ktClassifierFeatureScoreTwoSided();
-    ktClassifierFeatureScoreTwoSided(const ktClassifierFeatureScoreTwoSided&);
-    ktClassifierFeatureScoreTwoSided& operator=(const ktClassifierFeatureScoreTwoSided&);
-    ~ktClassifierFeatureScoreTwoSided() override;
 
     /// The x values of both halves first, then the y values.
     /// Throws ktClassifierDefs::BadParams: "x0 > lowest || x1 > lowest || xc > lowest"; then what the one-sided `init` throws

@@ -238,7 +238,6 @@ struct ktLeastStoredSize<ktClassifierResult> {
 class KT_API ktClassifierDataProvider : public ktPersistent, public ktRepBase {
 public:
     ktClassifierDataProvider();
-    ~ktClassifierDataProvider() override;
 
     // Kept on purpose: name, description and featurePattern are not const, as published.
 
@@ -258,9 +257,6 @@ public:
     virtual long categoryLabel(long index) const = 0;
 
 protected:
-    ktClassifierDataProvider(const ktClassifierDataProvider&);
-    ktClassifierDataProvider& operator=(const ktClassifierDataProvider&);
-
     /// True here; a derived class first tests the class of the other.
     virtual bool isEqual_(const ktClassifierDataProvider& other) const;
 
@@ -278,7 +274,6 @@ public:
     ktClassifierDataProviderMemory();
     ktClassifierDataProviderMemory(const ktClassifierDataProviderMemory&);
     ktClassifierDataProviderMemory& operator=(const ktClassifierDataProviderMemory&);
-    ~ktClassifierDataProviderMemory() override;
 
     std::string name() override;
     /// Any text; training does not look at it.

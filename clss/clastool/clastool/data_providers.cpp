@@ -16,9 +16,6 @@ void requireLabelOrUnknown(long label)
 }  // namespace
 
 ktClassifierDataProvider::ktClassifierDataProvider() = default;
-ktClassifierDataProvider::ktClassifierDataProvider(const ktClassifierDataProvider&) = default;
-ktClassifierDataProvider& ktClassifierDataProvider::operator=(const ktClassifierDataProvider&) = default;
-ktClassifierDataProvider::~ktClassifierDataProvider() = default;
 
 bool ktClassifierDataProvider::isEqual_(const ktClassifierDataProvider&) const
 {
@@ -53,7 +50,6 @@ ktClassifierDataProviderMemory::ktClassifierDataProviderMemory(const ktClassifie
       labels_(other.labels_)
 {
 }
-ktClassifierDataProviderMemory::~ktClassifierDataProviderMemory() = default;
 
 ktClassifierDataProviderMemory& ktClassifierDataProviderMemory::operator=(const ktClassifierDataProviderMemory& other)
 {

@@ -38,9 +38,6 @@ const FailureConverter failureConverter;
 }  // namespace
 
 Errors::Errors(const std::string& message) : ktExceptionWithString(message) {}
-Errors::Errors(const Errors&) = default;
-Errors& Errors::operator=(const Errors&) = default;
-Errors::~Errors() = default;
 
 void Errors::dispatchSerialize(ktArchive& archive)
 {
@@ -57,9 +54,6 @@ void Errors::serialize_(ktArchive& archive, unsigned char version)
 // The name is the one by which archives know the class, and by which UnknownVersion names it.
 #define KT_DEFINE_ERROR(Class, number)                                                                            \
     ktClassifierDefs::Class::Class(const std::string& message) : Errors(message) {}                               \
-    ktClassifierDefs::Class::Class(const Class&) = default;                                                       \
-    ktClassifierDefs::Class& ktClassifierDefs::Class::operator=(const Class&) = default;                          \
-    ktClassifierDefs::Class::~Class() = default;                                                                  \
     long ktClassifierDefs::Class::errorNumber() const                                                             \
     {                                                                                                             \
         return number;                                                                                            \

@@ -11,8 +11,6 @@ ktClassifierTrainParams& ktClassifierTrainParams::operator=(const ktClassifierTr
     return *this;
 }
 
-ktClassifierTrainParams::~ktClassifierTrainParams() = default;
-
 bool ktClassifierTrainParams::isEqual_(const ktClassifierTrainParams&) const
 {
     return true;
@@ -30,9 +28,6 @@ void ktClassifierTrainParams::serialize_(ktArchive& archive, unsigned char versi
 }
 
 kt_Classifier::kt_Classifier() = default;
-kt_Classifier::kt_Classifier(const kt_Classifier&) = default;
-kt_Classifier& kt_Classifier::operator=(const kt_Classifier&) = default;
-kt_Classifier::~kt_Classifier() = default;
 
 bool kt_Classifier::isEquivalent(const kt_Classifier& other) const
 {

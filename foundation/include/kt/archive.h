@@ -150,8 +150,6 @@ private:
 /// destroyed.
 class KT_FOUNDATION_API ktArchive::Errors : public ktExceptionWithString {
 public:
-    Errors(const Errors&);
-    Errors& operator=(const Errors&);
     ~Errors() override;
 
 protected:
@@ -167,9 +165,6 @@ class KT_FOUNDATION_API ktArchive::UnknownVersion : public ktArchive::Errors {
 public:
     /// `where` names a class or a place, lives as long as the program, and may be null.
     UnknownVersion(const char* where, int line);
-    UnknownVersion(const UnknownVersion&);
-    UnknownVersion& operator=(const UnknownVersion&);
-    ~UnknownVersion() override;
 
     /// The class, or the source file, that found the version; "ktArchive" for the encoding of the whole archive; may be null.
     const char* where() const noexcept { return where_; }
@@ -190,9 +185,6 @@ private:
 #define KT_ARCHIVE_FAILURE(Class)               \
 public:                                         \
     explicit Class(const std::string& message); \
-    Class(const Class&);                        \
-    Class& operator=(const Class&);             \
-    ~Class() override;                          \
     long errorNumber() const override;          \
     void suicideAndRethrow() override
 // NOLINTEND(bugprone-macro-parentheses)

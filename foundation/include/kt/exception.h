@@ -16,9 +16,6 @@
 /// Copy: copies the text.
 class KT_FOUNDATION_API ktException : public ktPersistent, public std::exception {
 public:
-    ktException() noexcept = default;
-    ktException(const ktException&) noexcept = default;
-    ktException& operator=(const ktException&) noexcept = default;
     ~ktException() override;
 
     /// The fixed number of the class, the same on every platform.
@@ -53,9 +50,6 @@ class KT_FOUNDATION_API ktExceptionWithString : public ktException {
 public:
     /// With the whole text of the message.
     ktExceptionWithString(const std::string& message = "");
-    ktExceptionWithString(const ktExceptionWithString&);
-    ktExceptionWithString& operator=(const ktExceptionWithString&);
-    ~ktExceptionWithString() override;
 
     const char* what() const noexcept override;
 
@@ -70,11 +64,6 @@ private:
 /// A null handle was used where an object is required. Its message is empty.
 class KT_FOUNDATION_API ktBadPointer : public ktException {
 public:
-    ktBadPointer() noexcept = default;
-    ktBadPointer(const ktBadPointer&) noexcept = default;
-    ktBadPointer& operator=(const ktBadPointer&) noexcept = default;
-    ~ktBadPointer() override;
-
     long errorNumber() const override;
     void suicideAndRethrow() override;
     const char* what() const noexcept override;

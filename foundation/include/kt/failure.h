@@ -13,9 +13,6 @@ class KT_FOUNDATION_API ktFailure : public ktExceptionWithString {
 public:
     /// The message names the low 32 bits of the code.
     explicit ktFailure(long code);
-    ktFailure(const ktFailure&);
-    ktFailure& operator=(const ktFailure&);
-    ~ktFailure() override;
 
     /// The code as it was given.
     long code() const noexcept { return code_; }
