@@ -1,5 +1,5 @@
-# What Doxygen reads of a header. Copies, moves and != mean what the class comment and == say, so the headers do not
-# explain each of them; the reference does. In a comment, "Throws:" and its like begin a line. Lines keep their numbers.
+# What Doxygen reads of a header. Copies, moves, != and serialize_ mean what the class comment, == and ktPersistent say, so the
+# headers do not explain each of them; the reference does. In a comment, "Throws:" and its like begin a line. Lines keep their numbers.
 
 function is_documented() { return previous ~ /^ *\/\/\// }
 
@@ -17,7 +17,7 @@ function copy_of(class) { return class in tells ? "A copy; see the class about w
 /^ *\/\/\/.*Copy:/ { tells_of_copies = 1 }
 /^ *(class|struct) .*[{]$/ && tells_of_copies { tells[$2 ~ /^KT_/ ? $3 : $2] = 1 }
 
-is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Threads|Archive|Kept on purpose):/) {
+is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Threads|Archive|Versions|Kept on purpose):/) {
     before = substr($0, 1, RSTART + 3)
     label = substr($0, RSTART + 4, RLENGTH - 4)
     print before "<br>**" label "**" substr($0, RSTART + RLENGTH)
@@ -42,6 +42,8 @@ is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls
             line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
         } else if (line ~ /operator!=\(.*[;}]$/) {
             line = line " ///< Not `==`."
+        } else if (line ~ /void serialize_\(ktArchive&.*;$/) {
+            line = line " ///< Archives this layer after its version byte; see ktPersistent about versions."
         }
     }
     print line

@@ -120,7 +120,6 @@ protected:
     kt_ProbabilityDensityFunction& operator=(const kt_ProbabilityDensityFunction&);
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
@@ -163,7 +162,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -230,7 +228,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -297,7 +294,6 @@ protected:
     kt_Classifier* newClassifier_() const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -342,7 +338,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -393,7 +388,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -488,7 +482,6 @@ protected:
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

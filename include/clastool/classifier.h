@@ -42,7 +42,6 @@ protected:
     virtual kt_Classifier* newClassifier_() const = 0;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -131,7 +130,6 @@ protected:
     const ktPtrHandle_const<ktClassifierTrainParams>& storedParams() const { return trainParams_; }
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

@@ -24,7 +24,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
@@ -55,7 +54,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -92,7 +90,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -138,7 +135,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -178,7 +174,6 @@ protected:
     ktDecisionTree& operator=(const ktDecisionTree&);
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -234,7 +229,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -277,7 +271,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -329,7 +322,6 @@ protected:
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

@@ -165,7 +165,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

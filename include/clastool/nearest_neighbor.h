@@ -34,7 +34,6 @@ protected:
     ktPatternDistanceMetric& operator=(const ktPatternDistanceMetric&);
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
@@ -71,7 +70,6 @@ public:
 
 protected:
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -122,7 +120,6 @@ protected:
     kt_Classifier* newClassifier_() const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
@@ -190,7 +187,6 @@ protected:
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

@@ -261,7 +261,6 @@ protected:
     virtual bool isEqual_(const ktClassifierDataProvider& other) const;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 };
 
@@ -314,7 +313,6 @@ protected:
     bool isEqual_(const ktClassifierDataProvider& other) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
-    /// Throws: ktArchive::UnknownVersion for another version than 0.
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:

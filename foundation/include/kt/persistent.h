@@ -14,7 +14,10 @@ class ktArchive;
 ///
 /// A class layer L derived from it follows one pattern (see ktPersistent::dispatchLayer): its `dispatchSerialize` does
 /// nothing if this layer of the object was visited in the current pass; otherwise it archives a version byte, its base's
-/// layer and its own fields, and then marks itself as visited.
+/// layer and its own fields, and then marks itself as visited. Behind the version byte stands what the class's `serialize_` archives.
+///
+/// Versions: every layer of these libraries stores version 0. Loading another one throws ktArchive::UnknownVersion(nullptr, 0), unless
+/// the class names a place of its own.
 ///
 /// Copy: a copy is a new object that no pass has visited, and an object that was assigned is one again: a class's own assignment
 /// operator calls that of its base. A pass does not notice what changes an object otherwise.
