@@ -13,6 +13,7 @@ import subprocess
 import sys
 
 top = pathlib.Path(__file__).resolve().parent.parent
+build = top / "build/asan"
 library = re.compile(r"(foundation|clss|include)/")
 archive_code = re.compile(r"foundation/(src/archive|src/instantiator|src/object_table|src/persistent|include/kt/archive"
                           r"|include/kt/persistent)")
@@ -37,7 +38,8 @@ class Counts:
     def name(self, path):
         """The path from the top of the tree, or None for a file that is not counted."""
         if path not in self.names:
-            file = pathlib.Path(path)
+            # A compiler cache may have made it relative to the folder of the build.
+            file = (build / path).resolve()
             name = file.relative_to(top).as_posix() if file.is_relative_to(top) else ""
             self.names[path] = name if self.which.match(name) else None
         return self.names[path]

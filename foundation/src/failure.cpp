@@ -41,7 +41,8 @@ kfExceptionConverter nextConverter(std::uint32_t group, std::uint64_t& number)
     const Converter* found = nullptr;
     for (const Converter* entry = converters.first(); entry != nullptr; entry = entry->next_.load()) {
         const bool isOlder = entry->group == group && entry->convert != nullptr && entry->number < number;
-        if (isOlder && (found == nullptr || found->number < entry->number)) {
+        if (isOlder &&
+            (found == nullptr || found->number < entry->number)) {  // not covered: two threads registered at once
             found = entry;
         }
     }

@@ -16,6 +16,7 @@ class ktDecisionTree;
 class KT_API ktClassifierTrainParams : public virtual ktPersistent, public virtual ktRepBase {
 public:
     ktClassifierTrainParams();
+    ~ktClassifierTrainParams() override;
 
     /// A new, independent copy.
     virtual ktPtrHandle<ktClassifierTrainParams> clone() const = 0;

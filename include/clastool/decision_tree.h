@@ -23,6 +23,9 @@ public:
     bool operator!=(const ktPredicateFunction& other) const { return !isEqual(other); }
 
 protected:
+    ktPredicateFunction(const ktPredicateFunction&) = default;
+    ktPredicateFunction& operator=(const ktPredicateFunction&) = default;
+
     void dispatchSerialize(ktArchive& archive) override;
     void serialize_(ktArchive& archive, unsigned char version);
 };

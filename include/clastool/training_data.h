@@ -257,6 +257,9 @@ public:
     virtual long categoryLabel(long index) const = 0;
 
 protected:
+    ktClassifierDataProvider(const ktClassifierDataProvider&) = default;
+    ktClassifierDataProvider& operator=(const ktClassifierDataProvider&) = default;
+
     /// True here; a derived class first tests the class of the other.
     virtual bool isEqual_(const ktClassifierDataProvider& other) const;
 

@@ -331,6 +331,123 @@ TEST(PointerRecord, ReferencesFindALoadedObjectThatWasAssigned)
     EXPECT_EQ(second->text, "b");
 }
 
+TEST(PointerRecord, AssignmentInsideAPassThatDoesNotKnowTheObjectChangesNothingThere)
+{
+    Note note("a");
+    store(note);
+    std::ostringstream out;
+    ktArchive archive(static_cast<std::ostream&>(out));
+    const ktArchive::Pass pass(archive);
+    note = Note("b");
+    archive || note;
+    note = Note("c");
+    archive || note;
+    EXPECT_EQ(toHex(afterHeader(out.str())), "00 01 00 00 00 62 00 01 00 00 00 63");
+}
+
+TEST(PointerRecord, LoadedObjectThatWasAssignedIsKnownThoughAnOlderPassIsOpenThatIsNot)
+{
+    std::ostringstream outerBytes;
+    ktArchive outer(static_cast<std::ostream&>(outerBytes));
+    const ktArchive::Pass outerPass(outer);
+    kt_test::LoadingArchive inner(archiveOf(newNote + "00 01 00 00 00 61 01 00 00 00 00"));
+    const ktArchive::Pass innerPass(inner);
+    ktPtrHandle<Note> first;
+    ktPtrHandle<Note> second;
+    inner || first;
+    *first = Note("b");
+    inner || second;
+    EXPECT_EQ(first, second);
+    outer || first;
+    EXPECT_EQ(toHex(afterHeader(outerBytes.str())), newNote + "00 01 00 00 00 62");
+}
+
+/// Has two layers, and is made at one place only.
+class Placed : public Loose {
+public:
+    static Placed* here()
+    {
+        alignas(Placed) static unsigned char place[sizeof(Placed)];
+        return reinterpret_cast<Placed*>(place);
+    }
+    static ktPersistent* make() { return new (here()) Placed; }
+    static void operator delete(void*) {}
+    static void* operator new(std::size_t, void* place) { return place; }
+
+    std::string text;
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char) {
+            Loose::dispatchSerialize(archive);
+            archive || text;
+        });
+    }
+};
+
+Placed* placed(const char* text, long number)
+{
+    auto* object = new (Placed::here()) Placed;
+    object->text = text;
+    object->number = number;
+    return object;
+}
+
+// What died on another thread stays noted for its address, behind it what came next.
+TEST(PointerRecord, ReferencesFindTheObjectThatIsAtItsAddressLast)
+{
+    const kt_Instantiator entry(typeid(Placed), &Placed::make, "Placed");
+    std::ostringstream out;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        archive || *placed("in place", 1);
+        elsewhere([] { Placed::here()->~Placed(); });
+        for (const char* text : {"a", "b"}) {
+            Placed* object = placed(text, 2);
+            storeByPointer(archive, object);
+            storeByPointer(archive, object);
+            elsewhere([object] { object->~Placed(); });
+        }
+    }
+    kt_test::LoadingArchive archive(out.str());
+    const ktArchive::Pass pass(archive);
+    archive || *placed("", 0);
+    elsewhere([] { Placed::here()->~Placed(); });
+    for (const char* text : {"a", "b"}) {
+        ktPersistent* object = nullptr;
+        ktPersistent* again = nullptr;
+        ktPersistent::serializePointer(archive, nullptr, object);
+        ktPersistent::serializePointer(archive, nullptr, again);
+        EXPECT_EQ(object, again);
+        EXPECT_EQ(static_cast<Placed*>(object)->text, text);
+        elsewhere([] { Placed::here()->~Placed(); });
+    }
+}
+
+TEST(PointerRecord, LayersOfWhatDiedElsewhereAreNotThoseOfTheNextAtItsAddress)
+{
+    std::ostringstream out;
+    {
+        ktArchive archive(static_cast<std::ostream&>(out));
+        const ktArchive::Pass pass(archive);
+        for (const char* text : {"a", "b"}) {
+            archive || *placed(text, 7);
+            elsewhere([] { Placed::here()->~Placed(); });
+        }
+    }
+    kt_test::LoadingArchive archive(out.str());
+    const ktArchive::Pass pass(archive);
+    for (const char* text : {"a", "b"}) {
+        Placed* object = placed("", 0);
+        archive || *object || *object;
+        EXPECT_EQ(object->text, text);
+        EXPECT_EQ(object->number, 7);
+        elsewhere([] { Placed::here()->~Placed(); });
+    }
+}
+
 TEST(PointerRecord, ObjectDestroyedInsideAPassIsForgottenThere)
 {
     kt_test::StoringArchive archive;

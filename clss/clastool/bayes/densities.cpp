@@ -30,10 +30,7 @@ std::atomic<const double*> logFactorials{nullptr};
 /// needs the sums makes them anew.
 struct FreesLogFactorials {
     FreesLogFactorials() = default;
-    ~FreesLogFactorials()
-    {
-        delete[] logFactorials.exchange(nullptr);
-    }  // not covered: runs when the counts are written
+    ~FreesLogFactorials() { delete[] logFactorials.exchange(nullptr); }  // not covered: runs after the last test
     FreesLogFactorials(const FreesLogFactorials&) = delete;
     FreesLogFactorials& operator=(const FreesLogFactorials&) = delete;
 };

@@ -11,6 +11,8 @@ ktClassifierTrainParams& ktClassifierTrainParams::operator=(const ktClassifierTr
     return *this;
 }
 
+ktClassifierTrainParams::~ktClassifierTrainParams() = default;
+
 bool ktClassifierTrainParams::isEqual_(const ktClassifierTrainParams&) const
 {
     return true;

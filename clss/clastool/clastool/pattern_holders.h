@@ -37,8 +37,9 @@ public:
     /// The pattern is about to change.
     void end() const noexcept
     {
-        for (const auto& holder : holders_) {
-            holder.get()->end();
+        for (const auto& handle : holders_) {
+            const kt_Currency* holder = handle.get();
+            holder->end();
         }
     }
 

@@ -443,7 +443,8 @@ void kt_CompactCopy::reserveBlocks(std::size_t blocks)
 
 bool kt_CompactCopy::isOutOfDate(const ktClassifierDataProviderMemory& store) const noexcept
 {
-    return store.revision_ != storeRevision_ || currency_.isNull() || !currency_.get()->isCurrent();
+    const kt_Currency* currency = currency_.get();
+    return store.revision_ != storeRevision_ || currency == nullptr || !currency->isCurrent();
 }
 
 void kt_CompactCopy::append(const ktClassifierDataProviderMemory& store) noexcept

@@ -79,7 +79,7 @@ private:
 
 }  // namespace
 
-void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, std::uint32_t* end)
+void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, const std::uint32_t* end)
 {
     const auto count = static_cast<std::size_t>(end - rows);
     if (count > kt_blockRows) {

@@ -11,4 +11,4 @@ constexpr std::size_t kt_groupRows = 64 * 64;
 /// most in a sample. `values` holds `size` measurements of row after row; `rows` to `end` are the rows to be sorted.
 /// Cost: rows times the logarithm of the number of blocks. Throws: std::bad_alloc.
 /// See: J. L. Bentley, "Multidimensional binary search trees used for associative searching", 1975.
-void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, std::uint32_t* end);
+void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, const std::uint32_t* end);
