@@ -14,7 +14,7 @@ import sys
 
 top = pathlib.Path(__file__).resolve().parent.parent
 build = top / "build/asan"
-library = re.compile(r"(foundation|clss|include)/")
+library = re.compile(r"(foundation|clss|include|kit)/")
 archive_code = re.compile(r"foundation/(src/archive|src/instantiator|src/object_table|src/persistent|include/kt/archive"
                           r"|include/kt/persistent)")
 excused = re.compile(r"// not covered: \w")

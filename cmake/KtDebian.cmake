@@ -2,11 +2,24 @@
 # them needs. The preset `package` is such a build; `cpack` in its folder writes the packages.
 
 set(runtime libclastool${PROJECT_VERSION_MAJOR})
-install(
-    FILES CHANGELOG.md
-    DESTINATION share/doc/${runtime}
-    RENAME changelog
-    COMPONENT clastool-runtime)
+# What Debian asks of each package: the licence, and the changes, packed.
+find_program(GZIP gzip REQUIRED)
+foreach(package IN ITEMS ${runtime}:clastool-runtime libclastool-dev:clastool-dev)
+    string(REPLACE ":" ";" package ${package})
+    list(GET package 0 name)
+    list(GET package 1 component)
+    install(
+        FILES packaging/debian/copyright
+        DESTINATION share/doc/${name}
+        COMPONENT ${component})
+    install(
+        FILES ${PROJECT_BINARY_DIR}/changelog.gz
+        DESTINATION share/doc/${name}
+        COMPONENT ${component})
+endforeach()
+execute_process(
+    COMMAND ${GZIP} -9 -n -c ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -22,7 +35,7 @@ set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_COMPONENT_CLASTOOL-RUNTIME_DESCRIPTION "The shared libraries libclastool and libktfoundation.")
+set(CPACK_COMPONENT_CLASTOOL-RUNTIME_DESCRIPTION "The shared libraries libclastool, libclastool-kit and libktfoundation.")
 
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_NAME libclastool-dev)
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_SECTION libdevel)

@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/clastool)
 
 install(
-    TARGETS ktfoundation clastool
+    TARGETS ktfoundation clastool clastool-kit
     EXPORT clastool-targets
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT clastool-runtime
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -14,11 +14,17 @@ install(
             NAMELINK_COMPONENT clastool-dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT clastool-dev)
 install(
-    DIRECTORY foundation/include/kt include/clastool
+    DIRECTORY foundation/include/kt include/clastool kit/include/clastool
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT clastool-dev
     FILES_MATCHING
     PATTERN "*.h")
+
+# Who copies the headers alone has the licence with them.
+install(
+    FILES LICENSE
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/clastool
+    COMPONENT clastool-dev)
 
 install(
     EXPORT clastool-targets
@@ -56,8 +62,9 @@ if(definitions)
     string(PREPEND pc_cflags " -D")
 endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/clastool.pc.in ${PROJECT_BINARY_DIR}/clastool.pc @ONLY)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/clastool-kit.pc.in ${PROJECT_BINARY_DIR}/clastool-kit.pc @ONLY)
 install(
-    FILES ${PROJECT_BINARY_DIR}/clastool.pc
+    FILES ${PROJECT_BINARY_DIR}/clastool.pc ${PROJECT_BINARY_DIR}/clastool-kit.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
     COMPONENT clastool-dev)
 
@@ -66,7 +73,7 @@ if(KT_DEBIAN_PACKAGES)
     set(CMAKE_INSTALL_DOCDIR share/doc/libclastool-dev)
 endif()
 install(
-    FILES README.md CHANGELOG.md
+    FILES README.md CHANGELOG.md LICENSE SECURITY.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT clastool-dev)
 install(

@@ -1,181 +1,86 @@
-// Sorts biopsies some of whose measurements are missing, by probability densities: with independent measurements, with a
-// group of dependent ones, and with other priors. Then rejects a pattern that belongs to no category.
+// Sorts patterns some of whose measurements are missing, by probability densities: with independent measurements, with a
+// group of dependent ones, and with other priors. Then rejects a pattern that belongs to no category. Takes any file whose
+// first column names the categories; measurements whose names begin with PREFIX are the group.
 
-#include "common/cell_nuclei.h"
 #include "common/errors.h"
-#include "common/report.h"
+#include "common/options.h"
 
-#include <algorithm>
-#include <cmath>
 #include <iomanip>
 #include <iostream>
-#include <map>
-#include <string>
-#include <vector>
-
-using namespace examples;
+#include <limits>
 
 namespace {
 
-/// A sample whose pattern lacks some measurements.
-struct Incomplete {
-    ktPtrHandle_const<ktFeaturePattern> pattern;
-    long label;
-};
-
-/// One measurement in ten is missing: of every second sample six of the thirty, of the others none. A density of several
-/// measurements learns from samples that have all of them, so a rule that took three from every sample would leave it
+/// One measurement in ten is missing, NaN in the numbers: of every second sample every fifth, of the others none. A density of
+/// several measurements learns from samples that have all of them, so a rule that took some from every sample would leave it
 /// nothing to learn.
-std::vector<Incomplete> withMissing(const std::vector<Sample>& samples)
+ktClassifierDataProviderMemory withMissing(const ktClassifierDataProviderMemory& data)
 {
-    std::vector<Incomplete> incomplete;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        std::vector<long> missing;
-        for (std::size_t j = 0; j < samples[i].measurements.size(); ++j) {
-            if ((i + 2 * j) % 10 == 0) {
-                missing.push_back(static_cast<long>(j));
-            }
+    ktClassifierDataProviderMemory incomplete;
+    const ktKit::Patterns patterns = ktKit::patterns(data);
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        std::vector<double> values = patterns[i]->featureMeasurements(false);
+        for (std::size_t j = i % 2 == 0 ? (10 - i % 10) / 2 % 5 : values.size(); j < values.size(); j += 5) {
+            values[j] = std::numeric_limits<double>::quiet_NaN();
         }
-        incomplete.push_back({new ktFeaturePattern(samples[i].measurements, missing), samples[i].label});
+        incomplete.addData(ktKit::pattern(values), data.categoryLabel(static_cast<long>(i)));
     }
     return incomplete;
 }
 
-ktClassifierDataProviderMemory trainingSet(const std::vector<Incomplete>& samples)
+/// What the tool makes of the test, and what it rejects: the stranger, and of the test samples.
+void print(const std::string& title, const ktClassifierTool& tool, const ktKit::Split& rows, const ktKit::Table& table,
+           const ktClassifierCosts& costs, const ktFeaturePattern& stranger)
 {
-    ktClassifierDataProviderMemory data;
-    for (const Incomplete& sample : samples) {
-        data.addData(sample.pattern, sample.label);
-    }
-    return data;
-}
-
-/// The measurements whose names begin with "mean_".
-std::vector<long> meanMeasurements(const std::vector<std::string>& names)
-{
-    std::vector<long> indices;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (names[i].rfind("mean_", 0) == 0) {
-            indices.push_back(static_cast<long>(i));
-        }
-    }
-    return indices;
-}
-
-ktClassifierResult run(const ktClassifierTool& tool, const ktFeaturePattern& pattern)
-{
-    ktClassifierResult result;
-    tool.run(pattern, result);
-    return result;
-}
-
-void printDecisions(const std::string& title, const ktClassifierTool& tool, const std::vector<Incomplete>& samples,
-                    const ktClassifierCosts& costs)
-{
-    ConfusionMatrix matrix;
-    for (const Incomplete& sample : samples) {
-        matrix.add(sample.label, decision(run(tool, *sample.pattern)));
-    }
-    std::cout << title << ":\n";
-    print(matrix);
-    std::cout << "  total cost: " << std::fixed << std::setprecision(0) << matrix.totalCost(costs) << "\n\n";
-}
-
-/// How likely the pattern is in the category that explains it best. The match scores of a run are likelihoods times a
-/// factor that makes the best of them 1; dividing by the factor brings the likelihoods back.
-double bestLogLikelihood(const ktClassifierTool& tool, const ktFeaturePattern& pattern)
-{
-    const ktClassifierResult result = run(tool, pattern);
-    double best = 0.0;
-    for (const ktClassifierCategoryResult& category : result.categoryResults()) {
-        best = std::max(best, category.matchScore());
-    }
-    return std::log(best) - result.matchScoreFactorLog();
-}
-
-/// Rejects what is less likely than every training sample. Each missing measurement takes a factor out of the likelihood,
-/// so there is one limit for each number of measurements present.
-class Rejection {
-public:
-    Rejection(const ktClassifierTool& tool, const std::vector<Incomplete>& training) : tool_(tool)
-    {
-        for (const Incomplete& sample : training) {
-            const double logLikelihood = bestLogLikelihood(tool, *sample.pattern);
-            const auto place = limits_.emplace(present(*sample.pattern), logLikelihood).first;
-            place->second = std::min(place->second, logLikelihood);
-        }
-    }
-
-    double limit(const ktFeaturePattern& pattern) const { return limits_.at(present(pattern)); }
-    bool operator()(const ktFeaturePattern& pattern) const
-    {
-        return bestLogLikelihood(tool_, pattern) < limit(pattern);
-    }
-
-private:
-    static long present(const ktFeaturePattern& pattern) { return pattern.numMeasurements() - pattern.numInvalid(); }
-
-    const ktClassifierTool& tool_;
-    std::map<long, double> limits_;
-};
-
-void printRejection(const std::string& title, const ktClassifierTool& tool, const std::vector<Incomplete>& training,
-                    const std::vector<Incomplete>& test, const ktFeaturePattern& stranger)
-{
-    const Rejection rejects(tool, training);
+    ktKit::ConfusionMatrix matrix(table.labelNames);
+    const ktKit::Rejection rejection(tool, rows.training, 0.0);
+    const ktKit::Patterns patterns = ktKit::patterns(rows.test);
+    const std::vector<ktClassifierResult> results = ktKit::runAll(tool, patterns);
     long rejected = 0;
-    for (const Incomplete& sample : test) {
-        rejected += rejects(*sample.pattern) ? 1 : 0;
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        matrix.add(rows.test.categoryLabel(static_cast<long>(i)), ktKit::decision(results[i]).categoryLabel());
+        rejected += rejection.rejects(*patterns[i]) ? 1 : 0;
     }
-    std::cout << title << ":\n  the stranger: log-likelihood " << std::fixed << std::setprecision(1)
-              << bestLogLikelihood(tool, stranger) << ", limit " << rejects.limit(stranger) << ": "
-              << (rejects(stranger) ? "rejected" : "taken for one of the categories")
-              << "\n  test samples rejected: " << rejected << " of " << test.size() << "\n";
+    std::cout << title << ":\n"
+              << matrix << "total cost: " << matrix.cost(costs) << "\nrejected: " << rejected << " of "
+              << patterns.size() << "; the stranger: " << (rejection.rejects(stranger) ? "yes" : "no") << "\n\n";
 }
 
-int sortWithMissingMeasurements(const std::string& csvPath)
+int sortWithMissing(const std::string& path, const std::string& prefix, const std::string& cost)
 {
-    const CellNuclei data = readCellNuclei(csvPath);
-    const Split rows = splitSamples(data.samples);
-    const std::vector<Incomplete> training = withMissing(rows.training);
-    const std::vector<Incomplete> test = withMissing(rows.test);
-    const std::vector<long> means = meanMeasurements(data.names);
-    std::cout << data.samples.size() << " samples, " << training.size() << " to learn from and " << test.size()
-              << " for the test. One measurement in ten is missing.\nA malignant sample called benign costs 10, the "
-                 "reverse 1.\n\n";
+    const ktKit::Table table = ktKit::readCsv(path);
+    const ktClassifierCosts costs = examples::costsOf(cost, table.labelNames);
+    const ktKit::Split whole = ktKit::split(table.data, ktKit::stratifiedFolds(ktKit::labels(table.data), 3, 1), 0);
+    const ktKit::Split rows = {withMissing(whole.training), withMissing(whole.test)};
+    std::vector<long> group;
+    for (std::size_t j = 0; j < table.columns.size(); ++j) {
+        if (table.columns[j].rfind(prefix, 0) == 0) {
+            group.push_back(static_cast<long>(j));
+        }
+    }
+    // Each of its measurements is an ordinary one, but they do not go together: the first is that of another sample.
+    std::vector<double> strange = ktKit::patterns(whole.test).front()->featureMeasurements(false);
+    strange[0] = ktKit::patterns(whole.test).back()->featureMeasurements(false)[0];
+    const auto stranger = ktKit::pattern(strange);
+    std::cout << rows.training.numPatterns() << " samples to learn from, " << rows.test.numPatterns()
+              << " for the test. One measurement in ten is missing. Costs " << cost << ".\n\n";
 
-    ktClassifierCosts costs(1.0);
-    costs.misclassificationCostOverride(malignant, benign, 10.0);
-    const ktClassifierFrequencies equalPriors(1.0);
+    ktClassifierTool tool;
+    tool.train(rows.training, ktClassifierTrainParamsBayesian({}, {}, costs));
+    print("Independent measurements, equal priors", tool, rows, table, costs, *stranger);
 
-    ktClassifierTool independent;
-    independent.train(trainingSet(training),
-                      ktClassifierTrainParamsBayesian(ktClassifierDistributionTypes(), equalPriors, costs));
-    printDecisions("Independent measurements, equal priors", independent, test, costs);
+    ktClassifierDistributionTypes joint;
+    std::vector<double> counts(table.labelNames.size(), 1.0);
+    for (std::size_t label = 0; label < counts.size(); ++label) {
+        joint.setDependent(static_cast<long>(label), group);
+    }
+    tool.train(rows.training, ktClassifierTrainParamsBayesian(joint, {}, costs));
+    print("One dependent group, equal priors", tool, rows, table, costs, *stranger);
 
-    ktClassifierDistributionTypes grouped;
-    grouped.setDependent(benign, means);
-    grouped.setDependent(malignant, means);
-    ktClassifierTool dependent;
-    dependent.train(trainingSet(training), ktClassifierTrainParamsBayesian(grouped, equalPriors, costs));
-    printDecisions("The ten mean_ measurements as one dependent group, equal priors", dependent, test, costs);
-
-    // Priors take effect without training again. These are stated, not counted: say, those of a screening.
-    ktClassifierFrequencies statedPriors;
-    statedPriors.categoryFrequencyOverride(benign, 0.95);
-    statedPriors.categoryFrequencyOverride(malignant, 0.05);
-    ktClassifierTool screening(dependent);
-    screening.retrain(ktClassifierTrainParamsBayesian(grouped, statedPriors, costs));
-    printDecisions("The same group, priors 95 % benign and 5 % malignant", screening, test, costs);
-
-    // Each of its measurements is an ordinary one, but they do not go together: the radius is that of another sample.
-    std::vector<double> strange = rows.test[0].measurements;
-    strange[0] = rows.test[1].measurements[0];
-    const ktFeaturePattern stranger(strange, {});
-    std::cout << "A pattern of no category, the first test sample with " << data.names[0] << " " << std::fixed
-              << std::setprecision(2) << strange[0] << " in place of " << rows.test[0].measurements[0] << ".\n";
-    printRejection("With independent measurements", independent, training, test, stranger);
-    printRejection("With the dependent group", dependent, training, test, stranger);
+    // Priors take effect without training again: here, a screening, in which the first category is rare.
+    counts[0] = 0.05;
+    tool.retrain(ktClassifierTrainParamsBayesian(joint, ktKit::frequencies(counts), costs));
+    print("The same group, the first category rare", tool, rows, table, costs, *stranger);
     return 0;
 }
 
@@ -183,13 +88,10 @@ int sortWithMissingMeasurements(const std::string& csvPath)
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::cerr << "usage: sort_with_missing_measurements CELL_NUCLEI_CSV\n";
-        return 1;
-    }
     try {
-        return sortWithMissingMeasurements(argv[1]);
+        return argc == 4 ? sortWithMissing(argv[1], argv[2], argv[3])
+                         : throw std::runtime_error("usage: sort_with_missing_measurements CSV PREFIX CATEGORY=COST");
     } catch (const std::exception& error) {
-        return reportError(error);
+        return examples::reportError(error);
     }
 }

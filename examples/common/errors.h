@@ -1,6 +1,6 @@
 #pragma once
 
-#include <clastool/clastool.h>
+#include <clastool/kit.h>
 
 #include <cstdint>
 #include <exception>
@@ -26,6 +26,7 @@ inline std::string className(const ktException& error)
         {typeid(ktArchive::TooDeep), "ktArchive::TooDeep"},
         {typeid(ktArchive::Conflict), "ktArchive::Conflict"},
         {typeid(ktArchive::StreamFailed), "ktArchive::StreamFailed"},
+        {typeid(ktKit::FileError), "ktKit::FileError"},
     };
     if (const kt_Instantiator* entry = kt_Instantiator::find(typeid(error))) {
         return entry->name();

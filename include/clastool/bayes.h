@@ -168,6 +168,7 @@ private:
     friend class kt_PDFBinomial;
     friend class kt_BorrowedSpreads;
     friend class kt_CategoryModelBayesian;
+    friend class kt_KitAccess;
 
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
@@ -232,6 +233,7 @@ protected:
 
 private:
     friend class kt_CategoryModelBayesian;
+    friend class kt_KitAccess;
 
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
@@ -394,6 +396,7 @@ private:
     friend class kt_BorrowedSpreads;
     friend class kt_ClassifierBayesian;
     friend class kt_Lessons;
+    friend class kt_KitAccess;
 
     struct Plan;
 
@@ -494,6 +497,8 @@ private:
                            const ktClassifierResult&) const override
     {
     }
+
+    friend class kt_KitAccess;
 
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;

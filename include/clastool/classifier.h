@@ -136,6 +136,7 @@ protected:
 private:
     friend class ktClassifierTool;
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+    friend class kt_KitAccess;
 
     // Where a technique writes diagnostics. Kept on purpose: the details of training go to the caller's own object, all
     // others to the recording destination.
@@ -233,6 +234,7 @@ public:
 
 private:
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+    friend class kt_KitAccess;
 
     void untrainIfNotRunnable(const ktClassifierTrainParams& params);
     /// The classifier, which there is, was loaded, and something else holds it too.

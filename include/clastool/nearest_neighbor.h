@@ -204,6 +204,7 @@ private:
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
     friend class ktClassifierTool;
+    friend class kt_KitAccess;
 
     void makeCopy() noexcept;
     double orderByCopy() const;

@@ -1,0 +1,155 @@
+#include <clastool/kit/scaler.h>
+
+#include <clastool/kit/patterns.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+
+namespace {
+
+struct CenterAndSpread {
+    double center;
+    double spread;
+};
+
+double meanOf(const std::vector<double>& values)
+{
+    // Steps instead of a sum, which may overflow.
+    double mean = 0.0;
+    double n = 0.0;
+    for (const double value : values) {
+        n += 1.0;
+        mean += (value - mean) / n;
+    }
+    return mean;
+}
+
+CenterAndSpread byDeviation(const std::vector<double>& values)
+{
+    const double mean = meanOf(values);
+    double squares = 0.0;
+    for (const double value : values) {
+        squares += (value - mean) * (value - mean);
+    }
+    return {mean, std::sqrt(squares / static_cast<double>(values.size()))};
+}
+
+double quantile(const std::vector<double>& sorted, double share)
+{
+    const double place = share * static_cast<double>(sorted.size() - 1);
+    const auto below = static_cast<std::size_t>(place);
+    const double low = sorted[below];
+    const double high = sorted[std::min(below + 1, sorted.size() - 1)];
+    return low + (high - low) * (place - static_cast<double>(below));
+}
+
+CenterAndSpread byQuartiles(std::vector<double>& values)
+{
+    std::sort(values.begin(), values.end());
+    return {quantile(values, 0.5), quantile(values, 0.75) - quantile(values, 0.25)};
+}
+
+}  // namespace
+
+const kt_Instantiator ktKit::Scaler::sExemplar(typeid(ktKit::Scaler), &ktKit::Scaler::make);
+
+ktPersistent* ktKit::Scaler::make()
+{
+    return new Scaler;
+}
+
+ktKit::Scaler::Scaler() = default;
+ktKit::Scaler::Scaler(const Scaler&) = default;
+ktKit::Scaler::~Scaler() = default;
+
+ktKit::Scaler& ktKit::Scaler::operator=(const Scaler& other)
+{
+    Scaler copy(other);
+    ktPersistent::operator=(other);
+    centers_.swap(copy.centers_);
+    spreads_.swap(copy.spreads_);
+    return *this;
+}
+
+ktKit::Scaler::Scaler(const ktClassifierDataProvider& data, Method method)
+{
+    const Patterns patterns = ktKit::patterns(data);
+    for (const auto& pattern : patterns) {
+        if (pattern->numMeasurements() != patterns.front()->numMeasurements()) {
+            throw ktClassifierDefs::BadFeatures("All patterns must have the same number of measurements");
+        }
+    }
+    if (patterns.empty()) {
+        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
+    }
+    std::vector<double> values;
+    for (long j = 0; j < patterns.front()->numMeasurements(); ++j) {
+        values.clear();
+        for (const auto& pattern : patterns) {
+            const double value = pattern->featureMeasurement(j, false);
+            if (pattern->isValid(j) && std::isfinite(value)) {
+                values.push_back(value);
+            }
+        }
+        CenterAndSpread learnt{0.0, 1.0};
+        if (!values.empty()) {
+            learnt = method == eMedianAndQuartiles ? byQuartiles(values) : byDeviation(values);
+        }
+        centers_.push_back(learnt.center);
+        spreads_.push_back(learnt.spread > 0.0 && std::isfinite(learnt.spread) ? learnt.spread : 1.0);
+    }
+}
+
+ktPtrHandle_const<ktFeaturePattern> ktKit::Scaler::transform(const ktFeaturePattern& pattern) const
+{
+    const std::size_t known = std::min(centers_.size(), spreads_.size());
+    std::vector<double> values = pattern.featureMeasurements(false);
+    if (values.size() != known) {
+        throw ktClassifierDefs::BadFeatures("The pattern has " + std::to_string(values.size()) +
+                                            " measurements, but the scaler was made for " + std::to_string(known));
+    }
+    std::vector<long> missing;
+    for (std::size_t j = 0; j < known; ++j) {
+        const auto index = static_cast<long>(j);
+        const bool isValid = pattern.isValid(index);
+        if (isValid) {
+            values[j] = (values[j] - centers_[j]) / spreads_[j];
+        }
+        if (!isValid || !std::isfinite(values[j])) {
+            missing.push_back(index);
+        }
+    }
+    return new ktFeaturePattern(values, missing);
+}
+
+ktClassifierDataProviderMemory ktKit::Scaler::transform(const ktClassifierDataProvider& provider) const
+{
+    // A provider's readers are declared without const.
+    auto& data = const_cast<ktClassifierDataProvider&>(provider);
+    ktClassifierDataProviderMemory transformed;
+    transformed.setName(data.name());
+    transformed.setDescription(data.description());
+    for (long i = 0; i < data.numPatterns(); ++i) {
+        transformed.addData(transform(*data.featurePattern(i)), data.categoryLabel(i));
+    }
+    return transformed;
+}
+
+bool ktKit::Scaler::operator==(const Scaler& other) const
+{
+    return centers_ == other.centers_ && spreads_ == other.spreads_;
+}
+
+void ktKit::Scaler::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) { serialize_(archive, version); });
+}
+
+void ktKit::Scaler::serialize_(ktArchive& archive, unsigned char version)
+{
+    ktArchive::checkVersion(version);
+    ktPersistent::dispatchSerialize(archive);
+    archive || centers_ || spreads_;
+}

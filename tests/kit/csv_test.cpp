@@ -1,0 +1,219 @@
+// Tables of comma-separated values.
+
+#include "kit_kit.h"
+#include "support/allocations.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kt_test::expectThrows;
+
+ktKit::Table read(const std::string& text, const ktKit::CsvOptions& options = {})
+{
+    std::istringstream stream(text);
+    return ktKit::readCsv(stream, options);
+}
+
+void expectRefused(const std::string& text, const std::string& what, const ktKit::CsvOptions& options = {})
+{
+    SCOPED_TRACE(text);
+    expectThrows<ktKit::FileError>("stream: " + what, [&] { read(text, options); });
+}
+
+std::vector<long> labelsOf(const ktKit::Table& table)
+{
+    std::vector<long> labels;
+    for (long i = 0; i < table.data.numPatterns(); ++i) {
+        labels.push_back(table.data.categoryLabel(i));
+    }
+    return labels;
+}
+
+std::vector<double> row(ktKit::Table& table, long index)
+{
+    return table.data.featurePattern(index)->featureMeasurements(false);
+}
+
+using Names = std::vector<std::string>;
+using Labels = std::vector<long>;
+using Values = std::vector<double>;
+
+TEST(KitCsv, ReadsNamesLabelsAndNumbers)
+{
+    ktKit::Table table = read("kind,width,height\nbad,1.5,-2\ngood,+3e2,.25\nbad,0,1e-3\n");
+    EXPECT_EQ(table.columns, (Names{"width", "height"}));
+    EXPECT_EQ(table.labelNames, (Names{"bad", "good"}));
+    EXPECT_EQ(labelsOf(table), (Labels{0, 1, 0}));
+    EXPECT_EQ(row(table, 0), (Values{1.5, -2.0}));
+    EXPECT_EQ(row(table, 1), (Values{300.0, 0.25}));
+    EXPECT_EQ(row(table, 2), (Values{0.0, 0.001}));
+}
+
+TEST(KitCsv, WholeNumbersAreLabelsAsTheyAre)
+{
+    const ktKit::Table table = read("kind,width\n7,1\n0,1\n2147483647,1\n007,1\n");
+    EXPECT_TRUE(table.labelNames.empty());
+    EXPECT_EQ(labelsOf(table), (Labels{7, 0, 2147483647, 7}));
+    for (const std::string other : {"-1", "1.0", "2147483648", "x", "1e3"}) {
+        const ktKit::Table texts = read("kind,width\n7,1\n" + other + ",1\n");
+        EXPECT_EQ(texts.labelNames, (Names{"7", other}));
+        EXPECT_EQ(labelsOf(texts), (Labels{0, 1}));
+    }
+}
+
+TEST(KitCsv, TheLabelColumnIsFoundByNameOrNumber)
+{
+    const std::string text = "width,kind,1\n1.5,a,2\n2.5,b,4\n";
+    ktKit::Table byName = read(text, {"kind"});
+    ktKit::Table byNumber = read("width,kind,height\n1.5,a,2\n2.5,b,4\n", {"1"});
+    for (ktKit::Table* const table : {&byName, &byNumber}) {
+        EXPECT_EQ(table->labelNames, (Names{"a", "b"}));
+        EXPECT_EQ(row(*table, 1), (Values{2.5, 4.0}));
+    }
+    // A column that is called so comes first.
+    EXPECT_EQ(labelsOf(read("width,kind,1\n1.5,3,2\n2.5,3,4\n", {"1"})), (Labels{2, 4}));
+    ktKit::CsvOptions none;
+    none.isLabelled = false;
+    ktKit::Table unlabelled = read("width,height\n1.5,2\n2.5,4\n", none);
+    EXPECT_EQ(unlabelled.columns, (Names{"width", "height"}));
+    EXPECT_EQ(labelsOf(unlabelled), (Labels{-1, -1}));
+    EXPECT_EQ(row(unlabelled, 0), (Values{1.5, 2.0}));
+}
+
+TEST(KitCsv, WhatIsMissingIsInvalid)
+{
+    ktKit::Table table =
+        read("kind,a,b,c,d,e,f,g\nx,,NA,NaN,nan, na ,inf,1\nNA,1,1,1,1,1,1,-Infinity\n,1,1,1,1,1,1,1\n");
+    const auto pattern = table.data.featurePattern(0);
+    EXPECT_EQ(pattern->numInvalid(), 6);
+    EXPECT_TRUE(pattern->isValid(6));
+    EXPECT_FALSE(table.data.featurePattern(1)->isValid(6));
+    EXPECT_EQ(labelsOf(table), (Labels{0, -1, -1}));
+}
+
+TEST(KitCsv, CellsInQuotesMayHoldAnything)
+{
+    ktKit::Table table = read(
+        "\xEF\xBB\xBF\"the \"\"kind\"\"\"; \"width \r\n\r\n\"x; y\";\" 1.5 \"\r\"x; y\";\t2.5\n"
+        "\"line\r\nend\";3\n\n\"\";\"4\"",
+        {"the \"kind\"", ';'});
+    EXPECT_EQ(table.columns, (Names{"\"width"}));
+    EXPECT_EQ(table.labelNames, (Names{"x; y", "line\r\nend"}));
+    EXPECT_EQ(labelsOf(table), (Labels{0, 0, 1, -1}));
+    EXPECT_EQ(row(table, 0), (Values{1.5}));
+    EXPECT_EQ(row(table, 1), (Values{2.5}));
+    EXPECT_EQ(row(table, 3), (Values{4.0}));
+}
+
+TEST(KitCsv, OtherSeparators)
+{
+    for (const char separator : {';', '\t', ' ', '|'}) {
+        std::string text = "kind,width,height\na,1,2\n";
+        std::replace(text.begin(), text.end(), ',', separator);
+        ktKit::Table table = read(text, {"", separator});
+        EXPECT_EQ(table.columns, (Names{"width", "height"}));
+        EXPECT_EQ(row(table, 0), (Values{1.0, 2.0}));
+    }
+    for (const char separator : std::string("\"\r\n+-.059")) {
+        expectThrows<ktClassifierDefs::BadParams>(
+            "The separator must not be a quote, a line end, or a character of numbers", [&] {
+                read("", {"", separator});
+            });
+    }
+    expectThrows<ktClassifierDefs::BadParams>(
+        "The separator must not be a quote, a line end, or a character of numbers", [] {
+            ktKit::readCsv("no such file", {"", '"'});
+        });
+}
+
+TEST(KitCsv, NoRowsGiveNoPatterns)
+{
+    const ktKit::Table table = read("kind,width");
+    EXPECT_EQ(table.columns, (Names{"width"}));
+    EXPECT_EQ(table.data.numPatterns(), 0);
+}
+
+// The C library's own conversion judges.
+TEST(KitCsv, NumbersAreRoundedToTheNearest)
+{
+    const Names texts = {"0.1",
+                         "1e22",
+                         "1e23",
+                         "8.5e-320",
+                         "4.9406564584124654e-324",
+                         "1.7976931348623157e308",
+                         "-0.0",
+                         "3.",
+                         "0.30000000000000004",
+                         "9007199254740993",
+                         "2.2250738585072011e-308",
+                         "179769313486231580793728971405301e276"};
+    std::string file = "kind,x\n";
+    for (const std::string& text : texts) {
+        file += "0," + text + "\n";
+    }
+    ktKit::Table table = read(file);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        EXPECT_EQ(row(table, static_cast<long>(i))[0], std::strtod(texts[i].c_str(), nullptr)) << texts[i];
+    }
+}
+
+TEST(KitCsv, SaysWhereAndWhatIsWrong)
+{
+    expectRefused("", "line 1: the names of the columns are missing");
+    expectRefused("\n\r\n", "line 3: the names of the columns are missing");
+    expectRefused("a,b\n", "line 1: no column is called \"c\"", {"c"});
+    expectRefused("a,b\n", "line 1: no column is called \"2\"", {"2"});
+    expectRefused("a,b\n", "line 1: no column is called \"1x\"", {"1x"});
+    expectRefused("a\nx\n", "line 1: there is no column of measurements");
+    expectRefused("a,b\n\nx,1\n\"x\n y,2\n", "line 4, column 1: the quote that begins here does not end");
+    expectRefused("a,b\nx,1\nx,\"1\"2\n", "line 3, column 2: something stands behind the closing quote");
+    expectRefused("a,b\nx,1,2\n", "line 2: 3 cells, but 2 columns");
+    expectRefused("a,b\nx\n", "line 2: 1 cells, but 2 columns");
+    expectRefused("a,b,c\nx,1,2\nx,1,\n,\n", "line 4: 2 cells, but 3 columns");
+    expectRefused("a,b,wide\nx,1,2\n\"two\nlines\",1,ten\n", "line 4, column 3 (wide): \"ten\" is not a number");
+    for (const std::string cell : {"1,5", "0x10", "1e", "--1", "+-1", "+", "1 2", "1.2.3", "none", "nanx"}) {
+        expectRefused("a;b\nx;" + cell + "\n", "line 2, column 2 (b): \"" + cell + "\" is not a number", {"", ';'});
+    }
+    expectRefused("a,b\nx," + std::string(50, 'y') + "\n",
+                  "line 2, column 2 (b): \"" + std::string(40, 'y') + "\" is not a number");
+    expectRefused("a,b\nx,1e400\n", "line 2, column 2 (b): \"1e400\" is too large or too small for a number");
+    expectRefused("a,b\nx,-1e-400\n", "line 2, column 2 (b): \"-1e-400\" is too large or too small for a number");
+}
+
+TEST(KitCsv, ReadsFiles)
+{
+    const std::string path = (std::filesystem::temp_directory_path() / "kit_csv_test.csv").string();
+    std::string text = "kind,width\n";
+    for (int i = 0; i < 200000; ++i) {
+        text += std::to_string(i % 3) + "," + std::to_string(i) + ".5\n";
+    }
+    kt_test::writeBytes(path, text);
+    ktKit::Table table = ktKit::readCsv(path);
+    ASSERT_EQ(table.data.numPatterns(), 200000) << "more than is read at once";
+    EXPECT_EQ(row(table, 199999), (Values{199999.5}));
+    kt_test::writeBytes(path, "kind,width\nx,y\n");
+    expectThrows<ktKit::FileError>(path + ": line 2, column 2 (width): \"y\" is not a number",
+                                   [&] { ktKit::readCsv(path); });
+    std::filesystem::remove(path);
+    expectThrows<ktKit::FileError>(path + ": cannot be read", [&] { ktKit::readCsv(path); });
+    const std::string folder = std::filesystem::temp_directory_path().string();
+    expectThrows<ktKit::FileError>(folder + ": cannot be read", [&] { ktKit::readCsv(folder); });
+}
+
+TEST(KitCsv, RunsOutOfMemoryCleanly)
+{
+    EXPECT_GT(kt_test::failEachAllocation(
+                  [] { read("kind,a long name of a column\n\"a quoted label of some length\",1\ny,NA\n"); }),
+              0);
+}
+
+}  // namespace

@@ -1,0 +1,323 @@
+// One file for a tool.
+
+#include "kit_kit.h"
+#include "support/allocations.h"
+#include "support/bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using kt_test::bytesOf;
+using kt_test::expectThrows;
+using kt_test::Knn;
+using kt_test::oneByOne;
+using kt_test::Sample;
+using kt_test::throughArchive;
+using kt_test::trainedOn;
+using kt_test::writeBytes;
+
+/// A folder of its own, which goes with the test.
+class KitFile : public ::testing::Test {
+protected:
+    KitFile() : folder_(fs::temp_directory_path() / name())
+    {
+        fs::remove_all(folder_);
+        fs::create_directories(folder_);
+        path_ = (folder_ / "tool.kt").string();
+    }
+    ~KitFile() override { fs::remove_all(folder_); }
+
+    std::size_t numFiles() const
+    {
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
+    }
+    ktClassifierTool reloaded(const ktClassifierTool& tool) const
+    {
+        ktKit::save(tool, path_);
+        return ktKit::load(path_);
+    }
+    void expectRefused(const std::string& bytes, const std::string& what) const
+    {
+        writeBytes(path_, bytes);
+        expectThrows<ktKit::FileError>(path_ + ": " + what, [this] { ktKit::load(path_); });
+    }
+
+    fs::path folder_;
+    std::string path_;
+
+private:
+    static std::string name()
+    {
+        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
+        return std::string("kit_file_") + test->name();
+    }
+};
+
+/// A second implementation: bit by bit, without a table.
+std::uint32_t crc32(const std::string& bytes)
+{
+    std::uint32_t remainder = 0xFFFFFFFF;
+    for (const char byte : bytes) {
+        remainder ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit) {
+            remainder = remainder >> 1 ^ ((remainder & 1) != 0 ? 0xEDB88320U : 0U);
+        }
+    }
+    return ~remainder;
+}
+
+/// A file around the archive, with the right checksum.
+std::string fileAround(const std::string& archive)
+{
+    const std::string bytes = kt_test::fromHex("6B 74 4B 69 74 0D 0A 1A 00") + archive;
+    return bytes + kt_test::littleEndian32(crc32(bytes));
+}
+
+/// A metric that no archive can hold.
+class Unregistered : public ktPatternDistanceMetric {
+public:
+    double distance(const ktFeaturePattern&, const ktFeaturePattern&) const override { return 0.0; }
+    ktPtrHandle<ktPatternDistanceMetric> clone() const override { return new Unregistered; }
+};
+
+Knn unusualKnn()
+{
+    return Knn(4, ktPatternDistanceMetricNorm(1.0), ktKit::costs({{0, 1, 9}, {2, 0, 1}, {1, 3, 0}}));
+}
+
+TEST_F(KitFile, EachTechniqueRunsAsItDid)
+{
+    const ktKit::Patterns queries = Sample(100, 160).patterns;
+    for (const ktClassifierTool& tool :
+         {trainedOn(Sample(0, 90), unusualKnn()), trainedOn(Sample(0, 90), kt_test::bayesParams(true)),
+          trainedOn(Sample(0, 90), kt_test::bayesParams()), kt_test::treeTool()}) {
+        const ktClassifierTool loaded = reloaded(tool);
+        EXPECT_TRUE(loaded == tool);
+        EXPECT_TRUE(oneByOne(loaded, queries) == oneByOne(tool, queries));
+    }
+    EXPECT_FALSE(reloaded(ktClassifierTool()).isTrained());
+    EXPECT_EQ(numFiles(), 1U);
+}
+
+// A tool that the plain archive loaded runs with k = 1 until it is retrained; the file keeps that too.
+TEST_F(KitFile, NearestNeighborsRunWithTheParametersThatWereInUse)
+{
+    const ktKit::Patterns queries = Sample(100, 160).patterns;
+    const ktClassifierTool tool = trainedOn(Sample(0, 90), unusualKnn());
+    const ktClassifierTool plain = throughArchive(tool);
+    ASSERT_FALSE(oneByOne(plain, queries) == oneByOne(tool, queries));
+    ktClassifierTool loaded = reloaded(plain);
+    EXPECT_TRUE(oneByOne(loaded, queries) == oneByOne(plain, queries));
+    EXPECT_EQ(ktKit::neighbors(loaded, *queries[0]).size(), 1U);
+    // What the training was given is there still.
+    loaded.retrain(*loaded.trainParams());
+    EXPECT_TRUE(oneByOne(loaded, queries) == oneByOne(tool, queries));
+    EXPECT_EQ(ktKit::neighbors(loaded, *queries[0]).size(), 4U);
+}
+
+TEST_F(KitFile, HoldsWhatTheHeaderSays)
+{
+    ktClassifierTool tool = trainedOn(Sample(0, 6), unusualKnn());
+    ktKit::save(tool, path_);
+    std::stringstream stream;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        ktPtrHandle<Knn> inUse = new Knn(unusualKnn());
+        // The metric is one object, which the stored parameters and those in use share.
+        inUse = new Knn(dynamic_cast<const Knn&>(*tool.trainParams()));
+        std::vector<ktPtrHandle<kt_PDFMultivariateNormal>> none;
+        ktPtrHandle<ktKit::Scaler> scaler;
+        archive || tool || inUse || none || scaler;
+    }
+    EXPECT_EQ(kt_test::toHex(bytesOf(path_)), kt_test::toHex(fileAround(stream.str())));
+    EXPECT_EQ(crc32("123456789"), 0xCBF43926U) << "the check value of the polynomial";
+}
+
+TEST_F(KitFile, BinomialDensitiesLearnOnWhereTheyStood)
+{
+    const Sample first(0, 60);
+    const Sample second(60, 90);
+    Sample both = first;
+    both += second;
+    ktClassifierTool loaded = reloaded(trainedOn(first, kt_test::bayesParams(true)));
+    ktKit::add(loaded, second.patterns, second.labels);
+    EXPECT_TRUE(loaded == trainedOn(both, kt_test::bayesParams(true)));
+}
+
+TEST_F(KitFile, AScalerGoesIntoTheToolsFile)
+{
+    ktClassifierDataProviderMemory data;
+    const Sample sample(0, 60);
+    data.data(sample.patterns, sample.labels);
+    const ktKit::Scaler scaler(data);
+    ktClassifierTool tool;
+    tool.train(scaler.transform(data), unusualKnn());
+    ktKit::save(tool, scaler, path_);
+    ktKit::Scaler loaded;
+    EXPECT_TRUE(ktKit::load(path_, loaded) == tool);
+    EXPECT_TRUE(loaded == scaler);
+    expectThrows<ktKit::FileError>(path_ + ": the tool was saved with a scaler, so it is loaded with one",
+                                   [this] { ktKit::load(path_); });
+    ktKit::save(tool, path_);
+    expectThrows<ktKit::FileError>(path_ + ": the tool was saved without a scaler",
+                                   [&] { ktKit::load(path_, loaded); });
+    EXPECT_TRUE(loaded == scaler);
+}
+
+TEST_F(KitFile, EveryTruncationIsRefused)
+{
+    ktKit::save(trainedOn(Sample(0, 6), unusualKnn()), path_);
+    const std::string whole = bytesOf(path_);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        SCOPED_TRACE(size);
+        const std::string what =
+            size < 13 ? "unexpected end at byte " + std::to_string(size)
+                      : "damaged or cut short: the checksum at byte " + std::to_string(size - 4) + " does not match";
+        expectRefused(whole.substr(0, size), what);
+    }
+}
+
+TEST_F(KitFile, EveryFlippedBitIsRefused)
+{
+    ktKit::save(trainedOn(Sample(0, 6), kt_test::bayesParams(true)), path_);
+    const std::string whole = bytesOf(path_);
+    const std::string checksum =
+        "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 4) + " does not match";
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        for (int bit = 0; bit < 8; ++bit) {
+            SCOPED_TRACE(at);
+            std::string damaged = whole;
+            damaged[at] = static_cast<char>(damaged[at] ^ 1 << bit);
+            const std::string version = "unknown version " + std::to_string(1 << bit) + " at byte 8";
+            const std::string other = "not a file of ktKit::save, at byte " + std::to_string(at);
+            expectRefused(damaged, at < 8 ? other : at == 8 ? version : checksum);
+        }
+    }
+    expectRefused(whole + "x",
+                  "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 3) + " does not match");
+}
+
+// More than the 4096 bytes that are looked at together, and each number of bytes around them.
+TEST_F(KitFile, TheChecksumIsRightAtEverySize)
+{
+    for (std::size_t size = 4070; size < 4110; ++size) {
+        SCOPED_TRACE(size);
+        const std::string file = fileAround(std::string(size, 'x'));
+        expectRefused(file, "the archive that begins at byte 9: Corrupt archive: not an archive at byte 4.");
+    }
+    const ktClassifierTool tool = trainedOn(Sample(0, 700), unusualKnn());
+    EXPECT_TRUE(reloaded(tool) == tool);
+    std::string whole = bytesOf(path_);
+    whole[5000] = static_cast<char>(whole[5000] ^ 1);
+    expectRefused(whole,
+                  "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 4) + " does not match");
+}
+
+TEST_F(KitFile, AnythingElseIsRefused)
+{
+    expectRefused("", "unexpected end at byte 0");
+    expectRefused("label,width\n0,1\n", "not a file of ktKit::save, at byte 0");
+    expectRefused("kt", "unexpected end at byte 2");
+    expectRefused("ktKit\n\x1A and more", "not a file of ktKit::save, at byte 5");
+    expectRefused("KTAR and more", "an archive as ktArchive stores it, not a file of ktKit::save, at byte 0");
+    const std::string header = kt_test::archiveHeader();
+    expectRefused(fileAround(""), "the archive that begins at byte 9: Corrupt archive: not an archive at byte 4.");
+    // No classifier, no parameters, no accumulators: an untrained tool.
+    const std::string untrained = header + kt_test::fromHex("00 00 00 00 00000000 00");
+    writeBytes(path_, fileAround(untrained));
+    EXPECT_FALSE(ktKit::load(path_).isTrained());
+    const std::string foreign = "something else than a tool and its parameters before byte ";
+    expectRefused(fileAround(untrained + "x"), foreign + "26");
+    // One accumulator, null, for a tool without densities.
+    expectRefused(fileAround(header + kt_test::fromHex("00 00 00 00 01000000 00 00")), foreign + "27");
+}
+
+TEST_F(KitFile, ParametersThatDoNotFitAreRefused)
+{
+    std::stringstream stream;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        ktClassifierTool tool = trainedOn(Sample(0, 6), unusualKnn());
+        ktPtrHandle<Knn> none;
+        std::vector<ktPtrHandle<kt_PDFMultivariateNormal>> accumulators;
+        ktPtrHandle<ktKit::Scaler> scaler;
+        archive || tool || none || accumulators || scaler;
+    }
+    expectRefused(fileAround(stream.str()), "something else than a tool and its parameters before byte " +
+                                                std::to_string(9 + stream.str().size()));
+}
+
+TEST_F(KitFile, WhatCannotBeReadIsSaid)
+{
+    expectThrows<ktKit::FileError>(path_ + ": cannot be read", [this] { ktKit::load(path_); });
+    const std::string folder = folder_.string();
+    expectThrows<ktKit::FileError>(folder + ": cannot be read", [&] { ktKit::load(folder); });
+}
+
+TEST_F(KitFile, WhatCannotBeWrittenIsSaidAndLeavesNothing)
+{
+    const std::string nowhere = (folder_ / "no" / "tool.kt").string();
+    expectThrows<ktKit::FileError>(nowhere + ": cannot be written", [&] { ktKit::save(kt_test::treeTool(), nowhere); });
+    fs::create_directories(folder_ / "taken" / "in it");
+    const std::string taken = (folder_ / "taken").string();
+    expectThrows<ktKit::FileError>(taken + ": cannot be written", [&] { ktKit::save(kt_test::treeTool(), taken); });
+    EXPECT_EQ(numFiles(), 1U);
+}
+
+TEST_F(KitFile, AFailedSaveLeavesTheOldFile)
+{
+    const ktClassifierTool old = kt_test::treeTool();
+    ktKit::save(old, path_);
+    const std::string bytes = bytesOf(path_);
+    const ktClassifierTool unstorable = trainedOn(Sample(0, 6), Knn(1, Unregistered(), ktClassifierCosts()));
+    EXPECT_THROW(ktKit::save(unstorable, path_), ktArchive::Corrupt);
+    EXPECT_EQ(bytesOf(path_), bytes);
+    EXPECT_EQ(numFiles(), 1U);
+    ktKit::save(trainedOn(Sample(0, 6), unusualKnn()), path_);
+    EXPECT_NE(bytesOf(path_), bytes);
+    EXPECT_EQ(numFiles(), 1U);
+}
+
+TEST_F(KitFile, TheErrorIsOneOfTheLibrarysExceptions)
+{
+    const ktKit::FileError error("what is wrong");
+    EXPECT_EQ(error.errorNumber(), 0x10004400);
+    EXPECT_STREQ(error.what(), "what is wrong");
+    ktKit::FileError other("");
+    other = error;
+    EXPECT_EQ(other.message(), "what is wrong");
+    auto* const thrown = new ktKit::FileError(error);
+    expectThrows<ktKit::FileError>("what is wrong", [&] { thrown->suicideAndRethrow(); });
+}
+
+TEST_F(KitFile, RunsOutOfMemoryCleanly)
+{
+    const ktClassifierTool tool = trainedOn(Sample(0, 6), unusualKnn());
+    const ktClassifierTool bayes = trainedOn(Sample(0, 6), kt_test::bayesParams(true));
+    ktKit::save(tool, path_);
+    const std::string bytes = bytesOf(path_);
+    struct Nothing {};
+    const auto prepare = [] { return Nothing(); };
+    EXPECT_GT(
+        kt_test::failEachAllocation(
+            prepare, [&](Nothing&) { ktKit::save(tool, path_); }, [&](Nothing&) { EXPECT_EQ(bytesOf(path_), bytes); }),
+        0);
+    EXPECT_EQ(numFiles(), 1U);
+    EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::load(path_); }), 0);
+    const std::string other = (folder_ / "bayes.kt").string();
+    EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::save(bayes, other); }), 0);
+    EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::load(other); }), 0);
+    EXPECT_EQ(numFiles(), 2U);
+}
+
+}  // namespace

@@ -1,0 +1,151 @@
+// Moving and stretching measurements.
+
+#include "kit_kit.h"
+#include "support/allocations.h"
+#include "support/bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+using kt_test::expectBadPointer;
+using kt_test::expectThrows;
+using ktKit::Scaler;
+
+const double nan = std::numeric_limits<double>::quiet_NaN();
+
+ktClassifierDataProviderMemory data(const std::vector<std::vector<double>>& rows)
+{
+    ktClassifierDataProviderMemory made;
+    for (const auto& row : rows) {
+        made.addData(ktKit::pattern(row), made.numPatterns() - 1);
+    }
+    made.setName("some");
+    made.setDescription("numbers");
+    return made;
+}
+
+// Mean 5 and deviation 2 by the definition with n; NaN takes no part.
+TEST(KitScaler, MeanAndDeviation)
+{
+    const Scaler scaler(
+        data({{2, 7, nan}, {4, 7, 1}, {4, 7, nan}, {4, 7, 3}, {5, 7, nan}, {5, 7, nan}, {7, 7, nan}, {9, 7, nan}}));
+    EXPECT_EQ(scaler.centers(), (std::vector<double>{5, 7, 2}));
+    EXPECT_EQ(scaler.spreads(), (std::vector<double>{2, 1, 1}));
+    const auto moved = scaler.transform(*ktKit::pattern({9.0, 8.0, nan}));
+    EXPECT_EQ(moved->featureMeasurement(0, true), 2.0);
+    EXPECT_EQ(moved->featureMeasurement(1, true), 1.0);
+    EXPECT_FALSE(moved->isValid(2));
+}
+
+// Sorted 1 2 3 4 100: median 3, quartiles 2 and 4. Sorted 1 2 3 4: median 2.5, quartiles 1.75 and 3.25.
+TEST(KitScaler, MedianAndQuartiles)
+{
+    const Scaler scaler(data({{100, 4, 1}, {1, 2, nan}, {3, 1, nan}, {2, 3, nan}, {4, nan, nan}}),
+                        Scaler::eMedianAndQuartiles);
+    EXPECT_EQ(scaler.centers(), (std::vector<double>{3, 2.5, 1}));
+    EXPECT_EQ(scaler.spreads(), (std::vector<double>{2, 1.5, 1}));
+}
+
+TEST(KitScaler, AMeasurementThatNobodyMeasuredStays)
+{
+    const Scaler scaler(data({{nan}, {nan}}));
+    EXPECT_EQ(scaler.centers(), std::vector<double>{0});
+    EXPECT_EQ(scaler.spreads(), std::vector<double>{1});
+    EXPECT_EQ(scaler.transform(*ktKit::pattern({6.5}))->featureMeasurement(0, true), 6.5);
+}
+
+TEST(KitScaler, LargeNumbersOverflowNothing)
+{
+    const Scaler scaler(data({{1e308}, {1e308}, {1e308}}));
+    EXPECT_EQ(scaler.centers(), std::vector<double>{1e308});
+    EXPECT_FALSE(Scaler(data({{1e308}, {-1e308}})).transform(*ktKit::pattern({nan}))->isValid(0));
+    // A spread whose square overflows is none, and a value that is not finite afterwards is missing.
+    EXPECT_EQ(Scaler(data({{1e308}, {-1e308}})).spreads(), std::vector<double>{1});
+    const Scaler tiny(data({{-1e-300}, {1e-300}}), Scaler::eMedianAndQuartiles);
+    EXPECT_FALSE(tiny.transform(*ktKit::pattern({1e200}))->isValid(0));
+}
+
+TEST(KitScaler, TransformsAProvider)
+{
+    ktClassifierDataProviderMemory given = data({{2.0}, {4.0}, {6.0}});
+    ktClassifierDataProviderMemory moved = Scaler(given).transform(given);
+    ASSERT_EQ(moved.numPatterns(), 3);
+    EXPECT_EQ(moved.name(), "some");
+    EXPECT_EQ(moved.description(), "numbers");
+    EXPECT_EQ(moved.categoryLabel(0), -1);
+    EXPECT_EQ(moved.categoryLabel(2), 1);
+    EXPECT_NEAR(moved.featurePattern(2)->featureMeasurement(0, true), std::sqrt(1.5), 1e-15);
+}
+
+TEST(KitScaler, SaysWhatIsWrongInOrder)
+{
+    ktClassifierDataProviderMemory none;
+    expectThrows<ktClassifierDefs::InsufficientTrainData>("No valid data was provided for training.",
+                                                          [&] { Scaler scaler(none); });
+    ktClassifierDataProviderMemory null;
+    null.addData(nullptr, 0);
+    expectBadPointer([&] { Scaler scaler(null); });
+    expectBadPointer([&] { Scaler().transform(null); });
+    /// Patterns of different sizes, as no store of the library's own gives them.
+    class Ragged : public ktClassifierDataProviderMemory {
+    public:
+        long numPatterns() const override { return 2; }
+        ktPtrHandle_const<ktFeaturePattern> featurePattern(long index) override
+        {
+            return index == 0 ? ktKit::pattern({1.0}) : ktKit::pattern({1.0, 2.0});
+        }
+    };
+    expectThrows<ktClassifierDefs::BadFeatures>("All patterns must have the same number of measurements",
+                                                [] { Scaler scaler{Ragged()}; });
+    const Scaler scaler(data({{1.0, 2.0}}));
+    expectThrows<ktClassifierDefs::BadFeatures>("The pattern has 3 measurements, but the scaler was made for 2", [&] {
+        scaler.transform(*ktKit::pattern({1.0, 2.0, 3.0}));
+    });
+    EXPECT_EQ(Scaler().transform(ktFeaturePattern())->numMeasurements(), 0);
+}
+
+TEST(KitScaler, GoesThroughAnArchive)
+{
+    const Scaler scaler(data({{1.0, 2.0}, {3.0, 8.0}}));
+    std::stringstream stream;
+    ktArchive store(static_cast<std::ostream&>(stream));
+    ktPtrHandle<Scaler> stored = new Scaler(scaler);
+    Scaler inPlace = scaler;
+    store || stored || inPlace;
+    ktArchive load(static_cast<std::istream&>(stream));
+    ktPtrHandle<Scaler> loaded;
+    Scaler loadedInPlace;
+    load || loaded || loadedInPlace;
+    EXPECT_TRUE(*loaded == scaler);
+    EXPECT_TRUE(loadedInPlace == scaler);
+    EXPECT_FALSE(loadedInPlace == Scaler());
+    EXPECT_TRUE(scaler != Scaler(data({{1.0, 2.0}, {3.0, 9.0}})));
+}
+
+TEST(KitScaler, HoldsInAnArchiveWhatTheHeaderSays)
+{
+    std::stringstream stream;
+    ktArchive store(static_cast<std::ostream&>(stream));
+    Scaler scaler(data({{1.0}, {5.0}}));
+    store || scaler;
+    EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(stream.str())),
+              "00 00 01 00 00 00 00 00 00 00 00 00 08 40 00 01 00 00 00 00 00 00 00 00 00 00 40");
+}
+
+TEST(KitScaler, RunsOutOfMemoryCleanly)
+{
+    ktClassifierDataProviderMemory given = data({{1.0, 2.0}, {3.0, nan}});
+    EXPECT_GT(kt_test::failEachAllocation([&] { Scaler(given, Scaler::eMedianAndQuartiles).transform(given); }), 0);
+    const Scaler scaler(given);
+    EXPECT_GT(kt_test::failEachAllocation([] { return Scaler(); }, [&](Scaler& copy) { copy = scaler; },
+                                          [](const Scaler& copy) { EXPECT_TRUE(copy == Scaler()); },
+                                          [&](const Scaler& copy) { EXPECT_TRUE(copy == scaler); }),
+              0);
+}
+
+}  // namespace
