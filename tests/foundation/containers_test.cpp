@@ -380,6 +380,51 @@ TEST(ArchiveContainers, ElementsAreNeverCopied)
     EXPECT_EQ(Counted::copies, 0);
 }
 
+/// Counts how often one was moved. It takes no more memory than the bytes that it stores pay for.
+struct Moved {
+    Moved() = default;
+    Moved(Moved&& other) noexcept : number(other.number) { ++moves; }
+
+    long number = 0;
+
+    static inline long moves = 0;
+};
+ktArchive& operator||(ktArchive& archive, Moved& moved)
+{
+    return archive || moved.number;
+}
+
+TEST(ArchiveContainers, VectorWhoseBytesAreThereIsMadeAtOnceAndAnyOtherInFewSteps)
+{
+    std::vector<Moved> stored(20000);
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    storing || stored;
+    Moved::moves = 0;
+    EXPECT_EQ(load<std::vector<Moved>>(out.str()).size(), 20000u);
+    EXPECT_EQ(Moved::moves, 0);
+    const std::vector<Moved> blind = kt_test::loadBlind<std::vector<Moved>>(out.str());
+    EXPECT_EQ(blind.size(), 20000u);
+    EXPECT_EQ(blind.capacity(), 20000u);
+    EXPECT_LE(Moved::moves, 20000);
+}
+
+TEST(ArchiveContainers, DoublesThatCannotBeThereAreRefused)
+{
+    kt_test::LoadingArchive archive(archiveHeader() + std::string(16, '\0'));
+    unsigned char first = 0;
+    archive || first;
+    std::vector<double> values;
+    const kt_test::MemoryWatch watch;
+    expectThrows<ktArchive::Corrupt>("Corrupt archive: impossible count 2 at byte 9.",
+                                     [&] { archive.doubles(values, 2); });
+    archive.doubles(values, 1);
+    EXPECT_EQ(values, std::vector<double>{0.0});
+    expectThrows<ktArchive::Corrupt>("Corrupt archive: impossible count 100000000 at byte 17.",
+                                     [&] { archive.doubles(values, 100000000); });
+    EXPECT_LE(watch.peakBytes(), 4096u);
+}
+
 TEST(ArchiveContainers, FailedLoadLeavesAValueThatCanBeLoadedAgain)
 {
     std::vector<std::string> texts = {"old"};

@@ -89,7 +89,7 @@ TEST(Persistent, LayerOfAnyExtentIsMarkedOnce)
 {
     kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
-    for (const std::size_t extent : {std::size_t{0}, std::size_t{1}, std::size_t{1} << 29}) {
+    for (const std::size_t extent : {0ul, 1ul, 0x1FFFul, 0x2000ul, 10000ul, 0x4000ul, 1ul << 29}) {
         SCOPED_TRACE(extent);
         const Probe probe;
         Probe::setVisited(&probe, extent);

@@ -208,6 +208,9 @@ protected:
             }
             queries_.push_back(i % 5 == 0 ? rows[i * 7 % numRows] : query);
         }
+        // Among the first, which are tried one by one, and among the others.
+        queries_[1][0] = 1e300;
+        queries_[2][0] = std::nan("");
         queries_[11][0] *= 1e3;
         queries_[12][0] = 1e300;
         queries_[13][0] = infinity;

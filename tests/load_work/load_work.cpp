@@ -6,14 +6,17 @@
 // The kinds are the values of the library, archives that nobody would store, whose bytes repeat what is dear to read, and temporaries
 // that go by one after the other in a pass opened by hand; of these the storing is counted too. Those that begin with "use-"
 // are small archives whose next call could take long; the call is counted, the loading is not. Behind each kind stands how many
-// times the work four times the archive may take.
+// times the work four times the archive may take; behind those that begin with "search-", how many times the work of which other
+// kind, of the same size.
 
 #include <clastool/clastool.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -36,12 +39,12 @@ struct Case {
 
 constexpr const char* linear = "4.5";
 constexpr const char* almostLinear = "5.5";
-constexpr const char* pairsOfCategories = "17";
+constexpr const char* pairs = "17";
 
 struct Kind {
-    const char* name;
+    std::string name;
     std::function<Case(long n)> make;
-    const char* most = linear;
+    std::string most = linear;
 };
 
 template <class T>
@@ -546,7 +549,7 @@ Case sharedModels(long n)
 }
 
 /// Parameters with a dependency set, and training data of one measurement.
-Case setsBeyondTheData(const std::vector<long>& set)
+Case trainedWithSet(const std::vector<long>& set, bool isBeyondTheData)
 {
     ktClassifierDistributionTypes::DistributionType normal = ktClassifierDistributionTypes::eNormal;
     std::vector<long> none, labels{0};
@@ -559,11 +562,11 @@ Case setsBeyondTheData(const std::vector<long>& set)
         const ktArchive::Pass pass(archive);
         archive || version || normal || none || none || noTypes || labels || sets;
     }
-    return {out.str(), {}, [](ktArchive& in) {
+    return {out.str(), {}, [isBeyondTheData](ktArchive& in) {
                 ktClassifierDistributionTypes types;
                 in || types;
                 const auto params = std::make_shared<ktClassifierTrainParamsBayesian>(types);
-                return [params] {
+                return [params, isBeyondTheData] {
                     ktClassifierDataProviderMemory data;
                     for (const double value : {1.0, 2.0, 4.0}) {
                         data.addData(new ktFeaturePattern({value}, {}), 0);
@@ -571,9 +574,11 @@ Case setsBeyondTheData(const std::vector<long>& set)
                     ktClassifierTool tool;
                     try {
                         tool.train(data, *params);
-                        std::abort();
                     } catch (const ktClassifierDefs::InsufficientTrainData&) {
                         // A group that reaches beyond the data learns nothing.
+                    }
+                    if (tool.isTrained() == isBeyondTheData) {
+                        std::abort();
                     }
                 };
             }};
@@ -585,7 +590,40 @@ Case setOfMeasurementsThatAreNotThere(long n)
     for (long i = 0; i < n; ++i) {
         set.push_back(i);
     }
-    return setsBeyondTheData(set);
+    return trainedWithSet(set, true);
+}
+
+/// Its density has a covariance for each two of them.
+Case setOfOneMeasurement(long n)
+{
+    return trainedWithSet(std::vector<long>(static_cast<std::size_t>(n), 0), false);
+}
+
+/// n stored patterns, to which as many are added one by one.
+Case taught(long n, double first)
+{
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < n; ++i) {
+        data.addData(new ktFeaturePattern({i == 0 ? first : static_cast<double>(i * 37 % 1009)}, {}), i % 3);
+    }
+    kt_ClassifierKNN classifier;
+    classifier.train(data, ktClassifierTrainParamsKNN(3));
+    return useOf(classifier, [n](kt_ClassifierKNN& loaded) {
+        for (long i = 0; i < n; ++i) {
+            loaded.trainIncremental(ktFeaturePattern({static_cast<double>(i * 61 % 1013)}, {}), i % 3);
+        }
+    });
+}
+
+Case taughtOneByOne(long n)
+{
+    return taught(n, 0.0);
+}
+
+/// No copy can be made of such a store.
+Case taughtBesideInfinity(long n)
+{
+    return taught(n, std::numeric_limits<double>::infinity());
 }
 
 /// n references to one stored pattern of n measurements, retrained with its own parameters.
@@ -601,40 +639,183 @@ Case retrainedOnOnePattern(long n)
     return useOf(tool, [](ktClassifierTool& loaded) { loaded.retrain(*loaded.trainParams()); });
 }
 
-const std::vector<Kind>& kinds()
+using Row = std::vector<double>;
+
+/// Changes a row of a store, which is then out of proportion.
+using Wilderness = void (*)(std::size_t number, Row& row);
+
+constexpr std::size_t rowSize = 16;
+
+Row drawnRow(ktRandomGaussian& random, std::size_t number, Wilderness change)
 {
-    static const std::vector<Kind> all = {{"pattern", pattern},
-                                          {"costs", costs},
-                                          {"frequencies", frequencies},
-                                          {"result", result},
-                                          {"distribution-types", distributionTypes},
-                                          {"neighbor-tool", neighborTool},
-                                          {"neighbor-tool-of-one-pattern", neighborToolOfOnePattern},
-                                          {"joint-bayesian-tool", jointBayesianTool},
-                                          {"bayesian-tool-of-many-categories", bayesianToolOfManyCategories},
-                                          {"tree", tree},
-                                          {"doubled-chain", doubledChain},
-                                          {"rule-table", ruleTable},
-                                          {"text", text},
-                                          {"nulls", nulls},
-                                          {"classes-named-again", classesNamedAgain},
-                                          {"objects-of-another-class", objectsOfAnotherClass},
-                                          {"cut-short", cutShort},
-                                          {"copies-loaded-in-one-pass", loadedInOnePass<archiveCopies>},
-                                          {"handles-loaded-in-one-pass", loadedInOnePass<archiveHandles>},
-                                          {"copies-stored-in-one-pass", storedInOnePassAgain<archiveCopies>},
-                                          {"handles-stored-in-one-pass", storedInOnePassAgain<archiveHandles>},
-                                          {"impossible-count", impossibleCount},
-                                          {"use-vote-of-all", voteOfAll, pairsOfCategories},
-                                          {"use-vote-of-eight", voteOfEight},
-                                          {"use-bayesian-run", bayesianRun, pairsOfCategories},
-                                          {"use-plain-result", plainResult, almostLinear},
-                                          {"use-aborted-rule", abortedRule, almostLinear},
-                                          {"use-shared-predicate", sharedPredicate},
-                                          {"use-woven-trees", wovenTrees, almostLinear},
-                                          {"use-shared-models", sharedModels},
-                                          {"use-set-beyond-the-data", setOfMeasurementsThatAreNotThere},
-                                          {"use-retrained-on-one-pattern", retrainedOnOnePattern}};
+    Row row(rowSize);
+    for (double& value : row) {
+        value = random.next(0.0, 1.0);
+    }
+    change(number, row);
+    return row;
+}
+
+/// The norm, which is asked for every stored row because its class is another.
+class PlainNorm : public ktPatternDistanceMetricNorm {
+public:
+    using ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm;
+    ktPtrHandle<ktPatternDistanceMetric> clone() const override { return new PlainNorm(*this); }
+};
+
+void runEach(const ktClassifierTool& tool, const std::vector<ktPtrHandle_const<ktFeaturePattern>>& queries)
+{
+    for (const ktPtrHandle_const<ktFeaturePattern>& query : queries) {
+        ktClassifierResult result;
+        tool.run(*query, result);
+    }
+}
+
+void runTogether(const ktClassifierTool& tool, const std::vector<ktPtrHandle_const<ktFeaturePattern>>& queries)
+{
+    std::vector<ktClassifierResult> results;
+    tool.run(queries, results);
+}
+
+/// Runs of a tool of 20 n stored rows, with patterns that are drawn as the rows were. Only a tool that is to be loaded first is
+/// archived, and beyond the bytes of the case.
+Case search(long n, const ktPatternDistanceMetric& metric, Wilderness change, std::size_t numQueries = 20,
+            decltype(&runEach) run = runEach, bool isLoaded = false)
+{
+    const ktClassifierTrainParamsKNN params(5, metric, {});
+    return {"", {}, [=](ktArchive&) {
+                ktRandomGaussian random(7);
+                ktClassifierDataProviderMemory data;
+                const auto numRows = 20 * static_cast<std::size_t>(n);
+                for (std::size_t i = 0; i < numRows; ++i) {
+                    data.addData(new ktFeaturePattern(drawnRow(random, i, change), {}), static_cast<long>(i % 4));
+                }
+                const auto tool = std::make_shared<ktClassifierTool>();
+                tool->train(data, params);
+                if (isLoaded) {
+                    std::istringstream in(stored(*tool));
+                    data = {};
+                    ktArchive archive(static_cast<std::istream&>(in));
+                    archive || *tool;
+                }
+                std::vector<ktPtrHandle_const<ktFeaturePattern>> queries;
+                for (std::size_t i = 0; i < numQueries; ++i) {
+                    queries.emplace_back(new ktFeaturePattern(drawnRow(random, 10 * i + i % 10, change), {}));
+                }
+                return [tool, queries, run] { run(*tool, queries); };
+            }};
+}
+
+struct SearchedOrder {
+    const char* name;
+    double value;
+    // How much of the work of the plain scan a search takes at the most: a third more than it was when this was written.
+    const char* most;
+};
+
+constexpr SearchedOrder searchedOrders[] = {
+    {"order-1", 1.0, "0.0077"}, {"order-1.5", 1.5, "0.0123"}, {"order-2", 2.0, "0.0065"}};
+
+const std::pair<const char*, Wilderness> wildernesses[] = {
+    {"value", [](std::size_t number, Row& row) { row[3] = number == 700 ? 9999999.0 : row[3]; }},
+    {"value-of-1e100", [](std::size_t number, Row& row) { row[3] = number == 700 ? 1e100 : row[3]; }},
+    {"rows",
+     [](std::size_t number, Row& row) {
+         for (double& value : row) {
+             value *= number % 500 == 499 ? 1e7 : 1.0;
+         }
+     }},
+    {"sentinels", [](std::size_t number, Row& row) { row[3] = number % 10 == 9 ? 9999999.0 : row[3]; }},
+    {"measurement", [](std::size_t, Row& row) { row[3] *= 1e8; }},
+    {"far-cluster",
+     [](std::size_t number, Row& row) {
+         for (double& value : row) {
+             value += number % 10 == 9 ? 1e7 : 0.0;
+         }
+     }},
+    {"scales",
+     [](std::size_t number, Row& row) {
+         for (double& value : row) {
+             value *= number % 100 == 50 ? std::pow(10.0, 4.0 + static_cast<double>(number / 100 % 97)) : 1.0;
+         }
+     }},
+    {"values-of-1e4",
+     [](std::size_t, Row& row) {
+         for (double& value : row) {
+             value *= 1e4;
+         }
+     }},
+    {"values-of-1e100",
+     [](std::size_t, Row& row) {
+         for (double& value : row) {
+             value *= 1e100;
+         }
+     }},
+};
+
+/// For each order the plain scan of a tame store, the search there, and the wild stores that are compared with it.
+void addSearches(std::vector<Kind>& kinds)
+{
+    const Wilderness none = [](std::size_t, Row&) {};
+    for (const SearchedOrder& order : searchedOrders) {
+        const ktPatternDistanceMetricNorm norm(order.value);
+        const std::string plain = std::string("search-plain-") + order.name;
+        const std::string tame = std::string("search-tame-") + order.name;
+        const auto searching = [norm](Wilderness change) {
+            return [norm, change](long n) { return search(n, norm, change); };
+        };
+        kinds.push_back({plain, [order, none](long n) { return search(n, PlainNorm(order.value), none); }, ""});
+        kinds.push_back({tame, searching(none), order.most + (" " + plain)});
+        for (const auto& [name, change] : wildernesses) {
+            kinds.push_back({std::string("search-wild-") + name + "-" + order.name, searching(change), "4 " + tame});
+        }
+    }
+    const ktPatternDistanceMetricNorm euclidean(2.0);
+    kinds.push_back({"search-loaded", [=](long n) { return search(n, euclidean, none, 20, runEach, true); },
+                     "1.1 search-tame-order-2"});
+    kinds.push_back({"search-one-by-one", [=](long n) { return search(n, euclidean, none, 400); }, ""});
+    kinds.push_back({"search-together", [=](long n) { return search(n, euclidean, none, 400, runTogether); },
+                     "0.63 search-one-by-one"});
+}
+
+std::vector<Kind> allKinds()
+{
+    std::vector<Kind> all = {{"pattern", pattern},
+                             {"costs", costs},
+                             {"frequencies", frequencies},
+                             {"result", result},
+                             {"distribution-types", distributionTypes},
+                             {"neighbor-tool", neighborTool},
+                             {"neighbor-tool-of-one-pattern", neighborToolOfOnePattern},
+                             {"joint-bayesian-tool", jointBayesianTool},
+                             {"bayesian-tool-of-many-categories", bayesianToolOfManyCategories},
+                             {"tree", tree},
+                             {"doubled-chain", doubledChain},
+                             {"rule-table", ruleTable},
+                             {"text", text},
+                             {"nulls", nulls},
+                             {"classes-named-again", classesNamedAgain},
+                             {"objects-of-another-class", objectsOfAnotherClass},
+                             {"cut-short", cutShort},
+                             {"copies-loaded-in-one-pass", loadedInOnePass<archiveCopies>},
+                             {"handles-loaded-in-one-pass", loadedInOnePass<archiveHandles>},
+                             {"copies-stored-in-one-pass", storedInOnePassAgain<archiveCopies>},
+                             {"handles-stored-in-one-pass", storedInOnePassAgain<archiveHandles>},
+                             {"impossible-count", impossibleCount},
+                             {"use-vote-of-all", voteOfAll, pairs},
+                             {"use-vote-of-eight", voteOfEight},
+                             {"use-bayesian-run", bayesianRun, pairs},
+                             {"use-plain-result", plainResult, almostLinear},
+                             {"use-aborted-rule", abortedRule, almostLinear},
+                             {"use-shared-predicate", sharedPredicate},
+                             {"use-woven-trees", wovenTrees, almostLinear},
+                             {"use-shared-models", sharedModels},
+                             {"use-set-beyond-the-data", setOfMeasurementsThatAreNotThere},
+                             {"use-set-of-one-measurement", setOfOneMeasurement, pairs},
+                             {"use-taught-one-by-one", taughtOneByOne, almostLinear},
+                             {"use-taught-beside-infinity", taughtBesideInfinity, almostLinear},
+                             {"use-retrained-on-one-pattern", retrainedOnOnePattern}};
+    addSearches(all);
     return all;
 }
 
@@ -672,14 +853,16 @@ extern "C" KT_NOINLINE void kt_measuredUse(const std::function<void()>& use)
 int main(int argc, char** argv)
 {
     if (argc != 3) {
-        for (const Kind& kind : kinds()) {
-            std::cout << kind.name << " " << kind.most << "\n";
+        for (const Kind& kind : allKinds()) {
+            if (!kind.most.empty()) {
+                std::cout << kind.name << " " << kind.most << "\n";
+            }
         }
         return 0;
     }
     try {
-        for (const Kind& kind : kinds()) {
-            if (kind.name == std::string(argv[1])) {
+        for (const Kind& kind : allKinds()) {
+            if (kind.name == argv[1]) {
                 Case made = kind.make(std::atol(argv[2]));
                 std::cout << made.bytes.size() << "\n";
                 if (made.load) {

@@ -30,7 +30,7 @@ LIBRARIES = {"ktfoundation": "libktfoundation.so", "clastool": "libclastool.so"}
 MEMORY = 3 << 30
 
 # Files of an area, and the tests that touch it: those that find most in the least time come first. A mutant survives if all of
-# them pass. `internals_tests` has the library's sources in it; their units are compiled for it once more.
+# them pass. `internals_tests` has the library's sources in it; their units are compiled for it once more. `load_work` takes kinds of work.
 Area = namedtuple("Area", "name files tests")
 AREAS = [
     Area(
@@ -56,11 +56,16 @@ AREAS = [
             ("trust_tests", "*"),
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
+            ("load_work", "search-tame-order-2:search-loaded:use-taught-one-by-one"),
         ],
     ),
     Area(
         "neighbour search",
         [
+            "clss/clastool/neighbor_scan/batch_kernels_avx2.cpp",
+            "clss/clastool/neighbor_scan/batch_kernels_vnni.cpp",
+            "clss/clastool/neighbor_scan/batch_scan.cpp",
+            "clss/clastool/neighbor_scan/batch_scan.h",
             "clss/clastool/neighbor_scan/cell_filter.cpp",
             "clss/clastool/neighbor_scan/compact_copy.cpp",
             "clss/clastool/neighbor_scan/compact_copy.h",
@@ -72,7 +77,7 @@ AREAS = [
             "clss/clastool/neighbor_scan/neighbor_scan.cpp",
         ],
         [
-            ("internals_tests", "*NeighborScan*:*CellFilter*:CompactCopy*:LeafOrder*"),
+            ("internals_tests", "*NeighborScan*:*CellFilter*:CompactCopy*:LeafOrder*:*Batch*"),
             ("internals_tests", "*NeighborCases*/Uniform:*/LastBits:*/GridOfManyPatterns:*/AllScales"),
             ("neighbors_tests", "*"),
             ("internals_tests", "*NeighborCases*-*ManyFarthestFirst"),
@@ -80,6 +85,8 @@ AREAS = [
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
             ("internals_tests", "ScanKernels*:*ManyFarthestFirst"),
+            ("load_work", "search-tame-order-1:search-tame-order-1.5:search-tame-order-2:search-wild-far-cluster-order-2"),
+            ("load_work", "search-loaded:search-together:use-taught-one-by-one"),
         ],
     ),
     Area(
@@ -161,6 +168,7 @@ AREAS = [
     Area(
         "category model",
         [
+            "clss/clastool/bayes/borrowed_spreads.cpp",
             "clss/clastool/bayes/category_model.cpp",
             "clss/clastool/bayes/classifier.cpp",
             "clss/clastool/bayes/lessons.h",
@@ -319,12 +327,52 @@ def cpu_seconds():
     return used.ru_utime + used.ru_stime
 
 
+def waits(process):
+    """Whether every thread of a process waits, for something other than the processor."""
+    try:
+        states = [stat.read_text().rpartition(")")[2].split()[0] for stat in Path(f"/proc/{process.pid}/task").glob("*/stat")]
+    except OSError:
+        return False
+    return "S" in states and not set(states) & set("RDTt")
+
+
+def output_of(process):
+    """What a process writes until it ends, or None if it waits for a minute: a test that waits for ever takes no processor time.
+
+    Seconds are counted, not read from a clock, so that nothing is taken for waiting where this script and the tests are halted
+    together, or where others leave them no processor.
+    """
+    waited = 0
+    while waited < 60:
+        try:
+            return process.communicate(timeout=1)[0]
+        except subprocess.TimeoutExpired:
+            waited = waited + 1 if waits(process) else 0
+    process.kill()
+    process.communicate()
+    return None
+
+
+def instructions(kind):
+    """What .ci/load-work counts of a kind of work; none if the program fails, or takes a hundred times as long as any kind does."""
+    counting = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--toggle-collect=kt_measuredUse"]
+    limited = ["sh", "-c", 'ulimit -t 300; exec "$@"', "sh", *counting, BUILD / "tests" / "load_work", kind, "500"]
+    environment = dict(os.environ, LD_LIBRARY_PATH=f"{MUTANT}:{BUILD}")
+    done = subprocess.run(limited, cwd=BUILD, env=environment, capture_output=True, text=True, errors="replace")
+    collected = re.search(r"Collected : (\d+)", done.stderr)
+    return int(collected.group(1)) if done.returncode == 0 and collected else None
+
+
 class Suite:
-    """The tests, each part with a limit of processor time: three times what it takes without a mutant, and five seconds."""
+    """The tests, each part with a limit of processor time: three times what it takes without a mutant, and five seconds. Work may be
+    a third more than without a mutant, as in .ci/load-work."""
 
     def __init__(self, areas, verbose):
-        self.limits = {}
+        self.limits, self.work = {}, {}
         for step in dict.fromkeys(step for area in areas for step in area.tests):
+            if step[0] == "load_work":
+                self.work.update((kind, instructions(kind)) for kind in step[1].split(":"))
+                continue
             before = cpu_seconds()
             killer = self.killer(*step, limit=600)
             if killer:
@@ -335,6 +383,9 @@ class Suite:
 
     def killer(self, program, tests, limit=None):
         """The test that fails, or "" if all pass; "timed out" if that cannot be told."""
+        if program == "load_work":
+            counts = ((kind, instructions(kind)) for kind in tests.split(":"))
+            return next((kind for kind, count in counts if count is None or 3 * count > 4 * self.work[kind]), "")
         limit = limit or self.limits[program, tests]
 
         def restrict():
@@ -348,12 +399,8 @@ class Suite:
             [path, f"--gtest_filter={tests}", "--gtest_fail_fast"],
             cwd=BUILD, env=environment, preexec_fn=restrict, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, errors="replace",
         )
-        try:
-            # A test that waits for ever takes no processor time.
-            output, _ = process.communicate(timeout=60 + 20 * limit)
-        except subprocess.TimeoutExpired:
-            process.kill()
-            process.wait()
+        output = output_of(process)
+        if output is None:
             return "timed out"
         if process.returncode == 0:
             return ""
@@ -425,8 +472,9 @@ def chosen(options, equivalents):
             if not options.files or any(part in file for part in options.files):
                 every[file] = mutants_of((TOP / file).read_text())
     keys = {key(file, mutant) for file, mutants in every.items() for mutant in mutants}
-    for gone in sorted(entry for entry in equivalents if entry[0] in every and entry not in keys):
-        sys.exit(f"listed as equivalent, but there is no such mutant: {' | '.join(gone)}")
+    gone = sorted(entry for entry in equivalents if entry[0] in every and entry not in keys)
+    if gone:
+        sys.exit("\n".join(["listed as equivalent, but there is no such mutant:", *(" | ".join(entry) for entry in gone)]))
     total = sum(len(mutants) for mutants in every.values())
     sample = {file: list(mutants) for file, mutants in every.items()}
     if options.sample and options.sample < total:
@@ -445,6 +493,7 @@ def main():
     parser = argparse.ArgumentParser(prog=".ci/release/mutation", description=__doc__.splitlines()[0])
     parser.add_argument("--sample", type=int, metavar="N", help="try about N mutants, of each file the same share")
     parser.add_argument("--seed", type=int, default=1, help="which ones the sample takes (1)")
+    parser.add_argument("--minutes", type=float, metavar="N", help="stop after N minutes and count what was tried until then")
     parser.add_argument("--files", nargs="+", metavar="PART", help="only files whose path contains one of these")
     parser.add_argument("--survivors", action="store_true", help="only those that survived the last time")
     parser.add_argument("--equivalents", action="store_true", help="those that are listed as equivalent: each must survive")
@@ -473,21 +522,26 @@ def main():
 
 
 def results_of(areas, sample, equivalents, options, project, suite):
-    """Tries the mutants. Returns how many had each result, by area, and how many seconds it took."""
-    began, results = time.monotonic(), {}
+    """Tries the mutants in random order, so that those tried when the time is over are a sample too. Returns how many had each
+    result, by area, and how many seconds it took."""
+    began, results = time.monotonic(), {area.name: defaultdict(int) for area in areas}
+    drawn = [(area, file, mutant) for area in areas for file in area.files for mutant in sample.get(file, [])]
+    random.Random(options.seed).shuffle(drawn)
     with open(LOG, "w") as log:
-        for area in areas:
-            row = results.setdefault(area.name, defaultdict(int))
-            for file, mutant in ((file, mutant) for file in area.files for mutant in sample.get(file, [])):
-                if (key(file, mutant) in equivalents) != options.equivalents:
-                    row["equivalent"] += not options.equivalents
-                    continue
-                result, by = tried(project, suite, area, file, mutant)
-                row["killed" if result == "timed out" else result] += 1
-                row["timed out"] += result == "timed out"
-                print(result, by, *key(file, mutant), mutant.line, sep="\t", file=log, flush=True)
-                if options.verbose or result == ("killed" if options.equivalents else "survived"):
-                    print(f"{result}: {file}:{mutant.line}: {mutant.text} | {mutant.label} {by}", flush=True)
+        for number, (area, file, mutant) in enumerate(drawn, 1):
+            row = results[area.name]
+            if (key(file, mutant) in equivalents) != options.equivalents:
+                row["equivalent"] += not options.equivalents
+                continue
+            if options.minutes and time.monotonic() - began > 60 * options.minutes:
+                print(f"the time is over after {number - 1} of {len(drawn)}", flush=True)
+                break
+            result, by = tried(project, suite, area, file, mutant)
+            row["killed" if result == "timed out" else result] += 1
+            row["timed out"] += result == "timed out"
+            print(result, by, *key(file, mutant), mutant.line, sep="\t", file=log, flush=True)
+            if options.verbose or result == ("killed" if options.equivalents else "survived"):
+                print(f"{number} {result}: {file}:{mutant.line}: {mutant.text} | {mutant.label} {by}", flush=True)
     return results, time.monotonic() - began
 
 

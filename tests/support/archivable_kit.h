@@ -473,6 +473,34 @@ TYPED_TEST_P(ArchivableByPointer, MetTwiceInPlaceInOnePassIsWrittenOnce)
     EXPECT_EQ(kt_test::toHex(out.str()), kt_test::toHex(once + kt_test::afterHeader(once))) << "a new pass";
 }
 
+// Growing moves the elements, to addresses where the pass has not met them.
+TYPED_TEST_P(ArchivableByPointer, LongVectorMetTwiceInOnePassIsThereOnceFromEveryKindOfStream)
+{
+    using Vector = std::vector<typename TypeParam::Class>;
+    const Vector values(600, this->samples_.back());
+    kt_test::StoringArchive storing;
+    {
+        const ktArchive::Pass pass(storing);
+        Vector copy(values);
+        storing || copy || copy;
+    }
+    EXPECT_EQ(storing.bytes().size(), kt_test::store(values).size() + 5) << "a version and a count";
+    const auto expectLoaded = [&](std::istream& in) {
+        ktArchive loading(in);
+        const ktArchive::Pass pass(loading);
+        Vector loaded;
+        loading || loaded || loaded;
+        ASSERT_EQ(loaded.size(), values.size());
+        this->expectEqual(loaded.front(), values.front());
+        this->expectEqual(loaded.back(), values.back());
+        EXPECT_EQ(in.rdbuf()->in_avail(), 0);
+    };
+    std::istringstream in(storing.bytes());
+    kt_test::BlindSource blind(storing.bytes());
+    expectLoaded(in);
+    expectLoaded(blind);
+}
+
 TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShared)
 {
     using Class = typename TypeParam::Class;
@@ -502,7 +530,9 @@ TYPED_TEST_P(ArchivableByPointer, MetTwiceInOnePassIsWrittenOnceAndRestoredShare
 REGISTER_TYPED_TEST_SUITE_P(ArchivableByPointer, RegistryMakesANewObjectByTheNameOfItsClass,
                             StoredByPointerAndLoadedIsEqualAndHeldOnce,
                             SerializeChecksTheVersionBeforeItTouchesTheStream, CopyIsHeldByNoHandle,
-                            MetTwiceInPlaceInOnePassIsWrittenOnce, MetTwiceInOnePassIsWrittenOnceAndRestoredShared);
+                            MetTwiceInPlaceInOnePassIsWrittenOnce,
+                            LongVectorMetTwiceInOnePassIsThereOnceFromEveryKindOfStream,
+                            MetTwiceInOnePassIsWrittenOnceAndRestoredShared);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ArchivableByPointer);
 
 template <class Case>

@@ -11,6 +11,7 @@
 #include <limits>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -573,6 +574,19 @@ TEST(DecisionTreeNode, SharedPredicateIsComparedOnceWithAnother)
     Near::asked = 0;
     EXPECT_TRUE(tree == equal);
     EXPECT_EQ(Near::asked, 1);
+}
+
+TEST(DecisionTreeNode, PredicateSharedInOneTreeAloneIsComparedOnceWithAnother)
+{
+    const Node asking(Near(0), leafFor({1}), leafFor({2}));
+    const Node own = node(Node(Near(0), leafFor({1}), leafFor({2})), leafFor({3}));
+    const Node twoThatShare = node(node(asking, leafFor({3})), node(asking, leafFor({3})));
+    const Node oneTwice = node(own, own);
+    for (const auto& [mine, theirs] : {std::pair(&twoThatShare, &oneTwice), std::pair(&oneTwice, &twoThatShare)}) {
+        Near::asked = 0;
+        EXPECT_TRUE(*mine == *theirs);
+        EXPECT_EQ(Near::asked, 1);
+    }
 }
 
 TEST(DecisionTreeNode, WhatDoesNotEqualItselfIsNotEqualWhereItIsAPartOfBoth)

@@ -34,9 +34,10 @@ class kt_ArchivePass;
 /// `ktClassifierTool copy(tool); archive || copy;`.
 ///
 /// Loading trusts nobody: any bytes end in a value that is safe to use or in a ktException, in memory within 64 times the
-/// input and 64 KiB (classes of the caller's own that take more for each byte that they store take it here too). After a failed load
-/// the object is partly loaded; it can be assigned, loaded again and destroyed. The first load of an archive also loads its header, and
-/// throws UnknownVersion for another encoding, whatever is being loaded.
+/// input and 64 KiB. A class whose objects take more for each byte that they store takes it here too, when they are there; docs/trust.md
+/// names the one of these libraries that does. After a failed load the object is partly loaded; it can be assigned, loaded again
+/// and destroyed. The first load of an archive also loads its header, and throws UnknownVersion for another encoding, whatever is
+/// being loaded.
 ///
 /// Ownership: the stream belongs to the caller and outlives the archive. Copy: none.
 /// Threads: one archive is used by one thread at a time.
@@ -364,6 +365,17 @@ public:
         return count - numLoaded <= small / elementSize_ ? count : claimAfter(numLoaded, count);
     }
 
+    /// Takes the mark of an element along to where it was moved: a class asks for the whole of its object first.
+    template <class T>
+    static void carryMark(T& from, const T& to)
+    {
+        if (ktPersistent::isLayerVisited(&from, &from, sizeof from)) {
+            // Forgotten first, which makes room for it at its new place.
+            static_cast<ktPersistent&>(from).mutating_();
+            ktPersistent::markLayer(&to, &to, sizeof to);
+        }
+    }
+
 private:
     static constexpr std::size_t small = 256;
 
@@ -376,16 +388,21 @@ private:
 };
 
 /// Makes the vector larger. Its elements are moved, also where a move might throw, and copied only if their class has no move.
+/// What the pass has visited at its old place counts as visited at the new one.
 template <class T>
 void kt_growVector(std::vector<T>& values, std::size_t size)
 {
-    if constexpr (std::is_nothrow_move_constructible_v<T>) {
+    constexpr bool isMarked = std::is_convertible_v<T*, ktPersistent*>;
+    if constexpr (std::is_nothrow_move_constructible_v<T> && !isMarked) {
         values.reserve(size);
     } else {
         std::vector<T> larger;
         larger.reserve(size);
         for (T& value : values) {
             larger.push_back(std::move(value));
+            if constexpr (isMarked) {
+                kt_ElementRoom::carryMark(value, larger.back());
+            }
         }
         values.swap(larger);
     }
@@ -394,7 +411,8 @@ void kt_growVector(std::vector<T>& values, std::size_t size)
 
 /// A vector: a version byte, the count, the elements, each by its own operator. Loading resizes it to the count first and
 /// then loads the elements in order. Where there are not bytes enough in the archive for so many elements of their size, it resizes
-/// the vector step by step behind those that are loaded, which moves them; a class without a move is copied then.
+/// the vector step by step behind those that are loaded, which moves them; a class without a move is copied then. Objects inside
+/// the elements, not elements themselves, are new to the pass then: a second time in it they do not load as no bytes.
 template <class T>
 ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
 {

@@ -92,6 +92,7 @@ protected:
 private:
     friend class ktArchive;
     friend class kt_ArchivePass;
+    friend class kt_ElementRoom;
     friend KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object);
 
     static bool isLayerVisited(const ktPersistent* object, const void* layer, std::size_t extent);
