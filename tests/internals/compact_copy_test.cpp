@@ -180,6 +180,19 @@ TEST(CompactCopy, ThatIsMadeAgainAndAgainTakesNoMoreMemory)
     EXPECT_TRUE(lasting.isCurrent());
 }
 
+TEST(CompactCopy, ThatIsMadeAnewForItsOwnStoreTakesNoMoreMemory)
+{
+    kt_test::needCounts();
+    const Copied copied({owned(1.0), owned(2.0), owned(3.0)});
+    copied.copy->make(copied.store);
+    const kt_test::MemoryWatch watch;
+    for (int i = 0; i < 20; ++i) {
+        copied.copy->make(copied.store);
+    }
+    EXPECT_EQ(watch.liveBytes(), 0);
+    EXPECT_TRUE(copied.isCurrent());
+}
+
 TEST(CompactCopy, IsNotMadeOfAPatternThatIsThereManyTimes)
 {
     const Owned a = owned(1.0);
