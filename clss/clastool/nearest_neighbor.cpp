@@ -32,51 +32,28 @@ const ktClassifierTrainParamsKNN& asKNN(const ktClassifierTrainParams& params)
     throw ktClassifierDefs::BadFeatures("K-nearest neighbor classification does not support invalid measurements");
 }
 
-/// Counts labels; without memory of its own for up to 32 different ones.
-class Ballot {
-public:
-    /// Returns false, and counts nothing, for a label too many.
-    bool count(long label)
-    {
-        const auto isIt = [label](const Votes& votes) { return votes.label == label; };
-        Votes* place = std::find_if(votes_.begin(), votes_.begin() + size_, isIt);
-        if (place == votes_.end()) {
-            return false;
+/// Sorts labels. Few are put where the number of lesser ones says: labels of neighbours are hard to predict, so that no branch
+/// should depend on them.
+void sortLabels(long* labels, std::size_t count)
+{
+    constexpr std::size_t few = 16;
+    if (count > few) {
+        std::sort(labels, labels + count);
+        return;
+    }
+    std::array<long, few> sorted;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::size_t place = 0;
+        for (std::size_t before = 0; before < i; ++before) {
+            place += labels[before] <= labels[i] ? 1 : 0;
         }
-        if (place == votes_.begin() + size_) {
-            *place = {label, 0};
-            ++size_;
+        for (std::size_t behind = i + 1; behind < count; ++behind) {
+            place += labels[behind] < labels[i] ? 1 : 0;
         }
-        ++place->count;
-        return true;
+        sorted[place] = labels[i];
     }
-
-    std::size_t size() const { return static_cast<std::size_t>(size_); }
-
-    /// The share of all `total` votes that each label has, by ascending label.
-    void fill(kt_Scratch<kt_Verdict>& verdicts, std::size_t total)
-    {
-        std::sort(votes_.begin(), votes_.begin() + size_,
-                  [](const Votes& a, const Votes& b) { return a.label < b.label; });
-        std::transform(votes_.begin(), votes_.begin() + size_, verdicts.begin(), [total](const Votes& votes) {
-            return kt_Verdict{matchOf(votes.label, votes.count, total), 0.0, 0.0};
-        });
-    }
-
-    static ktClassifierCategoryResult matchOf(long label, long count, std::size_t total)
-    {
-        return {label, static_cast<double>(count) / static_cast<double>(total), 0.0, 0.0};
-    }
-
-private:
-    struct Votes {
-        long label;
-        long count;
-    };
-
-    std::array<Votes, 32> votes_;
-    std::ptrdiff_t size_ = 0;
-};
+    std::copy_n(sorted.begin(), count, labels);
+}
 
 /// Whether nobody but the pass that loaded them and this classifier holds the store, and nobody else its patterns.
 bool isHeldOnce(ktClassifierDataProviderMemory& store)
@@ -516,39 +493,30 @@ void kt_ClassifierKNN::findNearestNeighbors_(const ktFeaturePattern& pattern, kt
     }
 }
 
-/// The neighbours' votes, and the decision from them.
+/// The neighbours' votes, by ascending label, and the decision from them.
 void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const
 {
-    const ktClassifierFrequencies frequencies(1.0);
-    Ballot ballot;
-    const auto labelOf = [this](std::size_t row) { return trainingData_->categoryLabel(static_cast<long>(row)); };
-    const bool isCounted =
-        std::all_of(neighbors.begin(), neighbors.end(), [&](std::size_t row) { return ballot.count(labelOf(row)); });
-    if (isCounted) {
-        kt_Scratch<kt_Verdict> verdicts(ballot.size());
-        ballot.fill(verdicts, neighbors.size());
-        kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
-        return;
-    }
-    std::sort(neighbors.begin(), neighbors.end(),
-              [&](std::size_t a, std::size_t b) { return labelOf(a) < labelOf(b); });
-    const auto endOfLabel = [&](const std::size_t* first) {
-        return std::find_if(first, static_cast<const std::size_t*>(neighbors.end()),
-                            [&](std::size_t row) { return labelOf(row) != labelOf(*first); });
-    };
-    std::size_t numLabels = 0;
-    for (const std::size_t* first = neighbors.begin(); first != neighbors.end(); first = endOfLabel(first)) {
-        ++numLabels;
+    kt_Scratch<long, 256> labels(neighbors.size());
+    std::transform(neighbors.begin(), neighbors.end(), labels.begin(),
+                   [this](std::size_t row) { return trainingData_->categoryLabel(static_cast<long>(row)); });
+    sortLabels(labels.data(), labels.size());
+    std::size_t numLabels = labels.size() > 0 ? 1 : 0;
+    for (std::size_t i = 1; i < labels.size(); ++i) {
+        numLabels += labels[i] != labels[i - 1] ? 1 : 0;
     }
     kt_Scratch<kt_Verdict> verdicts(numLabels);
-    const std::size_t* first = neighbors.begin();
+    const auto total = static_cast<double>(labels.size());
+    const long* first = labels.begin();
     for (kt_Verdict& verdict : verdicts) {
-        const std::size_t* const last = endOfLabel(first);
-        verdict =
-            kt_Verdict{Ballot::matchOf(labelOf(*first), static_cast<long>(last - first), neighbors.size()), 0.0, 0.0};
-        first = last;
+        const long label = *first;
+        const long* next = first + 1;
+        while (next != labels.end() && *next == label) {
+            ++next;
+        }
+        verdict.category = ktClassifierCategoryResult(label, static_cast<double>(next - first) / total, 0.0, 0.0);
+        first = next;
     }
-    kt_DecisionRule::decide(result, verdicts, frequencies, params_.misclassificationCosts(), 0.0);
+    kt_DecisionRule::decide(result, verdicts, ktClassifierFrequencies(1.0), params_.misclassificationCosts(), 0.0);
 }
 
 void kt_ClassifierKNN::makeCopy() noexcept

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <iostream>
 #include <limits>
 #include <numeric>
@@ -335,13 +336,40 @@ TEST(ScanKernels, ABoxIsAsFarAsItsNearestPoint)
         };
         for (const auto& [order, p] : orders) {
             float sums[count];
-            const std::uint64_t within = order.boxes(boxes, count, &query, 1, p, std::pow(2.5f, p), sums);
-            EXPECT_EQ(within, 0x7FFCu) << "the boxes from 2 to 14 are within 2.5, order " << p;
+            order.boxes(boxes, count, &query, 1, p, sums);
+            EXPECT_EQ(kernels->within(sums, count, std::pow(2.5f, p)), 0x7FFCu)
+                << "the boxes from 2 to 14 are within 2.5, order " << p;
+            EXPECT_EQ(kernels->least(sums, count), 0x1FF0u) << "the boxes from 4 to 12 hold the query, order " << p;
             for (std::size_t i = 0; i + 1 < count; ++i) {
                 const double gap = i < 4 ? 4.0 - static_cast<double>(i) : i > 12 ? static_cast<double>(i) - 12.0 : 0.0;
                 EXPECT_NEAR(sums[i], std::pow(gap, p), 1e-3 * std::pow(gap, p)) << "box " << i << ", order " << p;
             }
             EXPECT_GT(sums[count - 1], 0x1p+120f);
+        }
+    }
+}
+
+/// Sums in which each value is there twice, in any order, and some of them infinite.
+TEST(ScanKernels, TheKthOfTheMinimaIsOneOfTheSumsAndBoundsTheKthOfAll)
+{
+    std::mt19937 random(17);
+    for (int round = 0; round < 200; ++round) {
+        float sums[kt_blockRows];
+        for (std::size_t i = 0; i < kt_blockRows; ++i) {
+            const bool isFar = i >= 40 && round % 2 == 1;
+            sums[i] = isFar ? std::numeric_limits<float>::infinity() : static_cast<float>(i / 2 * 3);
+        }
+        std::shuffle(sums, sums + kt_blockRows, random);
+        for (const kt_ScanKernels* kernels : kernelSets()) {
+            for (std::size_t k = 1; k <= kt_mostForKth; ++k) {
+                const std::size_t lanes = k <= 5 ? 8 : k <= 10 ? 16 : 32;
+                std::vector<float> minima(sums, sums + lanes);
+                for (std::size_t i = lanes; i < kt_blockRows; ++i) {
+                    minima[i % lanes] = std::min(minima[i % lanes], sums[i]);
+                }
+                std::sort(minima.begin(), minima.end());
+                EXPECT_EQ(kernels->kth(sums, k), minima[k - 1]) << "k " << k;
+            }
         }
     }
 }
@@ -371,6 +399,48 @@ TEST(LeafOrder, KeepsEachRowOnceAndBringsNeighboursTogether)
     std::sort(rows.begin(), rows.end());
     for (std::size_t i = 0; i < numRows; ++i) {
         ASSERT_EQ(rows[i], i);
+    }
+}
+
+/// Of one measurement, blocks in the order of the leaves are in the order of their values.
+TEST(LeafOrder, OfOneMeasurementIsTheOrderOfItsValues)
+{
+    constexpr std::size_t numRows = 64 * 64;
+    std::mt19937 random(6);
+    const std::pair<const char*, std::function<float(std::size_t)>> kinds[] = {
+        {"random", [&](std::size_t) { return static_cast<float>(random() % 100000); }},
+        {"ascending", [](std::size_t i) { return static_cast<float>(i); }},
+        {"few different", [&](std::size_t) { return static_cast<float>(random() % 3); }},
+        {"all equal", [](std::size_t) { return 1.0f; }},
+        {"mostly equal", [&](std::size_t i) { return i % 10 == 0 ? static_cast<float>(random() % 100) : 0.0f; }},
+        // The rows that a pivot is chosen from are the least of all, equal or not.
+        {"a misleading sample",
+         [&](std::size_t i) { return i % 132 < 4 ? -1.0f : static_cast<float>(random() % 1000); }},
+        {"another one", [&](std::size_t i) { return static_cast<float>(i % 132 < 4 ? i : random() % 1000 + numRows); }},
+    };
+    for (const auto& [what, draw] : kinds) {
+        std::vector<float> values(numRows);
+        for (std::size_t i = 0; i < numRows; ++i) {
+            values[i] = draw(i);
+        }
+        std::vector<std::uint32_t> rows(numRows);
+        std::iota(rows.begin(), rows.end(), 0u);
+        kt_sortByLeaves(values.data(), 1, rows.data(), rows.data() + numRows);
+        std::vector<float> inOrder(values);
+        std::sort(inOrder.begin(), inOrder.end());
+        for (std::size_t first = 0; first < numRows; first += kt_blockRows) {
+            std::vector<float> block(kt_blockRows);
+            std::transform(rows.begin() + static_cast<std::ptrdiff_t>(first),
+                           rows.begin() + static_cast<std::ptrdiff_t>(first + kt_blockRows), block.begin(),
+                           [&](std::uint32_t row) { return values[row]; });
+            std::sort(block.begin(), block.end());
+            const auto expected = inOrder.begin() + static_cast<std::ptrdiff_t>(first);
+            EXPECT_TRUE(std::equal(block.begin(), block.end(), expected)) << what << ", from place " << first;
+        }
+        std::sort(rows.begin(), rows.end());
+        for (std::size_t i = 0; i < numRows; ++i) {
+            ASSERT_EQ(rows[i], i) << what;
+        }
     }
 }
 

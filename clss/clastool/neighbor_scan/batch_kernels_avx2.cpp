@@ -1,9 +1,11 @@
 #include "batch_kernels.h"
 
-// Only this file is compiled for AVX2 and FMA, like kernels_avx2.cpp and with the same care: no inline function of another
-// header.
+// Only this file is compiled for AVX2 and FMA, like kernels_avx2.cpp and with the same care about inline functions. One
+// instruction multiplies and adds pairs of 16-bit numbers. docs/neighbor-scan.md, "Many queries at once", says what the sums are for.
 
 #if defined(__AVX2__) && defined(__FMA__)
+
+#include "batch_loops.h"
 
 #include <immintrin.h>
 
@@ -12,14 +14,13 @@ namespace {
 constexpr std::size_t lanes = 8;
 // A strip of rows and all queries keep their sums in registers.
 constexpr std::size_t stripVectors = 2;
-constexpr std::size_t stripRows = stripVectors * lanes;
 
 inline __m256i vectorAt(const std::int32_t* numbers)
 {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(numbers));
 }
 
-inline void put(std::int32_t* numbers, __m256i vector)
+inline void store(std::int32_t* numbers, __m256i vector)
 {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(numbers), vector);
 }
@@ -59,14 +60,21 @@ float round(const float* block, std::size_t size, float scale, float most, std::
             square = _mm256_add_epi32(square, _mm256_madd_epi16(pairs, pairs));
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(rows + (j * kt_blockRows + 2 * first)), pairs);
         }
-        put(squares + first, square);
+        store(squares + first, square);
         largest = _mm256_max_ps(largest, lost);
     }
     *isCut = _mm256_movemask_ps(cut) != 0;
     return largestOf(largest);
 }
 
+inline unsigned rowsBeyond(__m256i sums, __m256i limit)
+{
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(sums, limit))));
+}
+
 struct Strip {
+    static constexpr std::size_t numRows = stripVectors * lanes;
+
     Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs)
     {
         for (std::size_t q = 0; q < kt_batchQueries; ++q) {
@@ -86,48 +94,29 @@ struct Strip {
         }
     }
 
+    std::uint64_t within(std::size_t q, std::int32_t limit) const
+    {
+        const __m256i highest = _mm256_set1_epi32(limit);
+        const unsigned beyond = rowsBeyond(sum[q][0], highest) | rowsBeyond(sum[q][1], highest) << lanes;
+        return beyond ^ 0xFFFF;
+    }
+
+    void put(std::size_t q, std::int32_t* place) const
+    {
+        store(place, sum[q][0]);
+        store(place + lanes, sum[q][1]);
+    }
+
+    void lower(std::size_t q, std::int32_t* place) const
+    {
+        store(place, _mm256_min_epi32(vectorAt(place), sum[q][0]));
+        store(place + lanes, _mm256_min_epi32(vectorAt(place + lanes), sum[q][1]));
+    }
+
     __m256i sum[kt_batchQueries][stripVectors];
 };
 
-inline unsigned rowsBeyond(__m256i sums, __m256i limit)
-{
-    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(sums, limit))));
-}
-
-void sums(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-          const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
-{
-    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-        within[q] = 0;
-    }
-    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
-        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
-        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-            const __m256i limit = _mm256_set1_epi32(limits[q]);
-            const unsigned beyond = rowsBeyond(strip.sum[q][0], limit) | rowsBeyond(strip.sum[q][1], limit) << lanes;
-            if (beyond != 0xFFFF) {
-                within[q] |= std::uint64_t{beyond ^ 0xFFFF} << first;
-                put(sums + q * kt_blockRows + first, strip.sum[q][0]);
-                put(sums + q * kt_blockRows + first + lanes, strip.sum[q][1]);
-            }
-        }
-    }
-}
-
-void lower(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-           std::int32_t* least)
-{
-    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
-        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
-        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-            std::int32_t* const place = least + q * kt_blockRows + first;
-            put(place, _mm256_min_epi32(vectorAt(place), strip.sum[q][0]));
-            put(place + lanes, _mm256_min_epi32(vectorAt(place + lanes), strip.sum[q][1]));
-        }
-    }
-}
-
-const kt_BatchKernels kernels = {round, sums, lower};
+const kt_BatchKernels kernels = {round, sumsOf<Strip>, lowerBy<Strip>};
 
 }  // namespace
 

@@ -1,8 +1,11 @@
 #include "batch_kernels.h"
 
-// Only this file is compiled for AVX-512 VNNI, with the same care as batch_kernels_avx2.cpp, whose rounding it uses.
+// The loops of batch_kernels_avx2.cpp, whose rounding they use, in vectors twice as wide and with one instruction less. Only this
+// file is compiled for AVX-512 VNNI, with the same care. See docs/neighbor-scan.md, "Many queries at once".
 
 #if defined(__AVX512VNNI__) && defined(__AVX512F__) && defined(__AVX512BW__)
+
+#include "batch_loops.h"
 
 #include <immintrin.h>
 
@@ -11,9 +14,17 @@ namespace {
 constexpr std::size_t lanes = 16;
 // A strip of rows and all queries keep their sums in registers.
 constexpr std::size_t stripVectors = 2;
-constexpr std::size_t stripRows = stripVectors * lanes;
+
+/// Not _mm512_min_epi32, of which g++ 12 says that it reads a variable without a value.
+inline void putLower(std::int32_t* place, __m512i sums)
+{
+    const __m512i before = _mm512_loadu_si512(place);
+    _mm512_mask_storeu_epi32(place, _mm512_cmplt_epi32_mask(sums, before), sums);
+}
 
 struct Strip {
+    static constexpr std::size_t numRows = stripVectors * lanes;
+
     Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs)
     {
         for (std::size_t q = 0; q < kt_batchQueries; ++q) {
@@ -33,6 +44,26 @@ struct Strip {
         }
     }
 
+    std::uint64_t within(std::size_t q, std::int32_t limit) const
+    {
+        const __m512i highest = _mm512_set1_epi32(limit);
+        const std::uint64_t low = _mm512_cmple_epi32_mask(sum[q][0], highest);
+        const std::uint64_t high = _mm512_cmple_epi32_mask(sum[q][1], highest);
+        return low | high << lanes;
+    }
+
+    void put(std::size_t q, std::int32_t* place) const
+    {
+        _mm512_storeu_si512(place, sum[q][0]);
+        _mm512_storeu_si512(place + lanes, sum[q][1]);
+    }
+
+    void lower(std::size_t q, std::int32_t* place) const
+    {
+        putLower(place, sum[q][0]);
+        putLower(place + lanes, sum[q][1]);
+    }
+
     __m512i sum[kt_batchQueries][stripVectors];
 };
 
@@ -42,47 +73,7 @@ float round(const float* block, std::size_t size, float scale, float most, std::
     return kt_avx2BatchKernels->round(block, size, scale, most, rows, squares, isCut);
 }
 
-void sums(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-          const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
-{
-    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-        within[q] = 0;
-    }
-    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
-        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
-        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-            const __m512i limit = _mm512_set1_epi32(limits[q]);
-            const std::uint64_t low = _mm512_cmple_epi32_mask(strip.sum[q][0], limit);
-            const std::uint64_t high = _mm512_cmple_epi32_mask(strip.sum[q][1], limit);
-            if ((low | high) != 0) {
-                within[q] |= (low | high << lanes) << first;
-                _mm512_storeu_si512(sums + q * kt_blockRows + first, strip.sum[q][0]);
-                _mm512_storeu_si512(sums + q * kt_blockRows + first + lanes, strip.sum[q][1]);
-            }
-        }
-    }
-}
-
-/// Not _mm512_min_epi32, of which g++ 12 says that it reads a variable without a value.
-inline void putLower(std::int32_t* place, __m512i sums)
-{
-    const __m512i before = _mm512_loadu_si512(place);
-    _mm512_mask_storeu_epi32(place, _mm512_cmplt_epi32_mask(sums, before), sums);
-}
-
-void lower(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-           std::int32_t* least)
-{
-    for (std::size_t first = 0; first < kt_blockRows; first += stripRows) {
-        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
-        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-            putLower(least + q * kt_blockRows + first, strip.sum[q][0]);
-            putLower(least + q * kt_blockRows + first + lanes, strip.sum[q][1]);
-        }
-    }
-}
-
-const kt_BatchKernels kernels = {round, sums, lower};
+const kt_BatchKernels kernels = {round, sumsOf<Strip>, lowerBy<Strip>};
 
 }  // namespace
 

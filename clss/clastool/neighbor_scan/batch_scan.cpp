@@ -1,3 +1,17 @@
+// The nearest rows of many queries, by the norm of order 2: in come the queries, out come k rows of each, in no particular order.
+// docs/neighbor-scan.md, "Many queries at once", says why the answers are those of runs one by one.
+//
+// The rows' floats are rounded to 16-bit numbers as they pass, a few blocks at a time, and compared with six queries at once in exact
+// 32-bit sums. Such a sum bounds a row's distance from below and above; the k-th smallest upper bound is the query's limit, and
+// rows whose lower bound is beyond it are out. A sample of the rows gives the first limit.
+//
+//     tryOneByOne      a few queries alone: where boxes spare most rows, all are left to runs
+//     chooseScale      the steps of the numbers, from a sample of blocks
+//     prepare          the queries' numbers
+//     findFirstLimits  from the sample
+//     compare          all blocks with all queries
+//     finish           the few rows that are left of each query, by way of a run's last steps
+
 #include "batch_scan.h"
 
 #include <kt/config.h>
@@ -12,8 +26,7 @@ namespace {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-/// Room for the rounding of a few operations in double, where a bound is passed on.
-constexpr double slightly = 1.0 + 0x1p-36;
+constexpr double slightly = kt_DistanceLimits::slightly;
 
 /// With fewer queries, rounding the rows takes longer than comparing them by pairs saves; with fewer rows a run costs little.
 constexpr std::size_t leastQueries = 32;
@@ -158,6 +171,7 @@ bool kt_BatchScan::chooseScale()
     }
     most_ = largestNumber(size_);
     scale_ = std::exp2(std::floor(std::log2(most_ / (1.25 * static_cast<double>(reach)))));
+    norm_.emplace(2.0, size_, copy_.scale_ * scale_, 0.0);
     return !samples_.empty() && scale_ >= 0x1p-40 && scale_ <= 0x1p+60;
 }
 
@@ -240,18 +254,8 @@ void kt_BatchScan::setFirstLimit(Query& query, const Chunk& samples, std::vector
     std::nth_element(least.begin(), kth, least.end());
     const double root = std::sqrt(static_cast<double>(*kth) + static_cast<double>(query.square));
     query.highest = samples.isCut ? infinity : (root + query.error + samples.error) * slightly;
-    query.limit = guarded(query.highest);
+    query.limit = norm_->guarded(query.highest);
     query.isGivenUp = !(query.limit < infinity);
-}
-
-/// Where a row may lie, for the exact routine, when the k-th nearest is no farther than `highest`; infinite where that
-/// routine may not tell distances apart.
-double kt_BatchScan::guarded(double highest) const
-{
-    const double exactError = (8.0 * static_cast<double>(size_) + 2032.0) * 0x1p-53;
-    const double unit = copy_.scale_ * scale_;
-    const double widened = highest * (1.0 + exactError) / (1.0 - exactError) * slightly;
-    return widened < 0x1p+400 * unit ? std::max(widened, 0x1p-400 * unit) : infinity;
 }
 
 /// Compares the blocks with the queries from `first` on, whose limits follow what is found.
@@ -334,7 +338,7 @@ void kt_BatchScan::renew(Query& query, std::size_t index)
 {
     if (query.numSmallest == k_) {
         query.highest = std::min(query.highest, smallest_[index * k_]);
-        query.limit = guarded(query.highest);
+        query.limit = norm_->guarded(query.highest);
     }
     query.isRenewed = false;
 }

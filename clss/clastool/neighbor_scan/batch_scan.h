@@ -2,9 +2,11 @@
 
 #include "batch_kernels.h"
 #include "compact_copy.h"
+#include "distance_limits.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 /// The nearest rows of many queries at once, by the norm of order 2, from the floats of a compact copy. A block of rows is
@@ -82,7 +84,6 @@ private:
     void take(Query& query, std::size_t index, std::uint32_t row, double root, const Chunk& chunk);
     void keepNearest(Query& query, std::size_t index);
     void renew(Query& query, std::size_t index);
-    double guarded(double highest) const;
     bool finish(Query& query, std::size_t index, kt_RowList& rows);
 
     const std::int16_t* numbersOf(std::size_t first) const { return numbers_.data() + first * 2 * numPairs_; }
@@ -98,6 +99,8 @@ private:
     // Steps to one of the copy's units, a power of two, and the largest number of a row or a query.
     double scale_ = 0.0;
     double most_ = 0.0;
+    // The exact routine's rounding, for distances in steps.
+    std::optional<kt_DistanceLimits> norm_;
     std::vector<Block> blocks_;
     std::vector<Block> samples_;
     std::vector<Query> queries_;

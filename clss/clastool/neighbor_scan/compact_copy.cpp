@@ -2,6 +2,8 @@
 
 #include "leaf_order.h"
 
+#include <kt/config.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -355,9 +357,23 @@ void kt_CompactCopy::addGroup(const Rows& rows, const std::uint32_t* numbers, st
         const std::size_t first = std::min(block * kt_blockRows, count);
         const std::size_t here = std::min(kt_blockRows, count - first);
         for (std::size_t i = 0; i < here; ++i) {
+            // Rows that lie side by side in space lie scattered in `rows`.
+            constexpr std::size_t lead = 8;
+            prefetchRow(rows, numbers[std::min(first + i + lead, count - 1)]);
             placeRow(rows, numbers[first + i], (group.firstBlock + block) * kt_blockRows + i);
         }
         boundBlock(group.firstBlock + block, here, boxes_.data() + group.firstBox + block, stride);
+    }
+}
+
+void kt_CompactCopy::prefetchRow(const Rows& rows, std::uint32_t number) const
+{
+    const std::size_t source = (number - rows.first) * size_;
+    for (std::size_t j = 0; j < size_; j += 64 / sizeof(float)) {
+        KT_PREFETCH(rows.floats.data() + source + j);
+    }
+    if (hasCells_) {
+        KT_PREFETCH(rows.cells.data() + source);
     }
 }
 

@@ -163,6 +163,7 @@ private:
                            const std::vector<double>& centre);
     void addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers);
     void addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count);
+    void prefetchRow(const Rows& rows, std::uint32_t number) const;
     void placeRow(const Rows& rows, std::uint32_t number, std::size_t position);
     void boundBlock(std::size_t block, std::size_t count, float* boxes, std::size_t stride) const;
     void boundGroups(Zone& zone) const;

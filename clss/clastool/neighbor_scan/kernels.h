@@ -18,12 +18,20 @@ using kt_FloatKernel = std::uint64_t (*)(const float* block, const float* query,
 
 /// The same sums for the nearest points of `count` boxes, a multiple of 8 and at most 64: what no point in a box stays below.
 /// `boxes` holds for each measurement the low ends of all boxes and behind them the high ends. A box with its ends the wrong
-/// way round is infinitely far. `sums` is filled, up to `count`.
-using kt_BoxKernel = std::uint64_t (*)(const float* boxes, std::size_t count, const float* query, std::size_t size,
-                                       float order, float limit, float* sums);
+/// way round is infinitely far.
+using kt_BoxKernel = void (*)(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
+                              float* sums);
 
-/// Which of 64 sums are not greater than the limit.
-using kt_WithinKernel = std::uint64_t (*)(const float* sums, float limit);
+/// Which of `count` sums, a multiple of 8 and at most 64, are not greater than the limit.
+using kt_WithinKernel = std::uint64_t (*)(const float* sums, std::size_t count, float limit);
+
+/// Which of `count` sums, as above, are the least one.
+using kt_LeastKernel = std::uint64_t (*)(const float* sums, std::size_t count);
+
+/// Not less than the k-th smallest of 64 sums, and mostly not much more: the k-th smallest of the minima of sets of them, 8 to 32
+/// sets that have no sum in common. k is at most kt_mostForKth.
+using kt_KthKernel = float (*)(const float* sums, std::size_t k);
+constexpr std::size_t kt_mostForKth = 16;
 
 /// Sums of what the cells of each row are worth. `block` holds 32 bytes for each measurement, byte i with the cell of row i
 /// in its low and of row i + 32 in its high half; `worths` what each of the 16 cells is worth, for each measurement: at
@@ -48,6 +56,8 @@ struct kt_ScanKernels {
     kt_OrderKernels anyOrder;
     kt_CellKernel cells;
     kt_WithinKernel within;
+    kt_LeastKernel least;
+    kt_KthKernel kth;
     /// Whether `cells` takes less time than any of the loops above, not only than `anyOrder`.
     bool hasFastCells;
 };

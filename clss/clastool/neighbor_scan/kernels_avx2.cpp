@@ -1,9 +1,11 @@
 #include "kernels.h"
 
-// Only this file is compiled for AVX2 and FMA. It uses no inline function of another header, because the linker may keep
-// this file's copy of one for the whole program.
+// Only this file is compiled for AVX2 and FMA. Of other headers it uses no inline function but such as are its own, because the
+// linker may keep this file's copy of one for the whole program.
 
 #if defined(__AVX2__) && defined(__FMA__)
+
+#include "kth_of_minima.h"
 
 #include <immintrin.h>
 
@@ -118,12 +120,9 @@ std::uint64_t floatSums(const float* block, const float* query, std::size_t size
 }
 
 template <class Term>
-std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
-                      float limit, float* sums)
+void boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order, float* sums)
 {
     const Term term(order);
-    const __m256 highest = _mm256_set1_ps(limit);
-    std::uint64_t within = 0;
     for (std::size_t first = 0; first < count; first += lanes) {
         __m256 sum = _mm256_setzero_ps();
         const float* low = boxes + first;
@@ -134,10 +133,7 @@ std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query,
             sum = term.add(sum, _mm256_max_ps(_mm256_max_ps(below, above), _mm256_setzero_ps()));
         }
         _mm256_storeu_ps(sums + first, sum);
-        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(sum, highest, _CMP_LE_OQ));
-        within |= std::uint64_t{static_cast<unsigned>(mask)} << first;
     }
-    return within;
 }
 
 /// Bit i: the number i of 32 16-bit numbers, which lie alternately in `even` and `odd`, is not greater than `limit`.
@@ -200,15 +196,31 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::
     return low.within(highest) | high.within(highest) << half;
 }
 
-std::uint64_t within(const float* sums, float limit)
+std::uint64_t within(const float* sums, std::size_t count, float limit)
 {
     const __m256 highest = _mm256_set1_ps(limit);
     std::uint64_t rows = 0;
-    for (int v = 0; v < vectors; ++v) {
-        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(_mm256_loadu_ps(sums + v * lanes), highest, _CMP_LE_OQ));
-        rows |= std::uint64_t{static_cast<unsigned>(mask)} << (v * lanes);
+    for (std::size_t first = 0; first < count; first += lanes) {
+        const int mask = _mm256_movemask_ps(_mm256_cmp_ps(_mm256_loadu_ps(sums + first), highest, _CMP_LE_OQ));
+        rows |= std::uint64_t{static_cast<unsigned>(mask)} << first;
     }
     return rows;
+}
+
+std::uint64_t least(const float* sums, std::size_t count)
+{
+    __m256 smallest = _mm256_loadu_ps(sums);
+    for (std::size_t first = lanes; first < count; first += lanes) {
+        smallest = _mm256_min_ps(smallest, _mm256_loadu_ps(sums + first));
+    }
+    __m128 four = _mm_min_ps(_mm256_castps256_ps128(smallest), _mm256_extractf128_ps(smallest, 1));
+    four = _mm_min_ps(four, _mm_movehl_ps(four, four));
+    return within(sums, count, _mm_cvtss_f32(_mm_min_ss(four, _mm_shuffle_ps(four, four, 1))));
+}
+
+float kth(const float* sums, std::size_t k)
+{
+    return kthOfMinima(sums, k);
 }
 
 template <class Term>
@@ -221,6 +233,8 @@ const kt_ScanKernels kernels = {kernelsOf<Order1>,
                                 kernelsOf<AnyOrder>,
                                 cells,
                                 within,
+                                least,
+                                kth,
                                 true};
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "kernels.h"
+#include "kth_of_minima.h"
 
 #include <algorithm>
 #include <cmath>
@@ -78,8 +79,7 @@ std::uint64_t floatSums(const float* block, const float* query, std::size_t size
 }
 
 template <class Term>
-std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
-                      float limit, float* sums)
+void boxSums(const float* boxes, std::size_t count, const float* query, std::size_t size, float order, float* sums)
 {
     std::fill(sums, sums + count, 0.0f);
     for (std::size_t j = 0; j < size; ++j) {
@@ -89,7 +89,6 @@ std::uint64_t boxSums(const float* boxes, std::size_t count, const float* query,
             sums[box] += Term::of(std::max(outside, 0.0f), order);
         }
     }
-    return rowsWithin(sums, count, limit);
 }
 
 std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
@@ -107,9 +106,19 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::
     return rowsWithin(sums, kt_blockRows, limit);
 }
 
-std::uint64_t within(const float* sums, float limit)
+std::uint64_t within(const float* sums, std::size_t count, float limit)
 {
-    return rowsWithin(sums, kt_blockRows, limit);
+    return rowsWithin(sums, count, limit);
+}
+
+std::uint64_t least(const float* sums, std::size_t count)
+{
+    return rowsWithin(sums, count, *std::min_element(sums, sums + count));
+}
+
+float kth(const float* sums, std::size_t k)
+{
+    return kthOfMinima(sums, k);
 }
 
 template <class Term>
@@ -124,4 +133,6 @@ const kt_ScanKernels kt_baselineKernels = {kernelsOf<Order1>,
                                            kernelsOf<AnyOrder>,
                                            cells,
                                            within,
+                                           least,
+                                           kth,
                                            false};

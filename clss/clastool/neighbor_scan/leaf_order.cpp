@@ -13,6 +13,62 @@ struct Keyed {
     std::uint32_t row;
 };
 
+/// Brings those that are less than the pivot to the front, and returns their number. Swaps whatever the values are: the
+/// processor would predict badly which ones to swap.
+template <class IsLess>
+std::size_t partition(Keyed* keyed, std::size_t count, IsLess isLess)
+{
+    std::size_t numLess = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const Keyed here = keyed[i];
+        keyed[i] = keyed[numLess];
+        keyed[numLess] = here;
+        numLess += isLess(here.value) ? 1 : 0;
+    }
+    return numLess;
+}
+
+/// A value near the one that comes at place `left` in order: from a sample.
+float pivotOf(const Keyed* keyed, std::size_t count, std::size_t left)
+{
+    constexpr std::size_t sampled = 31;
+    float sample[sampled];
+    for (std::size_t i = 0; i < sampled; ++i) {
+        sample[i] = keyed[i * count / sampled].value;
+    }
+    float* const pivot = sample + left * sampled / count;
+    std::nth_element(sample, pivot, sample + sampled);
+    return *pivot;
+}
+
+/// Brings the `left` least of the values to the front, in any order. Takes linear time: a round that drops few is the last.
+void select(Keyed* keyed, std::size_t count, std::size_t left)
+{
+    constexpr std::size_t few = 256;
+    for (std::size_t numDropped = count; count > few && numDropped * 16 >= count;) {
+        const float pivot = pivotOf(keyed, count, left);
+        std::size_t numLess = partition(keyed, count, [pivot](float value) { return value < pivot; });
+        if (numLess > left) {
+            numDropped = count - numLess;
+            count = numLess;
+            continue;
+        }
+        if (numLess == 0) {
+            // So that the round gets on where many values are equal.
+            numLess = partition(keyed, count, [pivot](float value) { return value == pivot; });
+            if (numLess > left) {
+                return;
+            }
+        }
+        numDropped = numLess;
+        keyed += numLess;
+        count -= numLess;
+        left -= numLess;
+    }
+    std::nth_element(keyed, keyed + left, keyed + count,
+                     [](const Keyed& a, const Keyed& b) { return a.value < b.value; });
+}
+
 class LeafOrder {
 public:
     LeafOrder(const float* values, std::size_t size, std::size_t numRows)
@@ -40,9 +96,7 @@ private:
         for (std::size_t i = 0; i < count; ++i) {
             keyed_[i] = {values[rows[i] * size_], rows[i]};
         }
-        const auto first = keyed_.begin();
-        std::nth_element(first, first + static_cast<std::ptrdiff_t>(left), first + static_cast<std::ptrdiff_t>(count),
-                         [](const Keyed& a, const Keyed& b) { return a.value < b.value; });
+        select(keyed_.data(), count, left);
         for (std::size_t i = 0; i < count; ++i) {
             rows[i] = keyed_[i].row;
         }

@@ -1,0 +1,159 @@
+#pragma once
+
+#include "nearest_list.h"
+
+#include <kt/scratch.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+// The lists of a search: the k smallest sums so far, the rows that may be among the nearest, and those of them whose distances
+// are known exactly.
+
+/// The k smallest values seen so far.
+template <class Value>
+class kt_Smallest {
+public:
+    explicit kt_Smallest(std::size_t k) : values_(k) { clear(); }
+
+    void clear() { std::fill(values_.begin(), values_.end(), std::numeric_limits<Value>::infinity()); }
+
+    /// The largest of the k; infinite while there were fewer.
+    Value largest() { return isSorted() ? values_[values_.size() - 1] : values_[0]; }
+
+    void take(Value value)
+    {
+        Value* const values = values_.data();
+        if (isSorted()) {
+            insert(values, values_.size(), value);
+        } else if (value < values[0]) {
+            replaceLargest(values, values_.size(), value);
+        }
+    }
+
+private:
+    /// So few are kept in order, without a branch that depends on the values: the processor predicts those of a heap badly.
+    static constexpr std::size_t mostSorted = 16;
+
+    bool isSorted() const { return values_.size() <= mostSorted; }
+
+    static void insert(Value* values, std::size_t size, Value value)
+    {
+        for (std::size_t place = size - 1; place > 0; --place) {
+            values[place] = std::min(values[place], std::max(values[place - 1], value));
+        }
+        values[0] = std::min(values[0], value);
+    }
+
+    /// Lets the value sink from the top of the heap.
+    static void replaceLargest(Value* values, std::size_t size, Value value)
+    {
+        std::size_t place = 0;
+        for (std::size_t child = 1; child < size; child = 2 * place + 1) {
+            child += child + 1 < size && values[child] < values[child + 1] ? 1 : 0;
+            if (!(value < values[child])) {
+                break;
+            }
+            values[place] = values[child];
+            place = child;
+        }
+        values[place] = value;
+    }
+
+    kt_Scratch<Value, 256> values_;
+};
+
+/// A row that may be among the nearest, and the sum that is known of it.
+struct kt_Candidate {
+    enum class Known : std::uint32_t { nothing, floatSum, simpleSum };
+
+    std::uint32_t row;
+    Known known;
+    double sum;
+};
+
+/// Rows that may still be among the nearest.
+class kt_Candidates {
+public:
+    /// When there are so many, some are to be dropped before the next block of rows is taken.
+    static constexpr std::size_t many = 1024;
+
+    void add(const kt_Candidate& candidate) { entries_[count_++] = candidate; }
+
+    /// Keeps those whose sum is not beyond the limit for sums of its kind. Whether one is kept decides no branch.
+    void keepUpTo(double floatLimit, double simpleLimit)
+    {
+        const double limits[] = {std::numeric_limits<double>::infinity(), floatLimit, simpleLimit};
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < count_; ++i) {
+            const kt_Candidate candidate = entries_[i];
+            entries_[kept] = candidate;
+            kept += candidate.sum <= limits[static_cast<std::size_t>(candidate.known)] ? 1 : 0;
+        }
+        count_ = kept;
+    }
+    void clear() { count_ = 0; }
+    kt_Candidate* begin() { return entries_.data(); }
+    kt_Candidate* end() { return entries_.data() + count_; }
+    std::size_t size() const { return count_; }
+
+private:
+    std::array<kt_Candidate, many + 64> entries_;
+    std::size_t count_ = 0;
+};
+
+/// Rows with their exact distances, in any order: those that decide the plain answer. They are the rows nearer than the k-th
+/// smallest distance and, of those at this distance, the first k in stored order, so never more than 2 k - 1.
+class kt_ExactRows {
+public:
+    kt_ExactRows(std::size_t k, std::size_t numRows) : k_(k), entries_(std::min(2 * k, numRows)) {}
+
+    bool isEmpty() const { return count_ == 0; }
+
+    void add(std::uint32_t row, double distance)
+    {
+        const Entry entry{std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance, row};
+        if (count_ == entries_.size()) {
+            if (!(entry < entries_[0])) {
+                return;
+            }
+            std::pop_heap(entries_.begin(), entries_.end());
+            --count_;
+        }
+        entries_[count_++] = entry;
+        std::push_heap(entries_.begin(), entries_.begin() + count_);
+    }
+
+    /// The rows of the plain answer, as many as `rows` has room for.
+    void finish(kt_Scratch<std::size_t, 256>& rows)
+    {
+        std::sort(entries_.begin(), entries_.begin() + count_,
+                  [](const Entry& a, const Entry& b) { return a.row < b.row; });
+        kt_NearestList list(k_);
+        for (std::size_t i = 0; i < count_; ++i) {
+            list.insert(entries_[i].row, entries_[i].distance);
+        }
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            rows[i] = list.row(i);
+        }
+    }
+
+private:
+    struct Entry {
+        double distance;
+        std::uint32_t row;
+
+        bool operator<(const Entry& other) const
+        {
+            return distance != other.distance ? distance < other.distance : row < other.row;
+        }
+    };
+
+    const std::size_t k_;
+    kt_Scratch<Entry, 512> entries_;
+    std::size_t count_ = 0;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "kernels.h"
+
+// Plain loops that each file of kernels compiles for its own processors: everything here is local to the file.
+
+namespace {
+
+/// Counts for each minimum how many are less: no branch depends on the values, which a processor would predict badly.
+template <std::size_t numLanes>
+float kthOfLanes(const float* sums, std::size_t k)
+{
+    float minima[numLanes];
+    for (std::size_t lane = 0; lane < numLanes; ++lane) {
+        minima[lane] = sums[lane];
+    }
+    for (std::size_t first = numLanes; first < kt_blockRows; first += numLanes) {
+        for (std::size_t lane = 0; lane < numLanes; ++lane) {
+            const float sum = sums[first + lane];
+            minima[lane] = sum < minima[lane] ? sum : minima[lane];
+        }
+    }
+    std::uint32_t numLess[numLanes] = {};
+    for (std::size_t other = 0; other < numLanes; ++other) {
+        for (std::size_t lane = 0; lane < numLanes; ++lane) {
+            numLess[lane] += minima[other] < minima[lane] ? 1 : 0;
+        }
+    }
+    float kth = 0.0f;
+    for (std::size_t lane = 0; lane < numLanes; ++lane) {
+        const float candidate = numLess[lane] < k ? minima[lane] : 0.0f;
+        kth = candidate > kth ? candidate : kth;
+    }
+    return kth;
+}
+
+float kthOfMinima(const float* sums, std::size_t k)
+{
+    return k <= 5 ? kthOfLanes<8>(sums, k) : k <= 10 ? kthOfLanes<16>(sums, k) : kthOfLanes<32>(sums, k);
+}
+
+}  // namespace
