@@ -437,13 +437,14 @@ void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePatt
         std::vector<std::size_t> rows;
         const std::vector<char> isFound = findTogether(patterns.data() + first, count, k, rows);
         for (std::size_t i = 0; i < count; ++i) {
+            // What a run does, less its calls that record nothing for this technique.
             const ktFeaturePattern& pattern = *patterns[first + i];
-            if (isFound.empty() || isFound[i] == 0) {
-                run(pattern, results[first + i], diag, flags);
-                continue;
-            }
             unsigned long ownFlags = flags;
             ktDiagObject::getRecordingDestination(diag, ownFlags);
+            if (isFound.empty() || isFound[i] == 0) {
+                run_(pattern, results[first + i]);
+                continue;
+            }
             for (std::size_t row = 0; isAsked && row < numRows; ++row) {
                 kt_pollAttention();
             }

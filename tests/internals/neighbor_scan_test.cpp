@@ -252,6 +252,19 @@ TEST_P(NeighborScan, VeryManyRowsAreFoundWhereverTheyAre)
     }
 }
 
+// Their floats' powers are infinite, and so are those of the boxes around them, while there is no limit yet.
+TEST_P(NeighborScan, RowsAndBoxesInfinitelyFarAreFoundWhereTheNearOnesAreTooFew)
+{
+    RandomStore all(1000, 3, [](std::mt19937& random, std::size_t number, Row& row) {
+        for (double& value : row) {
+            value *= number % 4 == 0 ? 1e30 * static_cast<double>(random() % 1000 + 1) : 1.0;
+        }
+    });
+    for (const double order : {2.0, 3.0, 7.5}) {
+        all.expectPlainAnswer(Row(3, 0.25), order, 900);
+    }
+}
+
 // More candidates than a list holds, which float sums cannot tell apart, then such that sums in double cannot either.
 TEST_P(NeighborScan, TooManyRowsToListAreToldApart)
 {

@@ -1,3 +1,7 @@
+// Lower bounds from four bits a measurement. What each of a measurement's 16 cells is worth for this query, the power of the distance
+// from the nearest value in it, is rounded down to whole units of the limit; a row whose cells are worth more than the limit is out.
+// docs/neighbor-scan.md, "The bounds", the cell level.
+
 #include "cell_filter.h"
 
 #include <algorithm>

@@ -1,3 +1,13 @@
+// The compact copy of a store: what is kept beside the patterns for the scan. docs/neighbor-scan.md, "What is kept beside the
+// patterns".
+//
+// In comes a store; out come its rows as floats in blocks of 64, boxes around blocks and around groups of 64 blocks, and cells.
+//
+//     hold           has the patterns tell the copy when they change
+//     lookAtSample   offsets, scale and the edges of the cells, from some of the rows
+//     arrange        floats and cells of all rows; then zone by zone the order of the leaves, blocks and boxes
+//     appendLast     one row more, which waits without a box until sortUnsorted makes a group of 1024 such
+
 #include "compact_copy.h"
 
 #include "leaf_order.h"

@@ -1,3 +1,6 @@
+// The definition of the distance, in a file of its own because of its flags. docs/neighbor-scan.md, "The way of a run", says when it
+// is asked.
+
 #include "exact_distance.h"
 
 #include <cmath>

@@ -1,3 +1,6 @@
+// Which set of inner loops scans use: the best that both the compiler and the processor know, unless a test asks for less.
+// docs/neighbor-scan.md, "Processors".
+
 #include "batch_kernels.h"
 #include "compact_copy.h"
 #include "kernels.h"

@@ -1,5 +1,6 @@
 #include "kernels.h"
 
+// The loops of kernels.h in vectors of 8 floats. docs/neighbor-scan.md, "The bounds", says how far each sum may be off.
 // Only this file is compiled for AVX2 and FMA. Of other headers it uses no inline function but such as are its own, because the
 // linker may keep this file's copy of one for the whole program.
 

@@ -1,3 +1,6 @@
+// The loops of kernels.h for every processor, written so that a compiler may use what vectors it knows. docs/neighbor-scan.md, "The
+// bounds", says how far each sum may be off.
+
 #include "kernels.h"
 #include "kth_of_minima.h"
 

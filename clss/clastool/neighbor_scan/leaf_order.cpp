@@ -1,3 +1,6 @@
+// The order of the leaves of a k-d tree, without the tree: rows are split at the middle of the measurement that spreads most, then
+// both halves likewise, until a block is left. Splits fall between whole blocks. docs/neighbor-scan.md says what the order is for.
+
 #include "leaf_order.h"
 
 #include "kernels.h"
