@@ -26,7 +26,8 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL clastool-runtime clastool-dev)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_PACKAGE_CONTACT "The clastool developers")
+# Debian asks for an address. The project has none, so this is one of a domain that is kept for nobody.
+set(CPACK_PACKAGE_CONTACT "The clastool authors <clastool@example.org>")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
 # What the libraries need is read from the libraries; their own entry is for packages that need them.
@@ -35,12 +36,13 @@ set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_CLASTOOL-RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_COMPONENT_CLASTOOL-RUNTIME_DESCRIPTION "The shared libraries libclastool, libclastool-kit and libktfoundation.")
+set(CPACK_DEBIAN_CLASTOOL-RUNTIME_DESCRIPTION
+    "classifiers that decide by expected cost\nSorts measured objects into categories: by probability densities or nearest neighbours learnt from labelled data, or by decision trees. This package holds the shared libraries libclastool, libclastool-kit and libktfoundation.")
 
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_NAME libclastool-dev)
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_CLASTOOL-DEV_PACKAGE_DEPENDS "${runtime} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_CLASTOOL-DEV_DESCRIPTION
-    "What building programs with libclastool takes: headers, CMake package, pkg-config file, documents, examples.")
+set(CPACK_DEBIAN_CLASTOOL-DEV_DESCRIPTION
+    "classifiers that decide by expected cost (development files)\nSorts measured objects into categories: by probability densities or nearest neighbours learnt from labelled data, or by decision trees. This package holds what building programs takes: headers, CMake package, pkg-config files, documents, examples.")
 
 include(CPack)

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 class ktClassifierDistributionTypes;
@@ -266,6 +267,20 @@ public:
         const ktClassifierFrequencies& categoryFrequencies = ktClassifierFrequencies(),
         const ktClassifierCosts& misclassificationCosts = ktClassifierCosts(),
         const ktFeaturePattern& maxMeasurementValues = ktFeaturePattern());
+    /// Normal distributions of independent measurements, and equal frequencies. A template, as the next, so that a type of
+    /// distribution is not taken for costs, nor {} for frequencies.
+    template <class Costs, class = std::enable_if_t<std::is_same_v<Costs, ktClassifierCosts>>>
+    explicit ktClassifierTrainParamsBayesian(const Costs& misclassificationCosts)
+        : ktClassifierTrainParamsBayesian({}, {}, misclassificationCosts)
+    {
+    }
+    /// Normal distributions of independent measurements.
+    template <class Frequencies, class = std::enable_if_t<std::is_same_v<Frequencies, ktClassifierFrequencies>>>
+    ktClassifierTrainParamsBayesian(const Frequencies& categoryFrequencies,
+                                    const ktClassifierCosts& misclassificationCosts)
+        : ktClassifierTrainParamsBayesian({}, categoryFrequencies, misclassificationCosts)
+    {
+    }
     ktClassifierTrainParamsBayesian(const ktClassifierTrainParamsBayesian&);
     ktClassifierTrainParamsBayesian& operator=(const ktClassifierTrainParamsBayesian&);
     ~ktClassifierTrainParamsBayesian() override;

@@ -5,6 +5,7 @@
 #include <kt/scratch.h>
 
 #include <cstddef>
+#include <type_traits>
 
 class kt_CompactCopy;
 class kt_NearestList;
@@ -89,6 +90,17 @@ public:
     ktClassifierTrainParamsKNN(long k = 1);
     /// Throws: ktClassifierDefs::BadParams "K must be >= 1"; what the metric's `clone` throws.
     ktClassifierTrainParamsKNN(long k, const ktPatternDistanceMetric& metric, const ktClassifierCosts& costs);
+    /// Costs of 1.0. Throws: as above.
+    ktClassifierTrainParamsKNN(long k, const ktPatternDistanceMetric& metric)
+        : ktClassifierTrainParamsKNN(k, metric, ktClassifierCosts())
+    {
+    }
+    /// The Euclidean norm. A template, so that a number is not taken for costs. Throws: ktClassifierDefs::BadParams "K must be >= 1".
+    template <class Costs, class = std::enable_if_t<std::is_same_v<Costs, ktClassifierCosts>>>
+    ktClassifierTrainParamsKNN(long k, const Costs& costs)
+        : ktClassifierTrainParamsKNN(k, ktPatternDistanceMetricNorm(), costs)
+    {
+    }
     ktClassifierTrainParamsKNN(const ktClassifierTrainParamsKNN&);
     ktClassifierTrainParamsKNN& operator=(const ktClassifierTrainParamsKNN&);
     ~ktClassifierTrainParamsKNN() override;

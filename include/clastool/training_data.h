@@ -295,7 +295,9 @@ public:
     /// Throws: ktClassifierDefs::BadIndex "Category label index must be >=0 and < number of patterns.".
     long categoryLabel(long index) const override;
 
-    /// Appends a pattern and its label. The first pattern is not checked and sets the number of measurements.
+    /// Appends a pattern and its label. The first pattern is not checked and sets the number of measurements. Give a handle, or
+    /// `new ktFeaturePattern(...)`, of which it makes one. The address of a pattern on the stack looks the same to a compiler, and
+    /// compiles; but the last handle destroys what it holds, so the program then ends in undefined behaviour.
     /// Throws, with patterns held: ktBadPointer for a null handle, then ktClassifierDefs::BadFeatures "Feature pattern must
     /// have the same number of measurements as the rest of the data.". Then: ktClassifierDefs::BadLabel "Category labels
     /// must be >= 0 or unknown" for a label below -1.

@@ -79,6 +79,15 @@ TEST(BayesianParams, LaterArgumentsHaveTheirDefaults)
     EXPECT_TRUE(Params(someTypes(), someFrequencies(), someCosts()).maxMeasurementValues() == ktFeaturePattern());
 }
 
+TEST(BayesianParams, TakeCostsAloneOrWithFrequencies)
+{
+    EXPECT_TRUE(Params(someCosts()) == Params(Types(), ktClassifierFrequencies(), someCosts()));
+    EXPECT_TRUE(Params(someFrequencies(), someCosts()) == Params(Types(), someFrequencies(), someCosts()));
+    // What was taken for types of distribution is still that.
+    EXPECT_TRUE(Params(Types::eBinomial) == Params(Types(Types::eBinomial)));
+    EXPECT_TRUE(Params({}, {}) == Params());
+}
+
 TEST(BayesianParams, SettersReplaceTheirFieldAlone)
 {
     Params params;

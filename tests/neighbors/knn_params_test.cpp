@@ -10,6 +10,7 @@
 
 #include <limits>
 #include <stdexcept>
+#include <type_traits>
 
 namespace {
 
@@ -58,6 +59,17 @@ TEST(KnnParams, HoldWhatTheyAreGiven)
     EXPECT_EQ(params.k(), 9);
     EXPECT_EQ(orderOf(params), 3.0);
     EXPECT_TRUE(params.misclassificationCosts() == someCosts());
+}
+
+TEST(KnnParams, TakeAMetricOrCostsAlone)
+{
+    EXPECT_TRUE(Params(9, ktPatternDistanceMetricNorm(3.0)) ==
+                Params(9, ktPatternDistanceMetricNorm(3.0), ktClassifierCosts()));
+    EXPECT_TRUE(Params(9, someCosts()) == Params(9, ktPatternDistanceMetricNorm(2.0), someCosts()));
+    expectThrows<ktClassifierDefs::BadParams>(badK, [] { Params params(0, ktPatternDistanceMetricNorm(3.0)); });
+    expectThrows<ktClassifierDefs::BadParams>(badK, [] { Params params(0, someCosts()); });
+    // A number is an order to one reader and a cost to the next, so it is neither.
+    EXPECT_FALSE((std::is_constructible_v<Params, long, double>));
 }
 
 TEST(KnnParams, RefuseAKBelowOneAndKeepTheOldOne)
