@@ -67,7 +67,7 @@ void fill(ktKit::Density& filled, kt_PDFBinomial& binomial)
 /// A copy of the model that shares no density with it.
 Model ownCopy(const kt_CategoryModelBayesian& model)
 {
-    const Model copy = new kt_CategoryModelBayesian(model);
+    Model copy = new kt_CategoryModelBayesian(model);
     for (auto& density : Access::densities(*copy)) {
         if (auto* normal = exactly<kt_PDFMultivariateNormal>(*density)) {
             density = new kt_PDFMultivariateNormal(*normal);

@@ -135,7 +135,7 @@ struct ktKit::Rejection::Learnt {
     }
 };
 
-ktKit::Rejection::Rejection(const ktClassifierTool& tool, const ktClassifierDataProvider& provider, double share)
+ktKit::Rejection::Rejection(const ktClassifierTool& tool, const ktClassifierDataProvider& data, double share)
 {
     if (!tool.isTrained()) {
         throw ktClassifierDefs::NotTrained("Classifier tool must be trained before learning what to reject");
@@ -152,15 +152,13 @@ ktKit::Rejection::Rejection(const ktClassifierTool& tool, const ktClassifierData
     for (const auto& model : learnt->models()) {
         learnt->patterns[model->categoryLabel()];
     }
-    // Its readers are declared without const.
-    auto& data = const_cast<ktClassifierDataProvider&>(provider);
+    const Patterns patterns = ktKit::patterns(data);
     long size = 0;
-    for (long i = 0; i < data.numPatterns(); ++i) {
-        const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
-        size = std::max(size, pattern->numMeasurements());
-        const auto place = learnt->patterns.find(data.categoryLabel(i));
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        size = std::max(size, patterns[i]->numMeasurements());
+        const auto place = learnt->patterns.find(data.categoryLabel(static_cast<long>(i)));
         if (place != learnt->patterns.end()) {
-            place->second.push_back(pattern);
+            place->second.push_back(patterns[i]);
         }
     }
     learnt->limitsFor(ktFeaturePattern(std::vector<double>(static_cast<std::size_t>(size)), {}));

@@ -124,15 +124,15 @@ ktPtrHandle_const<ktFeaturePattern> ktKit::Scaler::transform(const ktFeaturePatt
     return new ktFeaturePattern(values, missing);
 }
 
-ktClassifierDataProviderMemory ktKit::Scaler::transform(const ktClassifierDataProvider& provider) const
+ktClassifierDataProviderMemory ktKit::Scaler::transform(const ktClassifierDataProvider& data) const
 {
     // A provider's readers are declared without const.
-    auto& data = const_cast<ktClassifierDataProvider&>(provider);
+    auto& readable = const_cast<ktClassifierDataProvider&>(data);
     ktClassifierDataProviderMemory transformed;
-    transformed.setName(data.name());
-    transformed.setDescription(data.description());
-    for (long i = 0; i < data.numPatterns(); ++i) {
-        transformed.addData(transform(*data.featurePattern(i)), data.categoryLabel(i));
+    transformed.setName(readable.name());
+    transformed.setDescription(readable.description());
+    for (long i = 0; i < readable.numPatterns(); ++i) {
+        transformed.addData(transform(*readable.featurePattern(i)), readable.categoryLabel(i));
     }
     return transformed;
 }

@@ -5,11 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <cmath>
 #include <filesystem>
 #include <limits>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -141,29 +142,30 @@ TEST(KitCsv, NoRowsGiveNoPatterns)
     EXPECT_EQ(table.data.numPatterns(), 0);
 }
 
-// The C library's own conversion judges.
+// The compiler's own conversion judges.
 TEST(KitCsv, NumbersAreRoundedToTheNearest)
 {
-    const Names texts = {"0.1",
-                         "1e22",
-                         "1e23",
-                         "8.5e-320",
-                         "4.9406564584124654e-324",
-                         "1.7976931348623157e308",
-                         "-0.0",
-                         "3.",
-                         "0.30000000000000004",
-                         "9007199254740993",
-                         "2.2250738585072011e-308",
-                         "179769313486231580793728971405301e276"};
+    const std::vector<std::pair<std::string, double>> numbers = {{"0.1", 0.1},
+                                                                 {"1e22", 1e22},
+                                                                 {"1e23", 1e23},
+                                                                 {"8.5e-320", 8.5e-320},
+                                                                 {"4.9406564584124654e-324", 4.9406564584124654e-324},
+                                                                 {"1.7976931348623157e308", 1.7976931348623157e308},
+                                                                 {"-0.0", -0.0},
+                                                                 {"3.", 3.},
+                                                                 {"0.30000000000000004", 0.30000000000000004},
+                                                                 {"9007199254740993", 9007199254740993.0},
+                                                                 {"2.2250738585072011e-308", 2.2250738585072011e-308},
+                                                                 {"179769313486231570e291", 179769313486231570e291}};
     std::string file = "kind,x\n";
-    for (const std::string& text : texts) {
-        file += "0," + text + "\n";
+    for (const auto& number : numbers) {
+        file += "0," + number.first + "\n";
     }
     ktKit::Table table = read(file);
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        EXPECT_EQ(row(table, static_cast<long>(i))[0], std::strtod(texts[i].c_str(), nullptr)) << texts[i];
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        EXPECT_EQ(row(table, static_cast<long>(i))[0], numbers[i].second) << numbers[i].first;
     }
+    EXPECT_TRUE(std::signbit(row(table, 6)[0]));
 }
 
 TEST(KitCsv, SaysWhereAndWhatIsWrong)
@@ -207,6 +209,36 @@ TEST(KitCsv, ReadsFiles)
     expectThrows<ktKit::FileError>(path + ": cannot be read", [&] { ktKit::readCsv(path); });
     const std::string folder = std::filesystem::temp_directory_path().string();
     expectThrows<ktKit::FileError>(folder + ": cannot be read", [&] { ktKit::readCsv(folder); });
+}
+
+TEST(KitCsv, AnyBytesEndInATableOrInAnError)
+{
+    const std::string whole = "kind,width,\"the height\"\r\nx,1.5,NA\n\"y, \"\"z\"\"\",-2e3,7\n\n0,,+1\n";
+    const std::string pieces = "\"\",\n\r;x1e-+.\xEF\0";
+    ktRandomUniform random(11);
+    const auto drawn = [&random](std::size_t size) {
+        return static_cast<std::size_t>(random.next(0.0, static_cast<double>(size)));
+    };
+    long read = 0;
+    long refused = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string text = whole;
+        for (std::size_t change = drawn(4) + 1; change-- > 0;) {
+            text[drawn(text.size())] = pieces[drawn(pieces.size())];
+        }
+        text.resize(drawn(text.size() + 1));
+        try {
+            std::istringstream stream(text);
+            const ktKit::Table table = ktKit::readCsv(stream);
+            ++read;
+            EXPECT_FALSE(table.columns.empty());
+        } catch (const ktKit::FileError& error) {
+            ++refused;
+            EXPECT_EQ(error.message().rfind("stream: line ", 0), 0U) << error.message();
+        }
+    }
+    EXPECT_GT(read, 1000);
+    EXPECT_GT(refused, 1000);
 }
 
 TEST(KitCsv, RunsOutOfMemoryCleanly)

@@ -257,6 +257,58 @@ TEST_F(KitFile, ParametersThatDoNotFitAreRefused)
                                                 std::to_string(9 + stream.str().size()));
 }
 
+/// Does with a tool whatever the kit does; all of it answers, or throws one of the library's exceptions.
+template <class Params>
+void useAll(ktClassifierTool& tool, const ktClassifierTool& whole, const Params& params)
+{
+    const Sample some(90, 93);
+    const auto attempt = [](const auto& operation) {
+        try {
+            operation();
+        } catch (const ktException&) {
+            // What it says depends on the damage.
+        }
+    };
+    ktClassifierTool merged = whole;
+    attempt([&] { ktKit::runAll(tool, some.patterns); });
+    attempt([&] { ktKit::neighbors(tool, *some.patterns[0]); });
+    attempt([&] { ktKit::densities(tool); });
+    attempt([&] { ktKit::Rejection(tool, ktClassifierDataProviderMemory(), 0.0).rejects(*some.patterns[0]); });
+    attempt([&] { ktKit::merge(merged, tool); });
+    attempt([&] { ktKit::merge(tool, whole); });
+    attempt([&] { ktKit::add(tool, some.patterns, some.labels); });
+    attempt([&] { tool.retrain(params); });
+}
+
+// Whoever knows the checksum can write any archive into a file.
+TEST_F(KitFile, AnyArchiveEndsInAnErrorOrInAToolThatIsSafe)
+{
+    const auto tryAll = [this](const auto& params) {
+        const ktClassifierTool whole = trainedOn(Sample(0, 6), params);
+        ktKit::save(whole, path_);
+        const std::string bytes = bytesOf(path_);
+        const std::string archive = bytes.substr(9, bytes.size() - 13);
+        long loaded = 0;
+        long refused = 0;
+        for (std::size_t bit = 64; bit < 8 * archive.size(); bit += 3) {
+            std::string damaged = archive;
+            damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
+            writeBytes(path_, fileAround(damaged));
+            try {
+                ktClassifierTool tool = ktKit::load(path_);
+                ++loaded;
+                useAll(tool, whole, params);
+            } catch (const ktKit::FileError&) {
+                ++refused;
+            }
+        }
+        EXPECT_GT(loaded, 100);
+        EXPECT_GT(refused, 100);
+    };
+    tryAll(unusualKnn());
+    tryAll(kt_test::bayesParams(true));
+}
+
 TEST_F(KitFile, WhatCannotBeReadIsSaid)
 {
     expectThrows<ktKit::FileError>(path_ + ": cannot be read", [this] { ktKit::load(path_); });
