@@ -409,6 +409,19 @@ TEST(ArchiveContainers, VectorWhoseBytesAreThereIsMadeAtOnceAndAnyOtherInFewStep
     EXPECT_LE(Moved::moves, 20000);
 }
 
+TEST(ArchiveContainers, ElementsThatSetNoMarksMoveWithoutThem)
+{
+    std::vector<toys::Markless> stored;
+    for (long i = 0; i < 5000; ++i) {
+        stored.emplace_back(i);
+    }
+    const auto loaded = kt_test::loadBlind<std::vector<toys::Markless>>(store(stored));
+    ASSERT_EQ(loaded.size(), 5000u);
+    for (long i = 0; i < 5000; ++i) {
+        EXPECT_EQ(loaded[static_cast<std::size_t>(i)].number, i);
+    }
+}
+
 TEST(ArchiveContainers, DoublesThatCannotBeThereAreRefused)
 {
     kt_test::LoadingArchive archive(archiveHeader() + std::string(16, '\0'));

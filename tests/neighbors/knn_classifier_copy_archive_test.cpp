@@ -245,6 +245,29 @@ TEST(KnnLoaded, ObjectsOfAnotherClassBecomeNull)
     EXPECT_FALSE(classifier.isTrained());
 }
 
+TEST(KnnLoaded, PatternsThatAreMissingEndARun)
+{
+    const PatternHandle one = pattern({1});
+    const ktPtrHandle<Data> data = new Data;
+    for (long i = 0; i < 20; ++i) {
+        data->addData(one, i);
+    }
+    std::string bytes = crafted(ktPtrHandle<Params>(new Params(1)), data);
+    // All patterns but the first are references to it. A null is a single byte.
+    const std::string reference = kt_test::fromHex("01 03 00 00 00");
+    std::string references;
+    for (int i = 1; i < 20; ++i) {
+        references += reference;
+    }
+    const std::size_t place = bytes.find(references);
+    ASSERT_NE(place, std::string::npos) << kt_test::toHex(bytes);
+    bytes.replace(place, references.size(), std::string(19, '\0'));
+    kt_ClassifierKNN classifier;
+    kt_test::loadInto(classifier, bytes);
+    EXPECT_TRUE(classifier.isTrained());
+    expectRunThrows<ktBadPointer>(classifier, *one, "");
+}
+
 TEST(KnnLoaded, KBelowOneFindsNoNeighbour)
 {
     for (const unsigned long k : {0UL, 0xFFFFFFFFUL, 0x80000000UL}) {

@@ -68,9 +68,8 @@ inline int kt_lowestBit(unsigned long long bits)
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__)) && (!defined(_WIN64) || defined(__clang__))
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA \
     (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))  // not covered: tests run where both are
-#define KT_PROCESSOR_HAS_AVX512_VNNI       \
-    (__builtin_cpu_supports("avx512bw") && \
-     __builtin_cpu_supports("avx512vnni"))  // not covered: tests run where both are
+// Wherever these vectors are known, the wider ones that the kernels use besides are too.
+#define KT_PROCESSOR_HAS_AVX512_VNNI (__builtin_cpu_supports("avx512vnni"))  // not covered: tests run where it is
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false
 #define KT_PROCESSOR_HAS_AVX512_VNNI false
