@@ -199,7 +199,9 @@ ktRangePredicate& ktRangePredicate::operator=(const ktRangePredicate& other)
 
 bool ktRangePredicate::outcome(const ktFeaturePattern& pattern) const
 {
-    return areWithin(pattern);
+    return std::all_of(indices_.begin(), indices_.end(), [&](long index) {
+        return isAvailable(pattern, index) && range_.isWithin(pattern.featureMeasurement(index, false));
+    });
 }
 
 ktPtrHandle<ktPredicateFunction> ktRangePredicate::clone() const
@@ -319,10 +321,16 @@ ktDecisionTreeNode::ktDecisionTreeNode(const ktPredicateFunction& predicate, con
       falseTree_(falseTree.clone()),
       predicate_(predicate.clone())
 {
+    noteTest();
 }
 
 ktDecisionTreeNode::ktDecisionTreeNode(const ktDecisionTreeNode& other)
-    : ktDecisionTree(Kind::node), trueTree_(other.trueTree_), falseTree_(other.falseTree_), predicate_(other.predicate_)
+    : ktDecisionTree(Kind::node),
+      trueTree_(other.trueTree_),
+      falseTree_(other.falseTree_),
+      predicate_(other.predicate_),
+      testedIndex_(other.testedIndex_),
+      testedRange_(other.testedRange_)
 {
 }
 
@@ -336,6 +344,7 @@ ktDecisionTreeNode& ktDecisionTreeNode::operator=(const ktDecisionTreeNode& othe
     trueTree_.swap(newTrue);
     falseTree_.swap(newFalse);
     predicate_.swap(newPredicate);
+    noteTest();
     return *this;
 }
 
@@ -372,6 +381,31 @@ void ktDecisionTreeNode::releaseChain(ktPtrHandle_const<ktDecisionTree> tree) no
 void ktDecisionTreeNode::predicateFunction(const ktPredicateFunction& predicate)
 {
     predicate_ = predicate.clone();
+    noteTest();
+}
+
+/// Looks at the predicate once, so that walks need not.
+void ktDecisionTreeNode::noteTest()
+{
+    testedIndex_ = -1;
+    const ktPredicateFunction* predicate = predicate_.get();
+    if (predicate == nullptr || typeid(*predicate) != typeid(ktRangePredicate)) {
+        return;
+    }
+    const auto& range = static_cast<const ktRangePredicate&>(*predicate);
+    if (range.indices_.size() == 1) {
+        testedIndex_ = range.indices_.front();
+        testedRange_ = range.range_;
+    }
+}
+
+/// What the predicate answers.
+inline bool ktDecisionTreeNode::outcome(const ktFeaturePattern& pattern) const
+{
+    if (testedIndex_ < 0) {
+        return predicate_->outcome(pattern);
+    }
+    return pattern.isValid(testedIndex_) && testedRange_.isWithin(pattern.featureMeasurement(testedIndex_, false));
 }
 
 void ktDecisionTreeNode::trueTree(const ktDecisionTree& tree)
@@ -486,7 +520,13 @@ void ktDecisionTreeNode::serialize_(ktArchive& archive, unsigned char version)
 {
     ktArchive::checkVersion(version);
     ktDecisionTree::dispatchSerialize(archive);
+    if (!archive.isLoading()) {
+        archive || trueTree_ || falseTree_ || predicate_;
+        return;
+    }
+    testedIndex_ = -1;
     archive || trueTree_ || falseTree_ || predicate_;
+    noteTest();
 }
 
 const kt_Instantiator ktDecisionTreeLeaf::sExemplar(typeid(ktDecisionTreeLeaf), &ktDecisionTreeLeaf::make);
@@ -634,12 +674,7 @@ void kt_ClassifierDecisionTree::run_(const ktFeaturePattern& pattern, ktClassifi
             throw ktBadPointer();
         }
         const auto* node = static_cast<const ktDecisionTreeNode*>(tree);
-        const ktPredicateFunction& predicate = *node->predicate_;
-        // Most predicates are these: they are asked without the virtual call, which takes longer than the answer.
-        const bool outcome = typeid(predicate) == typeid(ktRangePredicate)
-                                 ? static_cast<const ktRangePredicate&>(predicate).areWithin(pattern)
-                                 : predicate.outcome(pattern);
-        tree = outcome ? &*node->trueTree_ : &*node->falseTree_;
+        tree = node->outcome(pattern) ? &*node->trueTree_ : &*node->falseTree_;
     }
 }
 

@@ -99,18 +99,7 @@ private:
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
-    friend class kt_ClassifierDecisionTree;
-
-    bool areWithin(const ktFeaturePattern& pattern) const
-    {
-        for (const long index : indices_) {
-            // A loaded predicate may hold a negative index, which no pattern has.
-            if (index < 0 || !pattern.isValid(index) || !range_.isWithin(pattern.featureMeasurement(index, false))) {
-                return false;
-            }
-        }
-        return true;
-    }
+    friend class ktDecisionTreeNode;
 
     ktRange range_;
     std::vector<long> indices_;
@@ -243,10 +232,16 @@ private:
     static void releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept;
     template <class Function>
     KT_HIDDEN static bool isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function);
+    KT_HIDDEN void noteTest();
+    KT_HIDDEN bool outcome(const ktFeaturePattern& pattern) const;
 
     ktPtrHandle_const<ktDecisionTree> trueTree_;
     ktPtrHandle_const<ktDecisionTree> falseTree_;
     ktPtrHandle_const<ktPredicateFunction> predicate_;
+    // What the predicate asks if it is a ktRangePredicate of one measurement, as most are: a walk waits for each pointer that it
+    // follows, and does without two of them. Negative for every other predicate.
+    long testedIndex_ = -1;
+    ktRange testedRange_;
 };
 
 /// A leaf: the result for every pattern that reaches it.

@@ -1,6 +1,7 @@
 #include <clastool/decision_tree.h>
 
 #include "support/allocations.h"
+#include "support/archives.h"
 #include "support/attention.h"
 #include "support/failures.h"
 
@@ -87,6 +88,73 @@ TEST(TreeClassifierRun, PredicateChoosesTheBranch)
          }) {
         EXPECT_TRUE(run(classifier, row.pattern) == resultFor({row.label})) << row.what;
     }
+}
+
+/// Whether measurement `index` lies in [low, high]: label 1; else label 2.
+Node rangeNode(double low, double high, const std::vector<long>& indices)
+{
+    return {ktRangePredicate(ktRange(low, high), indices), leafFor({1}), leafFor({2})};
+}
+
+TEST(TreeClassifierRun, RangeChoosesTheBranch)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    struct Row {
+        const char* what;
+        ktFeaturePattern pattern;
+        long ofOne;
+        long ofTwo;
+    };
+    const Classifier ofOne = trained(rangeNode(-1.0, 3.0, {1}));
+    const Classifier ofTwo = trained(rangeNode(-1.0, 3.0, {1, 0}));
+    for (const Row& row : std::vector<Row>{
+             {"within", ktFeaturePattern({0.5, 2.0}, {}), 1, 1},
+             {"at the low end", ktFeaturePattern({0.5, -1.0}, {}), 1, 1},
+             {"at the high end", ktFeaturePattern({0.5, 3.0}, {}), 1, 1},
+             {"below", ktFeaturePattern({0.5, -1.5}, {}), 2, 2},
+             {"above", ktFeaturePattern({0.5, 3.5}, {}), 2, 2},
+             {"another one above", ktFeaturePattern({9.0, 2.0}, {}), 1, 2},
+             {"NaN", ktFeaturePattern({0.5, nan}, {}), 2, 2},
+             {"invalid", ktFeaturePattern({0.5, 2.0}, {1}), 2, 2},
+             {"another one invalid", ktFeaturePattern({0.5, 2.0}, {0}), 1, 2},
+             {"one measurement missing", ktFeaturePattern({0.5}, {}), 2, 2},
+         }) {
+        EXPECT_TRUE(run(ofOne, row.pattern) == resultFor({row.ofOne})) << row.what;
+        EXPECT_TRUE(run(ofTwo, row.pattern) == resultFor({row.ofTwo})) << row.what;
+    }
+}
+
+TEST(TreeClassifierRun, NodeAsksThePredicateThatItWasGivenLast)
+{
+    const auto labelOf = [](const Node& node, double first, double second) {
+        return run(trained(node), ktFeaturePattern({first, second}, {})).categoryResults().front().categoryLabel();
+    };
+    Node node = rangeNode(0.0, 1.0, {0});
+    EXPECT_EQ(labelOf(node, 0.5, 9.0), 1);
+    node.predicateFunction(ktRangePredicate(ktRange(0.0, 1.0), {1}));
+    EXPECT_EQ(labelOf(node, 0.5, 9.0), 2);
+    EXPECT_EQ(labelOf(node, 9.0, 0.5), 1);
+    EXPECT_EQ(labelOf(kt_test::storedAndLoaded(node), 9.0, 0.5), 1);
+    node.predicateFunction(ktComparisonPredicate(1, 0));
+    EXPECT_EQ(labelOf(node, 9.0, 0.5), 2);
+    EXPECT_EQ(labelOf(node, 0.5, 9.0), 1);
+    node = rangeNode(5.0, 6.0, {1});
+    EXPECT_EQ(labelOf(node, 0.5, 9.0), 2);
+    EXPECT_EQ(labelOf(node, 0.5, 5.5), 1);
+    kt_test::loadInto(node, kt_test::store(smallTree()));
+    EXPECT_EQ(labelOf(node, 0.5, 5.5), 2);
+    EXPECT_EQ(labelOf(node, 5.5, 0.5), 1);
+}
+
+TEST(TreeClassifierRun, NodeThatWasNotLoadedToTheEndAsksNothing)
+{
+    Node node = rangeNode(0.0, 1.0, {0});
+    std::string bytes = kt_test::store(node);
+    bytes.resize(bytes.size() - 1);
+    EXPECT_THROW(kt_test::loadInto(node, bytes), ktArchive::Corrupt);
+    const Classifier classifier = trained(node);
+    ktClassifierResult result;
+    expectBadPointer([&] { classifier.run(ktFeaturePattern({0.5}, {}), result); });
 }
 
 TEST(TreeClassifierRun, ReplacesTheWholeResult)
