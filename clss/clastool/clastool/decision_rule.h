@@ -22,10 +22,6 @@ struct kt_Verdict {
     /// f, the frequency of the category; p, the posterior that follows from it, at first not divided by the sum of all. A
     /// technique may keep a score of its own here until it has the match score.
     double weight = 0.0;
-    /// C, what deciding for the category costs, at first not divided by the sum of the posteriors.
-    double cost = 0.0;
-    /// What deciding for the category costs if the true one is the one that is being looked at.
-    double mistake = 0.0;
     /// Which one of the caller's verdicts this is.
     std::size_t given = 0;
     /// Where the verdict is that the caller gave at this place.
@@ -38,7 +34,7 @@ struct kt_Verdict {
 /// caller's result, which changes only if nothing is thrown.
 ///
 /// Cost: quadratic in the categories, and linear in the overrides but for the search of their labels. No allocation for up to
-/// 32 categories into a result that has held as many; beyond, one if there are overrides of the costs.
+/// 32 categories into a result that has held as many; beyond, two, and two more if there are overrides of the costs.
 class kt_DecisionRule {
 public:
     static void decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
@@ -64,7 +60,7 @@ private:
     void divideBy(double posteriorSum);
 
     void indexOverrides();
-    void addMistakes(const kt_Verdict& truth);
+    void addMistakes(std::size_t truth);
     void lookUpMistakes(const kt_Verdict& truth);
     static void conclude(ktClassifierResult& result, kt_Scratch<kt_Verdict>& verdicts, double matchScoreFactorLog);
 
@@ -72,6 +68,11 @@ private:
     const ktClassifierFrequencies& frequencies_;
     const ktClassifierCosts& costs_;
     const std::size_t numOverrides_;
+    // What deciding for each category costs if the true one is the one that is being looked at, if there are overrides; and C, the
+    // sum of that over all true ones, not divided by the sum of the posteriors. Side by side, because the loop over all pairs of
+    // categories needs nothing else.
+    kt_Scratch<double> mistakes_;
+    kt_Scratch<double> costSums_;
     // For each override one more than the one before it with the same true category. Empty for few categories: the overrides
     // of each are then looked for among all.
     std::vector<std::size_t> previous_;

@@ -170,8 +170,11 @@ kt_DecisionRule::kt_DecisionRule(Verdicts& verdicts, const ktClassifierFrequenci
     : verdicts_(verdicts),
       frequencies_(frequencies),
       costs_(costs),
-      numOverrides_(std::min({costs.fromLabels_.size(), costs.toLabels_.size(), costs.costs_.size()}))
+      numOverrides_(std::min({costs.fromLabels_.size(), costs.toLabels_.size(), costs.costs_.size()})),
+      mistakes_(numOverrides_ > 0 ? verdicts.size() : 0),
+      costSums_(verdicts.size())
 {
+    std::fill(costSums_.begin(), costSums_.end(), 0.0);
 }
 
 /// f(i), and their sum F.
@@ -182,7 +185,6 @@ double kt_DecisionRule::lookUpPriors()
             throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
         }
         verdict.weight = frequencies_.default_;
-        verdict.mistake = costs_.default_;
     }
     // The last one first: of several overrides of one label the first one counts.
     for (std::size_t k = std::min(frequencies_.labels_.size(), frequencies_.frequencies_.size()); k-- > 0;) {
@@ -200,6 +202,28 @@ double kt_DecisionRule::lookUpPriors()
     return sum;
 }
 
+/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
+inline void kt_DecisionRule::addMistakes(std::size_t truth)
+{
+    const std::size_t size = verdicts_.size();
+    const double posterior = verdicts_[truth].weight;
+    double* const sums = costSums_.data();
+    const double sumOfTruth = sums[truth];
+    if (numOverrides_ == 0) {
+        const double product = costs_.default_ * posterior;
+        for (std::size_t j = 0; j < size; ++j) {
+            sums[j] += product;
+        }
+    } else {
+        lookUpMistakes(verdicts_[truth]);
+        const double* const mistakes = mistakes_.data();
+        for (std::size_t j = 0; j < size; ++j) {
+            sums[j] += mistakes[j] * posterior;
+        }
+    }
+    sums[truth] = sumOfTruth;
+}
+
 /// p(i) = (m(i) f(i)) / F, their sum P, and what p(i) adds to each C(j).
 double kt_DecisionRule::weighMatches(double priorSum)
 {
@@ -207,28 +231,16 @@ double kt_DecisionRule::weighMatches(double priorSum)
     double sum = 0.0;
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
         kt_pollAttention();
-        kt_Verdict& truth = inGivenOrder(verdicts_, i);
+        const std::size_t where = verdicts_[i].whereGiven;
+        kt_Verdict& truth = verdicts_[where];
         truth.weight = truth.category.matchScore() * truth.weight / priorSum;
         sum += truth.weight;
-        addMistakes(truth);
+        addMistakes(where);
     }
     if (sum == 0.0) {
         throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
     }
     return sum;
-}
-
-/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
-void kt_DecisionRule::addMistakes(const kt_Verdict& truth)
-{
-    if (numOverrides_ > 0) {
-        lookUpMistakes(truth);
-    }
-    for (kt_Verdict& decided : verdicts_) {
-        if (&decided != &truth) {
-            decided.cost += decided.mistake * truth.weight;
-        }
-    }
 }
 
 /// The class scores p(j) / P and the expected costs C(j) / P.
@@ -237,33 +249,34 @@ void kt_DecisionRule::divideBy(double posteriorSum)
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
         kt_Verdict& verdict = inGivenOrder(verdicts_, i);
         verdict.category.classScore_ = verdict.weight / posteriorSum;
-        verdict.category.expectedCost_ = verdict.cost / posteriorSum;
+        verdict.category.expectedCost_ = costSums_[verdicts_[i].whereGiven] / posteriorSum;
         verdict.category.check();
     }
 }
 
 void kt_DecisionRule::conclude(ktClassifierResult& result, Verdicts& verdicts, double matchScoreFactorLog)
 {
-    std::sort(verdicts.begin(), verdicts.end(), costLess);
-    result.results_.resize(verdicts.size());
-    std::transform(verdicts.begin(), verdicts.end(), result.results_.begin(),
-                   [](const kt_Verdict& verdict) { return verdict.category; });
+    // Pointers are moved sooner than verdicts.
+    kt_Scratch<const kt_Verdict*> order(verdicts.size());
+    std::transform(verdicts.begin(), verdicts.end(), order.begin(), [](const kt_Verdict& verdict) { return &verdict; });
+    std::sort(order.begin(), order.end(), [](const kt_Verdict* a, const kt_Verdict* b) { return costLess(*a, *b); });
+    result.results_.resize(order.size());
+    std::transform(order.begin(), order.end(), result.results_.begin(),
+                   [](const kt_Verdict* verdict) { return verdict->category; });
     result.matchScoreFactorLog_ = matchScoreFactorLog;
 }
 
 /// What deciding for each category costs where this is the true one.
 void kt_DecisionRule::lookUpMistakes(const kt_Verdict& truth)
 {
-    for (kt_Verdict& decided : verdicts_) {
-        decided.mistake = costs_.default_;
-    }
+    std::fill(mistakes_.begin(), mistakes_.end(), costs_.default_);
     // The last one first: of several overrides of one pair the first one counts.
     const bool isIndexed = !previous_.empty();
     for (std::size_t k = isIndexed ? truth.lastOverride : numOverrides_; k > 0;
          k = isIndexed ? previous_[k - 1] : k - 1) {
         if (costs_.fromLabels_[k - 1] == truth.category.categoryLabel()) {
-            if (kt_Verdict* const decided = find(verdicts_, costs_.toLabels_[k - 1])) {
-                decided->mistake = costs_.costs_[k - 1];
+            if (const kt_Verdict* const decided = find(verdicts_, costs_.toLabels_[k - 1])) {
+                mistakes_[static_cast<std::size_t>(decided - verdicts_.begin())] = costs_.costs_[k - 1];
             }
         }
     }
