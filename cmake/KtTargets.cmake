@@ -86,11 +86,12 @@ function(kt_compile_neighbor_scan folder)
     endif()
 endfunction()
 
-# The learning steps of the normal density that are compiled for wider vectors, which the program asks the processor for
-# before it uses them. Only the multiply-adds that they ask for are fused: see -ffp-contract above.
-function(kt_compile_learning_steps folder)
+# The loops of the normal density that are compiled for wider vectors, which the program asks the processor for before it uses
+# them. Only the multiply-adds that they ask for are fused: see -ffp-contract above.
+function(kt_compile_normal_density folder)
     if(NOT MSVC AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64|x86|i[3-6]86)$")
         set_source_files_properties(${folder}/learning_steps_avx2.cpp PROPERTIES COMPILE_OPTIONS "-mavx2;-mfma")
+        set_source_files_properties(${folder}/evaluation_steps_avx2.cpp PROPERTIES COMPILE_OPTIONS -mavx2)
     endif()
 endfunction()
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "evaluation_steps.h"
+
 #include <kt/attention.h>
 #include <kt/failure.h>
 
@@ -117,9 +119,6 @@ inline double squaredLength(const double* factor, double* z, std::size_t size)
     }
     return squares;
 }
-
-/// How many rows of a whitening matrix are worked on at once: enough that no sum waits for its last addition.
-constexpr std::size_t lanes = 8;
 
 /// The inverse of a factor's transpose, a lower triangle, row by row. Each element subtracts its products in ascending order.
 inline Square inverseOfTranspose(const Square& factor, std::size_t size)

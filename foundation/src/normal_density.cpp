@@ -16,17 +16,22 @@
 using kt_normal::all;
 using kt_normal::at;
 using kt_normal::avx2Learning;
+using kt_normal::avx2Whiten;
 using kt_normal::baselineLearning;
+using kt_normal::baselineWhiten;
 using kt_normal::factorise;
+using kt_normal::inBlocks;
 using kt_normal::keptShare;
 using kt_normal::lanes;
 using kt_normal::LearningKernels;
 using kt_normal::makeRegular;
+using kt_normal::put;
 using kt_normal::rowsAtOnce;
 using kt_normal::Square;
 using kt_normal::squaredLength;
 using kt_normal::Steps;
 using kt_normal::Triangle;
+using kt_normal::Whiten;
 using kt_normal::whitening;
 
 namespace {
@@ -45,58 +50,23 @@ constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 constexpr double logTwoPi = 1.8378770664093454835606594728112;
 
-static_assert(lanes == 8, "a block of rows is four pairs");
-
-/// One block of a whitening matrix times differences from the mean: adds to the sums of its rows what `columns` columns
-/// give. Written in pairs because compilers vectorise the plain loops along the columns, which shuffles more than it adds.
-class BlockOfRows {
-public:
-    const double* add(const double* weights, const double* differences, std::size_t columns)
-    {
-        kt_DoublePair sum0 = sums_[0];
-        kt_DoublePair sum1 = sums_[1];
-        kt_DoublePair sum2 = sums_[2];
-        kt_DoublePair sum3 = sums_[3];
-        for (std::size_t j = 0; j < columns; ++j, weights += lanes) {
-            const kt_DoublePair difference = all<kt_DoublePair>(differences[j]);
-            sum0 += at<kt_DoublePair>(weights) * difference;
-            sum1 += at<kt_DoublePair>(weights + 2) * difference;
-            sum2 += at<kt_DoublePair>(weights + 4) * difference;
-            sum3 += at<kt_DoublePair>(weights + 6) * difference;
-        }
-        sums_[0] = sum0;
-        sums_[1] = sum1;
-        sums_[2] = sum2;
-        sums_[3] = sum3;
-        return weights;
-    }
-
-    /// Adds the squares of the rows, one after the other.
-    double addSquares(double squares) const
-    {
-        for (const kt_DoublePair& sum : sums_) {
-            squares += sum[0] * sum[0];
-            squares += sum[1] * sum[1];
-        }
-        return squares;
-    }
-
-private:
-    kt_DoublePair sums_[lanes / 2] = {};
-};
-
 constexpr long largestCount = 2147483647L;
 
 /// How many densities of one measurement learn at once.
 constexpr std::size_t sideBySide = 32;
 
-const LearningKernels& kernels()
+/// The loops that fit this processor best.
+struct Kernels {
+    const LearningKernels* learning;
+    Whiten whiten;
+};
+
+const Kernels& kernels()
 {
-    static const LearningKernels& best =
-        avx2Learning != nullptr &&  // not covered: null where no compiler knows these vectors
-                KT_PROCESSOR_HAS_AVX2_AND_FMA
-            ? *avx2Learning
-            : baselineLearning;
+    static const Kernels best = avx2Learning != nullptr &&  // not covered: null where no compiler knows these vectors
+                                        KT_PROCESSOR_HAS_AVX2_AND_FMA
+                                    ? Kernels{avx2Learning, avx2Whiten}
+                                    : Kernels{&baselineLearning, baselineWhiten};
     return best;
 }
 
@@ -141,9 +111,41 @@ void mirrorLowerTriangle(double* matrix, std::size_t size)
     }
 }
 
-/// Up to so many valid measurements beside invalid ones are worked on upon the stack.
-constexpr std::size_t fewMeasurements = 32;
-constexpr std::size_t fewIndices = 256;
+/// Patterns of up to so many measurements are worked on upon the stack.
+constexpr std::size_t fewMeasurements = 512;
+using Numbers = kt_Scratch<double, fewMeasurements>;
+using Indices = kt_Scratch<std::size_t, fewMeasurements>;
+
+/// So are up to so many elements of a matrix that a pattern with missing measurements needs: a factor for 32 measurements.
+constexpr std::size_t fewElements = 32 * 33;
+using Elements = kt_Scratch<double, fewElements>;
+
+bool isFinite(double value)
+{
+    return value - value == 0.0;
+}
+
+/// Products of numbers side by side, whole blocks of them, in an order that is the same on all processors.
+double product(const double* a, const double* b, std::size_t size)
+{
+    kt_DoublePair sums[lanes / 2] = {};
+    for (std::size_t i = 0; i < size; i += lanes) {
+        for (std::size_t k = 0; k < lanes / 2; ++k) {
+            sums[k] += at<kt_DoublePair>(a + i + 2 * k) * at<kt_DoublePair>(b + i + 2 * k);
+        }
+    }
+    const kt_DoublePair sum = (sums[0] + sums[1]) + (sums[2] + sums[3]);
+    return sum[0] + sum[1];
+}
+
+/// Takes from the numbers what points into the direction, whose squared length is given.
+void makeOrthogonal(double* numbers, const double* direction, double squaredLengthOfDirection, std::size_t size)
+{
+    const kt_DoublePair share = all<kt_DoublePair>(product(numbers, direction, size) / squaredLengthOfDirection);
+    for (std::size_t i = 0; i < size; i += 2) {
+        put(numbers + i, at<kt_DoublePair>(numbers + i) - share * at<kt_DoublePair>(direction + i));
+    }
+}
 
 /// The deviation that a measurement is evaluated with.
 double deviationOf(double mean, double variance)
@@ -170,6 +172,16 @@ struct ktNormalDensity::Factors {
     double logScale = 0.0;
     /// No other factors of the process have it, so that whoever keeps constants of these can tell whether they are still those.
     std::uint64_t serial = ++numFactors;
+
+    double logMarginal(const double* mean, const double* values, const std::size_t* missing,
+                       std::size_t numMissing) const;
+
+private:
+    double logWithout(const double* mean, const double* values, const std::size_t* missing,
+                      std::size_t numMissing) const;
+    double logOfOthers(const double* mean, const double* values, const std::size_t* missing,
+                       std::size_t numMissing) const;
+    void takeColumn(std::size_t index, double* column) const;
 };
 
 std::atomic<unsigned long> ktNormalDensity::evaluatedRevision_{0};
@@ -348,7 +360,7 @@ void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcep
     const Triangle triangle = isMirrored ? Triangle::lower : Triangle::whole;
     while (numRows > 0) {
         const Steps steps = nextSteps(count_, numRows);
-        kernels().joint(steps, mean_.data(), covariance, triangle, rows, size, working_.data() + size);
+        kernels().learning->joint(steps, mean_.data(), covariance, triangle, rows, size, working_.data() + size);
         numRows -= steps.numRows;
         rows += steps.numRows * size;
     }
@@ -393,7 +405,7 @@ void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::s
     long count = densities[0]->count_;
     for (std::size_t row = isFirst ? 1 : 0; row < numRows;) {
         const Steps steps = nextSteps(count, numRows - row);
-        kernels().single(steps, mean, variance, rows + row * stride, stride, numDensities, differences);
+        kernels().learning->single(steps, mean, variance, rows + row * stride, stride, numDensities, differences);
         row += steps.numRows;
     }
     for (std::size_t i = 0; i < numDensities; ++i) {
@@ -435,7 +447,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     Square factor = correlations;
     factorise(factor.data(), size);
     fresh->whitening = whitening(factor, fresh->deviations);
-    fresh->logScale = -0.5 * static_cast<double>(size) * logTwoPi;
+    fresh->logScale = 0.0 - 0.5 * static_cast<double>(size) * logTwoPi;
     for (std::size_t i = 0; i < size; ++i) {
         fresh->logScale -= fresh->logDeviations[i] + std::log(factor[i * size + i]);
     }
@@ -465,35 +477,47 @@ bool ktNormalDensity::canEvaluate(std::size_t size) const noexcept
 
 long ktNormalDensity::logDensity(const Row& row, double& value) const
 {
-    return logDensityOf(row.size, value, [&](std::size_t i) { return row.valid[i] ? row.values[i] : notANumber; });
+    Numbers values(row.size);
+    for (std::size_t i = 0; i < row.size; ++i) {
+        values[i] = row.valid[i] ? row.values[i] : notANumber;
+    }
+    return logDensity(values.data(), row.size, value);
 }
 
 long ktNormalDensity::logDensity(const double* values, const long* indices, std::size_t size, double& value) const
 {
-    return logDensityOf(size, value, [&](std::size_t i) { return values[indices[i]]; });
+    Numbers ofGroup(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        ofGroup[i] = values[indices[i]];
+    }
+    return logDensity(ofGroup.data(), size, value);
 }
 
 long ktNormalDensity::logDensity(const Source& source, std::size_t size, double& value) const
 {
-    return logDensityOf(size, value, [&](std::size_t i) {
+    Numbers values(size);
+    for (std::size_t i = 0; i < size; ++i) {
         double told = 0.0;
-        return source.measurement(i, told) ? told : notANumber;
-    });
+        values[i] = source.measurement(i, told) ? told : notANumber;
+    }
+    return logDensity(values.data(), size, value);
 }
 
-/// `valueAt(i)` is measurement i, NaN or an infinity if it is missing.
-template <class ValueAt>
-long ktNormalDensity::logDensityOf(std::size_t size, double& value, ValueAt valueAt) const
+long ktNormalDensity::logDensity(const double* values, std::size_t size, double& value) const
 {
-    std::size_t numValid = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        numValid += std::isfinite(valueAt(i)) ? 1u : 0u;
-    }
     const long refused = refuse(size);
-    if (refused == success) {
-        value = numValid == size ? logJoint(valueAt) : logMarginal(valueAt, numValid);
+    if (refused != success) {
+        return refused;
     }
-    return refused;
+    const Factors* const published = factors_.load(std::memory_order_acquire);
+    const Factors& all = published != nullptr ? *published : factors();
+    kt_Scratch<double, 2 * fewMeasurements> working(2 * inBlocks(size));
+    const double squaredLength = kernels().whiten(all.whitening.data(), mean_.data(), values, size, working.data(),
+                                                  working.data() + inBlocks(size));
+    const double log = all.logScale - 0.5 * squaredLength;
+    // A missing measurement makes it NaN or an infinity.
+    value = held(isFinite(log) ? log : logOfValid(values, log));
+    return success;
 }
 
 bool ktNormalDensity::single(Single& constants) const
@@ -512,72 +536,115 @@ std::uint64_t ktNormalDensity::evaluation() const noexcept
     return published != nullptr ? published->serial : 0;
 }
 
-template <class ValueAt>
-double ktNormalDensity::logJoint(ValueAt valueAt) const
+/// The joint density of the measurements that are not missing, if some are: else `logOfAll`.
+double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
-    if (size == 0) {
+    const auto numMissing = size - static_cast<std::size_t>(std::count_if(values, values + size, isFinite));
+    if (numMissing == 0) {
+        return logOfAll;
+    }
+    if (numMissing == size) {
         return 0.0;
     }
-    const Factors& all = factors();
-    const double* mean = mean_.data();
-    const double* weights = all.whitening.data();
-    // The differences from the mean lie upon the stack a stretch at a time; a few measurements are one stretch.
-    constexpr std::size_t stretch = 64;
-    double differences[stretch];
-    std::size_t begin = size;
-    double squares = 0.0;
-    for (std::size_t first = 0; first < size; first += lanes) {
-        const std::size_t columns = std::min(first + lanes, size);
-        BlockOfRows rows;
-        for (std::size_t needed = 0; needed < columns; needed += stretch) {
-            if (begin != needed) {
-                begin = needed;
-                const std::size_t end = std::min(begin + stretch, size);
-                for (std::size_t j = begin; j < end; ++j) {
-                    differences[j - begin] = valueAt(j) - mean[j];
-                }
-            }
-            weights = rows.add(weights, differences, std::min(columns - begin, stretch));
+    // A missing measurement at its mean adds nothing to the differences.
+    Numbers filled(size);
+    Indices missing(numMissing);
+    for (std::size_t i = 0, next = 0; i < size; ++i) {
+        filled[i] = isFinite(values[i]) ? values[i] : mean_.data()[i];
+        if (!isFinite(values[i])) {
+            missing[next++] = i;
         }
-        squares = rows.addSquares(squares);
     }
-    return held(all.logScale - 0.5 * squares);
+    return factors().logMarginal(mean_.data(), filled.data(), missing.data(), numMissing);
 }
 
-/// The joint density of the valid values: that of the rows and columns which belong to them, of what the whole is evaluated
-/// with.
-template <class ValueAt>
-double ktNormalDensity::logMarginal(ValueAt valueAt, std::size_t numValid) const
+/// The joint density of the other measurements than the missing ones: that of their rows and columns of what the whole is
+/// evaluated with.
+double ktNormalDensity::Factors::logMarginal(const double* mean, const double* values, const std::size_t* missing,
+                                             std::size_t numMissing) const
 {
-    if (numValid == 0) {
-        return 0.0;
-    }
-    const Factors& all = factors();
-    const std::size_t size = all.deviations.size();
-    const double* mean = mean_.data();
-    kt_Scratch<std::size_t, fewIndices> kept(numValid);
-    kt_Scratch<double, fewMeasurements*(fewMeasurements + 1)> numbers(numValid * (numValid + 1));
-    double* z = numbers.data();
-    double* factor = z + numValid;
-    double logScale = -0.5 * static_cast<double>(numValid) * logTwoPi;
-    for (std::size_t i = 0, next = 0; next < numValid; ++i) {
-        const double value = valueAt(i);
-        if (std::isfinite(value)) {
-            z[next] = (value - mean[i]) / all.deviations[i];
-            logScale -= all.logDeviations[i];
-            kept[next++] = i;
+    if (4 * numMissing <= deviations.size()) {
+        const double log = logWithout(mean, values, missing, numMissing);
+        // An infinite deviation of a missing measurement says nothing about the others.
+        if (isFinite(log)) {
+            return log;
         }
     }
+    return logOfOthers(mean, values, missing, numMissing);
+}
+
+/// From the whole, for few missing measurements: what they can change of the whitened differences is taken from them.
+double ktNormalDensity::Factors::logWithout(const double* mean, const double* values, const std::size_t* missing,
+                                            std::size_t numMissing) const
+{
+    const std::size_t size = deviations.size();
+    const std::size_t numRows = inBlocks(size);
+    Numbers differences(numRows);
+    Numbers whitened(numRows);
+    Elements storage(numMissing * numRows);
+    Numbers squares(numMissing);
+    kernels().whiten(whitening.data(), mean, values, size, differences.data(), whitened.data());
+    double log = logScale;
+    // A column begins in the block of its own row. The last one first, so that each is changed where it begins or below.
+    double* column = storage.data();
+    for (std::size_t k = numMissing; k-- > 0; column += numRows) {
+        const std::size_t index = missing[k];
+        const std::size_t begin = index / lanes * lanes;
+        takeColumn(index, column);
+        for (std::size_t l = numMissing; l-- > k + 1;) {
+            const std::size_t start = missing[l] / lanes * lanes;
+            const double* other = storage.data() + (numMissing - 1 - l) * numRows;
+            makeOrthogonal(column + start, other + start, squares[l], numRows - start);
+        }
+        squares[k] = product(column + begin, column + begin, numRows - begin);
+        makeOrthogonal(whitened.data() + begin, column + begin, squares[k], numRows - begin);
+        log += 0.5 * logTwoPi + logDeviations[index] - 0.5 * std::log(squares[k]);
+    }
+    return log - 0.5 * product(whitened.data(), whitened.data(), numRows);
+}
+
+/// A column of the whitening matrix in units of its measurement's deviation, from the block of its own row on.
+void ktNormalDensity::Factors::takeColumn(std::size_t index, double* column) const
+{
+    const std::size_t size = deviations.size();
+    for (std::size_t first = index / lanes * lanes; first < size; first += lanes) {
+        // Blocks of `lanes`, twice as many, ... columns lie before this one.
+        const double* block = whitening.data() + first * (first + lanes) / 2;
+        for (std::size_t i = 0; i < lanes; ++i) {
+            column[first + i] = block[index * lanes + i] * deviations[index];
+        }
+    }
+}
+
+/// By factorising what is left of the correlations.
+double ktNormalDensity::Factors::logOfOthers(const double* mean, const double* values, const std::size_t* missing,
+                                             std::size_t numMissing) const
+{
+    const std::size_t size = deviations.size();
+    const std::size_t numValid = size - numMissing;
+    Indices kept(numValid);
+    Elements numbers(numValid * (numValid + 1));
+    double* z = numbers.data();
+    double* factor = z + numValid;
+    double log = -0.5 * static_cast<double>(numValid) * logTwoPi;
+    for (std::size_t i = 0, next = 0; next < numValid; ++i) {
+        if (i - next < numMissing && missing[i - next] == i) {
+            continue;
+        }
+        z[next] = (values[i] - mean[i]) / deviations[i];
+        log -= logDeviations[i];
+        kept[next++] = i;
+    }
     for (std::size_t i = 0; i < numValid; ++i) {
-        const double* row = all.correlations.data() + kept[i] * size;
+        const double* row = correlations.data() + kept[i] * size;
         for (std::size_t j = i; j < numValid; ++j) {
             factor[i * numValid + j] = row[kept[j]];
         }
     }
     factorise(factor, numValid);
     for (std::size_t i = 0; i < numValid; ++i) {
-        logScale -= std::log(factor[i * numValid + i]);
+        log -= std::log(factor[i * numValid + i]);
     }
-    return held(logScale - 0.5 * squaredLength(factor, z, numValid));
+    return log - 0.5 * squaredLength(factor, z, numValid);
 }

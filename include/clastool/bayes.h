@@ -388,8 +388,8 @@ public:
     /// Throws: ktBadPointer for a missing density; a density's ktClassifierDefs::InsufficientTrainData with " for category "
     /// and the label appended to its message; what else a density throws.
     /// Cost: that of the densities. No allocation but what the first evaluation after a change leaves behind, what a normal
-    /// density of more than 32 valid measurements beside invalid ones works in, and what a density of the caller's own class
-    /// or a failure needs.
+    /// density of more than 512 measurements, or of more than 32 of which some are invalid, works in, and what a density of the
+    /// caller's own class or a failure needs.
     double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
 
     /// Every density learns its part of the pattern, or none does; only a density of the caller's own class that throws may
@@ -496,7 +496,7 @@ protected:
     /// throws; ktBadPointer for stored parameters that are missing or of another class; what the decision rule throws.
     /// Polls: once per category, twice for a pattern with a value far beyond all of them, and once per category in the decision
     /// rule; while a group of more than some 400 measurements is evaluated for the first time, once in 2^24 multiplications. No allocation up to 32 categories, but for
-    /// the result's own growth and the densities' first evaluation.
+    /// the result's own growth, the densities' first evaluation and what large groups work in.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
+#include <random>
 #include <utility>
 
 namespace {
@@ -16,6 +18,7 @@ namespace {
 using kt_test::codeOf;
 using kt_test::FlaggedRow;
 using kt_test::Indices;
+using kt_test::infinity;
 using kt_test::learn;
 using kt_test::learnt;
 using kt_test::logOf;
@@ -125,6 +128,76 @@ TEST(NormalDensity, MarginalIsTheJointDensityOfTheValidMeasurements)
             kt_test::logNormalReference(kt_test::marginalReference(moments, kept), kt_test::asVector(keptValues));
         EXPECT_NEAR(logOf(density, values, invalid), expected, 1e-12 * std::max(1.0, std::abs(expected)));
     }
+}
+
+/// `number` of the measurements, anywhere.
+Indices drawMissing(std::size_t size, std::size_t number, std::mt19937& random)
+{
+    Indices all(size);
+    std::iota(all.begin(), all.end(), 0);
+    std::shuffle(all.begin(), all.end(), random);
+    all.resize(number);
+    return all;
+}
+
+/// The log density of the others, with more digits.
+double marginalOf(const Moments& moments, const std::vector<double>& values, const Indices& missing)
+{
+    Indices kept;
+    std::vector<double> keptValues;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (std::find(missing.begin(), missing.end(), static_cast<long>(i)) == missing.end()) {
+            kept.push_back(static_cast<long>(i));
+            keptValues.push_back(values[i]);
+        }
+    }
+    return kt_test::logNormalReference(kt_test::marginalReference(moments, kept), kt_test::asVector(keptValues));
+}
+
+TEST(NormalDensity, MarginalsOfAnySizeHaveTheLogDensitiesOfTheirMeasurements)
+{
+    std::mt19937 random(17);
+    for (const std::size_t size : {2u, 3u, 4u, 5u, 7u, 8u, 9u, 12u, 16u, 17u, 24u, 40u}) {
+        for (const double condition : {1.0, 1e2, 1e4}) {
+            const TrainingSet set{200, size, 1.0, condition, 21};
+            const Rows rows = set.rows();
+            const Moments moments = kt_test::twoPassMoments(rows);
+            const ktNormalDensity density = learnt(rows);
+            for (std::size_t number = 1; number < size; ++number) {
+                SCOPED_TRACE(::testing::Message() << set << ", " << number << " missing");
+                const std::vector<double>& values = rows[number];
+                const Indices missing = drawMissing(size, number, random);
+                const double expected = marginalOf(moments, values, missing);
+                EXPECT_LE(std::abs(logOf(density, values, missing) - expected),
+                          set.tolerance(moments) * std::max(1.0, std::abs(expected)));
+            }
+        }
+    }
+}
+
+TEST(NormalDensity, MissingMeasurementLeavesATwinWithoutErrorOfItsOwn)
+{
+    // Measurements 0 and 3 say nearly the same, so each is far more certain with the other than without.
+    const double correlation = 1.0 - 1e-7;
+    const Rows covariance = {{4.0, 0.0, 0.0, 2.0 * correlation},
+                             {0.0, 1.0, 0.5, 0.0},
+                             {0.0, 0.5, 1.0, 0.0},
+                             {2.0 * correlation, 0.0, 0.0, 1.0}};
+    const ktNormalDensity density = restored({{1.0}, {0.0}, {0.0}, {2.0}}, covariance);
+    const double ofPair = -1.83787706640934548356 - 0.5 * std::log(0.75) - 0.5 * (0.25 - 0.5 + 1.0) / 0.75;
+    for (const double z : {0.0, 1.0, -3.0, 20.0}) {
+        const double ofTwin = -0.91893853320467274178 - 0.5 * z * z;
+        EXPECT_NEAR(logOf(density, {1.0 + 2.0 * z, 0.5, 1.0, nan}, {3}), ofPair + ofTwin - std::log(2.0), 1e-11);
+        EXPECT_NEAR(logOf(density, {nan, 0.5, 1.0, 2.0 + z}, {0}), ofPair + ofTwin, 1e-11);
+    }
+}
+
+TEST(NormalDensity, InfiniteVarianceOfAMissingMeasurementSaysNothingAboutTheOthers)
+{
+    const ktNormalDensity density =
+        restored({{0.0}, {0.0}, {0.0}, {0.0}},
+                 {{1.0, 0.0, 0.0, 0.0}, {0.0, infinity, 0.0, 0.0}, {0.0, 0.0, 4.0, 0.0}, {0.0, 0.0, 0.0, 1.0}});
+    EXPECT_DOUBLE_EQ(logOf(density, {0.0, 5.0, 2.0, 0.0}, {1}), 3.0 * -0.91893853320467274178 - std::log(2.0) - 0.5);
 }
 
 /// The integral of the density over measurement `missing`, by the trapezoidal rule, which for such a function converges
@@ -249,11 +322,14 @@ TEST(NormalDensity, EvaluationAllocatesOnlyTheFirstTime)
         const ktNormalDensity density = learnt(rows);
         const FlaggedRow whole(rows[0]);
         const FlaggedRow part(rows[0], {0});
+        Indices upperHalf(size - size / 2);
+        std::iota(upperHalf.begin(), upperHalf.end(), static_cast<long>(size / 2));
+        const FlaggedRow half(rows[0], upperHalf);
         const Indices indices(size, 0);
         double value = 0.0;
         EXPECT_GT(kt_test::allocationsDuring([&] { density.logDensity(whole.row(), value); }), 0);
-        // Where many are left beside an invalid one, their working storage.
-        for (const auto& asked : {std::pair(whole, 0L), std::pair(part, size > 33 ? 1L : 0L)}) {
+        // Working storage where many are left beside many that are missing.
+        for (const auto& asked : {std::pair(whole, 0L), std::pair(part, 0L), std::pair(half, size > 64 ? 1L : 0L)}) {
             const FlaggedRow& row = asked.first;
             const long expected = asked.second;
             EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(row.row(), value); }), expected);
@@ -262,6 +338,21 @@ TEST(NormalDensity, EvaluationAllocatesOnlyTheFirstTime)
         EXPECT_EQ(kt_test::allocationsDuring([&] { density.logDensity(rows[0].data(), indices.data(), size, value); }),
                   0);
     }
+}
+
+TEST(NormalDensity, ManyMeasurementsTakeWorkingStorage)
+{
+    const auto allocationsOf = [](std::size_t size) {
+        const std::vector<double> values(size, 0.5);
+        const ktNormalDensity density = learnt(Rows{values});
+        const Indices indices(size, 0);
+        double value = 0.0;
+        const auto evaluate = [&] { density.logDensity(values.data(), indices.data(), size, value); };
+        evaluate();
+        return kt_test::allocationsDuring(evaluate);
+    };
+    EXPECT_EQ(allocationsOf(512), 0);
+    EXPECT_GT(allocationsOf(513), 0);
 }
 
 TEST(NormalDensity, EveryWayToTellAPatternGivesTheSameBits)
@@ -277,6 +368,9 @@ TEST(NormalDensity, EveryWayToTellAPatternGivesTheSameBits)
         }
         double value = 0.0;
         EXPECT_EQ(density.logDensity(reversed.data(), indices.data(), size, value), 0);
+        EXPECT_EQ(value, logOf(density, rows[1]));
+        value = 0.0;
+        EXPECT_EQ(density.logDensity(rows[1].data(), size, value), 0);
         EXPECT_EQ(value, logOf(density, rows[1]));
         for (const Indices& invalid : {Indices(), Indices({0}), Indices({indices[0], 0}), indices}) {
             EXPECT_EQ(density.logDensity(ToldRow(FlaggedRow(rows[1], invalid)), size, value), 0);
@@ -296,6 +390,7 @@ TEST(NormalDensity, EveryWayToTellAPatternIsRefusedAlike)
         EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row(), value)), code);
         EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(ToldRow(row), 2, value)), code);
         EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row().values, indices.data(), 2, value)), code);
+        EXPECT_EQ(static_cast<std::uint32_t>(density.logDensity(row.row().values, 2, value)), code);
         EXPECT_EQ(value, 77.0);
     }
 }

@@ -156,10 +156,12 @@ AREAS = [
             "foundation/src/correlations.h",
             "foundation/src/learning_steps_avx2.cpp",
             "foundation/src/learning_steps_baseline.cpp",
+            "foundation/src/evaluation_steps_avx2.cpp",
+            "foundation/src/evaluation_steps_baseline.cpp",
         ],
         [
             ("foundation_tests", "*Normal*"),
-            ("internals_tests", "*Correlations*:*LearningSteps*"),
+            ("internals_tests", "*Correlations*:*LearningSteps*:*EvaluationSteps*"),
             ("bayes_tests", "*"),
             ("trust_tests", "*"),
             ("damage_tests", "*"),

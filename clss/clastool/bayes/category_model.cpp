@@ -111,6 +111,7 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
 struct kt_CategoryModelBayesian::Plan {
     /// Behind the last of the consecutive single groups that begin here; here where the group is none.
     std::vector<std::size_t> runEnds;
+    /// The first measurement of the group.
     std::vector<std::size_t> indices;
     std::vector<double> means;
     std::vector<double> inverseDeviations;
@@ -119,6 +120,8 @@ struct kt_CategoryModelBayesian::Plan {
     std::vector<std::uint64_t> evaluations;
     /// The density of the group, if it is a normal one.
     std::vector<const ktNormalDensity*> normals;
+    /// The group's indices in the pattern; null if they follow one another.
+    std::vector<const long*> scattered;
     /// How many measurements a pattern must have.
     std::size_t reach = 0;
 
@@ -136,6 +139,7 @@ struct kt_CategoryModelBayesian::Plan {
           logScales(size),
           evaluations(size),
           normals(size),
+          scattered(size),
           revision(ktNormalDensity::evaluatedRevision())
     {
     }
@@ -225,9 +229,12 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
         fresh->normals[i] = &normal->state_;
         const auto last = static_cast<std::size_t>(*std::max_element(group.begin(), group.end()));
         fresh->reach = std::max(fresh->reach, last + 1);
+        fresh->indices[i] = static_cast<std::size_t>(group.front());
+        const auto isNotNext = [](long index, long next) { return next - 1 != index; };
+        const bool isInOrder = std::adjacent_find(group.begin(), group.end(), isNotNext) == group.end();
+        fresh->scattered[i] = isInOrder ? nullptr : group.data();
         ktNormalDensity::Single single;
         if (group.size() == 1 && normal->state_.single(single)) {
-            fresh->indices[i] = last;
             fresh->means[i] = single.mean;
             fresh->inverseDeviations[i] = single.inverseDeviation;
             fresh->logScales[i] = single.logScale;
@@ -287,8 +294,11 @@ double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const 
                 i = whole->runEnds[i];
             } else if (whole != nullptr && whole->normals[i] != nullptr) {
                 double value = 0.0;
-                kt_throwOnFailure(
-                    whole->normals[i]->logDensity(values.data(), groups_[i].data(), groups_[i].size(), value));
+                const long* indices = whole->scattered[i];
+                const std::size_t number = groups_[i].size();
+                kt_throwOnFailure(indices == nullptr
+                                      ? whole->normals[i]->logDensity(values.data() + whole->indices[i], number, value)
+                                      : whole->normals[i]->logDensity(values.data(), indices, number, value));
                 sum += value;
                 ++i;
             } else {

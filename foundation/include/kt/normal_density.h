@@ -118,12 +118,15 @@ public:
     /// the others. Held within +-1e300; -1e300 where the arithmetic ends in NaN; 0.0 if no value is left.
     /// Returns, checked in this order, 0x80000B61 for a count below 1; 0x80000B62 if the sizes of row, mean and covariance
     /// disagree.
-    /// Cost: measurements squared, cubed if a value is invalid, and once a state for the factorisation. No allocation but
-    /// once a state, for the factorisation, and where more than 32 valid measurements are left beside invalid ones, for
-    /// working storage: one, from 257 on two.
+    /// Cost: measurements squared, and times the square of the number of missing ones; where more than a quarter is missing,
+    /// the valid ones cubed; once a state the factorisation. No allocation but once a state, for the factorisation, and for
+    /// working storage where there are more than 512 measurements, or more than 32 of which some are missing.
     long logDensity(const Row& row, double& value) const;
 
-    /// The same for `size` valid measurements of a larger pattern: measurement i is `values[indices[i]]`.
+    /// The same for `size` measurements one behind the other, of which those that are not finite are missing.
+    long logDensity(const double* values, std::size_t size, double& value) const;
+
+    /// The same for `size` measurements of a larger pattern: measurement i is `values[indices[i]]`.
     long logDensity(const double* values, const long* indices, std::size_t size, double& value) const;
 
     /// The same for `size` measurements, valid or not, told by the source, which is asked before anything is checked.
@@ -164,18 +167,13 @@ private:
     struct Factors;
 
     long refuse(std::size_t size) const noexcept;
-    template <class ValueAt>
-    long logDensityOf(std::size_t size, double& value, ValueAt valueAt) const;
     bool hasSize(std::size_t size) const noexcept;
     void learn(const Row& row, double normalizer) noexcept;
     void begin(const double* values) noexcept;
     static void learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                  std::size_t numRows, std::size_t stride) noexcept;
     const Factors& factors() const;
-    template <class ValueAt>
-    double logJoint(ValueAt valueAt) const;
-    template <class ValueAt>
-    double logMarginal(ValueAt valueAt, std::size_t numValid) const;
+    KT_HIDDEN double logOfValid(const double* values, double logOfAll) const;
     void dropFactors() noexcept;
 
     ktNMMatrix mean_;

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+
+// The loop of a normal density that takes most of the time when it is evaluated; normal_density.h has the formula. There is one
+// for every processor and one for processors with wider vectors, chosen once a process. Both compute the same bits.
+
+namespace kt_normal {
+
+/// How many rows of a whitening matrix lie in one block, side by side.
+constexpr std::size_t lanes = 8;
+
+/// The number of rows of all blocks that hold `size` rows.
+constexpr std::size_t inBlocks(std::size_t size)
+{
+    return (size + lanes - 1) / lanes * lanes;
+}
+
+/// The squared length of W (values - mean), with W a whitening matrix for `size` measurements as `whitening` in correlations.h lays
+/// it out. `differences` and `whitened` take the differences and their product with W; both have room for the rows of all blocks.
+/// Each row is summed on its own, by ascending columns, then the squares, by ascending rows, without fused operations.
+using Whiten = double (*)(const double* whitening, const double* mean, const double* values, std::size_t size,
+                          double* differences, double* whitened);
+
+/// For every processor.
+extern const Whiten baselineWhiten;
+/// For processors with AVX2; null where the compiler does not target such processors.
+extern const Whiten avx2Whiten;
+
+}  // namespace kt_normal
