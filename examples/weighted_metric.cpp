@@ -1,22 +1,12 @@
 // A distance metric of one's own, in which each measurement has a weight: derived, registered so that archives know it, and
-// used by the nearest-neighbour technique like the library's own.
+// used by the nearest-neighbour technique like the library's own. Takes any file whose first column names the categories.
 
-#include "common/cell_nuclei.h"
 #include "common/errors.h"
-#include "common/report.h"
-#include "common/scaling.h"
-#include "common/stored_tool.h"
 
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
 #include <iostream>
-#include <string>
-#include <typeinfo>
 #include <utility>
-#include <vector>
-
-using namespace examples;
 
 // Archives know a class by its name with its namespaces, so it stands in one that has a name, and both stay as they are.
 namespace weighted {
@@ -80,93 +70,53 @@ const kt_Instantiator WeightedDistance::sExemplar(typeid(WeightedDistance), &Wei
 
 namespace {
 
-using weighted::WeightedDistance;
-
-/// How far the means of the two categories are apart, in standard deviations, squared. Of scaled samples.
-std::vector<double> separations(const std::vector<Sample>& samples)
+/// How far the means of the categories are from their mean, squared: of measurements scaled to one spread.
+std::vector<double> separations(const ktClassifierDataProvider& data, std::size_t size)
 {
-    std::vector<double> weights;
-    for (std::size_t i = 0; i < samples.front().measurements.size(); ++i) {
-        double sums[2] = {0.0, 0.0};
-        double counts[2] = {0.0, 0.0};
-        for (const Sample& sample : samples) {
-            sums[sample.label] += sample.measurements[i];
-            counts[sample.label] += 1.0;
-        }
-        const double distance = sums[malignant] / counts[malignant] - sums[benign] / counts[benign];
-        weights.push_back(distance * distance);
+    ktClassifierTool bayes;
+    bayes.train(data, ktClassifierTrainParamsBayesian());
+    std::vector<double> weights(size, 0.0);
+    for (const ktKit::Density& density : ktKit::densities(bayes)) {
+        weights[static_cast<std::size_t>(density.measurements[0])] += density.mean[0] * density.mean[0];
     }
     return weights;
-}
-
-/// A weight of 0 leaves a measurement out.
-std::vector<double> withoutTheLesser(std::vector<double> weights, double share)
-{
-    const double limit = share * *std::max_element(weights.begin(), weights.end());
-    std::replace_if(
-        weights.begin(), weights.end(), [limit](double weight) { return weight < limit; }, 0.0);
-    return weights;
-}
-
-ktClassifierTool trained(const std::vector<Sample>& training, const ktPatternDistanceMetric& metric)
-{
-    ktClassifierTool tool;
-    tool.train(trainingSet(training), ktClassifierTrainParamsKNN(5, metric, ktClassifierCosts(1.0)));
-    return tool;
-}
-
-long numMistakes(const ktClassifierTool& tool, const std::vector<Sample>& samples)
-{
-    long mistakes = 0;
-    for (const Sample& sample : samples) {
-        ktClassifierResult result;
-        tool.run(ktFeaturePattern(sample.measurements, {}), result);
-        mistakes += decision(result) != sample.label ? 1 : 0;
-    }
-    return mistakes;
 }
 
 int weighMeasurements(const std::string& csvPath)
 {
-    const CellNuclei data = readCellNuclei(csvPath);
-    const Split rows = splitSamples(data.samples);
-    const Scaling scaling(rows.training);
-    const std::vector<Sample> training = scaling(rows.training);
-    const std::vector<Sample> test = scaling(rows.test);
-    const std::vector<double> weights = separations(training);
-
-    std::cout << "5 nearest neighbours, mistakes on " << test.size() << " test samples:\n";
-    const auto printRow = [&](const std::string& what, const ktPatternDistanceMetric& metric) {
-        std::cout << "  " << std::left << std::setw(52) << what << std::right << std::setw(3)
-                  << numMistakes(trained(training, metric), test) << "\n";
+    const ktKit::Table table = ktKit::readCsv(csvPath);
+    const ktKit::Split rows = ktKit::split(table.data, ktKit::stratifiedFolds(ktKit::labels(table.data), 3, 1), 0);
+    const ktKit::Scaler scaler(rows.training);
+    const std::vector<double> weights = separations(scaler.transform(rows.training), table.columns.size());
+    const ktKit::Patterns test = ktKit::patterns(scaler.transform(rows.test));
+    ktClassifierTool tool;
+    const auto print = [&](const std::string& what, const ktPatternDistanceMetric& metric) {
+        tool.train(scaler.transform(rows.training), ktClassifierTrainParamsKNN(5, metric));
+        ktKit::ConfusionMatrix matrix;
+        const std::vector<ktClassifierResult> results = ktKit::runAll(tool, test);
+        for (std::size_t i = 0; i < test.size(); ++i) {
+            matrix.add(rows.test.categoryLabel(static_cast<long>(i)), ktKit::decision(results[i]).categoryLabel());
+        }
+        std::cout << what << ": " << matrix.mistakes() << " mistakes\n";
     };
-    printRow("the library's Euclidean distance", ktPatternDistanceMetricNorm(2.0));
-    printRow("all weights 1", WeightedDistance(std::vector<double>(weights.size(), 1.0)));
-    printRow("weighted by how well a measurement separates", WeightedDistance(weights));
-    const std::vector<double> few = withoutTheLesser(weights, 0.5);
-    printRow("the same, and without the " + std::to_string(std::count(few.begin(), few.end(), 0.0)) + " lesser ones",
-             WeightedDistance(few));
+    print("the library's Euclidean distance", ktPatternDistanceMetricNorm(2.0));
+    print("all weights 1", weighted::WeightedDistance(std::vector<double>(weights.size(), 1.0)));
+    print("weighted by how well a measurement separates", weighted::WeightedDistance(weights));
 
-    ktClassifierTool tool = trained(training, WeightedDistance(weights));
-    ktClassifierTool loaded = toolFrom(bytesOf(tool));
-    std::cout << "\nStored and loaded: " << (loaded == tool ? "an equal tool" : "another tool");
-    // A loaded nearest-neighbour tool runs with k = 1 and the library's distance until its parameters are applied.
-    loaded.retrain(*loaded.trainParams());
-    std::cout << ", which with its parameters applied makes " << numMistakes(loaded, test) << " mistakes.\n";
-    return 0;
+    ktKit::save(tool, "weighted_metric.tool");
+    const ktClassifierTool loaded = ktKit::load("weighted_metric.tool");
+    const bool isSame = ktKit::runAll(loaded, test) == ktKit::runAll(tool, test);
+    std::cout << "Stored and loaded, it gives " << (isSame ? "the same answers.\n" : "other answers.\n");
+    return isSame ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
-        std::cerr << "usage: weighted_metric CELL_NUCLEI_CSV\n";
-        return 1;
-    }
     try {
-        return weighMeasurements(argv[1]);
+        return argc == 2 ? weighMeasurements(argv[1]) : throw std::runtime_error("usage: weighted_metric CSV");
     } catch (const std::exception& error) {
-        return reportError(error);
+        return examples::reportError(error);
     }
 }
