@@ -7,6 +7,10 @@
 
 #include <cmath>
 #include <limits>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace {
@@ -136,6 +140,54 @@ TEST(KitDensities, SaysWhatIsWrong)
                                                [] { ktKit::densities(ktClassifierTool()); });
     expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained by Bayes",
                                               [] { ktKit::densities(kt_test::treeTool()); });
+}
+
+/// A density, and a model, of the caller's own. Their registered names are as long as those of the library's, so that they can take
+/// their places in an archive.
+class ForeignDensity : public kt_PDFMultivariateNormal {
+public:
+    static ktPersistent* make() { return new ForeignDensity; }
+};
+class ForeignModel : public kt_CategoryModelBayesian {
+public:
+    static ktPersistent* make() { return new ForeignModel; }
+};
+
+ktClassifierTool withForeign(ktClassifierTool tool, const std::string& known, const std::string& foreign)
+{
+    std::stringstream stored;
+    ktArchive store(static_cast<std::ostream&>(stored));
+    store || tool;
+    std::string bytes = stored.str();
+    const std::size_t at = bytes.find(known);
+    if (at == std::string::npos || known.size() != foreign.size()) {
+        throw std::logic_error("the archive does not name the class so");
+    }
+    std::istringstream changed(bytes.replace(at, known.size(), foreign));
+    ktArchive load(changed);
+    ktClassifierTool loaded;
+    load || loaded;
+    return loaded;
+}
+
+TEST(KitLearning, ClassesOfTheCallersOwnAreRefused)
+{
+    const kt_Instantiator density(typeid(ForeignDensity), &ForeignDensity::make, "kt_PDFOfTheCallersOwnOne");
+    const kt_Instantiator model(typeid(ForeignModel), &ForeignModel::make, "kt_CategoryModelOfAnyOne");
+    const ktClassifierTool whole = trainedOn(Sample(0, 30), bayesParams());
+    ktClassifierTool foreign = withForeign(whole, "kt_PDFMultivariateNormal", "kt_PDFOfTheCallersOwnOne");
+    const std::string refused = "A density is neither normal nor binomial";
+    const Sample more(30, 32);
+    ktClassifierTool other = whole;
+    expectThrows<ktClassifierDefs::NotImplemented>(refused, [&] { ktKit::densities(foreign); });
+    expectThrows<ktClassifierDefs::NotImplemented>(refused, [&] { ktKit::add(foreign, more.patterns, more.labels); });
+    expectThrows<ktClassifierDefs::NotImplemented>(refused, [&] { ktKit::merge(foreign, whole); });
+    expectThrows<ktClassifierDefs::NotImplemented>(refused, [&] { ktKit::merge(other, foreign); });
+    foreign = withForeign(whole, "kt_CategoryModelBayesian", "kt_CategoryModelOfAnyOne");
+    expectBadPointer([&] { ktKit::densities(foreign); });
+    expectBadPointer([&] { ktKit::add(foreign, more.patterns, more.labels); });
+    expectBadPointer([&] { ktKit::merge(other, foreign); });
+    EXPECT_TRUE(other == whole);
 }
 
 TEST(KitDensities, RunOutOfMemoryCleanly)
