@@ -147,12 +147,9 @@ bool kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<char>& isFoun
         }
     }
     // In nanoseconds, from measurements on several kinds of data: a block costs a query less together with others, because its
-    // rows are read once and few of them are left, but all blocks have to be read and limits to be kept, and the rows that are left
-    // lie scattered. Alone, rows beyond the caches are waited for.
-    const std::size_t bytes = copy_.numRows_ * size_ * sizeof(float);
-    const std::size_t pace = std::min<std::size_t>(6 + (bytes >> 22), 12);
-    const std::size_t alone = numTried * 300 + numCompared * (20 + pace * size_);
-    const std::size_t together = numTried * (1500 + 60 * size_ + blocks_.size() * (5 + 4 * size_ / 5));
+    // rows are read once and few of them are left, but all blocks have to be read and limits to be kept.
+    const std::size_t alone = numTried * 300 + numCompared * (20 + 13 * size_ / 5);
+    const std::size_t together = numTried * (1400 + blocks_.size() * (5 + 4 * size_ / 5));
     return alone > together;
 }
 

@@ -281,36 +281,22 @@ private:
     void scanGroups(const Zone& zone)
     {
         const std::size_t count = zone.endGroup - zone.firstGroup;
+        kt_Scratch<float, 256> bounds((count + kt_blockRows - 1) / kt_blockRows * kt_blockRows);
+        const auto inBatch = [&](std::size_t first) { return std::min(kt_blockRows, count - first); };
         std::size_t nearest = 0;
-        float least = std::numeric_limits<float>::infinity();
-        float bounds[kt_blockRows];
         for (std::size_t first = 0; first < count; first += kt_blockRows) {
-            const std::size_t here = boundGroups(zone, first, bounds);
-            const std::size_t place = leastOf(bounds, here);
-            if (bounds[place] < least) {
-                least = bounds[place];
-                nearest = first + place;
-            }
+            boundBoxes(zone.boxes.data() + first * 2 * size_, inBatch(first), bounds.data() + first);
+            const std::size_t place = first + leastOf(bounds.data() + first, inBatch(first));
+            nearest = bounds[place] < bounds[nearest] ? place : nearest;
         }
-        scanGroup(copy_.groups_[zone.firstGroup + nearest]);
+        const auto scan = [&](std::size_t i) { scanGroup(copy_.groups_[zone.firstGroup + i]); };
+        scan(nearest);
+        bounds[nearest] = std::numeric_limits<float>::infinity();
         for (std::size_t first = 0; first < count; first += kt_blockRows) {
-            const std::size_t here = boundGroups(zone, first, bounds);
-            std::uint64_t left = lowest(here);
-            if (nearest - first < kt_blockRows) {
-                bounds[nearest - first] = std::numeric_limits<float>::infinity();
-                left &= ~(std::uint64_t{1} << (nearest - first));
-            }
-            forEachNearest(left, here, bounds,
-                           [&](std::size_t i) { scanGroup(copy_.groups_[zone.firstGroup + first + i]); });
+            std::uint64_t left = lowest(inBatch(first));
+            left &= ~(std::uint64_t{nearest / kt_blockRows == first / kt_blockRows} << nearest % kt_blockRows);
+            forEachNearest(left, inBatch(first), bounds.data() + first, [&](std::size_t i) { scan(first + i); });
         }
-    }
-
-    /// Float sums of the boxes around up to 64 groups of a zone. Returns how many there are.
-    std::size_t boundGroups(const Zone& zone, std::size_t first, float* bounds)
-    {
-        const std::size_t here = std::min(kt_blockRows, zone.endGroup - zone.firstGroup - first);
-        boundBoxes(zone.boxes.data() + first * 2 * size_, here, bounds);
-        return here;
     }
 
     void boundBoxes(const float* boxes, std::size_t count, float* bounds)
@@ -391,6 +377,7 @@ private:
         const std::uint64_t existing = lowest(count);
         pollRows(std::min(count, kt_blockRows));
         ++numBlocks_;
+        prefetchNumbers(block);
         if (useCells()) {
             const std::uint64_t rows = filter_->pass(block, limits_.trueLimit()) & existing;
             // When more rows of a block pass, its floats are read where they lie.
@@ -416,6 +403,15 @@ private:
         }
         if (within != 0) {
             take(within, sums, copy_.rowsOf(block));
+        }
+    }
+
+    /// The numbers of a block's rows are wanted as soon as its sums are known.
+    void prefetchNumbers(std::size_t block) const
+    {
+        const std::uint32_t* const numbers = copy_.rowsOf(block);
+        for (std::size_t i = 0; i < kt_blockRows; i += 64 / sizeof(std::uint32_t)) {
+            KT_PREFETCH(numbers + i);
         }
     }
 
