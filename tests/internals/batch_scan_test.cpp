@@ -168,6 +168,10 @@ const Kind kinds[] = {
          return n.next(0.0, 1.0) * (row % 100 == 17 ? 1e8 : 1.0);
      },
      false},
+    // Rows that the sample of the scale misses are cut off, in blocks all over the store.
+    {"HeavyTails",
+     [](ktRandomUniform& u, ktRandomGaussian&, std::size_t, std::size_t) { return std::tan(u.next(-1.57, 1.57)); },
+     false},
     {"Offset", [](ktRandomUniform&, ktRandomGaussian& n, std::size_t, std::size_t) { return 1e6 + n.next(0.0, 1.0); }},
     {"Tiny", [](ktRandomUniform&, ktRandomGaussian& n, std::size_t, std::size_t) { return n.next(0.0, 1e-200); },
      false},
@@ -312,6 +316,126 @@ TEST(BatchScanChoice, NeedsQueriesRowsAndKernels)
     EXPECT_FALSE(kt_BatchScan(*copy, store, 0).isWorthwhile(100));
     EXPECT_FALSE(kt_BatchScan(*copy, store, 65).isWorthwhile(100));
     EXPECT_FALSE(kt_BatchScan(*copyOfFew, few, 1).isWorthwhile(100));
+}
+
+TEST(BatchScanChoice, NeedsMeasurementsFewEnoughForSumsIn32Bits)
+{
+    for (const std::size_t size : {32768u, 32769u}) {
+        ktClassifierDataProviderMemory store;
+        // Each pattern is there as often as a copy takes it.
+        for (int i = 0; i < 32; ++i) {
+            const ktPtrHandle<ktFeaturePattern> pattern = new ktFeaturePattern(Row(size, static_cast<double>(i)), {});
+            for (int j = 0; j < 16; ++j) {
+                store.addData(pattern, 0);
+            }
+        }
+        const ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
+        copy->make(store);
+        ASSERT_TRUE(copy->isCurrent(store));
+        const bool hasKernels = kt_CompactCopy::instructionSet(2) > 0;
+        EXPECT_EQ(kt_BatchScan(*copy, store, 5).isWorthwhile(100), hasKernels && size == 32768);
+    }
+}
+
+/// A store of so many rows, their numbers of which are as `value` says, and the copy of it.
+struct Copied {
+    template <class Draw>
+    Copied(std::size_t numRows, Draw draw)
+    {
+        for (std::size_t i = 0; i < numRows; ++i) {
+            rows.push_back(draw(i));
+            store.addData(new ktFeaturePattern(rows.back(), {}), 0);
+        }
+        copy->make(store);
+    }
+
+    std::vector<Row> rows;
+    ktClassifierDataProviderMemory store;
+    ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
+};
+
+TEST(BatchScanOfFewQueries, PassesOverThoseThatAreNull)
+{
+    if (batchKernels().empty()) {
+        GTEST_SKIP() << "the machine has no kernels for batches";
+    }
+    const Copied line(1000, [](std::size_t i) { return Row{static_cast<double>(i)}; });
+    const Row query{700.25};
+    for (const std::size_t numThere : {0u, 1u, 3u}) {
+        kt_BatchScan::Queries queries(40, nullptr);
+        for (std::size_t i = 0; i < numThere; ++i) {
+            queries[5 + 9 * i] = &query;
+        }
+        std::vector<std::size_t> rows(queries.size() * 2, 7);
+        kt_BatchScan scan(*line.copy, line.store, 2);
+        ASSERT_TRUE(scan.isWorthwhile(queries.size()));
+        const std::vector<char> isFound = scan.run(queries, rows);
+        for (std::size_t i = 0; i < queries.size(); ++i) {
+            ASSERT_EQ(isFound[i] != 0, queries[i] != nullptr) << "query " << i << ", there are " << numThere;
+            std::sort(rows.data() + 2 * i, rows.data() + 2 * i + 2);
+            EXPECT_EQ(rows[2 * i], queries[i] != nullptr ? 700u : 7u);
+            EXPECT_EQ(rows[2 * i + 1], queries[i] != nullptr ? 701u : 7u);
+        }
+    }
+}
+
+// A row that lies beyond the numbers counts as one at their end, and looks nearer to the query than the nearest.
+TEST(BatchScanOfWildRows, TakesNoBoundFromARowThatIsCutOff)
+{
+    if (batchKernels().empty()) {
+        GTEST_SKIP() << "the machine has no kernels for batches";
+    }
+    ktRandomUniform uniform(4);
+    constexpr std::size_t beyond = 500;
+    Copied copied(540, [&](std::size_t i) { return Row{i == beyond ? 500.0 : uniform.next(-1.0, 1.0)}; });
+    // Added rows are compared after those that were there.
+    for (int i = 0; i < 10; ++i) {
+        copied.store.addData(new ktFeaturePattern({0.0}, {}), 0);
+        copied.copy->append(copied.store);
+    }
+    const Row query{1.9};
+    copied.rows[beyond] = {-1.0};
+    const auto nearest = std::max_element(copied.rows.begin(), copied.rows.end()) - copied.rows.begin();
+    const kt_BatchScan::Queries queries(40, &query);
+    kt_BatchScan scan(*copied.copy, copied.store, 1);
+    ASSERT_TRUE(scan.isWorthwhile(queries.size()));
+    std::vector<std::size_t> rows(queries.size());
+    std::vector<char> isFound(queries.size(), 0);
+    scan.findTogether(queries, isFound, rows);
+    EXPECT_EQ(isFound, std::vector<char>(queries.size(), 1));
+    EXPECT_EQ(rows, std::vector<std::size_t>(queries.size(), static_cast<std::size_t>(nearest)));
+}
+
+// Values that no float can hold are brought nearer to zero, and the row farthest away looks nearest.
+TEST(BatchScanOfWildRows, TakesNoBoundFromValuesThatNoFloatHolds)
+{
+    if (batchKernels().empty()) {
+        GTEST_SKIP() << "the machine has no kernels for batches";
+    }
+    ktRandomGaussian normal(3);
+    constexpr std::size_t size = 16;
+    constexpr std::size_t nearest = 200;
+    const Copied wild(600, [&](std::size_t i) {
+        Row row(size);
+        std::generate(row.begin(), row.end(), [&] { return normal.next(0.0, 1.0); });
+        const double away = i == nearest ? 0x1p+140 : 0x1p+300 * static_cast<double>(i + 1);
+        row[i % size] = away;
+        if (i != 3 && i != 300) {
+            row[(i + 5) % size] = away;
+        }
+        return row;
+    });
+    const Row query(size, 0.5);
+    const kt_BatchScan::Queries queries(40, &query);
+    kt_BatchScan scan(*wild.copy, wild.store, 1);
+    ASSERT_TRUE(scan.isWorthwhile(queries.size()));
+    std::vector<std::size_t> rows(queries.size());
+    std::vector<char> isFound(queries.size(), 0);
+    scan.findTogether(queries, isFound, rows);
+    EXPECT_EQ(isFound, std::vector<char>(queries.size(), 0)) << "they are left to runs one by one";
+    isFound = scan.run(queries, rows);
+    EXPECT_EQ(isFound[0], 1);
+    EXPECT_EQ(rows[0], nearest);
 }
 
 }  // namespace

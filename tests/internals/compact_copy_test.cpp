@@ -113,6 +113,18 @@ Owned owned(double value)
     return new ktFeaturePattern({value}, {});
 }
 
+TEST(CompactCopy, ThatWasNeverMadeIsOutOfDateAndIsMadeWithTheFirstPattern)
+{
+    Store store;
+    kt_CompactCopy copy;
+    EXPECT_TRUE(copy.isOutOfDate(store));
+    EXPECT_FALSE(copy.isCurrent(store));
+    store.addData(new ktFeaturePattern({3.0}, {}), 1);
+    copy.append(store);
+    EXPECT_TRUE(copy.isCurrent(store));
+    EXPECT_EQ(nearest(copy, store, {6.2}), 0u);
+}
+
 /// A store of some patterns and a copy of it.
 struct Copied {
     explicit Copied(const std::vector<Owned>& patterns)
@@ -148,6 +160,31 @@ TEST(CompactCopy, IsOutOfDateWhenAPatternOfItsOwnChangesAndStaysCurrentWhenOther
     *both = *owned(6.0);
     EXPECT_FALSE(first.isCurrent());
     EXPECT_FALSE(second.isCurrent());
+}
+
+TEST(CompactCopy, IsNotMadeWherePatternsWereAssignedOthersOfAnotherSize)
+{
+    const Owned pattern = owned(2.0);
+    const Copied copied({owned(1.0), pattern, owned(3.0)});
+    *pattern = ktFeaturePattern({2.0, 2.0}, {});
+    copied.copy->make(copied.store);
+    EXPECT_FALSE(copied.isCurrent());
+    *pattern = *owned(2.0);
+    copied.copy->make(copied.store);
+    EXPECT_TRUE(copied.isCurrent());
+}
+
+TEST(CompactCopy, TakesOverNoPatternThatWasAssignedOneOfAnotherSize)
+{
+    Copied copied({owned(1.0), owned(2.0), owned(3.0), owned(4.0)});
+    const Owned last = owned(5.0);
+    copied.store.addData(last, 1);
+    *last = ktFeaturePattern({2.0, 2.0}, {});
+    copied.copy->append(copied.store);
+    EXPECT_FALSE(copied.isCurrent());
+    *last = *owned(5.0);
+    copied.copy->make(copied.store);
+    EXPECT_EQ(nearest(*copied.copy, copied.store, {4.7}), 4u);
 }
 
 TEST(CompactCopy, SeesAChangeOfAPatternWhateverOtherCopiesOfItAreGone)

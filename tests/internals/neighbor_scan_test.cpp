@@ -223,6 +223,57 @@ TEST_P(NeighborScan, WildValuesChangeNoAnswer)
     }
 }
 
+/// One row in eight lies in a cluster so far away, another one in a cluster twice as far.
+template <int Decimals>
+void twoFarClusters(std::mt19937&, std::size_t number, Row& row)
+{
+    row[0] += number % 8 < 2 ? std::pow(10.0, Decimals) * static_cast<double>(1 + number % 8) : 0.0;
+}
+
+// Clusters far away have offsets of their own; k takes rows of several, whose float sums are not to be compared.
+TEST_P(NeighborScan, NeighboursInSeveralClustersAreThoseOfThePlainScan)
+{
+    for (const auto change : {twoFarClusters<7>, twoFarClusters<20>}) {
+        RandomStore store(1600, 3, change);
+        for (std::size_t i = 0; i < 30; ++i) {
+            store.add();
+            store.copy->append(store.store);
+        }
+        for (const std::size_t k : {1u, 190u, 210u, 380u, 420u, 900u}) {
+            for (const double order : {0.5, 1.0, 1.5, 2.0}) {
+                for (const std::size_t row : {800u, 801u, 802u}) {
+                    ASSERT_NO_FATAL_FAILURE(store.expectPlainAnswer(store.rows[row], order, k));
+                }
+            }
+        }
+    }
+}
+
+// Two clusters meet where the query lies, far from the offsets of the first and near those of the second: rounding moves the
+// distances of the first cluster's rows by more than they differ from those of the second.
+TEST_P(NeighborScan, DistancesRelativeToOtherOffsetsKeepTheirOwnErrors)
+{
+    std::mt19937 random(9);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    for (int round = 0; round < 200; ++round) {
+        const double query = 1e5 + 1023.9 + uniform(random) * 1e-3;
+        std::vector<Row> rows;
+        for (int i = 0; i < 1000; ++i) {
+            rows.push_back({uniform(random)});
+        }
+        rows.push_back({query + 0.2 + uniform(random) * 4e-5});
+        for (int i = 0; i < 99; ++i) {
+            rows.push_back({query + 0.5});
+        }
+        for (int i = 0; i < 100; ++i) {
+            rows.push_back({1e5 + 0.01 * i});
+        }
+        rows[1100] = {1e5};
+        rows.push_back({query - 0.2});
+        ASSERT_EQ(nearestByCopy(rows, {query}, 1.0), nearestByPlainScan(rows, {query}, 1.0)) << "round " << round;
+    }
+}
+
 TEST_P(NeighborScan, RowsAddedToALargeStoreAreFoundBeforeAndAfterTheyAreSorted)
 {
     for (const std::size_t usual : {kt_CompactCopy::cellsFrom(), std::size_t{0}}) {
@@ -313,6 +364,15 @@ TEST(NeighborScanInstructionSet, IsTheOneLastAskedForUntilTheNext)
     EXPECT_EQ(kt_CompactCopy::instructionSet(), 0);
     EXPECT_EQ(kt_CompactCopy::instructionSet(1), best);
     EXPECT_EQ(kt_CompactCopy::instructionSet(), best);
+}
+
+TEST(LineAllocator, FreesWhatAnotherOneAllocated)
+{
+    const kt_LineAllocator<float> one;
+    kt_LineAllocator<float> other{kt_LineAllocator<double>(one)};
+    EXPECT_TRUE(one == other);
+    EXPECT_FALSE(one != other);
+    other.deallocate(kt_LineAllocator<float>(one).allocate(3), 3);
 }
 
 TEST(LineAllocator, RefusesWhatNoMemoryHolds)

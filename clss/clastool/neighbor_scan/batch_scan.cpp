@@ -172,7 +172,8 @@ bool kt_BatchScan::chooseScale()
     most_ = largestNumber(size_);
     scale_ = std::exp2(std::floor(std::log2(most_ / (1.25 * static_cast<double>(reach)))));
     norm_.emplace(2.0, size_, copy_.scale_ * scale_, 0.0);
-    return !samples_.empty() && scale_ >= 0x1p-40 && scale_ <= 0x1p+60;
+    // Steps so coarse that floats which were brought nearer to zero count as whole numbers would give bounds that do not hold.
+    return scale_ >= 0x1p-40 && scale_ <= 0x1p+60;
 }
 
 /// Takes in a query unless it lies beyond the range of the numbers.
@@ -222,7 +223,7 @@ void kt_BatchScan::round(Chunk& chunk, const Block* blocks, std::size_t count) c
 }
 
 /// Finds for each query a bound on the k-th distance from the sampled blocks: of the rows at one place of their blocks the
-/// nearest counts, and the k-th of those is at least as far as the k-th of all.
+/// nearest counts, and the k-th of those is at least as far as the k-th of all. The scale leaves no sampled value to be cut off.
 void kt_BatchScan::findFirstLimits()
 {
     Chunk samples;
@@ -243,17 +244,17 @@ void kt_BatchScan::findFirstLimits()
                 std::copy_n(least.data() + list * listSize + q * kt_blockRows, kt_blockRows,
                             ofOne.data() + list * kt_blockRows);
             }
-            setFirstLimit(queries_[first + q], samples, ofOne);
+            setFirstLimit(queries_[first + q], samples.error, ofOne);
         }
     }
 }
 
-void kt_BatchScan::setFirstLimit(Query& query, const Chunk& samples, std::vector<std::int32_t>& least) const
+void kt_BatchScan::setFirstLimit(Query& query, double error, std::vector<std::int32_t>& least) const
 {
     const auto kth = least.begin() + static_cast<std::ptrdiff_t>(k_ - 1);
     std::nth_element(least.begin(), kth, least.end());
     const double root = std::sqrt(static_cast<double>(*kth) + static_cast<double>(query.square));
-    query.highest = samples.isCut ? infinity : (root + query.error + samples.error) * slightly;
+    query.highest = (root + query.error + error) * slightly;
     query.limit = norm_->guarded(query.highest);
     query.isGivenUp = !(query.limit < infinity);
 }
@@ -333,13 +334,11 @@ void kt_BatchScan::take(Query& query, std::size_t index, std::uint32_t row, doub
     candidates_[index * capacity_ + query.numCandidates++] = {row, static_cast<float>(least)};
 }
 
-/// Lowers the limits to what the rows noted so far allow.
+/// Lowers the limits to what the rows noted so far allow, which are at least k.
 void kt_BatchScan::renew(Query& query, std::size_t index)
 {
-    if (query.numSmallest == k_) {
-        query.highest = std::min(query.highest, smallest_[index * k_]);
-        query.limit = norm_->guarded(query.highest);
-    }
+    query.highest = std::min(query.highest, smallest_[index * k_]);
+    query.limit = norm_->guarded(query.highest);
     query.isRenewed = false;
 }
 
@@ -359,6 +358,7 @@ bool kt_BatchScan::finish(Query& query, std::size_t index, kt_RowList& rows)
     if (query.isGivenUp) {
         return false;
     }
+    // The limit has let at least the k nearest pass.
     keepNearest(query, index);
     const Candidate* const first = candidates_.data() + index * capacity_;
     const auto rowOf = [](const Candidate& candidate) { return candidate.row; };
@@ -368,5 +368,6 @@ bool kt_BatchScan::finish(Query& query, std::size_t index, kt_RowList& rows)
     }
     std::vector<std::uint32_t> left(query.numCandidates);
     std::transform(first, first + query.numCandidates, left.begin(), rowOf);
-    return copy_.nearestAmong(left, store_, *query.values, 2.0, rows);
+    copy_.nearestAmong(left, store_, *query.values, 2.0, rows);
+    return true;
 }

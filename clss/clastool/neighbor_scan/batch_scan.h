@@ -78,7 +78,7 @@ private:
     void prepare(const std::vector<double>& values, std::size_t place);
     void round(Chunk& chunk, const Block* blocks, std::size_t count) const;
     void findFirstLimits();
-    void setFirstLimit(Query& query, const Chunk& samples, std::vector<std::int32_t>& least) const;
+    void setFirstLimit(Query& query, double error, std::vector<std::int32_t>& least) const;
     void compare(const Chunk& chunk, std::size_t first);
     void setLimit(std::size_t index, double error, std::int32_t& limit) const;
     void take(Query& query, std::size_t index, std::uint32_t row, double root, const Chunk& chunk);

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -114,9 +113,10 @@ public:
 
     bool isEmpty() const { return count_ == 0; }
 
+    /// The distance is no NaN, as between finite values by the norm.
     void add(std::uint32_t row, double distance)
     {
-        const Entry entry{std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance, row};
+        const Entry entry{distance, row};
         if (count_ == entries_.size()) {
             if (!(entry < entries_[0])) {
                 return;

@@ -501,8 +501,8 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     }
     const ktFeaturePattern& pattern = *store.patterns_.back();
     const std::vector<double>& values = pattern.measurements_;
-    if (values.size() != size_ ||  // not covered: the store takes no pattern of another size
-        pattern.numInvalid() != 0 ||
+    // A pattern may be assigned over after the store took it.
+    if (values.size() != size_ || pattern.numInvalid() != 0 ||
         !std::all_of(values.begin(), values.end(), [](double value) { return std::abs(value) <= largestValue; })) {
         return false;
     }

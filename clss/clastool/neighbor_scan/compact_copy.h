@@ -84,8 +84,8 @@ public:
     bool nearest(const ktClassifierDataProviderMemory& store, const std::vector<double>& query, double order,
                  kt_RowList& rows, std::size_t& numCompared) const;
 
-    /// The nearest rows when all of them are among `candidates`. Polls nothing.
-    bool nearestAmong(const std::vector<std::uint32_t>& candidates, const ktClassifierDataProviderMemory& store,
+    /// The nearest rows when all of them are among `candidates`, for a query and an order that can be certified. Polls nothing.
+    void nearestAmong(const std::vector<std::uint32_t>& candidates, const ktClassifierDataProviderMemory& store,
                       const std::vector<double>& query, double order, kt_RowList& rows) const;
 
     /// The rows lie in blocks of 64, in another order than in the store. The numbers in the store of the rows of a block.

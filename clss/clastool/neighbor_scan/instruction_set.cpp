@@ -24,11 +24,14 @@ int kt_CompactCopy::instructionSet() noexcept
 
 int kt_CompactCopy::instructionSet(int wanted) noexcept
 {
-    int possible = 0;
-    if (kt_avx2Kernels != nullptr &&  // not covered: null where no compiler knows these vectors
-        KT_PROCESSOR_HAS_AVX2_AND_FMA) {
-        possible = kt_vnniBatchKernels != nullptr && KT_PROCESSOR_HAS_AVX512_VNNI ? 2 : 1;
+    // Kernels are null where the compiler does not know these vectors.
+    const int ofCompiler =
+        static_cast<int>(kt_avx2Kernels != nullptr) * (1 + static_cast<int>(kt_vnniBatchKernels != nullptr));
+    int ofProcessor = 0;
+    if (KT_PROCESSOR_HAS_AVX2_AND_FMA) {
+        ofProcessor = KT_PROCESSOR_HAS_AVX512_VNNI ? 2 : 1;
     }
-    chosenSet.store(std::min(wanted, possible), std::memory_order_relaxed);
-    return std::min(wanted, possible);
+    const int chosen = std::min({wanted, ofCompiler, ofProcessor});
+    chosenSet.store(chosen, std::memory_order_relaxed);
+    return chosen;
 }

@@ -674,14 +674,9 @@ bool kt_CompactCopy::nearest(const ktClassifierDataProviderMemory& store, const 
     return true;
 }
 
-bool kt_CompactCopy::nearestAmong(const std::vector<std::uint32_t>& candidates,
+void kt_CompactCopy::nearestAmong(const std::vector<std::uint32_t>& candidates,
                                   const ktClassifierDataProviderMemory& store, const std::vector<double>& query,
                                   double order, kt_RowList& rows) const
 {
-    kt_NeighborScan scan(*this, store, query, order, rows.size());
-    if (!scan.isCertified()) {
-        return false;
-    }
-    scan.runAmong(candidates, rows);
-    return true;
+    kt_NeighborScan(*this, store, query, order, rows.size()).runAmong(candidates, rows);
 }
