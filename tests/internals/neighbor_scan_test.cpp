@@ -234,14 +234,14 @@ void twoFarClusters(std::mt19937&, std::size_t number, Row& row)
 TEST_P(NeighborScan, NeighboursInSeveralClustersAreThoseOfThePlainScan)
 {
     for (const auto change : {twoFarClusters<7>, twoFarClusters<20>}) {
-        RandomStore store(1600, 3, change);
+        RandomStore store(800, 3, change);
         for (std::size_t i = 0; i < 30; ++i) {
             store.add();
             store.copy->append(store.store);
         }
-        for (const std::size_t k : {1u, 190u, 210u, 380u, 420u, 900u}) {
+        for (const std::size_t k : {1u, 90u, 110u, 190u, 220u, 750u}) {
             for (const double order : {0.5, 1.0, 1.5, 2.0}) {
-                for (const std::size_t row : {800u, 801u, 802u}) {
+                for (const std::size_t row : {400u, 401u, 402u}) {
                     ASSERT_NO_FATAL_FAILURE(store.expectPlainAnswer(store.rows[row], order, k));
                 }
             }
