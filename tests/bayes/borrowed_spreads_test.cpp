@@ -421,6 +421,59 @@ TEST(BorrowedSpreads, ValueWhoseSquareOverflowsLosesItsOwnMeasurementAlone)
     EXPECT_EQ(decided(wide, {1e151}), 1);
 }
 
+/// A model for which no pattern is likely.
+class Hopeless : public bayes::ForeignModel {
+public:
+    double matchScore(const ktFeaturePattern&, ktDiagObject*, unsigned long) const override { return -1e300; }
+
+    static ktPersistent* make() { return new Hopeless; }
+};
+
+TEST(BorrowedSpreads, ValueWhoseSquareOverflowsIsFoundBesideForeignModelsAndMissingMeasurements)
+{
+    const kt_Instantiator entry(typeid(Hopeless), &Hopeless::make, "Hopeless");
+    kt_PDFMultivariateNormal low;
+    low.updateWithData(bayes::patterns({{0.0}, {1.0}}));
+    kt_PDFMultivariateNormal high;
+    high.updateWithData(bayes::patterns({{10.0}, {11.0}}));
+    const auto model = [&](long label, const kt_PDFMultivariateNormal& density) -> Model {
+        return new kt_CategoryModelBayesian(
+            bayes::modelWith(label, {{0}, {1}, {7}},
+                             {new kt_PDFMultivariateNormal(low), new kt_PDFMultivariateNormal(density),
+                              new kt_PDFMultivariateNormal(low)}));
+    };
+    const auto classifier = classifierWith({model(1, low), new Hopeless, model(2, high)});
+    EXPECT_EQ(decided(classifier, {1e200, 0.5}), 1);
+    EXPECT_EQ(decided(classifier, {1e200, 10.5}), 2);
+}
+
+TEST(BorrowedSpreads, LongPatternThatLacksAMeasurementIsJudgedByTheOthers)
+{
+    constexpr std::size_t size = 600;
+    ktRandomGaussian random(seed);
+    const auto rows = drawn({20, 20}, [&](long label) {
+        std::vector<double> values(size);
+        std::generate(values.begin(), values.end(), [&] { return random.next(0.1 * static_cast<double>(label), 1.0); });
+        return values;
+    });
+    const auto less = [](std::vector<Labelled> given) {
+        for (Labelled& row : given) {
+            row.measurements.erase(row.measurements.begin() + 5);
+        }
+        return given;
+    };
+    const auto whole = trained(rows);
+    const auto without = trained(less(rows));
+    for (const Labelled& row : rows) {
+        std::vector<double> values = row.measurements;
+        const ktClassifierResult lacking = answer(whole, pattern(values, {5}));
+        values.erase(values.begin() + 5);
+        const ktClassifierResult expected = answer(without, pattern(values));
+        EXPECT_NEAR(logLikelihood(lacking, 0), logLikelihood(expected, 0), 1e-9);
+        EXPECT_NEAR(logLikelihood(lacking, 1), logLikelihood(expected, 1), 1e-9);
+    }
+}
+
 TEST(BorrowedSpreads, AnythingTrainsAndRuns)
 {
     ktRandomUniform random(seed);

@@ -375,14 +375,15 @@ bool kt_CategoryModelBayesian::isTaughtBy(const ktFeaturePattern& pattern, std::
     return normalOf(group) == nullptr || std::all_of(indices.begin(), indices.end(), isThere);
 }
 
-/// Notes of each measurement whether a normal density judges it, and whether the value is near enough for one of them.
+/// Notes of each measurement whether a normal density judges it, and whether the value is near enough for one of them. The pattern was
+/// evaluated before, so that all densities can be.
 void kt_CategoryModelBayesian::noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
                                          std::vector<bool>& isReached) const
 {
     for (std::size_t i = 0; i < numGroups(); ++i) {
         const ktNormalDensity* normal = normalOf(i);
         const std::vector<long>& group = groups_[i];
-        for (std::size_t j = 0; normal != nullptr && normal->canEvaluate(group.size()) && j < group.size(); ++j) {
+        for (std::size_t j = 0; normal != nullptr && j < group.size(); ++j) {
             const auto index = static_cast<std::size_t>(group[j]);
             if (index < isJudged.size()) {
                 isJudged[index] = true;
