@@ -234,7 +234,7 @@ void twoFarClusters(std::mt19937&, std::size_t number, Row& row)
 TEST_P(NeighborScan, NeighboursInSeveralClustersAreThoseOfThePlainScan)
 {
     for (const auto change : {twoFarClusters<7>, twoFarClusters<20>}) {
-        RandomStore store(800, 3, change);
+        RandomStore store(850, 3, change);
         for (std::size_t i = 0; i < 30; ++i) {
             store.add();
             store.copy->append(store.store);
