@@ -42,7 +42,7 @@ public:
 
 private:
     std::vector<double> values_;
-    std::array<bool, 200> valid_;
+    std::array<bool, 1024> valid_;
 };
 
 inline std::uint32_t learn(ktNormalDensity& density, const std::list<FlaggedRow>& list, double normalizer = 1.0)

@@ -657,6 +657,53 @@ void storeAndLoadErrors()
     }
 }
 
+/// An object that is assigned inside a pass is stored again there. A loaded one is still what references mean.
+void assignInsidePasses()
+{
+    std::stringstream stream;
+    ktFeaturePattern earlier({0.0}, {});
+    bytesOf(earlier);
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        ktPtrHandle<ktFeaturePattern> pattern(new ktFeaturePattern({1.0}, {}));
+        earlier = ktFeaturePattern({2.0}, {});
+        archive || pattern || earlier;
+        *pattern = earlier;
+        archive || pattern || pattern;
+    }
+    ktArchive archive(static_cast<std::istream&>(stream));
+    const ktArchive::Pass pass(archive);
+    ktPtrHandle<ktFeaturePattern> first;
+    ktPtrHandle<ktFeaturePattern> second;
+    ktPtrHandle<ktFeaturePattern> third;
+    ktFeaturePattern between;
+    archive || first || between || second;
+    const bool isAsStored = first->featureMeasurement(0, true) == 1.0 && between == *second;
+    *second = *first;
+    archive || third;
+    promise(isAsStored && second == third && first != second, "an object that was assigned is stored again");
+}
+
+/// From a stream without a length a long vector grows while it is loaded, and its elements move.
+void loadLongVector()
+{
+    std::vector<ktFeaturePattern> patterns(300, ktFeaturePattern({1.0}, {}));
+    std::ostringstream out;
+    ktArchive storing(static_cast<std::ostream&>(out));
+    {
+        const ktArchive::Pass pass(storing);
+        storing || patterns || patterns;
+    }
+    const std::string bytes = out.str();
+    kt_test::BlindSource blind(bytes);
+    ktArchive archive(blind);
+    const ktArchive::Pass pass(archive);
+    std::vector<ktFeaturePattern> loaded;
+    archive || loaded || loaded;
+    promise(loaded == patterns, "a long vector is the same from every kind of stream");
+}
+
 void beside(Graph& graph, Input& input)
 {
     switch (input.byte() % 4) {
@@ -665,8 +712,10 @@ void beside(Graph& graph, Input& input)
     case 1:
         return failTwice(graph);
     case 2:
+        assignInsidePasses();
         return overlapPasses(graph);
     default:
+        loadLongVector();
         return storeAndLoadErrors();
     }
 }
