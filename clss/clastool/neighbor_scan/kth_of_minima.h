@@ -39,7 +39,7 @@ float kthOfLanes(const float* sums, std::size_t k)
     return minima[0];
 }
 
-float kthOfMinima(const float* sums, std::size_t k)
+inline float kthOfMinima(const float* sums, std::size_t k)
 {
     return k <= 5 ? kthOfLanes<8>(sums, k) : k <= 10 ? kthOfLanes<16>(sums, k) : kthOfLanes<32>(sums, k);
 }

@@ -29,5 +29,6 @@ public:
 private:
     std::size_t size_;
     std::unique_ptr<T[]> large_;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the elements may be pointers.
     alignas(T) unsigned char small_[Small * sizeof(T)];
 };
