@@ -73,16 +73,16 @@ int main()
 
     // [neighbors]
     ktClassifierDataProviderMemory complete;
-    for (long i = 0; i < table.data.numPatterns(); ++i) {
-        const auto part = ktKit::patterns(table.data)[static_cast<std::size_t>(i)];
-        if (part->numInvalid() == 0) {  // nearest neighbours take no gaps
-            complete.addData(part, table.data.categoryLabel(i));
+    const ktKit::Patterns all = ktKit::patterns(table.data);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (all[i]->numInvalid() == 0) {  // nearest neighbours take no gaps
+            complete.addData(all[i], table.data.categoryLabel(static_cast<long>(i)));
         }
     }
     const ktKit::Scaler scaler(complete);
     tool.train(scaler.transform(complete), ktClassifierTrainParamsKNN(3));
     for (const ktKit::Neighbor& near : ktKit::neighbors(tool, *scaler.transform(*ktKit::pattern({11.0, 30.0})))) {
-        std::cout << "part " << near.index << ", " << table.labelNames[static_cast<std::size_t>(near.label)]
+        std::cout << "pattern " << near.index << ", " << table.labelNames[static_cast<std::size_t>(near.label)]
                   << ", distance " << near.distance << "\n";
     }
     ktKit::save(tool, scaler, "parts.tool");  // both go into one file
