@@ -32,6 +32,12 @@ const ktClassifierTrainParamsKNN& asKNN(const ktClassifierTrainParams& params)
     throw ktClassifierDefs::BadFeatures("K-nearest neighbor classification does not support invalid measurements");
 }
 
+/// The k of the parameters in use.
+long numNeighbors(const ktPtrHandle_const<ktClassifierTrainParamsKNN>& params)
+{
+    return params ? params->k() : 1;
+}
+
 /// Sorts labels. Few are put where the number of lesser ones says: labels of neighbours are hard to predict, so that no branch
 /// should depend on them.
 void sortLabels(long* labels, std::size_t count)
@@ -274,9 +280,8 @@ kt_ClassifierKNN::kt_ClassifierKNN(const kt_ClassifierKNN&) = default;
 
 kt_ClassifierKNN& kt_ClassifierKNN::operator=(const kt_ClassifierKNN& other)
 {
-    // The parameters first: they are the only part whose copy can fail.
-    params_ = other.params_;
     kt_Classifier::operator=(other);
+    params_ = other.params_;
     trainingData_ = other.trainingData_;
     copy_ = other.copy_;
     return *this;
@@ -305,7 +310,7 @@ bool kt_ClassifierKNN::operator==(const kt_ClassifierKNN& other) const
 
 void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params)
 {
-    params_ = asKNN(params);
+    params_ = new ktClassifierTrainParamsKNN(asKNN(params));
     copy_ = nullptr;
     trainingData_ = new ktClassifierDataProviderMemory;
     // Training only reads the provider; its interface declares three of the readers without const.
@@ -344,7 +349,7 @@ void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
     if (storedParams().isNull()) {
         throw ktBadPointer();
     }
-    params_ = asKNN(params);
+    params_ = new ktClassifierTrainParamsKNN(asKNN(params));
     // Loading made no copy of patterns that others share, and those who share them may have changed them.
     if (copy_.isNull() || copy_->isOutOfDate(*trainingData_)) {
         makeCopy();
@@ -390,7 +395,7 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
     }
     // A loaded k may be anything; the list never grows past the stored patterns.
     const long numPatterns = trainingData_->numPatterns();
-    kt_RowList neighbors(static_cast<std::size_t>(std::clamp(params_.k(), 0L, numPatterns)));
+    kt_RowList neighbors(static_cast<std::size_t>(std::clamp(numNeighbors(params_), 0L, numPatterns)));
     if (!findByCopy(pattern, neighbors)) {
         kt_NearestList list(neighbors.size());
         findNearestNeighbors_(pattern, list);
@@ -407,7 +412,10 @@ double kt_ClassifierKNN::orderByCopy() const
     if (copy_.isNull() || !copy_->isCurrent(*trainingData_)) {
         return 0.0;
     }
-    const ktPtrHandle_const<ktPatternDistanceMetric> held = params_.distanceMetric();
+    if (params_.isNull()) {
+        return 2.0;
+    }
+    const ktPtrHandle_const<ktPatternDistanceMetric> held = params_->distanceMetric();
     const ktPatternDistanceMetric* const metric = held.get();
     // A metric derived from the norm may measure in its own way: only the norm itself may be hurried past it.
     if (metric == nullptr || typeid(*metric) != typeid(ktPatternDistanceMetricNorm)) {
@@ -431,7 +439,7 @@ void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePatt
     const bool isAsked = kt_attentionHandler.load(std::memory_order_relaxed) != nullptr;
     const std::size_t together = isAsked ? 64 : kt_BatchScan::mostQueries;
     const auto numRows = static_cast<std::size_t>(trainingData_->numPatterns());
-    const auto k = static_cast<std::size_t>(std::clamp(params_.k(), 0L, trainingData_->numPatterns()));
+    const auto k = static_cast<std::size_t>(std::clamp(numNeighbors(params_), 0L, trainingData_->numPatterns()));
     for (std::size_t first = 0; first < patterns.size(); first += together) {
         const std::size_t count = std::min(together, patterns.size() - first);
         std::vector<std::size_t> rows;
@@ -486,11 +494,12 @@ std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeatu
 void kt_ClassifierKNN::findNearestNeighbors_(const ktFeaturePattern& pattern, kt_NearestList& neighbors) const
 {
     const long numPatterns = trainingData_->numPatterns();
-    const ktPtrHandle_const<ktPatternDistanceMetric> metric = params_.distanceMetric();
+    const ktPatternDistanceMetricNorm euclidean(2.0);
+    const ktPtrHandle_const<ktPatternDistanceMetric> held = params_ ? params_->distanceMetric() : nullptr;
     for (long i = 0; i < numPatterns; ++i) {
         kt_pollAttention();
         const ktPtrHandle_const<ktFeaturePattern> stored = trainingData_->featurePattern(i);
-        neighbors.insert(static_cast<std::size_t>(i), metric->distance(pattern, *stored));
+        neighbors.insert(static_cast<std::size_t>(i), (params_ ? *held : euclidean).distance(pattern, *stored));
     }
 }
 
@@ -517,7 +526,9 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
         verdict.category = ktClassifierCategoryResult(label, static_cast<double>(next - first) / total, 0.0, 0.0);
         first = next;
     }
-    kt_DecisionRule::decide(result, verdicts, ktClassifierFrequencies(1.0), params_.misclassificationCosts(), 0.0);
+    const ktClassifierCosts unitCosts(1.0);
+    kt_DecisionRule::decide(result, verdicts, ktClassifierFrequencies(1.0),
+                            params_ ? params_->misclassificationCosts() : unitCosts, 0.0);
 }
 
 void kt_ClassifierKNN::makeCopy() noexcept

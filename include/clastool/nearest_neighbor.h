@@ -153,7 +153,7 @@ private:
 /// A loaded classifier runs with k = 1, the Euclidean norm and unit costs until it is retrained: the stored parameters come
 /// back through `trainParams()` but are not applied. `tool.retrain(*tool.trainParams(), nullptr, 0);` applies them.
 ///
-/// Copy: copies the parameters and shares the kept patterns; a pattern added to one is seen by all that share them.
+/// Copy: shares the parameters in use, which nobody can change, and the kept patterns; a pattern added to one is seen by all that share them.
 /// Archive: version byte, base, the kept patterns as a pointer record.
 /// See: T. M. Cover, P. E. Hart, "Nearest neighbor pattern classification", 1967.
 class KT_API kt_ClassifierKNN : public kt_Classifier {
@@ -229,7 +229,9 @@ private:
     void fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const;
 
     ktPtrHandle<ktClassifierDataProviderMemory> trainingData_;
-    ktClassifierTrainParamsKNN params_;
+    // In use, which are not always the stored ones. Null stands for `ktClassifierTrainParamsKNN()`: a vector of classifiers that is
+    // being loaded would make one for each few bytes.
+    ktPtrHandle_const<ktClassifierTrainParamsKNN> params_;
     // In front of the exact scan; null where there is none, and shared like the patterns.
     ktPtrHandle<kt_CompactCopy> copy_;
 };

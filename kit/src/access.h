@@ -31,7 +31,15 @@ public:
     static void checkRunnable(const kt_Classifier& classifier) { classifier.checkRunnable_(); }
 
     // Nearest neighbours: the parameters that a run uses, which need not be the stored ones, and the kept patterns.
-    static ktClassifierTrainParamsKNN& paramsInUse(kt_ClassifierKNN& classifier) { return classifier.params_; }
+    static ktClassifierTrainParamsKNN paramsInUse(const kt_ClassifierKNN& classifier)
+    {
+        return classifier.params_ ? *classifier.params_ : ktClassifierTrainParamsKNN();
+    }
+    static void paramsInUse(kt_ClassifierKNN& classifier,
+                            const ktPtrHandle<ktClassifierTrainParamsKNN>& params) noexcept
+    {
+        classifier.params_ = params;
+    }
     static ktPtrHandle<ktClassifierDataProviderMemory>& kept(kt_ClassifierKNN& classifier)
     {
         return classifier.trainingData_;

@@ -78,7 +78,7 @@ struct Contents {
             return false;
         }
         if (neighbors != nullptr) {
-            kt_KitAccess::paramsInUse(*neighbors) = *inUse;
+            kt_KitAccess::paramsInUse(*neighbors, inUse);
         }
         auto next = accumulators.begin();
         forEachBinomial(tool, [&](kt_PDFBinomial& binomial) { kt_KitAccess::accumulator(binomial) = **next++; });

@@ -131,7 +131,7 @@ std::vector<ktKit::Neighbor> ktKit::neighbors(const ktClassifierTool& tool, cons
     if (pattern.numInvalid() > 0 || pattern.numMeasurements() != kept.numMeasurements()) {
         throw ktClassifierDefs::BadFeatures("K-nearest neighbor classification does not support invalid measurements");
     }
-    const ktClassifierTrainParamsKNN& params = kt_KitAccess::paramsInUse(*classifier);
+    const ktClassifierTrainParamsKNN params = kt_KitAccess::paramsInUse(*classifier);
     kt_Scratch<std::size_t, 256> rows(static_cast<std::size_t>(std::clamp(params.k(), 0L, kept.numPatterns())));
     if (!kt_KitAccess::findByCopy(*classifier, pattern, rows)) {
         kt_NearestList list(rows.size());

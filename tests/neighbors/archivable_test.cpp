@@ -36,8 +36,6 @@ struct TrainParamsKNN : kt_test::ArchivableCase<ktClassifierTrainParamsKNN> {
 
 struct ClassifierKNN : kt_test::ArchivableCase<kt_ClassifierKNN> {
     static constexpr const char* name = "kt_ClassifierKNN";
-    // An empty one stores 4 bytes and holds parameters of some 250; a tool holds its classifier by pointer.
-    static constexpr std::size_t mostBytesEach = 160;
 
     static std::vector<kt_ClassifierKNN> samples()
     {

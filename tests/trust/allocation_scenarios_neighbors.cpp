@@ -185,8 +185,9 @@ void listTraining(ScenarioList& list)
 void listNeighbors(ScenarioList& list)
 {
     listParams(list);
-    list.makes("neighbours: made", [] { return Classifier(); });
-    list.values("neighbours", trained(2, Params()), trained(3, someParams(4)));
+    list.makes(
+        "neighbours: made", [] { return Classifier(); }, Allocates::nothing);
+    list.values("neighbours", trained(2, Params()), trained(3, someParams(4)), Allocates::nothing);
     list.asks("neighbours: cloned", trained(3, someParams(4)),
               [](const Classifier& classifier) { return classifier.clone(); });
     listTraining(list);
