@@ -6,8 +6,7 @@
 // The kinds are the values of the library, archives that nobody would store, whose bytes repeat what is dear to read, and temporaries
 // that go by one after the other in a pass opened by hand; of these the storing is counted too. Those that begin with "use-"
 // are small archives whose next call could take long; the call is counted, the loading is not. Behind each kind stands how many
-// times the work four times the archive may take; behind those that begin with "search-", how many times the work of which other
-// kind, of the same size.
+// times the work four times the archive may take; or how many times the work of which other kind, of the same size.
 
 #include <clastool/clastool.h>
 
@@ -18,6 +17,7 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -599,6 +599,48 @@ Case setOfOneMeasurement(long n)
     return trainedWithSet(std::vector<long>(static_cast<std::size_t>(n), 0), false);
 }
 
+/// Training of a group of n / 4 measurements with so many patterns of each of two categories, then the first run after loading.
+Case trainedGroup(long n, long numPatterns)
+{
+    return {"", {}, [=](ktArchive&) {
+                ktRandomGaussian random(7);
+                std::vector<long> group(static_cast<std::size_t>(n / 4));
+                std::iota(group.begin(), group.end(), 0);
+                ktClassifierDistributionTypes types;
+                types.setDependent(0, group);
+                types.setDependent(1, group);
+                const auto params = std::make_shared<ktClassifierTrainParamsBayesian>(types);
+                const auto data = std::make_shared<ktClassifierDataProviderMemory>();
+                for (long i = 0; i < 2 * numPatterns; ++i) {
+                    std::vector<double> values;
+                    for (std::size_t j = 0; j < group.size(); ++j) {
+                        values.push_back(random.next(0.0, 1.0));
+                    }
+                    data->addData(new ktFeaturePattern(values, {}), i % 2);
+                }
+                return [params, data] {
+                    ktClassifierTool tool;
+                    tool.train(*data, *params);
+                    std::istringstream in(stored(tool));
+                    ktArchive archive(static_cast<std::istream&>(in));
+                    archive || tool;
+                    ktClassifierResult result;
+                    tool.run(*data->featurePattern(0), result);
+                };
+            }};
+}
+
+Case regularGroup(long n)
+{
+    return trainedGroup(n, n);
+}
+
+/// Fewer patterns than measurements.
+Case singularGroup(long n)
+{
+    return trainedGroup(n, n / 5);
+}
+
 /// n stored patterns, to which as many are added one by one.
 Case taught(long n, double first)
 {
@@ -822,6 +864,8 @@ std::vector<Kind> allKinds()
                              {"use-shared-models", sharedModels},
                              {"use-set-beyond-the-data", setOfMeasurementsThatAreNotThere},
                              {"use-set-of-one-measurement", setOfOneMeasurement, pairs},
+                             {"use-regular-group", regularGroup, ""},
+                             {"use-singular-group", singularGroup, "1.5 use-regular-group"},
                              {"use-taught-one-by-one", taughtOneByOne, almostLinear},
                              {"use-taught-beside-infinity", taughtBesideInfinity, almostLinear},
                              {"use-retrained-on-one-pattern", retrainedOnOnePattern}};
