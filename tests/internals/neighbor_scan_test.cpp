@@ -303,6 +303,19 @@ TEST_P(NeighborScan, VeryManyRowsAreFoundWhereverTheyAre)
     }
 }
 
+// Boxes spare most blocks of every group that is near; nothing but the number of blocks tells whether they were asked.
+TEST_P(NeighborScan, BoxesSpareMostBlocksOfManyGroups)
+{
+    const RandomStore store(60000, 4, wildernesses[0].change);
+    for (std::size_t i = 0; i < 5; ++i) {
+        kt_RowList found(5);
+        std::size_t numCompared = 0;
+        const Row query(4, 0.3 * static_cast<double>(i) - 0.6);
+        ASSERT_TRUE(store.copy->nearest(store.store, query, 2.0, found, numCompared));
+        EXPECT_LT(numCompared, 50u) << "of 938";
+    }
+}
+
 // Their floats' powers are infinite, and so are those of the boxes around them, while there is no limit yet.
 TEST_P(NeighborScan, RowsAndBoxesInfinitelyFarAreFoundWhereTheNearOnesAreTooFew)
 {
