@@ -293,12 +293,12 @@ def batch_table(figures, has_vnni):
     rows = []
     for kind, size, case in peer_cases(figures):
         cells = [kind, spelled(size)]
-        for who in ("library_batch", "faiss_batch", "sklearn_batch", "sklearn_tree_batch", "library"):
+        for who in ("library_batch", "faiss_batch", "sklearn_batch", "sklearn_tree_batch", "library_each"):
             cells.append(short(figures.median(case + who)) if figures.has(case + who) else "")
         aims = {**AIM_BATCH, **(AIM_VNNI if has_vnni else {})}
         ratios = figures.ratio(case + "faiss_batch", case + "library_batch")
         cells += figures.held_against(f"{kind} {size}, a batch against FAISS", ratios, aims.get(size))
-        ratios = figures.ratio(case + "library", case + "library_batch")
+        ratios = figures.ratio(case + "library_each", case + "library_batch")
         aim = 2.5 if size == "10000x784" else 0.95
         rows.append(cells + figures.held_against(f"{kind} {size}, a batch against runs one by one", ratios, aim))
     return table(
@@ -543,7 +543,7 @@ def merged(stored, measured):
 def print_times(measured):
     figures = Figures(measured)
     for name in measured[0]:
-        own = name.rpartition("/")[0] + ("/library_batch" if name.endswith("_batch") else "/library")
+        own = name.rpartition("/")[0] + ("/library_batch" if name.endswith(("_batch", "_each")) else "/library")
         ratio = spread(figures.ratio(name, own)) if figures.has(own) and name != own else ""
         print(f"{name:48}{short(figures.median(name)):>10} µs  {ratio}")
 

@@ -90,16 +90,38 @@ void timeRuns(benchmark::State& state, const Peers& all)
     timeInTurn(state, all.queries.size(), [&](std::size_t i) { all.library.run(*all.queries.patterns[i], result); });
 }
 
-void timeBatch(benchmark::State& state, const Peers& all)
+using Batch = std::vector<ktPtrHandle_const<ktFeaturePattern>>;
+
+std::vector<Batch> batchesOf(const LabelledPatterns& queries)
 {
-    using Patterns = std::vector<ktPtrHandle_const<ktFeaturePattern>>;
-    std::vector<Patterns> batches;
-    for (auto first = all.queries.patterns.begin(); first != all.queries.patterns.end(); first += batch) {
+    std::vector<Batch> batches;
+    for (auto first = queries.patterns.begin(); first != queries.patterns.end(); first += batch) {
         batches.emplace_back(first, first + batch);
     }
+    return batches;
+}
+
+void timeBatch(benchmark::State& state, const Peers& all)
+{
+    const std::vector<Batch> batches = batchesOf(all.queries);
     state.counters["queries"] = static_cast<double>(batch);
     std::vector<ktClassifierResult> results;
     timeInTurn(state, batches.size(), [&](std::size_t i) { all.library.run(batches[i], results); });
+}
+
+/// What a batch gives, by runs: the results of all queries, while those of the batch before are still there.
+void timeEach(benchmark::State& state, const Peers& all)
+{
+    const std::vector<Batch> batches = batchesOf(all.queries);
+    state.counters["queries"] = static_cast<double>(batch);
+    std::vector<ktClassifierResult> results;
+    timeInTurn(state, batches.size(), [&](std::size_t i) {
+        std::vector<ktClassifierResult> found(batches[i].size());
+        for (std::size_t query = 0; query < found.size(); ++query) {
+            all.library.run(*batches[i][query], found[query]);
+        }
+        results.swap(found);
+    });
 }
 
 #ifdef KT_BENCHMARK_PEERS
@@ -136,6 +158,7 @@ void addCase(const Case& the)
     };
     add("library", timeRuns);
     add("library_batch", timeBatch);
+    add("library_each", timeEach);
 #ifdef KT_BENCHMARK_PEERS
     add("nanoflann", timeTree);
     add("faiss", [](benchmark::State& state, const Peers& all) { timeFlat(state, all, 1); });

@@ -393,7 +393,7 @@ TEST(BatchScanOfWildRows, TakesNoBoundFromARowThatIsCutOff)
         copied.store.addData(new ktFeaturePattern({0.0}, {}), 0);
         copied.copy->append(copied.store);
     }
-    const Row query{1.9};
+    const Row query{1.2};
     copied.rows[beyond] = {-1.0};
     const auto nearest = std::max_element(copied.rows.begin(), copied.rows.end()) - copied.rows.begin();
     const kt_BatchScan::Queries queries(40, &query);

@@ -96,7 +96,7 @@ private:
     const std::size_t numPairs_;
     const std::size_t capacity_;
     const kt_BatchKernels* const kernels_;
-    // Steps to one of the copy's units, a power of two, and the largest number of a row or a query.
+    // Steps to one of the copy's units, exact as a float too, and the largest number of a row or a query.
     double scale_ = 0.0;
     double most_ = 0.0;
     // The exact routine's rounding, for distances in steps.
