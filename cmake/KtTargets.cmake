@@ -35,7 +35,8 @@ function(kt_compile_settings target)
     endif()
 endfunction()
 
-# A library of all sources below `sources`, with its public headers in `headers`.
+# A library of all sources below `sources`, with its public headers in `headers`. The libraries share the headers in
+# foundation/internal, which are not installed.
 function(kt_add_library target sources headers)
     file(GLOB_RECURSE files CONFIGURE_DEPENDS ${sources}/*.cpp)
     add_library(${target} ${files})
@@ -50,7 +51,8 @@ function(kt_add_library target sources headers)
     target_link_options(${target} PRIVATE ${KT_LIBRARY_OPTIONS})
     target_include_directories(
         ${target}
-        PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/${headers}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+        PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/${headers}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+        PRIVATE ${PROJECT_SOURCE_DIR}/foundation/internal)
     set_target_properties(
         ${target}
         PROPERTIES VERSION ${PROJECT_VERSION}

@@ -40,6 +40,8 @@ is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls
             sub(/.*operator=\((const )?/, "", name)
             sub(/[^A-Za-z_].*/, "", name)
             line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
+        } else if (match(line, /operator==\(.*return (isEqual|isEquivalent)\(other\); }$/)) {
+            line = line " ///< As `" (line ~ /isEqual\(/ ? "isEqual" : "isEquivalent") "` says."
         } else if (line ~ /operator!=\(.*[;}]$/) {
             line = line " ///< Not `==`."
         } else if (line ~ /void serialize_\(ktArchive&.*;$/) {

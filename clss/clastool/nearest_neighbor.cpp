@@ -283,7 +283,7 @@ kt_ClassifierKNN& kt_ClassifierKNN::operator=(const kt_ClassifierKNN& other)
     kt_Classifier::operator=(other);
     params_ = other.params_;
     trainingData_ = other.trainingData_;
-    copy_ = other.copy_;
+    compactCopy_ = other.compactCopy_;
     return *this;
 }
 
@@ -311,7 +311,7 @@ bool kt_ClassifierKNN::operator==(const kt_ClassifierKNN& other) const
 void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params)
 {
     params_ = new ktClassifierTrainParamsKNN(asKNN(params));
-    copy_ = nullptr;
+    compactCopy_ = nullptr;
     trainingData_ = new ktClassifierDataProviderMemory;
     // Training only reads the provider; its interface declares three of the readers without const.
     auto& data = const_cast<ktClassifierDataProvider&>(provider);
@@ -351,7 +351,7 @@ void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
     }
     params_ = new ktClassifierTrainParamsKNN(asKNN(params));
     // Loading made no copy of patterns that others share, and those who share them may have changed them.
-    if (copy_.isNull() || copy_->isOutOfDate(*trainingData_)) {
+    if (compactCopy_.isNull() || compactCopy_->isOutOfDate(*trainingData_)) {
         makeCopy();
     }
 }
@@ -360,10 +360,10 @@ void kt_ClassifierKNN::trainStart_(const ktClassifierTrainParams&) {}
 
 void kt_ClassifierKNN::trainIncremental_(const ktFeaturePattern& pattern, long label)
 {
-    const ktPtrHandle_const<ktFeaturePattern> copy = new ktFeaturePattern(pattern);
-    trainingData_->addData(copy, label);
-    if (copy_) {
-        copy_->append(*trainingData_);
+    const ktPtrHandle_const<ktFeaturePattern> kept = new ktFeaturePattern(pattern);
+    trainingData_->addData(kept, label);
+    if (compactCopy_) {
+        compactCopy_->append(*trainingData_);
     } else if (trainingData_->numPatterns() == leastLoadedForCopy) {
         makeCopy();
     }
@@ -372,7 +372,7 @@ void kt_ClassifierKNN::trainIncremental_(const ktFeaturePattern& pattern, long l
 void kt_ClassifierKNN::untrain_()
 {
     trainingData_ = nullptr;
-    copy_ = nullptr;
+    compactCopy_ = nullptr;
 }
 
 bool kt_ClassifierKNN::isTrained_() const
@@ -409,7 +409,7 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
 /// The order of the norm, for runs by way of the compact copy; 0 where only the plain scan may answer.
 double kt_ClassifierKNN::orderByCopy() const
 {
-    if (copy_.isNull() || !copy_->isCurrent(*trainingData_)) {
+    if (compactCopy_.isNull() || !compactCopy_->isCurrent(*trainingData_)) {
         return 0.0;
     }
     if (params_.isNull()) {
@@ -428,7 +428,7 @@ double kt_ClassifierKNN::orderByCopy() const
 bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const
 {
     const double order = orderByCopy();
-    return order > 0.0 && copy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
+    return order > 0.0 && compactCopy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
 }
 
 /// Runs pattern by pattern; only the search for the neighbours is made for many patterns at once, where that saves time.
@@ -471,7 +471,7 @@ std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeatu
         if (orderByCopy() != 2.0) {
             return {};
         }
-        kt_BatchScan scan(*copy_, *trainingData_, k);
+        kt_BatchScan scan(*compactCopy_, *trainingData_, k);
         if (!scan.isWorthwhile(count)) {
             return {};
         }
@@ -533,12 +533,12 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
 
 void kt_ClassifierKNN::makeCopy() noexcept
 {
-    copy_ = nullptr;
+    compactCopy_ = nullptr;
     if (trainingData_) {
-        copy_ = new (std::nothrow) kt_CompactCopy;
+        compactCopy_ = new (std::nothrow) kt_CompactCopy;
     }
-    if (copy_) {
-        copy_->make(*trainingData_);
+    if (compactCopy_) {
+        compactCopy_->make(*trainingData_);
     }
 }
 
@@ -554,7 +554,7 @@ void kt_ClassifierKNN::serialize_(ktArchive& archive, unsigned char version)
     // Kept on purpose: the parameters in use are not stored, and loading leaves them as they are.
     archive || trainingData_;
     if (archive.isLoading()) {
-        copy_ = nullptr;
+        compactCopy_ = nullptr;
         // A few bytes can refer to a store, or a pattern, that is already loaded, as often as they like: copies of those would
         // know no bound. A copy of few patterns is large beside the bytes that they came from.
         if (trainingData_ && trainingData_->numPatterns() >= leastLoadedForCopy && isHeldOnce(*trainingData_)) {

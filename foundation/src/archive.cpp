@@ -142,7 +142,7 @@ inline void ktArchive::get(void* bytes, std::size_t size)
     }
 }
 
-void ktArchive::empty()
+void ktArchive::flush()
 {
     // Emptied also when the stream fails: nothing is offered to it twice.
     const std::size_t size = std::exchange(buffered_, 0);
@@ -183,7 +183,7 @@ void ktArchive::put(const void* bytes, std::size_t size)
         start();
     }
     if (size > bufferSize - buffered_ || depth_ < 2) {
-        empty();
+        flush();
         if (size > bufferSize || depth_ < 2) {
             write(bytes, size);
             position_ += size;
@@ -466,11 +466,11 @@ void ktArchive::Pass::close()
         return;
     }
     if (std::uncaught_exceptions() == numExceptions_) {
-        archive_.empty();
+        archive_.flush();
         return;
     }
     try {
-        archive_.empty();
+        archive_.flush();
     } catch (...) {
         // What is on its way already tells why the archive is not whole.
     }

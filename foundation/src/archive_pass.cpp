@@ -1,5 +1,9 @@
 #include "archive_pass.h"
 
+#include "class_name.h"
+
+#include <kt/compiler.h>
+
 #include <atomic>
 #include <istream>
 #include <limits>

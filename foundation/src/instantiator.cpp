@@ -1,5 +1,6 @@
 #include <kt/persistent.h>
 
+#include "class_name.h"
 #include "registry_list.h"
 
 namespace {

@@ -516,7 +516,7 @@ long ktNormalDensity::logDensity(const double* values, std::size_t size, double&
                                                   working.data() + inBlocks(size));
     const double log = all.logScale - 0.5 * squaredLength;
     // A missing measurement makes it NaN or an infinity.
-    value = held(isFinite(log) ? log : logOfValid(values, log));
+    value = clampLog(isFinite(log) ? log : logOfValid(values, log));
     return success;
 }
 

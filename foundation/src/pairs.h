@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <cstring>
 

@@ -1,103 +1,26 @@
 #pragma once
 
-#include <clastool/classifier.h>
+// The Bayesian technique. Programs choose it by its parameters, ktClassifierTrainParamsBayesian in bayes_params.h, and use it
+// through ktClassifierTool.
 
-#include <kt/scratch.h>
+#include <clastool/bayes_params.h>
+
+#include <kt/normal_density.h>
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
-#include <type_traits>
 #include <vector>
 
-class ktClassifierDistributionTypes;
 class kt_BorrowedSpreads;
 class kt_EqualPairs;
+class kt_GroupDensity;
 class kt_MeasuredValues;
+class kt_PatternBatch;
 struct kt_Verdict;
+template <class T, std::size_t Small>
+class kt_Scratch;
 
-/// Version byte, default type, override labels, indices and types, labels and members of the dependency sets.
-KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
-
-/// Which probability distribution models each measurement of each category, and which measurements of a category are
-/// modelled jointly: a default type, overrides per (label, measurement), and dependency sets per label.
-///
-/// An index is in at most one dependency set of a label, and all members of a set have one type.
-/// Copy: member by member.
-class KT_API ktClassifierDistributionTypes {
-public:
-    /// Stored in archives: never change.
-    enum DistributionType : std::uint32_t {
-        /// (Multivariate) normal.
-        eNormal = 0,
-        /// Binomial, for a single bounded measurement.
-        eBinomial = 1,
-        /// Not supported: training with it fails.
-        ePoisson = 2,
-        /// Not supported: training with it fails.
-        eUniform = 3
-    };
-
-    /// No overrides, no dependency sets.
-    ktClassifierDistributionTypes(DistributionType defaultType = eNormal);
-    ktClassifierDistributionTypes(const ktClassifierDistributionTypes&) = default;
-    ktClassifierDistributionTypes(ktClassifierDistributionTypes&&) noexcept = default;
-    ktClassifierDistributionTypes& operator=(const ktClassifierDistributionTypes& other);
-    ktClassifierDistributionTypes& operator=(ktClassifierDistributionTypes&&) noexcept = default;
-
-    /// The type of every measurement without an override.
-    DistributionType defaultDistributionType() const { return defaultType_; }
-    /// Leaves overrides and sets alone.
-    void defaultDistributionType(DistributionType type);
-
-    /// The override of the pair, else the default.
-    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0" (kept on purpose: the misspelling, here and
-    /// below), then ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
-    DistributionType distributionType(long categoryLabel, long measurementIndex) const;
-
-    /// Kept on purpose: a type equal to the default returns at once, before any check, and leaves an override as it is.
-    /// Throws: ktClassifierDefs::BadParams "Cannot override distribution type of a feature measurement that is already part
-    /// of a dependency set.", then what `distributionType` throws.
-    void distributionTypeOverride(long categoryLabel, long measurementIndex, DistributionType type);
-
-    /// Empties the overrides and the dependency sets; the default stays.
-    void clearDistributionOverrides();
-
-    /// Makes the measurements of one category a joint group and merges it with the groups that it touches: the first of
-    /// them stays at its place and takes in the listed measurements, then the members of the others.
-    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0"; ktClassifierDefs::BadIndex "Feature measurement
-    /// indices must be >= 0"; ktClassifierDefs::BadParams "The distribution types of dependent feature measurements must be
-    /// the same.".
-    void setDependent(long categoryLabel, const std::vector<long>& measurementIndices);
-
-    /// Whether all listed measurements are in one dependency set of the category; false for an empty list.
-    /// Throws: ktClassifierDefs::BadLabel "Cateogory labels must be >= 0"; unless the list is empty ktClassifierDefs::BadIndex
-    /// "Feature measurement indices must be >= 0".
-    bool isDependent(long categoryLabel, const std::vector<long>& measurementIndices) const;
-
-    /// Kept on purpose: overrides and sets are compared in the order in which they stand.
-    bool operator==(const ktClassifierDistributionTypes& other) const;
-    bool operator!=(const ktClassifierDistributionTypes& other) const { return !(*this == other); }
-
-private:
-    friend class kt_ClassifierBayesian;
-    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes& types);
-
-    long distOverrideIndex_(long categoryLabel, long measurementIndex) const;
-    std::size_t numSets() const;
-    bool isSetWith(std::size_t set, long categoryLabel, long measurementIndex) const;
-    const std::vector<long>* setWith(long categoryLabel, long measurementIndex) const;
-
-    DistributionType defaultType_;
-    std::vector<long> overrideLabels_;
-    std::vector<long> overrideIndices_;
-    std::vector<DistributionType> overrideTypes_;
-    std::vector<long> dependentLabels_;
-    std::vector<std::vector<long>> dependentSets_;
-};
-
-/// The type as an unsigned 32-bit value.
-KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes::DistributionType& type);
+// The implementation side: the classes below are what the classifier is made of.
 
 /// The probability density of one group of measurements. Patterns hold exactly the group's measurements, in its order.
 ///
@@ -105,7 +28,6 @@ KT_API ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes::
 class KT_API kt_ProbabilityDensityFunction : public ktPersistent, public ktRepBase {
 public:
     kt_ProbabilityDensityFunction();
-    ~kt_ProbabilityDensityFunction() override;
 
     /// The natural logarithm of the density at the pattern.
     virtual double logValue(const ktFeaturePattern& pattern) const = 0;
@@ -117,8 +39,8 @@ public:
     virtual void clear() = 0;
 
 protected:
-    kt_ProbabilityDensityFunction(const kt_ProbabilityDensityFunction&);
-    kt_ProbabilityDensityFunction& operator=(const kt_ProbabilityDensityFunction&);
+    kt_ProbabilityDensityFunction(const kt_ProbabilityDensityFunction&) = default;
+    kt_ProbabilityDensityFunction& operator=(const kt_ProbabilityDensityFunction&) = default;
 
     void dispatchSerialize(ktArchive& archive) override;
     void serialize_(ktArchive& archive, unsigned char version);
@@ -131,9 +53,6 @@ protected:
 class KT_API kt_PDFMultivariateNormal : public kt_ProbabilityDensityFunction {
 public:
     kt_PDFMultivariateNormal();
-    kt_PDFMultivariateNormal(const kt_PDFMultivariateNormal&);
-    kt_PDFMultivariateNormal& operator=(const kt_PDFMultivariateNormal&);
-    ~kt_PDFMultivariateNormal() override;
 
     /// One row a measurement.
     ktNMMatrix mean() const { return state_.mean(); }
@@ -168,16 +87,11 @@ protected:
 private:
     friend class kt_PDFBinomial;
     friend class kt_BorrowedSpreads;
-    friend class kt_CategoryModelBayesian;
+    friend class kt_GroupDensity;
     friend class kt_KitAccess;
 
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
-
-    // The steps of logValue and updateWithData for a category model, which hands over rows instead of patterns.
-    double logValueAt(const ktNormalDensity::Row& row) const;
-    void prepareFor(const ktNormalDensity::Row& row);
-    void learn(const ktNormalDensity::Row& row);
 
     ktNormalDensity state_;
 };
@@ -185,8 +99,7 @@ private:
 /// A binomial density of one measurement between 0 and a maximum. Learning takes the data as proportions of the maximum and
 /// estimates n and theta by the method of moments: theta = mean, n = theta (1 - theta) / variance, rounded.
 ///
-/// Traps, told in docs/numerics.md: a constant training set gives no n; proportions at 0 and 1 and negative values are not
-/// guarded against.
+/// Traps (docs/numerics.md): a constant training set gives no n. Proportions at 0 and 1 and negative values are not guarded against.
 /// Copy: member by member. Archive: version byte, n, theta, maximum; what was accumulated is not stored, so a loaded density
 /// starts to learn from nothing. See: N. L. Johnson, S. Kotz, A. W. Kemp, "Univariate Discrete Distributions", 1992.
 class KT_API kt_PDFBinomial : public kt_ProbabilityDensityFunction {
@@ -195,9 +108,8 @@ public:
     kt_PDFBinomial();
     /// The maximum is measurement 0 of `maxValues`, 0.0 if it has none.
     kt_PDFBinomial(const ktFeaturePattern& maxValues);
-    kt_PDFBinomial(const kt_PDFBinomial&);
+    kt_PDFBinomial(const kt_PDFBinomial&) = default;
     kt_PDFBinomial& operator=(const kt_PDFBinomial&);
-    ~kt_PDFBinomial() override;
 
     /// n; 0 until learnt.
     long numTrials() const { return numTrials_; }
@@ -233,94 +145,24 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
-    friend class kt_CategoryModelBayesian;
+    friend class kt_GroupDensity;
     friend class kt_KitAccess;
 
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
-    void requireWithinMaximum(const ktNormalDensity::Row& row) const;
+    KT_HIDDEN void requireWithinMaximum(const ktNormalDensity::Row& row) const;
     void estimate();
 
     // The steps of logValue and updateWithData for a category model, which hands over rows instead of patterns.
-    double logValueAt(const ktNormalDensity::Row& row) const;
-    void prepareFor(const ktNormalDensity::Row& row);
-    void learn(const ktNormalDensity::Row& row);
+    KT_HIDDEN double logValueAt(const ktNormalDensity::Row& row) const;
+    KT_HIDDEN void prepareFor(const ktNormalDensity::Row& row);
+    KT_HIDDEN void learn(const ktNormalDensity::Row& row);
 
     long numTrials_ = 0;
     double theta_ = 0.0;
     double maximum_ = 1.0;
     kt_PDFMultivariateNormal accumulator_;
-};
-
-/// Choose the Bayesian technique: distribution types, prior frequencies, misclassification costs, and the largest values of
-/// binomial measurements (an entry that is missing or invalid stands for 1.0).
-///
-/// Copy: member by member; carries `throwIfNotReady`. Archive: kept on purpose, costs before frequencies: version byte, base,
-/// distribution types, costs, frequencies, maximum values.
-class KT_API ktClassifierTrainParamsBayesian : public ktClassifierTrainParams {
-public:
-    /// Normal distributions of independent measurements, equal frequencies and costs of 1.0, unless given. The frequencies are not
-    /// counted from the training data.
-    ktClassifierTrainParamsBayesian(
-        const ktClassifierDistributionTypes& distributionTypes = ktClassifierDistributionTypes(),
-        const ktClassifierFrequencies& categoryFrequencies = ktClassifierFrequencies(),
-        const ktClassifierCosts& misclassificationCosts = ktClassifierCosts(),
-        const ktFeaturePattern& maxMeasurementValues = ktFeaturePattern());
-    /// Normal distributions of independent measurements, and equal frequencies. A template, as the next, so that a type of
-    /// distribution is not taken for costs, nor {} for frequencies.
-    template <class Costs, class = std::enable_if_t<std::is_same_v<Costs, ktClassifierCosts>>>
-    explicit ktClassifierTrainParamsBayesian(const Costs& misclassificationCosts)
-        : ktClassifierTrainParamsBayesian({}, {}, misclassificationCosts)
-    {
-    }
-    /// Normal distributions of independent measurements.
-    template <class Frequencies, class = std::enable_if_t<std::is_same_v<Frequencies, ktClassifierFrequencies>>>
-    ktClassifierTrainParamsBayesian(const Frequencies& categoryFrequencies,
-                                    const ktClassifierCosts& misclassificationCosts)
-        : ktClassifierTrainParamsBayesian({}, categoryFrequencies, misclassificationCosts)
-    {
-    }
-    ktClassifierTrainParamsBayesian(const ktClassifierTrainParamsBayesian&);
-    ktClassifierTrainParamsBayesian& operator=(const ktClassifierTrainParamsBayesian&);
-    ~ktClassifierTrainParamsBayesian() override;
-
-    /// Which density models each measurement of each category.
-    const ktClassifierDistributionTypes& distributionTypes() const { return types_; }
-    /// Needs a new training: `retrain` refuses other types.
-    void distributionTypes(const ktClassifierDistributionTypes& distributionTypes);
-    /// The prior frequencies of the categories.
-    const ktClassifierFrequencies& categoryFrequencies() const { return frequencies_; }
-    /// `retrain` takes other frequencies without training again.
-    void categoryFrequencies(const ktClassifierFrequencies& categoryFrequencies);
-    /// What each mistake costs.
-    const ktClassifierCosts& misclassificationCosts() const { return costs_; }
-    /// `retrain` takes other costs without training again.
-    void misclassificationCosts(const ktClassifierCosts& misclassificationCosts);
-    /// The largest value of each measurement that is modelled by a binomial density, in its unit.
-    const ktFeaturePattern& maxMeasurementValues() const { return maxValues_; }
-    /// Needs a new training: `retrain` refuses other values.
-    void maxMeasurementValues(const ktFeaturePattern& maxMeasurementValues);
-
-    ktPtrHandle<ktClassifierTrainParams> clone() const override;
-
-protected:
-    /// Equal types, frequencies, costs and maximum values; `throwIfNotReady` is not compared.
-    bool isEqual_(const ktClassifierTrainParams& other) const override;
-    bool isSameTechnique_(const ktClassifierTrainParams& other) const override;
-    kt_Classifier* newClassifier_() const override;
-
-    void dispatchSerialize(ktArchive& archive) override;
-    void serialize_(ktArchive& archive, unsigned char version);
-
-private:
-    static ktPersistent* make();
-    KT_HIDDEN static const kt_Instantiator sExemplar;
-
-    ktClassifierDistributionTypes types_;
-    ktClassifierFrequencies frequencies_;
-    ktClassifierCosts costs_;
-    ktFeaturePattern maxValues_;
 };
 
 /// What a classifier knows of one category.
@@ -330,9 +172,6 @@ class KT_API kt_CategoryModel : public ktPersistent, public ktRepBase {
 public:
     /// Label 0, no measurements.
     kt_CategoryModel();
-    kt_CategoryModel(const kt_CategoryModel&);
-    kt_CategoryModel& operator=(const kt_CategoryModel&);
-    ~kt_CategoryModel() override;
 
     /// How well the pattern fits the category: a log-likelihood.
     virtual double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const = 0;
@@ -387,14 +226,14 @@ public:
     /// measurement. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; a density's ktClassifierDefs::InsufficientTrainData with " for category "
     /// and the label appended to its message; what else a density throws.
-    /// Cost: that of the densities. No allocation but what the first evaluation after a change leaves behind, what a normal
-    /// density of more than 512 measurements, or of more than 32 of which some are invalid, works in, and what a density of the
-    /// caller's own class or a failure needs.
+    /// Cost: that of the densities. Allocates once after a change of a density, in the first evaluation; the working storage of a normal
+    /// density of more than 512 measurements, or of more than 32 of which some are invalid; and what a density of the caller's own
+    /// class or a failure needs.
     double matchScore(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) const override;
 
-    /// Every density learns its part of the pattern, or none does; only a density of the caller's own class that throws may
-    /// leave some that have learnt it. A normal density of a group that reaches beyond the pattern's end learns nothing, not
-    /// even its number of measurements. `diag` and `flags` are not used.
+    /// Every density learns its part of the pattern, or none does; but if a density of the caller's own class throws, those before it
+    /// have learnt. A normal density of a group that reaches beyond the pattern's end learns nothing, not even its number of
+    /// measurements. `diag` and `flags` are not used.
     /// Throws: ktBadPointer for a missing density; what a density throws.
     void adapt(const ktFeaturePattern& pattern, ktDiagObject* diag, unsigned long flags) override;
 
@@ -410,7 +249,7 @@ protected:
 private:
     friend class kt_BorrowedSpreads;
     friend class kt_ClassifierBayesian;
-    friend class kt_Lessons;
+    friend class kt_PatternBatch;
     friend class kt_KitAccess;
 
     struct Plan;
@@ -419,32 +258,27 @@ private:
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
     KT_HIDDEN bool isEqual(const kt_CategoryModelBayesian& other, kt_EqualPairs& known) const;
-    std::size_t numGroups() const;
-    std::size_t groupSizes() const;
-    KT_HIDDEN bool isTaughtBy(const ktFeaturePattern& pattern, std::size_t group) const;
-    ktNormalDensity* normalOf(std::size_t group) const;
-    ktNormalDensity* stateOf(std::size_t group) const;
-    const Plan* plan() const;
+    KT_HIDDEN std::size_t numGroups() const;
+    KT_HIDDEN std::size_t groupSizes() const;
+    KT_HIDDEN kt_GroupDensity group(std::size_t index) const;
+    KT_HIDDEN const Plan* plan() const;
     void dropPlan() noexcept;
     KT_HIDDEN double scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const;
     KT_HIDDEN void noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
                              std::vector<bool>& isReached) const;
-    double logValueOf(std::size_t group, const ktFeaturePattern& pattern) const;
-    void prepare(std::size_t group, const ktNormalDensity::Row& row);
-    void learn(std::size_t group, const ktNormalDensity::Row& row);
 
     std::vector<std::vector<long>> groups_;
     std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>> densities_;
-    // Made by the first evaluation and published atomically, the one thing that a const operation leaves behind.
+    // Made by the first evaluation and published atomically: the one member that a const operation changes.
     mutable std::atomic<const Plan*> plan_{nullptr};
 };
 
 /// The Bayesian classifier: one model for each category label in the training data. A run scores the pattern against every
 /// model; a category's match score is its likelihood divided by the best one.
 ///
-/// Measurements may be missing, in training and in a run; a value that is not finite is missing. `matchScoreFactorLog()` of the result is c = -(the largest
-/// log-likelihood), so ln(match score) - c recovers a category's log-likelihood, by which a pattern that fits no category
-/// can be told. Not that of a category more than about 745 below the best one: its match score is 0.
+/// Measurements may be missing, in training and in a run; a value that is not finite is missing. `matchScoreFactorLog()` of the result
+/// is c = -(the largest log-likelihood). So ln(match score) - c is a category's log-likelihood, which shows whether a pattern fits
+/// any category. A category more than about 745 below the best one has match score 0, and its log-likelihood is lost.
 ///
 /// A measurement that did not vary in a category is evaluated with a spread that the categories lend each other: the pooled
 /// one, sqrt(sum n_c var_c / sum n_c); if that is 0, that of the categories' means; if that is 0 too, it is left out of all
@@ -458,9 +292,8 @@ private:
 class KT_API kt_ClassifierBayesian : public kt_Classifier {
 public:
     kt_ClassifierBayesian();
-    kt_ClassifierBayesian(const kt_ClassifierBayesian&);
+    kt_ClassifierBayesian(const kt_ClassifierBayesian&) = default;
     kt_ClassifierBayesian& operator=(const kt_ClassifierBayesian& other);
-    ~kt_ClassifierBayesian() override;
 
     ktPtrHandle<kt_Classifier> clone() const override;
     /// A classifier of this class for which `==` holds.
@@ -495,8 +328,9 @@ protected:
     /// Throws: what the attention check raises; ktBadPointer for a missing model; what kt_CategoryModelBayesian::matchScore
     /// throws; ktBadPointer for stored parameters that are missing or of another class; what the decision rule throws.
     /// Polls: once per category, twice for a pattern with a value far beyond all of them, and once per category in the decision
-    /// rule; while a group of more than some 400 measurements is evaluated for the first time, once in 2^24 multiplications. No allocation up to 32 categories, but for
-    /// the result's own growth, the densities' first evaluation and what large groups work in.
+    /// rule; while a group of more than some 400 measurements is evaluated for the first time, once in 2^24 multiplications. No
+    /// allocation up to 32 categories, but for the growth of the result, the densities' first evaluation and the working storage
+    /// of large groups.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
@@ -527,6 +361,6 @@ private:
 
     std::vector<long> labels_;
     std::vector<ktPtrHandle<kt_CategoryModel>> models_;
-    // What is evaluated in place of each model, after training and loading: the models with the spreads that they borrow.
+    // Evaluated in place of the models: the models with the spreads that they borrow. Made by training and by loading.
     std::vector<ktPtrHandle<kt_CategoryModel>> evaluated_;
 };

@@ -52,107 +52,6 @@ private:
     bool throwIfNotReady_ = true;
 };
 
-/// Base of a trained classifier. Its public operations fix the order of checks, state changes and recording for all
-/// techniques; a technique fills in the hooks. Callers use it through ktClassifierTool.
-///
-/// Ownership: shares its stored parameters with its copies, and itself with every handle on it; tools that were loaded from references
-/// to one record hold one classifier until one of them changes. Copy: shares the parameters.
-/// Threads: const operations may run on several threads at once; any other needs the classifier alone.
-/// Archive: version byte, the stored parameters as a pointer record (null allowed).
-class KT_API kt_Classifier : public ktPersistent, public ktRepBase {
-public:
-    kt_Classifier();
-
-    /// A new classifier in the same state; what it shares with this one, the technique says.
-    virtual ktPtrHandle<kt_Classifier> clone() const = 0;
-
-    /// Whether both are trained or both are not, and their stored parameters are equal (or neither holds any). A technique
-    /// adds the comparison of its model.
-    virtual bool isEquivalent(const kt_Classifier& other) const;
-
-    /// What `isEquivalent` says.
-    bool operator==(const kt_Classifier& other) const { return isEquivalent(other); }
-    bool operator!=(const kt_Classifier& other) const { return !isEquivalent(other); }
-
-    /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
-    /// `params` may be the stored ones.
-    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
-               ktDiagObject* diag = nullptr, unsigned long flags = 0);
-
-    /// Starts incremental training: untrains, and stores a clone of the parameters.
-    void trainStart(const ktClassifierTrainParams& params);
-
-    /// Adds one pattern. `diag` and `flags` are not used.
-    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before incremental training.".
-    void trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject* diag = nullptr,
-                          unsigned long flags = 0);
-
-    /// Takes new parameters without training again. `diag` and `flags` are not used.
-    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before retraining."; without stored
-    /// parameters, or with parameters of another technique, ktClassifierDefs::BadMethod "Cannot retrain with a different
-    /// classification technique."; what the technique refuses.
-    void retrain(const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr, unsigned long flags = 0);
-
-    /// Classifies a pattern; `result` changes only if nothing is thrown.
-    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running."; what the technique refuses.
-    void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
-             unsigned long flags = 0) const;
-
-    /// Forgets the training and the parameters; nothing happens to an untrained classifier.
-    void untrain();
-    /// Whether there is what a run needs to begin with, as the technique says; the run may still refuse, for lack of training data
-    /// or for parameters that a damaged archive left.
-    bool isTrained() const { return isTrained_(); }
-
-    /// A further handle on the stored parameters.
-    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the training parameters.",
-    /// then ktClassifierDefs::BadMethod "Classifier tool was not automatically trained.".
-    ktPtrHandle_const<ktClassifierTrainParams> trainParams();
-
-protected:
-    /// Learns the provider's patterns. The classifier is untrained before; `params` is stored after it, if nothing is thrown.
-    virtual void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) = 0;
-    /// Takes new parameters of the same technique, or throws and changes nothing. The frame stores a clone of them afterwards.
-    virtual void retrain_(const ktClassifierTrainParams& params) = 0;
-    /// Makes ready for `trainIncremental_`.
-    virtual void trainStart_(const ktClassifierTrainParams& params) = 0;
-    /// Learns one pattern.
-    virtual void trainIncremental_(const ktFeaturePattern& pattern, long label) = 0;
-    /// Forgets the training. Called when trained only.
-    virtual void untrain_() = 0;
-    /// Whether there is something to run with.
-    virtual bool isTrained_() const = 0;
-    /// Throws what a run would throw for lack of training data.
-    virtual void checkRunnable_() const = 0;
-    /// Classifies the pattern into `result`. A technique changes `result` last, so that a run that throws leaves it alone.
-    virtual void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const = 0;
-
-    /// The stored parameters; null while untrained and after manual training.
-    const ktPtrHandle_const<ktClassifierTrainParams>& storedParams() const { return trainParams_; }
-
-    void dispatchSerialize(ktArchive& archive) override;
-    void serialize_(ktArchive& archive, unsigned char version);
-
-private:
-    friend class ktClassifierTool;
-    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
-    friend class kt_KitAccess;
-
-    // Where a technique writes diagnostics. Kept on purpose: the details of training go to the caller's own object, all
-    // others to the recording destination.
-    virtual void recordTrainInputs_(ktDiagObject* diag, unsigned long flags) const = 0;
-    virtual void recordTrainDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
-    virtual void recordTrainResults_(ktDiagObject* diag, unsigned long flags) const = 0;
-    virtual void recordRunInputs_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern) const = 0;
-    virtual void recordRunDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
-    virtual void recordRunResults_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern,
-                                   const ktClassifierResult& result) const = 0;
-
-    // A tool loaded it, so others may hold it as well: references lead to one object.
-    bool isLoaded_ = false;
-    ktPtrHandle_const<ktClassifierTrainParams> trainParams_;
-};
-
 /// Version byte, the classifier as a pointer record (null allowed).
 KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 
@@ -160,9 +59,9 @@ KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
 /// or takes a decision tree built by hand; then runs it on patterns.
 ///
 /// Ownership: owns its classifier. Copy: clones a trained classifier (nearest-neighbour classifiers share their kept
-/// patterns); the copy of an untrained tool is empty. Move: takes the classifier, and leaves the source empty. Tools that were loaded in
-/// one pass from references to one record hold one classifier until one of them changes: `retrain` then works on a clone of it, `train`,
-/// `untrain` and the destructor let go of it. So what is done to one tool never shows in another, nor disturbs it on another thread.
+/// patterns); the copy of an untrained tool is empty. Move: takes the classifier, and leaves the source empty.
+/// Tools that were loaded in one pass from references to one record hold one classifier until one of them changes: `retrain` then
+/// works on a clone; `train`, `untrain` and the destructor let go. So a change to one tool never shows in another, on any thread.
 /// Threads: `run`, `isTrained` and comparison may run on several threads at once; any other operation needs the tool alone.
 class KT_API ktClassifierTool {
 public:
@@ -237,7 +136,7 @@ private:
     friend class kt_KitAccess;
 
     void untrainIfNotRunnable(const ktClassifierTrainParams& params);
-    /// The classifier, which there is, was loaded, and something else holds it too.
+    // Whether the classifier was loaded and another handle holds it too. Requires: there is a classifier.
     bool isShared() const;
 
     ktPtrHandle<kt_Classifier> classifier_;
@@ -246,4 +145,106 @@ private:
 template <>
 struct ktLeastStoredSize<ktClassifierTool> {
     static constexpr std::size_t value = 2;
+};
+
+// The implementation side: what a technique derives its classifier from.
+
+/// Base of a trained classifier. Its public operations fix the order of checks, state changes and recording for all
+/// techniques; a technique fills in the hooks. Callers use it through ktClassifierTool.
+///
+/// Ownership: tools that were loaded from references to one record hold one classifier until one of them changes.
+/// Copy: shares the stored parameters.
+/// Threads: const operations may run on several threads at once; any other needs the classifier alone.
+/// Archive: version byte, the stored parameters as a pointer record (null allowed).
+class KT_API kt_Classifier : public ktPersistent, public ktRepBase {
+public:
+    kt_Classifier();
+
+    /// A new classifier in the same state; what it shares with this one, the technique says.
+    virtual ktPtrHandle<kt_Classifier> clone() const = 0;
+
+    /// Whether both are trained or both are not, and their stored parameters are equal (or neither holds any). A technique
+    /// adds the comparison of its model.
+    virtual bool isEquivalent(const kt_Classifier& other) const;
+
+    bool operator==(const kt_Classifier& other) const { return isEquivalent(other); }
+    bool operator!=(const kt_Classifier& other) const { return !isEquivalent(other); }
+
+    /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
+    /// `params` may be the stored ones.
+    void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
+               ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Starts incremental training: untrains, and stores a clone of the parameters.
+    void trainStart(const ktClassifierTrainParams& params);
+
+    /// Adds one pattern. `diag` and `flags` are not used.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before incremental training.".
+    void trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject* diag = nullptr,
+                          unsigned long flags = 0);
+
+    /// Takes new parameters without training again. `diag` and `flags` are not used.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before retraining."; without stored
+    /// parameters, or with parameters of another technique, ktClassifierDefs::BadMethod "Cannot retrain with a different
+    /// classification technique."; what the technique refuses.
+    void retrain(const ktClassifierTrainParams& params, ktDiagObject* diag = nullptr, unsigned long flags = 0);
+
+    /// Classifies a pattern; `result` changes only if nothing is thrown.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before running."; what the technique refuses.
+    void run(const ktFeaturePattern& pattern, ktClassifierResult& result, ktDiagObject* diag = nullptr,
+             unsigned long flags = 0) const;
+
+    /// Forgets the training and the parameters; nothing happens to an untrained classifier.
+    void untrain();
+    /// Whether the technique has something to run with. A run may still refuse: for lack of training data, or for parameters that a
+    /// damaged archive left.
+    bool isTrained() const { return isTrained_(); }
+
+    /// A further handle on the stored parameters.
+    /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the training parameters.",
+    /// then ktClassifierDefs::BadMethod "Classifier tool was not automatically trained.".
+    ktPtrHandle_const<ktClassifierTrainParams> trainParams();
+
+protected:
+    /// Learns the provider's patterns. The classifier is untrained before; `params` is stored after it, if nothing is thrown.
+    virtual void train_(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params) = 0;
+    /// Takes new parameters of the same technique, or throws and changes nothing. The base stores a clone of them afterwards.
+    virtual void retrain_(const ktClassifierTrainParams& params) = 0;
+    /// Makes ready for `trainIncremental_`.
+    virtual void trainStart_(const ktClassifierTrainParams& params) = 0;
+    /// Learns one pattern.
+    virtual void trainIncremental_(const ktFeaturePattern& pattern, long label) = 0;
+    /// Forgets the training. Called when trained only.
+    virtual void untrain_() = 0;
+    /// Whether there is something to run with.
+    virtual bool isTrained_() const = 0;
+    /// Throws what a run would throw for lack of training data.
+    virtual void checkRunnable_() const = 0;
+    /// Classifies the pattern into `result`. A technique changes `result` last, so that a run that throws leaves it alone.
+    virtual void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const = 0;
+
+    /// The stored parameters; null while untrained and after manual training.
+    const ktPtrHandle_const<ktClassifierTrainParams>& storedParams() const { return trainParams_; }
+
+    void dispatchSerialize(ktArchive& archive) override;
+    void serialize_(ktArchive& archive, unsigned char version);
+
+private:
+    friend class ktClassifierTool;
+    friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool);
+    friend class kt_KitAccess;
+
+    // Where a technique writes diagnostics. Kept on purpose: the details of training go to the caller's own object, all
+    // others to the recording destination.
+    virtual void recordTrainInputs_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordTrainDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordTrainResults_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordRunInputs_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern) const = 0;
+    virtual void recordRunDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
+    virtual void recordRunResults_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern,
+                                   const ktClassifierResult& result) const = 0;
+
+    // A tool loaded it. Other tools may hold it too, because references lead to one object.
+    bool isLoaded_ = false;
+    ktPtrHandle_const<ktClassifierTrainParams> trainParams_;
 };

@@ -18,7 +18,6 @@ public:
     /// True here; a derived class first tests the class of the other.
     virtual bool isEqual(const ktPredicateFunction& other) const;
 
-    /// What `isEqual` says.
     bool operator==(const ktPredicateFunction& other) const { return isEqual(other); }
     bool operator!=(const ktPredicateFunction& other) const { return !isEqual(other); }
 
@@ -138,10 +137,10 @@ private:
 
 /// A binary tree built by hand: nodes that ask a predicate, leaves that hold a result.
 ///
-/// Trees may be of any depth and share subtrees in any way: building, copying, comparing, listing labels and destroying
-/// take bounded stack and visit a shared subtree once. So do nodes of a class of the caller's own, unless it overrides the
-/// comparison or the listing: that is asked, and goes as deep as it goes. An archive takes 1000 levels (ktArchive::maxDepth),
-/// those of the tool and of the leaf included.
+/// Trees may be of any depth and share subtrees in any way: building, copying, comparing, listing labels and destroying take bounded
+/// stack and visit a shared subtree once. That holds for nodes of the caller's own class too, but not for its overrides of the
+/// comparison or the listing, which recurse as they like. An archive takes 1000 levels (ktArchive::maxDepth), those of the tool
+/// and of the leaf included.
 /// Threads: const operations run on several threads at once. Archive: version byte.
 class KT_API ktDecisionTree : public ktPersistent, public ktRepBase {
 public:
@@ -157,7 +156,6 @@ public:
     /// The number of entries of `categoryLabels()`.
     long numCategories() const;
 
-    /// What `isEqual` says.
     bool operator==(const ktDecisionTree& other) const { return isEqual(other); }
     bool operator!=(const ktDecisionTree& other) const { return !isEqual(other); }
 
@@ -173,7 +171,7 @@ private:
     friend class ktDecisionTreeLeaf;
     friend class kt_ClassifierDecisionTree;
 
-    // What a walk needs to know of a class, because asking the run-time type at every node costs more than the walk.
+    // The class as a walk needs it: asking for the run-time type at every node costs more than the walk.
     enum class Kind : unsigned char { other, node, leaf };
     explicit ktDecisionTree(Kind kind);
 
@@ -238,8 +236,8 @@ private:
     ktPtrHandle_const<ktDecisionTree> trueTree_;
     ktPtrHandle_const<ktDecisionTree> falseTree_;
     ktPtrHandle_const<ktPredicateFunction> predicate_;
-    // What the predicate asks if it is a ktRangePredicate of one measurement, as most are: a walk waits for each pointer that it
-    // follows, and does without two of them. Negative for every other predicate.
+    // What the predicate asks, if it is a ktRangePredicate of one measurement, as most are: a walk then follows two pointers fewer.
+    // Negative for every other predicate.
     long testedIndex_ = -1;
     ktRange testedRange_;
 };
@@ -278,6 +276,8 @@ private:
     ktClassifierResult result_;
 };
 
+// The implementation side: programs give the tool a tree, and the tool makes this class.
+
 /// The decision-tree classifier: walks from the root to a leaf and answers with the leaf's result. Only `trainManual` trains
 /// it.
 ///
@@ -298,7 +298,6 @@ public:
     /// Kept on purpose: throws ktBadPointer for two untrained classifiers; the nearest-neighbour classifier answers true.
     bool isEquivalent(const kt_Classifier& other) const override;
 
-    /// What `isEquivalent` says.
     bool operator==(const kt_ClassifierDecisionTree& other) const { return isEquivalent(other); }
     bool operator!=(const kt_ClassifierDecisionTree& other) const { return !isEquivalent(other); }
 

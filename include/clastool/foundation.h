@@ -182,10 +182,10 @@ private:
     bool holdsValid(std::size_t index) const { return index < validity_->size() && (*validity_)[index]; }
 
     std::vector<double> measurements_;
-    // Null where all are valid: most patterns do without. Else as long as the measurements, except after loading a damaged
-    // archive: a measurement without a flag is invalid.
+    // Null if all are valid, as in most patterns. Else as long as the measurements, but for a pattern from a damaged archive: a
+    // measurement without a flag is invalid.
     std::unique_ptr<std::vector<bool>> validity_;
     long numInvalid_ = 0;
-    // The classifiers that work from a copy of the measurements; null where there are none.
+    // The classifiers that hold a copy of the measurements; null if there are none.
     mutable ktPtrHandle<const kt_PatternHolders> holders_;
 };

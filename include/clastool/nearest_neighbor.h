@@ -2,13 +2,13 @@
 
 #include <clastool/classifier.h>
 
-#include <kt/scratch.h>
-
 #include <cstddef>
 #include <type_traits>
 
 class kt_CompactCopy;
 class kt_NearestList;
+template <class T, std::size_t Small>
+class kt_Scratch;
 
 /// How far two patterns are apart. Derive from it for a metric of your own.
 ///
@@ -26,7 +26,6 @@ public:
     /// True here, so a metric that does not override it is equivalent to every other.
     virtual bool isEquivalent(const ktPatternDistanceMetric& other) const;
 
-    /// What `isEquivalent` says.
     bool operator==(const ktPatternDistanceMetric& other) const { return isEquivalent(other); }
     bool operator!=(const ktPatternDistanceMetric& other) const { return !isEquivalent(other); }
 
@@ -39,7 +38,7 @@ protected:
 };
 
 /// The Minkowski distance of order p > 0: (sum over i of |a_i - b_i|^p)^(1/p). Order 1 is the sum of absolute differences,
-/// 2 the Euclidean distance. Measurements of different units or spreads want scaling first.
+/// 2 the Euclidean distance. Scale measurements of different units or spreads first.
 ///
 /// Archive: version byte, base, order.
 /// See: H. Minkowski, "Geometrie der Zahlen", 1896.
@@ -65,7 +64,6 @@ public:
     /// A norm of the same order, compared exactly, no tolerance.
     bool isEquivalent(const ktPatternDistanceMetric& other) const override;
 
-    /// What `isEquivalent` says.
     bool operator==(const ktPatternDistanceMetricNorm& other) const { return isEquivalent(other); }
     bool operator!=(const ktPatternDistanceMetricNorm& other) const { return !(*this == other); }
 
@@ -143,9 +141,10 @@ private:
     ktClassifierCosts costs_;
 };
 
-/// The k-nearest-neighbour classifier. Training keeps the labelled patterns; a run finds the k
-/// nearest of them and takes the share of these that carry a label as the label's match score. Categories that none of them
-/// carries are not in the result.
+// The implementation side: programs choose this class by its parameters and use it through ktClassifierTool.
+
+/// The k-nearest-neighbour classifier. Training keeps the labelled patterns. A run finds the k nearest of them; the match score of a
+/// category is its share of these. A category without a neighbour is not in the result.
 ///
 /// Ties: at the k-th place the pattern stored earlier stays. If there are fewer than k patterns, all are neighbours.
 /// Patterns with invalid measurements are refused, in training as in a run.
@@ -193,9 +192,9 @@ protected:
     /// Throws: what `checkRunnable_` throws; for an invalid measurement or another number of measurements
     /// ktClassifierDefs::BadFeatures "K-nearest neighbor classification does not support invalid measurements" (kept on
     /// purpose: one text for both); what the attention check and the metric throw; what the decision rule throws.
-    /// Polls: once per kept pattern, then once per category in the result. Cost: at most kept patterns times measurements,
-    /// and times k in the worst case; far less where measurements are few or patterns lie in groups. No allocation for up to 32 categories, 256 neighbours and 256 measurements, into a result
-    /// that has had as many categories; a few blocks beyond.
+    /// Polls: once per kept pattern, then once per category in the result. Cost: at most kept patterns times measurements, and times k
+    /// in the worst case; far less if measurements are few or patterns lie in groups. No allocation for up to 32 categories, 256
+    /// neighbours and 256 measurements, into a result that has had as many categories; a few blocks beyond.
     void run_(const ktFeaturePattern& pattern, ktClassifierResult& result) const override;
 
     void dispatchSerialize(ktArchive& archive) override;
@@ -232,6 +231,6 @@ private:
     // In use, which are not always the stored ones. Null stands for `ktClassifierTrainParamsKNN()`: a vector of classifiers that is
     // being loaded would make one for each few bytes.
     ktPtrHandle_const<ktClassifierTrainParamsKNN> params_;
-    // In front of the exact scan; null where there is none, and shared like the patterns.
-    ktPtrHandle<kt_CompactCopy> copy_;
+    // Searched before the patterns themselves; null if there is none. Shared like the patterns.
+    ktPtrHandle<kt_CompactCopy> compactCopy_;
 };

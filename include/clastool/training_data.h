@@ -156,7 +156,7 @@ private:
             refuse();
         }
     }
-    // Says what is wrong.
+    // Throws for the first field at fault.
     [[noreturn]] void refuse() const;
 
     friend KT_API ktArchive& operator||(ktArchive& archive, ktClassifierCategoryResult& result);
@@ -241,9 +241,9 @@ public:
 
     // Kept on purpose: name, description and featurePattern are not const, as published.
 
-    /// What the data are called; the library only stores and compares it.
+    /// The library only stores and compares it.
     virtual std::string name() = 0;
-    /// What the data are; the library only stores and compares it.
+    /// The library only stores and compares it.
     virtual std::string description() = 0;
     /// The number of measurements that all patterns have.
     virtual long numMeasurements() const = 0;
@@ -296,8 +296,8 @@ public:
     long categoryLabel(long index) const override;
 
     /// Appends a pattern and its label. The first pattern is not checked and sets the number of measurements. Give a handle, or
-    /// `new ktFeaturePattern(...)`, of which it makes one. The address of a pattern on the stack looks the same to a compiler, and
-    /// compiles; but the last handle destroys what it holds, so the program then ends in undefined behaviour.
+    /// `new ktFeaturePattern(...)`, which becomes one. The address of a pattern on the stack compiles too; but the last handle deletes
+    /// what it holds, which is undefined behaviour there.
     /// Throws, with patterns held: ktBadPointer for a null handle, then ktClassifierDefs::BadFeatures "Feature pattern must
     /// have the same number of measurements as the rest of the data.". Then: ktClassifierDefs::BadLabel "Category labels
     /// must be >= 0 or unknown" for a label below -1.
@@ -331,6 +331,6 @@ private:
     std::string description_;
     std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns_;
     std::vector<long> labels_;
-    // Advances with every change of the patterns, so that a copy of their measurements can tell that it is out of date.
+    // Advances with every change of the patterns. A copy of their measurements is out of date when it differs.
     unsigned long revision_ = 0;
 };

@@ -2,6 +2,8 @@
 
 #include <clastool/clastool.h>
 
+#include <kt/scratch.h>
+
 #include <cstddef>
 #include <vector>
 

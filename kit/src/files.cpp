@@ -254,9 +254,6 @@ Contents loadContents(const std::string& path)
 }  // namespace
 
 ktKit::FileError::FileError(const std::string& message) : ktExceptionWithString(message) {}
-ktKit::FileError::FileError(const FileError&) = default;
-ktKit::FileError& ktKit::FileError::operator=(const FileError&) = default;
-ktKit::FileError::~FileError() = default;
 
 long ktKit::FileError::errorNumber() const
 {

@@ -61,8 +61,6 @@ ktPersistent* ktKit::Scaler::make()
 }
 
 ktKit::Scaler::Scaler() = default;
-ktKit::Scaler::Scaler(const Scaler&) = default;
-ktKit::Scaler::~Scaler() = default;
 
 ktKit::Scaler& ktKit::Scaler::operator=(const Scaler& other)
 {

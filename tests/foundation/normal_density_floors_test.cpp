@@ -234,9 +234,9 @@ TEST(NormalDensity, LogDensityIsHeldWithinItsLimits)
         EXPECT_EQ(logOf(row.density, {row.x}), -1e300) << row.label;
     }
     EXPECT_EQ(logOf(restored({{0.0}}, {{1.0}}), {1e149}), -0.5 * 1e149 * 1e149) << "within the limits";
-    EXPECT_EQ(ktNormalDensity::held(1e300), 1e300);
-    EXPECT_EQ(ktNormalDensity::held(1.0000001e300), 1e300);
-    EXPECT_EQ(ktNormalDensity::held(infinity), 1e300);
+    EXPECT_EQ(ktNormalDensity::clampLog(1e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::clampLog(1.0000001e300), 1e300);
+    EXPECT_EQ(ktNormalDensity::clampLog(infinity), 1e300);
 }
 
 /// A double of any bits.

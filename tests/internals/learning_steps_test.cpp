@@ -2,7 +2,7 @@
 
 #include "foundation/src/learning_steps.h"
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <gtest/gtest.h>
 

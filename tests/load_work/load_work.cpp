@@ -10,6 +10,8 @@
 
 #include <clastool/clastool.h>
 
+#include <kt/compiler.h>
+
 #include <cmath>
 #include <cstdlib>
 #include <exception>

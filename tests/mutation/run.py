@@ -115,7 +115,7 @@ AREAS = [
     ),
     Area(
         "frame and tool",
-        ["clss/clastool/clastool/frame.cpp", "clss/clastool/clastool/tool.cpp"],
+        ["clss/clastool/clastool/classifier.cpp", "clss/clastool/clastool/tool.cpp"],
         [
             ("clastool_tests", "*Tool*:*Frame*:*Classifier*:*TrainParams*"),
             ("clastool_tests", "*"),
@@ -173,7 +173,8 @@ AREAS = [
             "clss/clastool/bayes/borrowed_spreads.cpp",
             "clss/clastool/bayes/category_model.cpp",
             "clss/clastool/bayes/classifier.cpp",
-            "clss/clastool/bayes/lessons.h",
+            "clss/clastool/bayes/group_density.h",
+            "clss/clastool/bayes/pattern_batch.h",
             "clss/clastool/bayes/sub_pattern.h",
             "clss/clastool/bayes/train_params.cpp",
         ],

@@ -1,5 +1,7 @@
 #include "borrowed_spreads.h"
 
+#include "group_density.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -67,9 +69,8 @@ kt_BorrowedSpreads::Models kt_BorrowedSpreads::completed(const Models& models)
 const ktNormalDensity* kt_BorrowedSpreads::learntBy(const kt_CategoryModelBayesian& model, std::size_t group)
 {
     const std::vector<long>& indices = model.groups_[group];
-    const bool isThere = !model.densities_[group].isNull();
     const bool areIndices = std::all_of(indices.begin(), indices.end(), [](long index) { return index >= 0; });
-    const ktNormalDensity* density = isThere && areIndices ? model.normalOf(group) : nullptr;
+    const ktNormalDensity* density = areIndices ? model.group(group).normal() : nullptr;
     return density != nullptr && density->canEvaluate(indices.size()) ? density : nullptr;
 }
 
@@ -153,7 +154,7 @@ ktPtrHandle<kt_CategoryModel> kt_BorrowedSpreads::standInFor(const kt_CategoryMo
         }
         if (!part.isWhole && !part.kept.empty()) {
             made->groups_.push_back(part.indices);
-            made->densities_.push_back(standInFor(*model.normalOf(group), part));
+            made->densities_.push_back(standInFor(*model.group(group).normal(), part));
         }
     }
     return made;

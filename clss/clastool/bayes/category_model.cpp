@@ -1,12 +1,12 @@
 #include <clastool/bayes.h>
 
 #include "equal_pairs.h"
+#include "group_density.h"
 #include "sub_pattern.h"
 
 #include <algorithm>
 #include <memory>
 #include <string>
-#include <typeinfo>
 
 namespace {
 
@@ -32,36 +32,9 @@ kt_ProbabilityDensityFunction* newDensity(Types::DistributionType type, const kt
     throw ktClassifierDefs::BadParams("Unknown distribution type");
 }
 
-/// The measurements of a group, as its density asks for them. An index past the pattern's end counts as invalid.
-class GroupSource : public ktNormalDensity::Source {
-public:
-    GroupSource(const ktFeaturePattern& pattern, const std::vector<long>& group) : pattern_(pattern), group_(group) {}
-
-    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
-    bool measurement(std::size_t index, double& value) const override
-    {
-        value = pattern_.featureMeasurement(group_[index], false);
-        return pattern_.isValid(group_[index]);
-    }
-
-private:
-    const ktFeaturePattern& pattern_;
-    const std::vector<long>& group_;
-};
-
-/// The density as the given class, if it is exactly that: one derived from it may do everything in its own way.
-template <class Density>
-Density* exactly(kt_ProbabilityDensityFunction& density)
-{
-    return typeid(density) == typeid(Density) ? static_cast<Density*>(&density) : nullptr;
-}
-
 }  // namespace
 
 kt_CategoryModel::kt_CategoryModel() = default;
-kt_CategoryModel::kt_CategoryModel(const kt_CategoryModel&) = default;
-kt_CategoryModel& kt_CategoryModel::operator=(const kt_CategoryModel&) = default;
-kt_CategoryModel::~kt_CategoryModel() = default;
 
 bool kt_CategoryModel::operator==(const kt_CategoryModel& other) const
 {
@@ -106,9 +79,10 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
     numMeasurements(static_cast<long>(total));
 }
 
-/// What a run needs of the groups with a normal density, laid out so that patterns need not be looked at one measurement at a
-/// time.
+/// What a run needs of the groups, laid out so that patterns need not be looked at one measurement at a time where the density
+/// is a normal one.
 struct kt_CategoryModelBayesian::Plan {
+    std::vector<kt_GroupDensity> groups;
     /// Behind the last of the consecutive single groups that begin here; here where the group is none.
     std::vector<std::size_t> runEnds;
     /// The first measurement of the group.
@@ -118,7 +92,7 @@ struct kt_CategoryModelBayesian::Plan {
     std::vector<double> logScales;
     /// What the densities of these were evaluated with.
     std::vector<std::uint64_t> evaluations;
-    /// The density of the group, if it is a normal one.
+    /// The density of the group, if it is a normal one of measurements that a pattern may have.
     std::vector<const ktNormalDensity*> normals;
     /// The group's indices in the pattern; null if they follow one another.
     std::vector<const long*> scattered;
@@ -132,7 +106,8 @@ struct kt_CategoryModelBayesian::Plan {
     mutable std::unique_ptr<const Plan> previous;
 
     explicit Plan(std::size_t size)
-        : runEnds(size),
+        : groups(size),
+          runEnds(size),
           indices(size),
           means(size),
           inverseDeviations(size),
@@ -175,7 +150,7 @@ struct kt_CategoryModelBayesian::Plan {
             for (std::size_t i = 0; i < size; ++i) {
                 const double value = logs[i];
                 const double z = inverseDeviations[first + i] * (value - means[first + i]);
-                const double log = ktNormalDensity::held(logScales[first + i] - 0.5 * (z * z));
+                const double log = ktNormalDensity::clampLog(logScales[first + i] - 0.5 * (z * z));
                 logs[i] = value - value == 0.0 ? log : 0.0;
             }
             for (std::size_t i = 0; i < size; ++i) {
@@ -221,12 +196,13 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
     auto fresh = std::make_unique<Plan>(size);
     for (std::size_t i = size; i-- > 0;) {
         fresh->runEnds[i] = i;
+        fresh->groups[i] = this->group(i);
         const std::vector<long>& group = groups_[i];
-        const auto* normal = densities_[i] ? exactly<kt_PDFMultivariateNormal>(*densities_[i]) : nullptr;
+        const ktNormalDensity* normal = fresh->groups[i].normal();
         if (normal == nullptr || group.empty() || *std::min_element(group.begin(), group.end()) < 0) {
             continue;
         }
-        fresh->normals[i] = &normal->state_;
+        fresh->normals[i] = normal;
         const auto last = static_cast<std::size_t>(*std::max_element(group.begin(), group.end()));
         fresh->reach = std::max(fresh->reach, last + 1);
         fresh->indices[i] = static_cast<std::size_t>(group.front());
@@ -234,11 +210,11 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
         const bool isInOrder = std::adjacent_find(group.begin(), group.end(), isNotNext) == group.end();
         fresh->scattered[i] = isInOrder ? nullptr : group.data();
         ktNormalDensity::Single single;
-        if (group.size() == 1 && normal->state_.single(single)) {
+        if (group.size() == 1 && normal->single(single)) {
             fresh->means[i] = single.mean;
             fresh->inverseDeviations[i] = single.inverseDeviation;
             fresh->logScales[i] = single.logScale;
-            fresh->evaluations[i] = normal->state_.evaluation();
+            fresh->evaluations[i] = normal->evaluation();
             const bool joinsNext = i + 1 < size && fresh->runEnds[i + 1] > i + 1;
             fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
         }
@@ -255,6 +231,11 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
         fresh->previous.reset(old);
     }
     return fresh.release();
+}
+
+kt_GroupDensity kt_CategoryModelBayesian::group(std::size_t index) const
+{
+    return {groups_[index], densities_[index]};
 }
 
 /// A loaded model may be damaged: it need not have a group for every density.
@@ -282,27 +263,25 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
 double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const
 {
     try {
-        const Plan* whole = plan();
-        if (values.size() < whole->reach) {
-            whole = nullptr;
-        }
+        const Plan& plan = *this->plan();
+        const bool isWhole = values.size() >= plan.reach;
         const std::size_t size = numGroups();
         double sum = 0.0;
         for (std::size_t i = 0; i < size;) {
-            if (whole != nullptr && whole->runEnds[i] > i) {
-                sum = whole->add(sum, i, whole->runEnds[i], values.data());
-                i = whole->runEnds[i];
-            } else if (whole != nullptr && whole->normals[i] != nullptr) {
+            if (isWhole && plan.runEnds[i] > i) {
+                sum = plan.add(sum, i, plan.runEnds[i], values.data());
+                i = plan.runEnds[i];
+            } else if (isWhole && plan.normals[i] != nullptr) {
                 double value = 0.0;
-                const long* indices = whole->scattered[i];
+                const long* indices = plan.scattered[i];
                 const std::size_t number = groups_[i].size();
                 kt_throwOnFailure(indices == nullptr
-                                      ? whole->normals[i]->logDensity(values.data() + whole->indices[i], number, value)
-                                      : whole->normals[i]->logDensity(values.data(), indices, number, value));
+                                      ? plan.normals[i]->logDensity(values.data() + plan.indices[i], number, value)
+                                      : plan.normals[i]->logDensity(values.data(), indices, number, value));
                 sum += value;
                 ++i;
             } else {
-                sum += logValueOf(i, pattern);
+                sum += plan.groups[i].logValue(pattern);
                 ++i;
             }
         }
@@ -313,24 +292,13 @@ double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const 
     }
 }
 
-double kt_CategoryModelBayesian::logValueOf(std::size_t group, const ktFeaturePattern& pattern) const
-{
-    kt_ProbabilityDensityFunction& density = *densities_[group];
-    if (const auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        double value = 0.0;
-        kt_throwOnFailure(
-            normal->state_.logDensity(GroupSource(pattern, groups_[group]), groups_[group].size(), value));
-        return value;
-    }
-    kt_SubPattern part(pattern, groups_[group]);
-    if (const auto* binomial = exactly<kt_PDFBinomial>(density)) {
-        return binomial->logValueAt(part.row());
-    }
-    return density.logValue(kt_SubPattern::pattern(part.row()));
-}
-
 void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObject*, unsigned long)
 {
+    struct Learner {
+        kt_GroupDensity density;
+        bool wasUnused;
+        bool isTaught;
+    };
     // Everything that can fail comes first. A density that had learnt nothing takes its size from this pattern; if a later
     // one refuses the pattern, it must be without a size again.
     const std::size_t size = numGroups();
@@ -339,40 +307,32 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         largest = std::max(largest, group.size());
     }
     kt_SubPattern part(largest);
-    kt_Scratch<bool> wasUnused(size);
+    kt_Scratch<Learner> learners(size);
     std::size_t prepared = 0;
     try {
         for (; prepared < size; ++prepared) {
-            const ktNormalDensity* state = stateOf(prepared);
-            wasUnused[prepared] = state != nullptr && state->isUnused();
-            const ktNormalDensity::Row row = part.take(pattern, groups_[prepared]);
-            if (isTaughtBy(pattern, prepared)) {
-                prepare(prepared, row);
+            const kt_GroupDensity density = group(prepared);
+            learners[prepared] = {density, density.isUnused(), false};
+            const ktNormalDensity::Row row = part.take(pattern, density.indices());
+            if (density.isTaughtBy(pattern)) {
+                density.prepare(row);
+                learners[prepared].isTaught = true;
             }
         }
     } catch (...) {
         for (std::size_t i = 0; i < prepared; ++i) {
-            if (wasUnused[i]) {
-                stateOf(i)->clear();
+            if (learners[i].wasUnused) {
+                learners[i].density.clear();
             }
         }
         throw;
     }
     dropPlan();
-    for (std::size_t i = 0; i < size; ++i) {
-        if (isTaughtBy(pattern, i)) {
-            learn(i, part.take(pattern, groups_[i]));
+    for (const Learner& learner : learners) {
+        if (learner.isTaught) {
+            learner.density.learn(part.take(pattern, learner.density.indices()));
         }
     }
-}
-
-/// A normal density learns nothing from a pattern that lacks one of its measurements. So it makes no room, for more of them
-/// than there are.
-bool kt_CategoryModelBayesian::isTaughtBy(const ktFeaturePattern& pattern, std::size_t group) const
-{
-    const std::vector<long>& indices = groups_[group];
-    const auto isThere = [&](long index) { return index < pattern.numMeasurements(); };
-    return normalOf(group) == nullptr || std::all_of(indices.begin(), indices.end(), isThere);
 }
 
 /// Notes of each measurement whether a normal density judges it, and whether the value is near enough for one of them. The pattern was
@@ -381,58 +341,16 @@ void kt_CategoryModelBayesian::noteReach(const ktFeaturePattern& pattern, std::v
                                          std::vector<bool>& isReached) const
 {
     for (std::size_t i = 0; i < numGroups(); ++i) {
-        const ktNormalDensity* normal = normalOf(i);
-        const std::vector<long>& group = groups_[i];
-        for (std::size_t j = 0; normal != nullptr && j < group.size(); ++j) {
-            const auto index = static_cast<std::size_t>(group[j]);
+        const ktNormalDensity* normal = group(i).normal();
+        const std::vector<long>& indices = groups_[i];
+        for (std::size_t j = 0; normal != nullptr && j < indices.size(); ++j) {
+            const auto index = static_cast<std::size_t>(indices[j]);
             if (index < isJudged.size()) {
                 isJudged[index] = true;
-                isReached[index] = isReached[index] || normal->reaches(j, pattern.featureMeasurement(group[j], false));
+                isReached[index] =
+                    isReached[index] || normal->reaches(j, pattern.featureMeasurement(indices[j], false));
             }
         }
-    }
-}
-
-/// The state of the group's density, or null if that is not a normal one.
-ktNormalDensity* kt_CategoryModelBayesian::normalOf(std::size_t group) const
-{
-    auto* normal = exactly<kt_PDFMultivariateNormal>(*densities_[group]);
-    return normal != nullptr ? &normal->state_ : nullptr;
-}
-
-/// The state that the group's density learns with, or null for a class of the caller's own.
-ktNormalDensity* kt_CategoryModelBayesian::stateOf(std::size_t group) const
-{
-    kt_ProbabilityDensityFunction& density = *densities_[group];
-    if (auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        return &normal->state_;
-    }
-    if (auto* binomial = exactly<kt_PDFBinomial>(density)) {
-        return &binomial->accumulator_.state_;
-    }
-    return nullptr;
-}
-
-/// Checks that the group's density can learn its part of a pattern and makes room for it.
-void kt_CategoryModelBayesian::prepare(std::size_t group, const ktNormalDensity::Row& row)
-{
-    kt_ProbabilityDensityFunction& density = *densities_[group];
-    if (auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        normal->prepareFor(row);
-    } else if (auto* binomial = exactly<kt_PDFBinomial>(density)) {
-        binomial->prepareFor(row);
-    }
-}
-
-void kt_CategoryModelBayesian::learn(std::size_t group, const ktNormalDensity::Row& row)
-{
-    kt_ProbabilityDensityFunction& density = *densities_[group];
-    if (auto* normal = exactly<kt_PDFMultivariateNormal>(density)) {
-        normal->learn(row);
-    } else if (auto* binomial = exactly<kt_PDFBinomial>(density)) {
-        binomial->learn(row);
-    } else {
-        density.updateWithData({kt_SubPattern::pattern(row)});
     }
 }
 

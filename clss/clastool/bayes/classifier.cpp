@@ -4,7 +4,7 @@
 #include "../clastool/grow.h"
 #include "borrowed_spreads.h"
 #include "equal_pairs.h"
-#include "lessons.h"
+#include "pattern_batch.h"
 #include "sub_pattern.h"
 
 #include <algorithm>
@@ -56,7 +56,6 @@ ktPersistent* kt_ClassifierBayesian::make()
 }
 
 kt_ClassifierBayesian::kt_ClassifierBayesian() = default;
-kt_ClassifierBayesian::kt_ClassifierBayesian(const kt_ClassifierBayesian&) = default;
 
 kt_ClassifierBayesian& kt_ClassifierBayesian::operator=(const kt_ClassifierBayesian& other)
 {
@@ -67,8 +66,6 @@ kt_ClassifierBayesian& kt_ClassifierBayesian::operator=(const kt_ClassifierBayes
     evaluated_.swap(copy.evaluated_);
     return *this;
 }
-
-kt_ClassifierBayesian::~kt_ClassifierBayesian() = default;
 
 ktPtrHandle<kt_Classifier> kt_ClassifierBayesian::clone() const
 {
@@ -120,8 +117,8 @@ void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
         return;
     }
     const long numMeasurements = data.numMeasurements();
-    // The lessons of each model; the first pattern of a category is not among them, it makes the densities' sizes known.
-    std::vector<std::unique_ptr<kt_Lessons>> lessons;
+    // What each model has still to learn. The first pattern of a category does not wait: it fixes the densities' sizes.
+    std::vector<std::unique_ptr<kt_PatternBatch>> batches;
     for (long i = 0; i < numPatterns; ++i) {
         const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
         const long label = data.categoryLabel(i);
@@ -132,16 +129,16 @@ void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
         if (known == labels_.size()) {
             const ktPtrHandle<kt_CategoryModelBayesian> model = newModel(label, numMeasurements, params);
             model->adapt(*pattern, nullptr, 0);
-            kt_makeRoomForOne(labels_, models_, lessons);
+            kt_makeRoomForOne(labels_, models_, batches);
             labels_.push_back(label);
             models_.push_back(model);
-            lessons.emplace_back();
+            batches.emplace_back();
             continue;
         }
-        if (!lessons[known]) {
-            lessons[known] = std::make_unique<kt_Lessons>(static_cast<kt_CategoryModelBayesian&>(*models_[known]));
+        if (!batches[known]) {
+            batches[known] = std::make_unique<kt_PatternBatch>(static_cast<kt_CategoryModelBayesian&>(*models_[known]));
         }
-        lessons[known]->add(*pattern);
+        batches[known]->add(*pattern);
     }
 }
 

@@ -73,9 +73,6 @@ double logFactorial(std::int64_t m)
 }  // namespace
 
 kt_ProbabilityDensityFunction::kt_ProbabilityDensityFunction() = default;
-kt_ProbabilityDensityFunction::kt_ProbabilityDensityFunction(const kt_ProbabilityDensityFunction&) = default;
-kt_ProbabilityDensityFunction& kt_ProbabilityDensityFunction::operator=(const kt_ProbabilityDensityFunction&) = default;
-kt_ProbabilityDensityFunction::~kt_ProbabilityDensityFunction() = default;
 
 void kt_ProbabilityDensityFunction::dispatchSerialize(ktArchive& archive)
 {
@@ -98,9 +95,6 @@ ktPersistent* kt_PDFMultivariateNormal::make()
 }
 
 kt_PDFMultivariateNormal::kt_PDFMultivariateNormal() = default;
-kt_PDFMultivariateNormal::kt_PDFMultivariateNormal(const kt_PDFMultivariateNormal&) = default;
-kt_PDFMultivariateNormal& kt_PDFMultivariateNormal::operator=(const kt_PDFMultivariateNormal&) = default;
-kt_PDFMultivariateNormal::~kt_PDFMultivariateNormal() = default;
 
 void kt_PDFMultivariateNormal::updateWithDataNormalize(const std::vector<ktFeaturePattern>& patterns, double normalizer)
 {
@@ -120,24 +114,9 @@ void kt_PDFMultivariateNormal::updateWithData(const std::vector<ktFeaturePattern
 
 double kt_PDFMultivariateNormal::logValue(const ktFeaturePattern& pattern) const
 {
-    return logValueAt(kt_SubPattern(pattern).row());
-}
-
-double kt_PDFMultivariateNormal::logValueAt(const ktNormalDensity::Row& row) const
-{
     double value = 0.0;
-    kt_throwOnFailure(state_.logDensity(row, value));
+    kt_throwOnFailure(state_.logDensity(kt_SubPattern(pattern).row(), value));
     return value;
-}
-
-void kt_PDFMultivariateNormal::prepareFor(const ktNormalDensity::Row& row)
-{
-    kt_throwOnFailure(state_.prepare(row.size));
-}
-
-void kt_PDFMultivariateNormal::learn(const ktNormalDensity::Row& row)
-{
-    kt_throwOnFailure(state_.accumulate(&row, 1, 1.0));
 }
 
 bool kt_PDFMultivariateNormal::isEquivalent(const kt_ProbabilityDensityFunction& other) const
@@ -180,8 +159,6 @@ kt_PDFBinomial::kt_PDFBinomial() = default;
 
 kt_PDFBinomial::kt_PDFBinomial(const ktFeaturePattern& maxValues) : maximum_(maxValues.featureMeasurement(0, false)) {}
 
-kt_PDFBinomial::kt_PDFBinomial(const kt_PDFBinomial&) = default;
-
 kt_PDFBinomial& kt_PDFBinomial::operator=(const kt_PDFBinomial& other)
 {
     // The accumulator first: it is the only part whose copy can fail.
@@ -192,8 +169,6 @@ kt_PDFBinomial& kt_PDFBinomial::operator=(const kt_PDFBinomial& other)
     maximum_ = other.maximum_;
     return *this;
 }
-
-kt_PDFBinomial::~kt_PDFBinomial() = default;
 
 void kt_PDFBinomial::requireWithinMaximum(const ktNormalDensity::Row& row) const
 {

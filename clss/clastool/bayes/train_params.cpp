@@ -49,8 +49,6 @@ ktClassifierTrainParamsBayesian& ktClassifierTrainParamsBayesian::operator=(
     return *this;
 }
 
-ktClassifierTrainParamsBayesian::~ktClassifierTrainParamsBayesian() = default;
-
 void ktClassifierTrainParamsBayesian::distributionTypes(const ktClassifierDistributionTypes& distributionTypes)
 {
     types_ = distributionTypes;

@@ -14,7 +14,7 @@
 
 #include "batch_scan.h"
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <algorithm>
 #include <array>

@@ -12,7 +12,7 @@
 
 #include "leaf_order.h"
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <algorithm>
 #include <atomic>

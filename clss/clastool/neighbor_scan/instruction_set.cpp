@@ -5,7 +5,7 @@
 #include "compact_copy.h"
 #include "kernels.h"
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <algorithm>
 #include <atomic>

@@ -23,7 +23,7 @@
 
 #include "../clastool/decision_rule.h"
 
-#include <kt/config.h>
+#include <kt/compiler.h>
 
 #include <algorithm>
 #include <array>

@@ -22,22 +22,22 @@ class kt_ArchivePass;
 /// routine describes both. The bytes are the same from every platform (docs/archive-format.md) and survive every double,
 /// NaN and infinities included.
 ///
-/// A pass is one outermost operation. Inside a pass an object derived from ktPersistent is written once: reached by pointer
-/// several times it is restored shared, and archived in place a second time it is no bytes at all, when storing and when loading
-/// alike. Between passes nothing is remembered. `ktArchive::Pass` opens one by hand around several operations.
-/// When an outermost operation returns every byte is in the stream's buffer (whether a file then takes them shows when it is
-/// flushed or closed); until then the last 16 KiB may still be with the archive. Loading takes not one byte more than it
-/// needs, so an archive may lie inside a larger file. What one archive object stored, one archive object loads.
+/// A pass is one outermost operation. Inside a pass an object derived from ktPersistent is written once. An object that several
+/// pointers reach is restored shared. An object that is archived in place a second time takes no bytes, in storing and in loading.
+/// Between passes nothing is remembered. `ktArchive::Pass` opens a pass by hand around several operations.
+///
+/// When an outermost operation returns, every byte is in the stream's buffer; before that the archive may keep the last 16 KiB.
+/// Whether a file takes the bytes shows when the stream is flushed or closed. Loading takes not one byte more than it needs, so an
+/// archive may lie inside a larger file. What one archive object stored, one archive object loads.
 ///
 /// Streams are opened binary. A std::stringstream is both an output and an input stream, so it needs a cast:
 /// `ktArchive archive(static_cast<std::ostream&>(stream));`. A const object needs a copy, because the one operation also loads:
 /// `ktClassifierTool copy(tool); archive || copy;`.
 ///
 /// Loading trusts nobody: any bytes end in a value that is safe to use or in a ktException, in memory within 64 times the
-/// input and 64 KiB. A class of your own whose objects take more for each byte that they store takes it here too, when they
-/// are there. After a failed load the object is partly loaded; it can be assigned, loaded again
-/// and destroyed. The first load of an archive also loads its header, and throws UnknownVersion for another encoding, whatever is
-/// being loaded.
+ /// input and 64 KiB. A class of your own whose objects take more for each byte that they store takes it here too, when they
+ /// are there. After a failed load the object is partly loaded; it can be assigned, loaded again and destroyed. The first
+ /// load also reads the archive's header, and throws UnknownVersion for another encoding, whatever is being loaded.
 ///
 /// Ownership: the stream belongs to the caller and outlives the archive. Copy: none.
 /// Threads: one archive is used by one thread at a time.
@@ -65,7 +65,7 @@ public:
 
     /// Which way the one operation goes: fixed by the stream it was made from.
     bool isStoring() const noexcept { return isStoring_; }
-    /// The other way.
+    /// Not `isStoring()`.
     bool isLoading() const noexcept { return !isStoring_; }
 
     /// How many pointer records may be open at once, 1000 unless changed. It bounds the stack that nested objects take.
@@ -102,8 +102,8 @@ public:
     /// `count` doubles one behind the other, without the count. Loading resizes the vector to it.
     void doubles(std::vector<double>& values, std::size_t count);
 
-    /// A vector of flags whose owner does without the vector where it would be `size` times true, which `allTrue` says: the vector
-    /// is then not looked at. Loading sets `allTrue`, and the vector is empty, if that is what comes.
+    /// A vector of flags whose owner keeps no vector while all `size` flags are true. Storing: with `allTrue` the vector is not
+    /// read. Loading: sets `allTrue`, and leaves the vector empty, if all flags are true.
     void flags(std::vector<bool>& flags, bool& allTrue, std::size_t size);
 
     /// Throws Corrupt, with the byte at which the archive stands.
@@ -119,7 +119,7 @@ private:
     void start();
     void put(const void* bytes, std::size_t size);
     void get(void* bytes, std::size_t size);
-    void empty();
+    void flush();
     void write(const void* bytes, std::size_t size);
     void read(void* bytes, std::size_t size);
     void storeDoubles(const double* values, std::size_t size);
@@ -138,11 +138,11 @@ private:
     long maxDepth_ = 1000;
     std::uint64_t position_ = 0;
     kt_ArchivePass* pass_ = nullptr;
-    // Whether the pass is the one of its thread: not while a pass of another archive is open inside it.
+    // Whether the pass is the current one of its thread: false while a pass of another archive is open inside it.
     bool passIsCurrent_ = false;
     // How many ktArchive::Pass objects are alive. Below 2 an operation's bytes go to the stream at once.
     long depth_ = 0;
-    // What the stream did not get yet.
+    // The bytes that the stream did not get yet.
     std::unique_ptr<unsigned char[]> buffer_;
     std::size_t buffered_ = 0;
 };
@@ -180,8 +180,7 @@ private:
     int line_;
 };
 
-// What each of the other failures declares, a constructor that takes the whole text of the message first; they differ in their
-// name and number alone.
+// What each of the other failures declares. They differ in name and number alone.
 // NOLINTBEGIN(bugprone-macro-parentheses): a class's name stands in no parentheses.
 #define KT_ARCHIVE_FAILURE(Class)               \
 public:                                         \
@@ -221,17 +220,17 @@ class KT_FOUNDATION_API ktArchive::StreamFailed : public ktArchive::Errors {
 /// Opens a pass, or stays in the one that is open on this archive. Operators that archive several values in a row open
 /// one, so that a caller's single operation is a single pass.
 ///
-/// A pass opened by hand takes time in proportion to what goes through it, and memory for the objects that live: what it has archived
-/// may be destroyed meanwhile, on any thread when it is storing, and an object that later has its address is another one. What it loads
-/// by pointer lives as long as the pass, because references to it may come.
+/// A pass opened by hand takes time in proportion to what goes through it, and memory for the objects that live. An archived object
+/// may be destroyed while the pass is open, on any thread if the pass stores; a later object at its address is a new one. An object
+/// that is loaded by pointer lives as long as the pass, because references to it may follow.
 ///
-/// An object that was archived and is then assigned counts as one that was not: the next operation stores, or loads, its new value.
-/// No other change is noticed: an object changed by a setter or by training stays in the archive as it was met first. Give each state a pass, or an
-/// object, of its own.
+/// An archived object that is then assigned counts as a new one: the next operation stores, or loads, its new value. A pass notices
+/// no other change: an object that a setter or training changes stays in the archive as it was first met. Give each state a pass, or
+/// an object, of its own.
 ///
-/// The end of an outermost operation can throw StreamFailed, because only then the stream gets the last bytes; while another
-/// exception is on its way it gets them, or does not, without a further word. Operations inside a pass opened by hand count
-/// as outermost here.
+/// The end of an outermost operation can throw StreamFailed, because the stream gets the last bytes only then. While another
+/// exception is on its way, a failure to write them is not reported. Operations inside a pass opened by hand count as outermost
+/// here.
 class KT_FOUNDATION_API ktArchive::Pass {
 public:
     /// Opens the pass; the archive outlives it.
@@ -264,9 +263,6 @@ private:
     bool opened_ = false;
     bool outermost_ = false;
 };
-
-/// What ktPersistent::serializePointer does, except that an object without a count stays with the pass. For handles.
-KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
 
 /// One byte. Throws: StreamFailed, Corrupt.
 KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, unsigned char& value);
@@ -304,13 +300,30 @@ struct ktLeastStoredSize<std::vector<T>> {
     static constexpr std::size_t value = 5;
 };
 
-/// The object as a `T`, or null. An object of the very class, the usual case, is told by a comparison.
+/// A handle, as a pointer record: null, an object, or a reference to an object met before in this pass. Loading first lets
+/// the held object go; an object of another class than T leaves the handle null.
+template <class T>
+std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktArchive& archive, ktPtrHandle<T>& handle);
+
+/// A vector: a version byte, the count, the elements, each by its own operator. Loading resizes it to the count first and then loads
+/// the elements in order. If the archive has too few bytes for so many elements of their size, the vector grows step by step, which
+/// moves the elements, or copies those of a class without a move. Objects inside the elements, not elements themselves, are then
+/// new to the pass.
+template <class T>
+ktArchive& operator||(ktArchive& archive, std::vector<T>& values);
+
+// The implementation side: what the two templates above are made of.
+
+/// What ktPersistent::serializePointer does, except that an object without a count stays with the pass. For handles.
+KT_FOUNDATION_API ktPersistent* kt_archivePointer(ktArchive& archive, ktPersistent* object);
+
 template <class T, class = void>
 struct kt_IsPlainBase : std::false_type {
 };
 template <class T>
 struct kt_IsPlainBase<T, std::void_t<decltype(static_cast<T*>(std::declval<ktPersistent*>()))>> : std::true_type {
 };
+/// The object as a `T`, or null. A comparison of classes is enough for an object of the very class, the usual case.
 template <class T>
 T* kt_asLoaded(ktPersistent* object)
 {
@@ -322,8 +335,6 @@ T* kt_asLoaded(ktPersistent* object)
     return dynamic_cast<T*>(object);
 }
 
-/// A handle, as a pointer record: null, an object, or a reference to an object met before in this pass. Loading first lets
-/// the held object go; an object of another class than T leaves the handle null.
 template <class T>
 std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktArchive& archive, ktPtrHandle<T>& handle)
 {
@@ -339,9 +350,9 @@ std::enable_if_t<std::is_base_of_v<ktPersistent, T>, ktArchive&> operator||(ktAr
     return archive;
 }
 
-/// How many elements a vector that is being loaded may have before they are loaded: a count is only a claim, and the bytes of the
-/// archive, which are not, pay for 16 times their number and 8 KiB, for all vectors that are being loaded at once. For the
-/// operator below. The archive is in a pass as long as this lives.
+/// Limits how far a vector grows ahead of the elements that are loaded, because a count is only a claim: all vectors that are being
+/// loaded at once may together be ahead by 16 times the bytes of the archive and 8 KiB.
+/// Requires: the archive is in a pass as long as this lives.
 class KT_FOUNDATION_API kt_ElementRoom {
 public:
     /// For a vector whose elements have this size in memory.
@@ -358,14 +369,15 @@ public:
     kt_ElementRoom& operator=(const kt_ElementRoom&) = delete;
 
     /// The size to give the vector when `numLoaded` of its `count` elements are loaded: at least half as many more, so that growing
-    /// takes no more than time in proportion, and at least one.
+    /// takes linear time, and at least one.
     std::size_t sizeAfter(std::size_t numLoaded, std::size_t count)
     {
         // Most vectors are small, and a record cannot nest deep enough for these to count.
         return count - numLoaded <= small / elementSize_ ? count : claimAfter(numLoaded, count);
     }
 
-    /// Takes the mark of an element along to where it was moved: a class asks for the whole of its object first.
+    /// What the pass has visited of an element at its old place counts as visited at the new one. Only the whole object is asked
+    /// for, which its class asks for first.
     template <class T>
     static void carryMark(T& from, const T& to)
     {
@@ -409,10 +421,6 @@ void kt_growVector(std::vector<T>& values, std::size_t size)
     values.resize(size);
 }
 
-/// A vector: a version byte, the count, the elements, each by its own operator. Loading resizes it to the count first and
-/// then loads the elements in order. Where there are not bytes enough in the archive for so many elements of their size, it resizes
-/// the vector step by step behind those that are loaded, which moves them; a class without a move is copied then. Objects inside
-/// the elements, not elements themselves, are new to the pass then: a second time in it they do not load as no bytes.
 template <class T>
 ktArchive& operator||(ktArchive& archive, std::vector<T>& values)
 {

@@ -12,6 +12,7 @@ using kfAttentionHandler = long (*)(void* context);
 /// computing threads on several at once. Set it while nothing runs.
 KT_FOUNDATION_API void kfSetAttentionHandler(kfAttentionHandler handler, void* context) noexcept;
 
+// For kfCheckAttention alone.
 KT_FOUNDATION_API extern std::atomic<kfAttentionHandler> kt_attentionHandler;
 KT_FOUNDATION_API extern std::atomic<void*> kt_attentionContext;
 

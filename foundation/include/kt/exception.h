@@ -8,10 +8,11 @@
 #include <memory>
 #include <string>
 
-/// Base of every exception class of these libraries. Beside these, operations let pass what the standard library throws, std::bad_alloc
-/// above all, and what code of the caller's own throws. It is archivable: in place each class stores its text, so that an error can
-/// be kept with a result. By pointer, so that another process gets an error of the same class, only the eight error classes of
-/// libclastool go, which the class registry knows.
+/// Base of every exception class of these libraries. Operations also pass on what the standard library throws, std::bad_alloc above
+/// all, and what the caller's own code throws.
+///
+/// Each class can be archived in place, as its text, so that an error can be kept with a result. Only the eight error classes of
+/// libclastool can be archived by pointer, which gives another process an error of the same class: the class registry knows them.
 ///
 /// Copy: copies the text.
 class KT_FOUNDATION_API ktException : public ktPersistent, public std::exception {

@@ -23,7 +23,7 @@ inline std::int32_t kfInterlockedDecrement(std::atomic<std::int32_t>& counter) n
 }
 
 /// Base of an object that counted handles share. The count lives in the object, so a handle can be made from a plain
-/// pointer at any time. It starts at 0, also in a copy: a copy is a new object that no handle holds yet.
+/// pointer at any time. It starts at 0, also in a copy, which is a new object that no handle holds yet.
 ///
 /// Threads: the count may change on several threads at once.
 class KT_FOUNDATION_API ktRepBase {
@@ -33,8 +33,8 @@ public:
     ktRepBase& operator=(const ktRepBase&) noexcept { return *this; }
     virtual ~ktRepBase();
 
-    /// The number of handles that hold this object. Another thread may change it before the caller looks at it; but who holds
-    /// the one handle there is has the object to itself, after all that others did to it.
+    /// The number of handles that hold this object. Another thread may change it before the caller reads it. A caller that holds the
+    /// only handle may change the object: it sees all that other threads did to it.
     long refCount() const noexcept { return count_.load(std::memory_order_acquire); }
 
 private:
@@ -108,12 +108,12 @@ public:
     /// Handles are compared by pointer, never by the value of what they hold.
     friend bool operator==(const ktPtrHandle& a, const ktPtrHandle& b) noexcept { return a.object_ == b.object_; }
     friend bool operator!=(const ktPtrHandle& a, const ktPtrHandle& b) noexcept { return a.object_ != b.object_; }
-    // Without these a plain pointer would become a handle for the comparison, and one to an object that no other handle
-    // holds would destroy it.
-    /// The handle holds the very object.
+    // Without these a plain pointer would become a handle for the comparison, and that handle would destroy an object that no
+    // other one holds.
+    /// Whether the handle holds the very object.
     friend bool operator==(const ktPtrHandle& a, const T* b) noexcept { return a.object_ == b; }
     friend bool operator!=(const ktPtrHandle& a, const T* b) noexcept { return a.object_ != b; }
-    /// The handle holds the very object.
+    /// Whether the handle holds the very object.
     friend bool operator==(const T* a, const ktPtrHandle& b) noexcept { return a == b.object_; }
     friend bool operator!=(const T* a, const ktPtrHandle& b) noexcept { return a != b.object_; }
 

@@ -23,7 +23,7 @@
 /// Evaluation never refuses a degenerate covariance and never alters the stored one. What counts as degenerate:
 ///
 /// - A measurement has no spread of its own if its deviation is at most 2^-50 |mean_i|, which the rounding of the steps above can
-///   make. It is evaluated with that deviation, 1e-9 for a mean of zero. Someone who knows better makes a stand-in.
+///   make. It is evaluated with that deviation, 1e-9 for a mean of zero. `standIn` takes a better one.
 /// - Correlations cov[i][j] / (s_i s_j) are clipped to [-1, 1], and those that are not finite count as 0. If an eigenvalue of
 ///   the correlation matrix is not above 1e-8, or if a measurement has no spread of its own, all correlations are shrunk: times
 ///   0.99; and again, more each time, should a restored state need it.
@@ -47,7 +47,7 @@ public:
         std::size_t size;
     };
 
-    /// A pattern that is not laid out for the density: told measurement by measurement.
+    /// A pattern that is not laid out for the density, which asks for one measurement at a time.
     class Source {
     public:
         /// Whether measurement `index` of the density is valid; then `value` takes it.
@@ -98,20 +98,19 @@ public:
     static void learnColumns(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                              std::size_t numRows) noexcept;
 
-    /// Becomes what is evaluated in place of a state that borrows spreads: its measurements `kept`, in this order, with the
-    /// variance `borrowed[i]` for kept[i] and no correlation with the others, where that is above 0. If any is, the other
-    /// correlations are shrunk as those of a degenerate covariance.
+    /// Becomes what is evaluated in place of `learnt`: its measurements `kept`, in this order. If borrowed[i] is above 0, kept[i] gets
+    /// that variance and no correlation with the others, and the other correlations are shrunk as those of a degenerate covariance.
     /// Requires: as many borrowed as kept, each kept below the number of measurements.
     void standIn(const ktNormalDensity& learnt, const std::vector<std::size_t>& kept,
                  const std::vector<double>& borrowed);
 
-    /// Whether this is more spread than the rounding of learning can make.
+    /// Whether the variance is more than the rounding of learning can make.
     static bool hasSpread(double mean, double variance) noexcept;
 
-    /// Whether a pattern of `size` measurements can be evaluated: something was learnt, and all sizes agree.
+    /// Whether something was learnt and all sizes agree, so that a pattern of `size` measurements can be evaluated.
     bool canEvaluate(std::size_t size) const noexcept;
 
-    /// Whether measurement `index` of a pattern is so near the mean that its density can be told: within 1e147 deviations.
+    /// Whether the value of measurement `index` is within 1e147 deviations of the mean: farther out, densities cannot be compared.
     bool reaches(std::size_t index, double value) const noexcept;
 
     /// ln of the density at the row; invalid values, and values that are not finite, are marginalised: the joint density of
@@ -129,11 +128,11 @@ public:
     /// The same for `size` measurements of a larger pattern: measurement i is `values[indices[i]]`.
     long logDensity(const double* values, const long* indices, std::size_t size, double& value) const;
 
-    /// The same for `size` measurements, valid or not, told by the source, which is asked before anything is checked.
+    /// The same for `size` measurements of the source, which is asked before anything is checked.
     long logDensity(const Source& source, std::size_t size, double& value) const;
 
     /// What the density of a single measurement is evaluated with: its log density at x is
-    /// `held(logScale - 0.5 * (z * z))`, z = inverseDeviation * (x - mean).
+    /// `clampLog(logScale - 0.5 * (z * z))`, z = inverseDeviation * (x - mean).
     struct Single {
         /// In the unit of the measurement.
         double mean;
@@ -143,17 +142,17 @@ public:
         double logScale;
     };
     /// A log density within +-1e300, and -1e300 for NaN, so that sums stay finite.
-    static double held(double logDensity) noexcept
+    static double clampLog(double logDensity) noexcept
     {
         const double notBelow = logDensity >= -1e300 ? logDensity : -1e300;
         return notBelow <= 1e300 ? notBelow : 1e300;
     }
     /// False for more or fewer measurements than one, and for a count below 1.
     bool single(Single& constants) const;
-    /// Advances whenever some density that was evaluated changes: until then, all constants that were taken hold.
+    /// Advances whenever a density that was evaluated changes. Until then all constants that `single` gave hold.
     static unsigned long evaluatedRevision() noexcept { return evaluatedRevision_.load(std::memory_order_relaxed); }
-    /// Tells what this density is evaluated with from anything that it, or another density, was or will be evaluated with: 0
-    /// before the first evaluation of a state.
+    /// Identifies what this density is evaluated with: no other state, of this or another density, has the same number in a process.
+    /// 0 before the first evaluation of a state.
     std::uint64_t evaluation() const noexcept;
 
     /// Equal mean, covariance and count, compared exactly, no tolerance.

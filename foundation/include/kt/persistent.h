@@ -19,11 +19,11 @@ class ktArchive;
 /// Versions: every layer of these libraries stores version 0. Loading another one throws ktArchive::UnknownVersion(nullptr, 0), unless
 /// the class names a place of its own.
 ///
-/// Copy: a copy is a new object that no pass has visited, and an object that was assigned is one again: a class's own assignment
-/// operator calls that of its base. A pass does not notice what changes an object otherwise.
-/// Threads: two threads may store objects that share parts; one pass runs on one thread. Objects that a pass has stored may be
-/// destroyed on any thread while it is open. Those that it loaded, and the caller took from `serializePointer` without a count, are
-/// destroyed on the thread of the pass until it ends.
+/// Copy: a copy is a new object, which no pass has visited. An assigned object counts as a new one too, so a class's own assignment
+/// operator calls that of its base. A pass notices no other change.
+/// Threads: two threads may store objects that share parts; one pass runs on one thread. While a pass is open, objects that it has
+/// stored may be destroyed on any thread; objects that it loaded, and that the caller took from `serializePointer` without a
+/// count, only on the thread of the pass.
 class KT_FOUNDATION_API ktPersistent {
 public:
     ktPersistent() noexcept = default;
@@ -36,8 +36,7 @@ public:
         return *this;
     }
 
-    /// A destructor that finds the mark set lets the passes of this thread forget the object, because its address may be
-    /// used again before they end.
+    /// If the mark is set, the passes of this thread forget the object: its address may be used again before they end.
     virtual ~ktPersistent()
     {
         if (mark_.load(std::memory_order_relaxed) != 0) {
@@ -57,14 +56,14 @@ public:
 protected:
     /// Archives the object's layers, most derived first. The base has nothing to archive.
     virtual void dispatchSerialize(ktArchive& archive);
-    /// Puts the object into the state of a new one where a class needs it; no class of this library does.
+    /// Puts the object into the state of a new one, for classes that need it; no class of these libraries does.
     virtual void reInit();
-    /// Loads a simplified form where a class has one. Returns whether it did; no class of this library has one.
+    /// Loads a simplified form, for classes that have one; no class of these libraries does. Returns whether it did.
     virtual bool loadSimple(ktArchive& archive);
 
     /// Whether the current pass of this thread has visited the layer of `extent` bytes of this object. False outside a pass.
-    /// `layer` points to the layer, usually `this`. A layer is known by its address and extent, so a class that adds no member to
-    /// its first base is one layer with it here: each asks before it archives its base's layer, as dispatchLayer does.
+    /// `layer` points to the layer, usually `this`. Address and extent identify a layer. A class that adds no member to its first base
+    /// is one layer with it, so each class asks before it archives its base's layer, as dispatchLayer does.
     template <class Layer>
     static bool haveVisited(const Layer* layer, std::size_t extent)
     {
@@ -102,8 +101,8 @@ private:
     void mutating_() noexcept;
     void assigned_() noexcept;
 
-    // Not 0 if some pass may know the object: a number that the first of them gave it, by which they tell it from an object that was
-    // at its address before and died on another thread. Atomic because two threads may store objects that share this one.
+    // 0 until a pass meets the object. That pass gives it a number, which tells the object from an earlier one at its address that
+    // another thread destroyed. Atomic because two threads may store objects that share this one.
     mutable std::atomic<std::uint16_t> mark_{0};
 };
 
@@ -116,13 +115,13 @@ KT_FOUNDATION_API ktArchive& operator||(ktArchive& archive, ktPersistent& object
 /// plain C++ name, with its namespaces.
 ///
 /// Archives that run before `main` or after it, in constructors and destructors of static objects, know the classes whose
-/// entries are made by then and not yet destroyed. Where libclastool is a shared library that the program is linked with, its own classes
-/// are among them; in a static program, and for classes of the program itself, the linker's order decides, and "unknown
-/// class" (ktArchive::Corrupt) is what comes of it.
+/// entries exist at that time. If the program is linked with libclastool as a shared library, the classes of libclastool are among
+/// them. In a static program, and for classes of the program itself, the linker's order decides; a class without an entry is an
+/// "unknown class" (ktArchive::Corrupt).
 ///
-/// Threads: entries are made and destroyed while other threads store and load: a library may be loaded and unloaded at any
-/// time, as long as no archive needs the very classes that it brings. Making and destroying wait for each other, and destroying for
-/// a look-up that is under way; a look-up waits for nothing. `first` and `next` need a registry that does not change meanwhile.
+/// Threads: entries may be made and destroyed while other threads store and load, so a library may be loaded and unloaded at any
+/// time at which no archive needs its classes. Making and destroying wait for each other. Destroying waits for a look-up that is
+/// under way; a look-up waits for nothing. `first` and `next` need a registry that does not change meanwhile.
 class KT_FOUNDATION_API kt_Instantiator {
 public:
     /// Makes a new default-constructed object, which the caller owns.

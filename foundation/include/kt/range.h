@@ -18,9 +18,9 @@ public:
     /// [low, high]. Nothing is checked.
     ktRange(double low, double high) noexcept : low_(low), high_(high) {}
 
-    /// The low end, as given.
+    /// As given, also above the high end.
     double low() const noexcept { return low_; }
-    /// The high end, as given.
+    /// As given, also below the low end.
     double high() const noexcept { return high_; }
 
     /// low <= value <= high; both ends belong to it, NaN never.

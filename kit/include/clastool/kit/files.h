@@ -14,9 +14,6 @@ class KT_KIT_API FileError : public ktExceptionWithString {
 public:
     /// With the whole text of the message.
     explicit FileError(const std::string& message);
-    FileError(const FileError&);
-    FileError& operator=(const FileError&);
-    ~FileError() override;
 
     long errorNumber() const override;
     void suicideAndRethrow() override;

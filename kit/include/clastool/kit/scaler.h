@@ -34,9 +34,8 @@ public:
     /// Cost: linear in the values; for quartiles, sorting them.
     /// See: R. J. Hyndman, Y. Fan, "Sample quantiles in statistical packages", 1996, definition 7.
     explicit Scaler(const ktClassifierDataProvider& data, Method method = eMeanAndDeviation);
-    Scaler(const Scaler&);
+    Scaler(const Scaler&) = default;
     Scaler& operator=(const Scaler&);
-    ~Scaler() override;
 
     /// What each measurement is moved by, in its unit.
     const std::vector<double>& centers() const { return centers_; }

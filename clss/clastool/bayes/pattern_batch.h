@@ -1,5 +1,7 @@
 #pragma once
 
+#include "group_density.h"
+
 #include <clastool/bayes.h>
 
 #include <algorithm>
@@ -7,23 +9,24 @@
 #include <utility>
 #include <vector>
 
-/// The patterns that a category model has still to learn in a training. They are collected and learnt together, to the bits
-/// of learning them one by one: what a density does once a call then counts for many patterns, and the groups of a single
-/// measurement learn side by side.
+/// Collects the patterns that a category model learns in a training, and lets it learn many in one call, with the bits of learning
+/// them one by one: a density's work per call then counts for many patterns, and the groups of a single measurement learn side by
+/// side.
 ///
-/// Only patterns that the model is sure to learn wait here: all densities are normal, all measurements valid and finite. The
-/// model adapts to others at once, after it has learnt those that wait.
-class kt_Lessons {
+/// A pattern waits here only if the model is sure to learn it: all densities are normal, all measurements valid and finite. For
+/// any other pattern the model first learns those that wait, then adapts to it at once.
+class kt_PatternBatch {
 public:
     /// Requires: the model has adapted to a pattern, so that no index is negative, and its densities know their sizes, unless a
     /// group names measurements that the pattern lacks.
-    explicit kt_Lessons(kt_CategoryModelBayesian& model) : model_(model)
+    explicit kt_PatternBatch(kt_CategoryModelBayesian& model) : model_(model)
     {
         Block singles;
         std::size_t total = 0;
         for (std::size_t i = 0; i < model.numGroups(); ++i) {
-            const std::vector<long>& group = model.groups_[i];
-            ktNormalDensity* state = model.normalOf(i);
+            const kt_GroupDensity density = model.group(i);
+            const std::vector<long>& group = density.indices();
+            ktNormalDensity* state = density.normal();
             areNormal_ = areNormal_ && state != nullptr && !state->isUnused();
             if (group.size() == 1) {
                 singles.states.push_back(state);
@@ -38,7 +41,7 @@ public:
         }
         blocks_.push_back(std::move(singles));
         if (areNormal_ && total > 0) {
-            // So few that they stay in the nearest cache, and that many categories need little memory.
+            // Few, so that they stay in the first-level cache, and many categories need little memory.
             most_ = std::clamp<std::size_t>(1024 / total, 1, 32);
             for (Block& block : blocks_) {
                 block.rows.resize(most_ * block.indices.size());
@@ -46,10 +49,10 @@ public:
         }
     }
 
-    /// Whatever ends a training: what was taught is learnt.
-    ~kt_Lessons() { finish(); }
-    kt_Lessons(const kt_Lessons&) = delete;
-    kt_Lessons& operator=(const kt_Lessons&) = delete;
+    /// Lets the model learn the patterns that wait, whatever ended the training.
+    ~kt_PatternBatch() { finish(); }
+    kt_PatternBatch(const kt_PatternBatch&) = delete;
+    kt_PatternBatch& operator=(const kt_PatternBatch&) = delete;
 
     /// Throws: what kt_CategoryModelBayesian::adapt throws.
     void add(const ktFeaturePattern& pattern)
@@ -70,7 +73,7 @@ private:
         std::vector<double> rows;
     };
 
-    /// Lays out the pattern behind those that wait, unless it cannot wait.
+    /// Lays out the pattern behind those that wait. False for a pattern that cannot wait.
     bool takes(const ktFeaturePattern& pattern)
     {
         if (most_ == 0 || pattern.numInvalid() != 0) {

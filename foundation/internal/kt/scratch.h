@@ -5,8 +5,7 @@
 #include <new>
 #include <type_traits>
 
-/// Working storage of one call: on the stack for up to `Small` elements, one allocation beyond. Numbers start with any
-/// value. For the library's own use.
+/// Working storage of one call: on the stack for up to `Small` elements, one allocation beyond. Numbers start with any value.
 template <class T, std::size_t Small = 32>
 class kt_Scratch {
     static_assert(std::is_trivially_destructible_v<T>, "elements upon the stack are not destroyed");
@@ -14,7 +13,7 @@ class kt_Scratch {
 public:
     explicit kt_Scratch(std::size_t size) : size_(size), large_(size > Small ? new T[size] : nullptr)
     {
-        // Not the rest of the stack's share, which would take longer than many a call works.
+        // Initialise only what is used: clearing all elements can cost more than the call.
         if (!large_) {
             std::uninitialized_default_construct_n(reinterpret_cast<T*>(small_), size);
         }
