@@ -51,10 +51,12 @@ need_check_tools() {
 }
 
 need_site_tools() {
-    need doxygen "makes the site from the headers and the pages" command -v doxygen
+    need doxygen "reads the headers for the site" command -v doxygen
     need codespell "finds misspelt words" command -v codespell
     need linkchecker "finds links that lead nowhere" command -v linkchecker
-    need python3 "compares the code in the pages with the programs" command -v python3
+    need python3 "compares the code in the pages with the programs, and makes the site" command -v python3
+    need python3-venv "keeps what the site is made with apart" python3 -c "import ensurepip"
+    need chromium "opens the site" command -v chromium
 }
 
 # Installs what was found missing, or says what it is and stops.

@@ -208,6 +208,32 @@ def spelled(size):
     return f"{int(patterns):,} x {measurements}"
 
 
+def result_table(figures):
+    """What the page opens with. docs/site/result_picture.py draws it."""
+    neighbors, peers, archive = "neighbors/order:2/", "peers/overlapping/", "archive/{}/100000x16/"
+    lines = [
+        ("neighbours, 1,000 x 4", neighbors + "1000x4/", "library", "opencv", "OpenCV"),
+        ("neighbours, 100,000 x 16", neighbors + "100000x16/", "library", "opencv", "OpenCV"),
+        ("neighbours, 100,000 x 4", peers + "100000x4/", "library", "nanoflann", "nanoflann, k-d tree"),
+        ("neighbours, 1,000,000 x 4", peers + "1000000x4/", "library", "nanoflann", "nanoflann, k-d tree"),
+        ("neighbours, 1,000,000 x 2", peers + "1000000x2/", "library", "nanoflann", "nanoflann, k-d tree"),
+        ("neighbours, 100,000 x 16, batch", peers + "100000x16/", "library_batch", "faiss_batch", "FAISS, flat"),
+        ("neighbours, 100,000 x 16, batch", peers + "100000x16/", "library_batch", "sklearn_batch", "scikit-learn, brute"),
+        ("neighbours, separated data, 10,000 x 784, batch", "peers/separated/10000x784/", "library_batch", "faiss_batch", "FAISS, flat"),
+        ("Bayes, joint run", "bayes/joint/10x16/", "library", "opencv", "OpenCV"),
+        ("Bayes, training, 100,000 x 16", "bayes/training_joint/100000x16/", "library", "opencv", "OpenCV"),
+        ("decision tree, depth 8", "tree/run/depth8/", "library", "opencv", "OpenCV"),
+        ("archive stored, 100,000 x 16", archive.format("store"), "library", "cereal", "cereal"),
+        ("archive loaded, 100,000 x 16", archive.format("load"), "library", "cereal", "cereal"),
+    ]
+    rows = []
+    for what, case, own, who, label in lines:
+        ratios = figures.ratio(case + who, case + own)
+        cells = [what, label, short(figures.median(case + own)), short(figures.median(case + who))]
+        rows.append(cells + [short(statistics.median(ratios)), f"{short(min(ratios))} – {short(max(ratios))}"])
+    return table(["what", "beside", "this library, µs", "the other, µs", "times as fast", "in the rounds"], rows)
+
+
 def euclidean_table(figures):
     rows = []
     for size in SIZES:
@@ -506,6 +532,7 @@ def write_document(stored, document, picture):
         "mean_depth": short(figures.counter("tree/run/depth8/library", "mean_depth")),
         "blas": blas_line(about["blas_speeds"]),
         "peers_picture": os.path.relpath(picture.with_name("benchmarks-peers.svg"), document.parent),
+        "result_table": result_table(figures),
         "index_table": index_table(figures),
         "batch_table": batch_table(figures, about["has_vnni"]),
         "picture": os.path.relpath(picture, document.parent),

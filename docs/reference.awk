@@ -17,10 +17,20 @@ function copy_of(class) { return class in tells ? "A copy; see the class about w
 /^ *\/\/\/.*Copy:/ { tells_of_copies = 1 }
 /^ *(class|struct) .*[{]$/ && tells_of_copies { tells[$2 ~ /^KT_/ ? $3 : $2] = 1 }
 
-is_documented() && match($0, /\/\/\/ (Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Threads|Archive|Versions|Kept on purpose):/) {
-    before = substr($0, 1, RSTART + 3)
-    label = substr($0, RSTART + 4, RLENGTH - 4)
-    print before "<br>**" label "**" substr($0, RSTART + RLENGTH)
+/^ *\/\/\// {
+    line = $0
+    # What stands for something in a text, <name>, is no tag.
+    while (match(line, /[^A-Za-z0-9_:`\\]<[A-Za-z]+>/)) {
+        line = substr(line, 1, RSTART) "\\" substr(line, RSTART + 1)
+    }
+    labels = "(Requires|Effects|Throws|Returns|Cost|Polls|See|Ownership|Copy|Move|Threads|Archive|Versions|Kept on purpose)(, in this order)?:"
+    if (is_documented() && match(line, "/// " labels)) {
+        line = substr(line, 1, RSTART + 3) "<br>**" substr(line, RSTART + 4, RLENGTH - 4) "**" substr(line, RSTART + RLENGTH)
+    }
+    while (match(line, "[.;] " labels)) {
+        line = substr(line, 1, RSTART) " <br>**" substr(line, RSTART + 2, RLENGTH - 2) "**" substr(line, RSTART + RLENGTH)
+    }
+    print line
     previous = $0
     next
 }

@@ -35,9 +35,9 @@ class kt_ArchivePass;
 /// `ktClassifierTool copy(tool); archive || copy;`.
 ///
 /// Loading trusts nobody: any bytes end in a value that is safe to use or in a ktException, in memory within 64 times the
- /// input and 64 KiB. A class of your own whose objects take more for each byte that they store takes it here too, when they
- /// are there. After a failed load the object is partly loaded; it can be assigned, loaded again and destroyed. The first
- /// load also reads the archive's header, and throws UnknownVersion for another encoding, whatever is being loaded.
+/// input and 64 KiB. A class of your own whose objects take more for each byte that they store takes it here too, when they
+/// are there. After a failed load the object is partly loaded; it can be assigned, loaded again and destroyed. The first
+/// load also reads the archive's header, and throws UnknownVersion for another encoding, whatever is being loaded.
 ///
 /// Ownership: the stream belongs to the caller and outlives the archive. Copy: none.
 /// Threads: one archive is used by one thread at a time.

@@ -16,6 +16,7 @@ using Patterns = std::vector<ktPtrHandle_const<ktFeaturePattern>>;
 /// NaN, with which most programs mark what was not measured, is missing and not a number like others.
 /// Cost: linear; one block of memory for the values, two more if any is invalid.
 KT_KIT_API ktPtrHandle_const<ktFeaturePattern> pattern(const std::vector<double>& values);
+/// The same of values written down in the program.
 KT_KIT_API ktPtrHandle_const<ktFeaturePattern> pattern(std::initializer_list<double> values);
 /// Requires: `size` values that can be read; `values` may be null if there are none.
 KT_KIT_API ktPtrHandle_const<ktFeaturePattern> pattern(const double* values, std::size_t size);

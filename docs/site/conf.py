@@ -1,0 +1,61 @@
+"""How Sphinx makes the site of what stage.py has put together."""
+
+import importlib.util
+import os
+import re
+from pathlib import Path
+
+TOP = Path(os.environ["CLASTOOL_TOP"])
+numbers = re.findall(r"define KT_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", (TOP / "foundation/include/kt/version.h").read_text())
+
+project = "clastool"
+version = release = ".".join(numbers)
+html_title = f"clastool {version}"
+html_short_title = "clastool"
+copyright = "the clastool authors"
+
+extensions = ["myst_parser", "sphinx_design", "sphinx_copybutton"]
+if importlib.util.find_spec("clastool"):
+    extensions += ["sphinx.ext.autodoc", "sphinx.ext.napoleon"]
+    autodoc_typehints = "description"
+    autodoc_member_order = "bysource"
+# Messages stand in the pages as they are thrown.
+smartquotes = False
+primary_domain = "cpp"
+highlight_language = "text"
+myst_heading_anchors = 4
+myst_enable_extensions = ["colon_fence"]
+copybutton_exclude = ".linenos, .gp, .go"
+toc_object_entries_show_parents = "hide"
+maximum_signature_line_length = 90
+
+html_theme = "furo"
+html_static_path = ["_static"]
+html_css_files = ["site.css"]
+html_js_files = ["site.js"]
+html_favicon = "_static/icon.svg"
+html_copy_source = False
+html_show_sphinx = False
+html_use_index = False
+html_theme_options = {
+    "sidebar_hide_name": False,
+    "light_css_variables": {"color-brand-primary": "#1b5e8c", "color-brand-content": "#1b5e8c"},
+    "dark_css_variables": {"color-brand-primary": "#7fc1ee", "color-brand-content": "#7fc1ee"},
+}
+pygments_style = "a11y-high-contrast-light"
+pygments_dark_style = "a11y-high-contrast-dark"
+
+
+def readable_parameters(_app, _page, _template, context, _doctree):
+    """Sphinx writes parameters on lines of their own as a list without terms, which screen readers cannot read."""
+
+    def lines(found):
+        inner = found[1].replace("<dd>", '<span class="parameter">').replace("</dd>", "</span>")
+        return f'<span class="parameters">{inner}</span>'
+
+    if "body" in context:
+        context["body"] = re.sub(r"<dl>(.*?)</dl>", lines, context["body"], flags=re.DOTALL)
+
+
+def setup(app):
+    app.connect("html-page-context", readable_parameters)
