@@ -11,7 +11,6 @@
 /// published operations stay as few as they are.
 class kt_KitAccess {
 public:
-    static kt_Classifier* classifier(const ktClassifierTool& tool) { return tool.classifier_.get(); }
     /// The classifier as the given one, null if it is another.
     template <class Classifier>
     static Classifier* classifierAs(const ktClassifierTool& tool)
@@ -72,7 +71,6 @@ public:
     static const Groups& groups(const kt_CategoryModelBayesian& model) { return model.groups_; }
     static const Densities& densities(const kt_CategoryModelBayesian& model) { return model.densities_; }
     static Densities& densities(kt_CategoryModelBayesian& model) { return model.densities_; }
-    static void dropPlan(kt_CategoryModelBayesian& model) noexcept { model.dropPlan(); }
     static ktNormalDensity& state(kt_PDFMultivariateNormal& density) { return density.state_; }
     static kt_PDFMultivariateNormal& accumulator(kt_PDFBinomial& density) { return density.accumulator_; }
     static void estimate(kt_PDFBinomial& density) { density.estimate(); }

@@ -38,7 +38,7 @@ private:
     std::uint32_t remainder_ = 0xFFFFFFFF;
 };
 
-/// Hands all bytes on to another buffer and sums them up.
+/// Hands all bytes on to another buffer and sums them up. They come in blocks: as an archive writes them, and std::ostream::write.
 class kt_SummedBuffer : public std::streambuf {
 public:
     explicit kt_SummedBuffer(std::streambuf& next) : next_(next) {}
@@ -51,11 +51,6 @@ protected:
         const std::streamsize taken = next_.sputn(bytes, size);
         sum_.add(bytes, static_cast<std::size_t>(taken));
         return taken;
-    }
-    int_type overflow(int_type byte) override
-    {
-        const char one = traits_type::to_char_type(byte);
-        return xsputn(&one, 1) == 1 ? byte : traits_type::eof();
     }
 
 private:

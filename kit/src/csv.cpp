@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <istream>
 #include <limits>
+#include <locale>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 #include <unordered_map>
@@ -31,7 +34,7 @@ public:
     /// Goes to the next line that is not empty; false if there is none.
     bool nextRow()
     {
-        while (place_ < text_.size() && isLineEnd(text_[place_])) {
+        for (passBlanks(); place_ < text_.size() && isLineEnd(text_[place_]); passBlanks()) {
             passLineEnd();
         }
         column_ = 0;
@@ -68,8 +71,7 @@ public:
 
     std::string_view cell() const { return cell_; }
     bool isQuoted() const { return isQuoted_; }
-    /// The line of the row, and how many of its cells were taken.
-    std::size_t rowLine() const { return rowLine_; }
+    /// How many cells of the row were taken.
     std::size_t column() const { return column_; }
 
     [[noreturn]] void refuseLine(const std::string& what) const
@@ -84,6 +86,19 @@ public:
 
 private:
     static bool isLineEnd(char c) { return c == '\n' || c == '\r'; }
+    static bool isBlank(char c) { return c == ' ' || c == '\t'; }
+
+    /// Passes over a line that holds blanks alone, but for its end.
+    void passBlanks()
+    {
+        std::size_t end = place_;
+        while (end < text_.size() && text_[end] != separator_ && isBlank(text_[end])) {
+            ++end;
+        }
+        if (end == text_.size() || isLineEnd(text_[end])) {
+            place_ = end;
+        }
+    }
 
     void passLineEnd()
     {
@@ -155,6 +170,16 @@ std::string quoted(std::string_view cell)
     return "\"" + std::string(cell.substr(0, most)) + "\"";
 }
 
+/// Whether a number that no double is near to lies between 0 and the smallest of them, not beyond the largest.
+bool isTiny(std::string_view number)
+{
+    std::istringstream words{std::string(number)};
+    words.imbue(std::locale::classic());
+    double value = 0.0;
+    words >> value;
+    return std::abs(value) < 1.0;
+}
+
 double numberOf(const Cells& cells, const std::string& column)
 {
     std::string_view text = trimmed(cells.cell());
@@ -168,7 +193,10 @@ double numberOf(const Cells& cells, const std::string& column)
     const char* const end = text.data() + text.size();
     const auto [stopped, failure] = std::from_chars(text.data(), end, value);
     if (failure == std::errc::result_out_of_range && stopped == end) {
-        cells.refuseCell(" (" + column + ")", quoted(cells.cell()) + " is too large or too small for a number");
+        if (isTiny(text)) {
+            return text[0] == '-' ? -0.0 : 0.0;
+        }
+        cells.refuseCell(" (" + column + ")", quoted(cells.cell()) + " is too large for a number");
     }
     if (failure != std::errc() || stopped != end) {
         cells.refuseCell(" (" + column + ")", quoted(cells.cell()) + " is not a number");

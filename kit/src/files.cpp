@@ -19,9 +19,9 @@ namespace {
 
 // Stored in files: never change.
 constexpr std::array<char, 8> signature = {'k', 't', 'K', 'i', 't', '\r', '\n', '\x1A'};
-constexpr char fileVersion = 0;
+constexpr std::array<char, 1> fileVersion = {0};
 
-constexpr std::size_t archiveBegin = signature.size() + 1;
+constexpr std::size_t archiveBegin = signature.size() + fileVersion.size();
 constexpr std::size_t checksumSize = 4;
 
 using Accumulators = std::vector<ktPtrHandle<kt_PDFMultivariateNormal>>;
@@ -150,15 +150,13 @@ void writeContents(std::ostream& file, Contents& contents)
     kt_SummedBuffer summed(*file.rdbuf());
     std::ostream stream(&summed);
     stream.write(signature.data(), signature.size());
-    stream.put(fileVersion);
+    stream.write(fileVersion.data(), fileVersion.size());
     ktArchive archive(stream);
     archiveContents(archive, contents);
     const auto sum = checksumBytes(summed.sum());
     file.write(sum.data(), sum.size());
     file.flush();
-    if (!stream) {
-        file.setstate(std::ios::badbit);
-    }
+    file.setstate(stream.rdstate());
 }
 
 /// Checks the bytes of the file around and over the archive; returns its size.
@@ -173,6 +171,10 @@ std::size_t checkedSize(std::istream& file, const std::string& path)
         const std::size_t held = std::min(size, checksumSize);
         std::copy_n(last.begin(), held, block.begin());
         file.read(block.data() + held, static_cast<std::streamsize>(block.size() - held));
+        // A folder opens as a file does, and fails here.
+        if (file.bad()) {
+            refuse(path, "cannot be read");
+        }
         const std::size_t end = held + static_cast<std::size_t>(file.gcount());
         if (size == 0) {
             const std::size_t known = std::min(end, signature.size());
@@ -187,7 +189,7 @@ std::size_t checkedSize(std::istream& file, const std::string& path)
             if (end < archiveBegin + checksumSize) {
                 refuseAt(path, "unexpected end", end);
             }
-            if (block[signature.size()] != fileVersion) {
+            if (block[signature.size()] != fileVersion.front()) {
                 const auto version = static_cast<unsigned char>(block[signature.size()]);
                 refuseAt(path, "unknown version " + std::to_string(version), signature.size());
             }
@@ -195,9 +197,6 @@ std::size_t checkedSize(std::istream& file, const std::string& path)
         sum.add(block.data(), end - checksumSize);
         std::copy_n(block.data() + (end - checksumSize), checksumSize, last.begin());
         size += end - held;
-    }
-    if (file.bad()) {
-        refuse(path, "cannot be read");
     }
     if (last != checksumBytes(sum.value())) {
         refuse(path,
@@ -230,8 +229,7 @@ void saveContents(Contents contents, const std::string& path)
 Contents loadContents(const std::string& path)
 {
     std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    // A folder opens as a file does, and gives no byte.
-    if (!file || (file.peek() == std::ifstream::traits_type::eof() && !file.eof())) {
+    if (!file) {
         refuse(path, "cannot be read");
     }
     const std::size_t size = checkedSize(file, path);

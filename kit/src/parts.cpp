@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -14,49 +13,41 @@ using Work = std::function<void(std::size_t part, std::size_t worker)>;
 
 class Parts {
 public:
-    Parts(std::size_t numParts, const Work& work) : numParts_(numParts), work_(work) {}
+    Parts(std::size_t numParts, const Work& work) : work_(work), failures_(numParts) {}
 
     void doSome(std::size_t worker) noexcept
     {
         // A part that was taken is done: one before it may have failed, but not yet when this one was begun.
         while (!hasFailed_) {
             const std::size_t part = next_++;
-            if (part >= numParts_) {
+            if (part >= failures_.size()) {
                 return;
             }
             try {
                 work_(part, worker);
             } catch (...) {
-                note(part, std::current_exception());
+                failures_[part] = std::current_exception();
+                hasFailed_ = true;
             }
         }
     }
     void stop() noexcept { hasFailed_ = true; }
+    /// To be called when all threads are gone.
     void rethrow() const
     {
-        if (failure_) {
-            std::rethrow_exception(failure_);
+        for (const std::exception_ptr& failure : failures_) {
+            if (failure) {
+                std::rethrow_exception(failure);
+            }
         }
     }
 
 private:
-    void note(std::size_t part, const std::exception_ptr& failure) noexcept
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (!failure_ || part < failedPart_) {
-            failure_ = failure;
-            failedPart_ = part;
-        }
-        hasFailed_ = true;
-    }
-
-    const std::size_t numParts_;
     const Work& work_;
     std::atomic<std::size_t> next_{0};
     std::atomic<bool> hasFailed_{false};
-    std::mutex mutex_;
-    std::exception_ptr failure_;
-    std::size_t failedPart_ = 0;
+    /// What each part has thrown: a place for each, so that threads need no lock.
+    std::vector<std::exception_ptr> failures_;
 };
 
 /// Threads that are waited for whatever happens.

@@ -56,12 +56,6 @@ bool reduce(const ktFeaturePattern& pattern, const std::vector<bool>& measured, 
     return true;
 }
 
-const Access::Models& evaluatedModels(kt_ClassifierBayesian& classifier)
-{
-    const Access::Models& evaluated = Access::evaluated(classifier);
-    return evaluated.size() == Access::models(classifier).size() ? evaluated : Access::models(classifier);
-}
-
 }  // namespace
 
 struct ktKit::Rejection::Learnt {
@@ -73,7 +67,11 @@ struct ktKit::Rejection::Learnt {
     mutable std::mutex isChanging;
     mutable std::map<std::vector<bool>, Limits> limits;
 
-    const Access::Models& models() const { return evaluatedModels(*Access::classifierAs<kt_ClassifierBayesian>(tool)); }
+    /// As runs evaluate them.
+    const Access::Models& models() const
+    {
+        return Access::evaluated(*Access::classifierAs<kt_ClassifierBayesian>(tool));
+    }
 
     const kt_CategoryModel* find(long label) const
     {

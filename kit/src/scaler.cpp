@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -14,9 +15,24 @@ struct CenterAndSpread {
     double spread;
 };
 
+/// Divides the values by a power of 2, which leaves all digits as they are, so that no square of them overflows, or becomes 0. Returns
+/// its exponent.
+int normalize(std::vector<double>& values)
+{
+    double most = 0.0;
+    for (const double value : values) {
+        most = std::max(most, std::abs(value));
+    }
+    int exponent = 0;
+    std::frexp(most, &exponent);
+    for (double& value : values) {
+        value = std::ldexp(value, -exponent);
+    }
+    return exponent;
+}
+
 double meanOf(const std::vector<double>& values)
 {
-    // Steps instead of a sum, which may overflow.
     double mean = 0.0;
     double n = 0.0;
     for (const double value : values) {
@@ -26,14 +42,16 @@ double meanOf(const std::vector<double>& values)
     return mean;
 }
 
-CenterAndSpread byDeviation(const std::vector<double>& values)
+CenterAndSpread byDeviation(std::vector<double>& values)
 {
+    const int exponent = normalize(values);
     const double mean = meanOf(values);
     double squares = 0.0;
     for (const double value : values) {
         squares += (value - mean) * (value - mean);
     }
-    return {mean, std::sqrt(squares / static_cast<double>(values.size()))};
+    const double deviation = std::sqrt(squares / static_cast<double>(values.size()));
+    return {std::ldexp(mean, exponent), std::ldexp(deviation, exponent)};
 }
 
 double quantile(const std::vector<double>& sorted, double share)
@@ -42,13 +60,15 @@ double quantile(const std::vector<double>& sorted, double share)
     const auto below = static_cast<std::size_t>(place);
     const double low = sorted[below];
     const double high = sorted[std::min(below + 1, sorted.size() - 1)];
-    return low + (high - low) * (place - static_cast<double>(below));
+    const double part = place - static_cast<double>(below);
+    return std::isfinite(high - low) ? low + (high - low) * part : low * (1.0 - part) + high * part;
 }
 
 CenterAndSpread byQuartiles(std::vector<double>& values)
 {
     std::sort(values.begin(), values.end());
-    return {quantile(values, 0.5), quantile(values, 0.75) - quantile(values, 0.25)};
+    const double distance = quantile(values, 0.75) - quantile(values, 0.25);
+    return {quantile(values, 0.5), std::min(distance, std::numeric_limits<double>::max())};
 }
 
 }  // namespace
@@ -96,7 +116,7 @@ ktKit::Scaler::Scaler(const ktClassifierDataProvider& data, Method method)
             learnt = method == eMedianAndQuartiles ? byQuartiles(values) : byDeviation(values);
         }
         centers_.push_back(learnt.center);
-        spreads_.push_back(learnt.spread > 0.0 && std::isfinite(learnt.spread) ? learnt.spread : 1.0);
+        spreads_.push_back(learnt.spread > 0.0 ? learnt.spread : 1.0);
     }
 }
 

@@ -11,6 +11,11 @@
 #include <string>
 #include <vector>
 
+#if defined(__linux__)
+#include <sys/resource.h>
+#include <csignal>
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -257,6 +262,22 @@ TEST_F(KitFile, ParametersThatDoNotFitAreRefused)
                                                 std::to_string(9 + stream.str().size()));
 }
 
+TEST_F(KitFile, AccumulatorsThatAreMissingAreRefused)
+{
+    std::stringstream stream;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        const ktArchive::Pass pass(archive);
+        ktClassifierTool tool = trainedOn(Sample(0, 60), kt_test::bayesParams(true));
+        ktPtrHandle<Knn> none;
+        std::vector<ktPtrHandle<kt_PDFMultivariateNormal>> accumulators(3);
+        ktPtrHandle<ktKit::Scaler> scaler;
+        archive || tool || none || accumulators || scaler;
+    }
+    expectRefused(fileAround(stream.str()), "something else than a tool and its parameters before byte " +
+                                                std::to_string(9 + stream.str().size()));
+}
+
 /// Does with a tool whatever the kit does; all of it answers, or throws one of the library's exceptions.
 template <class Params>
 void useAll(ktClassifierTool& tool, const ktClassifierTool& whole, const Params& params)
@@ -325,6 +346,57 @@ TEST_F(KitFile, WhatCannotBeWrittenIsSaidAndLeavesNothing)
     expectThrows<ktKit::FileError>(taken + ": cannot be written", [&] { ktKit::save(kt_test::treeTool(), taken); });
     EXPECT_EQ(numFiles(), 1U);
 }
+
+#if defined(__linux__)
+
+/// As long as it lives, no file of this process grows beyond so many bytes: what a full disk does.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t most) : handler_(std::signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit = {most, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullDisk()
+    {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+TEST_F(KitFile, AFullDiskIsSaidAndLeavesTheOldFile)
+{
+    const ktClassifierTool old = kt_test::treeTool();
+    ktKit::save(old, path_);
+    const std::string bytes = bytesOf(path_);
+    const ktClassifierTool small = trainedOn(Sample(0, 6), unusualKnn());
+    const ktClassifierTool large = trainedOn(Sample(0, 2000), unusualKnn());
+    for (const rlim_t most : {rlim_t{0}, rlim_t{100}, rlim_t{10000}}) {
+        const ktClassifierTool& tool = most < 10000 ? small : large;
+        std::string said;
+        {
+            // What is expected of it is told later, because a report of the tests may go to a file.
+            const FullDisk disk(most);
+            try {
+                ktKit::save(tool, path_);
+            } catch (const ktKit::FileError& error) {
+                said = error.message();
+            }
+        }
+        EXPECT_EQ(said, path_ + ": cannot be written") << most;
+        EXPECT_EQ(bytesOf(path_), bytes);
+        EXPECT_EQ(numFiles(), 1U);
+    }
+}
+
+#endif
 
 TEST_F(KitFile, AFailedSaveLeavesTheOldFile)
 {

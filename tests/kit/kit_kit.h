@@ -5,6 +5,7 @@
 
 #include <clastool/kit.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -94,6 +95,8 @@ inline std::string bytesOf(const std::string& path)
 
 inline void writeBytes(const std::string& path, const std::string& bytes)
 {
+    // A file of its own: where one is written over, some file systems wait for the disk.
+    std::filesystem::remove(path);
     std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 

@@ -99,6 +99,8 @@ TEST(KitRejection, ComparesLikeWithLike)
     EXPECT_TRUE(rejection.rejects(*ktKit::pattern({nan, -30.0})));
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({nan, nan}))) << "nothing was measured, so nothing is strange";
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({infinity, 2.0})));
+    // A value that is not finite is missing, whoever calls it valid.
+    EXPECT_EQ(rejection.limit(ktFeaturePattern({nan, 98.0}, {}), 9), rejection.limit(*ktKit::pattern({nan, 98.0}), 9));
     // The same limits as from data of that measurement alone.
     Sample first(0, 0);
     for (std::size_t i = 0; i < sample.labels.size(); ++i) {
@@ -156,6 +158,10 @@ TEST(KitRejection, CategoriesThatTheToolDoesNotKnowTakeNoPart)
     more.labels.push_back(-1);
     const Rejection rejection(bayes(sample), dataOf(more), 0.0);
     const Rejection copy = rejection;
+    Rejection assigned(bayes(sample), dataOf(sample), 0.9);
+    ASSERT_NE(assigned.limit(*ktKit::pattern({1.0, 1.0}), 9), rejection.limit(*ktKit::pattern({1.0, 1.0}), 9));
+    assigned = rejection;
+    EXPECT_EQ(assigned.limit(*ktKit::pattern({1.0, 1.0}), 9), rejection.limit(*ktKit::pattern({1.0, 1.0}), 9));
     EXPECT_TRUE(copy.rejects(*ktKit::pattern({50.0, 50.0})));
     EXPECT_EQ(copy.limit(*ktKit::pattern({1.0, 1.0}), 9), rejection.limit(*ktKit::pattern({1.0, 1.0}), 9));
 }

@@ -7,10 +7,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <limits>
+#include <system_error>
 #include <thread>
 #include <vector>
+
+#if defined(__GLIBC__)
+#include <pthread.h>
+#endif
 
 namespace {
 
@@ -140,20 +146,82 @@ TEST(KitRunAll, ThrowsWhatComesFirst)
     }
 }
 
+/// Answers the 100th poll with an abort, and holds the other threads up for the next 100, so that the exception has the time that some
+/// systems take to pass it on.
+class Abort {
+public:
+    Abort() { kfSetAttentionHandler(&answer, this); }
+    ~Abort() { kfSetAttentionHandler(nullptr, nullptr); }
+    Abort(const Abort&) = delete;
+    Abort& operator=(const Abort&) = delete;
+
+    long polls() const { return polls_; }
+
+private:
+    static long answer(void* context)
+    {
+        const long poll = ++static_cast<Abort*>(context)->polls_;
+        if (poll > 100 && poll <= 200) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return poll == 100 ? kt_test::abortStatus : 0;
+    }
+
+    std::atomic<long> polls_{0};
+};
+
 TEST(KitRunAll, AnAbortEndsAllThreads)
 {
     const ktClassifierTool tool = nearest();
     const ktKit::Patterns queries = Sample(0, 4000).patterns;
     for (const unsigned threads : {1U, 2U, 3U}) {
-        const kt_test::Attention attention(100, kt_test::abortStatus);
+        const Abort abort;
         expectThrows<ktFailure>(kt_test::abortMessage, [&] { ktKit::runAll(tool, queries, threads); });
-        const long polls = attention.polls();
+        const long polls = abort.polls();
         // Each of the others ends with the 256 patterns that it was at, 707 polls each.
         EXPECT_LE(polls, 100 + (static_cast<long>(threads) - 1) * 2 * 256 * 707);
         std::this_thread::yield();
-        EXPECT_EQ(attention.polls(), polls) << "something still runs";
+        EXPECT_EQ(abort.polls(), polls) << "something still runs";
     }
 }
+
+#if defined(__GLIBC__)
+
+/// As long as it lives, no thread can be started: none finds room for its stack.
+class NoThreads {
+public:
+    NoThreads()
+    {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, std::numeric_limits<std::size_t>::max() / 0x100000 * 0xFFFF0);
+        pthread_setattr_default_np(&attributes);
+        pthread_attr_destroy(&attributes);
+    }
+    ~NoThreads()
+    {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+private:
+    pthread_attr_t before_{};
+};
+
+TEST(KitRunAll, WhereTheSystemGivesNoThreadsTheCallingOneDoesIt)
+{
+    const ktClassifierTool tool = nearest();
+    const ktKit::Patterns queries = Sample(50, 1250).patterns;
+    const Results expected = oneByOne(tool, queries);
+    const NoThreads none;
+    ASSERT_THROW(std::thread([] {}).join(), std::system_error);
+    EXPECT_TRUE(ktKit::runAll(tool, queries, 3) == expected);
+}
+
+#endif
 
 TEST(KitRunAll, PollsAsRunsOneByOne)
 {
@@ -308,6 +376,7 @@ TEST(KitNeighbors, SaysWhatIsWrongInOrder)
     expectThrows<ktClassifierDefs::BadFeatures>(invalid, [&] {
         ktKit::neighbors(tool, ktFeaturePattern({1, 2, 3}, {1}));
     });
+    expectThrows<ktClassifierDefs::BadFeatures>(invalid, [&] { ktKit::neighbors(tool, *ktKit::pattern({1.0, 2.0})); });
 }
 
 TEST(KitNeighbors, PollOncePerKeptPattern)

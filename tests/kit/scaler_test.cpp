@@ -59,15 +59,42 @@ TEST(KitScaler, AMeasurementThatNobodyMeasuredStays)
     EXPECT_EQ(scaler.transform(*ktKit::pattern({6.5}))->featureMeasurement(0, true), 6.5);
 }
 
+// Mean 5 and deviation 2 as above, in other units: no square overflows, or becomes 0.
+TEST(KitScaler, AnyUnitWillDo)
+{
+    const double least = std::numeric_limits<double>::denorm_min();
+    for (const double unit : {least, 0x1p-1000, 0x1p-600, 0x1p600, 0x1p1020}) {
+        ktClassifierDataProviderMemory given;
+        for (const double value : {2.0, 4.0, 4.0, 4.0, 5.0, 5.0, 7.0, 9.0}) {
+            given.addData(ktKit::pattern({value * unit}), 0);
+        }
+        const Scaler scaler(given);
+        EXPECT_EQ(scaler.centers(), std::vector<double>{5 * unit});
+        EXPECT_EQ(scaler.spreads(), std::vector<double>{2 * unit});
+        EXPECT_EQ(scaler.transform(*given.featurePattern(7))->featureMeasurement(0, true), 2.0);
+    }
+}
+
 TEST(KitScaler, LargeNumbersOverflowNothing)
 {
-    const Scaler scaler(data({{1e308}, {1e308}, {1e308}}));
-    EXPECT_EQ(scaler.centers(), std::vector<double>{1e308});
-    EXPECT_FALSE(Scaler(data({{1e308}, {-1e308}})).transform(*ktKit::pattern({nan}))->isValid(0));
-    // A spread whose square overflows is none, and a value that is not finite afterwards is missing.
-    EXPECT_EQ(Scaler(data({{1e308}, {-1e308}})).spreads(), std::vector<double>{1});
+    const double most = std::numeric_limits<double>::max();
+    EXPECT_EQ(Scaler(data({{1e308}, {1e308}, {1e308}})).centers(), std::vector<double>{1e308});
+    for (const Scaler::Method method : {Scaler::eMeanAndDeviation, Scaler::eMedianAndQuartiles}) {
+        const Scaler scaler(data({{-most}, {most}}), method);
+        EXPECT_EQ(scaler.centers(), std::vector<double>{0});
+        EXPECT_DOUBLE_EQ(scaler.spreads()[0], most);
+    }
+    // A difference of the quartiles that is no double is the largest one.
+    const Scaler wide(data({{-most}, {-most}, {0}, {most}, {most}}), Scaler::eMedianAndQuartiles);
+    EXPECT_EQ(wide.centers(), std::vector<double>{0});
+    EXPECT_EQ(wide.spreads(), std::vector<double>{most});
+    // A value that is not finite afterwards is missing.
     const Scaler tiny(data({{-1e-300}, {1e-300}}), Scaler::eMedianAndQuartiles);
     EXPECT_FALSE(tiny.transform(*ktKit::pattern({1e200}))->isValid(0));
+    // So is one that was not finite before.
+    ktClassifierDataProviderMemory valid = data({{1.0}, {3.0}});
+    valid.addData(new ktFeaturePattern({std::numeric_limits<double>::infinity()}, {}), 0);
+    EXPECT_EQ(Scaler(valid).centers(), std::vector<double>{2});
 }
 
 TEST(KitScaler, TransformsAProvider)
@@ -125,6 +152,7 @@ TEST(KitScaler, GoesThroughAnArchive)
     EXPECT_TRUE(loadedInPlace == scaler);
     EXPECT_FALSE(loadedInPlace == Scaler());
     EXPECT_TRUE(scaler != Scaler(data({{1.0, 2.0}, {3.0, 9.0}})));
+    EXPECT_TRUE(scaler != Scaler(data({{0.0, 2.0}, {4.0, 8.0}}))) << "the spread alone differs";
 }
 
 TEST(KitScaler, HoldsInAnArchiveWhatTheHeaderSays)

@@ -91,6 +91,16 @@ TEST(KitConfusionMatrix, PrintsATable)
               "              3          0          1          0     0.0 %\n"
               "      precision     85.7 %     83.3 %      0.0 %\n"
               "error rate: 2 of 13, 15.4 %\n");
+    ConfusionMatrix unknown({"benign"});
+    unknown.add(0, -1);
+    std::ostringstream numbered;
+    numbered << unknown;
+    EXPECT_EQ(numbered.str(),
+              "true \\ assigned      -1  benign    recall\n"
+              "             -1       0       0     0.0 %\n"
+              "         benign       1       0     0.0 %\n"
+              "      precision   0.0 %   0.0 %\n"
+              "error rate: 1 of 1, 100.0 %\n");
     std::ostringstream empty;
     empty << ConfusionMatrix();
     EXPECT_EQ(empty.str(), "true \\ assigned    recall\n      precision\nerror rate: 0 of 0, 0.0 %\n");
@@ -136,7 +146,7 @@ TEST(KitFolds, EachHasItsShareOfEachCategoryAndOfAll)
             EXPECT_GE(size, 103 / folds);
             EXPECT_LE(size, 103 / folds + 1);
             for (const long label : {-1L, 2L, 5L}) {
-                const long whole = std::count(labels.begin(), labels.end(), label);
+                const auto whole = static_cast<long>(std::count(labels.begin(), labels.end(), label));
                 const long share = shares[std::make_pair(label, fold)];
                 EXPECT_GE(share, whole / folds);
                 EXPECT_LE(share, whole / folds + 1);

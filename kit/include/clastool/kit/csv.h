@@ -33,13 +33,14 @@ struct Table {
 /// Reads a table of numbers, each row a pattern, the first row the names of the columns.
 ///
 /// - A cell is a number as C++ writes it in decimal, maybe with a plus sign, blanks and tabs around it. Rounded to the nearest
-///   double.
+///   double, which for a tiny one is 0.
 /// - Empty cells, NA and NaN (in upper or lower case) are missing, and so are infinite ones: their measurements are invalid.
 /// - Labels that are all whole numbers from 0 to 2147483647 are taken as they are. If there is any other, all are texts, numbered
 ///   from 0 in the order of their first row. A label that is missing is -1, an unknown category.
 /// - A cell may stand in double quotes; separators and line ends are then a part of it, and a quote in it stands twice.
 ///   Otherwise it is read like others.
-/// - Lines end with a line feed, a carriage return, or both. Empty lines are passed over, and so is a byte order mark of UTF-8.
+/// - Lines end with a line feed, a carriage return, or both. Lines that are empty, or hold nothing but blanks and tabs that are not
+///   the separator, are passed over, and so is a byte order mark of UTF-8.
 ///
 /// Throws: ktClassifierDefs::BadParams "The separator must not be a quote, a line end, or a character of numbers"; then FileError
 /// "<path>: <what>", where lines and columns count from 1 and <name> is that of the column:
@@ -51,7 +52,7 @@ struct Table {
 /// - "line <n>, column <m>: something stands behind the closing quote";
 /// - "line <n>: <k> cells, but <m> columns";
 /// - "line <n>, column <m> (<name>): "<cell>" is not a number", at most 40 bytes of the cell;
-/// - "line <n>, column <m> (<name>): "<cell>" is too large or too small for a number".
+/// - "line <n>, column <m> (<name>): "<cell>" is too large for a number".
 ///
 /// Cost: linear in the file, which is held in memory once, beside the patterns.
 /// See: Y. Shafranovich, "Common format and MIME type for comma-separated values files", RFC 4180, 2005.
