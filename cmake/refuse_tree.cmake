@@ -1,5 +1,5 @@
 # Runs PROGRAM, by EMULATOR where there is one, on texts that are no tree: each ends with exit status 1, nothing on the
-# standard output and one line on the standard error that names the file and the line, and says what is wrong. DATA is the csv
+# standard output and one line on the standard error that names the file, and the line if it is the fault of one, and says what is wrong. DATA is the csv
 # file that the tree is for.
 
 set(yes "    leaf benign=3 malignant=1\n")
@@ -10,7 +10,7 @@ function(refused case text complaint)
     set(file ${FOLDER}/${case}.txt)
     file(WRITE ${file} "${text}")
     execute_process(
-        COMMAND ${EMULATOR} ${PROGRAM} ${file} ${DATA}
+        COMMAND ${EMULATOR} ${PROGRAM} ${file} ${DATA} malignant=10
         RESULT_VARIABLE status
         OUTPUT_VARIABLE output
         ERROR_VARIABLE error)
@@ -20,20 +20,24 @@ function(refused case text complaint)
     endif()
 endfunction()
 
-refused(empty "# nothing\n" "line 2: a tree is expected")
-refused(cut_short "${if}${yes}" "line 3: the tree is not complete")
-refused(two_trees "${if}${yes}${no}${if}" "line 5: the tree is complete, nothing more is expected")
-refused(no_else "${if}${yes}${yes}" "line 3: \"else:\" is expected, not \"leaf\"")
-refused(no_if "${no}" "line 1: there is no \"if\" for this \"else:\"")
-refused(indented "${if}  leaf benign=3 malignant=1\n" "line 2: 4 blanks are expected before \"leaf\"")
+refused(empty "# nothing\n" "one tree is expected")
+refused(cut_short "${if}${yes}" "line 1: nothing stands below \"if\"")
+refused(cut_at_else "${if}${yes}else:\n" "line 3: nothing stands below \"else:\"")
+refused(two_trees "${if}${yes}${no}    leaf benign=1\n" "one tree is expected")
+refused(two_leaves "leaf benign=1\nleaf benign=1\n" "one tree is expected")
+refused(no_else "${if}${yes}${yes}" "line 1: \"if\" has no \"else:\"")
+refused(no_if "${no}" "one tree is expected")
+refused(indented "${if}  leaf benign=3 malignant=1\n${no}" "line 1: nothing stands below \"if\"")
+refused(all_indented "    leaf benign=3 malignant=1\n" "one tree is expected")
 refused(keyword "when worst_radius <= 16.3:\n" "line 1: \"if\", \"else:\" or \"leaf\" is expected, not \"when\"")
-refused(measurement "${if}    if best_radius <= 1:\n" "line 2: \"best_radius\" is no measurement")
-refused(comparison "if worst_radius > 16.3:\n" "line 1: \"<=\" is expected, not \">\"")
-refused(number "if worst_radius <= 16,3:\n" "line 1: a number and a colon are expected, not \"16,3:\"")
-refused(colon "if worst_radius <= 16.3\n" "line 1: a number and a colon are expected, not \"16.3\"")
-refused(after_the_colon "if worst_radius <= 16.3: leaf\n" "line 1: \"leaf\" is too much")
-refused(category "${if}    leaf harmless=3 malignant=1\n" "line 2: \"benign=\" and a count are expected, not \"harmless=3\"")
-refused(count "${if}    leaf benign=3 malignant=-1\n" "line 2: \"malignant=\" and a count are expected, not \"malignant=-1\"")
-refused(no_count "${if}    leaf benign=3\n" "line 2: \"malignant=\" and a count are expected, not \"\"")
-refused(more "${if}    leaf benign=3 malignant=1 unclear=1\n" "line 2: \"unclear=1\" is too much")
+refused(measurement "${if}    if best_radius <= 1:\n" "line 2: \"best_radius\" is not among the names in the file")
+refused(comparison "if worst_radius > 16.3:\n" "line 1: \"if NAME <= NUMBER:\" is expected")
+refused(number "if worst_radius <= 16,3:\n" "line 1: \"if NAME <= NUMBER:\" is expected")
+refused(colon "if worst_radius <= 16.3\n" "line 1: \"if NAME <= NUMBER:\" is expected")
+refused(after_the_colon "if worst_radius <= 16.3: leaf\n" "line 1: \"if NAME <= NUMBER:\" is expected")
+refused(category "${if}    leaf harmless=3 malignant=1\n" "line 2: \"harmless\" is not among the names in the file")
+refused(count "${if}    leaf benign=3 malignant=-1\n" "line 2: \"NAME=COUNT\" is expected")
+refused(no_count "${if}    leaf benign=3 malignant=\n" "line 2: \"NAME=COUNT\" is expected")
+refused(no_sign "${if}    leaf benign=3 malignant\n" "line 2: \"malignant\" is not followed by \"=\" and a count")
 refused(unreached "${if}    leaf benign=0 malignant=0\n" "line 2: a leaf that no sample reached knows no answer")
+refused(nothing_counted "leaf\n" "line 1: a leaf that no sample reached knows no answer")

@@ -1,21 +1,15 @@
 // Draws how each technique divides the plane of two measurements, and how the borders move when one mistake costs ten times
 // as much as the other.
 
-#include "common/cell_nuclei.h"
 #include "common/errors.h"
-#include "common/report.h"
-#include "common/scaling.h"
+#include "common/options.h"
 #include "common/svg.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <iomanip>
 #include <iostream>
 #include <limits>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 using namespace examples;
 
@@ -36,60 +30,46 @@ constexpr long numNeighbors = 15;
 /// The label for a radius and a number of concave points; -1 for none.
 using Decision = std::function<long(double radius, double dents)>;
 
-struct Data {
-    std::vector<Sample> training;
-    std::vector<Sample> test;
-};
+constexpr long benign = 0;
+constexpr long malignant = 1;
 
-/// The samples with these two measurements alone.
-std::vector<Sample> planeOf(const CellNuclei& data, const std::vector<Sample>& samples)
+/// The patterns with these two measurements alone.
+ktClassifierDataProviderMemory planeOf(const ktKit::Table& table)
 {
-    const auto indexOf = [&data](const std::string& name) {
-        const auto place = std::find(data.names.begin(), data.names.end(), name);
-        if (place == data.names.end()) {
-            throw std::runtime_error("there is no measurement " + name);
-        }
-        return static_cast<std::size_t>(place - data.names.begin());
-    };
-    const std::size_t radius = indexOf("worst_radius");
-    const std::size_t dents = indexOf("worst_concave_points");
-    std::vector<Sample> plane;
-    for (const Sample& sample : samples) {
-        plane.push_back({{sample.measurements[radius], sample.measurements[dents]}, sample.label});
+    const long radius = indexOf(table.columns, "worst_radius");
+    const long dents = indexOf(table.columns, "worst_concave_points");
+    const long labelInFile = indexOf(table.labelNames, "malignant");
+    ktClassifierDataProviderMemory plane;
+    for (const auto& whole : ktKit::patterns(table.data)) {
+        const bool isMalignant = table.data.categoryLabel(plane.numPatterns()) == labelInFile;
+        plane.addData(ktKit::pattern({whole->featureMeasurement(radius, true), whole->featureMeasurement(dents, true)}),
+                      isMalignant ? malignant : benign);
     }
     return plane;
-}
-
-ktClassifierCosts costsOf(double missedMalignant)
-{
-    ktClassifierCosts costs(1.0);
-    costs.misclassificationCostOverride(malignant, benign, missedMalignant);
-    return costs;
 }
 
 Decision decisionOf(const ktClassifierTool& tool)
 {
     return [tool](double radius, double dents) {
         ktClassifierResult result;
-        tool.run(ktFeaturePattern({radius, dents}, {}), result);
-        return decision(result);
+        tool.run(*ktKit::pattern({radius, dents}), result);
+        return ktKit::decision(result).categoryLabel();
     };
 }
 
-Decision nearestNeighbors(const Data& data, const ktClassifierCosts& costs)
+Decision nearestNeighbors(const ktKit::Split& data, const ktClassifierCosts& costs)
 {
-    const Scaling scaling(data.training);
+    const ktKit::Scaler scaler(data.training);
     ktClassifierTool tool;
-    tool.train(trainingSet(scaling(data.training)),
-               ktClassifierTrainParamsKNN(numNeighbors, ktPatternDistanceMetricNorm(2.0), costs));
-    const Decision scaled = decisionOf(tool);
-    return [scaled, scaling](double radius, double dents) {
-        const std::vector<double> place = scaling({{{radius, dents}, 0}}).at(0).measurements;
-        return scaled(place[0], place[1]);
+    tool.train(scaler.transform(data.training), ktClassifierTrainParamsKNN(numNeighbors, costs));
+    return [tool, scaler](double radius, double dents) {
+        ktClassifierResult result;
+        tool.run(*scaler.transform(*ktKit::pattern({radius, dents})), result);
+        return ktKit::decision(result).categoryLabel();
     };
 }
 
-Decision bayes(const Data& data, const ktClassifierCosts& costs, bool isJoint)
+Decision bayes(const ktKit::Split& data, const ktClassifierCosts& costs, bool isJoint)
 {
     ktClassifierDistributionTypes types;
     if (isJoint) {
@@ -97,7 +77,7 @@ Decision bayes(const Data& data, const ktClassifierCosts& costs, bool isJoint)
         types.setDependent(malignant, {0, 1});
     }
     ktClassifierTool tool;
-    tool.train(trainingSet(data.training), ktClassifierTrainParamsBayesian(types, ktClassifierFrequencies(), costs));
+    tool.train(data.training, ktClassifierTrainParamsBayesian(types, ktClassifierFrequencies(), costs));
     return decisionOf(tool);
 }
 
@@ -147,11 +127,14 @@ std::string areaOf(long label)
     return label == malignant ? malignantArea : label == benign ? benignArea : noRuleArea;
 }
 
-void drawSamples(SvgPlot& plot, const std::vector<Sample>& samples)
+void drawSamples(SvgPlot& plot, const ktClassifierDataProvider& data)
 {
     std::vector<SvgPlot::Point> points[2];
-    for (const Sample& sample : samples) {
-        points[sample.label].push_back({sample.measurements[0], sample.measurements[1]});
+    const std::vector<long> labels = ktKit::labels(data);
+    const ktKit::Patterns patterns = ktKit::patterns(data);
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        points[labels[i]].push_back(
+            {patterns[i]->featureMeasurement(0, true), patterns[i]->featureMeasurement(1, true)});
     }
     plot.discs(points[benign], benignMark);
     plot.triangles(points[malignant], malignantMark);
@@ -165,19 +148,16 @@ void drawLegend(SvgPlot& plot)
     plot.legendArea(malignantArea, "called malignant");
 }
 
-void printMistakes(const std::string& what, const Decision& decide, const std::vector<Sample>& samples)
+void printMistakes(const std::string& what, const Decision& decide, const ktClassifierDataProvider& test)
 {
-    long missed = 0;
-    long falseAlarms = 0;
-    long undecided = 0;
-    for (const Sample& sample : samples) {
-        const long label = decide(sample.measurements[0], sample.measurements[1]);
-        missed += sample.label == malignant && label == benign ? 1 : 0;
-        falseAlarms += sample.label == benign && label == malignant ? 1 : 0;
-        undecided += label < 0 ? 1 : 0;
+    ktKit::ConfusionMatrix matrix;
+    for (const auto& pattern : ktKit::patterns(test)) {
+        matrix.add(test.categoryLabel(matrix.total()),
+                   decide(pattern->featureMeasurement(0, true), pattern->featureMeasurement(1, true)));
     }
-    std::cout << "  " << std::left << std::setw(44) << what << std::right << std::setw(11) << missed << std::setw(18)
-              << falseAlarms << std::setw(10) << undecided << "\n";
+    std::cout << "  " << std::left << std::setw(44) << what << std::right << std::setw(11)
+              << matrix.count(malignant, benign) << std::setw(18) << matrix.count(benign, malignant) << std::setw(10)
+              << matrix.count(malignant, -1) + matrix.count(benign, -1) << "\n";
 }
 
 constexpr SvgFrame leftFrame = {80, 78, 320, 320};
@@ -185,7 +165,7 @@ constexpr SvgFrame rightFrame = {482, 78, 320, 320};
 constexpr int numCells = 160;
 
 /// One picture: the plane by equal costs, and beside it what other costs make of it.
-void drawTwice(const std::string& title, const Decision& equal, const Decision& unequal, const Data& data,
+void drawTwice(const std::string& title, const Decision& equal, const Decision& unequal, const ktKit::Split& data,
                const std::string& path)
 {
     SvgPlot left("Equal costs", radiusAxis, dentsAxis, leftFrame);
@@ -204,7 +184,7 @@ void drawTwice(const std::string& title, const Decision& equal, const Decision& 
     printMistakes(title + ", 10:1", unequal, data.test);
 }
 
-void drawOnce(const std::string& title, const Decision& decide, const Data& data, bool mayBeUndecided,
+void drawOnce(const std::string& title, const Decision& decide, const ktKit::Split& data, bool mayBeUndecided,
               const std::string& path)
 {
     SvgPlot plot(title, radiusAxis, dentsAxis, {80, 46, 480, 320});
@@ -220,23 +200,25 @@ void drawOnce(const std::string& title, const Decision& decide, const Data& data
 
 int drawDecisionRegions(const std::string& csvPath, const std::string& folder)
 {
-    const CellNuclei nuclei = readCellNuclei(csvPath);
-    const Split rows = splitSamples(nuclei.samples);
-    const Data data = {planeOf(nuclei, rows.training), planeOf(nuclei, rows.test)};
+    const ktKit::Table table = ktKit::readCsv(csvPath);
+    const ktClassifierCosts equal = ktKit::costs({{0, 1}, {1, 0}});
+    const ktClassifierCosts unequal = ktKit::costs({{0, 1}, {10, 0}});
+    const ktKit::Split data = thirds(planeOf(table));
     std::filesystem::create_directories(folder);
     const std::string start = folder + "/regions-";
 
-    std::cout << "Mistakes of two measurements on " << data.test.size() << " samples that are not in the pictures:\n"
+    std::cout << "Mistakes of two measurements on " << data.test.numPatterns()
+              << " samples that are not in the pictures:\n"
               << std::setw(57) << "malignant" << std::setw(18) << "benign" << std::setw(10) << "no"
               << "\n  technique, costs" << std::setw(39) << "called benign" << std::setw(18) << "called malignant"
               << std::setw(10) << "decision"
               << "\n";
-    drawTwice(std::to_string(numNeighbors) + " nearest neighbours", nearestNeighbors(data, costsOf(1.0)),
-              nearestNeighbors(data, costsOf(10.0)), data, start + "nearest-neighbors.svg");
-    drawTwice("Bayes, independent measurements", bayes(data, costsOf(1.0), false), bayes(data, costsOf(10.0), false),
-              data, start + "bayes-independent.svg");
-    drawTwice("Bayes, measurements modelled jointly", bayes(data, costsOf(1.0), true), bayes(data, costsOf(10.0), true),
-              data, start + "bayes-joint.svg");
+    drawTwice(std::to_string(numNeighbors) + " nearest neighbours", nearestNeighbors(data, equal),
+              nearestNeighbors(data, unequal), data, start + "nearest-neighbors.svg");
+    drawTwice("Bayes, independent measurements", bayes(data, equal, false), bayes(data, unequal, false), data,
+              start + "bayes-independent.svg");
+    drawTwice("Bayes, measurements modelled jointly", bayes(data, equal, true), bayes(data, unequal, true), data,
+              start + "bayes-joint.svg");
     drawOnce("A decision tree of four questions", tree(), data, false, start + "decision-tree.svg");
     drawOnce("A table of three fuzzy rules", ruleTable(), data, true, start + "rule-table.svg");
     return 0;

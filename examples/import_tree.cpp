@@ -6,189 +6,131 @@
 //     else:
 //         leaf benign=8 malignant=130
 //
-// where a leaf counts the training samples that reached it. Empty lines and lines that begin with # are passed over.
+// where a leaf counts the training samples that reached it. Empty lines and lines that begin with # are passed over. The names
+// are those of any file whose first column names the categories.
 
-#include "common/cell_nuclei.h"
 #include "common/errors.h"
-#include "common/report.h"
-#include "common/stored_tool.h"
+#include "common/options.h"
 
-#include <algorithm>
+#include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
 #include <limits>
 #include <sstream>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
-
-using namespace examples;
 
 namespace {
 
-using Tree = ktPtrHandle_const<ktDecisionTree>;
-
-class TreeReader {
-public:
-    TreeReader(std::vector<std::string> names, const ktClassifierCosts& costs) : names_(std::move(names)), costs_(costs)
-    {
-    }
-
-    /// Throws: std::runtime_error with one line that names the file and its line.
-    Tree read(const std::string& path)
-    {
-        std::ifstream file(path);
-        if (!file) {
-            throw std::runtime_error(path + ": cannot be read");
-        }
-        try {
-            std::string text;
-            for (line_ = 1; std::getline(file, text); ++line_) {
-                readLine(text);
-            }
-            check(!tree_.isNull(), open_.empty() ? "a tree is expected" : "the tree is not complete");
-        } catch (const std::runtime_error& error) {
-            throw std::runtime_error(path + ": line " + std::to_string(line_) + ": " + error.what());
-        }
-        return tree_;
-    }
-
-private:
-    /// An if whose branches are not both there yet.
-    struct Open {
-        ktRangePredicate question;
-        Tree yes;
-        bool hasElse = false;
-    };
-
-    static void check(bool isRight, const std::string& complaint)
-    {
-        if (!isRight) {
-            throw std::runtime_error(complaint);
-        }
-    }
-
-    static void checkEnd(std::istream& words)
-    {
-        std::string more;
-        words >> more;
-        check(more.empty(), "\"" + more + "\" is too much");
-    }
-
-    void readLine(std::string text)
-    {
-        if (!text.empty() && text.back() == '\r') {
-            text.pop_back();  // a file with the line ends of Windows
-        }
-        const std::size_t indent = std::min(text.find_first_not_of(' '), text.size());
-        if (indent == text.size() || text[indent] == '#') {
-            return;
-        }
-        std::istringstream words(text);
-        std::string word;
-        words >> word;
-        const bool isElse = word == "else:";
-        const bool elseIsNext = !open_.empty() && !open_.back().yes.isNull() && !open_.back().hasElse;
-        const std::size_t level = open_.size() - (elseIsNext ? 1 : 0);
-        check(tree_.isNull(), "the tree is complete, nothing more is expected");
-        check(isElse == elseIsNext,
-              (elseIsNext ? "\"else:\" is expected, not \"" : "there is no \"if\" for this \"") + word + "\"");
-        check(indent == 4 * level, std::to_string(4 * level) + " blanks are expected before \"" + word + "\"");
-        if (isElse) {
-            open_.back().hasElse = true;
-        } else if (word == "if") {
-            open_.push_back({readQuestion(words), {}});
-        } else {
-            check(word == "leaf", "\"if\", \"else:\" or \"leaf\" is expected, not \"" + word + "\"");
-            close(new ktDecisionTreeLeaf(readLeaf(words)));
-            return;
-        }
-        checkEnd(words);
-    }
-
-    /// "NAME <= NUMBER:", the rest of an if. A measurement that is missing is answered with no.
-    ktRangePredicate readQuestion(std::istream& words) const
-    {
-        std::string name;
-        std::string comparison;
-        std::string limit;
-        words >> name >> comparison >> limit;
-        const auto place = std::find(names_.begin(), names_.end(), name);
-        check(place != names_.end(), "\"" + name + "\" is no measurement");
-        check(comparison == "<=", "\"<=\" is expected, not \"" + comparison + "\"");
-        double number = 0.0;
-        check(!limit.empty() && limit.back() == ':' && readNumber(limit.substr(0, limit.size() - 1), number),
-              "a number and a colon are expected, not \"" + limit + "\"");
-        return {ktRange(-std::numeric_limits<double>::infinity(), number), {static_cast<long>(place - names_.begin())}};
-    }
-
-    /// "benign=COUNT malignant=COUNT", the rest of a leaf. Their shares and the costs make the result.
-    ktClassifierResult readLeaf(std::istream& words) const
-    {
-        const double ofBenign = readCount(words, "benign=");
-        const double ofMalignant = readCount(words, "malignant=");
-        const double all = ofBenign + ofMalignant;
-        check(all > 0.0, "a leaf that no sample reached knows no answer");
-        checkEnd(words);
-        return {{{benign, ofBenign / all, 0.0, 0.0}, {malignant, ofMalignant / all, 0.0, 0.0}},
-                ktClassifierFrequencies(),
-                costs_,
-                0.0};
-    }
-
-    static double readCount(std::istream& words, const std::string& label)
-    {
-        std::string word;
-        words >> word;
-        const std::string digits = word.rfind(label, 0) == 0 ? word.substr(label.size()) : "";
-        check(!digits.empty() && digits.size() < 10 && digits.find_first_not_of("0123456789") == std::string::npos,
-              "\"" + label + "\" and a count are expected, not \"" + word + "\"");
-        return std::stod(digits);
-    }
-
-    /// Puts a tree that is complete into its place, which may complete the one around it. A loop, because it is the file that
-    /// says how deep the tree is.
-    void close(Tree tree)
-    {
-        while (!open_.empty() && open_.back().hasElse) {
-            tree = new ktDecisionTreeNode(open_.back().question, *open_.back().yes, *tree);
-            open_.pop_back();
-        }
-        (open_.empty() ? tree_ : open_.back().yes) = tree;
-    }
-
-    const std::vector<std::string> names_;
-    const ktClassifierCosts costs_;
-    std::vector<Open> open_;
-    std::size_t line_ = 0;
-    Tree tree_;
+/// A part of the tree, and where it stands.
+struct Branch {
+    ktPtrHandle_const<ktDecisionTree> tree;
+    std::size_t indent;
+    bool isElse;
 };
 
-int importTree(const std::string& treePath, const std::string& csvPath)
+void check(bool isRight, const std::string& complaint)
 {
-    const CellNuclei data = readCellNuclei(csvPath);
-    const std::vector<Sample> test = splitSamples(data.samples).test;
-    for (const double costOfMissed : {1.0, 10.0}) {
-        ktClassifierCosts costs(1.0);
-        costs.misclassificationCostOverride(malignant, benign, costOfMissed);
-        ktClassifierTool imported;
-        imported.train(*TreeReader(data.names, costs).read(treePath));
+    if (!isRight) {
+        throw std::runtime_error(complaint);
+    }
+}
 
-        // Once stored, the text is needed no more.
-        const std::string stored = bytesOf(imported);
-        const ktClassifierTool tool = toolFrom(stored);
-        ConfusionMatrix matrix;
-        for (const Sample& sample : test) {
-            ktClassifierResult result;
-            tool.run(ktFeaturePattern(sample.measurements, {}), result);
-            matrix.add(sample.label, decision(result));
+/// "NAME <= NUMBER:", the rest of an if. A measurement that is missing is answered with no.
+ktRangePredicate readQuestion(std::istream& words, const std::vector<std::string>& columns)
+{
+    std::string name, comparison, more;
+    double limit = 0.0;
+    char colon = '\0';
+    words >> name >> comparison >> limit >> colon;
+    check(words && comparison == "<=" && colon == ':' && !(words >> more), "\"if NAME <= NUMBER:\" is expected");
+    return {ktRange(-std::numeric_limits<double>::infinity(), limit), {examples::indexOf(columns, name)}};
+}
+
+/// "NAME=COUNT NAME=COUNT ...", the rest of a leaf. Their shares and the costs make the result.
+ktClassifierResult readLeaf(std::istream& words, const std::vector<std::string>& names, const ktClassifierCosts& costs)
+{
+    std::vector<std::pair<long, double>> counts;
+    double all = 0.0;
+    for (std::string name; std::getline(words >> std::ws, name, '=');) {
+        double count = 0.0;
+        check(!words.eof(), "\"" + name + "\" is not followed by \"=\" and a count");
+        check((words >> count) && count >= 0.0, "\"NAME=COUNT\" is expected");
+        counts.emplace_back(examples::indexOf(names, name), count);
+        all += count;
+    }
+    check(all > 0.0, "a leaf that no sample reached knows no answer");
+    std::vector<ktClassifierCategoryResult> shares;
+    for (const auto& [label, count] : counts) {
+        shares.emplace_back(label, count / all, 0.0, 0.0);
+    }
+    return {shares, ktClassifierFrequencies(), costs, 0.0};
+}
+
+/// Takes a line into account, given all that stand below it: an if joins the two branches that begin there.
+void takeLine(const std::string& line, const ktKit::Table& names, const ktClassifierCosts& costs,
+              std::vector<Branch>& below)
+{
+    const std::size_t indent = line.find_first_not_of(" \r");
+    if (indent == std::string::npos || line[indent] == '#') {
+        return;
+    }
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    const std::size_t inner = indent + 4;
+    if (word == "else:") {
+        check(!below.empty() && below.back().indent == inner && !below.back().isElse, "nothing stands below \"else:\"");
+        below.back() = {below.back().tree, indent, true};
+    } else if (word == "if") {
+        const ktRangePredicate question = readQuestion(words, names.columns);
+        check(below.size() > 1 && below.back().indent == inner && !below.back().isElse, "nothing stands below \"if\"");
+        const Branch yes = below.back();
+        below.pop_back();
+        check(below.back().indent == indent && below.back().isElse, "\"if\" has no \"else:\"");
+        below.back() = {new ktDecisionTreeNode(question, *yes.tree, *below.back().tree), indent, false};
+    } else {
+        check(word == "leaf", "\"if\", \"else:\" or \"leaf\" is expected, not \"" + word + "\"");
+        below.push_back({new ktDecisionTreeLeaf(readLeaf(words, names.labelNames, costs)), indent, false});
+    }
+}
+
+/// Throws: std::runtime_error that names the file, the line, if it is the fault of one, and what is wrong.
+ktPtrHandle_const<ktDecisionTree> readTree(const std::string& path, const ktKit::Table& names,
+                                           const ktClassifierCosts& costs)
+{
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    // From the last line to the first: what an if joins has been read then, however deep the tree is.
+    std::vector<Branch> found;
+    for (std::size_t number = lines.size(); number > 0; --number) {
+        try {
+            takeLine(lines[number - 1], names, costs, found);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(path + ": line " + std::to_string(number) + ": " + error.what());
         }
-        std::cout << "A malignant sample called benign costs " << std::fixed << std::setprecision(0) << costOfMissed
-                  << ", the reverse 1. The tree, stored in " << stored.size() << " bytes and loaded:\n";
-        print(matrix);
-        std::cout << "  total cost: " << std::setprecision(0) << matrix.totalCost(costs) << "\n\n";
+    }
+    check(found.size() == 1 && found[0].indent == 0 && !found[0].isElse, path + ": one tree is expected");
+    return found[0].tree;
+}
+
+int importTree(const std::string& treePath, const std::string& csvPath, char** options, int numOptions)
+{
+    const ktKit::Table table = ktKit::readCsv(csvPath);
+    const ktClassifierDataProviderMemory test = examples::thirds(table.data).test;
+    for (int i = 0; i < numOptions; ++i) {
+        const ktClassifierCosts costs = examples::costsOf(options[i], table.labelNames);
+        ktClassifierTool imported;
+        imported.train(*readTree(treePath, table, costs));
+        // Once saved, the text is needed no more.
+        ktKit::save(imported, "import_tree.tool");
+        const ktClassifierTool tool = ktKit::load("import_tree.tool");
+        std::filesystem::remove("import_tree.tool");
+        const ktKit::ConfusionMatrix matrix =
+            examples::counted(test, ktKit::runAll(tool, ktKit::patterns(test)), table.labelNames);
+        std::cout << "The tree, saved and loaded, with costs " << options[i] << ":\n"
+                  << matrix << "total cost: " << matrix.cost(costs) << "\n\n";
     }
     return 0;
 }
@@ -197,13 +139,10 @@ int importTree(const std::string& treePath, const std::string& csvPath)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::cerr << "usage: import_tree TREE_TXT CELL_NUCLEI_CSV\n";
-        return 1;
-    }
     try {
-        return importTree(argv[1], argv[2]);
+        return argc > 3 ? importTree(argv[1], argv[2], argv + 3, argc - 3)
+                        : throw std::runtime_error("usage: import_tree TREE_TXT CSV CATEGORY=COST...");
     } catch (const std::exception& error) {
-        return reportError(error);
+        return examples::reportError(error);
     }
 }

@@ -12,10 +12,7 @@ namespace {
 void printDecisions(const std::string& title, const ktKit::Split& rows, const std::vector<ktClassifierResult>& results,
                     const std::vector<std::string>& names, const ktClassifierCosts& costs)
 {
-    ktKit::ConfusionMatrix matrix(names);
-    for (std::size_t i = 0; i < results.size(); ++i) {
-        matrix.add(rows.test.categoryLabel(static_cast<long>(i)), ktKit::decision(results[i]).categoryLabel());
-    }
+    const ktKit::ConfusionMatrix matrix = examples::counted(rows.test, results, names);
     std::cout << title << ":\n"
               << matrix << "total cost: " << matrix.cost({}) << " with equal costs, " << matrix.cost(costs)
               << " with costs " << names[0] << "=10\n\n";

@@ -2,7 +2,6 @@
 // ends it on Ctrl-C, after a time limit or after a number of polls.
 
 #include "common/errors.h"
-#include "common/report.h"
 #include "common/terminal.h"
 
 #include <algorithm>
@@ -134,7 +133,7 @@ ktClassifierDataProviderMemory patterns(long count, unsigned long seed)
         for (double& measurement : measurements) {
             measurement = random.next(static_cast<double>(label), 1.0);
         }
-        data.addData(new ktFeaturePattern(measurements, {}), label);
+        data.addData(ktKit::pattern(measurements), label);
     }
     return data;
 }
@@ -143,7 +142,7 @@ int watchAndAbort(long count, const Limits& limits)
 {
     const long k = 5;
     ktClassifierTool tool;
-    tool.train(patterns(count, 1), ktClassifierTrainParamsKNN(k, ktPatternDistanceMetricNorm(2.0), {}));
+    tool.train(patterns(count, 1), ktClassifierTrainParamsKNN(k));
     ktClassifierDataProviderMemory test = patterns(count, 2);
     std::cout << "Sorting " << count << " patterns by their " << k << " nearest neighbours among " << count
               << " others ..." << std::endl;
@@ -158,7 +157,7 @@ int watchAndAbort(long count, const Limits& limits)
             for (; sorted < count; ++sorted) {
                 ktClassifierResult result;
                 tool.run(*test.featurePattern(sorted), result);
-                wrong += decision(result) != test.categoryLabel(sorted) ? 1 : 0;
+                wrong += ktKit::decision(result).categoryLabel() != test.categoryLabel(sorted) ? 1 : 0;
             }
         } catch (const ktFailure& failure) {
             if (failure.code() != Watch::stopped) {

@@ -28,4 +28,36 @@ inline ktClassifierCosts costsOf(const std::string& option, const std::vector<st
     return costs;
 }
 
+/// Where the name stands among these.
+inline long indexOf(const std::vector<std::string>& names, const std::string& name)
+{
+    const auto place = std::find(names.begin(), names.end(), name);
+    if (place == names.end()) {
+        throw std::runtime_error("\"" + name + "\" is not among the names in the file");
+    }
+    return static_cast<long>(place - names.begin());
+}
+
+/// Every third pattern is for the test.
+inline ktKit::Split thirds(const ktClassifierDataProvider& data)
+{
+    std::vector<long> folds;
+    for (long i = 0; i < data.numPatterns(); ++i) {
+        folds.push_back(i % 3);
+    }
+    return ktKit::split(data, folds, 2);
+}
+
+/// Counts the decisions of these results, one for each pattern of the test.
+inline ktKit::ConfusionMatrix counted(const ktClassifierDataProvider& test,
+                                      const std::vector<ktClassifierResult>& results,
+                                      const std::vector<std::string>& names)
+{
+    ktKit::ConfusionMatrix matrix(names);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        matrix.add(test.categoryLabel(static_cast<long>(i)), ktKit::decision(results[i]).categoryLabel());
+    }
+    return matrix;
+}
+
 }  // namespace examples
