@@ -2,8 +2,13 @@
 # them needs. The preset `package` is such a build; `cpack` in its folder writes the packages.
 
 set(runtime libclastool${PROJECT_VERSION_MAJOR})
-# Debian asks for an address. The project has none, so this is one of a domain that is kept for nobody.
-set(CPACK_PACKAGE_CONTACT "The clastool authors <clastool@example.org>")
+# Debian asks for a name and an address: those of who makes the package, as Debian's own tools take them. The project has no address,
+# so without them stands one of a domain that is kept for nobody; packaging/debian/copyright says how to reach the project.
+if(DEFINED ENV{DEBFULLNAME} AND DEFINED ENV{DEBEMAIL})
+    set(CPACK_PACKAGE_CONTACT "$ENV{DEBFULLNAME} <$ENV{DEBEMAIL}>")
+else()
+    set(CPACK_PACKAGE_CONTACT "The clastool authors <clastool@example.org>")
+endif()
 
 # What Debian asks of each package: the licence, and the changes, packed.
 find_program(GZIP gzip REQUIRED)
