@@ -26,7 +26,7 @@ TREE = WORK / "tree"
 BUILD = WORK / "build"
 MUTANT = WORK / "mutant"
 LOG = WORK / "log.txt"
-LIBRARIES = {"ktfoundation": "libktfoundation.so", "clastool": "libclastool.so"}
+LIBRARIES = ["ktfoundation", "clastool", "clastool-kit"]
 MEMORY = 3 << 30
 
 # Files of an area, and the tests that touch it: those that find most in the least time come first. A mutant survives if all of
@@ -206,6 +206,25 @@ AREAS = [
             ("neighbors_tests", "*"),
             ("trust_tests", "*"),
             ("internals_tests", "*ObjectTable*"),
+        ],
+    ),
+    Area(
+        "kit",
+        [
+            "kit/src/checksum.h",
+            "kit/src/csv.cpp",
+            "kit/src/files.cpp",
+            "kit/src/learning.cpp",
+            "kit/src/parts.cpp",
+            "kit/src/patterns.cpp",
+            "kit/src/rejection.cpp",
+            "kit/src/runs.cpp",
+            "kit/src/scaler.cpp",
+            "kit/src/validation.cpp",
+        ],
+        [
+            ("kit_tests", "*-KitFile.Every*:KitFile.Any*:KitFile.TheChecksum*"),
+            ("kit_tests", "*"),
         ],
     ),
 ]
