@@ -102,6 +102,16 @@ TEST(BorrowedSpreads, PooledSpreadStandsInForNone)
     EXPECT_NEAR(logLikelihood(result, 3), logNormal(5.0, 9.0, pooled), 1e-12);
 }
 
+// The pooled spread of these is less than the least number above 0.
+TEST(BorrowedSpreads, SpreadTooSmallForANumberIsLentAllTheSame)
+{
+    std::vector<Labelled> rows = {{{0.0}, 0}, {{5e-162}, 0}};
+    rows.insert(rows.end(), 1000, {{1.0}, 1});
+    const auto classifier = trained(rows);
+    EXPECT_EQ(decided(classifier, {1.0}), 1);
+    EXPECT_EQ(decided(classifier, {0.0}), 0);
+}
+
 TEST(BorrowedSpreads, SpreadOfTheMeansStandsInWhereNoneVaries)
 {
     const auto classifier = trained({{{1.0}, 0}, {{1.0}, 0}, {{4.0}, 1}, {{7.0}, 2}});
