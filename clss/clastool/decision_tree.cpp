@@ -1,3 +1,13 @@
+// Predicates, trees and the classifier that walks them. docs/decision-trees.md describes them for callers.
+//
+// A tree may be of any depth and share subtrees, so nothing here recurses over it, and each shared part is visited once:
+//
+//     categoryLabels    a list of trees still to be visited, and a set of those that were
+//     isEqual           a list of pairs still to be compared; Compared unites what was found equal, so that there are never more
+//                       comparisons than parts
+//     releaseChain      destroys by rotating nodes: no recursion, no allocation
+//     run_              walks to a leaf; a node keeps what its predicate asks, if that is a range of one measurement
+
 #include <clastool/decision_tree.h>
 
 #include "clastool/decision_rule.h"
@@ -32,13 +42,13 @@ inline bool isAvailable(const ktFeaturePattern& pattern, long index)
     return index >= 0 && pattern.isValid(index);
 }
 
-/// Whether several owners share the object, so that a traversal may meet it again.
+/// Whether the object has several owners, so that a walk may meet it again.
 bool isShared(const ktRepBase& object)
 {
     return object.refCount() > 1;
 }
 
-/// The two halves of a node comparison that is yet to be made.
+/// Two trees that are still to be compared.
 using TreePair = std::pair<const ktDecisionTree*, const ktDecisionTree*>;
 
 bool hasTransitiveEquality(const ktPredicateFunction& predicate)
@@ -48,21 +58,21 @@ bool hasTransitiveEquality(const ktPredicateFunction& predicate)
            type == typeid(ktValidityPredicate);
 }
 
-/// Remembers what a comparison of two trees has met, so that a pair that says nothing new is not compared again.
+/// Remembers which pairs a comparison of two trees has met, and skips those that follow from them.
 ///
-/// The library's own equalities are transitive: if a and x, x and b, b and y were found equal, a and y need not be asked. So the
-/// parts of both trees fall into classes, and each comparison that is made unites two: there are never more than parts,
-/// however the trees share them (J. E. Hopcroft, R. M. Karp, "A linear algorithm for testing equivalence of finite automata",
-/// 1971). The equality of a caller's own class need not be transitive: from the first one on only the same pair is known.
+/// The library's own equalities are transitive: if a equals x, x equals b and b equals y, then a equals y. So the parts of both trees
+/// fall into classes, and each comparison unites two classes: there are never more comparisons than parts, however the trees share
+/// them (J. E. Hopcroft, R. M. Karp, "A linear algorithm for testing equivalence of finite automata", 1971). The equality of a
+/// caller's own class need not be transitive: from the first such part on, only the same pair is skipped.
 class Compared {
 public:
-    /// Notes that the two are compared; false if that says nothing new.
+    /// Notes that the two are compared. False if their equality follows from earlier pairs.
     bool note(const void* mine, const void* theirs)
     {
         if (!isTransitive_) {
             return pairs_.emplace(mine, theirs).second;
         }
-        // One object may be a part of both trees; what does not equal itself, NaN for one, is in two classes then.
+        // One object may be a part of both trees. It may differ from itself, by a NaN, so it has a class in each tree.
         const void* const a = classOf(mine);
         const void* const b = classOf(static_cast<const char*>(theirs) + 1);
         parents_[a] = b;
@@ -336,7 +346,7 @@ ktDecisionTreeNode::ktDecisionTreeNode(const ktDecisionTreeNode& other)
 
 ktDecisionTreeNode& ktDecisionTreeNode::operator=(const ktDecisionTreeNode& other)
 {
-    // All three are taken before any is let go: the source may be a part of what this node held.
+    // Takes all three before it lets any go: the source may be a part of this node.
     ktPtrHandle_const<ktDecisionTree> newTrue = other.trueTree_;
     ktPtrHandle_const<ktDecisionTree> newFalse = other.falseTree_;
     ktPtrHandle_const<ktPredicateFunction> newPredicate = other.predicate_;
@@ -354,12 +364,12 @@ ktDecisionTreeNode::~ktDecisionTreeNode()
     releaseChain(std::move(falseTree_));
 }
 
-/// Destroys what only this handle holds, however deep, without recursion and without memory: a node is destroyed when it
-/// has no subtree left. While its true tree is a node that it alone holds, the two are rotated, so that the lower one comes
-/// up; otherwise the way goes on into the false tree. Each rotation shortens the way, so all of it is linear.
+/// Destroys what only this handle holds, however deep, without recursion and without allocation. A node is destroyed when it has no
+/// subtree left. While its true tree is a node that it alone holds, the two are rotated, which brings the lower one up; otherwise
+/// the walk goes on into the false tree. Each rotation shortens the walk, so the time is linear.
 void ktDecisionTreeNode::releaseChain(ktPtrHandle_const<ktDecisionTree> tree) noexcept
 {
-    // Nobody else can see an object whose only handle is ours, so it may be taken apart although it is const.
+    // This is the only handle on the object, so the object may be taken apart although it is const.
     const auto soleNode = [](const ktPtrHandle_const<ktDecisionTree>& handle) -> ktDecisionTreeNode* {
         const ktDecisionTree* held = handle.get();
         const bool isMine = held != nullptr && held->kind_ == Kind::node && held->refCount() == 1;
@@ -384,7 +394,7 @@ void ktDecisionTreeNode::predicateFunction(const ktPredicateFunction& predicate)
     noteTest();
 }
 
-/// Looks at the predicate once, so that walks need not.
+/// Notes what the predicate asks, for walks.
 void ktDecisionTreeNode::noteTest()
 {
     testedIndex_ = -1;
@@ -399,7 +409,6 @@ void ktDecisionTreeNode::noteTest()
     }
 }
 
-/// What the predicate answers.
 inline bool ktDecisionTreeNode::outcome(const ktFeaturePattern& pattern) const
 {
     if (testedIndex_ < 0) {
@@ -418,7 +427,7 @@ void ktDecisionTreeNode::falseTree(const ktDecisionTree& tree)
     falseTree_ = tree.clone();
 }
 
-/// Whether the tree is a node that does not override the function: then the walk does what the function would do.
+/// Whether the tree is a node that does not override the function. The walk then does the function's work.
 template <class Function>
 bool ktDecisionTreeNode::isWalked(const ktDecisionTree& tree, Function ktDecisionTree::*function)
 {
@@ -432,7 +441,7 @@ bool ktDecisionTreeNode::isWalked(const ktDecisionTree& tree, Function ktDecisio
 
 std::vector<long> ktDecisionTreeNode::categoryLabels() const
 {
-    // A tree that was listed already adds nothing when it is met again.
+    // A tree that is met again adds nothing.
     std::unordered_set<const ktDecisionTree*> listed;
     std::unordered_set<long> known;
     std::vector<long> labels;
@@ -447,8 +456,7 @@ std::vector<long> ktDecisionTreeNode::categoryLabels() const
         if (isShared(tree) && !listed.insert(&tree).second) {
             continue;
         }
-        // The caller's own classes may list their labels in their own way, also those derived from a node; but the node
-        // that is being asked must not ask itself again.
+        // A class of the caller's own may override the listing, also one derived from a node. This node must not call itself again.
         if (&tree == this || isWalked(tree, &ktDecisionTree::categoryLabels)) {
             const auto& node = static_cast<const ktDecisionTreeNode&>(tree);
             open.push_back(node.trueTree_.get());
@@ -487,7 +495,7 @@ bool ktDecisionTreeNode::isEqual(const ktDecisionTree& other) const
         if (!isNode && typeid(mine) != typeid(ktDecisionTreeLeaf)) {
             compared.meetOwnEquality();
         }
-        // What has one owner cannot be met again but with its owner.
+        // A tree with one owner is met again only with its owner.
         if ((isShared(mine) || isShared(theirs)) && !compared.note(&mine, &theirs)) {
             continue;
         }
@@ -604,7 +612,7 @@ kt_ClassifierDecisionTree::kt_ClassifierDecisionTree() = default;
 
 void kt_ClassifierDecisionTree::trainManual(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
 {
-    // The tree given may be a part of the one that is held.
+    // The given tree may be a part of the held one.
     const ktPtrHandle_const<ktDecisionTree> oldTree = tree_;
     untrain();
     tree_ = tree.clone();

@@ -1,3 +1,9 @@
+// The bytes of an archive: header, numbers, texts, flags and counts, through one buffer. docs/archive-format.md has the layout.
+//
+// Storing fills the buffer, and the outermost operation flushes it. Loading reads no byte ahead: small values come straight from what
+// the stream's own buffer holds. A count is checked against the bytes left before memory is taken; if the stream cannot tell them,
+// values grow in steps as their bytes arrive. Pointers and visited objects are in archive_pass.cpp.
+
 #include <kt/archive.h>
 
 #include "archive_pass.h"
@@ -19,7 +25,7 @@ namespace {
 constexpr unsigned char magic[4] = {'K', 'T', 'A', 'R'};
 constexpr std::uint32_t encoding = 1;
 
-/// How much a vector or text grows by before its bytes were seen, where the stream cannot tell how many there are.
+/// By how much a vector or text grows ahead of its bytes, if the stream cannot tell how many there are.
 constexpr std::size_t blindStep = 4096;
 
 constexpr std::size_t bufferSize = 16384;
@@ -60,11 +66,11 @@ void doublesToLittleEndian(const double* values, std::size_t size, unsigned char
     throw ktArchive::OutOfRange("Archive value out of range: " + what + " does not fit 32 bits.");
 }
 
-/// Few bytes are taken from what a stream buffer holds ready, which spares a virtual call for each of many small values. Only a
-/// derived class may name the operations that this takes.
+/// Takes few bytes straight from a stream's buffer, which saves a virtual call for each small value. Only a derived class may name
+/// the operations for that.
 class StreamBuffer : public std::streambuf {
 public:
-    /// Takes so many bytes if the buffer holds them; else nothing happens.
+    /// Takes so many bytes if the buffer holds them. Returns whether it did.
     static bool takeHeld(std::streambuf& buffer, void* bytes, std::size_t size)
     {
         const char* held = (buffer.*(&StreamBuffer::gptr))();
@@ -144,7 +150,7 @@ inline void ktArchive::get(void* bytes, std::size_t size)
 
 void ktArchive::flush()
 {
-    // Emptied also when the stream fails: nothing is offered to it twice.
+    // Empties the buffer also if the stream fails, so that no byte is offered twice.
     const std::size_t size = std::exchange(buffered_, 0);
     if (size != 0) {
         write(buffer_.get(), size);
@@ -219,7 +225,7 @@ ktArchive& ktArchive::operator||(long& value)
         }
         store32(static_cast<std::uint32_t>(static_cast<std::int32_t>(value)));
     } else {
-        // The detour is how two's complement is read without relying on an implementation-defined conversion.
+        // Two's complement, without an implementation-defined conversion.
         const std::uint32_t bits = load32();
         value = bits <= 0x7FFFFFFFu ? static_cast<long>(bits) : -static_cast<long>(0xFFFFFFFFu - bits) - 1;
     }
@@ -472,7 +478,7 @@ void ktArchive::Pass::close()
     try {
         archive_.flush();
     } catch (...) {
-        // What is on its way already tells why the archive is not whole.
+        // The exception that is on its way already says why the archive is not whole.
     }
 }
 

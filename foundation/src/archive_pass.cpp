@@ -1,3 +1,16 @@
+// Pointers, sharing and visited layers in one pass of an archive. docs/archive-format.md has the layout of the records.
+//
+// A pass notes each object that it meets by address and mark, in an ObjectEntry. A pointer becomes a null record, a reference to an
+// object that went by before, or the object: its class, by name or by the number of a class named before, then its layers.
+//
+//     storePointer    a record: null, storeReference, or storeClass and the object's layers
+//     loadPointer     the same way round; the object is listed before it is loaded, so that nothing leaks
+//     setVisited      notes a layer, which haveVisited then skips
+//     forget          an object is destroyed or assigned: its address may come again
+//     claim           room for elements that are not loaded yet
+//
+// The mark is what tells objects at one address apart: 0 until a pass meets the object, then the number that this pass gave it.
+
 #include "archive_pass.h"
 
 #include "class_name.h"
@@ -19,8 +32,7 @@ enum RecordTag : unsigned char {
     newClassRecord = 3,
 };
 
-/// What an element of a vector takes before it is loaded is paid by the archive's bytes, so many for each, and by these at the
-/// beginning.
+/// Elements that are not loaded yet may take so many bytes for each byte of the archive, and these besides.
 constexpr std::uint64_t claimPerByte = 16;
 constexpr std::uint64_t firstClaim = 8192;
 
@@ -31,8 +43,8 @@ constexpr std::uint32_t markStep = 40503;
 thread_local kt_ArchivePass* newestPass = nullptr;
 thread_local kt_ArchivePass* currentPass = nullptr;
 
-// Objects nest as deep as an archive says. What is thrown, and all else that takes a string, stands in functions of its own, so
-// that the frames of storePointer and loadPointer, which do not end before the objects below, have no room for it.
+// Objects nest as deep as an archive says, and so do the frames of storePointer and loadPointer. Whatever takes a string, all
+// messages among them, is therefore in functions of its own, which are not inlined.
 
 [[noreturn]] KT_NOINLINE void throwTooDeep(long maxDepth)
 {
@@ -95,15 +107,15 @@ private:
     kt_ArchivePass& pass_;
 };
 
-/// An object without a mark, or with another than is noted for its address, is not the one that the pass met there.
-inline kt_ArchivePass::Known* kt_ArchivePass::find(const ktPersistent* object) const noexcept
+/// Null for an object that the pass has not met: one without a mark, or with another mark than is noted for its address.
+inline kt_ArchivePass::ObjectEntry* kt_ArchivePass::find(const ktPersistent* object) const noexcept
 {
     const std::uint32_t mark = object->mark_.load(std::memory_order_relaxed);
-    Known* known = mark == 0 ? nullptr : known_.find(object);
-    if (known != nullptr && known->mark != mark) {
-        return known_.find(object, [mark](const Known& other) { return other.mark == mark; });
+    ObjectEntry* entry = mark == 0 ? nullptr : objects_.find(object);
+    if (entry != nullptr && entry->mark != mark) {
+        return objects_.find(object, [mark](const ObjectEntry& other) { return other.mark == mark; });
     }
-    return known;
+    return entry;
 }
 
 kt_ArchivePass::kt_ArchivePass(ktArchive& archive)
@@ -130,8 +142,8 @@ kt_ArchivePass::~kt_ArchivePass()
             KT_PREFETCH(loaded_[i + ahead].count.get());
         }
         if (loaded.count.isNull() && loaded.object != nullptr) {
-            const Known* known = recordOf(i);
-            if (known == nullptr || known->isReleased == 0) {
+            const ObjectEntry* entry = recordOf(i);
+            if (entry == nullptr || entry->isReleased == 0) {
                 delete loaded.object;
             }
         }
@@ -173,9 +185,9 @@ void kt_ArchivePass::forgetEverywhere(const ktPersistent* object) noexcept
 
 void kt_ArchivePass::forget(const ktPersistent* object) noexcept
 {
-    known_.erase(object, [this](const Known& known) {
-        if (archive_.isLoading() && known.state != State::none) {
-            loaded_[known.number].object = nullptr;
+    objects_.erase(object, [this](const ObjectEntry& entry) {
+        if (archive_.isLoading() && entry.state != State::none) {
+            loaded_[entry.number].object = nullptr;
         }
     });
     furtherLayers_.erase(object, [](const FurtherLayer&) {});
@@ -188,24 +200,23 @@ void kt_ArchivePass::assigned(const ktPersistent* object) noexcept
         isKept = pass->forgetContents(object) || isKept;
     }
     if (!isKept) {
-        // Passes of other threads learn it by this.
+        // Tells the passes of other threads.
         object->mark_.store(0, std::memory_order_relaxed);
     }
 }
 
-/// Returns whether the pass goes on knowing the object, because its record is open, or because it was loaded: references to it may
-/// come, whatever its value has become.
+/// Returns whether the pass keeps the object's entry: its record is open, or it was loaded and references to it may follow.
 bool kt_ArchivePass::forgetContents(const ktPersistent* object) noexcept
 {
-    Known* known = find(object);
-    if (known == nullptr) {
+    ObjectEntry* entry = find(object);
+    if (entry == nullptr) {
         return false;
     }
-    if (known->state == State::open) {
+    if (entry->state == State::open) {
         return true;
     }
-    if (archive_.isLoading() && known->state == State::complete) {
-        known->extent = 0;
+    if (archive_.isLoading() && entry->state == State::complete) {
+        entry->extent = 0;
         furtherLayers_.erase(object, [](const FurtherLayer&) {});
         return true;
     }
@@ -213,23 +224,22 @@ bool kt_ArchivePass::forgetContents(const ktPersistent* object) noexcept
     return false;
 }
 
-/// The object is not known.
-kt_ArchivePass::Known& kt_ArchivePass::insert(const ktPersistent* object)
+/// Requires: the object has no entry.
+kt_ArchivePass::ObjectEntry& kt_ArchivePass::insert(const ktPersistent* object)
 {
     if (archive_.isStoring()) {
-        // What is noted for the address is of objects that died on other threads. Loading does without the search: objects that it
-        // made live on.
+        // Entries of this address are of objects that other threads destroyed. Loading needs no search: its objects live on.
         forget(object);
     }
-    Known& known = known_.insert(object);
-    known.mark = giveMark(object);
-    return known;
+    ObjectEntry& entry = objects_.insert(object);
+    entry.mark = giveMark(object);
+    return entry;
 }
 
-kt_ArchivePass::Known& kt_ArchivePass::known(const ktPersistent* object)
+kt_ArchivePass::ObjectEntry& kt_ArchivePass::entryOf(const ktPersistent* object)
 {
-    Known* known = find(object);
-    return known != nullptr ? *known : insert(object);
+    ObjectEntry* entry = find(object);
+    return entry != nullptr ? *entry : insert(object);
 }
 
 std::uint16_t kt_ArchivePass::giveMark(const ktPersistent* object) noexcept
@@ -237,7 +247,7 @@ std::uint16_t kt_ArchivePass::giveMark(const ktPersistent* object) noexcept
     // 0 is no mark.
     latestMark_ = static_cast<std::uint16_t>(latestMark_ % 0xFFFFu + 1);
     if (archive_.isStoring()) {
-        // Another thread may store the object too: the first to come gives the mark.
+        // Another thread may store the object too. The first one gives the mark.
         std::uint16_t none = 0;
         object->mark_.compare_exchange_strong(none, latestMark_, std::memory_order_relaxed);
     } else if (object->mark_.load(std::memory_order_relaxed) == 0) {
@@ -246,11 +256,12 @@ std::uint16_t kt_ArchivePass::giveMark(const ktPersistent* object) noexcept
     return object->mark_.load(std::memory_order_relaxed);
 }
 
-/// What is known of an object that was loaded; null if nothing. Does not look at the object.
-const kt_ArchivePass::Known* kt_ArchivePass::recordOf(std::size_t number) const noexcept
+/// The entry of a loaded object, or null. Does not read the object.
+const kt_ArchivePass::ObjectEntry* kt_ArchivePass::recordOf(std::size_t number) const noexcept
 {
-    return known_.find(loaded_[number].object,
-                       [number](const Known& known) { return known.state != State::none && known.number == number; });
+    return objects_.find(loaded_[number].object, [number](const ObjectEntry& entry) {
+        return entry.state != State::none && entry.number == number;
+    });
 }
 
 std::uint64_t kt_ArchivePass::claim(std::uint64_t bytes, std::uint64_t least)
@@ -264,29 +275,29 @@ std::uint64_t kt_ArchivePass::claim(std::uint64_t bytes, std::uint64_t least)
 
 bool kt_ArchivePass::haveVisited(const ktPersistent* object, Layer layer) const noexcept
 {
-    const Known* known = find(object);
-    if (known == nullptr) {
+    const ObjectEntry* entry = find(object);
+    if (entry == nullptr) {
         return false;
     }
-    if (known->extent != 0 && known->extent == layer.extent && layer.address == object) {
+    if (entry->extent != 0 && entry->extent == layer.extent && layer.address == object) {
         return true;
     }
-    return !furtherLayers_.isEmpty() && furtherLayers_.find(object, [known, layer](const FurtherLayer& further) {
-        return further.mark == known->mark && further.layer.address == layer.address &&
+    return !furtherLayers_.isEmpty() && furtherLayers_.find(object, [entry, layer](const FurtherLayer& further) {
+        return further.mark == entry->mark && further.layer.address == layer.address &&
                further.layer.extent == layer.extent;
     }) != nullptr;
 }
 
 void kt_ArchivePass::setVisited(const ktPersistent* object, Layer layer)
 {
-    Known& known = this->known(object);
+    ObjectEntry& entry = entryOf(object);
     const bool fits = layer.address == object && layer.extent != 0 && layer.extent <= largestExtent;
-    if (fits && known.extent == 0 && furtherLayers_.isEmpty()) {
-        known.extent = static_cast<std::uint32_t>(layer.extent) & largestExtent;
+    if (fits && entry.extent == 0 && furtherLayers_.isEmpty()) {
+        entry.extent = static_cast<std::uint32_t>(layer.extent) & largestExtent;
     } else if (!haveVisited(object, layer)) {
         FurtherLayer& further = furtherLayers_.insert(object);
         further.layer = layer;
-        further.mark = known.mark;
+        further.mark = entry.mark;
     }
 }
 
@@ -302,7 +313,7 @@ bool kt_ArchivePass::askEnd()
     if (buffer->pubseekpos(here, std::ios_base::in) != here) {
         throw ktArchive::StreamFailed("The stream did not return to where it stood.");
     }
-    // Devices answer, but with an end at or before the place where bytes still come.
+    // Devices report an end at or before the place from which bytes still come.
     endKnown_ = end > here;
     end_ = endKnown_ ? archive_.position_ + static_cast<std::uint64_t>(end - here) : 0;
     return endKnown_;
@@ -310,11 +321,11 @@ bool kt_ArchivePass::askEnd()
 
 void kt_ArchivePass::storingInPlace(const ktPersistent& object)
 {
-    Known& known = this->known(&object);
-    if (known.state == State::open || known.state == State::complete) {
+    ObjectEntry& entry = entryOf(&object);
+    if (entry.state == State::open || entry.state == State::complete) {
         throw ktArchive::Conflict("Archive conflict: an object stored by pointer is stored in place in the same pass.");
     }
-    known.state = State::inPlace;
+    entry.state = State::inPlace;
 }
 
 void kt_ArchivePass::storePointer(ktPersistent* object)
@@ -324,7 +335,7 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         archive_.byte(tag);
         return;
     }
-    Known* met = find(object);
+    ObjectEntry* met = find(object);
     if (met != nullptr && met->state != State::none) {
         storeReference(*met);
         return;
@@ -342,31 +353,31 @@ void kt_ArchivePass::storePointer(ktPersistent* object)
         throwTooMany();
     }
     const OpenRecord record(*this);
-    Known& known = met != nullptr ? *met : insert(object);
-    known.number = numStored_++;
-    known.state = State::open;
+    ObjectEntry& entry = met != nullptr ? *met : insert(object);
+    entry.number = numStored_++;
+    entry.state = State::open;
     storeClass(*lastEntry_);
     object->dispatchSerialize(archive_);
-    known.state = State::complete;
+    entry.state = State::complete;
 }
 
-KT_NOINLINE void kt_ArchivePass::storeReference(const Known& known)
+KT_NOINLINE void kt_ArchivePass::storeReference(const ObjectEntry& entry)
 {
-    if (known.state == State::inPlace) {
+    if (entry.state == State::inPlace) {
         throw ktArchive::Conflict("Archive conflict: an object stored in place is stored by pointer in the same pass.");
     }
-    if (known.state == State::open) {
+    if (entry.state == State::open) {
         throw ktArchive::Conflict("Archive conflict: an object leads back to itself.");
     }
     unsigned char tag = referenceRecord;
     archive_.byte(tag);
-    archive_.store32(known.number);
+    archive_.store32(entry.number);
 }
 
 KT_NOINLINE void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
 {
-    const auto isEntry = [&entry](const Class& known) { return known.entry == &entry; };
-    const auto place = std::find_if(classes_.begin(), classes_.end(), isEntry);
+    const auto isOfEntry = [&entry](const ClassEntry& named) { return named.entry == &entry; };
+    const auto place = std::find_if(classes_.begin(), classes_.end(), isOfEntry);
     if (place == classes_.end()) {
         classes_.push_back({&entry, nullptr, 0, false});
         unsigned char tag = newClassRecord;
@@ -380,7 +391,7 @@ KT_NOINLINE void kt_ArchivePass::storeClass(const kt_Instantiator& entry)
     }
 }
 
-KT_NOINLINE kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
+KT_NOINLINE kt_ArchivePass::ClassEntry& kt_ArchivePass::loadClass(unsigned char tag)
 {
     if (tag == knownClassRecord) {
         const std::uint32_t index = archive_.load32();
@@ -402,17 +413,17 @@ KT_NOINLINE kt_ArchivePass::Class& kt_ArchivePass::loadClass(unsigned char tag)
     return classes_.back();
 }
 
-const ktRepBase* kt_ArchivePass::countOf(Class& known, ktPersistent* object)
+const ktRepBase* kt_ArchivePass::countOf(ClassEntry& entry, ktPersistent* object)
 {
     const auto* here = reinterpret_cast<const char*>(object);
-    if (known.type != &typeid(*object)) {
+    if (entry.type != &typeid(*object)) {
         const ktRepBase* count = dynamic_cast<ktRepBase*>(object);
-        known.type = &typeid(*object);
-        known.isCounted = count != nullptr;
-        known.offsetOfCount = count == nullptr ? 0 : reinterpret_cast<const char*>(count) - here;
+        entry.type = &typeid(*object);
+        entry.isCounted = count != nullptr;
+        entry.offsetOfCount = count == nullptr ? 0 : reinterpret_cast<const char*>(count) - here;
         return count;
     }
-    return known.isCounted ? reinterpret_cast<const ktRepBase*>(here + known.offsetOfCount) : nullptr;
+    return entry.isCounted ? reinterpret_cast<const ktRepBase*>(here + entry.offsetOfCount) : nullptr;
 }
 
 ktPersistent* kt_ArchivePass::loadPointer()
@@ -424,24 +435,24 @@ ktPersistent* kt_ArchivePass::loadPointer()
     }
     if (tag == referenceRecord) {
         const std::uint32_t index = archive_.load32();
-        const Known* known = index < loaded_.size() ? recordOf(index) : nullptr;
-        if (known == nullptr || known->state != State::complete) {
+        const ObjectEntry* entry = index < loaded_.size() ? recordOf(index) : nullptr;
+        if (entry == nullptr || entry->state != State::complete) {
             throwBadReference(archive_);
         }
         return loaded_[index].object;
     }
     const OpenRecord record(*this);
-    Class& known = loadClass(tag);
+    ClassEntry& named = loadClass(tag);
     const std::size_t number = loaded_.size();
-    // Listed before the object exists, so that running out of memory here cannot lose it.
+    // Listed before the object exists: if memory runs out here, nothing is lost.
     Loaded& loaded = loaded_.append();
-    ktPersistent* object = known.entry->make();
+    ktPersistent* object = named.entry->make();
     if (object == nullptr) {
         throwNoObject();
     }
     loaded.object = object;
-    loaded.count = countOf(known, object);
-    Known& met = this->known(object);
+    loaded.count = countOf(named, object);
+    ObjectEntry& met = entryOf(object);
     met.number = static_cast<std::uint32_t>(number);
     met.state = State::open;
     object->dispatchSerialize(archive_);
@@ -451,7 +462,7 @@ ktPersistent* kt_ArchivePass::loadPointer()
 
 void kt_ArchivePass::release(const ktPersistent* object) noexcept
 {
-    if (Known* known = find(object)) {  // not covered: unknown if it left a pass of another archive open
-        known->isReleased = 1;
+    if (ObjectEntry* entry = find(object)) {  // not covered: unknown if it left a pass of another archive open
+        entry->isReleased = 1;
     }
 }

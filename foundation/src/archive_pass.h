@@ -25,7 +25,7 @@ public:
     static void backTo(kt_ArchivePass* previous) noexcept;
     /// Lets every pass of this thread forget an object that is being destroyed.
     static void forgetEverywhere(const ktPersistent* object) noexcept;
-    /// Lets every pass take an object that has been assigned for one that it has not visited.
+    /// Lets every pass take an assigned object for a new one.
     static void assigned(const ktPersistent* object) noexcept;
 
     /// A class's part of an object.
@@ -42,21 +42,21 @@ public:
     void release(const ktPersistent* object) noexcept;
     void storingInPlace(const ktPersistent& object);
 
-    /// Whether the stream told how many bytes there are, asked once a pass: asking can cost a file its read buffer.
+    /// Whether the stream tells how many bytes there are. Asked once a pass, because asking can cost a file its read buffer.
     bool endKnown() { return endAsked_ ? endKnown_ : askEnd(); }
-    /// The bytes left, if the end is known.
+    /// The bytes left, if the end is entry.
     std::uint64_t bytesLeft() const noexcept { return end_ > archive_.position_ ? end_ - archive_.position_ : 0; }
 
-    /// Takes up to so many bytes, no less than `least`, of the room for elements that only a count speaks for so far.
+    /// Takes up to so many bytes, no less than `least`, of the room for elements that are not loaded yet.
     std::uint64_t claim(std::uint64_t bytes, std::uint64_t least);
     void giveBack(std::uint64_t bytes) noexcept { claimed_ -= bytes; }
 
 private:
     enum class State : std::uint32_t { none, inPlace, open, complete };
-    /// What is known of an object: its number if it went by as a pointer record, and the extent of the layer at its own address,
+    /// What a pass notes of an object: its number if it went by as a pointer record, and the extent of the layer at its own address,
     /// 0 until that was visited.
-    struct Known {
-        Known() noexcept : state(State::none), isReleased(0), extent(0), mark(0) {}
+    struct ObjectEntry {
+        ObjectEntry() noexcept : state(State::none), isReleased(0), extent(0), mark(0) {}
 
         const ktPersistent* object = nullptr;
         std::uint32_t number = 0;
@@ -66,15 +66,15 @@ private:
         std::uint32_t mark : 16;
     };
     static constexpr std::size_t largestExtent = (1u << 13) - 1;
-    /// A visited layer that has no room in `Known`: a second one, or one at an address of its own.
+    /// A visited layer that has no room in `ObjectEntry`: a second one, or one at an address of its own.
     struct FurtherLayer {
         const ktPersistent* object = nullptr;
         Layer layer = {};
         std::uint32_t mark = 0;
     };
-    /// A class that was named in this pass. The objects of one class have their count, if any, at one place: it is looked for
-    /// once, because that costs more than the rest of making an object.
-    struct Class {
+    /// A class that was named in this pass. All objects of a class have their count, if any, at one place. It is looked for once,
+    /// because that costs more than the rest of making an object.
+    struct ClassEntry {
         const kt_Instantiator* entry;
         const std::type_info* type;
         std::ptrdiff_t offsetOfCount;
@@ -87,27 +87,27 @@ private:
     };
     class OpenRecord;
 
-    Known* find(const ktPersistent* object) const noexcept;
-    Known& insert(const ktPersistent* object);
-    Known& known(const ktPersistent* object);
+    ObjectEntry* find(const ktPersistent* object) const noexcept;
+    ObjectEntry& insert(const ktPersistent* object);
+    ObjectEntry& entryOf(const ktPersistent* object);
     std::uint16_t giveMark(const ktPersistent* object) noexcept;
-    const Known* recordOf(std::size_t number) const noexcept;
+    const ObjectEntry* recordOf(std::size_t number) const noexcept;
     bool askEnd();
-    void storeReference(const Known& known);
+    void storeReference(const ObjectEntry& entry);
     void storeClass(const kt_Instantiator& entry);
-    Class& loadClass(unsigned char tag);
-    static const ktRepBase* countOf(Class& known, ktPersistent* object);
+    ClassEntry& loadClass(unsigned char tag);
+    static const ktRepBase* countOf(ClassEntry& entry, ktPersistent* object);
     void forget(const ktPersistent* object) noexcept;
     bool forgetContents(const ktPersistent* object) noexcept;
 
     ktArchive& archive_;
     kt_ArchivePass* older_;
-    kt_ObjectTable<Known> known_;
+    kt_ObjectTable<ObjectEntry> objects_;
     kt_ObjectTable<FurtherLayer> furtherLayers_;
     std::uint16_t latestMark_;
     std::uint32_t numStored_ = 0;
     kt_StableList<Loaded> loaded_;
-    std::vector<Class> classes_;
+    std::vector<ClassEntry> classes_;
     // The class stored last: the registry is asked once for a row of objects of one class.
     const std::type_info* lastType_ = nullptr;
     const kt_Instantiator* lastEntry_ = nullptr;

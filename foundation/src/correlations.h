@@ -83,7 +83,7 @@ inline bool isRegular(const Square& matrix, std::size_t size)
     return factorise(shifted.data(), size);
 }
 
-/// Takes correlations closer to none, whatever the group: all but the diagonal times the share.
+/// Multiplies all correlations but the diagonal by the share.
 inline void shrink(double* matrix, std::size_t size, double share)
 {
     for (std::size_t i = 0; i < size; ++i) {
@@ -93,9 +93,9 @@ inline void shrink(double* matrix, std::size_t size, double share)
     }
 }
 
-/// Makes correlations regular: those of a degenerate group, and those that are singular, are shrunk. What a damaged archive
-/// holds may have negative eigenvalues; it is shrunk again, and more each time, until it is regular. So is each part of it
-/// that leaves measurements out, because its eigenvalues lie between those of the whole.
+/// Makes correlations regular: shrinks those of a degenerate group and singular ones. A damaged archive may hold negative
+/// eigenvalues; such correlations are shrunk again, and more each time. Each part that leaves measurements out is regular too,
+/// because its eigenvalues lie between those of the whole.
 inline void makeRegular(Square& correlations, std::size_t size, bool isDegenerate)
 {
     bool isDone = !isDegenerate && isRegular(correlations, size);
@@ -144,15 +144,15 @@ inline Square inverseOfTranspose(const Square& factor, std::size_t size)
 }
 
 /// That inverse, column j divided by deviation j: it turns differences from the mean into independent numbers of variance 1.
-/// Laid out in blocks of `lanes` rows, column by column as far as the block reaches, and padded with zero rows.
+/// Laid out in blocks of `rowsPerBlock` rows, column by column as far as the block reaches, and padded with zero rows.
 inline Square whitening(const Square& factor, const std::vector<double>& deviations)
 {
     const std::size_t size = deviations.size();
     const Square inverse = inverseOfTranspose(factor, size);
     Square blocks;
-    for (std::size_t first = 0; first < size; first += lanes) {
-        for (std::size_t j = 0; j < std::min(first + lanes, size); ++j) {
-            for (std::size_t i = first; i < first + lanes; ++i) {
+    for (std::size_t first = 0; first < size; first += rowsPerBlock) {
+        for (std::size_t j = 0; j < std::min(first + rowsPerBlock, size); ++j) {
+            for (std::size_t i = first; i < first + rowsPerBlock; ++i) {
                 blocks.push_back(i < size ? inverse[i * size + j] / deviations[j] : 0.0);
             }
         }

@@ -8,12 +8,12 @@
 namespace kt_normal {
 
 /// How many rows of a whitening matrix lie in one block, side by side.
-constexpr std::size_t lanes = 8;
+constexpr std::size_t rowsPerBlock = 8;
 
 /// The number of rows of all blocks that hold `size` rows.
 constexpr std::size_t inBlocks(std::size_t size)
 {
-    return (size + lanes - 1) / lanes * lanes;
+    return (size + rowsPerBlock - 1) / rowsPerBlock * rowsPerBlock;
 }
 
 /// The squared length of W (values - mean), with W a whitening matrix for `size` measurements as `whitening` in correlations.h lays

@@ -10,7 +10,7 @@
 namespace kt_normal {
 namespace {
 
-static_assert(lanes == 8, "a block of rows is two vectors");
+static_assert(rowsPerBlock == 8, "a block of rows is two vectors");
 
 /// The sums of a block of rows.
 struct Block {
@@ -53,17 +53,17 @@ double whiten(const double* whitening, const double* mean, const double* values,
 {
     subtract(values, mean, size, differences);
     __m128d squaredLength = _mm_setzero_pd();
-    for (std::size_t first = 0; first < size; first += lanes) {
-        const std::size_t columns = first + lanes < size ? first + lanes : size;
+    for (std::size_t first = 0; first < size; first += rowsPerBlock) {
+        const std::size_t columns = first + rowsPerBlock < size ? first + rowsPerBlock : size;
         Block block;
         std::size_t j = 0;
-        for (; j + 4 <= columns; j += 4, whitening += 4 * lanes) {
+        for (; j + 4 <= columns; j += 4, whitening += 4 * rowsPerBlock) {
             block.add(whitening, differences + j);
-            block.add(whitening + lanes, differences + j + 1);
-            block.add(whitening + 2 * lanes, differences + j + 2);
-            block.add(whitening + 3 * lanes, differences + j + 3);
+            block.add(whitening + rowsPerBlock, differences + j + 1);
+            block.add(whitening + 2 * rowsPerBlock, differences + j + 2);
+            block.add(whitening + 3 * rowsPerBlock, differences + j + 3);
         }
-        for (; j < columns; ++j, whitening += lanes) {
+        for (; j < columns; ++j, whitening += rowsPerBlock) {
             block.add(whitening, differences + j);
         }
         _mm256_storeu_pd(whitened + first, block.upper);

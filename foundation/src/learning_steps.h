@@ -11,14 +11,13 @@ namespace kt_normal {
 /// How many rows are learnt in one pass over the covariance.
 constexpr std::size_t rowsAtOnce = 8;
 
-/// So many rows, 1 to rowsAtOnce of them, and the count that each of them leads to: integers from 2 to 2^31 - 1.
+/// The number of rows, 1 to rowsAtOnce, and the count after each row: integers from 2 to 2^31 - 1.
 struct Steps {
     std::size_t numRows;
     double counts[rowsAtOnce];
 };
 
-/// What a covariance learns: all elements, or, where it is symmetric, those up to the diagonal. The elements above are then
-/// left with any value.
+/// Which elements of a covariance learn: all, or, if it is symmetric, those up to the diagonal. The others then end with any value.
 enum class Triangle { whole, lower };
 
 struct LearningKernels {

@@ -66,8 +66,8 @@ struct Divisors {
 };
 
 /// What the steps multiply and divide by.
-struct Factors {
-    explicit Factors(const Steps& steps)
+struct StepFactors {
+    explicit StepFactors(const Steps& steps)
         : numRows(steps.numRows), byCount(steps.counts, 0.0), byOneLess(steps.counts, 1.0)
     {
         for (std::size_t k = 0; k < rowsAtOnce; k += lanes) {
@@ -87,7 +87,7 @@ struct Factors {
 /// A step that divides by multiplying.
 class Multiplying {
 public:
-    Multiplying(const Factors& factors, std::size_t step)
+    Multiplying(const StepFactors& factors, std::size_t step)
         : countHigh_(_mm256_set1_pd(factors.byCount.high[step])),
           countLow_(_mm256_set1_pd(factors.byCount.low[step])),
           oneLessHigh_(_mm256_set1_pd(factors.byOneLess.high[step])),
@@ -116,7 +116,7 @@ private:
 /// A step that divides.
 class Dividing {
 public:
-    Dividing(const Factors& factors, std::size_t step)
+    Dividing(const StepFactors& factors, std::size_t step)
         : count_(_mm256_set1_pd(factors.byCount.divisor[step])),
           oneLess_(_mm256_set1_pd(factors.byOneLess.divisor[step])),
           twoLess_(_mm256_set1_pd(factors.twoLess[step]))
@@ -152,7 +152,7 @@ private:
 };
 
 /// The smallest size of numbers other than 0, in each place.
-class Smallest {
+class SmallestSize {
 public:
     void add(Vector numbers)
     {
@@ -171,8 +171,8 @@ private:
 
 /// A vector of means after the steps. Notes the differences, and the smallest of them.
 template <class Step, class Memory>
-Vector learntMean(const Factors& factors, Memory memory, Vector mean, const double* rows, std::size_t stride,
-                  double* differences, std::size_t size, Smallest& smallest)
+Vector learntMean(const StepFactors& factors, Memory memory, Vector mean, const double* rows, std::size_t stride,
+                  double* differences, std::size_t size, SmallestSize& smallest)
 {
     for (std::size_t k = 0; k < factors.numRows; ++k) {
         const Vector d = _mm256_sub_pd(memory.load(rows + k * stride), mean);
@@ -185,11 +185,11 @@ Vector learntMean(const Factors& factors, Memory memory, Vector mean, const doub
 
 /// Returns whether a difference was tiny.
 template <class Memory>
-bool learnMean(const Factors& factors, Memory memory, double* means, const double* rows, std::size_t stride,
+bool learnMean(const StepFactors& factors, Memory memory, double* means, const double* rows, std::size_t stride,
                double* differences, std::size_t size)
 {
     const Vector before = memory.load(means);
-    Smallest smallest;
+    SmallestSize smallest;
     Vector after = learntMean<Multiplying>(factors, memory, before, rows, stride, differences, size, smallest);
     const bool wasTiny = smallest.isBelow(leastDifference);
     if (wasTiny) {
@@ -200,7 +200,7 @@ bool learnMean(const Factors& factors, Memory memory, double* means, const doubl
 }
 
 /// Returns whether a difference was tiny.
-bool learnMeans(const Factors& factors, double* means, const double* rows, std::size_t stride, std::size_t size,
+bool learnMeans(const StepFactors& factors, double* means, const double* rows, std::size_t stride, std::size_t size,
                 double* differences)
 {
     bool wasTiny = false;
@@ -245,7 +245,7 @@ struct SideBySide {
 };
 
 template <class Step, std::size_t NumVectors, class Memory, class Elements>
-void learnVectors(const Factors& factors, Memory memory, const Elements& elements, Vector* sums)
+void learnVectors(const StepFactors& factors, Memory memory, const Elements& elements, Vector* sums)
 {
     for (std::size_t k = 0; k < factors.numRows; ++k) {
         const Step step(factors, k);
@@ -257,10 +257,10 @@ void learnVectors(const Factors& factors, Memory memory, const Elements& element
 
 /// Takes vectors of elements through the steps.
 template <std::size_t NumVectors, class Memory, class Elements>
-void learnVectors(const Factors& factors, Memory memory, bool areDifferencesTiny, const Elements& elements)
+void learnVectors(const StepFactors& factors, Memory memory, bool areDifferencesTiny, const Elements& elements)
 {
     Vector sums[NumVectors];
-    Smallest smallest;
+    SmallestSize smallest;
     for (std::size_t v = 0; v < NumVectors; ++v) {
         sums[v] = memory.load(elements.place(v));
         smallest.add(sums[v]);
@@ -277,7 +277,7 @@ void learnVectors(const Factors& factors, Memory memory, bool areDifferencesTiny
 
 /// Takes the first elements of consecutive rows through the steps.
 template <std::size_t NumRows>
-void learnRows(const Factors& factors, bool areTiny, BelowEachOther elements, std::size_t numColumns)
+void learnCovarianceRows(const StepFactors& factors, bool areTiny, BelowEachOther elements, std::size_t numColumns)
 {
     std::size_t j = 0;
     for (; j + lanes <= numColumns; j += lanes) {
@@ -293,22 +293,23 @@ void learnRows(const Factors& factors, bool areTiny, BelowEachOther elements, st
 void joint(const Steps& steps, double* mean, double* covariance, Triangle triangle, const double* rows,
            std::size_t size, double* differences)
 {
-    const Factors factors(steps);
+    const StepFactors factors(steps);
     const bool areTiny = learnMeans(factors, mean, rows, size, size, differences);
     std::size_t i = 0;
     for (; i + lanes <= size; i += lanes) {
         const std::size_t columns = triangle == Triangle::lower ? i + lanes : size;
-        learnRows<lanes>(factors, areTiny, {covariance + i * size, differences + i, differences, size}, columns);
+        learnCovarianceRows<lanes>(factors, areTiny, {covariance + i * size, differences + i, differences, size},
+                                   columns);
     }
     for (; i < size; ++i) {
-        learnRows<1>(factors, areTiny, {covariance + i * size, differences + i, differences, size}, size);
+        learnCovarianceRows<1>(factors, areTiny, {covariance + i * size, differences + i, differences, size}, size);
     }
 }
 
 void single(const Steps& steps, double* means, double* variances, const double* rows, std::size_t stride,
             std::size_t size, double* differences)
 {
-    const Factors factors(steps);
+    const StepFactors factors(steps);
     const bool areTiny = learnMeans(factors, means, rows, stride, size, differences);
     std::size_t i = 0;
     for (; i + 4 * lanes <= size; i += 4 * lanes) {

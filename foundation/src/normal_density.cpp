@@ -1,3 +1,16 @@
+// The multivariate normal density. docs/numerics.md has the formulas and the reasons for each constant.
+//
+// Rows come in; mean, covariance and count are the state that goes into archives. An evaluation needs more: deviations, correlations
+// that can be factorised, and a whitening matrix, which turns differences from the mean into independent numbers of variance 1.
+// These Factors are made by the first evaluation of a state, published atomically, and dropped by the next change.
+//
+//     prepare, learnRows     learning; the loops over the covariance are in learning_steps_*.cpp
+//     factors                what a state is evaluated with; the linear algebra is in correlations.h
+//     logDensity             -|W (x - mean)|^2 / 2 and a constant; the loop is in evaluation_steps_*.cpp
+//     logOfValid             missing measurements: logWithout projects few of them out, logOfOthers factorises the rest
+//
+// The log density of a group with a missing measurement is first computed as if none were missing: the result is then not finite.
+
 #include <kt/normal_density.h>
 #include <kt/scratch.h>
 
@@ -22,11 +35,11 @@ using kt_normal::baselineWhiten;
 using kt_normal::factorise;
 using kt_normal::inBlocks;
 using kt_normal::keptShare;
-using kt_normal::lanes;
 using kt_normal::LearningKernels;
 using kt_normal::makeRegular;
 using kt_normal::put;
 using kt_normal::rowsAtOnce;
+using kt_normal::rowsPerBlock;
 using kt_normal::Square;
 using kt_normal::squaredLength;
 using kt_normal::Steps;
@@ -37,12 +50,11 @@ using kt_normal::whitening;
 namespace {
 
 constexpr long success = 0;
-// As unsigned 32-bit values in a long: compared as 32 bits where they arrive.
+// Unsigned 32-bit values in a long: whoever receives them compares 32 bits.
 constexpr long noValidData = static_cast<long>(0x80000B61u);
 constexpr long sizesDisagree = static_cast<long>(0x80000B62u);
 
-// From docs/numerics.md: a deviation that is no larger, in relation to the mean, may be rounding, and the deviation of a
-// constant at zero, which shows no unit.
+// docs/numerics.md: a deviation up to the first, relative to the mean, may be rounding; the second is that of a constant at zero.
 constexpr double deviationOfRounding = 0x1p-50;
 constexpr double deviationOfZero = 1e-9;
 
@@ -70,7 +82,7 @@ const Kernels& kernels()
     return best;
 }
 
-/// The steps of the first of so many rows. Counts them.
+/// The learning steps of the next rows, at most rowsAtOnce of them. Adds the rows to the count.
 Steps nextSteps(long& count, std::size_t numRows)
 {
     Steps steps = {std::min(numRows, rowsAtOnce), {}};
@@ -89,7 +101,7 @@ std::uint64_t bitsOf(double value)
     return bits;
 }
 
-/// To the bit, so that the two halves go on to be learnt alike.
+/// Equal to the bit, so that both halves learn the same.
 bool isSymmetric(const double* matrix, std::size_t size)
 {
     for (std::size_t i = 0; i < size; ++i) {
@@ -111,12 +123,12 @@ void mirrorLowerTriangle(double* matrix, std::size_t size)
     }
 }
 
-/// Patterns of up to so many measurements are worked on upon the stack.
+/// Up to so many measurements the working storage is on the stack.
 constexpr std::size_t fewMeasurements = 512;
 using Numbers = kt_Scratch<double, fewMeasurements>;
 using Indices = kt_Scratch<std::size_t, fewMeasurements>;
 
-/// So are up to so many elements of a matrix that a pattern with missing measurements needs: a factor for 32 measurements.
+/// Up to so many elements a matrix for a pattern with missing measurements is on the stack: a factor of 32 measurements.
 constexpr std::size_t fewElements = 32 * 33;
 using Elements = kt_Scratch<double, fewElements>;
 
@@ -125,12 +137,12 @@ bool isFinite(double value)
     return value - value == 0.0;
 }
 
-/// Products of numbers side by side, whole blocks of them, in an order that is the same on all processors.
+/// The inner product of whole blocks of numbers. The order of the additions is the same on all processors.
 double product(const double* a, const double* b, std::size_t size)
 {
-    kt_DoublePair sums[lanes / 2] = {};
-    for (std::size_t i = 0; i < size; i += lanes) {
-        for (std::size_t k = 0; k < lanes / 2; ++k) {
+    kt_DoublePair sums[rowsPerBlock / 2] = {};
+    for (std::size_t i = 0; i < size; i += rowsPerBlock) {
+        for (std::size_t k = 0; k < rowsPerBlock / 2; ++k) {
             sums[k] += at<kt_DoublePair>(a + i + 2 * k) * at<kt_DoublePair>(b + i + 2 * k);
         }
     }
@@ -138,7 +150,7 @@ double product(const double* a, const double* b, std::size_t size)
     return sum[0] + sum[1];
 }
 
-/// Takes from the numbers what points into the direction, whose squared length is given.
+/// Subtracts the component along the direction.
 void makeOrthogonal(double* numbers, const double* direction, double squaredLengthOfDirection, std::size_t size)
 {
     const kt_DoublePair share = all<kt_DoublePair>(product(numbers, direction, size) / squaredLengthOfDirection);
@@ -147,7 +159,7 @@ void makeOrthogonal(double* numbers, const double* direction, double squaredLeng
     }
 }
 
-/// The deviation that a measurement is evaluated with.
+/// The deviation that is used in evaluation.
 double deviationOf(double mean, double variance)
 {
     if (ktNormalDensity::hasSpread(mean, variance)) {
@@ -170,7 +182,7 @@ struct ktNormalDensity::Factors {
     Square whitening;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
     double logScale = 0.0;
-    /// No other factors of the process have it, so that whoever keeps constants of these can tell whether they are still those.
+    /// No other Factors of the process have this number. Whoever keeps constants of these recognises them by it.
     std::uint64_t serial = ++numFactors;
 
     double logMarginal(const double* mean, const double* values, const std::size_t* missing,
@@ -203,7 +215,7 @@ ktNormalDensity& ktNormalDensity::operator=(const ktNormalDensity& other)
 
 ktNormalDensity::~ktNormalDensity()
 {
-    // Nobody can hold what was taken from a density that is gone: the revision stays.
+    // The revision stays: nobody holds constants of a density that is gone.
     delete factors_.load(std::memory_order_acquire);
 }
 
@@ -333,7 +345,7 @@ void ktNormalDensity::learn(const Row& row, double normalizer) noexcept
     learnRows(values, 1);
 }
 
-/// The first row.
+/// Learns the first row.
 void ktNormalDensity::begin(const double* values) noexcept
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
@@ -355,7 +367,7 @@ void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcep
         rows += size;
     }
     double* covariance = covariance_.data();
-    // A single row is learnt sooner than a covariance is looked through and mirrored. A restored one may be of any kind.
+    // Checking and mirroring pay from two rows on. A restored covariance need not be symmetric.
     const bool isMirrored = numRows > 1 && isSymmetric(covariance, size);
     const Triangle triangle = isMirrored ? Triangle::lower : Triangle::whole;
     while (numRows > 0) {
@@ -386,7 +398,7 @@ void ktNormalDensity::learnColumns(ktNormalDensity* const* densities, std::size_
     }
 }
 
-/// The steps of learnRows for single measurements, side by side.
+/// learnRows for densities of one measurement and equal counts, side by side.
 void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                        std::size_t numRows, std::size_t stride) noexcept
 {
@@ -428,7 +440,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     correlations.resize(size * size);
     bool isDegenerate = false;
     for (std::size_t i = 0; i < size; ++i) {
-        // A variance that is negative or NaN, after loading a damaged archive, is no spread either.
+        // A damaged archive may leave a negative variance or NaN, which is no spread either.
         isDegenerate = isDegenerate || !hasSpread(mean[i], covariance[i * size + i]);
         fresh->deviations.push_back(deviationOf(mean[i], covariance[i * size + i]));
         fresh->logDeviations.push_back(std::log(fresh->deviations[i]));
@@ -451,7 +463,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     for (std::size_t i = 0; i < size; ++i) {
         fresh->logScale -= fresh->logDeviations[i] + std::log(factor[i * size + i]);
     }
-    // Several threads may have come this far; the first to publish wins, and all use what it published.
+    // Several threads may have come this far. All use what the first one publishes.
     const Factors* first = nullptr;
     const bool isFirst =
         factors_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
@@ -461,7 +473,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     return *fresh.release();
 }
 
-/// 0 if a pattern of `size` measurements can be evaluated.
+/// The code that refuses a pattern of `size` measurements; 0 if it can be evaluated.
 long ktNormalDensity::refuse(std::size_t size) const noexcept
 {
     if (count_ < 1) {
@@ -515,7 +527,7 @@ long ktNormalDensity::logDensity(const double* values, std::size_t size, double&
     const double squaredLength = kernels().whiten(all.whitening.data(), mean_.data(), values, size, working.data(),
                                                   working.data() + inBlocks(size));
     const double log = all.logScale - 0.5 * squaredLength;
-    // A missing measurement makes it NaN or an infinity.
+    // A missing measurement makes the sum NaN or infinite.
     value = clampLog(isFinite(log) ? log : logOfValid(values, log));
     return success;
 }
@@ -536,7 +548,7 @@ std::uint64_t ktNormalDensity::evaluation() const noexcept
     return published != nullptr ? published->serial : 0;
 }
 
-/// The joint density of the measurements that are not missing, if some are: else `logOfAll`.
+/// The log density of the measurements that are not missing; `logOfAll` if none is missing.
 double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
@@ -559,14 +571,13 @@ double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
     return factors().logMarginal(mean_.data(), filled.data(), missing.data(), numMissing);
 }
 
-/// The joint density of the other measurements than the missing ones: that of their rows and columns of what the whole is
-/// evaluated with.
+/// The log density of the measurements that are not missing, from their rows and columns of the correlations.
 double ktNormalDensity::Factors::logMarginal(const double* mean, const double* values, const std::size_t* missing,
                                              std::size_t numMissing) const
 {
     if (4 * numMissing <= deviations.size()) {
         const double log = logWithout(mean, values, missing, numMissing);
-        // An infinite deviation of a missing measurement says nothing about the others.
+        // Not finite if a missing measurement has an infinite deviation, which the others do not depend on.
         if (isFinite(log)) {
             return log;
         }
@@ -574,7 +585,7 @@ double ktNormalDensity::Factors::logMarginal(const double* mean, const double* v
     return logOfOthers(mean, values, missing, numMissing);
 }
 
-/// From the whole, for few missing measurements: what they can change of the whitened differences is taken from them.
+/// For few missing measurements: projects their columns out of the whitened differences of all.
 double ktNormalDensity::Factors::logWithout(const double* mean, const double* values, const std::size_t* missing,
                                             std::size_t numMissing) const
 {
@@ -586,14 +597,14 @@ double ktNormalDensity::Factors::logWithout(const double* mean, const double* va
     Numbers squares(numMissing);
     kernels().whiten(whitening.data(), mean, values, size, differences.data(), whitened.data());
     double log = logScale;
-    // A column begins in the block of its own row. The last one first, so that each is changed where it begins or below.
+    // A column begins in the block of its own row. The last column comes first, so that each changes only from its beginning on.
     double* column = storage.data();
     for (std::size_t k = numMissing; k-- > 0; column += numRows) {
         const std::size_t index = missing[k];
-        const std::size_t begin = index / lanes * lanes;
+        const std::size_t begin = index / rowsPerBlock * rowsPerBlock;
         takeColumn(index, column);
         for (std::size_t l = numMissing; l-- > k + 1;) {
-            const std::size_t start = missing[l] / lanes * lanes;
+            const std::size_t start = missing[l] / rowsPerBlock * rowsPerBlock;
             const double* other = storage.data() + (numMissing - 1 - l) * numRows;
             makeOrthogonal(column + start, other + start, squares[l], numRows - start);
         }
@@ -608,16 +619,16 @@ double ktNormalDensity::Factors::logWithout(const double* mean, const double* va
 void ktNormalDensity::Factors::takeColumn(std::size_t index, double* column) const
 {
     const std::size_t size = deviations.size();
-    for (std::size_t first = index / lanes * lanes; first < size; first += lanes) {
-        // Blocks of `lanes`, twice as many, ... columns lie before this one.
-        const double* block = whitening.data() + first * (first + lanes) / 2;
-        for (std::size_t i = 0; i < lanes; ++i) {
-            column[first + i] = block[index * lanes + i] * deviations[index];
+    for (std::size_t first = index / rowsPerBlock * rowsPerBlock; first < size; first += rowsPerBlock) {
+        // Blocks of `rowsPerBlock`, twice as many, ... columns lie before this one.
+        const double* block = whitening.data() + first * (first + rowsPerBlock) / 2;
+        for (std::size_t i = 0; i < rowsPerBlock; ++i) {
+            column[first + i] = block[index * rowsPerBlock + i] * deviations[index];
         }
     }
 }
 
-/// By factorising what is left of the correlations.
+/// For many missing measurements: factorises the correlations of the others.
 double ktNormalDensity::Factors::logOfOthers(const double* mean, const double* values, const std::size_t* missing,
                                              std::size_t numMissing) const
 {

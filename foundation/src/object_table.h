@@ -11,8 +11,7 @@
 
 class ktPersistent;
 
-/// A list that grows at its end and never moves what it holds: growing costs no copy and no second block of memory, and a
-/// reference to an element stays good.
+/// A list that grows at its end and never moves its elements: growing copies nothing, and references to elements stay valid.
 template <class T>
 class kt_StableList {
 public:
@@ -36,9 +35,9 @@ private:
     std::size_t size_ = 0;
 };
 
-/// What a pass notes about objects, found by their address. An `Entry` has a member `object`; several entries may belong to
-/// one object. Entries stay where they are. The place of one that is erased is taken by the next that is inserted, so that the table has
-/// room for as many as were in it at once, however many came and went.
+/// What a pass notes about objects, found by their address. An `Entry` has a member `object`; several entries may belong to one
+/// object. Entries do not move. The next entry that is inserted takes the place of an erased one, so the table takes memory for the
+/// most entries that it ever held at once.
 ///
 /// Hashing with linear probing over 4-byte numbers of entries, at most half full: for a million objects the numbers fit a
 /// processor's cache, where a table of nodes would cost more than archiving the objects. Erasing moves the numbers behind the gap
@@ -59,7 +58,7 @@ public:
     /// An entry of the object, or null.
     Entry* find(const ktPersistent* object) const noexcept
     {
-        // Questions about one object come in a row.
+        // Several questions about one object follow one another.
         if (latest_ == nullptr || latest_->object != object) {
             Entry* found = find(object, any);
             latest_ = found == nullptr ? latest_ : found;

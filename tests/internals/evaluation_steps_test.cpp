@@ -15,7 +15,7 @@
 
 namespace {
 
-using kt_normal::lanes;
+using kt_normal::rowsPerBlock;
 using kt_normal::Whiten;
 using Numbers = std::vector<double>;
 
@@ -33,29 +33,29 @@ Numbers drawBlocks(std::size_t size, std::mt19937& random)
 {
     std::normal_distribution<double> normal;
     Numbers blocks;
-    for (std::size_t first = 0; first < size; first += lanes) {
-        for (std::size_t i = 0; i < std::min(first + lanes, size) * lanes; ++i) {
+    for (std::size_t first = 0; first < size; first += rowsPerBlock) {
+        for (std::size_t i = 0; i < std::min(first + rowsPerBlock, size) * rowsPerBlock; ++i) {
             blocks.push_back(normal(random));
         }
     }
     return blocks;
 }
 
-/// The product with a matrix of which block lies behind block, and column behind column of `lanes` rows in each.
+/// The product with a matrix of which block lies behind block, and column behind column of `rowsPerBlock` rows in each.
 Numbers productOf(const Numbers& blocks, const Numbers& numbers)
 {
     Numbers rows;
     std::size_t begin = 0;
-    for (std::size_t first = 0; first < numbers.size(); first += lanes) {
-        const std::size_t columns = std::min(first + lanes, numbers.size());
-        for (std::size_t i = 0; i < lanes; ++i) {
+    for (std::size_t first = 0; first < numbers.size(); first += rowsPerBlock) {
+        const std::size_t columns = std::min(first + rowsPerBlock, numbers.size());
+        for (std::size_t i = 0; i < rowsPerBlock; ++i) {
             double sum = 0.0;
             for (std::size_t j = 0; j < columns; ++j) {
-                sum += blocks[begin + j * lanes + i] * numbers[j];
+                sum += blocks[begin + j * rowsPerBlock + i] * numbers[j];
             }
             rows.push_back(sum);
         }
-        begin += columns * lanes;
+        begin += columns * rowsPerBlock;
     }
     return rows;
 }

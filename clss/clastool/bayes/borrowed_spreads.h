@@ -6,8 +6,8 @@
 #include <unordered_set>
 #include <vector>
 
-/// The spreads that categories lend each other. A measurement that did not vary within a category would overrule all others
-/// there: it has no spread of its own to be judged by (ktNormalDensity::hasSpread). It is evaluated with
+/// The spreads that categories lend each other. A measurement that did not vary within a category has no spread of its own there
+/// (ktNormalDensity::hasSpread), and would overrule all others. It is evaluated with
 ///
 /// 1. the pooled spread within categories: its square is the sum of n_c var_c over the sum of n_c, over the categories c that
 ///    model this measurement by a normal density, n_c their counts, var_c 0 where they have no spread;
@@ -15,8 +15,8 @@
 /// 3. if that is 0 too, but for rounding, or if a mean or variance is not finite, the measurement says nothing about the
 ///    categories, and is left out of all of them.
 ///
-/// What a model has learnt stays as it is. What is evaluated in its place is a copy, made of the densities that need no such
-/// spread, shared, and of stand-ins for the others.
+/// A model's state does not change. A copy of the model is evaluated in its place: it shares the densities that borrow nothing, and
+/// has stand-ins for the others.
 class kt_BorrowedSpreads {
 public:
     using Models = std::vector<ktPtrHandle<kt_CategoryModel>>;

@@ -1,3 +1,13 @@
+// A category as a product of densities, one for each group of measurements. docs/bayes.md says what groups are for,
+// docs/numerics.md how densities are evaluated.
+//
+// In come a pattern's values, out comes the sum of the groups' log densities. The first evaluation makes a Plan: for each group its
+// kt_GroupDensity, and for runs of groups of one normal measurement their constants side by side, so that one loop evaluates them all.
+// The plan is published atomically and made anew when a density has changed.
+//
+//     plan, scoreOf    evaluation
+//     adapt            learning one pattern: first what can fail, in every group, then the change
+
 #include <clastool/bayes.h>
 
 #include "equal_pairs.h"
@@ -99,10 +109,10 @@ struct kt_CategoryModelBayesian::Plan {
     /// How many measurements a pattern must have.
     std::size_t reach = 0;
 
-    /// The revision of all densities at which this was last seen to be up to date.
+    /// The revision of all densities at which this plan was last found up to date.
     mutable std::atomic<unsigned long> revision;
-    /// The plan before this one. Other threads may have been at the check that found it out of date, until a density changes
-    /// the next time, which no run may meet.
+    /// The plan before this one, which other threads may still be checking. Freed when the next plan is made: between the two a
+    /// density has changed, and no run may overlap that.
     mutable std::unique_ptr<const Plan> previous;
 
     explicit Plan(std::size_t size)
@@ -119,8 +129,8 @@ struct kt_CategoryModelBayesian::Plan {
     {
     }
 
-    /// Densities are shared with copies of the model, through which they may have learnt since. While no density of the
-    /// process has changed, none of these needs a visit.
+    /// Copies of the model share the densities, which may have learnt through them. While no density of the process has changed,
+    /// none needs a look.
     bool isUpToDate() const
     {
         const unsigned long now = ktNormalDensity::evaluatedRevision();
@@ -136,8 +146,8 @@ struct kt_CategoryModelBayesian::Plan {
         return true;
     }
 
-    /// Adds the log densities of groups [begin, end) to the sum, in their order; a value that is not finite adds nothing. The
-    /// same operations as the density's own, in two loops, of which the first has no step that waits for the one before.
+    /// Adds the log densities of groups [begin, end) to the sum, in their order; a value that is not finite adds nothing. These are the
+    /// density's own operations. The terms are computed first, because no term depends on another; then they are added.
     double add(double sum, std::size_t begin, std::size_t end, const double* values) const
     {
         constexpr std::size_t block = 32;
@@ -219,7 +229,7 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
             fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
         }
     }
-    // Several threads may have come this far; the first to publish wins.
+    // Several threads may have come this far. All use the plan that the first one publishes.
     const Plan* current = old;
     const bool isFirst =
         plan_.compare_exchange_strong(current, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
@@ -244,7 +254,7 @@ std::size_t kt_CategoryModelBayesian::numGroups() const
     return std::min(groups_.size(), densities_.size());
 }
 
-/// How many measurements the groups name altogether.
+/// The sum of the groups' sizes.
 std::size_t kt_CategoryModelBayesian::groupSizes() const
 {
     std::size_t total = 0;
@@ -299,8 +309,8 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         bool wasUnused;
         bool isTaught;
     };
-    // Everything that can fail comes first. A density that had learnt nothing takes its size from this pattern; if a later
-    // one refuses the pattern, it must be without a size again.
+    // Everything that can fail comes first. A density that had learnt nothing takes its size from this pattern, and gives it up again
+    // if a later density refuses the pattern.
     const std::size_t size = numGroups();
     std::size_t largest = 0;
     for (const std::vector<long>& group : groups_) {
@@ -335,8 +345,8 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
     }
 }
 
-/// Notes of each measurement whether a normal density judges it, and whether the value is near enough for one of them. The pattern was
-/// evaluated before, so that all densities can be.
+/// Notes for each measurement whether a normal density models it, and whether the value is within reach of one.
+/// Requires: the pattern was evaluated before, so no density is missing.
 void kt_CategoryModelBayesian::noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
                                          std::vector<bool>& isReached) const
 {
@@ -360,7 +370,7 @@ bool kt_CategoryModelBayesian::operator==(const kt_CategoryModelBayesian& other)
     return isEqual(other, known);
 }
 
-/// Leaves out what is known to be equal.
+/// Skips the pairs of densities that are known to be equal.
 bool kt_CategoryModelBayesian::isEqual(const kt_CategoryModelBayesian& other, kt_EqualPairs& known) const
 {
     if (kt_CategoryModel::operator!=(other) || densities_.size() != other.densities_.size()) {

@@ -229,7 +229,7 @@ void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierRe
         }
     }
     for (std::size_t i = 0; i < models_.size(); ++i) {
-        const double matchScore = std::exp((0.0 - reference) + verdicts[i].weight);
+        const double matchScore = std::exp((0.0 - reference) + verdicts[i].logLikelihood);
         verdicts[i].category = ktClassifierCategoryResult(models_[i]->categoryLabel(), matchScore, 0.0, 0.0);
     }
     kt_DecisionRule::decide(result, verdicts, params.categoryFrequencies(), params.misclassificationCosts(),
@@ -247,12 +247,12 @@ double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<
     for (std::size_t i = 0; i < models.size(); ++i) {
         kt_pollAttention();
         const kt_CategoryModel& model = *models[i];
-        verdicts[i].weight = typeid(model) == typeid(kt_CategoryModelBayesian)
-                                 ? static_cast<const kt_CategoryModelBayesian&>(model).scoreOf(pattern, values)
-                                 : model.matchScore(pattern, nullptr, 0);
+        verdicts[i].logLikelihood = typeid(model) == typeid(kt_CategoryModelBayesian)
+                                        ? static_cast<const kt_CategoryModelBayesian&>(model).scoreOf(pattern, values)
+                                        : model.matchScore(pattern, nullptr, 0);
         // Written so that a NaN score takes over and an equal one does not.
-        if (!(best >= verdicts[i].weight)) {
-            best = verdicts[i].weight;
+        if (!(best >= verdicts[i].logLikelihood)) {
+            best = verdicts[i].logLikelihood;
         }
     }
     return best;

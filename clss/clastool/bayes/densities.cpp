@@ -1,3 +1,10 @@
+// The densities of a Bayesian model: kt_PDFMultivariateNormal, which wraps ktNormalDensity (foundation/src/normal_density.cpp), and
+// kt_PDFBinomial. docs/numerics.md, "Binomial density", has its formulas and traps.
+//
+// Binomial: training takes proportions x / maximum, accumulates their mean and variance in a normal density, and estimates
+// theta = mean and n = theta (1 - theta) / variance. An evaluation needs three ln m!: plain sums from a table up to m = 100,000,
+// Stirling's series beyond it.
+
 #include <clastool/bayes.h>
 
 #include "sub_pattern.h"

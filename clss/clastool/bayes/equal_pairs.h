@@ -3,8 +3,8 @@
 #include <set>
 #include <utility>
 
-/// The pairs of objects that a comparison has found equal. An archive of a few bytes a reference can hold one object under many
-/// handles: beyond the first pairs, which need no memory, each is compared once.
+/// The pairs of objects that a comparison has found equal. A small archive can hold one object under many handles, so each pair is
+/// compared once; but the first pairs are not noted, which saves an allocation.
 class kt_EqualPairs {
 public:
     /// False if the pair is known.

@@ -17,9 +17,8 @@ inline void kt_throwOnFailure(long code)
     }
 }
 
-/// A pattern's values for densities that take a value which is not finite for a missing one: the pattern's own if all are marked
-/// valid, else a copy with NaN for those that are not. No values of a long pattern that lacks some, whose copy would not fit on
-/// the stack.
+/// A pattern's values, for densities that treat a value that is not finite as missing: the pattern's own values if all are valid, else
+/// a copy on the stack with NaN for each invalid one. Empty for a pattern with invalid measurements that is too long for the copy.
 class kt_MeasuredValues {
 public:
     explicit kt_MeasuredValues(const ktFeaturePattern& pattern)
@@ -46,7 +45,7 @@ private:
     double copy_[most];
 };
 
-/// The measurements of a pattern that one density sees, laid out for it without a pattern of their own on the heap.
+/// The measurements of a pattern that one density sees, in the order of its group.
 class kt_SubPattern {
 public:
     /// Room for groups of up to `largest` measurements.
@@ -67,8 +66,8 @@ public:
         take(pattern, group);
     }
 
-    /// Lays out the measurements of a group, in its order, over those of before. An index past the pattern's end counts as
-    /// an invalid measurement.
+    /// Lays out the measurements of a group, in its order, in place of the former ones. An index past the pattern's end counts as an
+    /// invalid measurement.
     /// Requires: room for the group. Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
     ktNormalDensity::Row take(const ktFeaturePattern& pattern, const std::vector<long>& group)
     {

@@ -19,12 +19,15 @@ inline void kt_pollAttention()
 /// One category on its way through the decision rule.
 struct kt_Verdict {
     ktClassifierCategoryResult category;
-    /// f, the frequency of the category; p, the posterior that follows from it, at first not divided by the sum of all. A
-    /// technique may keep a score of its own here until it has the match score.
-    double weight = 0.0;
-    /// Which one of the caller's verdicts this is.
+    union {
+        /// The frequency f of the category. The posterior p that follows from it stands in the category's class score.
+        double prior = 0.0;
+        /// For the Bayesian technique, until it has the match scores.
+        double logLikelihood;
+    };
+    /// The place at which the caller gave this verdict.
     std::size_t given = 0;
-    /// Where the verdict is that the caller gave at this place.
+    /// The present place of the verdict that the caller gave at this one.
     std::size_t whereGiven = 0;
     /// One more than the last override whose true category this is, 0 for none.
     std::size_t lastOverride = 0;
@@ -68,12 +71,11 @@ private:
     const ktClassifierFrequencies& frequencies_;
     const ktClassifierCosts& costs_;
     const std::size_t numOverrides_;
-    // What deciding for each category costs if the true one is the one that is being looked at, if there are overrides; and C, the
-    // sum of that over all true ones, not divided by the sum of the posteriors. Side by side, because the loop over all pairs of
-    // categories needs nothing else.
+    // What deciding for each category costs for the true category at hand, if there are overrides; and the sum C over all true
+    // categories. Apart from the verdicts, because the loop over all pairs of categories needs nothing else.
     kt_Scratch<double> mistakes_;
     kt_Scratch<double> costSums_;
-    // For each override one more than the one before it with the same true category. Empty for few categories: the overrides
-    // of each are then looked for among all.
+    // For each override, one more than the override before it with the same true category. Empty for few categories, whose
+    // overrides are looked for among all.
     std::vector<std::size_t> previous_;
 };

@@ -13,8 +13,8 @@
 //     divideBy       the class scores p(j) / P, the expected costs C(j) / P
 //     conclude       sorts by expected cost
 //
-// While this goes on the verdicts lie by label, so that what the overrides name is found by bisection. Sums take their terms in
-// the order in which the categories were given, which each verdict remembers.
+// Meanwhile the verdicts are sorted by label, so that bisection finds the labels that overrides name. Sums take their terms in the
+// order in which the categories were given, which each verdict remembers.
 
 namespace {
 
@@ -22,7 +22,7 @@ using CategoryResult = ktClassifierCategoryResult;
 
 using Verdicts = kt_Scratch<kt_Verdict>;
 
-/// Up to so many categories need no memory.
+/// Up to so many categories need no allocation.
 constexpr std::size_t fewCategories = 32;
 
 void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
@@ -184,17 +184,17 @@ double kt_DecisionRule::lookUpPriors()
         if (verdict.category.categoryLabel() < 0) {
             throw ktClassifierDefs::BadLabel("Category labels must be >= 0");
         }
-        verdict.weight = frequencies_.default_;
+        verdict.prior = frequencies_.default_;
     }
     // The last one first: of several overrides of one label the first one counts.
     for (std::size_t k = std::min(frequencies_.labels_.size(), frequencies_.frequencies_.size()); k-- > 0;) {
         if (kt_Verdict* const overridden = find(verdicts_, frequencies_.labels_[k])) {
-            overridden->weight = frequencies_.frequencies_[k];
+            overridden->prior = frequencies_.frequencies_[k];
         }
     }
     double sum = 0.0;
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
-        sum += inGivenOrder(verdicts_, i).weight;
+        sum += inGivenOrder(verdicts_, i).prior;
     }
     if (sum == 0.0) {
         throw ktClassifierDefs::BadParams("At least one of the category frequencies must be > 0.");
@@ -206,7 +206,7 @@ double kt_DecisionRule::lookUpPriors()
 inline void kt_DecisionRule::addMistakes(std::size_t truth)
 {
     const std::size_t size = verdicts_.size();
-    const double posterior = verdicts_[truth].weight;
+    const double posterior = verdicts_[truth].category.classScore_;
     double* const sums = costSums_.data();
     const double sumOfTruth = sums[truth];
     if (numOverrides_ == 0) {
@@ -233,8 +233,8 @@ double kt_DecisionRule::weighMatches(double priorSum)
         kt_pollAttention();
         const std::size_t where = verdicts_[i].whereGiven;
         kt_Verdict& truth = verdicts_[where];
-        truth.weight = truth.category.matchScore() * truth.weight / priorSum;
-        sum += truth.weight;
+        truth.category.classScore_ = truth.category.matchScore() * truth.prior / priorSum;
+        sum += truth.category.classScore_;
         addMistakes(where);
     }
     if (sum == 0.0) {
@@ -248,7 +248,7 @@ void kt_DecisionRule::divideBy(double posteriorSum)
 {
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
         kt_Verdict& verdict = inGivenOrder(verdicts_, i);
-        verdict.category.classScore_ = verdict.weight / posteriorSum;
+        verdict.category.classScore_ /= posteriorSum;
         verdict.category.expectedCost_ = costSums_[verdicts_[i].whereGiven] / posteriorSum;
         verdict.category.check();
     }
@@ -256,7 +256,7 @@ void kt_DecisionRule::divideBy(double posteriorSum)
 
 void kt_DecisionRule::conclude(ktClassifierResult& result, Verdicts& verdicts, double matchScoreFactorLog)
 {
-    // Pointers are moved sooner than verdicts.
+    // Sorting pointers moves fewer bytes.
     kt_Scratch<const kt_Verdict*> order(verdicts.size());
     std::transform(verdicts.begin(), verdicts.end(), order.begin(), [](const kt_Verdict& verdict) { return &verdict; });
     std::sort(order.begin(), order.end(), [](const kt_Verdict* a, const kt_Verdict* b) { return costLess(*a, *b); });

@@ -1,5 +1,5 @@
-// Lower bounds from four bits a measurement. What each of a measurement's 16 cells is worth for this query, the power of the distance
-// from the nearest value in it, is rounded down to whole units of the limit; a row whose cells are worth more than the limit is out.
+// Lower bounds from four bits a measurement. Each of a measurement's 16 cells has a bound for this query: the power of the distance from
+// the nearest value in the cell, rounded down to whole units of the limit. A row whose bounds add up to more than the limit is out.
 // docs/neighbor-scan.md, "The bounds", the cell level.
 
 #include "cell_filter.h"
@@ -27,7 +27,7 @@ kt_CellFilter::kt_CellFilter(const kt_CompactCopy& copy, const std::vector<doubl
       sums_(sums),
       size_(query.size()),
       bounds_(roundedUp(query.size()) * kt_numCells),
-      worths_(bounds_.size())
+      quantizedBounds_(bounds_.size())
 {
     const auto size = static_cast<double>(size_);
     mostWorth_ = std::min(127.0, std::floor(largestSum / size));
@@ -61,7 +61,7 @@ void kt_CellFilter::renewWorths(double limit)
 {
     const float unitsPerOne = static_cast<float>(std::min(limitWorth_ / limit, 1e30));
     const auto most = static_cast<float>(mostWorth_);
-    std::transform(bounds_.begin(), bounds_.end(), worths_.begin(), [=](float bound) {
+    std::transform(bounds_.begin(), bounds_.end(), quantizedBounds_.begin(), [=](float bound) {
         return static_cast<std::uint8_t>(static_cast<int>(std::min(bound * unitsPerOne, most)));
     });
     unitsPerOne_ = static_cast<double>(unitsPerOne);
@@ -76,5 +76,5 @@ std::uint64_t kt_CellFilter::pass(std::size_t block, double limit)
     constexpr double roundingOfProducts = 1.0 + 0x1p-20;
     const double units = std::min(limit * unitsPerOne_ * roundingOfProducts, largestSum);
     const std::uint8_t* cells = copy_.cells_.data() + block * (kt_blockRows / 2) * size_;
-    return sums_(cells, worths_.data(), size_, static_cast<std::uint16_t>(units));
+    return sums_(cells, quantizedBounds_.data(), size_, static_cast<std::uint16_t>(units));
 }

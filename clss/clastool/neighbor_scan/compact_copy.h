@@ -44,10 +44,10 @@ struct kt_LineAllocator {
 template <class T>
 using kt_Aligned = std::vector<T, kt_LineAllocator<T>>;
 
-/// A compact copy of the kept patterns' measurements, in front of the exact scan of a nearest-neighbour run with a norm of
-/// any order. docs/neighbor-scan.md says why it never changes an answer; in short: from the copy every distance is known
-/// within certified bounds, a row whose lower bound exceeds the k-th smallest upper bound cannot be among the k
-/// nearest, and the rows that are left go through the exact routine in stored order.
+/// A compact copy of the kept patterns' measurements, which a nearest-neighbour run with a norm of any order searches before the patterns.
+/// docs/neighbor-scan.md says why it never changes an answer. In short: the copy gives certified bounds for every distance. A row whose
+/// lower bound exceeds the k-th smallest upper bound cannot be among the k nearest. The rows that are left go through the exact routine
+/// in stored order.
 ///
 /// It belongs to one store of patterns and is shared by all classifiers that share the store. It knows whether the store
 /// and its patterns are still what it copied.
@@ -56,21 +56,21 @@ class kt_CompactCopy : public ktRepBase {
 public:
     ~kt_CompactCopy() override;
 
-    /// Copies the store. What cannot serve is left to the plain scan: no patterns, patterns of different sizes, invalid
-    /// measurements, values that are not finite or too large, few patterns that are there many times, or no memory.
+    /// Copies the store. Some stores are left to the plain scan: those without patterns, with patterns of different sizes, invalid
+    /// measurements, values that are not finite or too large, or few patterns many times; and any store if memory runs out.
     void make(const ktClassifierDataProviderMemory& store) noexcept;
 
-    /// Takes over the pattern that was just added to the store, or copies the store anew. A store that could not serve is
-    /// tried again after a quarter was added.
+    /// Copies the pattern that was just added to the store, or the whole store anew. A store that could not be copied is tried again
+    /// after a quarter was added.
     void append(const ktClassifierDataProviderMemory& store) noexcept;
 
-    /// Whether there is a copy, and the store and its patterns are what was copied.
+    /// Whether there is a copy and it equals the store and its patterns.
     bool isCurrent(const ktClassifierDataProviderMemory& store) const noexcept
     {
         return isUsable_ && !isOutOfDate(store);
     }
 
-    /// Whether the store or one of its patterns was changed since they were copied, or could not be.
+    /// Whether the store or one of its patterns has changed since copying was tried, or it was never tried.
     bool isOutOfDate(const ktClassifierDataProviderMemory& store) const noexcept;
 
     /// The nearest rows in no particular order, as many as `rows` has room for and exactly those of the plain scan. Returns

@@ -5,15 +5,14 @@
 #include <cstddef>
 #include <limits>
 
-/// What bounds the k-th smallest distance by the norm of one order p, and what the sums of |x - q|^p of a row can therefore be if
-/// it is among the k nearest. Sums come from floats or, for the simple orders, from plain arithmetic in double; both are off by
-/// rounding, and so is the exact routine. docs/neighbor-scan.md, "The bounds", derives each error.
-/// Lengths are multiplied by a scale, a power of two.
+/// A bound on the k-th smallest distance by the norm of one order p, and the largest sums of |x - q|^p that a row among the k nearest can
+/// have. Sums come from floats or, for the simple orders, from plain arithmetic in double. Rounding affects both, and the exact
+/// routine; docs/neighbor-scan.md, "The bounds", derives each error. Lengths are multiplied by a scale, a power of two.
 class kt_DistanceLimits {
 public:
     /// Room for the rounding of a few operations and powers in double.
     static constexpr double slightly = 1.0 + 0x1p-36;
-    /// Beyond this a float query is of no use; rows that were brought nearer to zero lie far beyond.
+    /// Beyond this a float query is of no use. Rows that were brought nearer to zero lie far beyond.
     static constexpr double largestFloatQuery = 0x1p+40;
 
     /// `powerError`: how far the float term of an order that is not simple may be off, relative to itself.
@@ -40,7 +39,7 @@ public:
         }
     }
 
-    /// Whether the bounds hold for this order and so many measurements. Otherwise nothing else may be asked.
+    /// Whether the bounds hold for this order and so many measurements. The other operations require it.
     bool areCertified() const { return order_ >= leastOrder && exactError_ < 0.25 && floatSumError_ < 0.25; }
 
     /// 0.5, 1, 2 and 3, whose sums take no general power.
@@ -49,14 +48,13 @@ public:
     /// The relative error of a float sum.
     double floatSumError() const { return floatSumError_; }
 
-    /// What the sums of a row among the k nearest are at the most: as real numbers, from floats, from plain arithmetic.
+    /// The largest sum of a row among the k nearest: as a real number, from floats, from plain arithmetic.
     double trueLimit() const { return trueLimit_; }
     float floatLimit() const { return floatLimit_; }
     double simpleLimit() const { return trueLimit_ * slightly + simpleLost(); }
 
-    /// Takes note how far the query lies from the offsets of the floats, in the measurement in which it lies farthest.
-    /// Rounding moves a value and the query by 2^-24 of their sizes; of that of the value, what is not part of their difference
-    /// is that of the query again.
+    /// Notes how far the query lies from the offsets of the floats, in the measurement in which it lies farthest. Rounding moves a value
+    /// and the query by 2^-24 of their sizes, and a value is at most as large as the query and their difference together.
     void measureFrom(double farthest)
     {
         const double error = farthest * 0x1p-23 * (1.0 + 0x1p-20) + 0x1p-147;
@@ -132,16 +130,16 @@ private:
 
     const double order_;
     const double size_;
-    // Relative errors of the exact routine and of a float sum, and what makes up for them.
+    // Relative errors of the exact routine and of a float sum, and the factors that make up for them.
     const double exactError_;
     const double floatSumError_;
     const double widening_;
     const double floatWidening_;
-    // What a float sum may lack because small terms count as 0, and from where on it may be too small because large ones do not
-    // grow any more.
+    // How much a float sum may lack because small terms count as 0, and the value from which it may be too small because large terms
+    // do not grow any more.
     double floatLost_ = 0.0;
     double largestSum_ = 0.0;
-    // Where the exact routine tells distances apart; as sums for orders below 1.
+    // The range in which the exact routine tells distances apart; as sums for orders below 1.
     double least_ = 0.0;
     double largest_ = 0.0;
     // How far rounding to floats moves a norm, or a sum for orders below 1.

@@ -3,43 +3,42 @@
 #include <cstddef>
 #include <cstdint>
 
-// The loops of a scan that touch every stored measurement. There is one set of them for every processor and one for
-// processors with wider vectors, chosen once a process. What they compute is approximate within bounds that hold for
-// each set; what a scan answers does not depend on them.
+// The loops of a scan that read every stored measurement. One set of them is for every processor, one for processors with wider
+// vectors; a process chooses one. Their sums are approximate, within bounds that hold for both sets. The answer of a scan does not
+// depend on the set.
 
 constexpr std::size_t kt_blockRows = 64;
 constexpr std::size_t kt_numCells = 16;
 
-/// Sums of a block of rows against a query: |x - q|^p over the measurements. `block` holds the measurements one behind the
-/// other, each with its value in every row. Bit i of what is returned says whether the sum of row i is not greater than
-/// `limit`; unless there is no such row, `sums` is filled.
+/// The sums of |x - q|^p over the measurements, for a block of rows and a query. `block` holds measurement after measurement, each with
+/// its value in every row. Bit i of the result says whether the sum of row i is at most `limit`. If any is, `sums` is filled.
 using kt_FloatKernel = std::uint64_t (*)(const float* block, const float* query, std::size_t size, float order,
                                          float limit, float* sums);
 
-/// The same sums for the nearest points of `count` boxes, a multiple of 8 and at most 64: what no point in a box stays below.
-/// `boxes` holds for each measurement the low ends of all boxes and behind them the high ends. A box with its ends the wrong
-/// way round is infinitely far.
+/// The same sums for the nearest points of `count` boxes, a multiple of 8 and at most 64: lower bounds for all points in a box. For each
+/// measurement `boxes` holds the low ends of all boxes, then the high ends. A box whose low end is above its high end is infinitely
+/// far.
 using kt_BoxKernel = void (*)(const float* boxes, std::size_t count, const float* query, std::size_t size, float order,
                               float* sums);
 
-/// Which of `count` sums, a multiple of 8 and at most 64, are not greater than the limit.
+/// Which of `count` sums, a multiple of 8 and at most 64, are at most `limit`.
 using kt_WithinKernel = std::uint64_t (*)(const float* sums, std::size_t count, float limit);
 
-/// Which of `count` sums, as above, are the least one.
+/// Which of `count` sums, as above, equal the least one.
 using kt_LeastKernel = std::uint64_t (*)(const float* sums, std::size_t count);
 
-/// Not less than the k-th smallest of 64 sums, and mostly not much more: the k-th smallest of the minima of sets of them, 8 to 32
-/// sets that have no sum in common. k is at most kt_mostForKth.
+/// An upper bound of the k-th smallest of 64 sums, mostly a close one: the sums are divided into 8 to 32 sets, and the bound is the k-th
+/// smallest minimum of a set. k is at most kt_mostForKth.
 using kt_KthKernel = float (*)(const float* sums, std::size_t k);
 constexpr std::size_t kt_mostForKth = 16;
 
-/// Sums of what the cells of each row are worth. `block` holds 32 bytes for each measurement, byte i with the cell of row i
-/// in its low and of row i + 32 in its high half; `worths` what each of the 16 cells is worth, for each measurement: at
-/// most 127, and no sum may exceed 65535. Bit i of what is returned says whether the sum of row i is not greater than `limit`.
-using kt_CellKernel = std::uint64_t (*)(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size,
-                                        std::uint16_t limit);
+/// Sums of the bounds of each row's cells. `block` holds 32 bytes for each measurement: byte i has the cell of row i in its low half
+/// and that of row i + 32 in its high half. `quantizedBounds` has a bound for each of the 16 cells of each measurement, at most 127;
+/// no sum may exceed 65535. Bit i of the result says whether the sum of row i is at most `limit`.
+using kt_CellKernel = std::uint64_t (*)(const std::uint8_t* block, const std::uint8_t* quantizedBounds,
+                                        std::size_t size, std::uint16_t limit);
 
-/// How many bytes of memory there have to be behind the last block of cells; nothing depends on what they hold.
+/// So many bytes behind the last block of cells must be readable, whatever they hold.
 constexpr std::size_t kt_readAhead = 1024;
 
 /// The loops whose terms are powers of one order.

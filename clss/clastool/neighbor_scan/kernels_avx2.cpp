@@ -1,8 +1,8 @@
 #include "kernels.h"
 
 // The loops of kernels.h in vectors of 8 floats. docs/neighbor-scan.md, "The bounds", says how far each sum may be off.
-// Only this file is compiled for AVX2 and FMA. Of other headers it uses no inline function but such as are its own, because the
-// linker may keep this file's copy of one for the whole program.
+// Only this file is compiled for AVX2 and FMA. It uses no inline function of another header unless that is local to the file: the linker
+// may keep this file's copy of a function for the whole program.
 
 #if defined(__AVX2__) && defined(__FMA__)
 
@@ -81,7 +81,7 @@ struct AnyOrder {
 template <class Term>
 std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
-    // Variables of their own: compilers keep an array in memory and write it in each round.
+    // Eight variables, because compilers keep an array in memory and write it in each round.
     const Term term(order);
     __m256 sum0 = _mm256_setzero_ps();
     __m256 sum1 = sum0;
@@ -146,15 +146,14 @@ inline std::uint64_t rowsWithin(__m256i even, __m256i odd, __m256i limit)
     return static_cast<unsigned>(_mm256_movemask_epi8(bytes));
 }
 
-/// What the cells of 32 rows are worth.
-inline __m256i worthsOf(__m256i rows, const std::uint8_t* worths)
+/// The bounds of the cells of 32 rows.
+inline __m256i boundsOf(__m256i rows, const std::uint8_t* quantizedBounds)
 {
-    const __m128i table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(worths));
+    const __m128i table = _mm_loadu_si128(reinterpret_cast<const __m128i*>(quantizedBounds));
     return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(table), _mm256_and_si256(rows, _mm256_set1_epi8(0x0F)));
 }
 
-/// 32 sums of 16 bits. Bytes at odd places are summed alone; with those at even places 256 times the odd ones go along,
-/// modulo 2^16.
+/// 32 sums of 16 bits. `odd` sums the bytes at odd places; `both` sums those at even places plus 256 times the odd ones, modulo 2^16.
 struct Sums {
     void add(__m256i bytes)
     {
@@ -170,7 +169,8 @@ struct Sums {
     __m256i odd = _mm256_setzero_si256();
 };
 
-std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
+std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* quantizedBounds, std::size_t size,
+                    std::uint16_t limit)
 {
     constexpr std::size_t half = kt_blockRows / 2;
     const auto rowsOf = [](const std::uint8_t* cells) {
@@ -179,19 +179,19 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::
     const std::uint8_t* const end = block + size / 2 * 2 * half;
     Sums low;
     Sums high;
-    for (; block != end; block += 2 * half, worths += 2 * kt_numCells) {
-        // Blocks of many measurements come from beyond the nearer caches, at the pace of one page after the other.
+    for (; block != end; block += 2 * half, quantizedBounds += 2 * kt_numCells) {
+        // Blocks of many measurements come from memory, where the processor's own prefetching stops at each page.
         _mm_prefetch(reinterpret_cast<const char*>(block + kt_readAhead), _MM_HINT_T0);
         const __m256i first = rowsOf(block);
         const __m256i second = rowsOf(block + half);
-        low.add(_mm256_add_epi8(worthsOf(first, worths), worthsOf(second, worths + kt_numCells)));
-        high.add(_mm256_add_epi8(worthsOf(_mm256_srli_epi16(first, 4), worths),
-                                 worthsOf(_mm256_srli_epi16(second, 4), worths + kt_numCells)));
+        low.add(_mm256_add_epi8(boundsOf(first, quantizedBounds), boundsOf(second, quantizedBounds + kt_numCells)));
+        high.add(_mm256_add_epi8(boundsOf(_mm256_srli_epi16(first, 4), quantizedBounds),
+                                 boundsOf(_mm256_srli_epi16(second, 4), quantizedBounds + kt_numCells)));
     }
     if (size % 2 != 0) {
         const __m256i last = rowsOf(block);
-        low.add(worthsOf(last, worths));
-        high.add(worthsOf(_mm256_srli_epi16(last, 4), worths));
+        low.add(boundsOf(last, quantizedBounds));
+        high.add(boundsOf(_mm256_srli_epi16(last, 4), quantizedBounds));
     }
     const __m256i highest = _mm256_set1_epi16(static_cast<short>(limit));
     return low.within(highest) | high.within(highest) << half;

@@ -94,16 +94,17 @@ void boxSums(const float* boxes, std::size_t count, const float* query, std::siz
     }
 }
 
-std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* worths, std::size_t size, std::uint16_t limit)
+std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* quantizedBounds, std::size_t size,
+                    std::uint16_t limit)
 {
     constexpr std::size_t half = kt_blockRows / 2;
     std::uint16_t sums[kt_blockRows] = {};
     for (std::size_t j = 0; j < size; ++j) {
         const std::uint8_t* measurement = block + j * half;
-        const std::uint8_t* worth = worths + j * kt_numCells;
+        const std::uint8_t* bounds = quantizedBounds + j * kt_numCells;
         for (std::size_t i = 0; i < half; ++i) {
-            sums[i] = static_cast<std::uint16_t>(sums[i] + worth[measurement[i] & 15]);
-            sums[i + half] = static_cast<std::uint16_t>(sums[i + half] + worth[measurement[i] >> 4]);
+            sums[i] = static_cast<std::uint16_t>(sums[i] + bounds[measurement[i] & 15]);
+            sums[i + half] = static_cast<std::uint16_t>(sums[i + half] + bounds[measurement[i] >> 4]);
         }
     }
     return rowsWithin(sums, kt_blockRows, limit);

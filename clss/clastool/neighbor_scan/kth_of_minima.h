@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Counts for each minimum how many are less: no branch depends on the values, which a processor would predict badly.
+/// Counts for each minimum how many are less, because no branch then depends on the values.
 template <std::size_t numLanes>
 float kthOfLanes(const float* sums, std::size_t k)
 {
@@ -26,7 +26,7 @@ float kthOfLanes(const float* sums, std::size_t k)
             numLess[lane] += minima[other] < minima[lane] ? 1 : 0;
         }
     }
-    // The largest that fewer than k are less than, by halves, which compilers know how to do in vectors.
+    // The largest minimum that fewer than k are less than. By halves, so that compilers use vectors.
     const auto wanted = static_cast<std::uint32_t>(k);
     for (std::size_t lane = 0; lane < numLanes; ++lane) {
         minima[lane] = numLess[lane] < wanted ? minima[lane] : 0.0f;

@@ -6,12 +6,12 @@
 template <class Term>
 double kt_sumOf(const double* x, const double* q, std::size_t size, double scale, Term term)
 {
-    constexpr std::size_t lanes = 4;
-    double sums[lanes] = {};
+    constexpr std::size_t numSums = 4;
+    double sums[numSums] = {};
     std::size_t j = 0;
-    for (; j + lanes <= size; j += lanes) {
-        for (std::size_t lane = 0; lane < lanes; ++lane) {
-            sums[lane] += term((x[j + lane] - q[j + lane]) * scale);
+    for (; j + numSums <= size; j += numSums) {
+        for (std::size_t k = 0; k < numSums; ++k) {
+            sums[k] += term((x[j + k] - q[j + k]) * scale);
         }
     }
     for (; j < size; ++j) {
