@@ -3,13 +3,11 @@
 #include <cstddef>
 #include <cstring>
 
-/// The code that a call of a virtual function of the object reaches, to be compared with that of another object: a class of the
-/// caller's own that overrides nothing of an algorithm may then be treated as its base. `Base` is the class that declares the
-/// function first.
+/// The code that a call of a virtual function of the object reaches, to compare with that of another object: a class of the caller's own
+/// without an override may be treated as its base. `Base` is the class that declares the function first.
 ///
-/// It is read from the object's table of virtual functions, as the Itanium C++ ABI lays it out, because the language has no
-/// word for it. With any other ABI each object's functions look like its own; so do a library's where a program reaches them
-/// in its own way, as in a DLL. Both only mean that an override is believed to be there.
+/// The language has no means for this. It is read from the object's virtual table, as the Itanium C++ ABI lays it out. With any other ABI,
+/// and across a DLL, each object's functions look like its own: an override is then assumed.
 template <class Base, class Function>
 const void* kt_overriderOf(const Base& object, Function Base::*function)
 {

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <vector>
 
-/// Whether what somebody copied from patterns is still what they hold.
+/// Whether a copy of patterns' measurements is still current.
 class kt_Currency : public ktRepBase {
 public:
     bool isCurrent() const noexcept { return isCurrent_.load(std::memory_order_relaxed); }
@@ -15,8 +15,8 @@ private:
     mutable std::atomic<bool> isCurrent_{true};
 };
 
-/// Those who hold copies of one pattern's measurements. Patterns that the same copies hold share one list, which nobody changes
-/// once patterns have it: to a further copy each list has one successor.
+/// The copies of one pattern's measurements. Patterns with the same copies share one list. A list does not change once patterns hold it:
+/// for a further copy each list has one successor.
 class kt_PatternHolders : public ktRepBase {
 public:
     /// The holders of `before`, which may be null, that are still current, and one more.
@@ -34,7 +34,7 @@ public:
 
     const kt_Currency* last() const noexcept { return holders_.back().get(); }
 
-    /// The pattern is about to change.
+    /// Ends the currency of all copies, because the pattern is about to change.
     void end() const noexcept
     {
         for (const auto& handle : holders_) {
