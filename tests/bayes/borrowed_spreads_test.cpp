@@ -457,6 +457,17 @@ TEST(BorrowedSpreads, ValueWhoseSquareOverflowsIsFoundBesideForeignModelsAndMiss
     EXPECT_EQ(decided(classifier, {1e200, 10.5}), 2);
 }
 
+TEST(BorrowedSpreads, ValueWhoseSquareOverflowsLeavesBinomialMeasurementsTheirSay)
+{
+    Types types;
+    types.distributionTypeOverride(0, 1, Types::eBinomial);
+    types.distributionTypeOverride(1, 1, Types::eBinomial);
+    const auto classifier = trained({{{0.0, 1.0}, 0}, {{1.0, 3.0}, 0}, {{5.0, 7.0}, 1}, {{6.0, 9.0}, 1}},
+                                    Params(types, {}, {}, pattern({1.0, 10.0})));
+    EXPECT_EQ(decided(classifier, {1e160, 1.0}), 0);
+    EXPECT_EQ(decided(classifier, {1e160, 9.0}), 1);
+}
+
 TEST(BorrowedSpreads, LongPatternThatLacksAMeasurementIsJudgedByTheOthers)
 {
     constexpr std::size_t size = 600;
