@@ -1,19 +1,6 @@
 #pragma once
 
-#include "support/archives.h"
-#include "support/failures.h"
-#include "support/training.h"
-
-#include <clastool/bayes.h>
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <sstream>
-#include <string>
-#include <typeinfo>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 // Bayesian objects in states that only an archive can bring about, read and written field by field.
 

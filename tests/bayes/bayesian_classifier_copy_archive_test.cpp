@@ -1,31 +1,10 @@
 #include "bayesian_classifier_kit.h"
-#include "support/allocations.h"
-#include "support/bytes.h"
-
-#include <clastool/nearest_neighbor.h>
 
 namespace {
 
-using bayes::answer;
-using bayes::ClassifierFields;
-using bayes::classifierWith;
-using bayes::Density;
-using bayes::fieldsOf;
-using bayes::Indices;
-using bayes::Model;
-using bayes::modelOf;
-using bayes::modelWith;
-using bayes::ofCategories;
-using bayes::OpenBayesian;
-using bayes::Params;
+using namespace bayes;
+using namespace kt_test;
 using bayes::pattern;
-using bayes::scoring;
-using bayes::Sets;
-using bayes::trained;
-using bayes::twoCategories;
-using bayes::Types;
-using kt_test::expectThrows;
-using kt_test::trainingData;
 
 TEST(BayesianClassifier, ComparesBaseAndModelsInOrderButNotLabels)
 {

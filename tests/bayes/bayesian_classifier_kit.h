@@ -1,19 +1,14 @@
 #pragma once
 
 #include "bayes_kit.h"
-#include "support/normal_reference.h"
 
-#include <cmath>
-#include <limits>
+#include "support/normal_reference.h"
 
 // What the tests of the Bayesian classifier share.
 
 namespace bayes {
 
 inline constexpr const char* noData = "No valid data was provided for training.";
-
-inline constexpr double infinity = std::numeric_limits<double>::infinity();
-inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 /// Two categories of two measurements.
 inline const std::vector<kt_test::Labelled> twoCategories = {{{1.0, 10.0}, 5}, {{2.0, 12.0}, 5}, {{8.0, 30.0}, 2},

@@ -1,40 +1,12 @@
 #include "bayesian_classifier_kit.h"
-#include "support/allocations.h"
-#include "support/attention.h"
+
 #include "support/normal_reference.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <cmath>
-#include <numeric>
 
 namespace {
 
-using bayes::answer;
-using bayes::ClassifierFields;
-using bayes::classifierWith;
-using bayes::entryFor;
-using bayes::expectRunThrows;
-using bayes::fieldsOf;
-using bayes::FixedDensity;
-using bayes::Indices;
-using bayes::infinity;
-using bayes::Model;
-using bayes::nan;
-using bayes::noData;
-using bayes::ofCategories;
-using bayes::OpenBayesian;
-using bayes::Params;
+using namespace bayes;
+using namespace kt_test;
 using bayes::pattern;
-using bayes::scoring;
-using bayes::trained;
-using bayes::twoCategories;
-using bayes::Types;
-using kt_test::expectThrows;
-using kt_test::Labelled;
-using kt_test::labelsOf;
-using kt_test::trainingData;
-using kt_test::untouchedResult;
 
 bool isSame(double a, double b)
 {
@@ -200,11 +172,11 @@ TEST_F(BayesianRun, ScoresOfAnyKindAreAnswered)
         {"too far apart", {-5000.0, -1.0}, {0.0, 1.0}, 1.0, {2, 1}},
         {"both at the limit", {-1e300, -1e300}, {1.0, 1.0}, 1e300, {1, 2}},
         {"one at -infinity", {-infinity, -5.0}, {0.0, 1.0}, 5.0, {2, 1}},
-        {"both at -infinity", {-infinity, -infinity}, {nan, nan}, infinity, {1, 2}},
-        {"one at infinity", {-5.0, infinity}, {0.0, nan}, -infinity, {1, 2}},
-        {"NaN, then a number", {nan, -5.0}, {nan, 1.0}, 5.0, {1, 2}},
-        {"a number, then NaN", {-5.0, nan}, {nan, nan}, nan, {1, 2}},
-        {"NaN between growing numbers", {-5.0, nan, -3.0}, {std::exp(-2.0), nan, 1.0}, 3.0, {1, 2, 3}},
+        {"both at -infinity", {-infinity, -infinity}, {NaN, NaN}, infinity, {1, 2}},
+        {"one at infinity", {-5.0, infinity}, {0.0, NaN}, -infinity, {1, 2}},
+        {"NaN, then a number", {NaN, -5.0}, {NaN, 1.0}, 5.0, {1, 2}},
+        {"a number, then NaN", {-5.0, NaN}, {NaN, NaN}, NaN, {1, 2}},
+        {"NaN between growing numbers", {-5.0, NaN, -3.0}, {std::exp(-2.0), NaN, 1.0}, 3.0, {1, 2, 3}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
@@ -225,7 +197,7 @@ TEST_F(BayesianRun, ScoresOfAnyKindAreAnswered)
 TEST_F(BayesianRun, NaNMakesALesserLaterScoreTheReference)
 {
     // The NaN takes over from -3, and -5 from the NaN: exp(-3 + 5) is no match score.
-    const OpenBayesian classifier = classifierWith({scoring(1, -3.0), scoring(2, nan), scoring(3, -5.0)});
+    const OpenBayesian classifier = classifierWith({scoring(1, -3.0), scoring(2, NaN), scoring(3, -5.0)});
     expectRunThrows<ktClassifierDefs::BadParams>(classifier, "Scores must be >= 0.0 and <= 1.0");
 }
 

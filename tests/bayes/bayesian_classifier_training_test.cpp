@@ -1,38 +1,13 @@
 #include "bayesian_classifier_kit.h"
-#include "support/allocations.h"
+
 #include "support/normal_reference.h"
 #include "support/technique.h"
 
-#include <clastool/nearest_neighbor.h>
-
-#include <limits>
-#include <map>
-#include <numeric>
-
 namespace {
 
-using bayes::answer;
-using bayes::ClassifierFields;
-using bayes::classifierWith;
-using bayes::entryFor;
-using bayes::expectRunThrows;
-using bayes::fieldsOf;
-using bayes::Indices;
-using bayes::infinity;
-using bayes::modelOf;
-using bayes::nan;
-using bayes::noData;
-using bayes::OpenBayesian;
-using bayes::Params;
+using namespace bayes;
+using namespace kt_test;
 using bayes::pattern;
-using bayes::Sets;
-using bayes::trained;
-using bayes::twoCategories;
-using bayes::Types;
-using kt_test::expectThrows;
-using kt_test::Labelled;
-using kt_test::labelsOf;
-using kt_test::trainingData;
 
 using Data = ktClassifierDataProviderMemory;
 
@@ -112,7 +87,7 @@ TEST(BayesianTraining, ModelsLearnTheBitsOfAdaptingToOnePatternAfterAnother)
         for (std::size_t i = 0; i < rows.size(); ++i) {
             std::vector<double> values = rows[i];
             values[3] = 0.5 + values[3] / 1e3;
-            values[2] = i % 50 == 7 ? infinity : i % 70 == 9 ? nan : values[2];
+            values[2] = i % 50 == 7 ? infinity : i % 70 == 9 ? NaN : values[2];
             const ktPtrHandle_const<ktFeaturePattern> made = new ktFeaturePattern(values, i % 30 == 0   ? Indices{0}
                                                                                           : i % 41 == 2 ? Indices{4}
                                                                                                         : Indices());

@@ -2,32 +2,12 @@
 
 #include "../../docs/programs/look_alikes.h"
 #include "bayesian_classifier_kit.h"
-#include "support/allocations.h"
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <numeric>
 
 namespace {
 
-using bayes::answer;
-using bayes::classifierWith;
-using bayes::Density;
-using bayes::entryFor;
-using bayes::fieldsOf;
-using bayes::Indices;
-using bayes::infinity;
-using bayes::Model;
-using bayes::nan;
-using bayes::OpenBayesian;
-using bayes::Params;
+using namespace bayes;
+using namespace kt_test;
 using bayes::pattern;
-using bayes::trained;
-using bayes::Types;
-using kt_test::expectThrows;
-using kt_test::Labelled;
-using kt_test::labelsOf;
 
 constexpr unsigned long seed = 20;
 
@@ -398,7 +378,7 @@ TEST(BorrowedSpreads, ValueThatIsNotFiniteIsMissing)
     for (long index = 0; index < 4; ++index) {
         std::vector<double> values = {4.0, 5.0, 3.0, 6.0};
         const ktClassifierResult missing = answer(classifier, pattern(values, {index}));
-        for (const double value : {nan, infinity, -infinity}) {
+        for (const double value : {NaN, infinity, -infinity}) {
             values[static_cast<std::size_t>(index)] = value;
             EXPECT_TRUE(answer(classifier, pattern(values)) == missing) << index << ": " << value;
         }
@@ -499,7 +479,7 @@ TEST(BorrowedSpreads, AnythingTrainsAndRuns)
 {
     ktRandomUniform random(seed);
     const std::vector<double> odd = {0.0,    -0.0,    1.0, 5e-324,   1e-200,    1e160,
-                                     -1e308, 1.7e308, nan, infinity, -infinity, 0.1};
+                                     -1e308, 1.7e308, NaN, infinity, -infinity, 0.1};
     const auto value = [&] {
         return random.next(0.0, 1.0) < 0.4 ? odd[static_cast<std::size_t>(random.next(0.0, 12.0))]
                                            : random.next(-2.0, 2.0);
@@ -697,30 +677,6 @@ TEST(BorrowedSpreads, LoadingTakesMemoryInProportion)
     const kt_test::MemoryWatch watch;
     kt_test::loadInto(loaded, bytes);
     EXPECT_LE(watch.peakBytes(), 12 * bytes.size() + 65536);
-}
-
-TEST(BorrowedSpreads, ThatRunOutOfMemoryLeaveTheClassifierFitForUse)
-{
-    const auto expected = answer(trained(withConstants()), pattern({2.0, 3.0, 4.0, 5.0}));
-    const auto data = kt_test::trainingData(withConstants());
-    const std::string bytes = kt_test::store(static_cast<const kt_ClassifierBayesian&>(trained(withConstants())));
-    EXPECT_GT(kt_test::failEachAllocation(
-                  [] { return OpenBayesian(); }, [&](OpenBayesian& classifier) { classifier.train(data, Params()); },
-                  [](const OpenBayesian&) {},
-                  [&](const OpenBayesian& classifier) {
-                      EXPECT_TRUE(answer(classifier, pattern({2.0, 3.0, 4.0, 5.0})) == expected);
-                  }),
-              20);
-    EXPECT_GT(
-        kt_test::failEachAllocation([] { return OpenBayesian(); },
-                                    [&](OpenBayesian& classifier) {
-                                        kt_test::loadInto(static_cast<kt_ClassifierBayesian&>(classifier), bytes);
-                                    },
-                                    [](const OpenBayesian&) {},
-                                    [&](const OpenBayesian& classifier) {
-                                        EXPECT_TRUE(answer(classifier, pattern({2.0, 3.0, 4.0, 5.0})) == expected);
-                                    }),
-        20);
 }
 
 TEST(BorrowedSpreads, TrainingThatRanOutOfMemoryLeavesWhatCanBeEvaluated)

@@ -2,22 +2,13 @@
 // the same twice, values far from zero or hardly different from it.
 
 #include "bayes_kit.h"
-#include "support/normal_reference.h"
 
-#include <cmath>
-#include <limits>
+#include "support/normal_reference.h"
 
 namespace {
 
-using bayes::answer;
-using bayes::entryFor;
-using bayes::Indices;
-using bayes::Params;
-using bayes::Types;
-using kt_test::expectThrows;
-using kt_test::Labelled;
-using kt_test::labelsOf;
-using kt_test::Rows;
+using namespace bayes;
+using namespace kt_test;
 
 constexpr double denormal = 4.9406564584124654e-324;
 

@@ -1,20 +1,8 @@
 #include "bayes_kit.h"
-#include "support/bytes.h"
-
-#include <kt/random.h>
-
-#include <algorithm>
-#include <limits>
-#include <set>
 
 namespace {
 
-using bayes::fieldsOf;
-using bayes::Indices;
-using bayes::Sets;
-using bayes::TypeFields;
-using bayes::Types;
-using bayes::typesWith;
+using namespace bayes;
 using kt_test::expectThrows;
 
 constexpr const char* badLabel = "Cateogory labels must be >= 0";

@@ -1,19 +1,11 @@
 #include "bayes_kit.h"
-#include "support/bytes.h"
-#include "support/normal_reference.h"
 
-#include <cmath>
-#include <limits>
+#include "support/normal_reference.h"
 
 namespace {
 
-using bayes::fieldsOf;
-using bayes::NormalFields;
-using bayes::normalWith;
-using bayes::patterns;
-using kt_test::expectThrows;
-using kt_test::Rows;
-using kt_test::TrainingSet;
+using namespace bayes;
+using namespace kt_test;
 
 using Normal = kt_PDFMultivariateNormal;
 
@@ -119,7 +111,6 @@ TEST(MultivariateNormal, EmptyListChangesNothing)
 
 TEST(MultivariateNormal, PatternsWithAnInvalidMeasurementAreLeftOut)
 {
-    const double infinity = std::numeric_limits<double>::infinity();
     const Normal density = learnt({pattern({1.0, 2.0}), pattern({9.0, 9.0}, {0}), pattern({3.0, 7.0}),
                                    pattern({9.0, 9.0}, {1}), pattern({9.0, infinity})});
     EXPECT_TRUE(density == learnt(Rows{{1.0, 2.0}, {3.0, 7.0}}));

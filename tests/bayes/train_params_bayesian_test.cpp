@@ -4,8 +4,7 @@
 
 namespace {
 
-using bayes::Params;
-using bayes::Types;
+using namespace bayes;
 using kt_test::storedAndLoaded;
 
 /// The hooks of the parameters, open to a test.

@@ -1,12 +1,11 @@
 // The classes of foundation.h and training_data.h, run through what must hold for every archivable class.
 
 #include "support/archivable_kit.h"
-
-#include <clastool/training_data.h>
-
-#include <limits>
+#include "support/test.h"
 
 namespace {
+
+using namespace kt_test;
 
 /// The class of an error, whose name each case gives as a string of its own.
 template <class Error, const char* Name>
@@ -50,7 +49,6 @@ struct FeaturePattern : kt_test::ArchivableCase<ktFeaturePattern> {
 
     static std::vector<ktFeaturePattern> samples()
     {
-        const double infinity = std::numeric_limits<double>::infinity();
         return {ktFeaturePattern(), ktFeaturePattern({1.5, -2.0, 0.25}, {1}), ktFeaturePattern({1.5, -2.0, 0.25}, {}),
                 ktFeaturePattern({0, 1, 2, 3, 4, 5, 6, 7, infinity, -infinity}, {0, 8})};
     }

@@ -1,27 +1,14 @@
 #include "refusals.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <clastool/training_data.h>
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cmath>
-#include <limits>
-#include <string>
 
 namespace {
 
 using CategoryResult = ktClassifierCategoryResult;
-using kt_test::expectRefused;
+using namespace kt_test;
 
 constexpr const char* negativeLabel = "Category labels must be >= 0";
 constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
 constexpr const char* negativeCost = "Costs must be >= 0.0";
 
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double tiny = std::numeric_limits<double>::denorm_min();
 
 TEST(CategoryResult, NewOneIsAllZero)
@@ -57,7 +44,7 @@ TEST(CategoryResult, EndsOfTheRangesAreTaken)
 
 TEST(CategoryResult, NanPassesTheComparisons)
 {
-    const CategoryResult result(0, nan, nan, nan);
+    const CategoryResult result(0, NaN, NaN, NaN);
     EXPECT_TRUE(std::isnan(result.matchScore()));
     EXPECT_TRUE(std::isnan(result.classScore()));
     EXPECT_TRUE(std::isnan(result.expectedCost()));
@@ -85,9 +72,9 @@ TEST(CategoryResult, ChecksLabelThenMatchScoreThenClassScoreThenCost)
         {"class score above", 0, 0.5, std::nextafter(1.0, 2.0), 1.0, badScore},
         {"class score negative infinite", 0, 0.5, -infinity, 1.0, badScore},
         {"class score and cost", 0, 0.5, 1.5, -1.0, badScore},
-        {"class score and cost, NaN before", 0, nan, 1.5, -1.0, badScore},
+        {"class score and cost, NaN before", 0, NaN, 1.5, -1.0, badScore},
         {"cost", 0, 0.5, 0.5, -tiny, negativeCost},
-        {"cost, NaN before", 0, nan, nan, -1.0, negativeCost},
+        {"cost, NaN before", 0, NaN, NaN, -1.0, negativeCost},
         {"cost negative infinite", 0, 0.5, 0.5, -infinity, negativeCost},
     };
     for (const Row& row : rows) {
@@ -108,7 +95,7 @@ TEST(CategoryResult, EqualityLooksAtEveryField)
         {7, std::nextafter(0.5, 1.0), 0.25, 12.5},
         {7, 0.5, std::nextafter(0.25, 1.0), 12.5},
         {7, 0.5, 0.25, std::nextafter(12.5, 13.0)},
-        {7, nan, 0.25, 12.5},
+        {7, NaN, 0.25, 12.5},
     };
     for (const CategoryResult& other : others) {
         EXPECT_FALSE(result == other);
@@ -146,7 +133,7 @@ TEST(CategoryResult, LoadingDoesNotValidate)
 
 TEST(CategoryResult, NanSurvivesTheArchive)
 {
-    const CategoryResult result = kt_test::storedAndLoaded(CategoryResult(0, nan, nan, nan));
+    const CategoryResult result = kt_test::storedAndLoaded(CategoryResult(0, NaN, NaN, NaN));
     EXPECT_TRUE(std::isnan(result.matchScore()));
     EXPECT_TRUE(std::isnan(result.classScore()));
     EXPECT_TRUE(std::isnan(result.expectedCost()));

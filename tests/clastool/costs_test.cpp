@@ -1,21 +1,8 @@
 #include "refusals.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <clastool/training_data.h>
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <string>
-#include <vector>
 
 namespace {
 
-using kt_test::expectRefused;
+using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
 
@@ -25,9 +12,6 @@ using Labels = std::vector<long>;
 constexpr const char* negativeCost = "Costs must be >= 0.0";
 constexpr const char* equalLabels = "Category labels must be different";
 constexpr const char* negativeLabel = "Category labels must be >= 0";
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// Default 2.5, (0, 1) costs 10, (1, 0) costs 4.
 ktClassifierCosts overridden()
@@ -66,10 +50,10 @@ TEST(Costs, AnyDefaultThatIsNotNegativeIsTaken)
 
 TEST(Costs, NanPassesTheComparisonWithZero)
 {
-    ktClassifierCosts costs(nan);
+    ktClassifierCosts costs(NaN);
     EXPECT_TRUE(std::isnan(costs.misclassificationCost(0, 1)));
-    costs.defaultMisclassificationCost(nan);
-    costs.misclassificationCostOverride(0, 1, nan);
+    costs.defaultMisclassificationCost(NaN);
+    costs.misclassificationCostOverride(0, 1, NaN);
     EXPECT_TRUE(std::isnan(costs.misclassificationCost(0, 1)));
     EXPECT_FALSE(costs == ktClassifierCosts(costs));
 }
@@ -147,7 +131,7 @@ TEST(Costs, OverrideChecksTheCostThenTheDifferenceThenTheLabels)
         {"negative true label", -1, 2, 1.0, false, negativeLabel},
         {"negative assigned label", 2, -1, 1.0, false, negativeLabel},
         {"two negative labels", LONG_MIN, -1, 1.0, false, negativeLabel},
-        {"negative label, NaN", 0, -1, nan, false, negativeLabel},
+        {"negative label, NaN", 0, -1, NaN, false, negativeLabel},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
@@ -234,7 +218,7 @@ TEST(Costs, AreArchivedAsVersionDefaultFromLabelsToLabelsCosts)
 TEST(Costs, LoadingReplacesTheWholeTableAndDoesNotValidateIt)
 {
     ktClassifierCosts costs = overridden();
-    kt_test::loadInto(costs, crafted(-3.0, {4, -1}, {4, 2}, {-9.0, nan}));
+    kt_test::loadInto(costs, crafted(-3.0, {4, -1}, {4, 2}, {-9.0, NaN}));
     EXPECT_EQ(costs.defaultMisclassificationCost(), -3.0);
     EXPECT_EQ(costs.misclassificationCost(0, 1), -3.0);
     expectRefused<BadLabel>([&] { static_cast<void>(costs.misclassificationCost(4, 4)); }, equalLabels);

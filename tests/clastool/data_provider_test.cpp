@@ -1,26 +1,8 @@
 #include "refusals.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/training.h"
-
-#include <clastool/training_data.h>
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <functional>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <type_traits>
-#include <vector>
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectRefused;
-using kt_test::pattern;
-using kt_test::PatternHandle;
+using namespace kt_test;
 using ktClassifierDefs::BadFeatures;
 using ktClassifierDefs::BadIndex;
 using ktClassifierDefs::BadLabel;

@@ -1,16 +1,4 @@
 #include "refusals.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <clastool/foundation.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <sstream>
-#include <string>
-#include <type_traits>
-#include <typeinfo>
-#include <vector>
 
 namespace {
 

@@ -1,26 +1,9 @@
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
 #include "support/technique.h"
-#include "support/training.h"
-
-#include <clastool/classifier.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
+#include "support/test.h"
 
 namespace {
 
-using kt_test::expectThrows;
-using kt_test::pattern;
-using kt_test::Recorder;
-using kt_test::Script;
-using kt_test::Technique;
-using kt_test::TechniqueParams;
-using kt_test::untouchedResult;
-using kt_test::valueOf;
+using namespace kt_test;
 
 using Calls = std::vector<std::string>;
 using Stop = std::runtime_error;

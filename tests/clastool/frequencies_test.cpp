@@ -1,21 +1,8 @@
 #include "refusals.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <clastool/training_data.h>
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <string>
-#include <vector>
 
 namespace {
 
-using kt_test::expectRefused;
+using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
 
@@ -24,9 +11,6 @@ using Labels = std::vector<long>;
 
 constexpr const char* notPositive = "Category frequencies must be > 0.0";
 constexpr const char* negativeLabel = "Category labels must be >= 0";
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// Default 4, label 1 has 2, label 2 has 3.
 ktClassifierFrequencies overridden()
@@ -64,10 +48,10 @@ TEST(Frequencies, AnyPositiveDefaultIsTaken)
 
 TEST(Frequencies, NanPassesTheComparisonWithZero)
 {
-    ktClassifierFrequencies frequencies(nan);
+    ktClassifierFrequencies frequencies(NaN);
     EXPECT_TRUE(std::isnan(frequencies.categoryFrequency(0)));
-    frequencies.defaultCategoryFrequency(nan);
-    frequencies.categoryFrequencyOverride(0, nan);
+    frequencies.defaultCategoryFrequency(NaN);
+    frequencies.categoryFrequencyOverride(0, NaN);
     EXPECT_TRUE(std::isnan(frequencies.categoryFrequency(0)));
     EXPECT_FALSE(frequencies == ktClassifierFrequencies(frequencies));
 }
@@ -116,7 +100,7 @@ TEST(Frequencies, OverrideChecksTheFrequencyThenTheLabel)
         {"negative, negative label", -1, -1.0, true, notPositive},
         {"negative label", -1, 1.0, false, negativeLabel},
         {"least label", LONG_MIN, 1.0, false, negativeLabel},
-        {"negative label, NaN", -1, nan, false, negativeLabel},
+        {"negative label, NaN", -1, NaN, false, negativeLabel},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);

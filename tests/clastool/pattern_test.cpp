@@ -1,20 +1,8 @@
 #include "refusals.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <clastool/foundation.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
-using kt_test::expectRefused;
+using namespace kt_test;
 
 using Doubles = std::vector<double>;
 using Indices = std::vector<long>;
@@ -209,8 +197,7 @@ TEST(FeaturePattern, EqualityLooksAtEveryMeasurementAndEveryFlag)
 
 TEST(FeaturePattern, NanIsKeptAndEqualsNothing)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const ktFeaturePattern pattern({nan, 1.0}, {});
+    const ktFeaturePattern pattern({NaN, 1.0}, {});
     EXPECT_TRUE(pattern.isValid(0));
     EXPECT_TRUE(std::isnan(pattern.featureMeasurement(0, true)));
     EXPECT_FALSE(pattern == ktFeaturePattern(pattern));

@@ -1,10 +1,6 @@
 #pragma once
 
-#include "support/failures.h"
-
-#include <clastool/foundation.h>
-
-#include <string>
+#include "support/test.h"
 
 // Short ways to say which error an operation ends in.
 

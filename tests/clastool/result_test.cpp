@@ -1,30 +1,11 @@
 #include "refusals.h"
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/bytes.h"
-#include "support/training.h"
-
-#include <clastool/training_data.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <map>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace {
 
 using CategoryResult = ktClassifierCategoryResult;
 using CategoryResults = std::vector<CategoryResult>;
 using Labels = std::vector<long>;
-using kt_test::Attention;
-using kt_test::expectRefused;
-using kt_test::labelsOf;
-using kt_test::untouchedResult;
+using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
 
@@ -35,9 +16,6 @@ constexpr const char* noMatch = "At least one of the resulting classification sc
 constexpr const char* negativeLabel = "Category labels must be >= 0";
 constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
 constexpr const char* negativeCost = "Costs must be >= 0.0";
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double infinity = std::numeric_limits<double>::infinity();
 
 /// A match of a category, as the cost-weighted constructor takes it.
 CategoryResult match(long label, double score)
@@ -86,7 +64,7 @@ TEST(ClassifierResult, EqualityLooksAtTheEntriesInOrderAndTheFactor)
         ktClassifierResult({{2, 0.5, 0.5, 1.0}, {1, 0.5, 0.5, 1.0}}, -3.0),
         ktClassifierResult({{1, 0.5, 0.5, 1.0}, {3, 0.5, 0.5, 1.0}}, -3.0),
         ktClassifierResult({{1, 0.5, 1.0, 1.0}}, -3.0),
-        ktClassifierResult({{1, 0.5, 0.5, 1.0}, {2, 0.5, 0.5, 1.0}}, nan),
+        ktClassifierResult({{1, 0.5, 0.5, 1.0}, {2, 0.5, 0.5, 1.0}}, NaN),
     };
     for (const ktClassifierResult& other : others) {
         EXPECT_FALSE(result == other);
@@ -118,7 +96,7 @@ TEST(PlainResult, KeepsTheFactorWhateverItIs)
     for (const double factor : {0.0, -0.0, 1e308, -infinity}) {
         EXPECT_EQ(ktClassifierResult({{1, 0.0, 1.0, 0.0}}, factor).matchScoreFactorLog(), factor);
     }
-    EXPECT_TRUE(std::isnan(ktClassifierResult({{1, 0.0, 1.0, 0.0}}, nan).matchScoreFactorLog()));
+    EXPECT_TRUE(std::isnan(ktClassifierResult({{1, 0.0, 1.0, 0.0}}, NaN).matchScoreFactorLog()));
 }
 
 TEST(PlainResult, RefusesInTheOrderOfItsSteps)
@@ -162,7 +140,7 @@ TEST(PlainResult, ClassScoresOutsideTheirRangeCountAsTheyAre)
 
 TEST(PlainResult, NanClassScoreMakesAllOfThemNan)
 {
-    const ktClassifierResult result({{1, 0.5, nan, 1.0}, {2, 0.5, 0.5, 0.0}}, 0.0);
+    const ktClassifierResult result({{1, 0.5, NaN, 1.0}, {2, 0.5, 0.5, 0.0}}, 0.0);
     EXPECT_EQ(labelsOf(result), Labels({2, 1}));
     EXPECT_TRUE(std::isnan(result.categoryResults()[0].classScore()));
     EXPECT_TRUE(std::isnan(result.categoryResults()[1].classScore()));
@@ -190,7 +168,7 @@ Labels expectedOrder(CategoryResults results)
 
 TEST(ResultOrder, IsAscendingStableAndNanComesLast)
 {
-    const double costs[] = {0.0, -0.0, 1.0, 2.0, 1e300, infinity, nan};
+    const double costs[] = {0.0, -0.0, 1.0, 2.0, 1e300, infinity, NaN};
     for (const unsigned long seed : {1UL, 2UL, 3UL}) {
         std::mt19937_64 random(seed);
         for (const long size : {1L, 2L, 3L, 7L, 31L, 32L, 33L, 34L, 64L, 200L}) {
@@ -289,7 +267,7 @@ TEST(DecisionRule, DecidingForTheOnlyCategoryCostsNothing)
 TEST(DecisionRule, IgnoresTheGivenClassScoresAndCosts)
 {
     EXPECT_TRUE(decide({{1, 0.8, 0.1, 100.0}, {2, 0.2, 0.9, 0.0}}) == decide({match(1, 0.8), match(2, 0.2)}));
-    EXPECT_TRUE(decide({unchecked(1, 0.8, nan, -1.0), unchecked(2, 0.2, -4.0, nan)}) ==
+    EXPECT_TRUE(decide({unchecked(1, 0.8, NaN, -1.0), unchecked(2, 0.2, -4.0, NaN)}) ==
                 decide({match(1, 0.8), match(2, 0.2)}));
 }
 
@@ -371,7 +349,7 @@ TEST(DecisionRule, NanIsAnAnswerAndComesAfterEveryNumber)
     EXPECT_TRUE(std::isnan(entryOf(result, 1).expectedCost()));
     EXPECT_EQ(entryOf(result, 2).expectedCost(), 1.0);
 
-    const ktClassifierResult unknown = decide({match(4, nan), match(2, 0.5), match(3, 0.5)});
+    const ktClassifierResult unknown = decide({match(4, NaN), match(2, 0.5), match(3, 0.5)});
     EXPECT_EQ(labelsOf(unknown), Labels({4, 2, 3})) << "all NaN, so the order given";
     for (const CategoryResult& entry : unknown.categoryResults()) {
         EXPECT_TRUE(std::isnan(entry.classScore()));
@@ -671,7 +649,7 @@ TEST(ClassifierResult, LoadingKeepsTheStoredOrderAndValidatesNothing)
     EXPECT_EQ(result.categoryResults(), entries) << "neither sorted nor unique nor divided by the sum";
     EXPECT_EQ(result.matchScoreFactorLog(), 2.0);
     const auto empty =
-        kt_test::load<ktClassifierResult>(kt_test::store(static_cast<unsigned char>(0), CategoryResults(), nan));
+        kt_test::load<ktClassifierResult>(kt_test::store(static_cast<unsigned char>(0), CategoryResults(), NaN));
     EXPECT_TRUE(empty.categoryResults().empty());
     EXPECT_TRUE(std::isnan(empty.matchScoreFactorLog()));
 }

@@ -1,30 +1,10 @@
 // One call for many patterns, which answers as runs one by one do.
 
-#include "support/allocations.h"
-#include "support/attention.h"
-#include "support/failures.h"
-#include "support/training.h"
 #include "tool_kit.h"
-
-#include <clastool/bayes.h>
-#include <clastool/classifier.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
 
 namespace {
 
-using kt_test::expectThrows;
-using kt_test::pattern;
-using kt_test::PatternHandle;
-using kt_test::Tool;
-using kt_test::trainedKnn;
-using kt_test::trainedTree;
-using kt_test::untouchedResult;
+using namespace kt_test;
 
 using Calls = std::vector<std::string>;
 using Knn = ktClassifierTrainParamsKNN;

@@ -1,40 +1,11 @@
-#include "support/archivable_kit.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-#include "support/technique.h"
-#include "support/training.h"
 #include "tool_kit.h"
 
-#include <clastool/bayes.h>
-#include <clastool/classifier.h>
-#include <clastool/decision_tree.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <stdexcept>
-#include <utility>
+#include "support/archivable_kit.h"
+#include "support/technique.h"
 
 namespace {
 
-using kt_test::answer;
-using kt_test::expectThrows;
-using kt_test::expectUntrained;
-using kt_test::labelsOf;
-using kt_test::leaf;
-using kt_test::line;
-using kt_test::noData;
-using kt_test::pattern;
-using kt_test::someTree;
-using kt_test::Tool;
-using kt_test::trainedKnn;
-using kt_test::trainedTree;
-using kt_test::trainingData;
-using kt_test::untouchedResult;
-using kt_test::valueOf;
+using namespace kt_test;
 
 using Calls = std::vector<std::string>;
 using Knn = ktClassifierTrainParamsKNN;

@@ -1,16 +1,7 @@
 #pragma once
 
-#include "support/failures.h"
 #include "support/technique.h"
-#include "support/training.h"
-
-#include <clastool/classifier.h>
-#include <clastool/decision_tree.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <vector>
+#include "support/test.h"
 
 // What the tests of the tool share.
 

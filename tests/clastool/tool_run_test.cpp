@@ -1,22 +1,8 @@
-#include "support/attention.h"
-#include "support/failures.h"
-#include "support/training.h"
 #include "tool_kit.h"
-
-#include <clastool/classifier.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
-using kt_test::answer;
-using kt_test::expectThrows;
-using kt_test::labelsOf;
-using kt_test::pattern;
-using kt_test::Tool;
-using kt_test::trainedKnn;
-using kt_test::untouchedResult;
+using namespace kt_test;
 
 using Calls = std::vector<std::string>;
 using Knn = ktClassifierTrainParamsKNN;

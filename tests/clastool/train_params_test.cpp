@@ -1,13 +1,5 @@
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
 #include "support/technique.h"
-
-#include <clastool/classifier.h>
-
-#include <gtest/gtest.h>
-
-#include <type_traits>
+#include "support/test.h"
 
 namespace {
 

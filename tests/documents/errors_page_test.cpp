@@ -2,18 +2,7 @@
 
 #include "support/golden.h"
 
-#include <clastool/foundation.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
-#include <tuple>
 #include <typeindex>
 
 // docs/errors.md against the library: class, number and text of every row, and every text that the sources hold.

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <functional>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 namespace documents {
 

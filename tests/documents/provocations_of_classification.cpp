@@ -1,17 +1,10 @@
 #include "provocations.h"
 
-#include "support/training.h"
-
-#include <clastool/clastool.h>
-
-#include <stdexcept>
-
 namespace documents {
 
 namespace {
 
-using kt_test::pattern;
-using kt_test::trainingData;
+using namespace kt_test;
 using Types = ktClassifierDistributionTypes;
 
 /// Parameters that fail when they are asked for their classifier.

@@ -1,23 +1,10 @@
 #include "provocations.h"
 
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/bytes.h"
-
-#include <clastool/training_data.h>
-
-#include <climits>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-
 namespace documents {
 
 namespace {
 
-using kt_test::archiveHeader;
-using kt_test::fromHex;
-using kt_test::load;
+using namespace kt_test;
 
 using Pattern = ktPtrHandle<ktFeaturePattern>;
 

@@ -1,13 +1,5 @@
-#include "support/archives.h"
-#include "support/bytes.h"
 #include "support/golden.h"
-
-#include <kt/archive.h>
-
-#include <fstream>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 

@@ -1,25 +1,11 @@
-#include <kt/archive.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/damage.h"
-#include "support/failures.h"
-#include "support/streams.h"
-
 #include "toys.h"
 
-#include <fstream>
-#include <limits>
-#include <new>
-#include <sstream>
+#include "support/damage.h"
+#include "support/streams.h"
 
 namespace {
 
-using kt_test::AtLimit;
-using kt_test::BlindSource;
-using kt_test::expectThrows;
-using kt_test::LimitedSink;
-using kt_test::store;
+using namespace kt_test;
 
 /// Throws what it was given, at the first byte in either direction.
 template <class Thrown>

@@ -1,27 +1,8 @@
-#include <kt/archive.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
-#include <climits>
-#include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <limits>
-#include <new>
-#include <sstream>
-#include <type_traits>
+#include "support/test.h"
 
 namespace {
 
-using kt_test::archiveHeader;
-using kt_test::expectThrows;
-using kt_test::fromHex;
-using kt_test::load;
-using kt_test::loadInto;
-using kt_test::store;
-using kt_test::toHex;
+using namespace kt_test;
 
 /// Fills a double in place: returned by value, a signalling NaN can pass through a register that makes it a quiet one.
 void setBits(double& value, std::uint64_t bits)

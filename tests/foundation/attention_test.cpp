@@ -1,8 +1,4 @@
-#include <kt/attention.h>
-
-#include <gtest/gtest.h>
-
-#include <thread>
+#include "support/test.h"
 
 namespace {
 

@@ -1,26 +1,8 @@
-#include <kt/archive.h>
-#include <kt/matrix.h>
-#include <kt/range.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "toys.h"
-
-#include <limits>
 
 namespace {
 
-using kt_test::afterHeader;
-using kt_test::archiveHeader;
-using kt_test::expectThrows;
-using kt_test::fromHex;
-using kt_test::load;
-using kt_test::loadInto;
-using kt_test::store;
-using kt_test::toHex;
+using namespace kt_test;
 using toys::Reading;
 
 using Handles = std::vector<ktPtrHandle<toys::Node>>;

@@ -1,18 +1,11 @@
-#include "support/damage.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/golden.h"
-
 #include "toys.h"
 
-#include <kt/matrix.h>
-#include <kt/range.h>
+#include "support/damage.h"
+#include "support/golden.h"
 
 namespace {
 
-using toys::Loose;
-using toys::Node;
-using toys::Speck;
+using namespace toys;
 
 /// One of each kind of value that the foundation archives.
 struct Everything {

@@ -1,8 +1,4 @@
-#include <kt/diagnostics.h>
-
-#include <gtest/gtest.h>
-
-#include <memory>
+#include "support/test.h"
 
 namespace {
 

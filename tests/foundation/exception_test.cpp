@@ -1,14 +1,4 @@
-#include <kt/exception.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "toys.h"
-
-#include <ostream>
-#include <string>
-#include <type_traits>
 
 namespace {
 

@@ -1,11 +1,4 @@
-#include <kt/failure.h>
-
-#include "support/failures.h"
-
-#include <stdexcept>
-#include <string>
-#include <type_traits>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 

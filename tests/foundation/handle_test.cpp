@@ -1,19 +1,8 @@
-#include <kt/handle.h>
-
-#include "support/failures.h"
-
 #include "toys.h"
-
-#include <cstdint>
-#include <type_traits>
-#include <utility>
-#include <vector>
 
 namespace {
 
-using toys::Alive;
-using toys::HeavyNode;
-using toys::Node;
+using namespace toys;
 
 TEST(RepBase, CountBeginsAtZeroAlsoInACopy)
 {

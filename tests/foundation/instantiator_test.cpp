@@ -1,15 +1,4 @@
-#include <kt/archive.h>
-#include <kt/persistent.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-
 #include "toys.h"
-
-#include <memory>
-#include <optional>
-#include <set>
-#include <string>
 
 namespace outer {
 namespace inner {

@@ -1,22 +1,8 @@
-#include <kt/matrix.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
-#include <climits>
-#include <limits>
-#include <stdexcept>
+#include "support/test.h"
 
 namespace {
 
-using kt_test::archiveHeader;
-using kt_test::fromHex;
-using kt_test::load;
-using kt_test::loadInto;
-using kt_test::store;
-using kt_test::toHex;
+using namespace kt_test;
 
 ktNMMatrix numbered(long rows, long columns)
 {
@@ -84,10 +70,10 @@ TEST(Matrix, EqualityIsOfShapeAndElementsWithoutTolerance)
     ktNMMatrix other = numbered(2, 3);
     other(1, 2) = 7.0;
     EXPECT_TRUE(numbered(2, 3) != other);
-    ktNMMatrix nan(1, 1);
-    nan(0, 0) = std::numeric_limits<double>::quiet_NaN();
-    const ktNMMatrix copy = nan;
-    EXPECT_FALSE(nan == copy);
+    ktNMMatrix NaN(1, 1);
+    NaN(0, 0) = std::numeric_limits<double>::quiet_NaN();
+    const ktNMMatrix copy = NaN;
+    EXPECT_FALSE(NaN == copy);
 }
 
 TEST(Matrix, MovedFromHoldsNoMoreElementsThanItsShapeSays)

@@ -1,19 +1,10 @@
 #include "normal_density_kit.h"
+
 #include "support/normal_reference.h"
-
-#include <kt/normal_density.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
-using kt_test::learn;
-using kt_test::learnt;
-using kt_test::logOf;
-using kt_test::restored;
-using kt_test::Rows;
-using kt_test::sameBits;
-using kt_test::TrainingSet;
+using namespace kt_test;
 
 TEST(NormalDensity, CopyIsEqualAndIndependent)
 {

@@ -1,36 +1,10 @@
 #include "normal_density_kit.h"
-#include "support/allocations.h"
+
 #include "support/normal_reference.h"
-
-#include <kt/normal_density.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <numeric>
-#include <random>
-#include <utility>
 
 namespace {
 
-using kt_test::codeOf;
-using kt_test::FlaggedRow;
-using kt_test::Indices;
-using kt_test::infinity;
-using kt_test::learn;
-using kt_test::learnt;
-using kt_test::logOf;
-using kt_test::matrix;
-using kt_test::Moments;
-using kt_test::nan;
-using kt_test::noValidData;
-using kt_test::restored;
-using kt_test::Rows;
-using kt_test::sameBits;
-using kt_test::sizesDisagree;
-using kt_test::TrainingSet;
+using namespace kt_test;
 
 TEST(NormalDensity, CountIsCheckedBeforeSizesAndSizesBeforeValidity)
 {
@@ -122,7 +96,7 @@ TEST(NormalDensity, MarginalIsTheJointDensityOfTheValidMeasurements)
             keptValues.push_back(values[static_cast<std::size_t>(i)]);
         }
         for (const long i : invalid) {
-            values[static_cast<std::size_t>(i)] = nan;
+            values[static_cast<std::size_t>(i)] = NaN;
         }
         const double expected =
             kt_test::logNormalReference(kt_test::marginalReference(moments, kept), kt_test::asVector(keptValues));
@@ -187,8 +161,8 @@ TEST(NormalDensity, MissingMeasurementLeavesATwinWithoutErrorOfItsOwn)
     const double ofPair = -1.83787706640934548356 - 0.5 * std::log(0.75) - 0.5 * (0.25 - 0.5 + 1.0) / 0.75;
     for (const double z : {0.0, 1.0, -3.0, 20.0}) {
         const double ofTwin = -0.91893853320467274178 - 0.5 * z * z;
-        EXPECT_NEAR(logOf(density, {1.0 + 2.0 * z, 0.5, 1.0, nan}, {3}), ofPair + ofTwin - std::log(2.0), 1e-11);
-        EXPECT_NEAR(logOf(density, {nan, 0.5, 1.0, 2.0 + z}, {0}), ofPair + ofTwin, 1e-11);
+        EXPECT_NEAR(logOf(density, {1.0 + 2.0 * z, 0.5, 1.0, NaN}, {3}), ofPair + ofTwin - std::log(2.0), 1e-11);
+        EXPECT_NEAR(logOf(density, {NaN, 0.5, 1.0, 2.0 + z}, {0}), ofPair + ofTwin, 1e-11);
     }
 }
 

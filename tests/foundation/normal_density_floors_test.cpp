@@ -1,30 +1,10 @@
 #include "normal_density_kit.h"
+
 #include "support/normal_reference.h"
-
-#include <kt/normal_density.h>
-#include <kt/random.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <limits>
 
 namespace {
 
-using kt_test::Indices;
-using kt_test::infinity;
-using kt_test::learn;
-using kt_test::learnt;
-using kt_test::logOf;
-using kt_test::matrix;
-using kt_test::Moments;
-using kt_test::nan;
-using kt_test::restored;
-using kt_test::Rows;
-using kt_test::TrainingSet;
+using namespace kt_test;
 
 // The constants below were computed with 50 digits.
 
@@ -76,7 +56,7 @@ TEST(NormalDensity, SpreadNoLargerThanRoundingIsTakenForIt)
         {"a small spread around zero", 0.0, 1e-30, 1e-15, true},
         {"the smallest variance", 0.0, 5e-324, std::sqrt(5e-324), true},
         {"negative variance", 48.0, -4.0, rounding, false},
-        {"variance NaN", 48.0, nan, rounding, false},
+        {"variance NaN", 48.0, NaN, rounding, false},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
@@ -132,7 +112,7 @@ TEST(NormalDensity, ValuesThatAreNotFiniteAreMissing)
 {
     const ktNormalDensity density = learnt(TrainingSet{50, 3, 2.0, 10.0, 15}.rows());
     const ktNormalDensity single = learnt({{1.0}, {2.0}});
-    for (const double value : {nan, infinity, -infinity}) {
+    for (const double value : {NaN, infinity, -infinity}) {
         EXPECT_EQ(logOf(density, {1.0, value, 2.0}), logOf(density, {1.0, 0.0, 2.0}, {1}));
         EXPECT_EQ(logOf(density, {value, value, value}), 0.0);
         EXPECT_EQ(logOf(single, {value}), 0.0);
@@ -151,7 +131,7 @@ TEST(NormalDensity, TellsHowFarItsSquaresReach)
     EXPECT_TRUE(density.reaches(0, -1.9e147));
     EXPECT_FALSE(density.reaches(0, 2.1e147));
     EXPECT_FALSE(density.reaches(0, infinity));
-    EXPECT_FALSE(density.reaches(0, nan));
+    EXPECT_FALSE(density.reaches(0, NaN));
     EXPECT_TRUE(density.reaches(1, -2.0));
     EXPECT_FALSE(density.reaches(1, 1e133)) << "in units of its own rounding";
     EXPECT_GT(logOf(density, {1.9e147, 0.0}), -1e299);
@@ -184,7 +164,7 @@ TEST(NormalDensity, StandInHasThePartsAndTheSpreadsThatItIsGiven)
 TEST(NormalDensity, CorrelationThatIsNotFiniteCountsAsZero)
 {
     const ktNormalDensity independent = restored({{0.0}, {0.0}}, {{9.0, 0.0}, {0.0, 25.0}});
-    for (const double covariance : {nan, infinity, -infinity}) {
+    for (const double covariance : {NaN, infinity, -infinity}) {
         const ktNormalDensity density = restored({{0.0}, {0.0}}, {{9.0, covariance}, {covariance, 25.0}});
         EXPECT_EQ(logOf(density, {1.0, 2.0}), logOf(independent, {1.0, 2.0}));
     }
@@ -227,7 +207,7 @@ TEST(NormalDensity, LogDensityIsHeldWithinItsLimits)
         {"far away", restored({{0.0}}, {{1.0}}), 1e200},
         {"farther than a double reaches", restored({{-most}}, {{1.0}}), most},
         {"infinite mean", restored({{infinity}}, {{1.0}}), 0.0},
-        {"mean NaN", restored({{nan}}, {{1.0}}), 0.0},
+        {"mean NaN", restored({{NaN}}, {{1.0}}), 0.0},
         {"infinite variance", restored({{0.0}}, {{infinity}}), 0.0},
     };
     for (const Row& row : rows) {

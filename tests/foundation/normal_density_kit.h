@@ -1,27 +1,13 @@
 #pragma once
 
 #include "support/normal_reference.h"
-
-#include <kt/normal_density.h>
-
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <list>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 // What the tests of the normal density share.
 
 namespace kt_test {
 
 using Indices = std::vector<long>;
-
-inline constexpr double infinity = std::numeric_limits<double>::infinity();
-inline constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 /// Failure codes are 32 bits wide, whatever a long is.
 inline constexpr std::uint32_t noValidData = 0x80000B61u;

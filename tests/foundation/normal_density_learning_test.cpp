@@ -1,34 +1,10 @@
 #include "normal_density_kit.h"
-#include "support/allocations.h"
-#include "support/archives.h"
+
 #include "support/normal_reference.h"
-
-#include <kt/normal_density.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <list>
-#include <utility>
 
 namespace {
 
-using kt_test::codeOf;
-using kt_test::FlaggedRow;
-using kt_test::infinity;
-using kt_test::learn;
-using kt_test::learnt;
-using kt_test::matrix;
-using kt_test::Moments;
-using kt_test::nan;
-using kt_test::noValidData;
-using kt_test::restored;
-using kt_test::Rows;
-using kt_test::sameBits;
-using kt_test::sizesDisagree;
-using kt_test::TrainingSet;
+using namespace kt_test;
 
 constexpr long mostCounted = 2147483647L;
 
@@ -273,9 +249,9 @@ TEST(NormalDensity, ValueThatIsNotFiniteAfterTheDivisionCountsAsInvalid)
         double value;
         double normalizer;
     };
-    const Row rows[] = {{"NaN", nan, 1.0},         {"infinity", infinity, 1.0}, {"-infinity", -infinity, 1.0},
+    const Row rows[] = {{"NaN", NaN, 1.0},         {"infinity", infinity, 1.0}, {"-infinity", -infinity, 1.0},
                         {"overflow", 1e308, 1e-9}, {"1/0", 1.0, 0.0},           {"0/0", 0.0, 0.0},
-                        {"1/NaN", 1.0, nan}};
+                        {"1/NaN", 1.0, NaN}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         ktNormalDensity density = learnt({{1.0, 2.0}, {3.0, 7.0}});
@@ -364,7 +340,7 @@ TEST(NormalDensity, CountSaturatesAt32Bits)
 TEST(NormalDensity, StateWithACountBelowOneLearnsAfresh)
 {
     for (const long count : {0L, -1L, -mostCounted - 1}) {
-        ktNormalDensity density = restored({{1.0}, {nan}}, {{4.0, 1.0}, {1.0, infinity}}, count);
+        ktNormalDensity density = restored({{1.0}, {NaN}}, {{4.0, 1.0}, {1.0, infinity}}, count);
         EXPECT_EQ(codeOf(density, FlaggedRow({1.0, 2.0})), noValidData);
         EXPECT_EQ(learn(density, Rows{{3.0, 5.0}}), 0u);
         EXPECT_TRUE(sameBits(density, learnt({{3.0, 5.0}})));

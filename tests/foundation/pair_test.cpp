@@ -1,8 +1,4 @@
-#include <kt/pair.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "support/test.h"
 
 namespace {
 

@@ -1,23 +1,8 @@
-#include <kt/persistent.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "toys.h"
-
-#include <cstddef>
-#include <cstring>
-#include <memory>
-#include <sstream>
 
 namespace {
 
-using kt_test::afterHeader;
-using kt_test::archiveHeader;
-using kt_test::fromHex;
-using kt_test::store;
-using kt_test::toHex;
+using namespace kt_test;
 
 /// Shows what the base keeps for its derived classes.
 class Probe : public ktPersistent {

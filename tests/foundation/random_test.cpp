@@ -1,10 +1,4 @@
-#include <kt/random.h>
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 

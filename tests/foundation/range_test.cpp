@@ -1,15 +1,8 @@
-#include <kt/range.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-
-#include <cmath>
-#include <limits>
+#include "support/test.h"
 
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+using namespace kt_test;
 
 TEST(Range, BothEndsAndWhatLiesBetweenBelongToIt)
 {
@@ -25,7 +18,7 @@ TEST(Range, BothEndsAndWhatLiesBetweenBelongToIt)
                       {"above it", std::nextafter(2.0, 3.0), false},
                       {"infinity", infinity, false},
                       {"minus infinity", -infinity, false},
-                      {"NaN", nan, false}};
+                      {"NaN", NaN, false}};
     for (const auto& row : rows) {
         EXPECT_EQ(range.isWithin(row.value), row.within) << row.label;
     }
@@ -40,7 +33,7 @@ TEST(Range, FullRangeHoldsEverythingButNaN)
          {-infinity, std::numeric_limits<double>::lowest(), 0.0, std::numeric_limits<double>::max(), infinity}) {
         EXPECT_TRUE(full.isWithin(value)) << value;
     }
-    EXPECT_FALSE(full.isWithin(nan));
+    EXPECT_FALSE(full.isWithin(NaN));
 }
 
 TEST(Range, OneNumberIsARange)
@@ -52,8 +45,8 @@ TEST(Range, OneNumberIsARange)
 
 TEST(Range, EndsInTheWrongOrderOrNaNHoldNothing)
 {
-    for (const ktRange& range : {ktRange(2.0, 1.0), ktRange(nan, 1.0), ktRange(1.0, nan), ktRange(nan, nan)}) {
-        for (const double value : {1.0, 1.5, 2.0, infinity, -infinity, nan}) {
+    for (const ktRange& range : {ktRange(2.0, 1.0), ktRange(NaN, 1.0), ktRange(1.0, NaN), ktRange(NaN, NaN)}) {
+        for (const double value : {1.0, 1.5, 2.0, infinity, -infinity, NaN}) {
             EXPECT_FALSE(range.isWithin(value)) << range.low() << " " << range.high() << " " << value;
         }
     }
@@ -71,7 +64,7 @@ TEST(Range, EqualityIsOfBothEndsWithoutTolerance)
     EXPECT_FALSE(ktRange(1.0, 2.0) != ktRange(1.0, 2.0));
     EXPECT_TRUE(ktRange(1.0, 2.0) != ktRange(std::nextafter(1.0, 2.0), 2.0));
     EXPECT_TRUE(ktRange(1.0, 2.0) != ktRange(1.0, std::nextafter(2.0, 3.0)));
-    EXPECT_FALSE(ktRange(nan, 2.0) == ktRange(nan, 2.0));
+    EXPECT_FALSE(ktRange(NaN, 2.0) == ktRange(NaN, 2.0));
 }
 
 TEST(Range, IsArchivedAsItsLowAndItsHighEnd)
@@ -79,7 +72,7 @@ TEST(Range, IsArchivedAsItsLowAndItsHighEnd)
     const std::string bytes = kt_test::store(ktRange(1.0, infinity));
     EXPECT_EQ(kt_test::toHex(kt_test::afterHeader(bytes)), "00 00 00 00 00 00 F0 3F 00 00 00 00 00 00 F0 7F");
     EXPECT_TRUE(kt_test::load<ktRange>(bytes) == ktRange(1.0, infinity));
-    EXPECT_TRUE(std::isnan(kt_test::storedAndLoaded(ktRange(nan, 1.0)).low()));
+    EXPECT_TRUE(std::isnan(kt_test::storedAndLoaded(ktRange(NaN, 1.0)).low()));
 }
 
 }  // namespace

@@ -1,21 +1,9 @@
-#include <kt/archive.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-
 #include "toys.h"
-
-#include <memory>
 
 namespace {
 
-using kt_test::archiveHeader;
-using kt_test::fromHex;
-using toys::Alive;
-using toys::Loose;
-using toys::Node;
-using toys::Note;
+using namespace kt_test;
+using namespace toys;
 
 std::string storePointer(ktPersistent* object)
 {

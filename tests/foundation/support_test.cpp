@@ -1,30 +1,14 @@
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/damage.h"
-
 #include "toys.h"
 
-#include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
-#include <kt/archive.h>
+#include "support/damage.h"
 
-#include <algorithm>
-#include <functional>
-#include <memory>
-#include <new>
-#include <set>
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include <gtest/gtest-spi.h>
 
 // The kits that other tests rest on: what they are to find, they find.
 
 namespace {
 
-using kt_test::AllocationFailure;
-using kt_test::Fails;
-using kt_test::MemoryWatch;
+using namespace kt_test;
 
 /// A block that a compiler cannot do without.
 std::unique_ptr<char[]> block(std::size_t size)

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <kt/archive.h>
-#include <kt/range.h>
-
-#include <atomic>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 // Archivable classes of the tests' own.
 
@@ -135,6 +130,17 @@ inline ktPtrHandle<Node> chain(long length)
         head = node;
     }
     return head;
+}
+
+// The first record of a Node, and a later one with the index of its class.
+inline const std::string newNode = "03 0A 00 00 00 74 6F 79 73 3A 3A 4E 6F 64 65 ";
+inline const std::string newLoose = "03 0B 00 00 00 74 6F 79 73 3A 3A 4C 6F 6F 73 65 ";
+inline const std::string newNote = "03 0A 00 00 00 74 6F 79 73 3A 3A 4E 6F 74 65 ";
+inline const std::string noChildren = "00 00 00 00 00";
+
+inline std::string archiveOf(const std::string& hex)
+{
+    return kt_test::archiveHeader() + kt_test::fromHex(hex);
 }
 
 }  // namespace toys

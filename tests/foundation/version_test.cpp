@@ -1,6 +1,4 @@
-#include <kt/foundation.h>
-
-#include <gtest/gtest.h>
+#include "support/test.h"
 
 // The preprocessor can ask, too.
 #if KT_VERSION < 10000

@@ -1,9 +1,7 @@
 // The classes of nearest_neighbor.h, run through what must hold for every archivable class.
 
 #include "support/archivable_kit.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
+#include "support/test.h"
 
 namespace {
 

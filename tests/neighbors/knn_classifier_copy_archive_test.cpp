@@ -1,32 +1,12 @@
 #include "knn_classifier_kit.h"
 #include "metrics.h"
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
+
 #include "support/technique.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
-using kt_test::expectThrows;
-using kt_test::Labelled;
-using kt_test::labelsOf;
-using kt_test::pattern;
-using kt_test::PatternHandle;
-using kt_test::trainingData;
-using neighbors::AlwaysTrained;
-using neighbors::answer;
-using neighbors::expectRunThrows;
-using neighbors::line;
-using neighbors::noData;
-using neighbors::notAutomatic;
-using neighbors::OpenKNN;
-using neighbors::trained;
+using namespace kt_test;
+using namespace neighbors;
 
 using Data = ktClassifierDataProviderMemory;
 using Params = ktClassifierTrainParamsKNN;

@@ -1,14 +1,6 @@
 #pragma once
 
-#include "support/failures.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 // What the tests of the nearest-neighbour classifier share.
 

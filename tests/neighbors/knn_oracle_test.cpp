@@ -3,32 +3,15 @@
 // a few labels shared by many patterns show the votes.
 
 #include "metrics.h"
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/failures.h"
+
 #include "support/neighbor_reference.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <numeric>
-#include <random>
 
 namespace {
 
-using kt_test::plainDistance;
-using kt_test::resultOfVotes;
+using namespace kt_test;
 using Point = std::vector<double>;
 using Points = std::vector<Point>;
 using Params = ktClassifierTrainParamsKNN;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-const double nan = std::numeric_limits<double>::quiet_NaN();
 
 double farIfNotANumber(double distance)
 {
@@ -224,7 +207,7 @@ void expectNeighboursOf(const std::vector<double>& distances)
 
 TEST_F(KnnOracle, EverySequenceOfAFewDistances)
 {
-    forEachSequence({0.0, 1.0, 2.0, infinity, nan}, 5, expectNeighboursOf);
+    forEachSequence({0.0, 1.0, 2.0, infinity, NaN}, 5, expectNeighboursOf);
 }
 
 TEST_F(KnnOracle, EverySequenceOfDistancesThatNoNormGives)
@@ -274,7 +257,7 @@ TEST_F(KnnOracle, MetricsOfTheUsersOwn)
         return std::max({std::abs(a[0] - b[0]), std::abs(a[1] - b[1]), std::abs(a[2] - b[2])});
     });
     // Neither symmetric nor positive.
-    const auto lopsided = [](double a, double b) { return a == b ? nan : b - 2.0 * a; };
+    const auto lopsided = [](double a, double b) { return a == b ? NaN : b - 2.0 * a; };
     const kt_test::DistanceBy metric([&](const ktFeaturePattern& a, const ktFeaturePattern& b) {
         return lopsided(a.featureMeasurement(0, true), b.featureMeasurement(0, true));
     });

@@ -1,21 +1,10 @@
 #include "metrics.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
+
 #include "support/technique.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <stdexcept>
-#include <type_traits>
 
 namespace {
 
-using kt_test::expectThrows;
-using kt_test::storedAndLoaded;
+using namespace kt_test;
 
 constexpr const char* badK = "K must be >= 1";
 

@@ -1,25 +1,8 @@
 #include "metrics.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <random>
-#include <sstream>
-#include <type_traits>
 
 namespace {
 
-using kt_test::expectThrows;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-const double nan = std::numeric_limits<double>::quiet_NaN();
+using namespace kt_test;
 
 constexpr const char* badOrder = "Order of norm distance must be > 0";
 constexpr const char* unequalSizes =
@@ -96,7 +79,7 @@ TEST(MetricNorm, TakesEveryOrderAboveZero)
 
 TEST(MetricNorm, RefusesEveryOtherOrderAndKeepsTheOldOne)
 {
-    for (const double order : {0.0, -0.0, -1.0, -infinity, nan}) {
+    for (const double order : {0.0, -0.0, -1.0, -infinity, NaN}) {
         SCOPED_TRACE(order);
         expectThrows<ktClassifierDefs::BadParams>(badOrder, [&] { const ktPatternDistanceMetricNorm metric(order); });
         ktPatternDistanceMetricNorm metric(3.5);
@@ -184,7 +167,7 @@ TEST(MetricNorm, OverflowMakesTheDistanceInfinite)
 TEST(MetricNorm, NotANumberMakesTheDistanceNotANumber)
 {
     const ktPatternDistanceMetricNorm metric(2.0);
-    EXPECT_TRUE(std::isnan(distance(metric, {1.0, nan}, {0.0, 0.0})));
+    EXPECT_TRUE(std::isnan(distance(metric, {1.0, NaN}, {0.0, 0.0})));
     EXPECT_TRUE(std::isnan(distance(metric, {infinity}, {infinity})));
 }
 

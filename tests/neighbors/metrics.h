@@ -1,11 +1,6 @@
 #pragma once
 
-#include <clastool/nearest_neighbor.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <vector>
+#include "support/test.h"
 
 // Metrics as a user of the library would write them.
 

@@ -1,24 +1,12 @@
-#include "support/failures.h"
-
-#include <clastool/data_generators.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <climits>
-#include <cmath>
-#include <limits>
-#include <type_traits>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 namespace {
+
+using namespace kt_test;
 
 using Distribution = std::vector<ktPair<double>>;
 using Measurements = std::vector<std::vector<double>>;
 using Labels = std::vector<long>;
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 /// Two measurements, around 10 and around -3.
 const Distribution twoMeasurements = {{10.0, 2.0}, {-3.0, 0.5}};
@@ -136,8 +124,7 @@ TEST(ClassDataGenerator, EmptyDistributionGivesPatternsWithoutMeasurementsAndThe
 
 TEST(ClassDataGenerator, AnyMeanAndSpreadIsTaken)
 {
-    const double infinity = std::numeric_limits<double>::infinity();
-    kt_ClassDataGenerator generator({{5.0, 0.0}, {nan, 1.0}, {infinity, 1.0}, {0.0, 1.0}, {0.0, -1.0}}, 10);
+    kt_ClassDataGenerator generator({{5.0, 0.0}, {NaN, 1.0}, {infinity, 1.0}, {0.0, 1.0}, {0.0, -1.0}}, 10);
     ktRandomGaussian random(1);
     for (const std::vector<double>& row : measurementsOf(generator.generateData())) {
         EXPECT_EQ(row[0], 5.0);

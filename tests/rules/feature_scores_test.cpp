@@ -1,17 +1,8 @@
 #include "ramps.h"
-#include "support/allocations.h"
-
-#include <type_traits>
-#include <typeinfo>
 
 namespace {
 
-using kt_test::infinity;
-using kt_test::nan;
-using kt_test::oneSided;
-using kt_test::trapezoid;
-using kt_test::twoSidedOf;
-using kt_test::valuesOf;
+using namespace kt_test;
 using Ignore = ktClassifierFeatureScoreIgnore;
 using OneSided = ktClassifierFeatureScoreOneSided;
 using TwoSided = ktClassifierFeatureScoreTwoSided;
@@ -46,7 +37,7 @@ TEST(FeatureScore, OfAnOwnClassIsEqualToThoseOfItsExactClass)
 TEST(FeatureScoreIgnore, GivesTheMarkerForEveryValue)
 {
     const Ignore ignore;
-    for (const double x : {0.0, -1.0, 1e300, -1e300, infinity, -infinity, nan}) {
+    for (const double x : {0.0, -1.0, 1e300, -1e300, infinity, -infinity, NaN}) {
         EXPECT_EQ(ignore.score(x), -1.0) << x;
     }
 }
@@ -112,10 +103,10 @@ TEST(FeatureScore, ClassDerivedFromAConcreteOneIsAnotherClass)
 TEST(FeatureScore, NanEqualsNan)
 {
     OneSided a;
-    a.x0(nan);
+    a.x0(NaN);
     EXPECT_TRUE(a == OneSided(a));
     TwoSided b;
-    b.xch(nan);
+    b.xch(NaN);
     EXPECT_TRUE(b == TwoSided(b));
     b.x0(1);
     EXPECT_FALSE(b == TwoSided()) << "the other values still count";
@@ -124,7 +115,7 @@ TEST(FeatureScore, NanEqualsNan)
 TEST(FeatureScore, EqualMeansNeitherLessNorGreaterSoNanEqualsEveryNumber)
 {
     OneSided a;
-    a.x1(nan);
+    a.x1(NaN);
     EXPECT_TRUE(a == OneSided());
     EXPECT_TRUE(OneSided() == a);
     OneSided zero;

@@ -1,12 +1,10 @@
 #include "ramps.h"
 
-#include <algorithm>
-#include <cmath>
-#include <random>
-
 namespace kt_test {
 
 namespace {
+
+using namespace kt_test;
 
 using OneSided = ktClassifierFeatureScoreOneSided;
 
@@ -42,7 +40,7 @@ const ScoreRow oneSidedRows[] = {
       {7, 0.75},
       {above(7), 0.0},
       {infinity, 0.0},
-      {nan, nan}}},
+      {NaN, NaN}}},
     {"rising, score falls",
      {2, 4, 7, 0.75, 0.25},
      {{below(2), 0.75}, {2, 0.75}, {2.5, 0.625}, {4, 0.25}, {7, 0.25}, {above(7), 0.0}}},
@@ -61,16 +59,16 @@ const ScoreRow oneSidedRows[] = {
       {above(8), 0.25},
       {1e300, 0.25},
       {infinity, 0.25},
-      {nan, nan}}},
+      {NaN, NaN}}},
     {"falling to the left of an upright end",
      {10, 5, 0, 0.0, 1.0},
      {{-1, 0.0}, {below(0), 0.0}, {0, 1.0}, {5, 1.0}, {7.5, 0.5}, {10, 0.0}, {20, 0.0}}},
     {"x0 = x1 < xc: x1 wins",
      {3, 3, 5, 0.25, 0.75},
-     {{below(3), 0.25}, {3, 0.75}, {5, 0.75}, {above(5), 0.0}, {nan, nan}}},
+     {{below(3), 0.25}, {3, 0.75}, {5, 0.75}, {above(5), 0.0}, {NaN, NaN}}},
     {"x0 = x1 > xc: x1 wins",
      {5, 5, 3, 0.25, 0.75},
-     {{below(3), 0.0}, {3, 0.75}, {5, 0.75}, {above(5), 0.25}, {nan, nan}}},
+     {{below(3), 0.0}, {3, 0.75}, {5, 0.75}, {above(5), 0.25}, {NaN, NaN}}},
     {"x0 < x1 = xc", {3, 5, 5, 0.25, 0.75}, {{3, 0.25}, {4, 0.5}, {5, 0.75}, {above(5), 0.0}}},
     {"x0 > x1 = xc", {5, 3, 3, 0.25, 0.75}, {{below(3), 0.0}, {3, 0.75}, {4, 0.5}, {5, 0.25}}},
     {"x0 = x1 = xc: rising", {3, 3, 3, 0.25, 0.75}, {{below(3), 0.25}, {3, 0.75}, {above(3), 0.0}}},
@@ -80,10 +78,10 @@ const ScoreRow oneSidedRows[] = {
      {{-infinity, 0.75}, {-1e300, 0.75}, {4, 0.75}, {6, 0.5}, {8, 0.25}}},
     {"x0 without end: the line has no value",
      {-infinity, 4, 7, 0.25, 0.75},
-     {{-infinity, 0.25}, {3, nan}, {4, 0.75}, {7, 0.75}, {8, 0.0}}},
+     {{-infinity, 0.25}, {3, NaN}, {4, 0.75}, {7, 0.75}, {8, 0.0}}},
     {"x1 without end: the line has no value",
      {2, infinity, infinity, 0.25, 0.75},
-     {{2, 0.25}, {3, nan}, {infinity, 0.75}}},
+     {{2, 0.25}, {3, NaN}, {infinity, 0.75}}},
     {"a flat one", {2, 4, 7, 0.5, 0.5}, {{1, 0.5}, {3, 0.5}, {7, 0.5}, {8, 0.0}}},
 };
 
@@ -198,7 +196,7 @@ TEST(FeatureScoreOneSided, BadOrderIsRefusedWhateverIsScored)
 {
     OneSided score;
     score.x1(-3);
-    for (const double x : {-infinity, -3.0, 0.0, 0.5, 2.0, infinity, nan}) {
+    for (const double x : {-infinity, -3.0, 0.0, 0.5, 2.0, infinity, NaN}) {
         expectBadParams(badOrderInScore, [&] { score.score(x); });
     }
     score.x1(0.5);
@@ -209,7 +207,7 @@ TEST(FeatureScoreOneSided, NanStaysNanAlsoOnARampOfNoLength)
 {
     for (const std::vector<double>& values :
          {std::vector<double>{0, 1, 2, 0.25, 0.75}, {1, 1, 2, 0.25, 0.75}, {1, 1, 1, 0, 1}}) {
-        EXPECT_TRUE(std::isnan(oneSidedOf(values).score(nan))) << values[0];
+        EXPECT_TRUE(std::isnan(oneSidedOf(values).score(NaN))) << values[0];
     }
 }
 
@@ -217,7 +215,7 @@ TEST(FeatureScoreOneSided, NanBreakpointPassesTheConditionAsItIsWritten)
 {
     for (std::size_t i = 0; i < 3; ++i) {
         std::vector<double> values = {0, 1, 2, 0.25, 0.75};
-        values[i] = nan;
+        values[i] = NaN;
         const OneSided score = oneSidedOf(values);
         EXPECT_TRUE(std::isnan(valuesOf(score)[i]));
         EXPECT_NO_THROW(score.score(0.5));

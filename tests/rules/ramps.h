@@ -2,10 +2,7 @@
 
 #include "scores.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <vector>
+#include "support/test.h"
 
 // What the tests of one-sided and two-sided scoring functions share.
 
@@ -31,7 +28,7 @@ inline double above(double x)
 }
 
 /// Values outside [0, 1], two of them by as little as a double can be.
-inline const std::vector<double> notUnit = {-1.0, -tiny, above(1.0), 1.5, infinity, -infinity, nan};
+inline const std::vector<double> notUnit = {-1.0, -tiny, above(1.0), 1.5, infinity, -infinity, NaN};
 
 struct Point {
     double x;

@@ -1,29 +1,8 @@
 #include "scores.h"
-#include "support/allocations.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <initializer_list>
-#include <map>
-#include <random>
-#include <type_traits>
-#include <utility>
 
 namespace {
 
-using kt_test::anyValues;
-using kt_test::Constant;
-using kt_test::constants;
-using kt_test::expectBadParams;
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using kt_test::infinity;
-using kt_test::nan;
-using kt_test::oneSided;
-using kt_test::rule;
-using kt_test::tiny;
+using namespace kt_test;
 using ktClassifierDefs::NotTrained;
 using FeatureVector = ktClassifierFeatureVector;
 using Ignore = ktClassifierFeatureScoreIgnore;
@@ -136,7 +115,7 @@ TEST(RuleTable, ClassifyChecksTheThresholdThenTheTableThenTheValues)
 {
     const ktClassifierRuleTable untrained;
     const ktClassifierRuleTable trained = table({rule(constants({0.1, 0.2, 0.3}), 1)});
-    for (const double threshold : {-1.0, -tiny, std::nextafter(1.0, 2.0), 1.5, infinity, -infinity, nan}) {
+    for (const double threshold : {-1.0, -tiny, std::nextafter(1.0, 2.0), 1.5, infinity, -infinity, NaN}) {
         for (const std::size_t size : {0u, 2u, 3u}) {
             expectBadParams(badThreshold, [&] { untrained.classifyHardThreshold(anyValues(size), threshold); });
             expectBadParams(badThreshold, [&] { trained.classifyHardThreshold(anyValues(size), threshold); });

@@ -1,27 +1,8 @@
 #include "scores.h"
-#include "support/allocations.h"
-
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <cmath>
-#include <random>
-#include <type_traits>
 
 namespace {
 
-using kt_test::anyValues;
-using kt_test::Constant;
-using kt_test::constants;
-using kt_test::expectBadParams;
-using kt_test::expectBadPointer;
-using kt_test::infinity;
-using kt_test::nan;
-using kt_test::oneSided;
-using kt_test::rule;
-using kt_test::ScoreHandle;
-using kt_test::ScoreHandles;
-using kt_test::tiny;
+using namespace kt_test;
 using FeatureVector = ktClassifierFeatureVector;
 using Ignore = ktClassifierFeatureScoreIgnore;
 using OneSided = ktClassifierFeatureScoreOneSided;
@@ -139,8 +120,8 @@ TEST(Rule, ScoreIsTheGeometricMeanOfTheScoresThatCount)
         {{0.5, 0.125}, 0.25},
         {{0.5, 0.25, 0.125}, 0.25},
         {{-1.0, -1.0, 0.75}, 0.75},
-        {{0.5, nan, 0.125}, 0.25},
-        {{nan, 0.0}, 0.0},
+        {{0.5, NaN, 0.125}, 0.25},
+        {{NaN, 0.0}, 0.0},
         {{0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5}, 0.5},
         // The product is what it is: this one is too small for a double.
         {{1e-200, 1e-200}, 0.0},
@@ -153,17 +134,17 @@ TEST(Rule, ScoreIsTheGeometricMeanOfTheScoresThatCount)
 
 TEST(Rule, KeptOnPurposeNanIsLeftOutLikeTheIgnoreMarker)
 {
-    EXPECT_EQ(rule(constants({nan, 0.25, 1.0}), 1).score(anyValues(3)), 0.5);
+    EXPECT_EQ(rule(constants({NaN, 0.25, 1.0}), 1).score(anyValues(3)), 0.5);
     EXPECT_EQ(rule(constants({-1.0, 0.25, 1.0}), 1).score(anyValues(3)), 0.5);
     const ktClassifierRule ramps = rule({new OneSided, new OneSided}, 1);
-    EXPECT_EQ(ramps.score(FeatureVector(std::vector<double>{nan, 0.75})), 0.25) << "a measurement that is NaN";
+    EXPECT_EQ(ramps.score(FeatureVector(std::vector<double>{NaN, 0.75})), 0.25) << "a measurement that is NaN";
 }
 
 TEST(Rule, KeptOnPurposeRuleThatLeavesEverythingOutScoresOne)
 {
-    EXPECT_EQ(rule({new Ignore, new Ignore}, 1).score(FeatureVector(std::vector<double>{3.0, nan})), 1.0);
-    EXPECT_EQ(rule(constants({nan}), 1).score(anyValues(1)), 1.0);
-    EXPECT_EQ(rule(constants({nan, -1.0}), 1).score(anyValues(2)), 1.0);
+    EXPECT_EQ(rule({new Ignore, new Ignore}, 1).score(FeatureVector(std::vector<double>{3.0, NaN})), 1.0);
+    EXPECT_EQ(rule(constants({NaN}), 1).score(anyValues(1)), 1.0);
+    EXPECT_EQ(rule(constants({NaN, -1.0}), 1).score(anyValues(2)), 1.0);
 }
 
 // A scoring function of a user's own may give anything.
@@ -202,7 +183,7 @@ TEST(Rule, ScoresLikeTheMeanOfTheLogarithms)
         int count = 0;
         for (double& score : scores) {
             const int drawn = kind(random);
-            score = drawn == 0 ? -1.0 : drawn == 1 ? nan : any(random);
+            score = drawn == 0 ? -1.0 : drawn == 1 ? NaN : any(random);
             if (drawn > 1) {
                 logarithms += std::log(score);
                 ++count;

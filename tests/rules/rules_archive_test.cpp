@@ -1,23 +1,11 @@
 #include "scores.h"
-#include "support/archivable_kit.h"
 
-#include <climits>
-#include <sstream>
+#include "support/archivable_kit.h"
 
 namespace {
 
-using kt_test::expectBadParams;
-using kt_test::fromHex;
-using kt_test::infinity;
+using namespace kt_test;
 using kt_test::littleEndian32;
-using kt_test::load;
-using kt_test::loadInto;
-using kt_test::oneSided;
-using kt_test::rule;
-using kt_test::ScoreHandle;
-using kt_test::ScoreHandles;
-using kt_test::store;
-using kt_test::toHex;
 using FeatureVector = ktClassifierFeatureVector;
 using Ignore = ktClassifierFeatureScoreIgnore;
 using OneSided = ktClassifierFeatureScoreOneSided;

@@ -2,18 +2,10 @@
 
 #include "clastool/refusals.h"
 
-#include <clastool/rule_table.h>
-
-#include <limits>
-#include <string>
-#include <vector>
-
 // What the tests of scoring functions, rules and tables share.
 
 namespace kt_test {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double tiny = std::numeric_limits<double>::denorm_min();
 
 using ScoreHandle = ktPtrHandle<ktClsFtSc>;

@@ -1,13 +1,10 @@
 #include "ramps.h"
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <random>
-
 namespace kt_test {
 
 namespace {
+
+using namespace kt_test;
 
 using OneSided = ktClassifierFeatureScoreOneSided;
 using TwoSided = ktClassifierFeatureScoreTwoSided;
@@ -27,7 +24,7 @@ TEST(FeatureScoreTwoSided, NewOneIsATriangle)
                                {1.0, 0.0},
                                {1.5, 0.0},
                                {infinity, 0.0},
-                               {nan, nan}}});
+                               {NaN, NaN}}});
 }
 
 const ScoreRow twoSidedRows[] = {
@@ -43,7 +40,7 @@ const ScoreRow twoSidedRows[] = {
       {7, 0.5},
       {8, 0.0},
       {infinity, 0.0},
-      {nan, nan}}},
+      {NaN, NaN}}},
     {"halves that do not meet: the high one has the split point",
      {0, 2, 4, 8, 6, 4, 0, 0.25, 0, 0.75},
      {{3, 0.25}, {below(4), 0.25}, {4, 0.75}, {5, 0.75}}},
@@ -118,7 +115,7 @@ TEST(FeatureScoreTwoSided, InitChecksTheSplitThenTheLowThenTheHighHalfAndChanges
         {"low order before the high y", {1, 0, 4, 7, 5, 4, 0, 1, 1.5, 1}, badOrderInInit},
         {"y0h, by the name of the half's own", {1, 2, 4, 7, 5, 4, 0, 1, 1.5, 1}, badY0},
         {"y1h, by the name of the half's own", {1, 2, 4, 7, 5, 4, 0, 1, 0, -tiny}, badY1},
-        {"high y before the high order", {1, 2, 4, 7, 8, 4, 0, 1, 0, nan}, badY1},
+        {"high y before the high order", {1, 2, 4, 7, 8, 4, 0, 1, 0, NaN}, badY1},
         {"high order", {1, 2, 4, 7, 8, 4, 0, 1, 0, 1}, badOrderInInit},
     };
     for (const InitRow& row : rows) {
@@ -175,7 +172,7 @@ TEST(FeatureScoreTwoSided, ScoreChecksTheLowOrderThenTheHighOrderThenTheSplit)
         TwoSided score = twoSidedOf(trapezoid);
         row.change(score);
         const std::vector<double> changed = valuesOf(score);
-        for (const double x : {-infinity, 0.0, 4.0, 100.0, nan}) {
+        for (const double x : {-infinity, 0.0, 4.0, 100.0, NaN}) {
             expectBadParams(row.message, [&] { score.score(x); });
         }
         EXPECT_EQ(valuesOf(score), changed);

@@ -8,8 +8,9 @@
 
 namespace {
 
-using trees::leafFor;
-using trees::resultFor;
+using namespace kt_test;
+
+using namespace trees;
 
 struct Comparison : kt_test::ArchivableCase<ktComparisonPredicate> {
     static constexpr const char* name = "ktComparisonPredicate";
@@ -25,7 +26,6 @@ struct Range : kt_test::ArchivableCase<ktRangePredicate> {
 
     static std::vector<ktRangePredicate> samples()
     {
-        const double infinity = std::numeric_limits<double>::infinity();
         return {ktRangePredicate(), ktRangePredicate(ktRange(-1.5, 2.0), {}),
                 ktRangePredicate(ktRange(0.25, infinity), {4, 1, 4})};
     }

@@ -1,75 +1,12 @@
-#include <clastool/decision_tree.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "trees.h"
-
-#include <functional>
-#include <limits>
-#include <string>
-#include <type_traits>
-#include <utility>
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using trees::Fields;
-using trees::leafFor;
-using trees::no;
-using trees::resultFor;
-using trees::SharedTree;
-using trees::Tree;
-using trees::yes;
+using namespace kt_test;
+using namespace trees;
 using Labels = std::vector<long>;
 using Node = ktDecisionTreeNode;
 using Leaf = ktDecisionTreeLeaf;
-
-/// A leaf whose result no constructor makes: labels as they stand, twice or more if need be.
-Leaf loadedLeaf(const Labels& labels)
-{
-    std::vector<ktClassifierCategoryResult> entries;
-    for (const long label : labels) {
-        entries.emplace_back(label, 1.0, 1.0, 0.0);
-    }
-    unsigned char version = 0;
-    double factorLog = 0.0;
-    kt_test::StoringArchive archive;
-    archive || version || version || version || entries || factorLog;
-    return kt_test::load<Leaf>(archive.bytes());
-}
-
-Node node(const ktDecisionTree& trueTree, const ktDecisionTree& falseTree)
-{
-    return {yes(), trueTree, falseTree};
-}
-
-Node missingTrue(const ktDecisionTree& falseTree)
-{
-    Node result;
-    result.predicateFunction(yes());
-    result.falseTree(falseTree);
-    return result;
-}
-
-Node missingFalse(const ktDecisionTree& trueTree)
-{
-    Node result;
-    result.predicateFunction(yes());
-    result.trueTree(trueTree);
-    return result;
-}
-
-Node missingPredicate(const ktDecisionTree& trueTree, const ktDecisionTree& falseTree)
-{
-    Node result;
-    result.trueTree(trueTree);
-    result.falseTree(falseTree);
-    return result;
-}
 
 /// Labels of its own; writes down what is done with it. Equal to every tree, unless made to be equal to none.
 class OwnTree : public ktDecisionTree {
@@ -591,13 +528,12 @@ TEST(DecisionTreeNode, PredicateSharedInOneTreeAloneIsComparedOnceWithAnother)
 
 TEST(DecisionTreeNode, WhatDoesNotEqualItselfIsNotEqualWhereItIsAPartOfBoth)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const Node unequal = node(leafFor({1}), Leaf(ktClassifierResult({{1, nan, 1.0, 0.0}}, 0.0)));
+    const Node unequal = node(leafFor({1}), Leaf(ktClassifierResult({{1, NaN, 1.0, 0.0}}, 0.0)));
     EXPECT_FALSE(unequal == unequal);
     const Node parent = node(unequal, unequal);
     EXPECT_FALSE(parent == parent);
     EXPECT_FALSE(parent == Node(parent));
-    const Node ranges(ktRangePredicate(ktRange(nan, 1.0), {0}), leafFor({1}), leafFor({1}));
+    const Node ranges(ktRangePredicate(ktRange(NaN, 1.0), {0}), leafFor({1}), leafFor({1}));
     EXPECT_FALSE(node(ranges, ranges) == node(ranges, ranges));
 }
 

@@ -1,25 +1,11 @@
-#include <clastool/decision_tree.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "trees.h"
-
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <type_traits>
 
 namespace {
 
-using kt_test::expectThrows;
+using namespace kt_test;
 using trees::Fields;
 using Predicate = ktPtrHandle_const<ktPredicateFunction>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double largest = std::numeric_limits<double>::max();
 constexpr double tiniest = std::numeric_limits<double>::denorm_min();
 constexpr long lastLong = std::numeric_limits<long>::max();
@@ -65,9 +51,9 @@ TEST(ComparisonPredicate, IsTrueExactlyWhenBothAreValidAndTheFirstIsGreater)
         {"the smallest number and 0", comparison(0, 1), first(tiniest, 0.0), true},
         {"0 and -0", comparison(0, 1), first(0.0, -0.0), false},
         {"-0 and 0", comparison(0, 1), first(-0.0, 0.0), false},
-        {"NaN on the left", comparison(0, 1), first(nan, -infinity), false},
-        {"NaN on the right", comparison(0, 1), first(infinity, nan), false},
-        {"NaN on both sides", comparison(0, 1), first(nan, nan), false},
+        {"NaN on the left", comparison(0, 1), first(NaN, -infinity), false},
+        {"NaN on the right", comparison(0, 1), first(infinity, NaN), false},
+        {"NaN on both sides", comparison(0, 1), first(NaN, NaN), false},
         {"infinity and the largest number", comparison(0, 1), first(infinity, largest), true},
         {"two infinities", comparison(0, 1), first(infinity, infinity), false},
         {"a number and -infinity", comparison(0, 1), first(-largest, -infinity), true},
@@ -93,20 +79,20 @@ TEST(RangePredicate, IsTrueExactlyWhenEveryListedMeasurementIsValidAndWithinTheR
         {"the high end", range(1.0, 2.0, {0}), one(2.0), true},
         {"just below", range(1.0, 2.0, {0}), one(std::nextafter(1.0, 0.0)), false},
         {"just above", range(1.0, 2.0, {0}), one(std::nextafter(2.0, 3.0)), false},
-        {"NaN", range(-infinity, infinity, {0}), one(nan), false},
+        {"NaN", range(-infinity, infinity, {0}), one(NaN), false},
         {"infinity in the full range", range(-infinity, infinity, {0}), one(infinity), true},
         {"-infinity in the full range", range(-infinity, infinity, {0}), one(-infinity), true},
         {"infinity above a number", range(0.0, largest, {0}), one(infinity), false},
         {"a range of one value", range(2.0, 2.0, {0}), one(2.0), true},
         {"a range with its ends swapped", range(2.0, 1.0, {0}), one(1.5), false},
-        {"a range that begins at NaN", range(nan, 2.0, {0}), one(1.5), false},
-        {"a range that ends at NaN", range(1.0, nan, {0}), one(1.5), false},
+        {"a range that begins at NaN", range(NaN, 2.0, {0}), one(1.5), false},
+        {"a range that ends at NaN", range(1.0, NaN, {0}), one(1.5), false},
         {"invalid", range(1.0, 2.0, {0}), ktFeaturePattern({1.5}, {0}), false},
         {"past the end", range(1.0, 2.0, {1}), one(1.5), false},
         {"the largest index", range(1.0, 2.0, {lastLong}), one(1.5), false},
         {"no index", range(1.0, 2.0, {}), one(9.0), true},
         {"no index, an empty range, no measurements", range(2.0, 1.0, {}), ktFeaturePattern(), true},
-        {"no index, all invalid", range(1.0, 2.0, {}), ktFeaturePattern({nan}, {0}), true},
+        {"no index, all invalid", range(1.0, 2.0, {}), ktFeaturePattern({NaN}, {0}), true},
         {"the same index twice", range(1.0, 2.0, {0, 0}), one(1.5), true},
     });
 }
@@ -131,7 +117,7 @@ TEST(ValidityPredicate, IsTrueExactlyWhenEveryListedMeasurementIsValid)
 {
     expectOutcomes({
         {"valid", validity({0}), ktFeaturePattern({1.0}, {}), true},
-        {"a valid NaN", validity({0}), ktFeaturePattern({nan}, {}), true},
+        {"a valid NaN", validity({0}), ktFeaturePattern({NaN}, {}), true},
         {"a valid infinity", validity({0}), ktFeaturePattern({infinity}, {}), true},
         {"invalid", validity({0}), ktFeaturePattern({1.0}, {0}), false},
         {"past the end", validity({1}), ktFeaturePattern({1.0}, {}), false},
@@ -156,7 +142,7 @@ TEST(Predicates, DefaultOnesLookAtTheFirstMeasurements)
         {"comparison", new ktComparisonPredicate, ktFeaturePattern({2.0, 1.0}, {}), true},
         {"range, valid", new ktRangePredicate, ktFeaturePattern({-infinity, 0.0}, {1}), true},
         {"range, invalid", new ktRangePredicate, ktFeaturePattern({1.0, 0.0}, {0}), false},
-        {"validity", new ktValidityPredicate, ktFeaturePattern({nan, 0.0}, {1}), true},
+        {"validity", new ktValidityPredicate, ktFeaturePattern({NaN, 0.0}, {1}), true},
     });
 }
 
@@ -288,7 +274,7 @@ TEST(Predicates, AreEqualToTheirLikeAlone)
 TEST(RangePredicate, RangesAreComparedAsNumbers)
 {
     EXPECT_TRUE(*range(0.0, 1.0, {0}) == *range(-0.0, 1.0, {0}));
-    const Predicate withNaN = range(nan, 1.0, {0});
+    const Predicate withNaN = range(NaN, 1.0, {0});
     EXPECT_FALSE(*withNaN == *withNaN);
     EXPECT_TRUE(*withNaN != *withNaN->clone());
 }

@@ -1,33 +1,10 @@
-#include <clastool/decision_tree.h>
-#include <clastool/nearest_neighbor.h>
-
-#include "support/archives.h"
-#include "support/failures.h"
-
 #include "tree_classifier_kit.h"
 #include "trees.h"
 
-#include <stdexcept>
-#include <type_traits>
-
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using trees::deepTree;
-using trees::Fields;
-using trees::Leaf;
-using trees::leafFor;
-using trees::Node;
-using trees::OwnTree;
-using trees::Redirected;
-using trees::resultFor;
-using trees::run;
-using trees::SharedTree;
-using trees::smallTree;
-using trees::someData;
-using trees::trained;
-using trees::trainedTool;
+using namespace kt_test;
+using namespace trees;
 
 TEST(ToolWithTree, TrainsManuallyAndAnswersWithTheLeaf)
 {

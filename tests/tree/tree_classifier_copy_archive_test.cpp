@@ -1,25 +1,10 @@
-#include <clastool/nearest_neighbor.h>
-
-#include "support/archives.h"
-#include "support/bytes.h"
-#include "support/failures.h"
-
 #include "tree_classifier_kit.h"
 #include "trees.h"
 
 namespace {
 
 using kt_test::expectBadPointer;
-using trees::Classifier;
-using trees::Fields;
-using trees::leafFor;
-using trees::Node;
-using trees::Opened;
-using trees::SharedTree;
-using trees::smallTree;
-using trees::trained;
-using trees::Tree;
-using trees::yes;
+using namespace trees;
 
 TEST(TreeClassifier, CopiesShareTheTree)
 {

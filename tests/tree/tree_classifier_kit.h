@@ -1,14 +1,8 @@
 #pragma once
 
-#include <clastool/decision_tree.h>
-
-#include "support/failures.h"
-
 #include "trees.h"
 
-#include <stdexcept>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 // What the tests of the tree classifier, and of the tool with a tree, share.
 

@@ -1,36 +1,10 @@
-#include <clastool/decision_tree.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/failures.h"
-
 #include "tree_classifier_kit.h"
 #include "trees.h"
 
-#include <limits>
-#include <stdexcept>
-
 namespace {
 
-using kt_test::Attention;
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using trees::Classifier;
-using trees::deepTree;
-using trees::Leaf;
-using trees::leafFor;
-using trees::no;
-using trees::Node;
-using trees::Opened;
-using trees::OwnTree;
-using trees::resultFor;
-using trees::run;
-using trees::smallTree;
-using trees::trained;
-using trees::trainedTool;
-using trees::Tree;
-using trees::yes;
+using namespace kt_test;
+using namespace trees;
 
 class OwnLeaf : public ktDecisionTreeLeaf {
 public:
@@ -69,7 +43,6 @@ TEST(TreeClassifierRun, SingleLeafAnswersEveryPattern)
 
 TEST(TreeClassifierRun, PredicateChoosesTheBranch)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     struct Row {
         const char* what;
         ktFeaturePattern pattern;
@@ -80,7 +53,7 @@ TEST(TreeClassifierRun, PredicateChoosesTheBranch)
              {"greater", ktFeaturePattern({2.0, 1.0}, {}), 1},
              {"equal", ktFeaturePattern({1.0, 1.0}, {}), 2},
              {"less", ktFeaturePattern({1.0, 2.0}, {}), 2},
-             {"NaN", ktFeaturePattern({nan, 1.0}, {}), 2},
+             {"NaN", ktFeaturePattern({NaN, 1.0}, {}), 2},
              {"invalid", ktFeaturePattern({2.0, 1.0}, {0}), 2},
              {"one measurement missing", ktFeaturePattern({2.0}, {}), 2},
              {"no measurements", ktFeaturePattern(), 2},
@@ -98,7 +71,6 @@ Node rangeNode(double low, double high, const std::vector<long>& indices)
 
 TEST(TreeClassifierRun, RangeChoosesTheBranch)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     struct Row {
         const char* what;
         ktFeaturePattern pattern;
@@ -114,7 +86,7 @@ TEST(TreeClassifierRun, RangeChoosesTheBranch)
              {"below", ktFeaturePattern({0.5, -1.5}, {}), 2, 2},
              {"above", ktFeaturePattern({0.5, 3.5}, {}), 2, 2},
              {"another one above", ktFeaturePattern({9.0, 2.0}, {}), 1, 2},
-             {"NaN", ktFeaturePattern({0.5, nan}, {}), 2, 2},
+             {"NaN", ktFeaturePattern({0.5, NaN}, {}), 2, 2},
              {"invalid", ktFeaturePattern({0.5, 2.0}, {1}), 2, 2},
              {"another one invalid", ktFeaturePattern({0.5, 2.0}, {0}), 1, 2},
              {"one measurement missing", ktFeaturePattern({0.5}, {}), 2, 2},

@@ -1,33 +1,10 @@
-#include <clastool/decision_tree.h>
-#include <clastool/nearest_neighbor.h>
-
-#include "support/failures.h"
-
 #include "tree_classifier_kit.h"
 #include "trees.h"
-
-#include <functional>
-#include <stdexcept>
-#include <type_traits>
-#include <utility>
 
 namespace {
 
 using kt_test::expectThrows;
-using trees::Classifier;
-using trees::deepTree;
-using trees::Leaf;
-using trees::leafFor;
-using trees::no;
-using trees::Node;
-using trees::Opened;
-using trees::OwnTree;
-using trees::Redirected;
-using trees::resultFor;
-using trees::SharedTree;
-using trees::smallTree;
-using trees::someData;
-using trees::trained;
+using namespace trees;
 
 constexpr const char* automaticText = "Automatic decision tree training is not implemented.";
 constexpr const char* incrementalText = "Incremental decision tree training is not implemented.";

@@ -1,28 +1,11 @@
 // Trees that are far deeper, or have far more ways through them, than a plain recursion could stand.
 
-#include <clastool/decision_tree.h>
-
-#include "support/allocations.h"
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/failures.h"
-
 #include "trees.h"
-
-#include <random>
-#include <set>
 
 namespace {
 
-using kt_test::Attention;
-using kt_test::expectThrows;
-using trees::doubledChain;
-using trees::leafFor;
-using trees::resultFor;
-using trees::runOnSmallStack;
-using trees::Shape;
-using trees::SharedTree;
-using trees::Tree;
+using namespace kt_test;
+using namespace trees;
 using Labels = std::vector<long>;
 using Node = ktDecisionTreeNode;
 using Leaf = ktDecisionTreeLeaf;

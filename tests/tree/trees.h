@@ -1,14 +1,7 @@
 #pragma once
 
-#include <clastool/decision_tree.h>
-
 #include "support/stacks.h"
-
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 // What the tests of decision trees build their trees of.
 
@@ -42,6 +35,49 @@ inline ktValidityPredicate yes()
 inline ktRangePredicate no()
 {
     return {ktRange(1.0, 0.0), {0}};
+}
+
+/// A leaf whose result no constructor makes: labels as they stand, twice or more if need be.
+inline ktDecisionTreeLeaf loadedLeaf(const std::vector<long>& labels)
+{
+    std::vector<ktClassifierCategoryResult> entries;
+    for (const long label : labels) {
+        entries.emplace_back(label, 1.0, 1.0, 0.0);
+    }
+    unsigned char version = 0;
+    double factorLog = 0.0;
+    kt_test::StoringArchive archive;
+    archive || version || version || version || entries || factorLog;
+    return kt_test::load<ktDecisionTreeLeaf>(archive.bytes());
+}
+
+inline ktDecisionTreeNode node(const ktDecisionTree& trueTree, const ktDecisionTree& falseTree)
+{
+    return {yes(), trueTree, falseTree};
+}
+
+inline ktDecisionTreeNode missingTrue(const ktDecisionTree& falseTree)
+{
+    ktDecisionTreeNode result;
+    result.predicateFunction(yes());
+    result.falseTree(falseTree);
+    return result;
+}
+
+inline ktDecisionTreeNode missingFalse(const ktDecisionTree& trueTree)
+{
+    ktDecisionTreeNode result;
+    result.predicateFunction(yes());
+    result.trueTree(trueTree);
+    return result;
+}
+
+inline ktDecisionTreeNode missingPredicate(const ktDecisionTree& trueTree, const ktDecisionTree& falseTree)
+{
+    ktDecisionTreeNode result;
+    result.trueTree(trueTree);
+    result.falseTree(falseTree);
+    return result;
 }
 
 enum class Shape { trueSide, falseSide, zigZag };

@@ -1,18 +1,6 @@
 #pragma once
 
-#include "support/allocations.h"
-#include "support/archives.h"
-
-#include <clastool/clastool.h>
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <optional>
-#include <string>
-#include <type_traits>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 // What may run out of memory, as a list of labelled scenarios. Each is run with its 1st, 2nd, ... allocation failing, once
 // only and once from there on, until it does without that allocation. A scenario says what the call is and what it is

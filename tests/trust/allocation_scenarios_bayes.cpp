@@ -1,9 +1,5 @@
 #include "allocation_scenarios.h"
-
 #include "bayes/bayes_kit.h"
-#include "support/training.h"
-
-#include <numeric>
 
 namespace trust {
 
@@ -278,6 +274,32 @@ void expectTrainingFailed(const Classifier& classifier, const Classifier& before
     EXPECT_FALSE(copy.isTrained());
 }
 
+/// Measurements that do not vary within a category borrow their spreads when training or loading ends.
+void listBorrowing(ScenarioList& list)
+{
+    using Run = std::pair<Classifier, ktClassifierResult>;
+    const auto data = kt_test::trainingData({{{1.0, 4.0, 8.0}, 0}, {{2.0, 4.0, 8.0}, 0}, {{7.0, 1.0, 8.0}, 1}});
+    const ktFeaturePattern query({2.0, 3.0, 5.0}, {});
+    Classifier trainedOnThem;
+    trainedOnThem.train(data, Params());
+    const auto untrained = [] { return Run(Classifier(), ktClassifierResult()); };
+    const auto fitForUse = [](const Run&) {};
+    list.leaves(
+        "Bayesian classifier: trained on what does not vary, and run", untrained,
+        [=](Run& state) {
+            state.first.train(data, Params());
+            state.first.run(query, state.second);
+        },
+        fitForUse);
+    list.leaves(
+        "Bayesian classifier: loaded with what does not vary, and run", untrained,
+        [query, bytes = kt_test::store(trainedOnThem)](Run& state) {
+            kt_test::loadInto(state.first, bytes);
+            state.first.run(query, state.second);
+        },
+        fitForUse);
+}
+
 void listClassifier(ScenarioList& list)
 {
     const auto prepare = [] { return trained(mixedParams()); };
@@ -328,6 +350,7 @@ void listClassifier(ScenarioList& list)
         [hole = ktFeaturePattern({1.0, 4.0, 0.5}, {2})](std::pair<Classifier, ktClassifierResult>& state) {
             state.first.run(hole, state.second);
         });
+    listBorrowing(list);
     list.keeps(
         "Bayesian classifier: refuses to run untrained", [] { return Classifier(); },
         refused([query](const Classifier& classifier) {

@@ -1,9 +1,5 @@
 #include "allocation_scenarios.h"
 
-#include "support/bytes.h"
-
-#include <sstream>
-
 namespace trust {
 
 namespace {

@@ -1,8 +1,6 @@
 #include "allocation_scenarios.h"
 
-#include <algorithm>
 #include <cctype>
-#include <set>
 
 namespace {
 

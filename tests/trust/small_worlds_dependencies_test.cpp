@@ -3,17 +3,9 @@
 
 #include "bayes/bayes_kit.h"
 
-#include <algorithm>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
-
 namespace {
 
-using bayes::Indices;
-using bayes::Sets;
-using bayes::Types;
+using namespace bayes;
 
 constexpr long label = 0;
 /// Has a set of its own, which nothing here may touch.

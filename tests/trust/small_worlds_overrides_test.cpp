@@ -1,16 +1,6 @@
 // Every sequence of up to four calls that set, replace, clear or are refused, against plain maps.
 
-#include "support/archives.h"
-
-#include <clastool/training_data.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 

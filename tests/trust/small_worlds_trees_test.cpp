@@ -1,14 +1,7 @@
 // Every tree of up to three levels of nodes over three predicates, each leaf with a label of its own: walked, listed,
 // stored, loaded and compared, against a plain picture of the tree.
 
-#include "support/archives.h"
-
-#include <clastool/decision_tree.h>
-
-#include <gtest/gtest.h>
-
-#include <cstddef>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 
