@@ -59,6 +59,22 @@ need_site_tools() {
     need chromium "opens the site" command -v chromium
 }
 
+need_playground_build_tools() {
+    need cmake "configures the build" command -v cmake
+    need ninja-build "runs the build" command -v ninja
+    need emscripten "compiles to WebAssembly" command -v em++
+    need esbuild "makes one file of the page's modules" command -v esbuild
+    need python3 "puts the page together" command -v python3
+}
+
+need_playground_test_tools() {
+    need_playground_build_tools
+    need_build_tools
+    need nodejs "runs the tests" command -v node
+    need npm "fetches what the tests are written with" command -v npm
+    need chromium "the browser that they drive" command -v chromium
+}
+
 # Installs what was found missing, or says what it is and stops.
 install_missing() {
     [ ${#missing[@]} -gt 0 ] || return 0
