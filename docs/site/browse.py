@@ -44,6 +44,9 @@ SHOWN = [
     "cpp/index.html",
     "cpp/ktClassifierTool.html",
     "cpp/errors.html",
+    "python.html",
+    "python/clastool.sklearn.html",
+    "docs/python-choose-by-cost.html",
     "search.html",
 ]
 # The characters of each line of text, as the browser breaks it, and what is wider than the window.
@@ -105,6 +108,9 @@ class Tour:
         self.page.on("requestfailed", lambda request: self.complain(f"request failed: {request.url}"))
         self.page.on("request", self.watch)
         self.page.on("response", self.weigh)
+
+    def shown(self):
+        return [path for path in SHOWN if (self.site / path).exists()]
 
     def complain(self, what):
         self.complaints.append(f"{self.page.url.removeprefix(self.home)}: {what}")
@@ -198,21 +204,23 @@ class Tour:
             self.expect(any(page in each for each in found), f"'{word}' finds {len(found)} pages, but not {page}")
 
     def gallery(self):
-        """Each example beside what it gives, with a download that is the program."""
+        """Each example with what it gives, and with a download that is the program."""
         self.open("gallery/index.html")
-        names = [Path(link.get_attribute("href")).stem for link in self.page.locator(".gallery a.sd-stretched-link").all()]
-        self.expect(len(names) > 0, "the gallery is empty")
-        for name in names:
-            self.open(f"gallery/{name}.html", 1920)
-            code, given = (self.page.locator(f".example .{part} pre").first for part in ("program", "output"))
-            self.expect(given.is_visible() or self.page.locator(".example .output img").count() > 0, "neither output nor picture")
-            left, right = code.bounding_box(), self.page.locator(".example .output").bounding_box()
-            self.expect(left["x"] + left["width"] <= right["x"], "the output is not beside the code")
+        links = [link.get_attribute("href") for link in self.page.locator(".gallery a.sd-stretched-link").all()]
+        self.expect(len(links) > 0, "the gallery is empty")
+        for link in links:
+            self.open("gallery/" + link, 1920)
+            code = self.page.locator(".example .program pre, .highlight-python pre").first
+            given = self.page.locator(".example .output pre, .example .output img, .highlight-text pre, article img").first
+            self.expect(given.is_visible(), "neither output nor picture")
+            if self.page.locator(".example").count():
+                left, right = code.bounding_box(), self.page.locator(".example .output").bounding_box()
+                self.expect(left["x"] + left["width"] <= right["x"], "the output is not beside the code")
             with self.page.expect_download() as started:
                 self.page.locator("a.download").first.click()
             program = Path(started.value.path()).read_text()
             self.expect(code.inner_text().strip() in program, "the download is not the program")
-        print(f"{len(names)} examples")
+        print(f"{len(links)} examples")
 
     def check_access(self, paths):
         """axe-core on some pages, light and dark."""
@@ -228,7 +236,7 @@ class Tour:
 
     def photograph(self, folder):
         folder.mkdir(parents=True, exist_ok=True)
-        for path in SHOWN:
+        for path in self.shown():
             for width in WIDTHS:
                 self.open(path + ("?q=missing" if path == "search.html" else ""), width)
                 self.page.wait_for_load_state("networkidle")
@@ -253,7 +261,7 @@ def main():
         tour.gallery()
         tour.find(tour.home)
         tour.find(site.as_uri() + "/")
-        tour.check_access(sorted({*SHOWN, *(path for path in paths if path.startswith("gallery/"))}))
+        tour.check_access(sorted({*tour.shown(), *(path for path in paths if path.startswith("gallery/"))}))
         browser.close()
     if tour.complaints:
         sys.exit("\n".join(tour.complaints))

@@ -1,6 +1,5 @@
 """How Sphinx makes the site of what stage.py has put together."""
 
-import importlib.util
 import os
 import re
 from pathlib import Path
@@ -15,10 +14,10 @@ html_short_title = "clastool"
 copyright = "the clastool authors"
 
 extensions = ["myst_parser", "sphinx_design", "sphinx_copybutton"]
-if importlib.util.find_spec("clastool"):
-    extensions += ["sphinx.ext.autodoc", "sphinx.ext.napoleon"]
-    autodoc_typehints = "description"
-    autodoc_member_order = "bysource"
+if (TOP / "python" / "pyproject.toml").exists():
+    extensions += ["sphinx.ext.autodoc"]
+    autodoc_member_order = "groupwise"
+    autodoc_typehints = "none"
 # Messages stand in the pages as they are thrown.
 smartquotes = False
 primary_domain = "cpp"
@@ -57,5 +56,29 @@ def readable_parameters(_app, _page, _template, context, _doctree):
         context["body"] = re.sub(r"<dl>(.*?)</dl>", lines, context["body"], flags=re.DOTALL)
 
 
+def readable_docstring(_app, _kind, _name, _object, _options, lines):
+    """Docstrings are written to be read in a terminal: code stands between single backticks, and a description of a parameter
+    begins a line with its name and goes on indented."""
+    blocks = [block.split("\n") for block in "\n".join(lines).strip().split("\n\n")]
+    for block in blocks:
+        named = [re.match(r"(\w+(?:, \w+)*): ", line) for line in block]
+        if named[0] and all(match or line.startswith("    ") for match, line in zip(named, block)):
+            block[:] = [f":{line}" if match else line for match, line in zip(named, block)]
+    pieces = re.split(r"(`+[^`]+`+)", "\n\n".join("\n".join(block) for block in blocks))
+    for place, piece in enumerate(pieces):
+        if piece.startswith("`"):
+            pieces[place] = f"``{piece.strip('`')}``"
+        else:
+            pieces[place] = re.sub(r"[*|]", r"\\\g<0>", piece)
+    lines[:] = ["", *"".join(pieces).split("\n"), ""]
+
+
+def skip_member(_app, _kind, name, _object, _skip, _options):
+    """scikit-learn writes the methods that route metadata itself, with a text that refers to its own pages."""
+    return True if re.fullmatch(r"set_\w+_request", name) else None
+
+
 def setup(app):
+    app.connect("autodoc-skip-member", skip_member)
     app.connect("html-page-context", readable_parameters)
+    app.connect("autodoc-process-docstring", readable_docstring)

@@ -7,6 +7,7 @@ reference from Doxygen's XML.
 The folder is laid out as the project is, so that links between pages lead where they lead on a code host.
 """
 
+import pkgutil
 import re
 import shutil
 import sys
@@ -27,6 +28,10 @@ MARKER = re.compile(r"^ *<!-- [\w./-]+\.\w+(?:: [\w-]+)? -->\n", flags=re.MULTIL
 CONDITION = re.compile(r"^<!-- if(-not)? (\S+) -->\n(.*?)^<!-- end -->\n", flags=re.MULTILINE | re.DOTALL)
 
 
+def has_python():
+    return (TOP / "python" / "pyproject.toml").exists()
+
+
 def staged(text):
     """A page as Sphinx reads it."""
     text = CONDITION.sub(lambda match: match[3] if (TOP / match[2]).exists() != bool(match[1]) else "", text)
@@ -38,19 +43,31 @@ def staged(text):
     return text
 
 
+def python_examples():
+    """The pages that are programs: text, code, what it prints and draws."""
+    return [page for page in sorted(TOP.glob("docs/python-*.md")) if page.stem != "python-benchmarks"]
+
+
+def with_download(page):
+    """A page that is a program, whose file stands in python/notebooks/, has it to download under its title."""
+    program = f"python/notebooks/{page.stem.removeprefix('python-').replace('-', '_')}.py"
+    title, rest = page.read_text().split("\n", 1)
+    return f"{title}\n\n{{download}}`Download {Path(program).name} </{program}>`\n{rest}"
+
+
 def copy_pages(folder):
     pages = [*TOP.glob("*.md"), *TOP.glob("docs/*.md"), TOP / "examples/data/README.md"]
     for page in pages:
         target = folder / page.relative_to(TOP)
         target.parent.mkdir(parents=True, exist_ok=True)
-        target.write_text(staged(page.read_text()))
+        target.write_text(staged(with_download(page) if page in python_examples() else page.read_text()))
     for page in SITE.glob("*.md"):
-        if page.name == "python.md" and not (TOP / "docs/python.md").exists():
+        if page.name == "python.md" and not has_python():
             continue
         (folder / page.name).write_text(staged(page.read_text()))
-    for part in ("docs/images", "docs/programs", "examples", "LICENSE"):
-        copy = shutil.copytree if (TOP / part).is_dir() else shutil.copy
-        copy(TOP / part, folder / part, **({"dirs_exist_ok": True, "ignore": shutil.ignore_patterns("*.md")} if copy is shutil.copytree else {}))
+    for part in ("docs/images", "docs/programs", "examples", *(["python/notebooks"] if has_python() else [])):
+        shutil.copytree(TOP / part, folder / part, dirs_exist_ok=True, ignore=shutil.ignore_patterns("*.md"))
+    shutil.copy(TOP / "LICENSE", folder)
     shutil.copytree(SITE / "_static", folder / "_static")
     return len(pages)
 
@@ -108,6 +125,19 @@ It prints, called as `{" ".join(command.split())}`:
 """
 
 
+def card(title, link, text, picture):
+    # A card is one link, so the text in it has none.
+    text = re.sub(r"\[([^]]+)\]\([^)]+\)", r"\1", text[:1].upper() + text[1:])
+    return f":::{{grid-item-card}} {title}\n:link: {link}\n:link-type: doc\n\n{text}\n\n{picture}\n:::\n"
+
+
+def python_card(page):
+    text = page.read_text()
+    title, paragraph = re.match(r"# ([^\n]*)\n\n(.*?)\n\n", text, re.DOTALL).groups()
+    pictures = re.findall(r"!\[[^]]*\]\(([^)]+)\)", text)
+    return card(title, f"/docs/{page.stem}", paragraph, f"![](/docs/{pictures[0]})" if pictures else "")
+
+
 def thumbnail(name):
     """A picture, or the first lines of what the example prints."""
     if name in PICTURES:
@@ -119,16 +149,32 @@ def thumbnail(name):
 def write_gallery(folder):
     folder.mkdir()
     examples = listed_examples()
-    cards = ""
-    for name, what in examples:
+    for name, _ in examples:
         (folder / f"{name}.md").write_text(example_page(name))
-        # A card is one link, so the text in it has none.
-        said = re.sub(r"\[([^]]+)\]\([^)]+\)", r"\1", what[:1].upper() + what[1:])
-        cards += f":::{{grid-item-card}} {title_of(name)}\n:link: {name}\n:link-type: doc\n\n{said}\n\n{thumbnail(name)}\n:::\n"
-    tree = "\n".join(name for name, _ in examples)
-    index = (SITE / "gallery" / "index.md").read_text().replace("@cards@", cards).replace("@examples@", tree)
-    (folder / "index.md").write_text(staged(index))
-    return len(examples)
+    parts = {
+        "cards": "".join(card(title_of(name), name, what, thumbnail(name)) for name, what in examples),
+        "examples": "\n".join(name for name, _ in examples),
+        "python_cards": "".join(map(python_card, python_examples())),
+        "python_examples": "\n".join(f"/docs/{page.stem}" for page in python_examples()),
+    }
+    index = staged((SITE / "gallery" / "index.md").read_text())
+    (folder / "index.md").write_text(re.sub(r"@(\w+)@", lambda match: parts[match[1]], index))
+    return len(examples) + len(python_examples())
+
+
+def write_python(folder):
+    """A page for each public module of the Python package; that of the package itself describes the errors too."""
+    if not has_python():
+        return 0
+    import clastool
+
+    modules = [found.name for found in pkgutil.iter_modules(clastool.__path__, "clastool.")]
+    public = [name for name in modules if "._" not in name and name != "clastool.errors"]
+    folder.mkdir(exist_ok=True)
+    for name in ["clastool", *public]:
+        directive = f".. automodule:: {name}\n   :members:\n   :undoc-members:\n   :show-inheritance:\n"
+        (folder / f"{name}.rst").write_text(f"{name}\n{'=' * len(name)}\n\n{directive}")
+    return 1 + len(public)
 
 
 def main():
@@ -140,7 +186,8 @@ def main():
     classes = reference.Reference(xml).write(folder / "cpp")
     result = result_picture.picture((TOP / "docs/benchmarks.md").read_text())
     (folder / "docs/images/comparison.svg").write_text(result)
-    print(f"{pages} pages, {examples} examples, {classes} classes")
+    modules = write_python(folder / "python")
+    print(f"{pages} pages, {examples} examples, {classes} classes, {modules} Python modules")
 
 
 main()
