@@ -4,13 +4,16 @@
 
 int main()
 {
-    std::istringstream csv("kind,length,weight\nsound,1.0,2.0\nsound,1.2,1.9\nbroken,1.6,2.4\n");
+    std::istringstream csv("kind,length,weight\nsound,1,2\nsound,1.2,1.9\nbroken,1.6,2.4\n");
     const ktKit::Table parts = ktKit::readCsv(csv);
-    const ktClassifierCosts costs = ktKit::costs({{0, 1}, {10, 0}});  // a broken part called sound costs 10
+    // Every mistake costs 1, but a broken part called sound costs 10.
+    const ktClassifierCosts costs = ktKit::costs({{0, 1}, {10, 0}});
     ktClassifierTool tool;
-    tool.train(parts.data, ktClassifierTrainParamsKNN(3, ktPatternDistanceMetricNorm(2.0), costs));
+    const ktPatternDistanceMetricNorm euclidean(2.0);
+    tool.train(parts.data, ktClassifierTrainParamsKNN(3, euclidean, costs));
     ktClassifierResult result;
     tool.run(*ktKit::pattern({1.1, 2.1}), result);
     const ktClassifierCategoryResult& best = ktKit::decision(result);
-    std::cout << parts.labelNames[best.categoryLabel()] << ", cost " << best.expectedCost() << "\n";
+    std::cout << parts.labelNames[best.categoryLabel()];
+    std::cout << ", cost " << best.expectedCost() << "\n";
 }

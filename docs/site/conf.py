@@ -61,9 +61,9 @@ def readable_docstring(_app, _kind, _name, _object, _options, lines):
     begins a line with its name and goes on indented."""
     blocks = [block.split("\n") for block in "\n".join(lines).strip().split("\n\n")]
     for block in blocks:
-        named = [re.match(r"(\w+(?:, \w+)*): ", line) for line in block]
+        named = [re.match(r"(?:[a-z]\w*|X)(?:, [a-z]\w*)*: ", line) for line in block]
         if named[0] and all(match or line.startswith("    ") for match, line in zip(named, block)):
-            block[:] = [f":{line}" if match else line for match, line in zip(named, block)]
+            block[:] = [f":param {line}" if match else line for match, line in zip(named, block)]
     pieces = re.split(r"(`+[^`]+`+)", "\n\n".join("\n".join(block) for block in blocks))
     for place, piece in enumerate(pieces):
         if piece.startswith("`"):
