@@ -13,11 +13,9 @@ html_title = f"clastool {version}"
 html_short_title = "clastool"
 copyright = "the clastool authors"
 
-extensions = ["myst_parser", "sphinx_design", "sphinx_copybutton"]
-if (TOP / "python" / "pyproject.toml").exists():
-    extensions += ["sphinx.ext.autodoc"]
-    autodoc_member_order = "groupwise"
-    autodoc_typehints = "none"
+extensions = ["myst_parser", "sphinx.ext.autodoc", "sphinx_design", "sphinx_copybutton"]
+autodoc_member_order = "groupwise"
+autodoc_typehints = "none"
 # Messages stand in the pages as they are thrown.
 smartquotes = False
 primary_domain = "cpp"

@@ -17,7 +17,7 @@ from pathlib import Path
 import reference
 import result_picture
 
-SITE = Path(__file__).parent
+SITE = Path(__file__).resolve().parent
 TOP = SITE.parent.parent
 # The pictures that examples draw, beside what they print.
 PICTURES = {
@@ -43,16 +43,40 @@ def staged(text):
     return text
 
 
+def notebook_of(page):
+    """The program whose run a page of docs/ shows, or None."""
+    program = TOP / f"python/notebooks/{page.stem.removeprefix('python-').replace('-', '_')}.py"
+    return program if page.stem.startswith("python-") and program.exists() else None
+
+
 def python_examples():
-    """The pages that are programs: text, code, what it prints and draws."""
-    return [page for page in sorted(TOP.glob("docs/python-*.md")) if page.stem != "python-benchmarks"]
+    return [page for page in sorted(TOP.glob("docs/python-*.md")) if notebook_of(page)]
 
 
 def with_download(page):
-    """A page that is a program, whose file stands in python/notebooks/, has it to download under its title."""
-    program = f"python/notebooks/{page.stem.removeprefix('python-').replace('-', '_')}.py"
-    title, rest = page.read_text().split("\n", 1)
-    return f"{title}\n\n{{download}}`Download {Path(program).name} </{program}>`\n{rest}"
+    """A page that shows the run of a program has it to download under its title."""
+    text, program = page.read_text(), notebook_of(page)
+    if not program:
+        return text
+    title, rest = text.split("\n", 1)
+    return f"{title}\n\n[Download {program.name}](../{program.relative_to(TOP)})\n{rest}"
+
+
+def take_files(page, folder, text):
+    """A link to a file that is no page becomes a download; of a link to a folder the text stays."""
+
+    def linked(match):
+        label, target = match.groups()
+        path = (page.parent / target.partition("#")[0]).resolve()
+        if path.is_dir():
+            return label
+        if path.is_file() and path.suffix != ".md" and TOP in path.parents:
+            copy = folder / path.relative_to(TOP)
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(path, copy)
+        return match[0]
+
+    return re.sub(r"(?<!!)\[([^]]+)\]\(([^)\s:/][^)\s:]*)\)", linked, text)
 
 
 def copy_pages(folder):
@@ -60,12 +84,12 @@ def copy_pages(folder):
     for page in pages:
         target = folder / page.relative_to(TOP)
         target.parent.mkdir(parents=True, exist_ok=True)
-        target.write_text(staged(with_download(page) if page in python_examples() else page.read_text()))
+        target.write_text(take_files(page, folder, staged(with_download(page))))
     for page in SITE.glob("*.md"):
         if page.name == "python.md" and not has_python():
             continue
         (folder / page.name).write_text(staged(page.read_text()))
-    for part in ("docs/images", "docs/programs", "examples", *(["python/notebooks"] if has_python() else [])):
+    for part in ("docs/images", "docs/programs", "examples"):
         shutil.copytree(TOP / part, folder / part, dirs_exist_ok=True, ignore=shutil.ignore_patterns("*.md"))
     shutil.copy(TOP / "LICENSE", folder)
     shutil.copytree(SITE / "_static", folder / "_static")
