@@ -105,7 +105,7 @@ class Tour:
         self.bytes = 0
         self.page.on("console", lambda said: said.type == "error" and self.complain(f"console: {said.text}"))
         self.page.on("pageerror", lambda error: self.complain(f"script: {error}"))
-        self.page.on("requestfailed", lambda request: self.complain(f"request failed: {request.url}"))
+        self.page.on("requestfailed", self.note_failure)
         self.page.on("request", self.watch)
         self.page.on("response", self.weigh)
 
@@ -122,6 +122,11 @@ class Tour:
     def watch(self, request):
         if not request.url.startswith((self.home, "data:", "blob:", self.site.as_uri())):
             self.complain(f"request that leaves the site: {request.url}")
+
+    def note_failure(self, request):
+        # A page that is left ends the requests that are on their way.
+        if request.failure != "net::ERR_ABORTED":
+            self.complain(f"request failed: {request.url}: {request.failure}")
 
     def weigh(self, response):
         path = self.site / re.sub(r"[?#].*", "", response.url.removeprefix(self.home))
