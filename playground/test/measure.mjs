@@ -10,10 +10,14 @@ async function drag(page, from) {
     const start = await pixelOf(page, from.x, from.y);
     await page.evaluate(() => {
         window.coarse = 0;
+        window.frames = [];
+        if (window.isWatched) {
+            return;
+        }
+        window.isWatched = true;
         new PerformanceObserver((list) => {
             window.coarse += list.getEntriesByName("coarse picture").length;
         }).observe({ entryTypes: ["measure"] });
-        window.frames = [];
         const note = (time) => {
             window.frames.push(time);
             requestAnimationFrame(note);
@@ -46,32 +50,33 @@ const cases = [
     ["rules, 2", "rules", []],
 ];
 
+async function openCase(technique, sliders) {
+    const page = await open();
+    await choose(page, "#data", "six");
+    await choose(page, "#technique", technique);
+    for (const [selector, value] of sliders) {
+        await slide(page, selector, value);
+    }
+    for (const cut of technique === "tree" ? ["Cut x at leaf 1", "Cut y at leaf 2", "Cut y at leaf 1"] : []) {
+        await page.getByRole("button", { name: cut }).click();
+    }
+    await drawn(page);
+    return page;
+}
+
 await startBrowser();
 for (const [name, technique, sliders] of cases) {
-    const fine = [];
-    let last;
-    for (let round = 0; round < 5; ++round) {
-        const page = await open();
-        await choose(page, "#data", "six");
-        await choose(page, "#technique", technique);
-        for (const [selector, value] of sliders) {
-            await slide(page, selector, value);
-        }
-        let from = { x: 5, y: 5 };
-        if (technique === "tree") {
-            for (const cut of ["Cut x at leaf 1", "Cut y at leaf 2", "Cut y at leaf 1"]) {
-                await page.getByRole("button", { name: cut }).click();
-            }
-            await drawn(page);
-        } else if (technique === "rules") {
-            from = { x: 4, y: 5 };
-        }
-        last = await drag(page, from);
-        fine.push(last.fine);
-        await page.close();
+    const page = await openCase(technique, sliders);
+    const rounds = [];
+    for (let round = 0; round < 3; ++round) {
+        // What is dragged is a point, a cut or a breakpoint.
+        rounds.push(await drag(page, { x: technique === "rules" ? 4 : 5, y: 5 }));
     }
-    console.log(`${name}: fine picture ${middle(fine).toFixed(0)} ms (at most ${Math.max(...fine).toFixed(0)}) after the last movement; `
-        + `${last.frames} frames, ${last.coarse} coarse pictures, ${last.moves} movements in 2 s; `
-        + `a frame ${last.usual.toFixed(1)} ms, the longest ${last.longest.toFixed(1)} ms`);
+    await page.close();
+    const [late, usual] = [rounds.map(({ fine }) => fine), rounds.map((round) => round.usual)];
+    const sum = (what) => rounds.reduce((all, round) => all + round[what], 0);
+    console.log(`${name}: fine picture ${middle(late).toFixed(0)} ms (at most ${Math.max(...late).toFixed(0)}) after the last movement; `
+        + `${sum("frames")} frames, ${sum("coarse")} coarse pictures, ${sum("moves")} movements in 6 s; `
+        + `a frame ${middle(usual).toFixed(1)} ms, the longest ${Math.max(...rounds.map(({ longest }) => longest)).toFixed(1)} ms`);
 }
 await stopBrowser();

@@ -39,6 +39,23 @@ async function openSix(technique, options) {
     return page;
 }
 
+/** Sets whatever a technique has to something else than at the start. */
+async function unsettle(page, technique) {
+    const sliders = {
+        neighbors: [["#k", 7], ["#order", 3]],
+        independent: [["#frequencies input >> nth=3", 4]],
+        joint: [["#frequencies input >> nth=1", 2.5]],
+        tree: [["#tree input >> nth=0", 4.55]],
+        rules: [["#threshold", 0.4], ['input[aria-label="Rule 1, x, 1 up to"]', 5.25]],
+    };
+    for (const [selector, value] of sliders[technique]) {
+        await slide(page, selector, value);
+    }
+    if (technique !== "rules") {
+        await slide(page, "#costs input >> nth=4", 6);
+    }
+}
+
 // Two at a time, because a machine of two processors has room for that.
 describe("The page", { concurrency: 2 }, () => {
     test("opens from a folder and from a server, and asks for nothing else", async () => {
@@ -218,6 +235,19 @@ describe("The points", () => {
 });
 
 describe("The techniques", () => {
+    test("are drawn in 250 cells each way at last", async () => {
+        const page = await open();
+        await choose(page, "#data", "empty");
+        await choose(page, "#technique", "rules");
+        // Rule 1 passes from 3.15 on, between the middles of two fine cells, within one cell of the coarse pictures.
+        await slide(page, 'input[aria-label="Rule 1, x, 0 up to"]', 2.3);
+        for (const y of [0.5, 5, 9.5]) {
+            assert.notDeepEqual(await colorAt(page, 3.14, y), areaOf(0));
+            assert.deepEqual(await colorAt(page, 3.18, y), areaOf(0));
+        }
+        await page.close();
+    });
+
     test("neighbours follow k and the order of the norm", async () => {
         const page = await openSix("neighbors");
         const five = await picture(page);
@@ -357,9 +387,7 @@ describe("The address", () => {
     for (const technique of techniques) {
         test(`holds the state of ${technique}`, async () => {
             const page = await openSix(technique);
-            if (technique !== "rules") {
-                await slide(page, "#costs input >> nth=1", 3.5);
-            }
+            await unsettle(page, technique);
             const before = { picture: await picture(page), address: page.url() };
             const again = await open({ hash: new URL(page.url()).hash });
             assert.equal(await picture(again), before.picture);
@@ -420,9 +448,7 @@ describe("What is saved", { concurrency: 2 }, () => {
             const own = path.join(folder, technique);
             fs.mkdirSync(own);
             const page = await openSix(technique);
-            if (technique !== "rules") {
-                await slide(page, "#costs input >> nth=4", 6);
-            }
+            await unsettle(page, technique);
             const archive = await saved(page, "#save-archive");
             assert.equal(archive.name, "classifier.ktar");
             const source = await saved(page, "#save-cpp");
@@ -447,6 +473,10 @@ describe("What is saved", { concurrency: 2 }, () => {
             const loader = await compiled(path.join(own, "loaded.cpp"), path.join(own, "loaded"));
             fs.copyFileSync(archive.file, path.join(own, "classifier.ktar"));
             await compare(page, (x, y) => execFileSync(loader, [x, y], { encoding: "utf8", cwd: own }));
+            if (process.env.PLAYGROUND_PYTHON !== undefined && technique !== "rules") {
+                const python = await saved(page, "#save-python");
+                await compare(page, (x, y) => execFileSync(process.env.PLAYGROUND_PYTHON, [python.file, x, y], { encoding: "utf8", cwd: own }));
+            }
             const again = await open({ hash: new URL(page.url()).hash });
             await answerAt(again, 5.5, 8.8);
             assert.equal(await picture(again), await picture(page));
@@ -459,6 +489,7 @@ describe("What is saved", { concurrency: 2 }, () => {
 
         test(`of ${technique} is a Python program`, async () => {
             const page = await openSix(technique);
+            await unsettle(page, technique);
             const source = await saved(page, "#save-python");
             assert.equal(source.name, "playground.py");
             const file = path.join(folder, `${technique}.py`);
