@@ -1,5 +1,5 @@
 // How fast the page redraws, in a browser: for each technique, 300 points of six categories, while a point, a cut, a breakpoint or a
-// slider is dragged for two seconds. Prints a line each; docs/playground.md holds those of one machine.
+// slider is dragged for two seconds. Prints a line each. Other work on the machine shows in the figures.
 
 import { choose, drawn, open, pixelOf, slide, startBrowser, stopBrowser } from "./browser.js";
 
