@@ -1,0 +1,3 @@
+#include "parts.h"
+
+void bindGenerators(nb::module_&) {}

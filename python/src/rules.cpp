@@ -1,0 +1,3 @@
+#include "parts.h"
+
+void bindRules(nb::module_&) {}

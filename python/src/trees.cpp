@@ -1,0 +1,3 @@
+#include "parts.h"
+
+void bindTrees(nb::module_&) {}
