@@ -6,6 +6,7 @@ import argparse
 import csv
 import os
 import sys
+import warnings
 from collections.abc import Sequence
 from typing import Any
 
@@ -85,25 +86,28 @@ def _parameters(tool: ClassifierTool) -> list[tuple[str, Any]]:
 def _predict(options: argparse.Namespace) -> None:
     estimator = saved_estimator(options.file)
     tool = ClassifierTool.load(options.file) if estimator is None else estimator.tool_
-    names, rows = _read_table(options.data)
+    names, cells = _read_table(options.data)
     count = None if tool.technique == "tree" else tool.num_measurements
-    rows = _measurements(options, names, rows, count)
+    rows = _measurements(options, names, cells, count)
     if estimator is None:
         run = tool.run_rows(rows)
         classes, decided, probabilities, expected = run.categories, run.labels, run.class_scores, run.expected_costs
     else:
-        classes, decided = estimator.classes_, estimator.predict(rows)
-        probabilities, expected = estimator.predict_proba(rows), estimator.expected_costs(rows)
+        with warnings.catch_warnings():
+            # The columns were chosen by name already, or have none.
+            warnings.filterwarnings("ignore", "X does not have valid feature names")
+            classes, decided = estimator.classes_, estimator.predict(rows)
+            probabilities, expected = estimator.predict_proba(rows), estimator.expected_costs(rows)
     header = ["decision", *(f"probability {name}" for name in classes), *(f"expected cost {name}" for name in classes)]
     _write_table(options.output, header, decided, np.hstack([probabilities, expected]))
 
 
 def _measurements(
-    options: argparse.Namespace, names: list[str] | None, rows: list[list[str]], count: int | None
+    options: argparse.Namespace, names: list[str] | None, cells: list[list[str]], count: int | None
 ) -> npt.NDArray[np.float64]:
     """The columns that the tool knows by name, or all of them, as numbers."""
     wanted = saved_feature_names(options.file)
-    places = list(range(len(rows[0])))
+    places = list(range(len(cells[0])))
     if names is not None and wanted is not None:
         lacking = [name for name in wanted if name not in names]
         if lacking:
@@ -111,8 +115,8 @@ def _measurements(
         places = [names.index(name) for name in wanted]
     if count is not None and len(places) != count:
         raise ValueError(f"{options.data}: has {len(places)} columns, but the tool was trained on {count} measurements")
-    numbers = np.empty((len(rows), len(places)))
-    for i, row in enumerate(rows):
+    numbers = np.empty((len(cells), len(places)))
+    for i, row in enumerate(cells):
         for j, place in enumerate(places):
             cell = row[place].strip()
             try:

@@ -108,4 +108,4 @@ def settle_ties(expected: Floats) -> Floats:
 def decide(expected: Floats, probabilities: Floats) -> npt.NDArray[np.intp]:
     """The class of least expected cost in each row; of equal ones the more probable, then the first."""
     cheapest = expected == expected.min(axis=1, keepdims=True)
-    return np.where(cheapest, probabilities, -1.0).argmax(axis=1)
+    return np.asarray(np.where(cheapest, probabilities, -1.0).argmax(axis=1), dtype=np.intp)

@@ -35,7 +35,7 @@ def _axes(ax: Axes | None, width: float = 5.0, height: float = 4.0) -> Axes:
 
 
 def _colors(count: int) -> Any:
-    return colormaps["tab10" if count <= 10 else "tab20"].colors
+    return colormaps["tab10" if count <= 10 else "tab20"](np.arange(count) % 20)[:, :3]
 
 
 class DecisionRegionsDisplay:
@@ -100,7 +100,7 @@ class DecisionRegionsDisplay:
         """Draws the regions."""
         self.ax_ = _axes(ax)
         self.figure_ = self.ax_.figure
-        colors = np.vstack([np.array(_colors(len(self.classes)))[: len(self.classes)], [0.5, 0.5, 0.5]])
+        colors = np.vstack([_colors(len(self.classes)), [0.5, 0.5, 0.5]])
         highest = self.expected.max()
         paleness = 0.35 + 0.6 * (self.expected / highest if highest > 0.0 else self.expected)
         image = paleness[..., np.newaxis] + (1.0 - paleness[..., np.newaxis]) * colors[self.decided]
@@ -249,7 +249,7 @@ class ScoringFunctionDisplay:
     ) -> ScoringFunctionDisplay:
         """The function between two measurements."""
         x = np.linspace(low, high, 401)
-        return cls(x=x, scores=np.array([function.score(value) for value in x.tolist()]), name=name).plot(ax=ax)
+        return cls(x=x, scores=np.array([function(value) for value in x.tolist()]), name=name).plot(ax=ax)
 
     def plot(self, *, ax: Axes | None = None) -> ScoringFunctionDisplay:
         """Draws the scores."""
@@ -364,7 +364,7 @@ class TreeDisplay:
     def _text(self, node: Any) -> str:
         if isinstance(node, Leaf):
             best = node.result.decision
-            name = str(best.category_label) if self.class_names is None else self.class_names[best.category_label]
+            name = str(best.label) if self.class_names is None else self.class_names[best.label]
             return f"{name}\ncost {best.expected_cost:.3g}"
         predicate = node.predicate
         if not isinstance(predicate, RangePredicate) or len(predicate.indices) != 1:

@@ -41,7 +41,7 @@ def write_iris(path: Path, header: bool = True) -> None:
 def test_show_says_what_a_file_holds(tmp_path: Path) -> None:
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES, KNNParams(7))
-    tool.save(tmp_path / "knn")
+    tool.save(str(tmp_path / "knn"))
     shown = command("show", tmp_path / "knn")
     assert (shown.returncode, shown.stderr) == (0, "")
     size = (tmp_path / "knn").stat().st_size
@@ -54,11 +54,11 @@ def test_show_says_what_a_file_holds(tmp_path: Path) -> None:
 
 def test_show_knows_every_technique(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
     BayesCostClassifier(groups="all").fit(IRIS, np.array(["a", "b", "c"])[SPECIES]).save(tmp_path / "bayes")
-    from_sklearn(DecisionTreeClassifier().fit(IRIS, SPECIES)).save(tmp_path / "tree")
-    ClassifierTool().save(tmp_path / "empty")
+    from_sklearn(DecisionTreeClassifier().fit(IRIS, SPECIES)).save(str(tmp_path / "tree"))
+    ClassifierTool().save(str(tmp_path / "empty"))
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES, BayesParams())
-    tool.save(tmp_path / "plain", plain=True)
+    tool.save(str(tmp_path / "plain"), plain=True)
     lines = {}
     for name in ("bayes", "tree", "empty", "plain"):
         assert main(["show", str(tmp_path / name)]) == 0
@@ -75,7 +75,7 @@ def test_show_knows_every_technique(tmp_path: Path, capsys: pytest.CaptureFixtur
 def test_predict_applies_a_tool(header: bool, tmp_path: Path) -> None:
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES, BayesParams())
-    tool.save(tmp_path / "tool")
+    tool.save(str(tmp_path / "tool"))
     write_iris(tmp_path / "data.csv", header)
     done = command("predict", tmp_path / "tool", tmp_path / "data.csv", "-o", tmp_path / "out.csv")
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
@@ -107,11 +107,11 @@ def test_predict_takes_gaps_and_trees(tmp_path: Path) -> None:
     (tmp_path / "data.csv").write_text("a,b\n1,\nNA,2\nnan,NaN\n")
     tool = ClassifierTool()
     tool.train([[0.0, 0.0], [1.0, 1.0], [4.0, 5.0], [5.0, 4.0]], [0, 0, 1, 1], BayesParams())
-    tool.save(tmp_path / "tool")
+    tool.save(str(tmp_path / "tool"))
     assert main(["predict", str(tmp_path / "tool"), str(tmp_path / "data.csv"), "-o", str(tmp_path / "out.csv")]) == 0
     assert [row[0] for row in read(tmp_path / "out.csv")[1]] == ["0", "0", "0"]
     tree = from_sklearn(DecisionTreeClassifier(random_state=0).fit(IRIS, SPECIES))
-    tree.save(tmp_path / "tree")
+    tree.save(str(tmp_path / "tree"))
     write_iris(tmp_path / "iris.csv")
     assert main(["predict", str(tmp_path / "tree"), str(tmp_path / "iris.csv"), "-o", str(tmp_path / "out.csv")]) == 0
     assert [int(row[0]) for row in read(tmp_path / "out.csv")[1]] == SPECIES.tolist()
@@ -121,7 +121,7 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES, BayesParams())
     good, data, out = tmp_path / "good", tmp_path / "data.csv", tmp_path / "out.csv"
-    tool.save(good)
+    tool.save(str(good))
     content = good.read_bytes()
     damaged = tmp_path / "damaged"
     for length in (0, 5, 12, len(content) // 2, len(content) - 1):
@@ -145,6 +145,7 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
         assert main(["predict", str(good), str(data), "-o", str(out)]) == 1
         assert capsys.readouterr().err == f"clastool: {data}: {message}\n"
     assert main(["show", str(tmp_path / "none")]) == 1
+    assert capsys.readouterr().err == f"clastool: {tmp_path / 'none'}: cannot be read\n"
     assert not out.exists()
     BayesCostClassifier().fit(pd.DataFrame(IRIS, columns=NAMES), SPECIES).save(good)
     data.write_text("a,b,c,d\n1,2,3,4\n")

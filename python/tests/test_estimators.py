@@ -172,7 +172,7 @@ def test_binomial_measurements_have_maxima() -> None:
     for distribution in (["binomial", "normal"], {0: "binomial"}):
         for max_values in (10, [10, 1], {0: 10}):
             model = BayesCostClassifier(distribution=distribution, max_values=max_values).fit(X, y)
-            first = model.tool_.densities()[0]
+            first = next(density for density in model.tool_.densities() if density.label == 0)
             assert first.theta == pytest.approx(counts[y == 0].mean() / 10)
             assert model.score(X, y) > 0.85
     whole = BayesCostClassifier(distribution="binomial", max_values=10).fit(X[:, :1], y)
@@ -200,7 +200,8 @@ def test_missing_measurements_are_left_out_by_bayes() -> None:
     np.testing.assert_allclose(model.predict_proba(gaps), others.predict_proba(X[:, [0, 2]]), rtol=1e-12)
     np.testing.assert_allclose(model.predict_proba(np.full((1, 4), np.nan))[0], model.class_prior_, rtol=1e-15)
     learnt = BayesCostClassifier().fit(np.where(X > 2.0, np.nan, X), y)
-    assert learnt.tool_.densities()[0].mean[0] == pytest.approx(X[(y == 0) & (X[:, 0] <= 2.0), 0].mean())
+    first = next(density for density in learnt.tool_.densities() if density.label == 0)
+    assert first.mean[0] == pytest.approx(X[(y == 0) & (X[:, 0] <= 2.0), 0].mean())
 
 
 def test_missing_measurements_are_refused_by_neighbors_by_name() -> None:
@@ -541,7 +542,7 @@ def test_loaded_estimators_answer_to_the_bit(model: Any, tmp_path: Path) -> None
 def test_tool_in_the_file_is_the_estimator_without_python(tmp_path: Path) -> None:
     model = KNeighborsCostClassifier(7, p=1, costs=COSTS).fit(IRIS, SPECIES)
     model.save(tmp_path / "model")
-    tool = ClassifierTool.load(tmp_path / "model")
+    tool = ClassifierTool.load(str(tmp_path / "model"))
     assert tool.params.k == 7 and tool.params.metric == Norm(1.0)
     rows = tool.run_rows(IRIS)
     assert np.array_equal(rows.class_scores, model.predict_proba(IRIS))
@@ -552,7 +553,7 @@ def test_tool_in_the_file_is_the_estimator_without_python(tmp_path: Path) -> Non
 def test_tool_of_a_c_program_becomes_an_estimator(tmp_path: Path) -> None:
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES + 4, KNNParams(9, Norm(1.0), Costs(1.0, {(4, 5): 3.0})))
-    tool.save(tmp_path / "knn")
+    tool.save(str(tmp_path / "knn"))
     model = KNeighborsCostClassifier.load(tmp_path / "knn")
     assert model.classes_.tolist() == [4, 5, 6] and model.costs_.tolist() == [[0, 3, 1], [1, 0, 1], [1, 1, 0]]
     assert model.n_neighbors == 9 and model.p == 1.0 and model.class_count_.tolist() == [50, 50, 50]
@@ -562,7 +563,7 @@ def test_tool_of_a_c_program_becomes_an_estimator(tmp_path: Path) -> None:
     types = DistributionTypes()
     types.set_dependent(5, [1, 2])
     tool.train(IRIS, SPECIES + 4, BayesParams(types, Frequencies(1.0, {6: 2.0}), Costs(2.0)))
-    tool.save(tmp_path / "bayes")
+    tool.save(str(tmp_path / "bayes"))
     bayes = BayesCostClassifier.load(tmp_path / "bayes")
     assert bayes.groups == {5: [[1, 2]]} and bayes.class_prior_.tolist() == [0.25, 0.25, 0.5]
     assert np.array_equal(bayes.expected_costs(IRIS), tool.run_rows(IRIS).expected_costs)

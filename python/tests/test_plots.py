@@ -94,16 +94,16 @@ def test_cost_ratio_is_as_estimators_with_these_costs() -> None:
 
 
 def test_scoring_functions_and_rule_tables() -> None:
-    one, two = FeatureScoreOneSided(2.0, 4.0, 3.0, 1.0, 0.0), FeatureScoreTwoSided(1, 2, 1.5, 5, 6, 5.5, 0, 1, 1, 0)
+    one, two = FeatureScoreOneSided(2, 3, 4, 1, 0), FeatureScoreTwoSided(1, 1.5, 2, 5, 5.5, 6, 0, 1, 1, 0)
     display = ScoringFunctionDisplay.from_function(one, 0.0, 6.0, name="length")
     line = display.ax_.lines[0]
     assert [float(x) for x in line.get_xdata()[[0, -1]]] == [0.0, 6.0]  # type: ignore[call-overload,index]
-    assert display.scores.tolist() == [one.score(x) for x in display.x.tolist()]
+    assert display.scores.tolist() == [one(x) for x in display.x.tolist()]
     table = RuleTable([Rule([one, two], 3), Rule([FeatureScoreIgnore(), one], 7)])
     rules = RuleTableDisplay.from_table(table, [(0, 6), (0, 8)], names=["length", "width"])
     assert rules.axes_.shape == (2, 2)
     assert rules.axes_[1, 0].get_ylabel() == "label 7\nscore" and rules.axes_[0, 1].get_xlabel() == "width"
-    assert rules.axes_[0, 1].lines[0].get_ydata().tolist() == [two.score(x) for x in np.linspace(0, 8, 401).tolist()]
+    assert rules.axes_[0, 1].lines[0].get_ydata().tolist() == [two(x) for x in np.linspace(0, 8, 401).tolist()]
 
 
 def test_tree_shows_questions_and_decisions() -> None:

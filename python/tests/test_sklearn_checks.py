@@ -12,10 +12,9 @@ from sklearn.utils.estimator_checks import parametrize_with_checks
 @parametrize_with_checks(
     [
         KNeighborsCostClassifier(),
-        KNeighborsCostClassifier(n_neighbors=1, p=1.5, n_jobs=2, reject_quantile=0.0, reject_label=0),
+        KNeighborsCostClassifier(n_neighbors=1, p=1.5, n_jobs=2),
         BayesCostClassifier(),
         BayesCostClassifier(priors="equal", groups="all", n_jobs=2),
-        BayesCostClassifier(groups="all", reject_quantile=0.0, reject_label=0),
     ]
 )
 def test_scikit_learn_finds_nothing(estimator: Any, check: Callable[[Any], None]) -> None:
