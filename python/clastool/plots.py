@@ -30,6 +30,10 @@ __all__ = [
 ]
 
 
+# The score of a function that takes no part in its rule.
+_IGNORED = -1.0
+
+
 def _axes(ax: Axes | None, width: float = 5.0, height: float = 4.0) -> Axes:
     return plt.subplots(figsize=(width, height), layout="constrained")[1] if ax is None else ax
 
@@ -230,7 +234,8 @@ class CostRatioDisplay:
         for place, label in enumerate(self.classes):
             self.ax_.plot(self.ratios, self.fixed[:, place], ":", label=f"always {label}")
         self.ax_.set(xscale="log", xlabel=f"cost of {self.mistake[0]} taken for {self.mistake[1]}", ylabel="mean cost")
-        self.ax_.set_ylim(0.0, 1.3 * max(self.paid.max(), self.expected.max(), np.finfo(float).tiny))
+        highest = max(self.paid.max(), self.expected.max(), self.fixed.min(axis=1).max())
+        self.ax_.set_ylim(0.0, 1.2 * highest if highest > 0.0 else 1.0)
         self.ax_.legend()
         return self
 
@@ -255,8 +260,12 @@ class ScoringFunctionDisplay:
         """Draws the scores."""
         self.ax_ = _axes(ax)
         self.figure_ = self.ax_.figure
-        self.ax_.plot(self.x, self.scores)
-        self.ax_.set(xlabel=self.name, ylabel="score")
+        if np.all(self.scores == _IGNORED):
+            self.ax_.text(0.5, 0.5, "ignored", transform=self.ax_.transAxes, ha="center", va="center", color="0.5")
+            self.ax_.set_xlim(self.x[0], self.x[-1])
+        else:
+            self.ax_.plot(self.x, self.scores)
+        self.ax_.set(xlabel=self.name, ylabel="score", ylim=(-0.05, 1.05))
         return self
 
 

@@ -103,6 +103,7 @@ def test_scoring_functions_and_rule_tables() -> None:
     rules = RuleTableDisplay.from_table(table, [(0, 6), (0, 8)], names=["length", "width"])
     assert rules.axes_.shape == (2, 2)
     assert rules.axes_[1, 0].get_ylabel() == "label 7\nscore" and rules.axes_[0, 1].get_xlabel() == "width"
+    assert [text.get_text() for text in rules.axes_[1, 0].texts] == ["ignored"] and not rules.axes_[1, 0].lines
     assert rules.axes_[0, 1].lines[0].get_ydata().tolist() == [two(x) for x in np.linspace(0, 8, 401).tolist()]
 
 
