@@ -281,7 +281,10 @@ def _tool_labels(classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
 
 
 def _to_tool(y: npt.NDArray[Any], classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
-    return _tool_labels(classes)[np.searchsorted(classes, y)]
+    labels = _tool_labels(classes)
+    if np.array_equal(labels, classes):
+        return np.asarray(y, dtype=np.int64)
+    return labels[np.searchsorted(classes, y)]
 
 
 def _common_dtype(classes: npt.NDArray[Any], label: Any) -> np.dtype[Any]:
