@@ -98,6 +98,7 @@ def test_class_without_votes_is_decided_for_if_it_is_the_cheapest() -> None:
         ([0, 0, 0, 1], [[0, 1], [3, 0]], 0),  # costs are equal: the more probable one
         ([0, 1, 1, 1], [[0, 3], [1, 0]], 1),
         ([0, 0, 0, 1], [[0, 0.1], [0.3, 0]], 0),  # 3 times 0.1 is not 0.3 in floating point
+        ([0, 0, 0, 1], [[0, 0.7], [2.1, 0]], 0),  # and 3 times 0.7 is less than 2.1
         ([0, 0, 0, 1], [[0, 0.099999], [0.3, 0]], 1),  # a small difference counts
         ([0, 1], [[0, 0], [0, 0]], 0),  # nothing costs anything
     ],
