@@ -188,7 +188,8 @@ def run(case: str, kernels: str | None) -> list[Row]:
     done = subprocess.run(
         [sys.executable, __file__, "--case", case], env=environment, stdout=subprocess.PIPE, text=True, check=True
     )
-    return [Row(*line.split("\t")[:3], is_met=line.split("\t")[3] == "True") for line in done.stdout.splitlines()]
+    rows = [line.split("\t") for line in done.stdout.splitlines()]
+    return [Row(what, found, demand, is_met == "True") for what, found, demand, is_met in rows]
 
 
 def processor() -> str:

@@ -102,7 +102,7 @@ def _checksum(path: str) -> str:
 def _of_tool(cls: Any, tool: ClassifierTool) -> Any:
     """An estimator around a tool of a C++ program."""
     classes = tool.categories
-    params = tool.params
+    params: Any = tool.params
     estimator = cls()
     matrix = np.zeros((len(classes), len(classes)))
     for true, assigned in np.argwhere(~np.eye(len(classes), dtype=bool)):

@@ -470,7 +470,7 @@ class BayesCostClassifier(_CostClassifier):
         highest = joint.max(axis=1, keepdims=True)
         joint -= highest
         costs = np.exp(joint, out=joint) @ self.costs_
-        decided = costs.argmin(axis=1)
+        decided: npt.NDArray[np.intp] = costs.argmin(axis=1)
         rows = np.arange(len(costs))
         least = costs[rows, decided]
         costs[rows, decided] = np.inf

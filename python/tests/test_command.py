@@ -40,14 +40,15 @@ def write_iris(path: Path, header: bool = True) -> None:
 
 def test_show_says_what_a_file_holds(tmp_path: Path) -> None:
     tool = ClassifierTool()
-    tool.train(IRIS, SPECIES, KNNParams(7))
+    params = KNNParams(7)
+    tool.train(IRIS, SPECIES, params)
     tool.save(str(tmp_path / "knn"))
     shown = command("show", tmp_path / "knn")
     assert (shown.returncode, shown.stderr) == (0, "")
     size = (tmp_path / "knn").stat().st_size
     assert shown.stdout == (
         "technique: neighbors\ncategories: 0, 1, 2\nmeasurements: 4\n"
-        f"k: 7\nmetric: {tool.params.metric!r}\ncosts: {tool.params.costs!r}\n"
+        f"k: 7\nmetric: {params.metric!r}\ncosts: {params.costs!r}\n"
         f"patterns: 50 of 0, 50 of 1, 50 of 2\nsize: {size} bytes\n"
     )
 

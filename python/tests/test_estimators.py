@@ -219,9 +219,9 @@ def test_infinities_are_refused(cls: Any, value: float) -> None:
     X, y = scattered(9)
     model = cls().fit(X, y)
     X[5, 2] = value
-    for call in (lambda: cls().fit(X, y), lambda: model.predict(X), lambda: model.expected_costs(X)):
+    for call in (cls().fit, lambda X, _: model.predict(X), lambda X, _: model.expected_costs(X)):
         with pytest.raises(ValueError, match="Input X contains infinity"):
-            call()
+            call(X, y)
 
 
 # Parameters
@@ -543,7 +543,8 @@ def test_tool_in_the_file_is_the_estimator_without_python(tmp_path: Path) -> Non
     model = KNeighborsCostClassifier(7, p=1, costs=COSTS).fit(IRIS, SPECIES)
     model.save(tmp_path / "model")
     tool = ClassifierTool.load(str(tmp_path / "model"))
-    assert tool.params.k == 7 and tool.params.metric == Norm(1.0)
+    params: Any = tool.params
+    assert (params.k, params.metric) == (7, Norm(1.0))
     rows = tool.run_rows(IRIS)
     assert np.array_equal(rows.class_scores, model.predict_proba(IRIS))
     result = tool.run(IRIS[70])

@@ -45,7 +45,8 @@ def test_decision_regions_are_the_decisions_on_the_grid() -> None:
     np.testing.assert_allclose(display.expected.ravel(), model.expected_costs(points).min(axis=1))
     assert (display.xx0.min(), display.xx0.max()) == pytest.approx((1.0 - 2.95, 6.9 + 2.95))
     assert display.ax_.get_xlabel() == "length" and display.ax_.get_ylabel() == "width"
-    assert [text.get_text() for text in display.ax_.get_legend().get_texts()] == ["0", "1", "2"]
+    legend: Any = display.ax_.get_legend()
+    assert [text.get_text() for text in legend.get_texts()] == ["0", "1", "2"]
     image = display.ax_.images[0].get_array()
     assert image is not None and image.shape == (30, 30, 3) and 0.0 <= image.min() and image.max() <= 1.0
     other = display.plot(ax=plt.subplots()[1])
@@ -96,8 +97,8 @@ def test_cost_ratio_is_as_estimators_with_these_costs() -> None:
 def test_scoring_functions_and_rule_tables() -> None:
     one, two = FeatureScoreOneSided(2, 3, 4, 1, 0), FeatureScoreTwoSided(1, 1.5, 2, 5, 5.5, 6, 0, 1, 1, 0)
     display = ScoringFunctionDisplay.from_function(one, 0.0, 6.0, name="length")
-    line = display.ax_.lines[0]
-    assert [float(x) for x in line.get_xdata()[[0, -1]]] == [0.0, 6.0]  # type: ignore[call-overload,index]
+    line: Any = display.ax_.lines[0]
+    assert line.get_xdata()[[0, -1]].tolist() == [0.0, 6.0]
     assert display.scores.tolist() == [one(x) for x in display.x.tolist()]
     table = RuleTable([Rule([one, two], 3), Rule([FeatureScoreIgnore(), one], 7)])
     rules = RuleTableDisplay.from_table(table, [(0, 6), (0, 8)], names=["length", "width"])
