@@ -113,3 +113,21 @@ def test_bayes_between_two_equal_classes_decides_for_the_first() -> None:
     model = BayesCostClassifier().fit([[-2.0], [-1.0], [1.0], [2.0]], ["b", "b", "a", "a"])
     assert model.predict_proba([[0.0]]).tolist() == [[0.5, 0.5]]
     assert model.predict([[0.0]]).tolist() == ["a"]
+
+
+@pytest.mark.parametrize("share", range(1, 10))
+def test_bayes_decides_ties_of_costs_for_the_more_probable_class(share: int) -> None:
+    model = BayesCostClassifier(priors=[share, 10 - share], costs=[[0, 10 - share], [share, 0]])
+    model.fit([[-2.0], [-1.0], [1.0], [2.0]], [0, 0, 1, 1])
+    cost = share * (10 - share) / 10
+    assert model.expected_costs([[0.0]])[0] == pytest.approx([cost, cost], rel=1e-15)
+    assert model.predict([[0.0]]).tolist() == [0 if share >= 5 else 1]
+
+
+def test_bayes_decides_by_the_priors_far_from_everything() -> None:
+    # The likelihoods are equal, and so large that a logarithm of a prior added to them would lose its digits.
+    model = BayesCostClassifier(priors=[3, 7], costs=[[0, 2.36], [1, 0]]).fit([[-1.0], [1.0], [-1.0], [1.0]], [0, 0, 1, 1])
+    far = [[5.657e7]]
+    assert model.log_likelihoods(far)[0, 0] == model.log_likelihoods(far)[0, 1] < -7e14
+    assert model.expected_costs(far)[0] == pytest.approx([0.7, 0.708])
+    assert model.predict(far).tolist() == [0]
