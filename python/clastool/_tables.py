@@ -1,11 +1,16 @@
-"""What runs on many rows return."""
+"""What runs on many rows return, and how tools are made again from pickles."""
 
 from __future__ import annotations
 
-from typing import NamedTuple
+from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
 from numpy.typing import NDArray
+
+if TYPE_CHECKING:
+    from typing_extensions import Buffer
+
+    from ._clastool import ClassifierTool, KNNParams
 
 _none = np.empty((0, 0))
 
@@ -22,7 +27,7 @@ class RowResults(NamedTuple):
     match_scores: NDArray[np.float64] = _none
     class_scores: NDArray[np.float64] = _none
     expected_costs: NDArray[np.float64] = _none
-    match_score_factor_logs: NDArray[np.float64] = _none[0:0, 0:0].reshape(0)
+    match_score_factor_logs: NDArray[np.float64] = np.empty(0)
 
 
 class Neighbors(NamedTuple):
@@ -34,3 +39,11 @@ class Neighbors(NamedTuple):
     distances: NDArray[np.float64]
     indices: NDArray[np.int64]
     labels: NDArray[np.int64]
+
+
+def remade(kind: type[ClassifierTool], data: Buffer, params: KNNParams | None) -> ClassifierTool:
+    """A tool from a pickle. Archives know no functions, so the parameters are given if their metric is one."""
+    tool = kind.from_bytes(data)
+    if params is not None:
+        tool.retrain(params)
+    return tool

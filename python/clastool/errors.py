@@ -151,5 +151,7 @@ def _make(text: str, number: int) -> ClastoolError:
 
 
 _by_number: dict[int, type[ClastoolError]] = {
-    kind.number: kind for kind in map(globals().get, __all__) if isinstance(kind, type) and kind.number
+    kind.number: kind
+    for kind in map(globals().get, __all__)
+    if isinstance(kind, type) and issubclass(kind, ClastoolError) and kind.number
 }

@@ -129,6 +129,10 @@ void PatternMaker::make(std::size_t row, ktPtrHandle<ktFeaturePattern>& pattern)
     }
     if (pattern.isNull() || pattern->refCount() > 1) {
         pattern = new ktFeaturePattern(values_, missing_);
+    } else if (missing_.empty() && pattern->numInvalid() == 0) {
+        // Nobody else has the pattern, which was made here, and so not as a constant: no need for another block of memory.
+        std::copy(values_.begin(), values_.end(),
+                  const_cast<std::vector<double>&>(pattern->featureMeasurements(true)).begin());
     } else {
         *pattern = ktFeaturePattern(values_, missing_);
     }
@@ -166,12 +170,4 @@ std::vector<double> numbersOf(nb::handle values)
     }
     const auto numbers = nb::cast<nb::ndarray<const double, nb::ndim<1>, nb::c_contig>>(array);
     return {numbers.data(), numbers.data() + numbers.size()};
-}
-
-ktPtrHandle_const<ktFeaturePattern> patternOf(nb::handle values)
-{
-    if (nb::isinstance<ktFeaturePattern>(values)) {
-        return new ktFeaturePattern(nb::cast<const ktFeaturePattern&>(values));
-    }
-    return ktKit::pattern(numbersOf(values));
 }

@@ -55,8 +55,8 @@ std::string writtenWith(const char* name, double byDefault, const T& self)
 
 void bindCostTable(nb::module_& module)
 {
-    auto type = nb::class_<ktClassifierCosts>(
-        module, "Costs", "What it costs to assign a pattern of one category to another.");
+    auto type =
+        nb::class_<ktClassifierCosts>(module, "Costs", "What it costs to assign a pattern of one category to another.");
     type.def(
             "__init__",
             [](ktClassifierCosts* self, double byDefault, const std::optional<nb::mapping>& overrides) {
@@ -70,13 +70,15 @@ void bindCostTable(nb::module_& module)
                 new (self) ktClassifierCosts(costs);
             },
             nb::arg("default") = 1.0, nb::arg("overrides") = nb::none(),
-            nb::sig("def __init__(self, default: float = 1.0, overrides: Mapping[tuple[int, int], float] | None = None) -> "
-                    "None"),
+            nb::sig(
+                "def __init__(self, default: float = 1.0, overrides: Mapping[tuple[int, int], float] | None = None) -> "
+                "None"),
             "A cost for every mistake, and others for pairs of a true and an assigned label.")
-        .def_static("from_matrix", &ktKit::costs, nb::arg("matrix"), nb::arg("labels") = std::vector<long>(),
-                    nb::sig("def from_matrix(matrix: Sequence[Sequence[float]], labels: Sequence[int] = ()) -> Costs"),
-                    "Costs from a square matrix: row i, column j is what it costs to assign a pattern of category labels[i] to "
-                    "labels[j]. Without labels these are 0, 1, 2, ...")
+        .def_static(
+            "from_matrix", &ktKit::costs, nb::arg("matrix"), nb::arg("labels") = std::vector<long>(),
+            nb::sig("def from_matrix(matrix: Sequence[Sequence[float]], labels: Sequence[int] = ()) -> Costs"),
+            "Costs from a square matrix: row i, column j is what it costs to assign a pattern of category labels[i] to "
+            "labels[j]. Without labels these are 0, 1, 2, ...")
         .def_prop_rw(
             "default", [](const ktClassifierCosts& self) { return self.defaultMisclassificationCost(); },
             [](ktClassifierCosts& self, double cost) { self.defaultMisclassificationCost(cost); },
@@ -136,8 +138,7 @@ void bindFrequencyTable(nb::module_& module)
             "A copy of the overrides, in the order in which they were entered.")
         .def("__getitem__", &ktClassifierFrequencies::categoryFrequency, nb::arg("label"),
              "The frequency of a category.")
-        .def("__setitem__", &ktClassifierFrequencies::categoryFrequencyOverride, nb::arg("label"),
-             nb::arg("frequency"))
+        .def("__setitem__", &ktClassifierFrequencies::categoryFrequencyOverride, nb::arg("label"), nb::arg("frequency"))
         .def("clear", &ktClassifierFrequencies::clearFrequencyOverrides, "Drops the overrides.")
         .def("__repr__", [](const ktClassifierFrequencies& self) {
             return writtenWith("Frequencies", self.defaultCategoryFrequency(), self);

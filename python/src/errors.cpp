@@ -3,6 +3,7 @@
 #include <kt/exception.h>
 
 #include <exception>
+#include <string>
 
 void bindErrors()
 {
@@ -11,7 +12,11 @@ void bindErrors()
             std::rethrow_exception(failure);
         } catch (const ktException& error) {
             const nb::object make = nb::module_::import_("clastool.errors").attr("_make");
-            const nb::object made = make(error.what(), error.errorNumber());
+            // A damaged archive may bring any bytes into a text.
+            const std::string text = error.message();
+            const nb::object decoded =
+                nb::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "backslashreplace"));
+            const nb::object made = make(decoded, error.errorNumber());
             PyErr_SetObject(made.type().ptr(), made.ptr());
         }
     });

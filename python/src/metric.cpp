@@ -15,7 +15,8 @@ PythonMetric::PythonMetric(nb::object function)
 double PythonMetric::distance(const ktFeaturePattern& a, const ktFeaturePattern& b) const
 {
     const nb::gil_scoped_acquire lock;
-    const nb::object answer = (*function_)(arrayOf(a.featureMeasurements(false)), arrayOf(b.featureMeasurements(false)));
+    const nb::object answer =
+        (*function_)(arrayOf(a.featureMeasurements(false)), arrayOf(b.featureMeasurements(false)));
     const double distance = PyFloat_AsDouble(answer.ptr());
     if (distance == -1.0 && PyErr_Occurred() != nullptr) {
         throw nb::python_error();

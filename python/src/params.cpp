@@ -96,7 +96,8 @@ void bindDistributionTypes(nb::module_& module)
             [](Types& self, Type value) { self.defaultDistributionType(value); },
             "The type of every measurement without an override.")
         .def(
-            "__getitem__", [](const Types& self, const Place& at) { return self.distributionType(at.first, at.second); },
+            "__getitem__",
+            [](const Types& self, const Place& at) { return self.distributionType(at.first, at.second); },
             nb::arg("place"), "The type at a pair of a label and the index of a measurement.")
         .def(
             "__setitem__",
@@ -119,8 +120,8 @@ void bindDistributionTypes(nb::module_& module)
 void bindNorm(nb::module_& module)
 {
     using Norm = ktPatternDistanceMetricNorm;
-    auto type = nb::class_<Norm>(module, "Norm",
-                                 "The Minkowski distance of order p: (sum of |a_i - b_i|^p)^(1/p). It does not change.");
+    auto type = nb::class_<Norm>(
+        module, "Norm", "The Minkowski distance of order p: (sum of |a_i - b_i|^p)^(1/p). It does not change.");
     type.def(nb::init<double>(), nb::arg("order") = 2.0)
         .def_prop_ro(
             "order", [](const Norm& self) { return self.order(); }, "The order p.")
@@ -153,17 +154,19 @@ void bindKnn(nb::module_& module)
     auto type = nb::class_<Knn>(module, "KNNParams", "Choose nearest neighbours: their number, the metric, the costs.");
     type.def("__init__", &makeKnn, nb::arg("k") = 1, nb::arg("metric") = nb::none(), nb::arg("costs") = nb::none(),
              nb::kw_only(), nb::arg("throw_if_not_ready") = true,
-             nb::sig("def __init__(self, k: int = 1, metric: Metric | None = None, costs: Costs | None = None, *, "
+             nb::sig("def __init__(self, k: int = 1, metric: _Metric | None = None, costs: Costs | None = None, *, "
                      "throw_if_not_ready: bool = True) -> None"),
-             "The metric is a Norm, or a function of two arrays that returns their distance; None is the Euclidean norm.")
+             "The metric is a Norm, or a function of two arrays that returns their distance; None is the Euclidean "
+             "norm.")
         .def_prop_rw(
             "k", [](const Knn& self) { return self.k(); }, [](Knn& self, long k) { self.k(k); },
             "The number of neighbours that vote.")
         .def_prop_rw(
             "metric", [](const Knn& self) { return objectOf(self.distanceMetric().get()); },
             [](Knn& self, nb::handle metric) { self.distanceMetric(*metricOf(metric)); }, nb::arg("metric").none(),
-            nb::for_getter(nb::sig("def metric(self) -> Metric")),
-            nb::for_setter(nb::sig("def metric(self, metric: Metric | None) -> None")), "A copy of the Norm, or the function.")
+            nb::for_getter(nb::sig("def metric(self) -> _Metric")),
+            nb::for_setter(nb::sig("def metric(self, metric: _Metric | None) -> None")),
+            "A copy of the Norm, or the function.")
         .def_prop_rw(
             "costs", [](const Knn& self) { return self.misclassificationCosts(); },
             [](Knn& self, const ktClassifierCosts& costs) { self.misclassificationCosts(costs); },
@@ -206,15 +209,18 @@ void makeBayes(Bayes* self, const Types* types, const ktClassifierFrequencies* f
 
 void bindBayes(nb::module_& module)
 {
-    auto type = nb::class_<Bayes>(module, "BayesParams",
-                                  "Choose Bayes: distributions, prior frequencies, costs, and maxima of binomial measurements.");
+    auto type = nb::class_<Bayes>(
+        module, "BayesParams",
+        "Choose Bayes: distributions, prior frequencies, costs, and maxima of binomial measurements.");
     type.def("__init__", &makeBayes, nb::arg("distribution_types") = nb::none(), nb::arg("frequencies") = nb::none(),
              nb::arg("costs") = nb::none(), nb::arg("max_values") = nb::none(), nb::kw_only(),
              nb::arg("throw_if_not_ready") = true,
-             nb::sig("def __init__(self, distribution_types: DistributionTypes | None = None, frequencies: Frequencies | None = "
+             nb::sig("def __init__(self, distribution_types: DistributionTypes | None = None, frequencies: Frequencies "
+                     "| None = "
                      "None, costs: Costs | None = None, max_values: FeaturePattern | ArrayLike | None = None, *, "
                      "throw_if_not_ready: bool = True) -> None"),
-             "Independent normal distributions, equal frequencies and equal costs, unless given. A maximum that is missing is 1.")
+             "Independent normal distributions, equal frequencies and equal costs, unless given. A maximum that is "
+             "missing is 1.")
         .def_prop_rw(
             "distribution_types", [](const Bayes& self) { return self.distributionTypes(); },
             [](Bayes& self, const Types& types) { self.distributionTypes(types); },

@@ -2,6 +2,8 @@
 
 #include <nanobind/nanobind.h>
 
+class ktDecisionTree;
+
 namespace nb = nanobind;
 
 // The parts of the extension module, each in a file of its own. An order of calls is an order of classes: what names a class in a
@@ -16,3 +18,6 @@ void bindTrees(nb::module_& module);
 void bindRules(nb::module_& module);
 void bindGenerators(nb::module_& module);
 void bindTool(nb::module_& module);
+
+/// A copy of the tree as a Python object of its class, which shares what is below it.
+nb::object treeObjectOf(const ktDecisionTree* tree);

@@ -9,16 +9,24 @@
 
 namespace {
 
-void make(ktFeaturePattern* self, nb::handle values, const std::vector<long>& invalid)
+/// What is missing is 0 inside, so that patterns that lack the same are equal, as NaN never is.
+ktFeaturePattern made(std::vector<double> numbers, std::vector<long> missing)
 {
-    const std::vector<double> numbers = numbersOf(values);
-    std::vector<long> missing = invalid;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         if (!std::isfinite(numbers[i])) {
             missing.push_back(static_cast<long>(i));
         }
     }
-    new (self) ktFeaturePattern(numbers, missing);
+    const ktFeaturePattern checked(numbers, missing);
+    for (const long index : missing) {
+        numbers[static_cast<std::size_t>(index)] = 0.0;
+    }
+    return {numbers, missing};
+}
+
+void make(ktFeaturePattern* self, nb::handle values, const std::vector<long>& invalid)
+{
+    new (self) ktFeaturePattern(made(numbersOf(values), invalid));
 }
 
 /// Python counts from the end too.
@@ -65,6 +73,14 @@ std::string repr(const ktFeaturePattern& self)
 }
 
 }  // namespace
+
+ktPtrHandle_const<ktFeaturePattern> patternOf(nb::handle values)
+{
+    if (nb::isinstance<ktFeaturePattern>(values)) {
+        return new ktFeaturePattern(nb::cast<const ktFeaturePattern&>(values));
+    }
+    return new ktFeaturePattern(made(numbersOf(values), {}));
+}
 
 void bindPatterns(nb::module_& module)
 {

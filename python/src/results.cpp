@@ -38,14 +38,16 @@ const Category& at(const ktClassifierResult& self, long index)
 
 void bindResults(nb::module_& module)
 {
-    auto category = nb::class_<Category>(module, "CategoryResult", "One category's verdict on a pattern. It does not change.");
+    auto category =
+        nb::class_<Category>(module, "CategoryResult", "One category's verdict on a pattern. It does not change.");
     category
-        .def(nb::init<long, double, double, double>(), nb::arg("label"), nb::arg("match_score"), nb::arg("class_score") = 0.0,
-             nb::arg("expected_cost") = 0.0)
+        .def(nb::init<long, double, double, double>(), nb::arg("label"), nb::arg("match_score"),
+             nb::arg("class_score") = 0.0, nb::arg("expected_cost") = 0.0)
         .def_prop_ro("label", &Category::categoryLabel, "The category.")
         .def_prop_ro("match_score", &Category::matchScore,
                      "How well the pattern fits the category, in [0, 1]; what that means, the technique says.")
-        .def_prop_ro("class_score", &Category::classScore, "The category's share of the result: its posterior probability.")
+        .def_prop_ro("class_score", &Category::classScore,
+                     "The category's share of the result: its posterior probability.")
         .def_prop_ro("expected_cost", &Category::expectedCost, "What deciding for the category is expected to cost.")
         .def("__repr__", [](const Category& self) { return repr(self); });
     compares<Category>(category);
@@ -60,9 +62,8 @@ void bindResults(nb::module_& module)
         .def_static(
             "from_match_scores",
             [](const std::vector<Category>& results, const ktClassifierFrequencies& frequencies,
-               const ktClassifierCosts& costs, double factorLog) {
-                return ktClassifierResult(results, frequencies, costs, factorLog);
-            },
+               const ktClassifierCosts& costs,
+               double factorLog) { return ktClassifierResult(results, frequencies, costs, factorLog); },
             nb::arg("category_results"), nb::arg("frequencies"), nb::arg("costs"),
             nb::arg("match_score_factor_log") = 0.0,
             "The decision rule: class scores and expected costs from match scores, frequencies and costs.")
@@ -80,8 +81,7 @@ void bindResults(nb::module_& module)
              "ln of the unscaled likelihood of a category, by which a pattern that fits no category can be told.")
         .def("__len__", [](const ktClassifierResult& self) { return self.categoryResults().size(); })
         .def(
-            "__getitem__", [](const ktClassifierResult& self, long index) { return at(self, index); },
-            nb::arg("index"))
+            "__getitem__", [](const ktClassifierResult& self, long index) { return at(self, index); }, nb::arg("index"))
         .def("__repr__", [](const ktClassifierResult& self) { return repr(self); });
     compares<ktClassifierResult>(result);
     pickles<ktClassifierResult>(result);

@@ -46,9 +46,8 @@ public:
             return i < columns_.size() ? columns_[i] : none;
         }
         const auto found = std::lower_bound(categories_.begin(), categories_.end(), label);
-        return found != categories_.end() && *found == label
-                   ? static_cast<std::size_t>(found - categories_.begin())
-                   : none;
+        return found != categories_.end() && *found == label ? static_cast<std::size_t>(found - categories_.begin())
+                                                             : none;
     }
 
 private:
@@ -79,10 +78,7 @@ struct Table {
 class Writer {
 public:
     Writer(const Trained& trained, const Table& table)
-        : categories_(trained.categories()),
-          columns_(categories_),
-          costs_(costsOf(trained.tool())),
-          table_(table)
+        : categories_(trained.categories()), columns_(categories_), costs_(costsOf(trained.tool())), table_(table)
     {
     }
 
@@ -127,7 +123,8 @@ private:
             double sum = 0.0;
             for (const ktClassifierCategoryResult& category : result.categoryResults()) {
                 if (category.categoryLabel() != categories_[j]) {
-                    sum += costs_->misclassificationCost(category.categoryLabel(), categories_[j]) * category.classScore();
+                    sum +=
+                        costs_->misclassificationCost(category.categoryLabel(), categories_[j]) * category.classScore();
                 }
             }
             expectedCosts[j] = sum;

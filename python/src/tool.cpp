@@ -14,8 +14,10 @@
 #include <nanobind/stl/vector.h>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -63,6 +65,22 @@ std::map<long, long> countsOf(const ktClassifierTool& tool)
     return counts;
 }
 
+long numKept(const ktClassifierTool& tool)
+{
+    auto* const neighbors = Access::classifierAs<kt_ClassifierKNN>(tool);
+    return neighbors != nullptr && Access::kept(*neighbors) ? Access::kept(*neighbors)->numPatterns() : 0;
+}
+
+long numMeasurementsOf(const ktClassifierTool& tool)
+{
+    if (numKept(tool) > 0) {
+        return Access::kept(*Access::classifierAs<kt_ClassifierKNN>(tool))->numMeasurements();
+    }
+    auto* const bayes = Access::classifierAs<kt_ClassifierBayesian>(tool);
+    const bool hasModels = bayes != nullptr && !Access::models(*bayes).empty();
+    return hasModels ? Access::models(*bayes).front()->numMeasurements() : 0;
+}
+
 nb::object paramsIn(const ktClassifierTool& tool)
 {
     // Asks for what there is, or says why there is none; nothing is changed.
@@ -101,7 +119,11 @@ void retrain(SharedTool& self, nb::handle params)
 {
     const ktPtrHandle<ktClassifierTrainParams> chosen = paramsOf(params).clone();
     const nb::gil_scoped_release unlocked;
-    self.change([&](ktClassifierTool& tool) { tool.retrain(*chosen); });
+    self.change([&](const Trained& old) {
+        ktClassifierTool tool = old.tool();
+        tool.retrain(*chosen);
+        return std::make_shared<const Trained>(std::move(tool), old);
+    });
 }
 
 ktClassifierResult run(const SharedTool& self, nb::handle pattern)
@@ -128,41 +150,148 @@ void add(SharedTool& self, nb::handle measurements, nb::handle labels)
         patterns.push_back(pattern);
         copied.push_back(ofRows[i]);
     }
-    self.change([&](ktClassifierTool& tool) { ktKit::add(tool, patterns, copied); });
+    self.change([&](const Trained& old) {
+        ktClassifierTool tool = old.tool();
+        ktKit::add(tool, patterns, copied);
+        return std::make_shared<const Trained>(std::move(tool));
+    });
 }
 
 void merge(SharedTool& self, const SharedTool& other)
 {
     const std::shared_ptr<const Trained> given = other.now();
     const nb::gil_scoped_release unlocked;
-    self.change([&](ktClassifierTool& tool) { ktKit::merge(tool, given->tool()); });
+    self.change([&](const Trained& old) {
+        ktClassifierTool tool = old.tool();
+        ktKit::merge(tool, given->tool());
+        return std::make_shared<const Trained>(std::move(tool));
+    });
 }
 
-nb::bytes toBytes(const SharedTool& self)
+/// The bytes of a file of the kit, which hold all that a run and further training depend on; or those of the tool's own archive.
+std::string bytesOf(const ktClassifierTool& tool, bool plain)
 {
-    return stored<ktClassifierTool>(self.now()->tool());
+    std::ostringstream stream(std::ios::binary);
+    if (plain) {
+        ktClassifierTool copy = tool;
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        archive || copy;
+    } else {
+        ktKit::save(tool, stream);
+    }
+    return stream.str();
 }
 
-SharedTool fromBytes(const nb::bytes& bytes)
+/// Whether the stream goes on with the tool's own archive.
+bool isPlain(std::istream& stream)
 {
-    auto tool = loaded<ktClassifierTool>(bytes);
-    if (techniqueOf(tool) == std::string("neighbors")) {
+    char begin[4] = {};
+    stream.read(begin, sizeof begin);
+    stream.clear();
+    stream.seekg(0);
+    return std::string(begin, sizeof begin) == "KTAR";
+}
+
+/// A tool that runs with the parameters that it was stored with, which nearest neighbours take when they are told to.
+ktClassifierTool loadedPlain(std::istream& stream)
+{
+    ktClassifierTool tool;
+    ktArchive archive(stream);
+    archive || tool;
+    if (Access::classifierAs<kt_ClassifierKNN>(tool) != nullptr && tool.isTrained()) {
         tool.retrain(*tool.trainParams());
     }
-    return SharedTool(std::move(tool));
+    return tool;
 }
 
-void save(const SharedTool& self, const std::string& path)
+nb::bytes toBytes(const SharedTool& self, bool plain)
 {
     const std::shared_ptr<const Trained> trained = self.now();
-    const nb::gil_scoped_release unlocked;
-    ktKit::save(trained->tool(), path);
+    std::string bytes;
+    {
+        const nb::gil_scoped_release unlocked;
+        bytes = bytesOf(trained->tool(), plain);
+    }
+    return nb::bytes(bytes.data(), bytes.size());
 }
 
-SharedTool load(const std::string& path)
+SharedTool fromBytes(const std::string& bytes)
 {
     const nb::gil_scoped_release unlocked;
-    return SharedTool(ktKit::load(path));
+    std::istringstream stream(bytes, std::ios::binary);
+    return SharedTool(isPlain(stream) ? loadedPlain(stream) : ktKit::load(stream));
+}
+
+/// Any object that has bytes.
+SharedTool fromBuffer(nb::handle data)
+{
+    const nb::bytes bytes(data);
+    return fromBytes(std::string(bytes.c_str(), bytes.size()));
+}
+
+/// The name of a file as the system takes it.
+std::string pathOf(nb::handle path)
+{
+    const nb::bytes name = nb::cast<nb::bytes>(nb::module_::import_("os").attr("fsencode")(path));
+    return std::string(name.c_str(), name.size());
+}
+
+void save(const SharedTool& self, nb::handle path, bool plain)
+{
+    const std::shared_ptr<const Trained> trained = self.now();
+    const std::string name = pathOf(path);
+    const nb::gil_scoped_release unlocked;
+    if (!plain) {
+        ktKit::save(trained->tool(), name);
+        return;
+    }
+    std::ofstream file(name, std::ios::binary | std::ios::trunc);
+    const std::string bytes = bytesOf(trained->tool(), plain);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) {
+        throw ktKit::FileError(name + ": cannot be written");
+    }
+}
+
+SharedTool load(nb::handle path)
+{
+    const std::string name = pathOf(path);
+    const nb::gil_scoped_release unlocked;
+    std::ifstream file(name, std::ios::binary);
+    return SharedTool(isPlain(file) ? loadedPlain(file) : ktKit::load(name));
+}
+
+/// The tool with the Euclidean norm in place of a metric of Python's, which archives do not know.
+ktClassifierTool withoutFunction(ktClassifierTool tool, ktClassifierTrainParamsKNN params)
+{
+    params.distanceMetric(ktPatternDistanceMetricNorm());
+    tool.retrain(params);
+    return tool;
+}
+
+/// How pickle makes the tool again: from bytes, which protocol 5 may leave out of its own, and the metric if it is a function.
+nb::tuple reduce(nb::handle self, int protocol)
+{
+    const std::shared_ptr<const Trained> trained = nb::cast<const SharedTool&>(self).now();
+    const ktClassifierTool& tool = trained->tool();
+    auto* const neighbors = Access::classifierAs<kt_ClassifierKNN>(tool);
+    const bool hasFunction =
+        neighbors != nullptr &&
+        dynamic_cast<const PythonMetric*>(Access::paramsInUse(*neighbors).distanceMetric().get()) != nullptr;
+    const nb::object params = hasFunction ? nb::cast(Access::paramsInUse(*neighbors)) : nb::none();
+    std::string bytes;
+    {
+        const nb::gil_scoped_release unlocked;
+        bytes =
+            hasFunction ? bytesOf(withoutFunction(tool, Access::paramsInUse(*neighbors)), false) : bytesOf(tool, false);
+    }
+    nb::object data = nb::bytes(bytes.data(), bytes.size());
+    if (protocol >= 5) {
+        data = nb::module_::import_("pickle").attr("PickleBuffer")(data);
+    }
+    return nb::make_tuple(nb::module_::import_("clastool._tables").attr("remade"),
+                          nb::make_tuple(self.type(), data, params));
 }
 
 bool areEqual(const SharedTool& a, const SharedTool& b)
@@ -211,8 +340,8 @@ nb::object covarianceOf(const ktKit::Density& density)
 void bindDensity(nb::module_& module)
 {
     using Density = ktKit::Density;
-    auto type = nb::class_<Density>(module, "Density",
-                                    "What a Bayesian tool has learnt of one group of measurements in one category: a copy.");
+    auto type = nb::class_<Density>(
+        module, "Density", "What a Bayesian tool has learnt of one group of measurements in one category: a copy.");
     type.def_ro("label", &Density::label, "The category.")
         .def_prop_ro(
             "measurements", [](const Density& self) { return self.measurements; }, "The measurements of the group.")
@@ -221,7 +350,8 @@ void bindDensity(nb::module_& module)
                      "Normal: the mean of each measurement.")
         .def_prop_ro("covariance", &covarianceOf, nb::sig("def covariance(self) -> NDArray[numpy.float64]"),
                      "Normal: the unbiased covariance, square.")
-        .def_ro("count", &Density::count, "How many patterns were learnt; 0 for a binomial density from a plain archive.")
+        .def_ro("count", &Density::count,
+                "How many patterns were learnt; 0 for a binomial density from a plain archive.")
         .def_ro("num_trials", &Density::numTrials, "Binomial: n.")
         .def_ro("theta", &Density::theta, "Binomial: the probability of a trial.")
         .def("__repr__", [](const Density& self) {
@@ -240,7 +370,8 @@ void bindTraining(Class& type)
              nb::arg("progress") = nb::none(),
              nb::sig("def train(self, X: ArrayLike, y: ArrayLike, params: KNNParams | BayesParams, *, progress: "
                      "Callable[[int, int], object] | None = None) -> None"),
-             "Trains on the rows of X, whose labels are y; -1 is an unknown category. X is read where it is if it is an array of "
+             "Trains on the rows of X, whose labels are y; -1 is an unknown category. X is read where it is if it is "
+             "an array of "
              "float32 or float64. What is NaN or infinite is missing. If anything is raised the tool stays as it was.")
         .def("train", &trainTree, nb::arg("tree"), nb::sig("def train(self, tree: Node | Leaf) -> None"),
              "Takes a decision tree.")
@@ -250,7 +381,8 @@ void bindTraining(Class& type)
         .def("add", &add, nb::arg("X"), nb::arg("y"), nb::sig("def add(self, X: ArrayLike, y: ArrayLike) -> None"),
              "Trains further: afterwards it is as if these rows had stood behind those of the training.")
         .def("merge", &merge, nb::arg("other"),
-             "Joins what another Bayesian tool has learnt: afterwards it is as if this one had been trained on the rows of both.")
+             "Joins what another Bayesian tool has learnt: afterwards it is as if this one had been trained on the "
+             "rows of both.")
         .def(
             "untrain", [](SharedTool& self) { self.take(ktClassifierTool()); }, "Forgets the training.");
 }
@@ -258,8 +390,8 @@ void bindTraining(Class& type)
 template <class Class>
 void bindRuns(Class& type)
 {
-    type.def("run", &run, nb::arg("pattern"),
-             nb::sig("def run(self, pattern: FeaturePattern | ArrayLike) -> Result"), "Classifies a pattern.")
+    type.def("run", &run, nb::arg("pattern"), nb::sig("def run(self, pattern: FeaturePattern | ArrayLike) -> Result"),
+             "Classifies a pattern.")
         .def(
             "run_rows",
             [](const SharedTool& self, nb::handle rows, unsigned threads, bool onlyLabels, nb::handle progress) {
@@ -276,8 +408,9 @@ void bindRuns(Class& type)
                 return logLikelihoods(*self.now(), Rows(rows), threads, progress);
             },
             nb::arg("X"), nb::kw_only(), KT_RUN_ARGUMENTS,
-            nb::sig("def log_likelihoods(self, X: ArrayLike, *, threads: int = 1, progress: Callable[[int, int], object] | "
-                    "None = None) -> NDArray[numpy.float64]"),
+            nb::sig(
+                "def log_likelihoods(self, X: ArrayLike, *, threads: int = 1, progress: Callable[[int, int], object] | "
+                "None = None) -> NDArray[numpy.float64]"),
             "Bayes: ln of the unscaled likelihood of each row of X in each of `categories`.")
         .def(
             "neighbors",
@@ -307,24 +440,45 @@ void bindProperties(Class& type)
             "How many patterns of each category were learnt; empty for a decision tree.")
         .def_prop_ro(
             "params", [](const SharedTool& self) { return paramsIn(self.now()->tool()); },
-            nb::sig("def params(self) -> KNNParams | BayesParams"), "A copy of the parameters in use.")
-        .def("densities",
-             [](const SharedTool& self) { return ktKit::densities(self.now()->tool()); },
-             "Bayes: a density for each group of measurements of each category.");
+            nb::sig("def params(self) -> typing.Any"), "A copy of the parameters in use: KNNParams or BayesParams.")
+        .def_prop_ro(
+            "tree",
+            [](const SharedTool& self) {
+                ktClassifierTool copy = self.now()->tool();
+                return treeObjectOf(copy.decisionTree().get());
+            },
+            nb::sig("def tree(self) -> Node | Leaf"), "The decision tree.")
+        .def_prop_ro(
+            "num_measurements", [](const SharedTool& self) { return numMeasurementsOf(self.now()->tool()); },
+            "How many measurements the tool was trained on; 0 for a decision tree.")
+        .def_prop_ro(
+            "num_patterns", [](const SharedTool& self) { return numKept(self.now()->tool()); },
+            "How many patterns are kept: nearest neighbours.")
+        .def(
+            "densities", [](const SharedTool& self) { return ktKit::densities(self.now()->tool()); },
+            "Bayes: a density for each group of measurements of each category.");
 }
 
 template <class Class>
 void bindStoring(Class& type)
 {
-    type.def("to_bytes", &toBytes, "The tool as an archive.")
-        .def_static("from_bytes", &fromBytes, nb::arg("data"), "The tool that an archive holds.")
-        .def("save", &save, nb::arg("path"), "Stores the tool in a file.")
-        .def_static("load", &load, nb::arg("path"), "The tool that a file holds.")
+    type.def("to_bytes", &toBytes, nb::kw_only(), nb::arg("plain") = false, "The bytes of a file of `save`.")
+        .def_static("from_bytes", &fromBuffer, nb::arg("data"),
+                    nb::sig("def from_bytes(data: Buffer) -> ClassifierTool"), "The tool in such bytes, plain or not.")
+        .def("save", &save, nb::arg("path"), nb::kw_only(), nb::arg("plain") = false,
+             nb::sig("def save(self, path: str | os.PathLike[str], *, plain: bool = False) -> None"),
+             "Stores the tool in a file, with all that runs and further training depend on: C++ loads it by "
+             "`ktKit::load`. If it is "
+             "plain, the file is what C++ stores and loads by `archive || tool`: nearest neighbours then take a "
+             "`retrain` in C++, "
+             "and binomial densities cannot learn further.")
+        .def_static("load", &load, nb::arg("path"), nb::sig("def load(path: str | os.PathLike[str]) -> ClassifierTool"),
+                    "The tool in such a file, plain or not.")
         .def("__copy__", [](const SharedTool& self) { return SharedTool(self); })
         .def(
             "__deepcopy__", [](const SharedTool& self, nb::handle) { return SharedTool(self); }, nb::arg("memo"))
-        .def("__getstate__", &toBytes)
-        .def("__setstate__", [](SharedTool& self, const nb::bytes& state) { new (&self) SharedTool(fromBytes(state)); })
+        .def("__reduce_ex__", &reduce, nb::arg("protocol"),
+             nb::sig("def __reduce_ex__(self, protocol: typing.SupportsIndex) -> tuple[object, ...]"))
         .def("__repr__", &repr);
 }
 
@@ -341,8 +495,9 @@ void bindTool(nb::module_& module)
     bindRuns(type);
     bindProperties(type);
     bindStoring(type);
-    type.def("__eq__", &areEqual, nb::is_operator());
+    type.def("__eq__", &areEqual, nb::is_operator(), nb::sig("def __eq__(self, other: object, /) -> bool"));
     type.def(
-        "__ne__", [](const SharedTool& a, const SharedTool& b) { return !areEqual(a, b); }, nb::is_operator());
+        "__ne__", [](const SharedTool& a, const SharedTool& b) { return !areEqual(a, b); }, nb::is_operator(),
+        nb::sig("def __ne__(self, other: object, /) -> bool"));
     isUnhashable(type);
 }

@@ -7,12 +7,15 @@
 #include <clastool/kit/learning.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 /// A tool that nothing changes any more, and what calls on it ask again and again.
 class Trained {
 public:
     explicit Trained(ktClassifierTool tool);
+    /// Of a tool that answers with the same labels as the other.
+    Trained(ktClassifierTool tool, const Trained& other) : tool_(std::move(tool)), categories_(other.categories_) {}
 
     const ktClassifierTool& tool() const { return tool_; }
     /// The labels that a run can answer with, ascending.
@@ -33,18 +36,12 @@ public:
 
     std::shared_ptr<const Trained> now() const { return std::atomic_load(&trained_); }
     void take(ktClassifierTool tool);
-    /// Changes a copy, and exchanges the tool for it unless that was exchanged meanwhile: then the change is made to the new one.
-    template <class Change>
-    void change(Change change)
+    /// Exchanges the tool for what `changed` makes of it, unless it was exchanged meanwhile: then for what that makes of the new one.
+    template <class Changed>
+    void change(Changed changed)
     {
         std::shared_ptr<const Trained> old = now();
-        for (;;) {
-            ktClassifierTool copy = old->tool();
-            change(copy);
-            if (std::atomic_compare_exchange_strong(&trained_, &old,
-                                                    std::make_shared<const Trained>(std::move(copy)))) {
-                return;
-            }
+        while (!std::atomic_compare_exchange_strong(&trained_, &old, changed(*old))) {
         }
     }
 

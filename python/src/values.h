@@ -58,9 +58,11 @@ template <class T, class Class>
 void compares(Class& type)
 {
     type.def(
-        "__eq__", [](const T& self, const T& other) { return self == other; }, nb::is_operator());
+        "__eq__", [](const T& self, const T& other) { return self == other; }, nb::is_operator(),
+        nb::sig("def __eq__(self, other: object, /) -> bool"));
     type.def(
-        "__ne__", [](const T& self, const T& other) { return !(self == other); }, nb::is_operator());
+        "__ne__", [](const T& self, const T& other) { return !(self == other); }, nb::is_operator(),
+        nb::sig("def __ne__(self, other: object, /) -> bool"));
     isUnhashable(type);
 }
 
