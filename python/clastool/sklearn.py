@@ -583,7 +583,8 @@ class BayesCostClassifier(_CostClassifier):
         valid = (~gaps).sum(axis=1)[which.reshape(-1)].reshape(-1, 1)
         with np.errstate(divide="ignore", invalid="ignore"):
             deviates = (np.cbrt(squared / valid) - 1.0 + 2.0 / (9.0 * valid)) / np.sqrt(2.0 / (9.0 * valid))
-        return np.where(valid > 0, -deviates, np.inf)  # of a row without measurements nothing speaks against any class
+        # NaN for a row without measurements, which is below no limit, and in training above all others.
+        return np.asarray(-deviates)
 
     def _highest_likelihoods(self, gaps: npt.NDArray[np.bool_]) -> Floats:
         """The log-likelihood of each class's mean, without the measurements that each of the gaps lacks."""

@@ -620,6 +620,15 @@ def test_copies_and_pickles_answer_to_the_bit(cls: Any) -> None:
         assert model.costs_.tolist() == COSTS
 
 
+@pytest.mark.parametrize("cls", BOTH)
+def test_shallow_copies_go_their_own_way(cls: Any) -> None:
+    model = cls().fit(IRIS, SPECIES)
+    before = model.expected_costs(IRIS)
+    copy.copy(model).partial_fit(IRIS[:50], SPECIES[:50] + 1)
+    copy.copy(model).recost(costs=COSTS)
+    assert np.array_equal(model.expected_costs(IRIS), before)
+
+
 # Threads, bars, and other parts of scikit-learn
 
 
