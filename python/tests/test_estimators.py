@@ -479,6 +479,14 @@ def test_reject_label_may_be_of_another_kind(labels: Any, reject_label: Any, dty
         assert decided.dtype == dtype and decided.tolist() == expected
 
 
+@pytest.mark.parametrize("cls", BOTH)
+def test_new_fit_forgets_what_was_rejected(cls: Any) -> None:
+    far = [[90.0, 3.0, 5.0, 2.0]]
+    model = cls(reject_quantile=0.0, reject_label=-1).fit(IRIS, SPECIES)
+    assert model.predict(far).tolist() == [-1]
+    assert model.set_params(reject_quantile=None).fit(IRIS, SPECIES).predict(far).tolist() == [2]
+
+
 # Costs paid
 
 
