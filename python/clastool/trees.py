@@ -62,8 +62,6 @@ def _last_on_the_left(threshold: float) -> float:
         if float(below) > threshold:
             below = np.nextafter(below, np.float32(-np.inf))
         above = np.nextafter(below, np.float32(np.inf))
-    if not np.isfinite(above):
-        return float(np.finfo(np.float64).max)
     middle = (float(below) + float(above)) / 2.0  # exact: it needs one bit more than a float32
     return middle if np.float32(middle) == below else float(np.nextafter(middle, -np.inf))
 

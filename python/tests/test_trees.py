@@ -90,6 +90,8 @@ def test_ties_in_leaves_go_to_the_first_class() -> None:
         assert_equal_decisions(weighted, X)
     even = DecisionTreeClassifier().fit(np.zeros((4, 1)), [3, 1, 3, 1])
     assert from_sklearn(even).run([0.0]).label == 1
+    uneven = DecisionTreeClassifier().fit(np.zeros((4, 1)), [0, 1, 1, 1])
+    assert from_sklearn(uneven, [[0, 3], [1, 0]]).run([0.0]).label == 1  # equal costs: the more probable class
 
 
 def test_missing_measurements_take_the_same_side() -> None:
