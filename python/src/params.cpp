@@ -181,11 +181,13 @@ void bindKnn(nb::module_& module)
                         written(objectOf(self.distanceMetric().get())) + ", " +
                         written(nb::cast(self.misclassificationCosts())) + flagOf(self);
              })
-        .def("__getstate__",
-             [](const Knn& self) {
-                 return nb::make_tuple(self.k(), objectOf(self.distanceMetric().get()), self.misclassificationCosts(),
-                                       self.throwIfNotReady());
-             })
+        .def(
+            "__getstate__",
+            [](const Knn& self) {
+                return nb::make_tuple(self.k(), objectOf(self.distanceMetric().get()), self.misclassificationCosts(),
+                                      self.throwIfNotReady());
+            },
+            nb::sig("def __getstate__(self) -> tuple[int, _Metric, Costs, bool]"))
         .def("__setstate__", [](Knn& self, const std::tuple<long, nb::object, ktClassifierCosts, bool>& state) {
             makeKnn(&self, std::get<0>(state), std::get<1>(state), &std::get<2>(state), std::get<3>(state));
         });
@@ -250,8 +252,10 @@ void bindBayes(nb::module_& module)
                         written(nb::cast(self.misclassificationCosts())) + ", " +
                         written(nb::cast(self.maxMeasurementValues())) + flagOf(self);
              })
-        .def("__getstate__",
-             [](const Bayes& self) { return nb::make_tuple(stored<Bayes>(self), self.throwIfNotReady()); })
+        .def(
+            "__getstate__",
+            [](const Bayes& self) { return nb::make_tuple(stored<Bayes>(self), self.throwIfNotReady()); },
+            nb::sig("def __getstate__(self) -> tuple[bytes, bool]"))
         .def("__setstate__", [](Bayes& self, const std::tuple<nb::bytes, bool>& state) {
             auto params = loaded<Bayes>(std::get<0>(state));
             params.throwIfNotReady(std::get<1>(state));

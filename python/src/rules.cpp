@@ -55,8 +55,12 @@ void bindIgnore(nb::module_& module)
     auto type = nb::class_<Ignore, Score>(module, "FeatureScoreIgnore", "Leaves its feature out of a rule's score.");
     type.def(nb::init<>())
         .def("__repr__", [](const Ignore&) { return "FeatureScoreIgnore()"; })
-        .def("__getstate__", [](const Ignore&) { return nb::make_tuple(); })
-        .def("__setstate__", [](Ignore& self, const nb::tuple&) { new (&self) Ignore(); });
+        .def(
+            "__getstate__", [](const Ignore&) { return nb::make_tuple(); },
+            nb::sig("def __getstate__(self) -> tuple[()]"))
+        .def(
+            "__setstate__", [](Ignore& self, const nb::tuple&) { new (&self) Ignore(); },
+            nb::sig("def __setstate__(self, state: tuple[()], /) -> None"));
     compares<Ignore>(type);
 }
 

@@ -252,7 +252,7 @@ def test_missing_numbers_of_pandas_are_missing() -> None:
     frame = pd.DataFrame({"a": pd.array([1.0, None, 3.0], "Float64"), "b": pd.array([1, 2, None], "Int64")})
     tool, expected = ct.ClassifierTool(), ct.ClassifierTool()
     tool.train(frame, [0, 0, 0], ct.BayesParams())
-    expected.train([[1, 1], [np.nan, 2], [3, np.nan]], [0, 0, 0], ct.BayesParams())
+    expected.train([[1.0, 1.0], [np.nan, 2.0], [3.0, np.nan]], [0, 0, 0], ct.BayesParams())
     assert tool == expected
     assert tool.categories.tolist() == [0]
 
@@ -399,7 +399,7 @@ def test_what_a_metric_raises_is_raised() -> None:
     for call in (lambda: tool.run([1, 2, 3, 4]), lambda: tool.run_rows(np.ones((100, 4)), threads=2)):
         with pytest.raises(LookupError, match="no distance"):
             call()
-    tool.retrain(ct.KNNParams(1, lambda a, b: "far"))
+    tool.retrain(ct.KNNParams(1, lambda a, b: "far"))  # type: ignore[arg-type]
     with pytest.raises(TypeError, match="must be real number"):
         tool.run([1, 2, 3, 4])
     with pytest.raises(TypeError, match="a metric is a Norm or a function of two arrays"):
