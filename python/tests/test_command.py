@@ -155,8 +155,8 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
     KNeighborsCostClassifier().fit(IRIS, SPECIES).save(good)
     data.write_text("1,2,,4\n")
     assert main(["predict", str(good), str(data), "-o", str(out)]) == 1
-    shown = capsys.readouterr().err
-    assert shown.startswith("clastool: Input X contains NaN. KNeighborsCostClassifier does not") and shown.count("\n") == 1
+    told = capsys.readouterr().err
+    assert told.startswith("clastool: Input X contains NaN. KNeighborsCostClassifier does not") and told.count("\n") == 1
 
 
 def test_wrong_arguments_end_in_status_2() -> None:
