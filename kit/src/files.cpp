@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <system_error>
 #include <vector>
 
@@ -226,10 +227,10 @@ void saveContents(Contents contents, const std::string& path)
     }
 }
 
-Contents loadContents(const std::string& path)
+Contents loadContents(std::istream& file, const std::string& path)
 {
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    if (!file) {
+    // A folder opens as a file does, and gives no byte.
+    if (!file || (file.peek() == std::istream::traits_type::eof() && !file.eof())) {
         refuse(path, "cannot be read");
     }
     const std::size_t size = checkedSize(file, path);
@@ -237,7 +238,7 @@ Contents loadContents(const std::string& path)
     file.seekg(archiveBegin);
     Contents contents;
     try {
-        ktArchive archive(static_cast<std::istream&>(file));
+        ktArchive archive(file);
         archiveContents(archive, contents);
     } catch (const ktArchive::Errors& error) {
         refuse(path, "the archive that begins at byte " + std::to_string(archiveBegin) + ": " + error.message());
@@ -247,6 +248,20 @@ Contents loadContents(const std::string& path)
         refuse(path, "something else than a tool and its parameters before byte " + std::to_string(end));
     }
     return contents;
+}
+
+Contents loadContents(const std::string& path)
+{
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    return loadContents(file, path);
+}
+
+ktClassifierTool toolOf(Contents contents, const std::string& path)
+{
+    if (contents.scaler) {
+        refuse(path, "the tool was saved with a scaler, so it is loaded with one");
+    }
+    return std::move(contents.tool);
 }
 
 }  // namespace
@@ -268,6 +283,22 @@ void ktKit::save(const ktClassifierTool& tool, const std::string& path)
     saveContents({tool, nullptr, {}, nullptr}, path);
 }
 
+void ktKit::save(const ktClassifierTool& tool, std::ostream& stream)
+{
+    Contents contents{tool, nullptr, {}, nullptr};
+    contents.collect();
+    if (stream) {
+        try {
+            writeContents(stream, contents);
+        } catch (const ktArchive::StreamFailed&) {
+            stream.setstate(std::ios::badbit);
+        }
+    }
+    if (!stream) {
+        refuse("stream", "cannot be written");
+    }
+}
+
 void ktKit::save(const ktClassifierTool& tool, const Scaler& scaler, const std::string& path)
 {
     saveContents({tool, nullptr, {}, new Scaler(scaler)}, path);
@@ -275,11 +306,26 @@ void ktKit::save(const ktClassifierTool& tool, const Scaler& scaler, const std::
 
 ktClassifierTool ktKit::load(const std::string& path)
 {
-    Contents contents = loadContents(path);
-    if (contents.scaler) {
-        refuse(path, "the tool was saved with a scaler, so it is loaded with one");
+    return toolOf(loadContents(path), path);
+}
+
+ktClassifierTool ktKit::load(std::istream& stream)
+{
+    const std::string path = "stream";
+    if (!stream) {
+        refuse(path, "cannot be read");
     }
-    return std::move(contents.tool);
+    // What is left of it, because it is read twice.
+    std::string bytes;
+    std::array<char, 4096> block{};
+    while (stream.read(block.data(), block.size()), stream.gcount() > 0) {
+        bytes.append(block.data(), static_cast<std::size_t>(stream.gcount()));
+    }
+    if (stream.bad()) {
+        refuse(path, "cannot be read");
+    }
+    std::istringstream file(bytes, std::ios::binary);
+    return toolOf(loadContents(file, path), path);
 }
 
 ktClassifierTool ktKit::load(const std::string& path, Scaler& scaler)

@@ -3,6 +3,7 @@
 #include "kit_kit.h"
 #include "support/allocations.h"
 #include "support/bytes.h"
+#include "support/streams.h"
 
 #include <gtest/gtest.h>
 
@@ -412,6 +413,51 @@ TEST_F(KitFile, AFailedSaveLeavesTheOldFile)
     EXPECT_EQ(numFiles(), 1U);
 }
 
+TEST_F(KitFile, AStreamGetsTheBytesOfAFile)
+{
+    const ktClassifierTool tool = trainedOn(Sample(0, 90), kt_test::bayesParams(true));
+    ktKit::save(tool, path_);
+    std::stringstream stream;
+    stream << "before";
+    ktKit::save(tool, stream);
+    EXPECT_EQ(stream.str(), "before" + bytesOf(path_));
+    stream.seekg(6);
+    const ktClassifierTool loaded = ktKit::load(stream);
+    const ktKit::Patterns queries = Sample(100, 160).patterns;
+    EXPECT_TRUE(loaded == tool);
+    EXPECT_TRUE(oneByOne(loaded, queries) == oneByOne(tool, queries));
+}
+
+TEST_F(KitFile, WhatIsWrongWithAStreamIsSaid)
+{
+    ktKit::Scaler scaler;
+    ktKit::save(kt_test::treeTool(), scaler, path_);
+    const std::string whole = bytesOf(path_);
+    struct Case {
+        std::string bytes;
+        std::string what;
+    };
+    for (const Case& given :
+         {Case{"", "unexpected end at byte 0"},
+          Case{"KTAR", "an archive as ktArchive stores it, not a file of ktKit::save, at byte 0"},
+          Case{whole, "the tool was saved with a scaler, so it is loaded with one"},
+          Case{whole.substr(0, whole.size() - 1),
+               "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 5) + " does not match"}}) {
+        std::istringstream stream(given.bytes);
+        expectThrows<ktKit::FileError>("stream: " + given.what, [&] { ktKit::load(stream); });
+    }
+    for (const std::ios::iostate state : {std::ios::badbit, std::ios::failbit}) {
+        std::stringstream stream(whole);
+        stream.setstate(state);
+        expectThrows<ktKit::FileError>("stream: cannot be read", [&] { ktKit::load(stream); });
+        expectThrows<ktKit::FileError>("stream: cannot be written", [&] { ktKit::save(kt_test::treeTool(), stream); });
+    }
+    kt_test::BlindSource broken(whole, 20, kt_test::AtLimit::throws);
+    expectThrows<ktKit::FileError>("stream: cannot be read", [&] { ktKit::load(broken); });
+    kt_test::LimitedSink full(20, kt_test::AtLimit::refuses);
+    expectThrows<ktKit::FileError>("stream: cannot be written", [&] { ktKit::save(kt_test::treeTool(), full); });
+}
+
 TEST_F(KitFile, TheErrorIsOneOfTheLibrarysExceptions)
 {
     const ktKit::FileError error("what is wrong");
@@ -442,6 +488,11 @@ TEST_F(KitFile, RunsOutOfMemoryCleanly)
     EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::save(bayes, other); }), 0);
     EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::load(other); }), 0);
     EXPECT_EQ(numFiles(), 2U);
+    EXPECT_GT(kt_test::failEachAllocation([&] {
+                  std::istringstream stream(bytes, std::ios::binary);
+                  ktKit::load(stream);
+              }),
+              0);
 }
 
 }  // namespace

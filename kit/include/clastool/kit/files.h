@@ -4,6 +4,7 @@
 #include <clastool/kit/config.h>
 #include <clastool/kit/scaler.h>
 
+#include <iosfwd>
 #include <string>
 
 namespace ktKit {
@@ -40,6 +41,9 @@ public:
 /// Cost: linear in what the tool holds; a copy of the tool, which shares kept patterns.
 /// See: ISO 3309, "High-level data link control procedures, frame structure", 1979.
 KT_KIT_API void save(const ktClassifierTool& tool, const std::string& path);
+/// Writes the bytes of such a file to a stream, opened binary: for a database, or to send them.
+/// Throws: what the archive throws; FileError "stream: cannot be written".
+KT_KIT_API void save(const ktClassifierTool& tool, std::ostream& stream);
 /// Stores the scaler with the tool whose patterns it transforms.
 KT_KIT_API void save(const ktClassifierTool& tool, const Scaler& scaler, const std::string& path);
 
@@ -60,6 +64,9 @@ KT_KIT_API void save(const ktClassifierTool& tool, const Scaler& scaler, const s
 ///
 /// Cost: linear in the file, which is read twice.
 KT_KIT_API ktClassifierTool load(const std::string& path);
+/// The tool in a stream, opened binary, from where it stands to its end. Messages call the stream "stream", and count bytes from there.
+/// Cost: linear in the bytes, which are held in memory.
+KT_KIT_API ktClassifierTool load(std::istream& stream);
 /// The tool, and the scaler that was saved with it, which changes only if nothing is thrown.
 /// Throws: FileError as above, but last "<path>: the tool was saved without a scaler".
 KT_KIT_API ktClassifierTool load(const std::string& path, Scaler& scaler);

@@ -1,0 +1,111 @@
+"""The decision of the estimators, and the readers of their parameters `costs` and `priors`."""
+
+from __future__ import annotations
+
+from collections.abc import Mapping
+from typing import Any
+
+import numpy as np
+import numpy.typing as npt
+
+from . import Costs, Frequencies
+
+Floats = npt.NDArray[np.float64]
+
+
+def class_index(classes: npt.NDArray[Any], label: Any, parameter: str) -> int:
+    """The place of a label in the classes."""
+    for place, known in enumerate(classes.tolist()):
+        if known == label and isinstance(known, bool) == isinstance(label, (bool, np.bool_)):
+            return place
+    raise ValueError(f"{parameter} names the class {label!r}, which is not among {classes.tolist()!r}")
+
+
+def cost_matrix(costs: Any, classes: npt.NDArray[Any]) -> Floats:
+    """The costs as a matrix over the classes, cost[true, assigned], with zeros on the diagonal."""
+    count = len(classes)
+    if costs is None:
+        matrix = np.ones((count, count))
+        np.fill_diagonal(matrix, 0.0)
+    elif isinstance(costs, Mapping):
+        matrix = _matrix_of_pairs(costs, classes)
+    else:
+        matrix = np.array(costs, dtype=np.float64)
+        if matrix.shape != (count, count):
+            raise ValueError(f"costs must have a row and a column for each of {count} classes, not the shape {matrix.shape}")
+    if not np.all(np.isfinite(matrix)) or np.any(matrix < 0.0):
+        raise ValueError("costs must be finite and >= 0")
+    if np.any(np.diagonal(matrix) != 0.0):
+        raise ValueError("costs of the right decision must be 0")
+    return matrix
+
+
+def _matrix_of_pairs(costs: Mapping[Any, Any], classes: npt.NDArray[Any]) -> Floats:
+    matrix = np.full((len(classes), len(classes)), float(costs.get("default", 1.0)))
+    np.fill_diagonal(matrix, 0.0)
+    for pair, cost in costs.items():
+        if isinstance(pair, str) and pair == "default":
+            continue
+        if not isinstance(pair, tuple) or len(pair) != 2:
+            raise ValueError(f'costs must have pairs (true, assigned) and "default" as keys, not {pair!r}')
+        true, assigned = (class_index(classes, label, "costs") for label in pair)
+        matrix[true, assigned] = cost
+    return matrix
+
+
+def tool_costs(matrix: Floats, labels: npt.NDArray[np.int64]) -> Costs:
+    """The same costs for a tool with these labels: the most frequent one is the default, because overrides cost time in each run."""
+    different = ~np.eye(len(labels), dtype=bool)
+    values, counts = np.unique(matrix[different], return_counts=True)
+    default = float(values[counts.argmax()]) if len(values) else 1.0
+    costs = Costs(default)
+    for true, assigned in np.argwhere(different & (matrix != default)):
+        costs[int(labels[true]), int(labels[assigned])] = float(matrix[true, assigned])
+    return costs
+
+
+def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArray[np.int64]) -> Floats:
+    """The share of each class: from counts, equal, or as stated; they add up to 1."""
+    count = len(classes)
+    if priors is None:
+        return np.asarray(class_count / class_count.sum(), dtype=np.float64)
+    if isinstance(priors, str):
+        if priors != "equal":
+            raise ValueError(f'priors must be None, "equal", an array or a dict, not {priors!r}')
+        return np.full(count, 1.0 / count)
+    if isinstance(priors, Mapping):
+        stated = np.full(count, np.nan)
+        for label, prior in priors.items():
+            stated[class_index(classes, label, "priors")] = prior
+        if np.any(np.isnan(stated)):
+            raise ValueError(f"priors must have a number for each of the classes {classes.tolist()!r}")
+    else:
+        stated = np.array(priors, dtype=np.float64)
+        if stated.shape != (count,):
+            raise ValueError(f"priors must have a number for each of {count} classes, not the shape {stated.shape}")
+    if not np.all(np.isfinite(stated)) or np.any(stated <= 0.0):
+        raise ValueError("priors must be finite and > 0")
+    return np.asarray(stated / stated.sum(), dtype=np.float64)
+
+
+def tool_frequencies(class_prior: Floats, labels: npt.NDArray[np.int64]) -> Frequencies:
+    """The same priors for a tool with these labels. A class of which nothing is known has none, and the tool no model of it."""
+    known = class_prior > 0.0
+    return Frequencies(1.0, dict(zip(labels[known].tolist(), class_prior[known].tolist())))
+
+
+def settle_ties(expected: Floats) -> Floats:
+    """Expected costs in which those that differ from the least by no more than the rounding of their sums are equal to it.
+
+    Each cost is a sum of one term for each class, none of them negative. Its relative error stays within as many roundings, a few
+    more come from the terms.
+    """
+    least = expected.min(axis=1, keepdims=True)
+    rounding = 2.0 * (expected.shape[1] + 4) * np.finfo(np.float64).eps
+    return np.where(expected <= least * (1.0 + rounding), least, expected)
+
+
+def decide(expected: Floats, probabilities: Floats) -> npt.NDArray[np.intp]:
+    """The class of least expected cost in each row; of equal ones the more probable, then the first."""
+    cheapest = expected == expected.min(axis=1, keepdims=True)
+    return np.asarray(np.where(cheapest, probabilities, -1.0).argmax(axis=1), dtype=np.intp)

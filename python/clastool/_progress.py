@@ -1,0 +1,29 @@
+"""Progress bars, where tqdm is installed."""
+
+from __future__ import annotations
+
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from typing import Optional
+
+Progress = Optional[Callable[[int, int], None]]
+
+
+@contextmanager
+def progress_bar(description: str, verbose: object) -> Iterator[Progress]:
+    """A function for the parameter `progress` of a tool's operations: None unless a bar is wanted and tqdm is there."""
+    if not verbose:
+        yield None
+        return
+    try:
+        from tqdm.auto import tqdm
+    except ImportError:
+        yield None
+        return
+    with tqdm(desc=description, unit="row") as bar:
+
+        def show(done: int, total: int) -> None:
+            bar.total = total
+            bar.update(done - bar.n)
+
+        yield show

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <kt/archive.h>
+
+#include <sstream>
+
+/// What an archive of `value` holds behind its version byte, in this order: the way to what a class of values keeps to itself.
+template <class T, class... Fields>
+void readFields(const T& value, Fields&... fields)
+{
+    std::stringstream stream(std::ios::in | std::ios::out | std::ios::binary);
+    T copy = value;
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        archive || copy;
+    }
+    ktArchive archive(static_cast<std::istream&>(stream));
+    const ktArchive::Pass pass(archive);
+    archive.version();
+    (archive || ... || fields);
+}

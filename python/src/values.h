@@ -1,0 +1,75 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+#include <nanobind/stl/string.h>
+
+#include <kt/archive.h>
+
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace nb = nanobind;
+
+// What the classes of values have in common: bytes by archives, copies through these, and how they are written.
+
+/// The bytes of an archive that holds the value.
+template <class T>
+nb::bytes stored(T value)
+{
+    std::ostringstream stream(std::ios::binary);
+    {
+        ktArchive archive(static_cast<std::ostream&>(stream));
+        archive || value;
+    }
+    const std::string bytes = stream.str();
+    return nb::bytes(bytes.data(), bytes.size());
+}
+
+/// The value that an archive holds.
+template <class T>
+T loaded(const nb::bytes& bytes)
+{
+    std::istringstream stream(std::string(bytes.c_str(), bytes.size()), std::ios::binary);
+    ktArchive archive(static_cast<std::istream&>(stream));
+    T value{};
+    archive || value;
+    return value;
+}
+
+/// As Python writes it.
+inline std::string written(nb::handle object)
+{
+    return nb::cast<std::string>(nb::repr(object));
+}
+inline std::string written(double number)
+{
+    return written(nb::float_(number));
+}
+
+/// A class whose values cannot be a key of a dictionary, because equal ones need not stay equal.
+inline void isUnhashable(nb::object type)
+{
+    type.attr("__hash__") = nb::none();
+}
+
+/// Values compare by the library's own operator; with anything else Python goes on to ask the other side.
+template <class T, class Class>
+void compares(Class& type)
+{
+    type.def(
+        "__eq__", [](const T& self, const T& other) { return self == other; }, nb::is_operator(),
+        nb::sig("def __eq__(self, other: object, /) -> bool"));
+    type.def(
+        "__ne__", [](const T& self, const T& other) { return !(self == other); }, nb::is_operator(),
+        nb::sig("def __ne__(self, other: object, /) -> bool"));
+    isUnhashable(type);
+}
+
+/// Values go into bytes by an archive: pickling, and copies by the module copy, which goes the same way.
+template <class T, class Class>
+void pickles(Class& type)
+{
+    type.def("__getstate__", [](const T& self) { return stored<T>(self); });
+    type.def("__setstate__", [](T& self, const nb::bytes& state) { new (&self) T(loaded<T>(state)); });
+}

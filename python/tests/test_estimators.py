@@ -1,0 +1,720 @@
+"""What scikit-learn's checks do not see."""
+
+from __future__ import annotations
+
+import copy
+import pickle
+import sys
+import threading
+from pathlib import Path
+from types import ModuleType
+from typing import Any
+
+import numpy as np
+import pandas as pd
+import pytest
+from scipy.special import logsumexp
+from scipy.stats import multivariate_normal, norm
+from sklearn.base import clone
+from sklearn.datasets import load_iris, load_wine
+from sklearn.model_selection import GridSearchCV, cross_val_score
+from sklearn.neighbors import KNeighborsClassifier
+from sklearn.pipeline import make_pipeline
+from sklearn.preprocessing import StandardScaler
+
+from clastool import BayesParams, ClassifierTool, Costs, DistributionTypes, Frequencies, KNNParams, Norm
+from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier
+
+IRIS, SPECIES = load_iris(return_X_y=True)
+COSTS = [[0, 1, 2], [5, 0, 3], [8, 2, 0]]
+BOTH = [KNeighborsCostClassifier, BayesCostClassifier]
+
+
+def scattered(seed: int, rows: int = 120, gaps: float = 0.0) -> tuple[Any, Any]:
+    random = np.random.default_rng(seed)
+    y = random.integers(0, 3, rows)
+    X = random.normal(size=(rows, 4)) + y[:, np.newaxis] * [1.0, 0.5, -0.5, 0.0]
+    X[random.random(X.shape) < gaps] = np.nan
+    return X, y
+
+
+# Labels
+
+
+@pytest.mark.parametrize("cls", BOTH)
+@pytest.mark.parametrize(
+    "labels",
+    [
+        np.array(["setosa", "versicolor", "virginica"]),
+        np.array(["b", "a", "c"], dtype=object),
+        np.array([-7, 0, 3]),
+        np.array([0, 1, 2**40]),
+        np.array([5, 2, 9], dtype=np.uint8),
+        np.array([0.0, 1.0, 2.0]),
+        np.array([2**31 - 1, 0, 1]),
+        np.array([2**31, 0, 1]),
+    ],
+    ids=str,
+)
+def test_labels_of_any_kind_come_back(cls: Any, labels: Any, tmp_path: Path) -> None:
+    y = labels[SPECIES]
+    model = cls().fit(IRIS, y)
+    assert model.classes_.dtype == labels.dtype
+    assert model.classes_.tolist() == sorted(labels.tolist())
+    decided = model.predict(IRIS)
+    assert decided.dtype == labels.dtype
+    assert np.mean(decided == y) > 0.9
+    model.save(tmp_path / "model")
+    assert cls.load(tmp_path / "model").predict(IRIS).tolist() == decided.tolist()
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_truth_values_are_labels(cls: Any) -> None:
+    y = SPECIES == 1
+    model = cls(costs={(True, False): 5}).fit(IRIS, y)
+    assert model.predict(IRIS).dtype == bool
+    assert model.costs_.tolist() == [[0.0, 1.0], [5.0, 0.0]]
+
+
+def test_tool_has_the_classes_as_labels_if_an_archive_can_hold_them() -> None:
+    assert BayesCostClassifier().fit(IRIS, np.array([4, 9, 2**31 - 1])[SPECIES]).tool_.categories.tolist() == [4, 9, 2**31 - 1]
+    assert BayesCostClassifier().fit(IRIS, np.array([4, 9, 2**31])[SPECIES]).tool_.categories.tolist() == [0, 1, 2]
+    assert BayesCostClassifier().fit(IRIS, np.array([-1, 0, 1])[SPECIES]).tool_.categories.tolist() == [0, 1, 2]
+
+
+# Answers, beside others
+
+
+def test_neighbors_are_those_of_another_library() -> None:
+    X, y = scattered(1)
+    for p in (1, 2, 3):
+        model, other = KNeighborsCostClassifier(7, p=p).fit(X, y), KNeighborsClassifier(7, p=p).fit(X, y)
+        distances, indices = model.kneighbors(X + 0.01)
+        others = other.kneighbors(X + 0.01)
+        assert np.array_equal(indices, others[1])
+        np.testing.assert_allclose(distances, others[0], rtol=1e-12)
+        np.testing.assert_allclose(model.predict_proba(X), other.predict_proba(X), rtol=1e-14)
+    assert model.kneighbors(X[:3], 2, return_distance=False).shape == (3, 2)
+
+
+def test_metric_of_the_user_decides() -> None:
+    X, y = scattered(2, rows=40)
+
+    def second_only(a: Any, b: Any) -> float:
+        return float(abs(a[1] - b[1]))
+
+    model = KNeighborsCostClassifier(3, metric=second_only).fit(X, y)
+    assert np.array_equal(model.predict(X), KNeighborsClassifier(3).fit(X[:, 1:2], y).predict(X[:, 1:2]))
+
+
+def by_scipy(X: Any, y: Any, query: Any, groups: list[list[int]], priors: Any) -> tuple[Any, Any]:
+    """Log-likelihoods and probabilities by scipy's densities."""
+    joint = np.zeros((len(query), 3))
+    for c in range(3):
+        for group in groups:
+            rows = X[y == c][:, group]
+            if len(group) == 1:
+                joint[:, c] += norm(rows.mean(), rows.std(ddof=1)).logpdf(query[:, group[0]])
+            else:
+                joint[:, c] += multivariate_normal(rows.mean(axis=0), np.cov(rows.T)).logpdf(query[:, group])
+    weighted = joint + np.log(priors)
+    return joint, np.exp(weighted - logsumexp(weighted, axis=1, keepdims=True))
+
+
+@pytest.mark.parametrize(
+    ("groups", "sets"),
+    [
+        (None, [[0], [1], [2], [3]]),
+        ("all", [[0, 1, 2, 3]]),
+        ([[0, 2]], [[0, 2], [1], [3]]),
+        ([["c", "a"], ["b", "d"]], [[0, 2], [1, 3]]),
+        ({0: "all", 1: [[0, 1, 2, 3]], 2: [["a", "b", "c", "d"]]}, [[0, 1, 2, 3]]),
+    ],
+    ids=str,
+)
+@pytest.mark.parametrize(
+    ("priors", "shares"),
+    [
+        (None, None),
+        ("equal", [1 / 3, 1 / 3, 1 / 3]),
+        ([1, 2, 5], [0.125, 0.25, 0.625]),
+        ({2: 0.625, 0: 0.125, 1: 0.25}, [0.125, 0.25, 0.625]),
+    ],
+    ids=str,
+)
+def test_bayes_is_what_its_densities_say(groups: Any, sets: Any, priors: Any, shares: Any) -> None:
+    X, y = scattered(3)
+    shares = np.bincount(y) / len(y) if shares is None else shares
+    table = pd.DataFrame(X, columns=list("abcd"))
+    model = BayesCostClassifier(groups=groups, priors=priors, costs=COSTS).fit(table, y)
+    likelihoods, probabilities = by_scipy(X, y, X, sets, shares)
+    np.testing.assert_allclose(model.class_prior_, shares, rtol=1e-15)
+    np.testing.assert_allclose(model.log_likelihoods(table), likelihoods, rtol=1e-9)
+    np.testing.assert_allclose(model.predict_proba(table), probabilities, rtol=1e-9)
+    np.testing.assert_allclose(model.predict_log_proba(table), np.log(probabilities), rtol=1e-7, atol=1e-11)
+    np.testing.assert_allclose(model.expected_costs(table), probabilities @ np.array(COSTS), rtol=1e-9)
+    assert np.array_equal(model.predict(table), (probabilities @ np.array(COSTS)).argmin(axis=1))
+
+
+def test_groups_of_one_class_leave_the_others_independent() -> None:
+    X, y = scattered(4)
+    model = BayesCostClassifier(groups={1: "all"}).fit(X, y)
+    likelihoods = model.log_likelihoods(X)
+    np.testing.assert_allclose(likelihoods[:, 0], by_scipy(X, y, X, [[0], [1], [2], [3]], np.ones(3))[0][:, 0])
+    np.testing.assert_allclose(likelihoods[:, 1], by_scipy(X, y, X, [[0, 1, 2, 3]], np.ones(3))[0][:, 1])
+
+
+def test_binomial_measurements_have_maxima() -> None:
+    random = np.random.default_rng(5)
+    y = np.repeat([0, 1], 200)
+    counts = random.binomial(10, np.where(y, 0.7, 0.3)).astype(float)
+    X = np.column_stack([counts, random.normal(size=400)])
+    for distribution in (["binomial", "normal"], {0: "binomial"}):
+        for max_values in (10, [10, 1], {0: 10}):
+            model = BayesCostClassifier(distribution=distribution, max_values=max_values).fit(X, y)
+            first = next(density for density in model.tool_.densities() if density.label == 0)
+            assert first.theta == pytest.approx(counts[y == 0].mean() / 10)
+            assert model.score(X, y) > 0.85
+    whole = BayesCostClassifier(distribution="binomial", max_values=10).fit(X[:, :1], y)
+    assert np.mean(whole.predict(X[:, :1]) == (X[:, 0] >= 5.0)) > 0.9
+
+
+def test_probabilities_far_out_have_logarithms() -> None:
+    X, y = scattered(6)
+    model = BayesCostClassifier().fit(X, y)
+    far = np.full((1, 4), 1e4)
+    assert model.predict_proba(far).min() == 0.0
+    logs = model.predict_log_proba(far)
+    assert np.all(np.isfinite(logs)) and logs.max() == 0.0 and logs.min() < -1e5
+
+
+# Missing measurements, infinities
+
+
+def test_missing_measurements_are_left_out_by_bayes() -> None:
+    X, y = scattered(7)
+    model = BayesCostClassifier().fit(X, y)
+    gaps = X.copy()
+    gaps[:, [1, 3]] = np.nan
+    others = BayesCostClassifier().fit(X[:, [0, 2]], y)
+    np.testing.assert_allclose(model.predict_proba(gaps), others.predict_proba(X[:, [0, 2]]), rtol=1e-12)
+    np.testing.assert_allclose(model.predict_proba(np.full((1, 4), np.nan))[0], model.class_prior_, rtol=1e-15)
+    learnt = BayesCostClassifier().fit(np.where(X > 2.0, np.nan, X), y)
+    first = next(density for density in learnt.tool_.densities() if density.label == 0)
+    assert first.mean[0] == pytest.approx(X[(y == 0) & (X[:, 0] <= 2.0), 0].mean())
+
+
+def test_missing_measurements_are_refused_by_neighbors_by_name() -> None:
+    X, y = scattered(8, gaps=0.1)
+    with pytest.raises(ValueError, match="Input X contains NaN.\nKNeighborsCostClassifier does not accept missing values"):
+        KNeighborsCostClassifier().fit(X, y)
+    model = KNeighborsCostClassifier().fit(IRIS, SPECIES)
+    with pytest.raises(ValueError, match="Input X contains NaN.\nKNeighborsCostClassifier does not accept missing values"):
+        model.predict(X)
+
+
+@pytest.mark.parametrize("cls", BOTH)
+@pytest.mark.parametrize("value", [np.inf, -np.inf])
+def test_infinities_are_refused(cls: Any, value: float) -> None:
+    X, y = scattered(9)
+    model = cls().fit(X, y)
+    X[5, 2] = value
+    for call in (cls().fit, lambda X, _: model.predict(X), lambda X, _: model.expected_costs(X)):
+        with pytest.raises(ValueError, match="Input X contains infinity"):
+            call(X, y)
+
+
+# Parameters
+
+
+@pytest.mark.parametrize(
+    ("costs", "matrix"),
+    [
+        (None, [[0, 1, 1], [1, 0, 1], [1, 1, 0]]),
+        (COSTS, COSTS),
+        ({("a", "b"): 4}, [[0, 4, 1], [1, 0, 1], [1, 1, 0]]),
+        ({("c", "a"): 0.5, "default": 2}, [[0, 2, 2], [2, 0, 2], [0.5, 2, 0]]),
+        ({"default": 0}, [[0, 0, 0], [0, 0, 0], [0, 0, 0]]),
+        ({("a", "a"): 0}, [[0, 1, 1], [1, 0, 1], [1, 1, 0]]),
+    ],
+    ids=str,
+)
+@pytest.mark.parametrize("cls", BOTH)
+def test_costs_may_be_a_matrix_or_a_dict(cls: Any, costs: Any, matrix: Any) -> None:
+    model = cls(costs=costs).fit(IRIS, np.array(["a", "b", "c"])[SPECIES])
+    assert model.costs_.tolist() == matrix
+    np.testing.assert_allclose(model.expected_costs(IRIS), model.predict_proba(IRIS) @ np.array(matrix), rtol=1e-12, atol=1e-15)
+    stored = model.tool_.params.costs
+    assert [[stored[i, j] if i != j else 0 for j in range(3)] for i in range(3)] == matrix
+
+
+def test_refusals_say_what_is_wrong() -> None:
+    y = np.array(["a", "b", "c"])[SPECIES]
+    rows: list[tuple[Any, dict[str, Any], str]] = [
+        (KNeighborsCostClassifier, {"n_neighbors": 0}, "n_neighbors must be an integer >= 1, not 0"),
+        (KNeighborsCostClassifier, {"n_neighbors": 2.5}, "n_neighbors must be an integer >= 1, not 2.5"),
+        (KNeighborsCostClassifier, {"n_neighbors": True}, "n_neighbors must be an integer >= 1, not True"),
+        (KNeighborsCostClassifier, {"p": 0}, "p must be finite and > 0, not 0"),
+        (KNeighborsCostClassifier, {"p": np.inf}, "p must be finite and > 0, not inf"),
+        (KNeighborsCostClassifier, {"p": np.nan}, "p must be finite and > 0, not nan"),
+        (KNeighborsCostClassifier, {"metric": "cosine"}, "metric must be None or a function of two arrays, not 'cosine'"),
+        (BayesCostClassifier, {"priors": "counts"}, "priors must be None, \"equal\", an array or a dict, not 'counts'"),
+        (BayesCostClassifier, {"priors": [0.5, 0.5]}, "priors must have a number for each of 3 classes, not the shape (2,)"),
+        (BayesCostClassifier, {"priors": [0.5, 0.5, 0]}, "priors must be finite and > 0"),
+        (BayesCostClassifier, {"priors": [1, 1, np.inf]}, "priors must be finite and > 0"),
+        (BayesCostClassifier, {"priors": {"a": 1, "b": 1}}, "priors must have a number for each of the classes ['a', 'b', 'c']"),
+        (BayesCostClassifier, {"priors": {"d": 1}}, "priors names the class 'd', which is not among ['a', 'b', 'c']"),
+        (BayesCostClassifier, {"groups": "some"}, "groups must be None, \"all\", lists of measurements or a dict, not 'some'"),
+        (BayesCostClassifier, {"groups": [0, 1]}, "groups must be lists of measurements, not 0"),
+        (BayesCostClassifier, {"groups": [[0, 1], [1, 2]]}, "groups must name each measurement only once"),
+        (BayesCostClassifier, {"groups": [[0, 0]]}, "groups must name each measurement only once"),
+        (BayesCostClassifier, {"groups": [[0, 4]]}, "groups names the measurement 4 of 4"),
+        (BayesCostClassifier, {"groups": [[0, -1]]}, "groups names the measurement -1 of 4"),
+        (BayesCostClassifier, {"groups": [[0, 1.5]]}, "groups names the measurement 1.5 of 4"),
+        (BayesCostClassifier, {"groups": [["x", "y"]]}, "groups names the measurement 'x', which is not among []"),
+        (BayesCostClassifier, {"groups": {"d": "all"}}, "groups names the class 'd', which is not among ['a', 'b', 'c']"),
+        (BayesCostClassifier, {"distribution": "poisson"}, "distribution must be \"normal\" or \"binomial\", not 'poisson'"),
+        (BayesCostClassifier, {"distribution": ["normal"]}, "distribution must have one for each of 4 measurements, not 1"),
+        (BayesCostClassifier, {"distribution": {0: 1}}, 'distribution must be "normal" or "binomial", not 1'),
+        (BayesCostClassifier, {"max_values": [1, 2]}, "max_values must have one for each of 4 measurements, not 2"),
+    ]
+    for cls in BOTH:
+        rows += [
+            (cls, {"costs": [[0, 1], [1, 0]]}, "costs must have a row and a column for each of 3 classes, not the shape (2, 2)"),
+            (cls, {"costs": np.ones((3, 3))}, "costs of the right decision must be 0"),
+            (cls, {"costs": {("a", "a"): 1}}, "costs of the right decision must be 0"),
+            (cls, {"costs": {"default": -1}}, "costs must be finite and >= 0"),
+            (cls, {"costs": {("a", "b"): np.inf}}, "costs must be finite and >= 0"),
+            (cls, {"costs": {("a", "b"): np.nan}}, "costs must be finite and >= 0"),
+            (cls, {"costs": {("a", "d"): 1}}, "costs names the class 'd', which is not among ['a', 'b', 'c']"),
+            (cls, {"costs": {"a": 1}}, "costs must have pairs (true, assigned) and \"default\" as keys, not 'a'"),
+            (cls, {"reject_quantile": 1.0}, "reject_quantile must be None or >= 0 and < 1, not 1.0"),
+            (cls, {"reject_quantile": -0.1}, "reject_quantile must be None or >= 0 and < 1, not -0.1"),
+        ]
+    for cls, parameters, text in rows:
+        model = cls(**parameters)
+        with pytest.raises(ValueError) as caught:
+            model.fit(IRIS, y)
+        assert str(caught.value) == text
+        assert not hasattr(model, "tool_")
+    with pytest.raises(ValueError) as caught:
+        KNeighborsCostClassifier().fit(IRIS, y).kneighbors(IRIS, 151)
+    assert str(caught.value) == "n_neighbors must be >= 1 and at most the number of training rows, 150, not 151"
+
+
+@pytest.mark.parametrize(
+    "model",
+    [
+        KNeighborsCostClassifier(3, p=1.5, costs={("a", "b"): 2, "default": 3}, n_jobs=2, reject_quantile=0.1, reject_label="?"),
+        BayesCostClassifier(priors={"a": 1}, costs=np.ones((2, 2)), groups={"a": [[0, 1]]}, distribution=["normal"], max_values=3.0),
+    ],
+    ids=["neighbors", "bayes"],
+)
+def test_parameters_clone_set_and_show(model: Any) -> None:
+    parameters = model.get_params()
+    twin = clone(model)
+    assert twin is not model and repr(twin) == repr(model)
+    assert type(model)().set_params(**parameters).get_params() == parameters
+    for name in ("costs", "groups") if "groups" in parameters else ("costs", "p"):
+        assert f"{name}=" in repr(model)
+    html = model._repr_html_()
+    assert type(model).__name__ in html and "costs" in html
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_recost_is_as_a_new_fit(cls: Any) -> None:
+    model = cls().fit(IRIS, SPECIES)
+    before = model.predict_proba(IRIS)
+    assert model.recost(costs=COSTS) is model
+    other = cls(costs=COSTS).fit(IRIS, SPECIES)
+    assert np.array_equal(model.expected_costs(IRIS), other.expected_costs(IRIS))
+    assert np.array_equal(model.predict_proba(IRIS), before)
+    assert model.get_params()["costs"] == COSTS
+    with pytest.raises(ValueError, match="finite"):
+        model.recost(costs={"default": -1})
+    assert model.get_params()["costs"] == COSTS
+    assert np.array_equal(model.expected_costs(IRIS), other.expected_costs(IRIS))
+    model.recost(costs=None)
+    assert np.array_equal(model.expected_costs(IRIS), cls().fit(IRIS, SPECIES).expected_costs(IRIS))
+    model.recost()
+    assert model.costs is None and np.array_equal(model.costs_, 1 - np.eye(3))
+
+
+def test_recost_takes_priors() -> None:
+    X, y = scattered(10)
+    model = BayesCostClassifier(costs=COSTS).fit(X, y).recost(priors=[1, 2, 7])
+    other = BayesCostClassifier(costs=COSTS, priors=[1, 2, 7]).fit(X, y)
+    assert np.array_equal(model.predict_proba(X), other.predict_proba(X))
+    assert np.array_equal(model.expected_costs(X), other.expected_costs(X))
+    assert model.class_prior_.tolist() == [0.1, 0.2, 0.7]
+    with pytest.raises(ValueError, match="priors must be finite"):
+        model.recost(costs=None, priors=[0, 1, 1])
+    assert model.priors == [1, 2, 7] and model.costs == COSTS
+    assert np.array_equal(model.expected_costs(X), other.expected_costs(X))
+    model.recost(priors=None)
+    assert np.array_equal(model.predict_proba(X), BayesCostClassifier(costs=COSTS).fit(X, y).predict_proba(X))
+
+
+# Learning further
+
+
+@pytest.mark.parametrize(
+    "model", [KNeighborsCostClassifier(3, costs=COSTS), BayesCostClassifier(costs=COSTS), BayesCostClassifier(groups="all")], ids=str
+)
+def test_parts_teach_what_the_whole_does(model: Any) -> None:
+    X, y = scattered(11)
+    whole = clone(model).fit(X, y)
+    for part in np.array_split(np.arange(len(X)), 4):
+        model.partial_fit(X[part], y[part], classes=[0, 1, 2])
+    assert np.array_equal(model.predict_proba(X), whole.predict_proba(X))
+    assert np.array_equal(model.expected_costs(X), whole.expected_costs(X))
+    assert model.class_count_.tolist() == whole.class_count_.tolist()
+    assert model.tool_ == whole.tool_
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_class_that_no_row_has_shown_has_probability_0(cls: Any) -> None:
+    costs = {("a", "c"): 0.01, ("b", "c"): 0.01}
+    model = cls(costs=costs).partial_fit([[0.0], [1.0], [8.0], [9.0]], list("aabb"), classes=list("abcd"))
+    probabilities = model.predict_proba([[0.5], [4.6]])
+    assert probabilities.shape == (2, 4) and not probabilities[:, 2:].any()
+    np.testing.assert_allclose(model.expected_costs([[0.5], [4.6]]), probabilities @ model.costs_, rtol=1e-12)
+    assert model.predict([[4.6]]).tolist() == ["c"]
+    model.partial_fit([[4.4], [4.6]], ["c", "c"])
+    assert model.predict_proba([[4.5]])[0, 2] > 0.0
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_refusals_of_partial_fit(cls: Any) -> None:
+    X, y = scattered(12)
+    model = cls()
+    with pytest.raises(ValueError) as caught:
+        model.partial_fit(X, y)
+    assert str(caught.value) == "classes must be passed on the first call to partial_fit."
+    with pytest.raises(ValueError) as caught:
+        model.partial_fit(X, y, classes=[0, 1])
+    assert str(caught.value) == "y has the label 2, which is not among the classes [0, 1]"
+    model.partial_fit(X, y, classes=[0, 1, 2])
+    answers = model.predict_proba(X)
+    with pytest.raises(ValueError) as caught:
+        model.partial_fit(X, y, classes=[0, 1])
+    assert str(caught.value) == "classes [0, 1] are not those of the first call, [0, 1, 2]"
+    with pytest.raises(ValueError) as caught:
+        model.partial_fit(X, y + 1)
+    assert str(caught.value) == "y has the label 3, which is not among the classes [0, 1, 2]"
+    assert np.array_equal(model.predict_proba(X), answers)
+    with pytest.raises(AttributeError):
+        cls(reject_quantile=0.1).partial_fit(X, y, classes=[0, 1, 2])
+
+
+# Rejection
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_rows_like_nothing_seen_are_rejected(cls: Any) -> None:
+    y = np.array(["a", "b", "c"])[SPECIES]
+    model = cls(reject_quantile=0.02, reject_label="unlike").fit(IRIS, y)
+    decided = model.predict(np.vstack([IRIS, [[50.0, 3.0, 1.0, 0.2]]]))
+    assert decided[-1] == "unlike"
+    assert 0 <= np.sum(decided[:-1] == "unlike") <= 0.06 * len(y)
+    kept = decided[:-1] != "unlike"
+    assert np.array_equal(decided[:-1][kept], cls().fit(IRIS, y).predict(IRIS)[kept])
+    assert model.score(IRIS, y) == np.mean(decided[:-1] == y)
+
+
+def test_share_of_rejected_training_rows_is_as_stated() -> None:
+    X, y = np.random.default_rng(13).normal(size=(1000, 3)), np.zeros(1000, dtype=int)
+    assert np.sum(BayesCostClassifier(reject_quantile=0.05, reject_label=9).fit(X, y).predict(X) == 9) == 50
+    for share in (0.0, 0.1):
+        model = KNeighborsCostClassifier(4, reject_quantile=share, reject_label=9).fit(X, y)
+        own = np.sort(np.linalg.norm(X[:, np.newaxis] - X, axis=2), axis=1)[:, 4]  # column 0 is the row itself
+        assert -model._reject_limits[0] == pytest.approx(np.sort(own)[::-1][int(share * 1000)])
+        near = np.array([[0.0, 0.0, 0.0], [30.0, 0.0, 0.0]])
+        assert model.predict(near).tolist() == [0, 9]
+
+
+def test_rejection_by_bayes_goes_by_likelihood() -> None:
+    X, y = scattered(14, rows=600)
+    model = BayesCostClassifier(groups="all", reject_quantile=0.1, reject_label=-1).fit(X, y)
+    likelihoods = model.log_likelihoods(X)
+    limits = [np.sort(likelihoods[y == c, c])[int(0.1 * np.sum(y == c))] for c in range(3)]
+    assert np.array_equal(model.predict(X) == -1, np.all(likelihoods < limits, axis=1))
+    assert np.sum(model.predict(X) == -1) > 10
+
+
+def test_rows_with_gaps_are_rejected_as_often_as_whole_ones() -> None:
+    random = np.random.default_rng(15)
+    X, y = random.normal(size=(4000, 5)), np.zeros(4000, dtype=int)
+    for groups in (None, "all"):
+        model = BayesCostClassifier(groups=groups, reject_quantile=0.1, reject_label=1).fit(X, y)
+        for missing in ([0], [1, 2], [0, 1, 2, 3]):
+            gaps = X.copy()
+            gaps[:, missing] = np.nan
+            assert model.predict(gaps).mean() == pytest.approx(0.1, abs=0.02)
+        assert model.predict(np.full((1, 5), np.nan)).tolist() == [0]
+        learnt = np.where(random.random(X.shape) < 0.2, np.nan, X)
+        model = BayesCostClassifier(groups=groups, reject_quantile=0.1, reject_label=1).fit(learnt, y)
+        assert model.predict(X).mean() == pytest.approx(0.1, abs=0.02)
+
+
+@pytest.mark.parametrize(
+    ("labels", "reject_label", "dtype", "answers"),
+    [
+        (np.array([0, 1]), -1, np.int64, [0, -1]),
+        (np.array([0, 1]), None, object, [0, None]),
+        (np.array([0, 1]), "unlike", object, [0, "unlike"]),
+        (np.array(["a", "b"]), "unlike", np.dtype("<U6"), ["a", "unlike"]),
+        (np.array(["a", "b"]), None, object, ["a", None]),
+        (np.array([0, 1]), 0.5, np.float64, [0.0, 0.5]),
+        (np.array([False, True]), 2, object, [False, 2]),
+        (np.array([0, 1]), 1, np.int64, [0, 1]),
+    ],
+    ids=str,
+)
+def test_reject_label_may_be_of_another_kind(labels: Any, reject_label: Any, dtype: Any, answers: Any) -> None:
+    X = np.concatenate([np.linspace(0, 1, 20), np.linspace(10, 11, 20)]).reshape(-1, 1)
+    model = BayesCostClassifier(reject_quantile=0.0, reject_label=reject_label).fit(X, np.repeat(labels, 20))
+    for query, expected in (([[0.5], [90.0]], answers), ([[0.5]], answers[:1])):
+        decided = model.predict(query)
+        assert decided.dtype == dtype and decided.tolist() == expected
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_new_fit_forgets_what_was_rejected(cls: Any) -> None:
+    far = [[90.0, 3.0, 5.0, 2.0]]
+    model = cls(reject_quantile=0.0, reject_label=-1).fit(IRIS, SPECIES)
+    assert model.predict(far).tolist() == [-1]
+    assert model.set_params(reject_quantile=None).fit(IRIS, SPECIES).predict(far).tolist() == [2]
+
+
+# Costs paid
+
+
+def test_paid_cost_is_the_mean_of_what_decisions_cost() -> None:
+    X, y = scattered(16)
+    for cls in BOTH:
+        model = cls(costs=COSTS).fit(X, y)
+        paid = [COSTS[true][assigned] for true, assigned in zip(y, model.predict(X))]
+        assert model.paid_cost(X, y) == pytest.approx(np.mean(paid))
+        assert model.paid_cost(X, y, normalize=False) == sum(paid)
+        with pytest.raises(ValueError) as caught:
+            model.paid_cost(X, y + 1)
+        assert str(caught.value) == "y names the class 3, which is not among [0, 1, 2]"
+        with pytest.raises(ValueError) as caught:
+            model.paid_cost(X, y[:-1])
+        assert str(caught.value) == "X has 120 rows, but y has 119 labels"
+
+
+def test_paid_cost_leaves_rejected_rows_out() -> None:
+    X, y = scattered(17)
+    model = BayesCostClassifier(costs=COSTS, reject_quantile=0.2, reject_label=-1).fit(X, y)
+    decided = model.predict(X)
+    paid = [COSTS[true][assigned] for true, assigned in zip(y, decided) if assigned >= 0]
+    assert 0 < len(paid) < len(y)
+    assert model.paid_cost(X, y) == pytest.approx(np.mean(paid))
+    assert model.paid_cost(np.full((2, 4), 1e6), [0, 1]) == 0.0
+
+
+# Files
+
+
+@pytest.mark.parametrize(
+    "model",
+    [
+        KNeighborsCostClassifier(7, p=1.25, costs={("a", "c"): 4.0, "default": 0.3}, n_jobs=1),
+        KNeighborsCostClassifier(3, reject_quantile=0.05, reject_label="?"),
+        BayesCostClassifier(priors={"a": 0.2, "b": 0.3, "c": 0.5}, costs=np.array(COSTS), groups={"b": [["w", "x"]]}),
+        BayesCostClassifier(groups="all", reject_quantile=0.05),
+        BayesCostClassifier(groups=(("w", "x"), ("y", "z")), priors="equal"),
+    ],
+    ids=["neighbors", "neighbors that reject", "bayes", "bayes that rejects", "tuples"],
+)
+def test_loaded_estimators_answer_to_the_bit(model: Any, tmp_path: Path) -> None:
+    table, y = pd.DataFrame(IRIS, columns=list("wxyz")), np.array(["a", "b", "c"])[SPECIES]
+    model = clone(model).fit(table, y)
+    model.save(tmp_path / "model")
+    loaded = type(model).load(tmp_path / "model")
+    assert np.array_equal(loaded.predict_proba(table), model.predict_proba(table))
+    assert np.array_equal(loaded.expected_costs(table), model.expected_costs(table))
+    assert loaded.predict(table).tolist() == model.predict(table).tolist()
+    assert loaded.feature_names_in_.tolist() == list("wxyz")
+    assert repr(loaded) == repr(model)
+    assert loaded.recost(costs=COSTS).expected_costs(table).tolist() == model.recost(costs=COSTS).expected_costs(table).tolist()
+    if model.reject_quantile is None:
+        more, labels = table.iloc[:10], y[:10]
+        assert np.array_equal(
+            loaded.partial_fit(more, labels).predict_proba(table), model.partial_fit(more, labels).predict_proba(table)
+        )
+
+
+def test_tool_in_the_file_is_the_estimator_without_python(tmp_path: Path) -> None:
+    model = KNeighborsCostClassifier(7, p=1, costs=COSTS).fit(IRIS, SPECIES)
+    model.save(tmp_path / "model")
+    tool = ClassifierTool.load(str(tmp_path / "model"))
+    params: Any = tool.params
+    assert (params.k, params.metric) == (7, Norm(1.0))
+    rows = tool.run_rows(IRIS)
+    assert np.array_equal(rows.class_scores, model.predict_proba(IRIS))
+    result = tool.run(IRIS[70])
+    assert result.decision.expected_cost == model.expected_costs(IRIS[70:71]).min()
+
+
+def test_tool_of_a_c_program_becomes_an_estimator(tmp_path: Path) -> None:
+    tool = ClassifierTool()
+    tool.train(IRIS, SPECIES + 4, KNNParams(9, Norm(1.0), Costs(1.0, {(4, 5): 3.0})))
+    tool.save(str(tmp_path / "knn"))
+    model = KNeighborsCostClassifier.load(tmp_path / "knn")
+    assert model.classes_.tolist() == [4, 5, 6] and model.costs_.tolist() == [[0, 3, 1], [1, 0, 1], [1, 1, 0]]
+    assert model.n_neighbors == 9 and model.p == 1.0 and model.class_count_.tolist() == [50, 50, 50]
+    assert np.array_equal(model.predict_proba(IRIS), tool.run_rows(IRIS).class_scores)
+    assert np.array_equal(model.predict_proba(IRIS), clone(model).fit(IRIS, SPECIES + 4).predict_proba(IRIS))
+
+    types = DistributionTypes()
+    types.set_dependent(5, [1, 2])
+    tool.train(IRIS, SPECIES + 4, BayesParams(types, Frequencies(1.0, {6: 2.0}), Costs(2.0)))
+    tool.save(str(tmp_path / "bayes"))
+    bayes = BayesCostClassifier.load(tmp_path / "bayes")
+    assert bayes.groups == {5: [[1, 2]]} and bayes.class_prior_.tolist() == [0.25, 0.25, 0.5]
+    assert np.array_equal(bayes.expected_costs(IRIS), tool.run_rows(IRIS).expected_costs)
+    np.testing.assert_allclose(bayes.predict_proba(IRIS), clone(bayes).fit(IRIS, SPECIES + 4).predict_proba(IRIS), rtol=1e-12)
+
+    path = tmp_path / "knn"
+    with pytest.raises(ValueError) as caught:
+        BayesCostClassifier.load(path)
+    assert str(caught.value) == f"{path}: the tool is not one of a BayesCostClassifier"
+
+
+def test_files_that_are_damaged_or_do_not_belong_together(tmp_path: Path) -> None:
+    path, text = tmp_path / "model", tmp_path / "model.json"
+    model = KNeighborsCostClassifier().fit(IRIS, SPECIES)
+    model.save(path)
+    other = text.read_text()
+    KNeighborsCostClassifier().fit(IRIS[::2], SPECIES[::2]).save(path)
+    good = text.read_text()
+    rows = [
+        (other, f"{text}: was not written with {path}"),
+        ("{", f"{text}: is not what save wrote: Expecting property name enclosed in double quotes: line 1 column 2 (char 1)"),
+        ("{}", f"{text}: is not what save wrote: 'version'"),
+        ("[]", f"{text}: is not what save wrote: list indices must be integers or slices, not str"),
+        (good.replace('"version": 1', '"version": 2'), f"{text}: is not what save wrote: it has the unknown version 2"),
+        (good.replace('"classes_"', '"klasses_"'), f"{text}: is not what save wrote: 'classes_'"),
+    ]
+    for content, message in rows:
+        text.write_text(content)
+        with pytest.raises(ValueError) as caught:
+            KNeighborsCostClassifier.load(path)
+        assert str(caught.value) == message
+    text.write_text(good)
+    path.write_bytes(path.read_bytes()[:-1])
+    with pytest.raises(Exception, match="damaged or cut short"):
+        KNeighborsCostClassifier.load(path)
+
+
+def test_what_cannot_be_saved_leaves_the_file(tmp_path: Path) -> None:
+    path = tmp_path / "model"
+    KNeighborsCostClassifier().fit(IRIS, SPECIES).save(path)
+    before = path.read_bytes(), (tmp_path / "model.json").read_bytes()
+    with pytest.raises(ValueError, match="cannot be saved: <function"):
+        KNeighborsCostClassifier(metric=lambda a, b: abs(a[0] - b[0])).fit(IRIS, SPECIES).save(path)
+    assert (path.read_bytes(), (tmp_path / "model.json").read_bytes()) == before
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_copies_and_pickles_answer_to_the_bit(cls: Any) -> None:
+    model = cls(costs=COSTS).fit(IRIS, SPECIES)
+    for twin in (copy.deepcopy(model), pickle.loads(pickle.dumps(model, protocol=5))):
+        assert np.array_equal(twin.expected_costs(IRIS), model.expected_costs(IRIS))
+        twin.recost(costs=None)
+        assert model.costs_.tolist() == COSTS
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_shallow_copies_go_their_own_way(cls: Any) -> None:
+    model = cls().fit(IRIS, SPECIES)
+    before = model.expected_costs(IRIS)
+    copy.copy(model).partial_fit(IRIS[:50], SPECIES[:50] + 1)
+    copy.copy(model).recost(costs=COSTS)
+    assert np.array_equal(model.expected_costs(IRIS), before)
+
+
+# Threads, bars, and other parts of scikit-learn
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_number_of_threads_does_not_change_a_bit(cls: Any) -> None:
+    X, y = scattered(18, rows=3000)
+    one, two, all_ = (cls(costs=COSTS, n_jobs=n).fit(X, y) for n in (None, 2, -1))
+    for other in (two, all_):
+        assert np.array_equal(one.expected_costs(X), other.expected_costs(X))
+        assert np.array_equal(one.predict_proba(X), other.predict_proba(X))
+    assert np.array_equal(cls().fit(np.asfortranarray(X), y).predict_proba(X), cls().fit(X, y).predict_proba(X))
+    narrow = X.astype(np.float32)
+    assert np.array_equal(cls().fit(narrow, y).predict_proba(narrow), cls().fit(narrow.astype(float), y).predict_proba(narrow.astype(float)))
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_predictions_run_on_several_threads_while_others_learn(cls: Any) -> None:
+    X, y = scattered(19, rows=500)
+    model = cls().fit(X, y)
+    expected = model.predict_proba(X)
+    wrong: list[int] = []
+
+    def predict() -> None:
+        wrong.extend(1 for _ in range(20) if not np.array_equal(model.predict_proba(X), expected))
+
+    def learn() -> None:
+        for _ in range(20):
+            cls().fit(X, y).recost(costs=COSTS)
+            pickle.dumps(model)
+
+    threads = [threading.Thread(target=work) for work in (predict, predict, learn)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert wrong == []
+
+
+class Bar:
+    """Takes the place of tqdm's."""
+
+    seen: list[Bar] = []
+
+    def __init__(self, desc: str, unit: str) -> None:
+        self.desc, self.unit, self.n, self.total = desc, unit, 0, 0
+        Bar.seen.append(self)
+
+    def __enter__(self) -> Bar:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        pass
+
+    def update(self, n: int) -> None:
+        self.n += n
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_bars_show_if_wanted_and_there(cls: Any, monkeypatch: pytest.MonkeyPatch) -> None:
+    auto = ModuleType("tqdm.auto")
+    vars(auto)["tqdm"] = Bar
+    monkeypatch.setitem(sys.modules, "tqdm", ModuleType("tqdm"))
+    monkeypatch.setitem(sys.modules, "tqdm.auto", auto)
+    X, y = scattered(20, rows=2000)
+    Bar.seen = []
+    cls().fit(X, y).predict(X)
+    assert Bar.seen == []
+    model = cls(verbose=True).fit(X, y)
+    quiet = model.predict(X)
+    assert [(bar.desc, bar.n, bar.total) for bar in Bar.seen] == [("fit", 2000, 2000), ("predict", 2000, 2000)]
+    monkeypatch.setitem(sys.modules, "tqdm.auto", None)
+    assert np.array_equal(model.predict(X), quiet)
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_estimators_work_in_pipelines_and_searches(cls: Any) -> None:
+    pipeline = make_pipeline(StandardScaler(), cls())
+    assert cross_val_score(pipeline, *load_wine(return_X_y=True)).mean() > 0.94
+    key = f"{cls.__name__.lower()}__costs"
+    search = GridSearchCV(pipeline, {key: [None, COSTS]}, cv=3).fit(IRIS, SPECIES)
+    assert key in search.best_params_ and search.score(IRIS, SPECIES) > 0.9
