@@ -14,6 +14,7 @@ int main()
     ktClassifierResult result;
     tool.run(*ktKit::pattern({1.1, 2.1}), result);
     const ktClassifierCategoryResult& best = ktKit::decision(result);
-    std::cout << parts.labelNames[best.categoryLabel()];
+    const auto label = static_cast<std::size_t>(best.categoryLabel());
+    std::cout << parts.labelNames[label];
     std::cout << ", cost " << best.expectedCost() << "\n";
 }

@@ -857,7 +857,7 @@ std::vector<Kind> allKinds()
                              {"handles-stored-in-one-pass", storedInOnePassAgain<archiveHandles>},
                              {"impossible-count", impossibleCount},
                              {"use-vote-of-all", voteOfAll, pairs},
-                             {"use-vote-of-eight", voteOfEight},
+                             {"use-vote-of-eight", voteOfEight, almostLinear},
                              {"use-bayesian-run", bayesianRun, pairs},
                              {"use-plain-result", plainResult, almostLinear},
                              {"use-aborted-rule", abortedRule, almostLinear},
