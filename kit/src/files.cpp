@@ -229,8 +229,7 @@ void saveContents(Contents contents, const std::string& path)
 
 Contents loadContents(std::istream& file, const std::string& path)
 {
-    // A folder opens as a file does, and gives no byte.
-    if (!file || (file.peek() == std::istream::traits_type::eof() && !file.eof())) {
+    if (!file) {
         refuse(path, "cannot be read");
     }
     const std::size_t size = checkedSize(file, path);

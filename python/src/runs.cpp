@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -56,14 +57,14 @@ private:
 };
 
 /// The costs that a run uses; null for a decision tree, whose leaves hold what came of them.
-const ktClassifierCosts* costsOf(const ktClassifierTool& tool)
+std::shared_ptr<const ktClassifierCosts> costsOf(const ktClassifierTool& tool)
 {
     if (auto* neighbors = Access::classifierAs<kt_ClassifierKNN>(tool)) {
-        return &Access::paramsInUse(*neighbors).misclassificationCosts();
+        return std::make_shared<ktClassifierCosts>(Access::paramsInUse(*neighbors).misclassificationCosts());
     }
-    const kt_Classifier* const classifier = Access::classifier(tool);
+    const auto* const classifier = Access::classifierAs<kt_Classifier>(tool);
     const auto* const params = dynamic_cast<const ktClassifierTrainParamsBayesian*>(Access::params(*classifier));
-    return params == nullptr ? nullptr : &params->misclassificationCosts();
+    return params == nullptr ? nullptr : std::make_shared<ktClassifierCosts>(params->misclassificationCosts());
 }
 
 /// What results are made of, a row for each pattern.
@@ -133,7 +134,7 @@ private:
 
     const std::vector<long>& categories_;
     Columns columns_;
-    const ktClassifierCosts* costs_;
+    const std::shared_ptr<const ktClassifierCosts> costs_;
     Table table_;
 };
 
