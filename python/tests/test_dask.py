@@ -1,0 +1,315 @@
+"""Dask collections: the answers are those of one machine."""
+
+from __future__ import annotations
+
+import doctest
+import os
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any
+
+import dask
+import dask.array as da
+import dask.dataframe as dd
+import numpy as np
+import pandas as pd
+import pytest
+from distributed import Client, LocalCluster
+from sklearn.datasets import load_iris
+
+import clastool.dask as cd
+from clastool import CategoryResult, ClassifierTool, ComparisonPredicate, KNNParams, Leaf, Node, Result
+from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier
+
+IRIS, SPECIES = load_iris(return_X_y=True)
+NAMES = np.array(["setosa", "versicolor", "virginica"])[SPECIES]
+COSTS = [[0, 1, 2], [5, 0, 3], [8, 2, 0]]
+METHODS = ["predict", "predict_proba", "expected_costs"]
+
+
+@pytest.fixture(scope="module")
+def cluster() -> Iterator[Any]:
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
+        yield started
+
+
+@pytest.fixture
+def client(cluster: Any) -> Iterator[Any]:
+    with Client(cluster) as connected:
+        yield connected
+
+
+@pytest.fixture(autouse=True)
+def threads() -> Iterator[None]:
+    with dask.config.set(num_workers=2):
+        yield
+
+
+def models() -> list[Any]:
+    tool = ClassifierTool()
+    tool.train(IRIS, SPECIES, KNNParams(3))
+    return [
+        BayesCostClassifier(costs=COSTS, groups="all").fit(IRIS, NAMES),
+        BayesCostClassifier(reject_quantile=0.1, reject_label="none").fit(IRIS, NAMES),
+        KNeighborsCostClassifier(costs=COSTS).fit(IRIS, SPECIES),
+        tool,
+        ClassifierTool.from_bytes(tool.to_bytes()),
+    ]
+
+
+def of_numpy(model: Any, X: Any, method: str) -> Any:
+    if not isinstance(model, ClassifierTool):
+        return getattr(model, method)(X)
+    rows = model.run_rows(X)
+    return {"predict": rows.labels, "predict_proba": rows.class_scores, "expected_costs": rows.expected_costs}[method]
+
+
+def same(found: Any, expected: Any) -> None:
+    assert found.dtype == expected.dtype
+    np.testing.assert_array_equal(found, expected)
+
+
+# Applying what was fitted
+
+
+@pytest.mark.parametrize("method", METHODS)
+@pytest.mark.parametrize("place", range(5))
+def test_arrays_are_answered_as_numpy(place: int, method: str) -> None:
+    model = models()[place]
+    lazy = getattr(cd, method)(model, da.from_array(IRIS, chunks=((1, 60, 0, 89), (2, 2))))
+    expected = of_numpy(model, IRIS, method)
+    assert isinstance(lazy, da.Array) and lazy.shape == expected.shape and lazy.dtype == expected.dtype
+    assert lazy.chunks[0] == (1, 60, 0, 89) and lazy._meta.ndim == expected.ndim
+    same(lazy.compute(), expected)
+
+
+@pytest.mark.parametrize("method", METHODS)
+def test_float32_and_unknown_chunk_sizes(method: str) -> None:
+    model = KNeighborsCostClassifier().fit(IRIS, NAMES)
+    X = da.from_array(IRIS.astype(np.float32), chunks=(40, 4))
+    X = X[X[:, 0] > 5.0]
+    assert np.isnan(X.shape[0])
+    small = IRIS.astype(np.float32)
+    same(getattr(cd, method)(model, X).compute(), of_numpy(model, small[small[:, 0] > 5.0], method))
+
+
+@pytest.mark.parametrize("method", METHODS)
+@pytest.mark.parametrize("is_tool", [False, True])
+def test_frames_keep_index_and_names(method: str, is_tool: bool) -> None:
+    table = pd.DataFrame(IRIS, columns=["a", "b", "c", "d"], index=np.arange(150) * 2)
+    model: Any = BayesCostClassifier(costs=COSTS).fit(table, NAMES)
+    if is_tool:
+        model = model.tool_
+    X = dd.from_pandas(table, npartitions=4)
+    X = X.map_partitions(lambda part: part[(part.index < 70) | (part.index > 160)])
+    X = X[X.a > 4.6]
+    kept = X.compute()
+    lazy = getattr(cd, method)(model, X)
+    expected = of_numpy(model, kept, method)
+    found = lazy.compute()
+    # Strings are pandas' own in a series.
+    same(found.to_numpy().astype(expected.dtype), expected)
+    np.testing.assert_array_equal(found.index, kept.index)
+    assert lazy.npartitions == 4 and found.ndim == expected.ndim
+    if method == "predict":
+        assert lazy.dtype == found.dtype
+    else:
+        columns = model.categories if is_tool else model.classes_
+        assert list(lazy.columns) == list(found.columns) == columns.tolist()
+        assert list(lazy.dtypes) == list(found.dtypes)
+
+
+def test_empty_partitions_of_frames() -> None:
+    table = pd.DataFrame(IRIS, columns=["a", "b", "c", "d"])
+    model = BayesCostClassifier().fit(table, NAMES)
+    X = dd.from_pandas(table, npartitions=3)
+    X = X.map_partitions(lambda part: part[part.index < 20])
+    np.testing.assert_array_equal(cd.predict(model, X).compute(), model.predict(table[:20]))
+
+
+def test_a_tree_is_applied() -> None:
+    def leaf(label: int) -> Leaf:
+        return Leaf(Result([CategoryResult(label, 1.0, 1.0)]))
+
+    tool = ClassifierTool()
+    tool.train(Node(ComparisonPredicate(1, 2), leaf(3), leaf(8)))
+    same(cd.predict(tool, da.from_array(IRIS, chunks=(50, 4))).compute(), tool.run_rows(IRIS).labels)
+
+
+def test_nothing_is_computed_before_it_is_asked_for() -> None:
+    def fail() -> Any:
+        raise RuntimeError("computed")
+
+    X = da.from_delayed(dask.delayed(fail)(), shape=(5, 4), dtype=float)
+    lazy = cd.predict(BayesCostClassifier().fit(IRIS, NAMES), X)
+    with pytest.raises(RuntimeError, match="^computed$"):
+        lazy.compute()
+
+
+def test_refusals_before_anything_is_computed() -> None:
+    model = BayesCostClassifier().fit(IRIS, NAMES)
+    with pytest.raises(TypeError, match="^X must be a Dask array or a Dask data frame, not ndarray$"):
+        cd.predict(model, IRIS)
+    with pytest.raises(ValueError, match="^X must have two dimensions, not 1$"):
+        cd.predict(model, da.zeros(4))
+    with pytest.raises(ValueError, match="^X has 3 columns, but the model was trained on 4$"):
+        cd.predict(model, da.zeros((6, 3)))
+    with pytest.raises(ValueError, match="^X has 2 columns, but the model was trained on 4$"):
+        cd.predict(model.tool_, dd.from_pandas(pd.DataFrame(IRIS[:, :2]), npartitions=1))
+
+
+def blocks(*parts: Any) -> Any:
+    """An array that says that each block has four columns."""
+    return da.concatenate([da.from_delayed(dask.delayed(part), (len(part), 4), dtype=float) for part in parts])
+
+
+def test_an_error_names_the_partition() -> None:
+    model = BayesCostClassifier().fit(IRIS, NAMES)
+    with pytest.raises(ValueError, match="^partition 1: X has 3 columns, but the model was trained on 4$"):
+        cd.predict(model, blocks(IRIS, IRIS[:, :3], IRIS)).compute()
+    with pytest.raises(ValueError, match="^partition 2: Input X contains infinity"):
+        cd.predict_proba(model, blocks(IRIS, IRIS, np.full_like(IRIS, np.inf))).compute()
+    table = pd.DataFrame(IRIS)
+    X = dd.from_pandas(table, npartitions=3)
+    X = X.map_partitions(lambda part: part / (part.index[0] < 100), meta=table[:0])
+    with pytest.raises(ValueError, match="^partition 2: Input X contains infinity"):
+        cd.predict(BayesCostClassifier().fit(IRIS, NAMES), X).compute()
+
+
+class Counted(BayesCostClassifier):
+    """Counts in a file how often it comes out of a pickle."""
+
+    log: str
+
+    def __setstate__(self, state: Any) -> None:
+        super().__setstate__(state)
+        with open(self.log, "a") as file:
+            file.write(f"{os.getpid()}\n")
+
+
+def test_a_worker_gets_the_model_but_not_with_each_block(tmp_path: Any, client: Any) -> None:
+    log = tmp_path / "loads"
+    model = Counted().fit(IRIS, NAMES)
+    model.log = str(log)
+    X = da.from_array(np.tile(IRIS, (4, 1)), chunks=(20, 4))
+    found = cd.predict(model, X).compute()
+    same(found, model.predict(np.tile(IRIS, (4, 1))))
+    loads = log.read_text().split()
+    workers = {str(pid) for pid in client.run(os.getpid).values()}
+    # Of thirty blocks, most go to a worker that has the model.
+    for pid in workers:
+        assert loads.count(pid) <= 2, loads
+    assert workers & set(loads)
+
+
+# Bayes
+
+
+def scattered(rows: int = 400, gaps: float = 0.1) -> Any:
+    random = np.random.default_rng(3)
+    y = np.array(["a", "b", "c"])[random.integers(0, 3, rows)]
+    X = random.normal(size=(rows, 4)) + (y == "b")[:, None] * 2.0 + 1000.0
+    X[random.random(X.shape) < gaps] = np.nan
+    return X, y
+
+
+def of_parts(X: Any, y: Any, cuts: Any) -> Any:
+    """Dask arrays whose blocks end at the cuts."""
+    chunks = tuple(int(size) for size in np.diff([0, *cuts, len(X)]))
+    return da.from_array(X, chunks=(chunks, X.shape[1])), da.from_array(y, chunks=(chunks,))
+
+
+def close(fitted: Any, expected: Any, X: Any) -> None:
+    np.testing.assert_array_equal(fitted.classes_, expected.classes_)
+    np.testing.assert_array_equal(fitted.class_count_, expected.class_count_)
+    np.testing.assert_array_equal(fitted.class_prior_, expected.class_prior_)
+    assert fitted.tool_.params == expected.tool_.params
+    for density, other in zip(fitted.tool_.densities(), expected.tool_.densities()):
+        assert density.count == other.count
+        np.testing.assert_allclose(density.mean, other.mean, rtol=1e-12)
+        np.testing.assert_allclose(density.covariance, other.covariance, rtol=1e-12, atol=1e-12)
+    np.testing.assert_array_equal(fitted.predict(X), expected.predict(X))
+
+
+@pytest.mark.parametrize("cuts", [(), (1,), (13, 13, 200), tuple(range(5, 400, 5))], ids=len)
+@pytest.mark.parametrize("groups", [None, "all"])
+def test_bayes_learns_what_one_machine_learns(cuts: Any, groups: Any) -> None:
+    X, y = scattered()
+    expected = BayesCostClassifier(costs=COSTS, groups=groups).fit(X, y)
+    fitted = cd.BayesCostClassifier(costs=COSTS, groups=groups).fit(*of_parts(X, y, cuts))
+    close(fitted, expected, X)
+    lazy = fitted.predict(da.from_array(X, chunks=(90, 4)))
+    assert isinstance(lazy, da.Array)
+    same(lazy.compute(), expected.predict(X))
+    for method in ("predict_proba", "expected_costs"):
+        lazy = getattr(fitted, method)(da.from_array(X, chunks=(90, 4)))
+        same(lazy.compute(), getattr(fitted, method)(X))
+
+
+def test_partitions_without_a_class_empty_or_all_missing() -> None:
+    X, y = scattered()
+    order = np.argsort(y, kind="stable")
+    X, y = X[order], y[order]
+    X[100:150] = np.nan
+    close(cd.BayesCostClassifier().fit(*of_parts(X, y, (50, 50, 100, 150, 400))), BayesCostClassifier().fit(X, y), X)
+
+
+def test_spreads_are_borrowed_from_the_whole() -> None:
+    X, y = scattered(gaps=0.0)
+    y = y.copy()
+    y[7] = "single"
+    expected = BayesCostClassifier().fit(X, y)
+    close(cd.BayesCostClassifier().fit(*of_parts(X, y, (5, 20, 210))), expected, X)
+
+
+def test_bayes_of_a_frame() -> None:
+    X, y = scattered()
+    table = pd.DataFrame(X, columns=["a", "b", "c", "d"]).assign(label=y)
+    lazy = dd.from_pandas(table, npartitions=5)
+    groups = [["a", "c"]]
+    expected = BayesCostClassifier(groups=groups).fit(table[["a", "b", "c", "d"]], y)
+    fitted = cd.BayesCostClassifier(groups=groups).fit(lazy[["a", "b", "c", "d"]], lazy["label"])
+    close(fitted, expected, table[["a", "b", "c", "d"]])
+    assert fitted.feature_names_in_.tolist() == ["a", "b", "c", "d"]
+
+
+def test_bayes_of_one_machine_is_the_same_estimator() -> None:
+    close(cd.BayesCostClassifier().fit(IRIS, NAMES), BayesCostClassifier().fit(IRIS, NAMES), IRIS)
+
+
+def labels(*parts: Any) -> Any:
+    return da.concatenate([da.from_delayed(dask.delayed(part), (len(part),), dtype=object) for part in parts])
+
+
+def test_bayes_refuses_and_names_the_partition() -> None:
+    def refused(error: Any, text: str, X: Any, y: Any, **parameters: Any) -> None:
+        with pytest.raises(error, match=text):
+            cd.BayesCostClassifier(**parameters).fit(X, y)
+
+    two = blocks(IRIS, IRIS)
+    refused(ValueError, "^partition 1: X has 3 columns, but 4 are expected$", blocks(IRIS, IRIS[:, :3]), labels(NAMES, NAMES))
+    refused(ValueError, "^partition 1: labels are numbers, but those of partition 0 are strings$", two, labels(NAMES, SPECIES))
+    refused(ValueError, "^partition 1: Unknown label type", two, labels(SPECIES, IRIS[:, 0]))
+    lying = da.concatenate([labels(NAMES), da.from_delayed(dask.delayed(NAMES[:9]), (150,), dtype=object)])
+    refused(ValueError, "^partition 1: X has 150 rows, but y has 9 labels$", two, lying)
+    refused(ValueError, "^partition 1: Input X contains infinity", blocks(IRIS, np.full_like(IRIS, np.inf)), labels(NAMES, NAMES))
+    refused(ValueError, "^X has 300 rows, but y has 150 labels$", two, labels(NAMES))
+    unknown = labels(NAMES, NAMES, NAMES)
+    refused(ValueError, "^X has 2 partitions, but y has 3$", two, unknown[unknown != "none"])
+    refused(ValueError, "^y has no labels$", two[:0], labels(NAMES)[:0])
+    refused(TypeError, "^y must be a Dask array of one dimension or a Dask series, not ndarray$", two, NAMES)
+    refused(ValueError, "^reject_quantile needs all training rows at once", two, unknown, reject_quantile=0.1)
+
+
+def test_bayes_on_worker_processes(client: Any) -> None:
+    X, y = scattered()
+    close(cd.BayesCostClassifier().fit(*of_parts(X, y, (30, 100, 250))), BayesCostClassifier().fit(X, y), X)
+
+
+# The page
+
+
+def test_page_shows_what_is_answered() -> None:
+    page = Path(__file__).resolve().parents[2] / "docs" / "python-dask.md"
+    outcome = doctest.testfile(str(page), module_relative=False)
+    assert outcome.failed == 0 and outcome.attempted == 18
