@@ -107,6 +107,8 @@ def test_other_threads_go_on_meanwhile() -> None:
 INTERRUPTED = """
     import os, signal, sys, threading, time
     import clastool as ct, numpy as np
+    # A process that was started in the background ignores the signal.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     random = np.random.default_rng(1)
     X, y = random.normal(size=({rows}, 16)), random.integers(0, 3, {rows})
     tool = ct.ClassifierTool()
