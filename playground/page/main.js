@@ -8,7 +8,7 @@ import { Engine, fineCells } from "./engine.js";
 import { Plane, axisName } from "./plane.js";
 import { planeSize } from "./plane_size.js";
 import { archiveName, cppProgram, noPythonBecause, pythonProgram } from "./programs.js";
-import { modelOf, techniqueNames } from "./spec.js";
+import { modelOf, techniqueNames } from "./encoding.js";
 import { addressOf, maxArchiveInAddress, maxNeighbors, maxPoints, newState, onGrid, startingPoints, stateFrom, testPoints } from "./state.js";
 import { nodeAt } from "./tree.js";
 

@@ -38,7 +38,7 @@ function scaleComment(state, mark) {
     }).join("");
 }
 
-/** Walks the tree as spec.js does: `leaf(counts)` and `cut(axis, limit, low, high)` make what is shown. */
+/** Walks the tree as encoding.js does: `leaf(counts)` and `cut(axis, limit, low, high)` make what is shown. */
 function writtenTree(tree, points, numCategories, otherwise, leaf, cut, depth = 1) {
     const counts = answeringCounts(points, numCategories, otherwise);
     if (tree === null) {
