@@ -3,9 +3,12 @@
 
     coverage.py lines PROFILE PROGRAM...      fails unless every line and both sides of every branch ran
     coverage.py regions PROFILE PROGRAM...    fails unless 95 % of the regions of the archive code ran
+
+Further profiles with their programs follow after --and: what ran by one of the profiles ran.
 """
 
 import collections
+import itertools
 import json
 import pathlib
 import re
@@ -75,10 +78,9 @@ class Counts:
                 self.lines[name][line] = self.lines[name].get(line, False) or max(counts) > 0
 
 
-def counts(which, profile, programs):
+def add_counts(result, profile, programs):
     """One program at a time: of an inline function that several have, llvm-cov shows the first, which may be one that never
     calls it."""
-    result = Counts(which)
     for program in programs:
         exported = subprocess.run(["llvm-cov", "export", "-skip-expansions", f"-instr-profile={profile}", program],
                                   capture_output=True)
@@ -88,7 +90,6 @@ def counts(which, profile, programs):
         for data in json.loads(exported.stdout)["data"]:
             for function in data["functions"]:
                 result.add(function)
-    return result
 
 
 def share(covered):
@@ -141,9 +142,14 @@ def report_regions(found):
     return [f"less than {least_regions} %"] if 100 * sum(ran) < least_regions * len(ran) else []
 
 
-def main(what, profile, *programs):
+def main(what, *arguments):
     which, report = {"lines": (library, report_lines), "regions": (archive_code, report_regions)}[what]
-    failures = report(counts(which, profile, programs))
+    found = Counts(which)
+    for is_divider, group in itertools.groupby(arguments, "--and".__eq__):
+        if not is_divider:
+            profile, *programs = group
+            add_counts(found, profile, programs)
+    failures = report(found)
     print("\n".join(failures), file=sys.stderr, end="\n" if failures else "")
     return 1 if failures else 0
 

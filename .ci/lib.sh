@@ -75,6 +75,23 @@ need_playground_test_tools() {
     need chromium "the browser that they drive" command -v chromium
 }
 
+need_python_tools() {
+    need_build_tools
+    need python3-venv "makes environments of their own" python3 -c "import venv, ensurepip"
+    need python3-dev "the extension is compiled with its headers" \
+        python3 -c "import pathlib, sysconfig; assert (pathlib.Path(sysconfig.get_path('include')) / 'Python.h').exists()"
+}
+
+need_package_tools() {
+    need_build_tools
+    need clang "the second compiler" command -v clang++
+    need pkg-config "a program is built with it" command -v pkg-config
+    need dpkg-dev "finds what the libraries depend on" command -v dpkg-shlibdeps
+    need file "tells which files are programs or libraries" command -v file
+    need lintian "knows what Debian asks of a package" command -v lintian
+    need python3 "reads the manifest for vcpkg" command -v python3
+}
+
 # Installs what was found missing, or says what it is and stops.
 install_missing() {
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -99,12 +116,17 @@ install_missing() {
     missing=()
 }
 
-# build PRESET [TARGET...]: configures and builds in build/PRESET; what did not change is not built again.
+# build PRESET [TARGET...]: configures and builds in build/PRESET; what did not change is not built again. Two checks at once take
+# turns in one folder.
 build() {
     local preset=$1
     shift
-    cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset" ${1:+--target "$@"}
+    mkdir -p build
+    (
+        flock 9
+        cmake --preset "$preset" >/dev/null
+        cmake --build --preset "$preset" ${1:+--target "$@"}
+    ) 9>"build/$preset.lock"
 }
 
 # step COMMAND...: a check among others; says how long it took.
