@@ -14,8 +14,8 @@
 
 namespace {
 
-/// With fewer patterns than this a loaded classifier goes without a compact copy: it would take more than an archive of so few
-/// bytes may, and the plain scan takes microseconds.
+/// A loaded classifier with fewer patterns has no compact copy. The copy would be out of proportion to the bytes of the archive, and the
+/// plain scan takes microseconds.
 constexpr long leastLoadedForCopy = 16;
 
 const ktClassifierTrainParamsKNN& asKNN(const ktClassifierTrainParams& params)
@@ -38,8 +38,8 @@ long numNeighbors(const ktPtrHandle_const<ktClassifierTrainParamsKNN>& params)
     return params ? params->k() : 1;
 }
 
-/// Sorts labels. Few are put where the number of lesser ones says: labels of neighbours are hard to predict, so that no branch
-/// should depend on them.
+/// Sorts labels. Few labels are sorted by counting for each how many are less, without a branch that depends on them, because the
+/// processor would often predict it wrong.
 void sortLabels(long* labels, std::size_t count)
 {
     constexpr std::size_t few = 16;
@@ -61,7 +61,7 @@ void sortLabels(long* labels, std::size_t count)
     std::copy_n(sorted.begin(), count, labels);
 }
 
-/// Whether nobody but the pass that loaded them and this classifier holds the store, and nobody else its patterns.
+/// Whether only this classifier and the pass that loaded the store hold it, and only the store holds its patterns.
 bool isHeldOnce(ktClassifierDataProviderMemory& store)
 {
     const long numPatterns = store.numPatterns();
@@ -350,7 +350,7 @@ void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
         throw ktBadPointer();
     }
     params_ = new ktClassifierTrainParamsKNN(asKNN(params));
-    // Loading made no copy of patterns that others share, and those who share them may have changed them.
+    // Loading makes no copy of patterns that others share, and a shared pattern may have changed.
     if (compactCopy_.isNull() || compactCopy_->isOutOfDate(*trainingData_)) {
         makeCopy();
     }
@@ -406,7 +406,7 @@ void kt_ClassifierKNN::run_(const ktFeaturePattern& pattern, ktClassifierResult&
     fillMatchResults_(neighbors, result);
 }
 
-/// The order of the norm, for runs by way of the compact copy; 0 where only the plain scan may answer.
+/// The order of the norm, if the compact copy may answer; 0 if only the plain scan may.
 double kt_ClassifierKNN::orderByCopy() const
 {
     if (compactCopy_.isNull() || !compactCopy_->isCurrent(*trainingData_)) {
@@ -417,25 +417,25 @@ double kt_ClassifierKNN::orderByCopy() const
     }
     const ktPtrHandle_const<ktPatternDistanceMetric> held = params_->distanceMetric();
     const ktPatternDistanceMetric* const metric = held.get();
-    // A metric derived from the norm may measure in its own way: only the norm itself may be hurried past it.
+    // A metric derived from the norm may override the distance, so only the norm itself is replaced by the copy.
     if (metric == nullptr || typeid(*metric) != typeid(ktPatternDistanceMetricNorm)) {
         return 0.0;
     }
     return static_cast<const ktPatternDistanceMetricNorm&>(*metric).order();
 }
 
-/// The same neighbours by way of the compact copy, in any order; false where that cannot be certified.
+/// Finds the same neighbours in the compact copy, in any order; false if they cannot be certified.
 bool kt_ClassifierKNN::findByCopy(const ktFeaturePattern& pattern, kt_Scratch<std::size_t, 256>& neighbors) const
 {
     const double order = orderByCopy();
     return order > 0.0 && compactCopy_->nearest(*trainingData_, pattern.featureMeasurements(false), order, neighbors);
 }
 
-/// Runs pattern by pattern; only the search for the neighbours is made for many patterns at once, where that saves time.
+/// Runs pattern by pattern. Only the neighbours are searched for many patterns at once, where that saves time.
 void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePattern>>& patterns,
                                std::vector<ktClassifierResult>& results, ktDiagObject* diag, unsigned long flags) const
 {
-    // A handler that would stop the runs is not kept waiting for long.
+    // With a handler the searches are smaller, so that it can stop the runs soon.
     const bool isAsked = kt_attentionHandler.load(std::memory_order_relaxed) != nullptr;
     const std::size_t together = isAsked ? 64 : kt_BatchScan::mostQueries;
     const auto numRows = static_cast<std::size_t>(trainingData_->numPatterns());
@@ -445,7 +445,7 @@ void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePatt
         std::vector<std::size_t> rows;
         const std::vector<char> isFound = findTogether(patterns.data() + first, count, k, rows);
         for (std::size_t i = 0; i < count; ++i) {
-            // What a run does, less its calls that record nothing for this technique.
+            // The steps of run() without recording, because this technique records nothing.
             const ktFeaturePattern& pattern = *patterns[first + i];
             unsigned long ownFlags = flags;
             ktDiagObject::getRecordingDestination(diag, ownFlags);
@@ -463,7 +463,7 @@ void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePatt
     }
 }
 
-/// The rows of the k neighbours of each pattern, as far as they were found; nothing if a search together saves no time.
+/// Finds the rows of the k neighbours of each pattern. Returns for each whether they were found; empty if a joint search saves no time.
 std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeaturePattern>* patterns, std::size_t count,
                                                  std::size_t k, std::vector<std::size_t>& rows) const
 {
@@ -485,7 +485,7 @@ std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeatu
         rows.resize(count * k);
         return scan.run(queries, rows);
     } catch (const std::bad_alloc&) {
-        // Without memory for a search together, runs take longer and answer the same.
+        // Without memory for a joint search, runs take longer and give the same answers.
         return {};
     }
 }
@@ -503,7 +503,7 @@ void kt_ClassifierKNN::findNearestNeighbors_(const ktFeaturePattern& pattern, kt
     }
 }
 
-/// The neighbours' votes, by ascending label, and the decision from them.
+/// Counts the neighbours' votes, by ascending label, and decides.
 void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors, ktClassifierResult& result) const
 {
     kt_Scratch<long, 256> labels(neighbors.size());
@@ -555,8 +555,8 @@ void kt_ClassifierKNN::serialize_(ktArchive& archive, unsigned char version)
     archive || trainingData_;
     if (archive.isLoading()) {
         compactCopy_ = nullptr;
-        // A few bytes can refer to a store, or a pattern, that is already loaded, as often as they like: copies of those would
-        // know no bound. A copy of few patterns is large beside the bytes that they came from.
+        // An archive can refer to a loaded store or pattern again in a few bytes, so copies of these could take unlimited memory. A copy of
+        // few patterns is large in proportion to their bytes.
         if (trainingData_ && trainingData_->numPatterns() >= leastLoadedForCopy && isHeldOnce(*trainingData_)) {
             makeCopy();
         }

@@ -34,13 +34,13 @@ bool isSame(double a, double b)
     return !(a < b) && !(a > b);
 }
 
-/// Whether one half of a two-sided function reaches past the point where the other begins.
+/// Whether one half of a two-sided function extends past the point where the other half begins.
 bool reachesPast(double x0, double x1, double xc, double lowest)
 {
     return x0 > lowest || x1 > lowest || xc > lowest;
 }
 
-/// The object as the given class, if it is exactly that.
+/// The object as the given class; null for any other class, also a derived one.
 template <class Score>
 const Score* exactly(const ktClsFtSc& score)
 {
@@ -125,7 +125,7 @@ double ktClassifierFeatureScoreOneSided::score(double x) const
 {
     requireOrdered();
     const bool rises = x0_ <= x1_ && x1_ <= xc_;
-    // The order of the questions makes x1 win over x0 where they are equal, and lets xc itself still score y1.
+    // The order of the comparisons decides: x1 takes precedence over an equal x0, and xc itself still scores y1.
     if (rises ? x > xc_ : x < xc_) {
         return 0.0;
     }
@@ -243,7 +243,7 @@ ktArchive& operator||(ktArchive& archive, ktPtrHandle<ktClsFtSc>& handle)
         } else if (const auto* twoSided = exactly<ktClassifierFeatureScoreTwoSided>(held)) {
             storeScore(archive, twoSidedTag, *twoSided);
         }
-        // Kept on purpose: an object of any other class writes nothing at all.
+        // Kept on purpose: an object of any other class writes no byte.
         return archive;
     }
     unsigned long tag = 0;
@@ -307,7 +307,7 @@ double ktClassifierRule::score(const ktClassifierFeatureVector& featureVector) c
     double count = 0.0;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const double score = methods_[i]->score(values[i]);
-        // Kept on purpose: NaN is neither less nor greater than the ignore marker and is left out like it.
+        // Kept on purpose: NaN is neither less nor greater than the ignore marker, and is left out too.
         if (!isSame(score, -1.0)) {
             product = product * score;
             count = count + 1.0;
@@ -316,7 +316,7 @@ double ktClassifierRule::score(const ktClassifierFeatureVector& featureVector) c
     if (!(product > 0.0)) {
         return product;
     }
-    // Kept on purpose: with every feature left out this is pow(1, infinity), which is 1.
+    // Kept on purpose: if every feature is left out this is pow(1, infinity) = 1.
     return std::pow(product, 1.0 / count);
 }
 

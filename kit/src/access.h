@@ -7,11 +7,11 @@
 #include <cstddef>
 #include <vector>
 
-/// What the kit needs of a tool beyond the public operations. The library below names this class a friend, so that its
-/// published operations stay as few as they are.
+/// What the kit needs of a tool beyond the public operations. The library below declares this class a friend, so that it need not
+/// publish more operations.
 class kt_KitAccess {
 public:
-    /// The classifier as the given one, null if it is another.
+    /// The classifier as the given class, null if it is of another class.
     template <class Classifier>
     static Classifier* classifierAs(const ktClassifierTool& tool)
     {
@@ -21,7 +21,7 @@ public:
     {
         tool.classifier_ = classifier;
     }
-    /// Whether the classifier came out of an archive.
+    /// Whether an archive loaded the classifier.
     static bool isLoaded(const kt_Classifier& classifier) { return classifier.isLoaded_; }
     /// The stored parameters; null for a decision tree.
     static const ktClassifierTrainParams* params(const kt_Classifier& classifier)
@@ -31,7 +31,7 @@ public:
 
     static void checkRunnable(const kt_Classifier& classifier) { classifier.checkRunnable_(); }
 
-    // Nearest neighbours: the parameters that a run uses, which need not be the stored ones, and the kept patterns.
+    // Nearest neighbours: the parameters that a run uses, which may differ from the stored ones, and the kept patterns.
     static ktClassifierTrainParamsKNN paramsInUse(const kt_ClassifierKNN& classifier)
     {
         return classifier.params_ ? *classifier.params_ : ktClassifierTrainParamsKNN();
@@ -56,7 +56,7 @@ public:
         classifier.findNearestNeighbors_(pattern, list);
     }
 
-    // Bayes: the models, what is evaluated in place of them, and what they hold.
+    // Bayes: the models, the models that are evaluated in their place, and their densities.
     using Models = std::vector<ktPtrHandle<kt_CategoryModel>>;
     using Groups = std::vector<std::vector<long>>;
     using Densities = std::vector<ktPtrHandle<kt_ProbabilityDensityFunction>>;

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <streambuf>
 
-/// CRC-32 of ISO 3309: the remainder of all bits so far by a polynomial of degree 32.
+/// CRC-32 of ISO 3309: the remainder of all bits so far, divided by a polynomial of degree 32.
 class kt_Checksum {
 public:
     void add(const char* bytes, std::size_t size) noexcept
@@ -38,7 +38,8 @@ private:
     std::uint32_t remainder_ = 0xFFFFFFFF;
 };
 
-/// Hands all bytes on to another buffer and sums them up. They come in blocks: as an archive writes them, and std::ostream::write.
+/// Passes all bytes to another buffer and computes their checksum. It takes blocks only, as an archive and std::ostream::write give
+/// them.
 class kt_SummedBuffer : public std::streambuf {
 public:
     explicit kt_SummedBuffer(std::streambuf& next) : next_(next) {}

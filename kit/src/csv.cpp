@@ -19,7 +19,7 @@
 
 namespace {
 
-/// A text in its cells, one after the other.
+/// Splits a text into cells, one after the other.
 class Cells {
 public:
     Cells(std::string_view text, char separator, const std::string& path)
@@ -43,7 +43,7 @@ public:
         return isRowOpen_;
     }
 
-    /// Takes the next cell of the row; false if the row has no more.
+    /// Takes the next cell of the row; false at the end of the row.
     bool nextCell()
     {
         if (!isRowOpen_) {
@@ -71,7 +71,7 @@ public:
 
     std::string_view cell() const { return cell_; }
     bool isQuoted() const { return isQuoted_; }
-    /// How many cells of the row were taken.
+    /// The number of cells taken from the row.
     std::size_t column() const { return column_; }
 
     [[noreturn]] void refuseLine(const std::string& what) const
@@ -88,7 +88,7 @@ private:
     static bool isLineEnd(char c) { return c == '\n' || c == '\r'; }
     static bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
-    /// Passes over a line that holds blanks alone, but for its end.
+    /// Skips blanks if the rest of the line holds nothing else.
     void passBlanks()
     {
         std::size_t end = place_;
@@ -124,7 +124,7 @@ private:
             } else {
                 place_ += text_[place_] == '"' ? 2 : 1;
             }
-            // Of two quotes the second.
+            // The second of two quotes.
             unquoted_.append(text_, text_[begin] == '"' ? begin + 1 : begin, text_[begin] == '"' ? 1 : place_ - begin);
         }
         ++place_;
@@ -170,7 +170,7 @@ std::string quoted(std::string_view cell)
     return "\"" + std::string(cell.substr(0, most)) + "\"";
 }
 
-/// Whether a number that no double is near to lies between 0 and the smallest of them, not beyond the largest.
+/// Whether a number outside the range of doubles is too small, not too large.
 bool isTiny(std::string_view number)
 {
     std::istringstream words{std::string(number)};
@@ -204,7 +204,7 @@ double numberOf(const Cells& cells, const std::string& column)
     return value;
 }
 
-/// The labels of a table: numbers as long as all are, and texts from the first other one on.
+/// The labels of a table: numbers until the first label that is none, then texts.
 class Labels {
 public:
     void add(std::string_view cell, bool isQuoted)
@@ -221,7 +221,7 @@ public:
         places_.push_back(known->second);
     }
 
-    /// The labels, and the names that they stand for, none if they are numbers.
+    /// The labels, and their names, which are empty if the labels are numbers.
     std::pair<std::vector<long>, std::vector<std::string>> finish() const
     {
         std::vector<long> values;
@@ -247,7 +247,7 @@ private:
     std::unordered_map<std::string, long> numbers_;
 };
 
-/// Which column holds the labels; behind the last if none does.
+/// The column of the labels; one past the last column if there is none.
 std::size_t labelColumnOf(const std::vector<std::string>& names, const ktKit::CsvOptions& options, const Cells& cells)
 {
     if (!options.isLabelled) {

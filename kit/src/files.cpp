@@ -13,8 +13,8 @@
 #include <system_error>
 #include <vector>
 
-// A file is what a tool's own archive holds, and behind it what that leaves out of a run: the parameters that a
-// nearest-neighbour classifier uses, and what the binomial densities have accumulated, from which they learn on.
+// A file holds the tool's own archive, and behind it what that archive leaves out: the parameters that a nearest-neighbour classifier
+// uses, and what the binomial densities have accumulated, which they need to learn further.
 
 namespace {
 
@@ -48,7 +48,7 @@ void forEachBinomial(const ktClassifierTool& tool, Visit visit)
     }
 }
 
-/// A tool with what its own archive leaves out.
+/// A tool, and what its own archive leaves out.
 struct Contents {
     ktClassifierTool tool;
     ktPtrHandle<ktClassifierTrainParamsKNN> inUse;
@@ -67,7 +67,7 @@ struct Contents {
         });
     }
 
-    /// Gives the tool what its archive left out; false if that does not fit it.
+    /// Gives the tool what its archive left out; false if that does not fit the tool.
     bool giveBack()
     {
         auto* neighbors = kt_KitAccess::classifierAs<kt_ClassifierKNN>(tool);
@@ -112,7 +112,7 @@ std::array<char, checksumSize> checksumBytes(std::uint32_t sum)
     return bytes;
 }
 
-/// A file beside another, which takes its place if all goes well, and is removed if not.
+/// A new file that replaces another one when it is complete, and is removed otherwise.
 class Replacement {
 public:
     explicit Replacement(const std::string& path) : path_(path), part_(path)
@@ -160,7 +160,7 @@ void writeContents(std::ostream& file, Contents& contents)
     file.setstate(stream.rdstate());
 }
 
-/// Checks the bytes of the file around and over the archive; returns its size.
+/// Checks signature, version and checksum; returns the size of the archive.
 std::size_t checkedSize(std::istream& file, const std::string& path)
 {
     std::array<char, 4096> block{};
@@ -168,11 +168,11 @@ std::size_t checkedSize(std::istream& file, const std::string& path)
     kt_Checksum sum;
     std::size_t size = 0;
     while (file) {
-        // The last four bytes that were read may be the checksum, so they are not summed before others follow.
+        // The last four bytes read may be the checksum, so they are summed only when more bytes follow.
         const std::size_t held = std::min(size, checksumSize);
         std::copy_n(last.begin(), held, block.begin());
         file.read(block.data() + held, static_cast<std::streamsize>(block.size() - held));
-        // A folder opens as a file does, and fails here.
+        // A folder opens like a file, and fails here.
         if (file.bad()) {
             refuse(path, "cannot be read");
         }
@@ -314,7 +314,7 @@ ktClassifierTool ktKit::load(std::istream& stream)
     if (!stream) {
         refuse(path, "cannot be read");
     }
-    // What is left of it, because it is read twice.
+    // A copy of the remaining bytes, because they are read twice.
     std::string bytes;
     std::array<char, 4096> block{};
     while (stream.read(block.data(), block.size()), stream.gcount() > 0) {

@@ -8,8 +8,8 @@
 #include <typeinfo>
 #include <utility>
 
-// A model is never changed where it is, because copies of a tool share it: what learns is a copy with densities of its own, which
-// takes its place in a new classifier when all has gone well.
+// Copies of a tool share their models, so a model is never changed in place. A copy of it with its own densities learns. A new
+// classifier then takes the copy, after everything else has succeeded.
 
 namespace {
 
@@ -18,7 +18,7 @@ using Model = ktPtrHandle<kt_CategoryModelBayesian>;
 
 constexpr const char* foreignDensity = "A density is neither normal nor binomial";
 
-/// The density as the given class, null if it is not exactly that: one derived from it may do everything in its own way.
+/// The density as the given class, null for any other class: a derived class may override everything.
 template <class Class>
 Class* exactly(kt_ProbabilityDensityFunction& density)
 {
@@ -33,7 +33,7 @@ kt_CategoryModelBayesian& asBayesian(kt_CategoryModel& model)
     return static_cast<kt_CategoryModelBayesian&>(model);
 }
 
-/// The densities of a model, each of them normal or binomial, and one for each group.
+/// The densities of a model, checked: one for each group, each normal or binomial.
 const Access::Densities& checkedDensities(const kt_CategoryModelBayesian& model)
 {
     const Access::Densities& densities = Access::densities(model);
@@ -78,7 +78,7 @@ Model ownCopy(const kt_CategoryModelBayesian& model)
     return copy;
 }
 
-/// The models of a Bayesian classifier, checked, and which of them are copies that may be changed.
+/// The models of a Bayesian classifier, checked, and which of them are copies that may change.
 class Models {
 public:
     explicit Models(kt_ClassifierBayesian& classifier)
@@ -91,13 +91,13 @@ public:
 
     std::size_t size() const { return models_.size(); }
     kt_CategoryModelBayesian& at(std::size_t place) const { return asBayesian(*models_[place]); }
-    /// Behind the last if there is none with this label.
+    /// The place of the model with this label; size() if there is none.
     std::size_t find(long label) const
     {
         const auto isIt = [label](const auto& model) { return model->categoryLabel() == label; };
         return static_cast<std::size_t>(std::find_if(models_.begin(), models_.end(), isIt) - models_.begin());
     }
-    /// The model at the place, to be changed.
+    /// The model at the place, for changes: a copy that nobody shares.
     kt_CategoryModelBayesian& own(std::size_t place)
     {
         if (!isOwn_[place]) {
@@ -112,7 +112,7 @@ public:
         isOwn_.push_back(true);
     }
 
-    /// Throws for a binomial density that has learnt what nobody knows any more.
+    /// Throws for a loaded binomial density whose accumulated patterns the archive did not hold.
     void requireKnown() const
     {
         for (const auto& model : models_) {
@@ -143,8 +143,8 @@ public:
     }
 
 private:
-    /// What is evaluated in place of the models, which loading a classifier settles. Labels may be too large for an archive, so
-    /// places stand in for them.
+    /// The models that are evaluated in place of these. Loading a classifier makes them, so this stores and loads one. Labels may be too
+    /// large for an archive, so it uses places instead.
     Access::Models evaluated() const
     {
         kt_ClassifierBayesian plain;
@@ -242,7 +242,7 @@ ktPtrHandle<kt_Classifier> withLearnt(kt_ClassifierBayesian& classifier, const k
     return models.classifier();
 }
 
-/// The state that two states make together.
+/// Adds the state of the other density to `mine`.
 void join(ktNormalDensity& mine, const ktNormalDensity& other)
 {
     if (other.count() < 1) {
@@ -287,7 +287,7 @@ void join(kt_CategoryModelBayesian& mine, const kt_CategoryModelBayesian& other)
     }
 }
 
-/// Whether the state of a density is that of so many measurements; a damaged archive may leave any.
+/// Whether the state of a density has this number of measurements; a damaged archive may leave any number.
 bool hasSize(const ktNormalDensity& state, std::size_t size)
 {
     const auto rows = static_cast<long>(size);
@@ -295,7 +295,7 @@ bool hasSize(const ktNormalDensity& state, std::size_t size)
                                  state.covariance().numRows() == rows && state.covariance().numColumns() == rows);
 }
 
-/// Whether each density is in a state that fits its group.
+/// Whether the state of each density fits its group.
 bool isConsistent(const kt_CategoryModelBayesian& model)
 {
     for (std::size_t group = 0; group < Access::densities(model).size(); ++group) {
@@ -325,7 +325,7 @@ bool isAlike(const kt_CategoryModelBayesian& a, const kt_CategoryModelBayesian& 
            std::equal(mine.begin(), mine.end(), other.begin(), other.end(), isSame);
 }
 
-/// Puts the classifier into the tool, unless it could not run and its parameters do not let that stand.
+/// Puts the classifier into the tool. Throws if it cannot run and its parameters demand that it can.
 void replaceClassifier(ktClassifierTool& tool, const ktPtrHandle<kt_Classifier>& classifier)
 {
     const ktClassifierTrainParams* const params = Access::params(*classifier);

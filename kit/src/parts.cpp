@@ -17,7 +17,7 @@ public:
 
     void doSome(std::size_t worker) noexcept
     {
-        // A part that was taken is done: one before it may have failed, but not yet when this one was begun.
+        // A part that was taken is always done, even if an earlier part fails meanwhile.
         while (!hasFailed_) {
             const std::size_t part = next_++;
             if (part >= failures_.size()) {
@@ -32,7 +32,7 @@ public:
         }
     }
     void stop() noexcept { hasFailed_ = true; }
-    /// To be called when all threads are gone.
+    /// Requires: all threads have ended.
     void rethrow() const
     {
         for (const std::exception_ptr& failure : failures_) {
@@ -46,11 +46,11 @@ private:
     const Work& work_;
     std::atomic<std::size_t> next_{0};
     std::atomic<bool> hasFailed_{false};
-    /// What each part has thrown: a place for each, so that threads need no lock.
+    /// The exception of each part. Each part has its own element, so threads need no lock.
     std::vector<std::exception_ptr> failures_;
 };
 
-/// Threads that are waited for whatever happens.
+/// Threads that are joined whatever happens.
 class Helpers {
 public:
     explicit Helpers(Parts& parts) : parts_(parts) {}
@@ -66,7 +66,7 @@ public:
                 threads_.emplace_back([this, worker] { parts_.doSome(worker); });
             }
         } catch (const std::system_error&) {
-            // The system gives no more threads: those there are do the work.
+            // The system provides no more threads: the present ones do the work.
         } catch (...) {
             parts_.stop();
             throw;

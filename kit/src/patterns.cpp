@@ -18,7 +18,7 @@ ktPtrHandle_const<ktFeaturePattern> patternOf(const std::vector<double>& measure
     return new ktFeaturePattern(measurements, invalid);
 }
 
-/// The labels given, or else 0, 1, 2, ... up to `size` of them.
+/// The given labels; without any, `size` labels 0, 1, 2, ...
 std::vector<long> labelsOr(const std::vector<long>& given, std::size_t size)
 {
     if (!given.empty()) {

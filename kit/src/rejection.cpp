@@ -28,7 +28,7 @@ bool isMeasured(const ktFeaturePattern& pattern, long index)
     return pattern.isValid(index) && std::isfinite(pattern.featureMeasurement(index, false));
 }
 
-/// Which measurements of a pattern are there.
+/// Which measurements of the pattern are valid and finite.
 std::vector<bool> measuredOf(const ktFeaturePattern& pattern)
 {
     std::vector<bool> measured;
@@ -38,7 +38,7 @@ std::vector<bool> measuredOf(const ktFeaturePattern& pattern)
     return measured;
 }
 
-/// Whether the pattern has all of these measurements, and how it looks without the others.
+/// Whether the pattern has all of these measurements. `to` becomes the pattern without the others.
 bool reduce(const ktFeaturePattern& pattern, const std::vector<bool>& measured, ktPtrHandle_const<ktFeaturePattern>& to)
 {
     std::vector<long> missing;
@@ -67,7 +67,7 @@ struct ktKit::Rejection::Learnt {
     mutable std::mutex isChanging;
     mutable std::map<std::vector<bool>, Limits> limits;
 
-    /// As runs evaluate them.
+    /// The models that runs evaluate.
     const Access::Models& models() const
     {
         return Access::evaluated(*Access::classifierAs<kt_ClassifierBayesian>(tool));

@@ -13,7 +13,7 @@
 
 namespace {
 
-/// So many patterns are enough for a search of several queries at once, and few enough to end soon.
+/// The number of patterns in a part: enough for a search of many queries at once, and few enough to end soon.
 constexpr std::size_t patternsEach = 256;
 
 std::size_t numParts(std::size_t size)
@@ -28,7 +28,7 @@ void requireTrained(const ktClassifierTool& tool)
     }
 }
 
-/// Patterns that are filled with rows again and again.
+/// Patterns that are reused for row after row.
 class Reused {
 public:
     /// The patterns of rows [0, count); they change with the next call.
@@ -149,7 +149,7 @@ std::vector<ktKit::Neighbor> ktKit::neighbors(const ktClassifierTool& tool, cons
         const double counted = std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance;
         found.push_back({row, kept.categoryLabel(index), counted});
     }
-    // As the scan's own list puts them: a pattern stored later goes before its equals.
+    // The order of kt_NearestList: a pattern stored later goes before its equals.
     std::sort(found.begin(), found.end(), [](const Neighbor& a, const Neighbor& b) {
         return a.distance != b.distance ? a.distance < b.distance : a.index > b.index;
     });

@@ -15,8 +15,7 @@ struct CenterAndSpread {
     double spread;
 };
 
-/// Divides the values by a power of 2, which leaves all digits as they are, so that no square of them overflows, or becomes 0. Returns
-/// its exponent.
+/// Divides the values by a power of 2, so that no square of them overflows or becomes 0; no digit changes. Returns the exponent.
 int normalize(std::vector<double>& values)
 {
     double most = 0.0;

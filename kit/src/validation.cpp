@@ -19,7 +19,7 @@ double share(long part, long whole)
     return whole == 0 ? 0.0 : static_cast<double>(part) / static_cast<double>(whole);
 }
 
-/// A number with so many digits behind the point, whatever the format and language of a stream.
+/// The number with this many digits behind the point, whatever the locale.
 std::string fixed(double value, int digits)
 {
     char text[400];
@@ -230,7 +230,7 @@ std::vector<long> ktKit::stratifiedFolds(const std::vector<long>& labels, long f
     }
     ktRandomUniform random(seed);
     std::vector<long> dealt(labels.size());
-    // Each category begins where the one before it ended, so that no fold gets the last pattern of all.
+    // Each category begins at the fold after the last one, so that no fold gets more patterns than others from every category.
     long next = 0;
     for (auto& entry : ofLabel) {
         std::vector<std::size_t>& patterns = entry.second;
@@ -247,11 +247,11 @@ std::vector<long> ktKit::stratifiedFolds(const std::vector<long>& labels, long f
 
 namespace {
 
-/// What is counted on one fold by what the others have taught.
+/// Trains on the other folds and counts the decisions on one fold.
 using Judge = std::function<ktKit::ConfusionMatrix(const ktClassifierDataProviderMemory& training,
                                                    const ktKit::Patterns& tested, const std::vector<long>& labels)>;
 
-/// The training data in folds; a copy of the handles, because a provider of the caller's own may serve one thread at a time.
+/// The data in folds. It copies the handles, because a provider of the caller's own may allow one thread at a time.
 struct Folds {
     ktKit::Patterns patterns;
     std::vector<long> labels;
@@ -272,7 +272,7 @@ struct Folds {
         }
     }
 
-    /// All folds but one, and that one.
+    /// All other folds as training data, this fold as test data.
     ktKit::Split split(std::size_t fold) const
     {
         ktKit::Split parts;
@@ -333,7 +333,7 @@ ktKit::CrossValidation ktKit::crossValidate(const ktClassifierDataProvider& data
                                             const std::vector<long>& folds, unsigned threads, const Progress& progress)
 {
     const Folds split(data, folds);
-    // Parameters serve one thread at a time.
+    // Parameters allow one thread at a time.
     std::mutex cloning;
     const auto judged = [&](const ktClassifierDataProviderMemory& training, const Patterns& tested,
                             const std::vector<long>& labels) {

@@ -27,7 +27,7 @@ const ktClassifierTrainParamsBayesian& asBayesian(const ktClassifierTrainParams&
     return *bayesian;
 }
 
-/// The parameters that a classifier holds; loading a damaged archive may leave none, or foreign ones.
+/// The stored parameters. Throws ktBadPointer if a damaged archive left none, or those of another technique.
 const ktClassifierTrainParamsBayesian& heldBayesian(const ktPtrHandle_const<ktClassifierTrainParams>& params)
 {
     const auto* bayesian = dynamic_cast<const ktClassifierTrainParamsBayesian*>(params.get());
@@ -117,7 +117,7 @@ void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
         return;
     }
     const long numMeasurements = data.numMeasurements();
-    // What each model has still to learn. The first pattern of a category does not wait: it fixes the densities' sizes.
+    // The patterns that each model has still to learn. The first pattern of a category is learnt at once: it fixes the densities' sizes.
     std::vector<std::unique_ptr<kt_PatternBatch>> batches;
     for (long i = 0; i < numPatterns; ++i) {
         const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
@@ -142,7 +142,7 @@ void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
     }
 }
 
-/// Every measurement that no group has yet starts one: its dependency set if it is in one, else itself alone.
+/// Each measurement that is in no group yet starts one: its dependency set if it has one, else a group of its own.
 kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMeasurements,
                                                           const ktClassifierTrainParamsBayesian& params)
 {
@@ -151,7 +151,7 @@ kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMe
     std::vector<ktClassifierDistributionTypes::DistributionType> groupTypes;
     const auto claimed = static_cast<std::size_t>(std::max(numMeasurements, 0L));
     if (claimed > groups.max_size()) {
-        // More than any memory holds: the provider's claim cannot be true.
+        // More than any memory holds, so the provider's number cannot be true.
         throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
     }
     std::vector<bool> isGrouped(claimed);
@@ -206,7 +206,7 @@ void kt_ClassifierBayesian::checkRunnable_() const
         throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
     }
     const kt_CategoryModel& first = *models_.front();
-    // A loaded model may claim any number; its groups say how many measurements it can read.
+    // A loaded model may hold any number of measurements. Its groups bound how many it can read.
     std::size_t most = 0;
     if (const auto* bayesian = dynamic_cast<const kt_CategoryModelBayesian*>(&first)) {
         most = bayesian->groupSizes();
@@ -239,7 +239,7 @@ void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierRe
 /// The log-likelihoods of the categories, and the largest of them.
 double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<kt_Verdict>& verdicts) const
 {
-    // After a training that ran out of memory nothing is borrowed.
+    // After a training that ran out of memory there are no models with borrowed spreads.
     const std::vector<ktPtrHandle<kt_CategoryModel>>& models =
         evaluated_.size() == models_.size() ? evaluated_ : models_;
     const kt_MeasuredValues values(pattern);
@@ -258,7 +258,7 @@ double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<
     return best;
 }
 
-/// The pattern less the measurements that are too far from every category for their densities to be told apart.
+/// The pattern without the measurements that are so far from every category that all their densities are at the limit.
 ktFeaturePattern kt_ClassifierBayesian::withoutUnreached(const ktFeaturePattern& pattern) const
 {
     const auto size = static_cast<std::size_t>(pattern.numMeasurements());

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Makes room for one more element in each of several parallel vectors, so that appending to all of them cannot fail half
-/// way. Grows geometrically, as push_back does.
+/// Reserves one more element in each of several parallel vectors, so that appending to all of them cannot fail half way. Grows
+/// geometrically, as push_back does.
 template <class... Vectors>
 void kt_makeRoomForOne(Vectors&... vectors)
 {

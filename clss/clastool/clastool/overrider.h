@@ -3,11 +3,11 @@
 #include <cstddef>
 #include <cstring>
 
-/// The code that a call of a virtual function of the object reaches, to compare with that of another object: a class of the caller's own
-/// without an override may be treated as its base. `Base` is the class that declares the function first.
+/// The code that a virtual call on the object reaches. Compared with that of another object, it shows whether a caller's class overrides
+/// the function; if not, it may be treated as its base. `Base` is the class that first declares the function.
 ///
-/// The language has no means for this. It is read from the object's virtual table, as the Itanium C++ ABI lays it out. With any other ABI,
-/// and across a DLL, each object's functions look like its own: an override is then assumed.
+/// C++ cannot express this. It is read from the object's virtual table, as the Itanium C++ ABI lays it out. With any other ABI, and across
+/// a DLL, each object seems to have functions of its own: an override is then assumed.
 template <class Base, class Function>
 const void* kt_overriderOf(const Base& object, Function Base::*function)
 {

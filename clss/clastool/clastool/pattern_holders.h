@@ -15,11 +15,11 @@ private:
     mutable std::atomic<bool> isCurrent_{true};
 };
 
-/// The copies of one pattern's measurements. Patterns with the same copies share one list. A list does not change once patterns hold it:
-/// for a further copy each list has one successor.
+/// The list of the copies that hold one pattern's measurements. Patterns with the same copies share one list. A list that patterns hold
+/// does not change: a further copy makes one successor for each list.
 class kt_PatternHolders : public ktRepBase {
 public:
-    /// The holders of `before`, which may be null, that are still current, and one more.
+    /// The current holders of `before`, which may be null, and one more.
     kt_PatternHolders(const kt_PatternHolders* before, const ktPtrHandle<const kt_Currency>& added)
     {
         if (before != nullptr) {
@@ -34,7 +34,7 @@ public:
 
     const kt_Currency* last() const noexcept { return holders_.back().get(); }
 
-    /// Ends the currency of all copies, because the pattern is about to change.
+    /// Marks all copies as out of date, because the pattern is about to change.
     void end() const noexcept
     {
         for (const auto& handle : holders_) {

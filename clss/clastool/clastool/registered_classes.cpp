@@ -4,8 +4,8 @@ namespace {
 
 using Destroy = void (*)(void*);
 
-/// Refers to the object file that defines the class. Its type information would not do: compilers for Windows put that into
-/// every object file that asks for it.
+/// Refers to the object file that defines the class. Type information would not: compilers for Windows emit it in every object file that
+/// uses it.
 template <class T>
 void destroy(void* object)
 {  // not covered: referred to, but never called
@@ -14,8 +14,8 @@ void destroy(void* object)
 
 }  // namespace
 
-/// All classes that archives can re-create. A program linked statically keeps only the object files that it refers to; it
-/// is linked with a reference to this table, and so with every class and its registry entry, also when it names none.
+/// All classes that archives can re-create. A statically linked program keeps only the object files that it refers to. It is linked with
+/// a reference to this table, and so keeps every class with its registry entry, even if it names none.
 extern "C" KT_API const Destroy ktClastoolClasses[];
 
 const Destroy ktClastoolClasses[] = {

@@ -18,7 +18,7 @@ ktClassifierTool& ktClassifierTool::operator=(ktClassifierTool&& other) noexcept
 
 ktClassifierTool& ktClassifierTool::operator=(const ktClassifierTool& other)
 {
-    // Kept on purpose: dropped before the source is looked at, so a tool assigned to itself ends up untrained.
+    // Kept on purpose: this tool's classifier is dropped before the source is read, so a tool assigned to itself ends up untrained.
     classifier_ = nullptr;
     if (other.isTrained()) {
         classifier_ = other.classifier_->clone();
@@ -38,13 +38,13 @@ ktClassifierTool::~ktClassifierTool()
 void ktClassifierTool::train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
                              ktDiagObject* diag, unsigned long flags)
 {
-    // The parameters given may be the ones that the present classifier holds.
+    // The given parameters may be those of the present classifier, which this handle keeps alive.
     const ktPtrHandle_const<ktClassifierTrainParams> oldParams = classifier_ ? classifier_->trainParams_ : nullptr;
     untrain();
     try {
         classifier_ = params.newClassifier_();
     } catch (...) {
-        // Kept on purpose: whatever the parameters throw, this is what the caller is told.
+        // Kept on purpose: whatever the parameters throw, the caller gets this error.
         classifier_ = nullptr;
         throw ktClassifierDefs::NotImplemented(
             "The classification method specified by the training parameters is not implemented.");
@@ -52,7 +52,7 @@ void ktClassifierTool::train(const ktClassifierDataProvider& provider, const ktC
     try {
         classifier_->train(provider, params, diag, flags);
     } catch (...) {
-        // A technique may leave a half-trained classifier behind; a tool does not.
+        // A technique may leave a half-trained classifier; a tool does not keep one.
         untrain();
         throw;
     }
@@ -61,7 +61,7 @@ void ktClassifierTool::train(const ktClassifierDataProvider& provider, const ktC
 
 void ktClassifierTool::train(const ktDecisionTree& tree, ktDiagObject* diag, unsigned long flags)
 {
-    // The tree given may be the one that the present classifier holds.
+    // The given tree may be that of the present classifier, which this handle keeps alive.
     const auto* oldClassifier = dynamic_cast<const kt_ClassifierDecisionTree*>(classifier_.get());
     const ktPtrHandle_const<ktDecisionTree> oldTree =
         oldClassifier != nullptr ? oldClassifier->decisionTree() : nullptr;
@@ -123,7 +123,7 @@ void ktClassifierTool::run(const std::vector<ktPtrHandle_const<ktFeaturePattern>
     }
     std::vector<ktClassifierResult> found(patterns.size());
     const kt_Classifier& classifier = *classifier_;
-    // A class derived from the library's may run in its own way.
+    // A derived class may override the run.
     if (typeid(classifier) == typeid(kt_ClassifierKNN)) {
         static_cast<const kt_ClassifierKNN&>(classifier).runEach(patterns, found, diag, flags);
     } else {
@@ -140,7 +140,7 @@ void ktClassifierTool::untrain()
         return;
     }
     if (isShared()) {
-        // Let go, rather than taken from whoever else holds it.
+        // Another tool may hold this classifier, so it is released, not untrained.
         classifier_ = nullptr;
     } else {
         classifier_->untrain();
@@ -185,7 +185,7 @@ ktArchive& operator||(ktArchive& archive, ktClassifierTool& tool)
 {
     const ktArchive::Pass pass(archive);
     archive.version("clss/clastool/clastool", 896);
-    // A handle stores and loads the pointer record; one of another class leaves the tool without a classifier.
+    // The handle archives a pointer record. An object of another class leaves the tool without a classifier.
     archive || tool.classifier_;
     if (archive.isLoading() && tool.classifier_) {
         tool.classifier_->isLoaded_ = true;

@@ -1,7 +1,8 @@
 #include "batch_kernels.h"
 
-// Only this file is compiled for AVX2 and FMA, like kernels_avx2.cpp and with the same care about inline functions. One
-// instruction multiplies and adds pairs of 16-bit numbers. docs/neighbor-scan.md, "Many queries at once", says what the sums are for.
+// The loops of batch_kernels.h in vectors of 256 bits. One instruction multiplies and adds pairs of 16-bit numbers.
+// docs/neighbor-scan.md, "Many queries at once", says what the sums are for. Only this file is compiled for AVX2 and FMA; like
+// kernels_avx2.cpp, it uses no inline function that is not local to the file.
 
 #if defined(__AVX2__) && defined(__FMA__)
 

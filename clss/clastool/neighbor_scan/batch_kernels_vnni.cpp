@@ -1,7 +1,7 @@
 #include "batch_kernels.h"
 
-// The loops of batch_kernels_avx2.cpp, whose rounding they use, in vectors twice as wide and with one instruction less. Only this
-// file is compiled for AVX-512 VNNI, with the same care. See docs/neighbor-scan.md, "Many queries at once".
+// The loops of batch_kernels_avx2.cpp in vectors of twice the width, with one instruction less; rounding is done there. Only this file
+// is compiled for AVX-512 VNNI; it uses no inline function that is not local to the file. docs/neighbor-scan.md, "Many queries at once".
 
 #if defined(__AVX512VNNI__) && defined(__AVX512F__) && defined(__AVX512BW__)
 
@@ -15,7 +15,7 @@ constexpr std::size_t lanes = 16;
 // A strip of rows and all queries keep their sums in registers.
 constexpr std::size_t stripVectors = 2;
 
-/// Not _mm512_min_epi32, of which g++ 12 says that it reads a variable without a value.
+/// Does not use _mm512_min_epi32, for which g++ 12 warns of an uninitialised variable.
 inline void putLower(std::int32_t* place, __m512i sums)
 {
     const __m512i before = _mm512_loadu_si512(place);

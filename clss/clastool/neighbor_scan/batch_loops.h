@@ -2,8 +2,8 @@
 
 #include "batch_kernels.h"
 
-// The loops over strips of rows, which each file of batch kernels compiles for its own processors: everything here is local to the
-// file. A `Strip` has the sums of some rows and all queries in registers:
+// The loops over strips of rows, which each file of batch kernels compiles for its own processors. So everything here is local to the
+// file. A `Strip` keeps the sums of some rows and all queries in registers:
 //
 //     numRows            how many rows
 //     Strip(...)         computes the sums, from where the strip's rows begin

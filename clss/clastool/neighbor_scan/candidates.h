@@ -10,10 +10,9 @@
 #include <cstdint>
 #include <limits>
 
-// The lists of a search: the k smallest sums so far, the rows that may be among the nearest, and those of them whose distances
-// are known exactly.
+// The lists of a search: the k smallest sums so far, the rows that may be among the nearest, and the rows with exact distances.
 
-/// The k smallest values seen so far.
+/// The k smallest values so far.
 template <class Value>
 class kt_Smallest {
 public:
@@ -21,7 +20,7 @@ public:
 
     void clear() { std::fill(values_.begin(), values_.end(), std::numeric_limits<Value>::infinity()); }
 
-    /// The largest of the k; infinite while there were fewer.
+    /// The largest of the k values; infinite while there are fewer.
     Value largest() { return isSorted() ? values_[values_.size() - 1] : values_[0]; }
 
     void take(Value value)
@@ -35,7 +34,8 @@ public:
     }
 
 private:
-    /// So few are kept in order, without a branch that depends on the values: the processor predicts those of a heap badly.
+    /// Up to this k the values are kept sorted, without a branch that depends on them: the processor would often predict the branches of
+    /// a heap wrong.
     static constexpr std::size_t mostSorted = 16;
 
     bool isSorted() const { return values_.size() <= mostSorted; }
@@ -48,7 +48,7 @@ private:
         values[0] = std::min(values[0], value);
     }
 
-    /// Lets the value sink from the top of the heap.
+    /// Replaces the top of the heap.
     static void replaceLargest(Value* values, std::size_t size, Value value)
     {
         std::size_t place = 0;
@@ -66,7 +66,7 @@ private:
     kt_Scratch<Value, 256> values_;
 };
 
-/// A row that may be among the nearest, and the sum that is known of it.
+/// A row that may be among the nearest, and its sum as far as it is known.
 struct kt_Candidate {
     enum class Known : std::uint32_t { nothing, floatSum, simpleSum };
 
@@ -78,12 +78,12 @@ struct kt_Candidate {
 /// Rows that may still be among the nearest.
 class kt_Candidates {
 public:
-    /// When there are so many, some are to be dropped before the next block of rows is taken.
+    /// With this many, some must be dropped before the next block of rows is taken.
     static constexpr std::size_t many = 1024;
 
     void add(const kt_Candidate& candidate) { entries_[count_++] = candidate; }
 
-    /// Keeps those whose sum is not beyond the limit for sums of its kind. Whether one is kept decides no branch.
+    /// Keeps the rows whose sum is within the limit for sums of its kind, without a branch that depends on the sums.
     void keepUpTo(double floatLimit, double simpleLimit)
     {
         const double limits[] = {std::numeric_limits<double>::infinity(), floatLimit, simpleLimit};
@@ -105,15 +105,15 @@ private:
     std::size_t count_ = 0;
 };
 
-/// Rows with their exact distances, in any order: those that decide the plain answer. They are the rows nearer than the k-th
-/// smallest distance and, of those at this distance, the first k in stored order, so never more than 2 k - 1.
+/// The rows that decide the plain answer, with their exact distances, in any order. These are the rows nearer than the k-th smallest
+/// distance and, of those at this distance, the first k in stored order: at most 2 k - 1.
 class kt_ExactRows {
 public:
     kt_ExactRows(std::size_t k, std::size_t numRows) : k_(k), entries_(std::min(2 * k, numRows)) {}
 
     bool isEmpty() const { return count_ == 0; }
 
-    /// The distance is no NaN, as between finite values by the norm.
+    /// Requires: the distance is not NaN, as the norm of finite values never is.
     void add(std::uint32_t row, double distance)
     {
         const Entry entry{distance, row};
@@ -128,7 +128,7 @@ public:
         std::push_heap(entries_.begin(), entries_.begin() + count_);
     }
 
-    /// The rows of the plain answer, as many as `rows` has room for.
+    /// Writes the rows of the plain answer; the size of `rows` is k.
     void finish(kt_Scratch<std::size_t, 256>& rows)
     {
         std::sort(entries_.begin(), entries_.begin() + count_,

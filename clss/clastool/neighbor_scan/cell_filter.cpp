@@ -1,5 +1,5 @@
-// Lower bounds from four bits a measurement. Each of a measurement's 16 cells has a bound for this query: the power of the distance from
-// the nearest value in the cell, rounded down to whole units of the limit. A row whose bounds add up to more than the limit is out.
+// Lower bounds from four bits a measurement. Each of the 16 cells of a measurement has a bound for this query: the power of the
+// distance to the nearest value in the cell, rounded down to whole units. A row is out if the sum of its bounds exceeds the limit.
 // docs/neighbor-scan.md, "The bounds", the cell level.
 
 #include "cell_filter.h"
@@ -11,7 +11,7 @@ namespace {
 
 constexpr double largestSum = 65535.0;
 
-/// How many measurements' cells go into one block of rows, of which a kernel takes the powers.
+/// The number of measurements whose cells fill one block, of which a kernel takes the powers.
 constexpr std::size_t together = kt_blockRows / kt_numCells;
 
 std::size_t roundedUp(std::size_t size)
@@ -31,8 +31,8 @@ kt_CellFilter::kt_CellFilter(const kt_CompactCopy& copy, const std::vector<doubl
 {
     const auto size = static_cast<double>(size_);
     mostWorth_ = std::min(127.0, std::floor(largestSum / size));
-    // Fine units lose little by rounding down, coarse ones little in terms that are worth more than the most: for higher
-    // orders a few large terms make up a sum.
+    // Fine units lose little when terms are rounded down. Coarse units lose little when terms are cut off at the largest bound: for
+    // higher orders a few large terms dominate a sum.
     limitWorth_ = std::min(largestSum, std::floor(mostWorth_ * std::max(1.0, size / (4.0 * std::max(order, 1.0)))));
     bound(query, static_cast<float>(order), powers, static_cast<float>(1.0 - error));
 }
@@ -46,7 +46,7 @@ void kt_CellFilter::bound(const std::vector<double>& query, float order, kt_Floa
             const double low = copy_.cellLows_[first * kt_numCells + i];
             const double high = copy_.cellHighs_[first * kt_numCells + i];
             const double q = query[first + i / kt_numCells];
-            // A cell in which nothing lies has its bounds the wrong way round.
+            // An empty cell has its ends the wrong way round.
             const double gap = low > high ? 0.0 : std::max({low - q, q - high, 0.0});
             gaps[i] = static_cast<float>(std::min(gap * copy_.scale_, 0x1p+126));
         }
@@ -56,7 +56,7 @@ void kt_CellFilter::bound(const std::vector<double>& query, float order, kt_Floa
     }
 }
 
-/// Rounds the bounds down to whole units, of which the limit has `limitWorth_`.
+/// Rounds the bounds down to whole units; `limit` has `limitWorth_` units.
 void kt_CellFilter::renewWorths(double limit)
 {
     const float unitsPerOne = static_cast<float>(std::min(limitWorth_ / limit, 1e30));

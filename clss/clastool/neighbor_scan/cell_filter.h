@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <limits>
 
-/// Lets those rows pass whose sum of powers can still be within a limit. Each measurement of a row lies in a cell; the power of the
-/// query's distance from the nearest value in the cell is a lower bound of its term.
+/// Excludes rows whose sum of powers is certainly beyond a limit. Each measurement of a row lies in a cell. The power of the query's
+/// distance to the nearest value in the cell is a lower bound of the term.
 class kt_CellFilter {
 public:
     /// `powers` computes terms of the given order with a relative error of at most `error`.
@@ -27,10 +27,10 @@ private:
     const kt_CompactCopy& copy_;
     const kt_CellKernel sums_;
     const std::size_t size_;
-    // The largest bound of a cell, and the limit, in whole units.
+    // In whole units: the largest bound that a cell may have, and the limit.
     double mostWorth_;
     double limitWorth_;
-    // The lower bound of each cell of each measurement, and the same in units of 1 / unitsPerOne_, rounded down.
+    // The lower bound of each cell of each measurement, and the same in whole units of 1 / unitsPerOne_.
     kt_Scratch<float, 256 * kt_numCells> bounds_;
     kt_Scratch<std::uint8_t, 256 * kt_numCells> quantizedBounds_;
     double unitsPerOne_ = 0.0;

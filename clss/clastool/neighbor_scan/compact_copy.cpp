@@ -1,12 +1,11 @@
-// The compact copy of a store: what is kept beside the patterns for the scan. docs/neighbor-scan.md, "What is kept beside the
-// patterns".
+// The compact copy of a store, which the scan searches. docs/neighbor-scan.md, "What is kept beside the patterns".
 //
-// In comes a store; out come its rows as floats in blocks of 64, boxes around blocks and around groups of 64 blocks, and cells.
+// Input: a store. Output: its rows as floats in blocks of 64, boxes around blocks and around groups of 64 blocks, and cells.
 //
-//     hold           has the patterns tell the copy when they change
-//     lookAtSample   offsets, scale and the edges of the cells, from some of the rows
-//     arrange        floats and cells of all rows; then zone by zone the order of the leaves, blocks and boxes
-//     appendLast     one row more, which waits without a box until sortUnsorted makes a group of 1024 such
+//     hold           registers the copy with the patterns, which tell it when they change
+//     lookAtSample   offsets, scale and the edges of the cells, from a sample of the rows
+//     arrange        floats and cells of all rows; then, for each zone, the order of the leaves, blocks and boxes
+//     appendLast     one more row; sortUnsorted makes a group of 1024 of them, which had no boxes before
 
 #include "compact_copy.h"
 
@@ -25,42 +24,40 @@
 
 namespace {
 
-/// Values beyond this, in magnitude, are left to the plain scan: their differences must not overflow.
+/// A store with a value of larger magnitude is left to the plain scan: differences must not overflow.
 constexpr double largestValue = 0x1p+1000;
 
-/// From how many rows on a copy has cells: with fewer, their bounds would take memory worth mentioning.
+/// The fewest rows with which a copy has cells: with fewer, the bounds of the cells would take too much memory in proportion.
 std::atomic<std::size_t> leastForCells{2048};
 
-/// From how many measurements on cells help beside boxes.
+/// The fewest measurements with which cells save time in addition to boxes.
 constexpr std::size_t leastMeasurementsForCells = 9;
 
-/// Up to how many measurements a row's sum of what its cells are worth has a sensible resolution in 16 bits.
+/// The most measurements with which the sum of a row's bounds has enough resolution in 16 bits.
 constexpr std::size_t mostForCells = 8192;
 
-/// How many times a pattern may be in a store on average; patterns that are there more often are left to the plain scan. An
-/// archive says in a few bytes that a pattern is there once more, and a copy of what it says would know no bound.
+/// A store that holds each pattern more often than this on average is left to the plain scan. An archive repeats a pattern in a few
+/// bytes, so copying every repetition could take memory out of proportion to the archive.
 constexpr std::size_t mostRepeats = 16;
 
 /// Row numbers have 32 bits.
 constexpr std::size_t mostRows = std::numeric_limits<std::uint32_t>::max();
 
-/// Held while patterns are told of a copy: several threads may train from the same ones.
+/// Held while a copy is registered with patterns: several threads may train from the same patterns.
 std::mutex holdersAreChanging;
 
-/// How many rows offsets and scale are found from, and how many the edges of cells too.
+/// The size of the sample for offsets and scale, and of the sample that also gives the edges of cells.
 constexpr std::size_t sampleRows = 128;
 constexpr std::size_t sampleRowsForCells = 512;
 
-/// How many rows have to lie together, far from the others, to get offsets of their own, and how many times
-/// such are looked for.
+/// The fewest rows of a distant cluster with its own offsets, and the number of attempts to find one.
 constexpr std::size_t leastCluster = kt_blockRows;
 constexpr std::size_t mostClusters = 16;
 
-/// How many rows that were added wait before they are sorted.
+/// The number of added rows at which they are sorted.
 constexpr std::size_t mostUnsorted = 16 * kt_blockRows;
 
-/// Makes room for the rows, and for a sixteenth more where others came before: doubling would take more memory than the
-/// copy is worth.
+/// Resizes the vector. If it held rows before, it reserves a sixteenth more: doubling would take too much memory for a copy.
 template <class Values>
 void resizeTo(Values& values, std::size_t size)
 {
@@ -85,7 +82,7 @@ void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
     try {
         isUsable_ = fill(store);
     } catch (...) {
-        // Without memory for a copy, runs take longer and answer the same.
+        // Without memory for a copy, runs take longer and give the same answers.
     }
     builtRows_ = store.patterns_.size();
     numRows_ = builtRows_;
@@ -108,7 +105,7 @@ bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
     if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !canServe(store)) {
         return false;
     }
-    // Tests that want cells in small stores want them for few measurements too.
+    // A test that sets cellsFrom() to 0 needs cells for few measurements too.
     const std::size_t leastMeasurements = cellsFrom() == 0 ? 1 : leastMeasurementsForCells;
     hasCells_ = numRows_ >= cellsFrom() && size_ >= leastMeasurements && size_ <= mostForCells;
     if (!lookAtSample(store)) {
@@ -118,12 +115,12 @@ bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
     return true;
 }
 
-/// Has the patterns tell this copy when they change. Returns how many of them were there before in the list.
+/// Registers this copy with the patterns, which then tell it when they change. Returns the number of repeated patterns.
 std::size_t kt_CompactCopy::hold(const ktPtrHandle_const<ktFeaturePattern>* pattern,
                                  const ktPtrHandle_const<ktFeaturePattern>* end)
 {
     using Holders = ktPtrHandle<const kt_PatternHolders>;
-    // Kept by handles, so that no list is freed and another one made at its address.
+    // The handles keep each list alive, so that no new list gets its address.
     std::map<const kt_PatternHolders*, std::pair<Holders, Holders>> successors;
     std::size_t repeats = 0;
     const std::lock_guard<std::mutex> lock(holdersAreChanging);
@@ -159,7 +156,7 @@ void kt_CompactCopy::clear() noexcept
 bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store)
 {
     const auto& patterns = store.patterns_;
-    // A store derived from the library's may count and give out its patterns in its own way. No patterns are too many as well.
+    // A derived class may count and return its patterns in its own way. For no patterns, size() - 1 is too large as well.
     if (typeid(store) != typeid(ktClassifierDataProviderMemory) || patterns.size() - 1 >= mostRows) {
         return false;
     }
@@ -173,8 +170,8 @@ bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store)
            });
 }
 
-/// Finds offsets, scale and the edges of the cells from some of the rows. A few values far from the others change none of them
-/// much. Returns false where the scale would be out of range.
+/// Finds offsets, scale and the edges of the cells from a sample of the rows. They are quantiles, so a few outliers hardly change them.
+/// Returns false if the scale would be out of range.
 bool kt_CompactCopy::lookAtSample(const ktClassifierDataProviderMemory& store)
 {
     constexpr std::size_t numEdges = kt_numCells - 1;
@@ -200,7 +197,7 @@ bool kt_CompactCopy::lookAtSample(const ktClassifierDataProviderMemory& store)
         offsets_[0][j] = median;
         std::transform(sample.begin(), sample.end(), sample.begin(),
                        [median](double value) { return std::abs(value - median); });
-        // Of those that are off at all: most measurements may be 0 in most rows.
+        // Deviations of 0 are left out, because a measurement may be 0 in most rows.
         const auto firstOff = std::partition(sample.begin(), sample.end(), [](double off) { return off == 0.0; });
         const std::ptrdiff_t numOff = sample.end() - firstOff;
         if (static_cast<std::size_t>(numOff) * 16 > count) {
@@ -248,12 +245,12 @@ void kt_CompactCopy::arrange(const ktClassifierDataProviderMemory& store)
     addZone(0, true, rows, usual);
     takeClusters(store, distant, rows);
     addZone(0, false, rows, distant);
-    // For rows that are added.
+    // The zone for rows that are added.
     zones_.push_back({0, false, groups_.size(), groups_.size(), {}});
     firstUnsortedBlock_ = usedBlocks();
 }
 
-/// Writes floats, relative to the first offsets, and cells of a row. Returns the largest float, in magnitude.
+/// Writes the floats of a row, relative to the first offsets, and its cells. Returns the largest magnitude of a float.
 float kt_CompactCopy::copyRow(const std::vector<double>& measurements, Rows& rows, std::size_t place)
 {
     const double* const values = measurements.data();
@@ -270,8 +267,8 @@ float kt_CompactCopy::copyRow(const std::vector<double>& measurements, Rows& row
     return reach;
 }
 
-/// The loop runs over every value of a store: what it reads and changes is held in local variables, because the compiler cannot
-/// know that storing a byte leaves the members alone.
+/// This loop runs over every value of a store. It uses local variables, because the compiler must assume that storing a byte changes
+/// members.
 void kt_CompactCopy::findCells(const double* values, std::uint8_t* cells)
 {
     const double* edges = cellEdges_.data();
@@ -292,8 +289,8 @@ void kt_CompactCopy::findCells(const double* values, std::uint8_t* cells)
     }
 }
 
-/// Gives zones of their own to rows that lie together, far from the others, and takes them out of `distant`. Floats relative to the
-/// offsets of the others would not tell them apart.
+/// Moves each distant cluster of rows from `distant` into its own zone. Floats relative to the first offsets would be too coarse to
+/// distinguish its rows.
 void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, Rows& rows)
 {
     RowNumbers alone;
@@ -315,7 +312,7 @@ void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, R
     distant.insert(distant.end(), alone.begin(), alone.end());
 }
 
-/// Takes those rows out of `distant` that lie around the centre.
+/// Moves the rows around the centre out of `distant`.
 kt_CompactCopy::RowNumbers kt_CompactCopy::takeCluster(const ktClassifierDataProviderMemory& store, RowNumbers& distant,
                                                        const std::vector<double>& centre)
 {
@@ -334,7 +331,7 @@ kt_CompactCopy::RowNumbers kt_CompactCopy::takeCluster(const ktClassifierDataPro
     return cluster;
 }
 
-/// Sorts the rows of these numbers and puts them behind those that are there.
+/// Sorts these rows and appends them as a zone.
 void kt_CompactCopy::addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers)
 {
     if (numbers.empty()) {
@@ -355,7 +352,7 @@ std::size_t kt_CompactCopy::usedBlocks() const
     return groups_.empty() ? 0 : groups_.back().firstBlock + groups_.back().numBlocks();
 }
 
-/// Fills the next blocks with rows, in the order of `numbers`, and bounds them.
+/// Fills the next blocks with rows, in the order of `numbers`, and computes their boxes.
 void kt_CompactCopy::addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count)
 {
     const Group group{usedBlocks(), count, boxes_.size()};
@@ -367,7 +364,7 @@ void kt_CompactCopy::addGroup(const Rows& rows, const std::uint32_t* numbers, st
         const std::size_t first = std::min(block * kt_blockRows, count);
         const std::size_t here = std::min(kt_blockRows, count - first);
         for (std::size_t i = 0; i < here; ++i) {
-            // Rows that lie side by side in space lie scattered in `rows`.
+            // Rows that are neighbours in space are scattered in `rows`.
             constexpr std::size_t lead = 8;
             prefetchRow(rows, numbers[std::min(first + i + lead, count - 1)]);
             placeRow(rows, numbers[first + i], (group.firstBlock + block) * kt_blockRows + i);
@@ -411,7 +408,7 @@ void kt_CompactCopy::placeRow(const Rows& rows, std::uint32_t number, std::size_
     }
 }
 
-/// Writes the ends of the box around a block's first rows. Without rows they are the wrong way round.
+/// Writes the box around the first `count` rows of a block. The box of no rows has its low end above its high end.
 void kt_CompactCopy::boundBlock(std::size_t block, std::size_t count, float* boxes, std::size_t stride) const
 {
     constexpr float infinity = std::numeric_limits<float>::infinity();
@@ -480,15 +477,15 @@ void kt_CompactCopy::append(const ktClassifierDataProviderMemory& store) noexcep
             return;
         }
     } catch (...) {
-        // Without memory to grow there may still be some for a copy of the right size.
+        // Growing takes more memory than a new copy of the right size, which may still succeed.
     }
     make(store);
 }
 
 bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
 {
-    // Made anew when a quarter was added, so that offsets, scale and cells keep fitting; each row is then copied a bounded
-    // number of times.
+    // The copy is made anew after a quarter was added, so that offsets, scale and cells fit the rows. Each row is copied a bounded number
+    // of times.
     if (store.patterns_.size() != numRows_ + 1 || store.revision_ != storeRevision_ + 1 || currency_.isNull() ||
         !currency_->isCurrent() || numRows_ >= std::min(builtRows_ + builtRows_ / 4, mostRows)) {
         return false;
@@ -501,7 +498,7 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     }
     const ktFeaturePattern& pattern = *store.patterns_.back();
     const std::vector<double>& values = pattern.measurements_;
-    // A pattern may be assigned over after the store took it.
+    // The pattern may have been assigned to after the store took it.
     if (values.size() != size_ || pattern.numInvalid() != 0 ||
         !std::all_of(values.begin(), values.end(), [](double value) { return std::abs(value) <= largestValue; })) {
         return false;
@@ -521,7 +518,7 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     return true;
 }
 
-/// Makes a group of the rows that were added last.
+/// Makes a group of the rows that are not sorted yet.
 void kt_CompactCopy::sortUnsorted(const ktClassifierDataProviderMemory& store)
 {
     Rows rows = emptyRows(static_cast<std::uint32_t>(numRows_ - numUnsorted_), numUnsorted_);

@@ -14,10 +14,10 @@
 #include <new>
 #include <vector>
 
-/// Row numbers; as many of them as neighbours are asked for.
+/// The row numbers of the neighbours; its size is k.
 using kt_RowList = kt_Scratch<std::size_t, 256>;
 
-/// Memory that begins where a line of the processor's cache does, so that no vector lies across two lines.
+/// Allocates memory that begins at a cache line, so that no SIMD vector crosses two lines.
 template <class T>
 struct kt_LineAllocator {
     using value_type = T;
@@ -44,27 +44,27 @@ struct kt_LineAllocator {
 template <class T>
 using kt_Aligned = std::vector<T, kt_LineAllocator<T>>;
 
-/// A compact copy of the kept patterns' measurements, which a nearest-neighbour run with a norm of any order searches before the patterns.
-/// docs/neighbor-scan.md says why it never changes an answer. In short: the copy gives certified bounds for every distance. A row whose
-/// lower bound exceeds the k-th smallest upper bound cannot be among the k nearest. The rows that are left go through the exact routine
-/// in stored order.
+/// A compact copy of the kept patterns' measurements. A nearest-neighbour run with a norm of any order searches it before the patterns.
+/// docs/neighbor-scan.md proves that it never changes an answer. In short: the copy gives certified bounds for every distance. A row
+/// whose lower bound exceeds the k-th smallest upper bound cannot be among the k nearest. The remaining rows go through the exact
+/// routine in stored order.
 ///
-/// It belongs to one store of patterns and is shared by all classifiers that share the store. It knows whether the store
-/// and its patterns are still what it copied.
+/// It belongs to one store of patterns; all classifiers that share the store share the copy. It knows whether the store and its
+/// patterns have changed since they were copied.
 /// Threads: const operations run on several threads at once.
 class kt_CompactCopy : public ktRepBase {
 public:
     ~kt_CompactCopy() override;
 
     /// Copies the store. Some stores are left to the plain scan: those without patterns, with patterns of different sizes, invalid
-    /// measurements, values that are not finite or too large, or few patterns many times; and any store if memory runs out.
+    /// measurements, values that are not finite or too large, or many repetitions of few patterns; and any store if memory runs out.
     void make(const ktClassifierDataProviderMemory& store) noexcept;
 
-    /// Copies the pattern that was just added to the store, or the whole store anew. A store that could not be copied is tried again
-    /// after a quarter was added.
+    /// Copies the pattern that was just added to the store, or copies the whole store anew. A store that could not be copied is tried
+    /// again after a quarter was added.
     void append(const ktClassifierDataProviderMemory& store) noexcept;
 
-    /// Whether there is a copy and it equals the store and its patterns.
+    /// Whether there is a copy, and store and patterns have not changed since.
     bool isCurrent(const ktClassifierDataProviderMemory& store) const noexcept
     {
         return isUsable_ && !isOutOfDate(store);
@@ -88,15 +88,15 @@ public:
     void nearestAmong(const std::vector<std::uint32_t>& candidates, const ktClassifierDataProviderMemory& store,
                       const std::vector<double>& query, double order, kt_RowList& rows) const;
 
-    /// The rows lie in blocks of 64, in another order than in the store. The numbers in the store of the rows of a block.
+    /// The numbers in the store of the 64 rows of a block. Rows lie in another order than in the store.
     const std::uint32_t* rowsOf(std::size_t block) const { return rows_.data() + block * kt_blockRows; }
 
-    /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2, 2 with AVX-512 VNNI for batches as
-    /// well. A request for one that the machine lacks is ignored. Returns what is in force.
+    /// The instruction set that scans use, for tests: 0 for every processor, 1 with AVX2, 2 with AVX-512 VNNI for batches in addition. A
+    /// request for a set that the machine lacks is ignored. Returns the set in use.
     static int instructionSet() noexcept;
     static int instructionSet(int wanted) noexcept;
 
-    /// From how many rows on a copy made from now on has cells; for tests, which set it lower.
+    /// The fewest rows with which a new copy has cells. Tests set it lower.
     static std::size_t cellsFrom() noexcept;
     static void cellsFrom(std::size_t rows) noexcept;
 
@@ -105,11 +105,11 @@ private:
     friend class kt_CellFilter;
     friend class kt_NeighborScan;
 
-    /// Rows that are stored relative to the same offsets.
+    /// Rows stored relative to the same offsets.
     struct Zone {
-        /// Which of `offsets_` is taken off its values.
+        /// The index in `offsets_` of what is subtracted from its values.
         std::size_t offsets;
-        /// Whether no value lies farther from its offset than `zoneReach`.
+        /// Whether every value is within `zoneReach` of its offset.
         bool isBounded;
         std::size_t firstGroup;
         std::size_t endGroup;
@@ -117,8 +117,7 @@ private:
         kt_Aligned<float> boxes;
     };
 
-    /// Up to 64 blocks in a row, of which only the last one may have room left, and where the boxes around them begin in
-    /// `boxes_`.
+    /// Up to 64 consecutive blocks, of which only the last one may be partly filled. Their boxes begin at `firstBox` in `boxes_`.
     struct Group {
         std::size_t firstBlock;
         std::size_t numRows;
@@ -130,20 +129,20 @@ private:
 
     using RowNumbers = std::vector<std::uint32_t>;
 
-    /// Floats and cells of rows before they have their places: of each row in turn, beginning with that of number `first`.
+    /// Floats and cells of rows before they are sorted into blocks: row after row, from the row of number `first`.
     struct Rows {
         std::uint32_t first;
         std::vector<float> floats;
         std::vector<std::uint8_t> cells;
     };
 
-    /// In scaled units; most values are within a few.
+    /// In scaled units; most values are within a few units.
     static constexpr double zoneReach = 1024.0;
-    /// From how many groups on a zone has boxes around them.
+    /// The fewest groups with which a zone has boxes around groups.
     static constexpr std::size_t groupsForBoxes = 2;
 
     static std::size_t blocksOf(std::size_t rows) { return (rows + kt_blockRows - 1) / kt_blockRows; }
-    /// The boxes of a list, with those that fill it up to whole vectors.
+    /// The number of boxes of a list, padded to whole SIMD vectors.
     static std::size_t paddedBoxes(std::size_t boxes) { return (boxes + 7) / 8 * 8; }
 
     void clear() noexcept;
@@ -172,7 +171,7 @@ private:
     std::size_t usedBlocks() const;
     std::size_t numBlocks() const { return rows_.size() / kt_blockRows; }
 
-    /// A value as the float copy has it. Values that no float could hold are brought nearer to zero.
+    /// A value as the copy stores it. Values beyond the range of floats are brought nearer to zero.
     float rounded(double value, double offset) const
     {
         constexpr double most = 0x1p+126;
@@ -184,32 +183,32 @@ private:
     std::size_t size_ = 0;
     std::size_t builtRows_ = 0;
     unsigned long storeRevision_ = 0;
-    // Ended by the patterns when one of them changes; null before the first try to copy.
+    // Ended by a pattern that changes; null before the first attempt to copy.
     ktPtrHandle<const kt_Currency> currency_;
-    // The holders of a pattern that nobody else copied.
+    // The list of holders of every pattern that no other copy holds.
     ktPtrHandle<const kt_PatternHolders> soleHolder_;
 
-    // What is taken off before a value is rounded, for each measurement, so that its distance from zero costs no precision: a
-    // median of all rows, then a row out of each cluster that lies far away.
+    // Subtracted from each measurement before it is rounded, so that its distance from zero costs no precision. First the medians of a
+    // sample of all rows, then a row of each distant cluster.
     std::vector<std::vector<double>> offsets_;
-    // A power of two that brings what most values are off by near 1.
+    // A power of two that brings most deviations from the offsets near 1.
     double scale_ = 1.0;
 
-    // The rows by the leaves of a k-d tree, block after block: their floats, one measurement of all rows in the block behind the
-    // other, and their numbers in the store.
+    // The rows in the order of the leaves of a k-d tree, block after block: floats, with each measurement of all rows of a block
+    // contiguous, and row numbers in the store.
     kt_Aligned<float> floats_;
     RowNumbers rows_;
-    // The last zone has the rows that were added one by one and sorted since; its offsets are those of the first.
+    // The last zone has the rows that were added one by one and then sorted; it uses the first offsets.
     std::vector<Zone> zones_;
     std::vector<Group> groups_;
     kt_Aligned<float> boxes_;
-    // The rows that were added last, in blocks without boxes behind all others; likewise with the first zone's offsets.
+    // The rows that were added last, in blocks without boxes behind all others; they use the first offsets too.
     std::size_t firstUnsortedBlock_ = 0;
     std::size_t numUnsorted_ = 0;
 
-    // The level of cells, for stores of many rows. Every measurement has its values divided into 16 cells of about as many
-    // rows each; a row's cell is the number of `cellEdges_` that are not greater than its value. What a cell really holds
-    // lies between `cellLows_` and `cellHighs_`.
+    // The level of cells, for stores of many rows. The values of each measurement are divided into 16 cells of about equally many rows.
+    // A row's cell is the number of `cellEdges_` that are not greater than its value. The values of a cell lie between `cellLows_` and
+    // `cellHighs_`.
     bool hasCells_ = false;
     std::vector<double> cellEdges_;
     std::vector<double> cellLows_;

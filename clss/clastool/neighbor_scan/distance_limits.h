@@ -6,16 +6,16 @@
 #include <limits>
 
 /// A bound on the k-th smallest distance by the norm of one order p, and the largest sums of |x - q|^p that a row among the k nearest can
-/// have. Sums come from floats or, for the simple orders, from plain arithmetic in double. Rounding affects both, and the exact
+/// have. Sums are computed in floats or, for the simple orders, by plain arithmetic in double. Rounding affects both, and the exact
 /// routine; docs/neighbor-scan.md, "The bounds", derives each error. Lengths are multiplied by a scale, a power of two.
 class kt_DistanceLimits {
 public:
     /// Room for the rounding of a few operations and powers in double.
     static constexpr double slightly = 1.0 + 0x1p-36;
-    /// Beyond this a float query is of no use. Rows that were brought nearer to zero lie far beyond.
+    /// A query beyond this cannot use floats. Values that were brought nearer to zero are much larger.
     static constexpr double largestFloatQuery = 0x1p+40;
 
-    /// `powerError`: how far the float term of an order that is not simple may be off, relative to itself.
+    /// `powerError`: the relative error of a float term of an order that is not simple.
     kt_DistanceLimits(double order, std::size_t size, double scale, double powerError)
         : order_(order),
           size_(static_cast<double>(size)),
@@ -29,7 +29,7 @@ public:
         }
         floatLost_ = size_ * (order_ >= 1.0 ? 0x1p-120 : std::exp2(-120.0 * order_));
         largestSum_ = order_ >= 1.0 ? 0x1p+100 : std::exp2(100.0 * order_);
-        // The usual order takes no call.
+        // The usual order needs no call of exp2.
         const double reach = order_ == 2.0 ? 0x1p+400 : std::exp2(safeExponent / std::max(1.0, order_));
         least_ = scale / reach;
         largest_ = scale * reach;
@@ -39,7 +39,7 @@ public:
         }
     }
 
-    /// Whether the bounds hold for this order and so many measurements. The other operations require it.
+    /// Whether the bounds hold for this order and number of measurements. The other operations require it.
     bool areCertified() const { return order_ >= leastOrder && exactError_ < 0.25 && floatSumError_ < 0.25; }
 
     /// 0.5, 1, 2 and 3, whose sums take no general power.
@@ -53,8 +53,8 @@ public:
     float floatLimit() const { return floatLimit_; }
     double simpleLimit() const { return trueLimit_ * slightly + simpleLost(); }
 
-    /// Notes how far the query lies from the offsets of the floats, in the measurement in which it lies farthest. Rounding moves a value
-    /// and the query by 2^-24 of their sizes, and a value is at most as large as the query and their difference together.
+    /// `farthest` is the largest distance of the query from the offsets in one measurement. Rounding moves a value and the query by 2^-24
+    /// of their sizes, and a value is at most as large as the query plus their difference.
     void measureFrom(double farthest)
     {
         const double error = farthest * 0x1p-23 * (1.0 + 0x1p-20) + 0x1p-147;
@@ -73,15 +73,15 @@ public:
     /// `sum` is the k-th smallest sum by plain arithmetic, or larger.
     void takeSimpleSum(double sum) { take((sum + simpleLost()) * slightly, 0.0); }
 
-    /// Widens a bound on the k-th smallest distance, a sum for orders below 1, by the exact routine's rounding; infinite where that
-    /// routine may not tell distances apart.
+    /// Widens a bound on the k-th smallest distance, a sum for orders below 1, by the exact routine's rounding. Infinite where that routine
+    /// may not distinguish distances.
     double guarded(double bound) const
     {
         const double widened = bound * widening_;
         return widened < largest_ ? std::max(widened, least_) : std::numeric_limits<double>::infinity();
     }
 
-    /// The sum of powers that belongs to a norm.
+    /// The sum of powers whose norm this is.
     double raised(double norm) const
     {
         if (order_ == 2.0) {
@@ -91,13 +91,13 @@ public:
     }
 
 private:
-    /// Below, a value that was brought nearer to zero could pass for one that is not.
+    /// Below this order, values that were brought nearer to zero cannot be recognised by their terms.
     static constexpr double leastOrder = 0x1p-5;
-    /// Beyond 2^+-800 the exact routine's powers may leave the range in which they tell distances apart.
+    /// Beyond 2^+-800 the exact routine's powers may leave the range in which they distinguish distances.
     static constexpr double safeExponent = 800.0;
     static constexpr double largestFloat = std::numeric_limits<float>::max();
 
-    /// For the terms that are subnormal, or the root of a subnormal difference.
+    /// The error of terms that are subnormal, or roots of subnormal differences.
     double simpleLost() const { return size_ * 0x1p-500; }
 
     double root(double sum) const
@@ -108,7 +108,7 @@ private:
         return order_ == 1.0 ? sum : std::pow(sum, 1.0 / order_) * slightly;
     }
 
-    /// The k-th smallest sum is at most `sum`; rounding moved norms, or sums for orders below 1, by up to `error`.
+    /// The k-th smallest sum is at most `sum`. Rounding moved norms, or sums for orders below 1, by at most `error`.
     void take(double sum, double error)
     {
         const double bound = guarded((order_ >= 1.0 ? root(sum) : sum) + error);
@@ -130,21 +130,21 @@ private:
 
     const double order_;
     const double size_;
-    // Relative errors of the exact routine and of a float sum, and the factors that make up for them.
+    // Relative errors of the exact routine and of a float sum, and the factors that compensate for them.
     const double exactError_;
     const double floatSumError_;
     const double widening_;
     const double floatWidening_;
-    // How much a float sum may lack because small terms count as 0, and the value from which it may be too small because large terms
-    // do not grow any more.
+    // The most that a float sum may lack because small terms count as 0, and the value from which it may be too small because large terms
+    // are cut off.
     double floatLost_ = 0.0;
     double largestSum_ = 0.0;
-    // The range in which the exact routine tells distances apart; as sums for orders below 1.
+    // The range in which the exact routine distinguishes distances; as sums for orders below 1.
     double least_ = 0.0;
     double largest_ = 0.0;
     // How far rounding to floats moves a norm, or a sum for orders below 1.
     double floatError_ = 0.0;
-    // What bounds the k-th smallest distance, as a norm or, for orders below 1, a sum.
+    // The bound on the k-th smallest distance, as a norm or, for orders below 1, as a sum.
     double bound_ = std::numeric_limits<double>::infinity();
     double trueLimit_ = std::numeric_limits<double>::infinity();
     float floatLimit_ = std::numeric_limits<float>::infinity();

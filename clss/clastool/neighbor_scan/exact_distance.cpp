@@ -1,5 +1,5 @@
-// The definition of the distance, in a file of its own because of its flags. docs/neighbor-scan.md, "The way of a run", says when it
-// is asked.
+// The definition of the distance, in its own file because of its compiler flags. docs/neighbor-scan.md, "The way of a run", says when
+// it is used.
 
 #include "exact_distance.h"
 

@@ -1,4 +1,4 @@
-// Which set of inner loops scans use: the best that both the compiler and the processor know, unless a test asks for less.
+// Chooses the inner loops of scans: the best that both the compiler and the processor know, unless a test asks for less.
 // docs/neighbor-scan.md, "Processors".
 
 #include "batch_kernels.h"
@@ -24,7 +24,7 @@ int kt_CompactCopy::instructionSet() noexcept
 
 int kt_CompactCopy::instructionSet(int wanted) noexcept
 {
-    // Kernels are null where the compiler does not know these vectors.
+    // Kernels are null if the compiler does not know these vectors.
     const int ofCompiler =
         static_cast<int>(kt_avx2Kernels != nullptr) * (1 + static_cast<int>(kt_vnniBatchKernels != nullptr));
     int ofProcessor = 0;

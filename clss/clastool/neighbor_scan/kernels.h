@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-// The loops of a scan that read every stored measurement. One set of them is for every processor, one for processors with wider
-// vectors; a process chooses one. Their sums are approximate, within bounds that hold for both sets. The answer of a scan does not
-// depend on the set.
+// The loops of a scan that read every stored measurement. One set is for every processor, one for processors with wider vectors; a
+// process chooses one. Their sums are approximate, within bounds that hold for both sets. So the answer of a scan does not depend on
+// the set.
 
 constexpr std::size_t kt_blockRows = 64;
 constexpr std::size_t kt_numCells = 16;
@@ -38,7 +38,7 @@ constexpr std::size_t kt_mostForKth = 16;
 using kt_CellKernel = std::uint64_t (*)(const std::uint8_t* block, const std::uint8_t* quantizedBounds,
                                         std::size_t size, std::uint16_t limit);
 
-/// So many bytes behind the last block of cells must be readable, whatever they hold.
+/// The number of bytes behind the last block of cells that must be readable; their values do not matter.
 constexpr std::size_t kt_readAhead = 1024;
 
 /// The loops whose terms are powers of one order.
@@ -57,7 +57,7 @@ struct kt_ScanKernels {
     kt_WithinKernel within;
     kt_LeastKernel least;
     kt_KthKernel kth;
-    /// Whether `cells` takes less time than any of the loops above, not only than `anyOrder`.
+    /// Whether `cells` is faster than each of the loops above, not only than `anyOrder`.
     bool hasFastCells;
 };
 
@@ -67,7 +67,7 @@ extern const kt_ScanKernels kt_baselineKernels;
 extern const kt_ScanKernels* const kt_avx2Kernels;
 
 /// The largest relative error of a term of `anyOrder` with exponent p: kt_powerError * p + kt_powerErrorFixed, for differences
-/// and terms between 2^-120 and 2^120. A difference or a term below counts as 0, so a term loses at most 2^-120, and 2^(-120 p)
-/// at orders below 1; larger terms count as something between 2^120 and infinity. Measured over all mantissas by a test.
+/// and terms between 2^-120 and 2^120. A smaller difference or term counts as 0, so a term loses at most 2^-120, and 2^(-120 p)
+/// at orders below 1. A larger term counts as a value between 2^120 and infinity. A test measures the error over all mantissas.
 constexpr double kt_powerError = 2e-5;
 constexpr double kt_powerErrorFixed = 5e-5;

@@ -1,8 +1,8 @@
 #include "kernels.h"
 
-// The loops of kernels.h in vectors of 8 floats. docs/neighbor-scan.md, "The bounds", says how far each sum may be off.
+// The loops of kernels.h in vectors of 8 floats. docs/neighbor-scan.md, "The bounds", derives the error of each sum.
 // Only this file is compiled for AVX2 and FMA. It uses no inline function of another header unless that is local to the file: the linker
-// may keep this file's copy of a function for the whole program.
+// may use this file's copy of a function in the whole program.
 
 #if defined(__AVX2__) && defined(__FMA__)
 
@@ -58,7 +58,7 @@ struct AnyOrder {
         __m256 series = _mm256_fmadd_ps(s2, _mm256_set1_ps(0.4121985831f), _mm256_set1_ps(0.5770780164f));
         series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(0.9617966939f));
         series = _mm256_fmadd_ps(s2, series, _mm256_set1_ps(2.8853900818f));
-        // Terms beyond 2^126 stay there, so that the exponent does not run over.
+        // Terms are cut off at 2^126, so that the exponent does not overflow.
         const __m256 y = _mm256_min_ps(_mm256_mul_ps(p, _mm256_fmadd_ps(s, series, exponent)), _mm256_set1_ps(126.0f));
         const __m256 whole = _mm256_round_ps(y, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
         const __m256 x = _mm256_mul_ps(_mm256_sub_ps(y, whole), _mm256_set1_ps(0.6931471806f));
@@ -81,7 +81,7 @@ struct AnyOrder {
 template <class Term>
 std::uint64_t floatSums(const float* block, const float* query, std::size_t size, float order, float limit, float* sums)
 {
-    // Eight variables, because compilers keep an array in memory and write it in each round.
+    // Eight variables: compilers keep an array in memory and write it in each iteration.
     const Term term(order);
     __m256 sum0 = _mm256_setzero_ps();
     __m256 sum1 = sum0;
@@ -180,7 +180,7 @@ std::uint64_t cells(const std::uint8_t* block, const std::uint8_t* quantizedBoun
     Sums low;
     Sums high;
     for (; block != end; block += 2 * half, quantizedBounds += 2 * kt_numCells) {
-        // Blocks of many measurements come from memory, where the processor's own prefetching stops at each page.
+        // Blocks of many measurements are not in the caches, and the processor's own prefetching stops at each page.
         _mm_prefetch(reinterpret_cast<const char*>(block + kt_readAhead), _MM_HINT_T0);
         const __m256i first = rowsOf(block);
         const __m256i second = rowsOf(block + half);

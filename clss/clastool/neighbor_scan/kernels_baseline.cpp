@@ -1,5 +1,5 @@
-// The loops of kernels.h for every processor, written so that a compiler may use what vectors it knows. docs/neighbor-scan.md, "The
-// bounds", says how far each sum may be off.
+// The loops of kernels.h for every processor, written so that compilers vectorise them. docs/neighbor-scan.md, "The bounds", derives the
+// error of each sum.
 
 #include "kernels.h"
 #include "kth_of_minima.h"
@@ -24,7 +24,7 @@ float power(float v, float p)
     const float s = (m - 1.0f) / (m + 1.0f);
     const float s2 = s * s;
     const float log2m = s * (2.8853900818f + s2 * (0.9617966939f + s2 * (0.5770780164f + s2 * 0.4121985831f)));
-    // Terms beyond 2^126 stay there, so that the exponent does not run over.
+    // Terms are cut off at 2^126, so that the exponent does not overflow.
     const float y = std::min(p * (static_cast<float>(exponent) + log2m), 126.0f);
     if (!(v >= 0x1p-120f) || !(y >= -120.0f)) {
         return 0.0f;

@@ -2,11 +2,11 @@
 
 #include "kernels.h"
 
-// Plain loops that each file of kernels compiles for its own processors: everything here is local to the file.
+// Plain loops that each file of kernels compiles for its own processors. So everything here is local to the file.
 
 namespace {
 
-/// Counts for each minimum how many are less, because no branch then depends on the values.
+/// Counts for each minimum how many others are less. So no branch depends on the values.
 template <std::size_t numLanes>
 float kthOfLanes(const float* sums, std::size_t k)
 {
@@ -26,7 +26,7 @@ float kthOfLanes(const float* sums, std::size_t k)
             numLess[lane] += minima[other] < minima[lane] ? 1 : 0;
         }
     }
-    // The largest minimum that fewer than k are less than. By halves, so that compilers use vectors.
+    // The largest minimum with fewer than k others below it. It is found by halving, which compilers vectorise.
     const auto wanted = static_cast<std::uint32_t>(k);
     for (std::size_t lane = 0; lane < numLanes; ++lane) {
         minima[lane] = numLess[lane] < wanted ? minima[lane] : 0.0f;

@@ -1,5 +1,6 @@
-// The order of the leaves of a k-d tree, without the tree: rows are split at the middle of the measurement that spreads most, then
-// both halves likewise, until a block is left. Splits fall between whole blocks. docs/neighbor-scan.md says what the order is for.
+// Sorts rows into the order of the leaves of a k-d tree, without building the tree. Rows are split at the median of the measurement
+// with the largest spread, then each half in the same way, until one block is left. Splits lie between whole blocks.
+// docs/neighbor-scan.md says what the order is for.
 
 #include "leaf_order.h"
 
@@ -10,14 +11,14 @@
 
 namespace {
 
-/// A row and its value in the measurement that is being split.
+/// A row and its value of the measurement at which rows are split.
 struct Keyed {
     float value;
     std::uint32_t row;
 };
 
-/// Brings those that are less than the pivot to the front, and returns their number. Swaps whatever the values are: the
-/// processor would predict badly which ones to swap.
+/// Moves the values for which `isLess` holds to the front, and returns their number. It swaps without a branch, because the processor
+/// would often predict that branch wrong.
 template <class IsLess>
 std::size_t partition(Keyed* keyed, std::size_t count, IsLess isLess)
 {
@@ -31,7 +32,7 @@ std::size_t partition(Keyed* keyed, std::size_t count, IsLess isLess)
     return numLess;
 }
 
-/// A value near the one that comes at place `left` in order: from a sample.
+/// A value near the one at place `left` of the sorted values, found from a sample.
 float pivotOf(const Keyed* keyed, std::size_t count, std::size_t left)
 {
     constexpr std::size_t sampled = 31;
@@ -44,7 +45,8 @@ float pivotOf(const Keyed* keyed, std::size_t count, std::size_t left)
     return *pivot;
 }
 
-/// Brings the `left` least of the values to the front, in any order. Takes linear time: a round that drops few is the last.
+/// Moves the `left` smallest values to the front, in any order. Takes linear time: after a round that excludes few values,
+/// std::nth_element does the rest.
 void select(Keyed* keyed, std::size_t count, std::size_t left)
 {
     constexpr std::size_t few = 256;
@@ -57,7 +59,7 @@ void select(Keyed* keyed, std::size_t count, std::size_t left)
             continue;
         }
         if (numLess == 0) {
-            // So that the round gets on where many values are equal.
+            // No value is less than the pivot: values equal to it are taken, so that the round makes progress.
             numLess = partition(keyed, count, [pivot](float value) { return value == pivot; });
             if (numLess > left) {
                 return;
@@ -105,7 +107,7 @@ private:
         }
     }
 
-    /// The measurement that spreads most in a sample of the rows.
+    /// The measurement with the largest spread in a sample of the rows.
     std::size_t widest(const std::uint32_t* rows, std::size_t count)
     {
         constexpr std::size_t mostSampled = 64;

@@ -7,10 +7,10 @@
 #include <cstddef>
 #include <limits>
 
-/// The k nearest rows so far, by distance.
+/// The k nearest rows so far, sorted by distance. NaN counts as infinitely far.
 ///
-/// Kept on purpose: at the last place an equal distance does not displace the row stored earlier, but inside the list a new
-/// row goes before its equals. NaN counts as infinitely far.
+/// Kept on purpose: at the last place, a row does not displace a row at the same distance that was stored earlier. Inside the list, a
+/// new row goes before rows at the same distance.
 class kt_NearestList {
 public:
     explicit kt_NearestList(std::size_t k) : rows_(k), distances_(k)

@@ -1,16 +1,15 @@
-// A nearest-neighbour run by way of a compact copy: which rows are the k nearest of the plain scan. docs/neighbor-scan.md says
-// why the answer is the same to the bit.
+// Finds the k nearest rows in a compact copy: the same rows as the plain scan. docs/neighbor-scan.md proves that.
 //
-// In come the query, the order of the norm and k; out come the k rows, in no particular order. Rows lie in blocks of 64, in
-// the order of the leaves of a k-d tree, and each block has a box around it. Blocks are visited from the nearest box to the farthest.
-// Of each, sums of floats say for every row how near it is but for rounding. The k-th smallest sum gives a limit; boxes and rows
-// beyond it are out. Where boxes help little, cells of four bits a measurement (cell_filter.h) stand in front of the floats.
-// What is left in the end, mostly k rows, is the answer; where more are left, sums in double and at last the exact routine decide.
+// Input: the query, the order of the norm, and k. Output: the k rows, in no particular order. Rows lie in blocks of 64, in the order
+// of the leaves of a k-d tree, and each block has a box around it. The search visits blocks from the nearest box to the farthest. In
+// a block, float sums give every row's distance except for rounding. The k-th smallest sum gives a limit: boxes and rows beyond it
+// are out. Where boxes exclude few blocks, cells of four bits a measurement (cell_filter.h) exclude rows before their floats are
+// read. Usually k candidates remain: the answer. If more remain, sums in double decide, and finally the exact routine.
 //
-//     scanZones        rows with offsets of their own, from the nearest to the farthest; then the rows that were added last
-//     scanGroups       boxes around 64 blocks; scanGroup: boxes around a block; from the nearest to the farthest
-//     scanBlock        64 rows by cells or floats
-//     refine           the candidates that are left
+//     scanZones        zones, from the nearest to the farthest; scanUnsorted: the rows that were added last
+//     scanGroups       boxes around 64 blocks, and scanGroup boxes around a block, from the nearest to the farthest
+//     scanBlock        64 rows, by cells or floats
+//     refine           the remaining candidates
 //
 // The limits and their errors are in distance_limits.h, the lists in candidates.h, the inner loops in kernels_*.cpp.
 
@@ -42,12 +41,12 @@ constexpr double largestFloat = std::numeric_limits<float>::max();
 
 const kt_ScanKernels& chosenKernels()
 {
-    // 1 and 2 are chosen only where there are such kernels.
+    // instructionSet() returns 1 or 2 only where these kernels exist.
     // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.UndefReturn)
     return kt_CompactCopy::instructionSet() >= 1 ? *kt_avx2Kernels : kt_baselineKernels;
 }
 
-/// Calls `visit` with the place of each bit that is set, in ascending order.
+/// Calls `visit` with the place of each set bit, in ascending order.
 template <class Visit>
 void forEachBit(std::uint64_t bits, Visit visit)
 {
@@ -56,7 +55,7 @@ void forEachBit(std::uint64_t bits, Visit visit)
     }
 }
 
-/// The lowest bits, at most 64.
+/// A mask of the lowest `count` bits, at most 64.
 std::uint64_t lowest(std::size_t count)
 {
     return count >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << count) - 1;
@@ -72,7 +71,7 @@ bool hasMoreBits(std::uint64_t bits, std::size_t count)
 
 }  // namespace
 
-/// One search. Norms and sums are in the copy's scaled units unless said otherwise.
+/// One search. Norms and sums are in the copy's scaled units unless a comment says otherwise.
 class kt_NeighborScan {
 public:
     kt_NeighborScan(const kt_CompactCopy& copy, const ktClassifierDataProviderMemory& store,
@@ -93,7 +92,7 @@ public:
     {
     }
 
-    /// Whether the bounds hold for this query and order. Nothing was polled before.
+    /// Whether the bounds hold for this query and order. Polls nothing.
     bool isCertified() const
     {
         return k_ > 0 && limits_.areCertified() &&
@@ -114,7 +113,7 @@ public:
         refine(rows);
     }
 
-    /// The same without a poll. Returns how many blocks were compared with the query.
+    /// The same without a poll. Returns the number of blocks that were compared with the query.
     std::size_t runUnasked(kt_RowList& rows)
     {
         isAsked_ = false;
@@ -122,7 +121,7 @@ public:
         return numBlocks_;
     }
 
-    /// Finds the nearest among rows that somebody else found to be all that can be.
+    /// Finds the nearest among the given rows, which contain all of the k nearest.
     void runAmong(const std::vector<std::uint32_t>& found, kt_RowList& rows)
     {
         for (const std::uint32_t row : found) {
@@ -170,7 +169,7 @@ private:
     {
         const auto& zones = copy_.zones_;
         if (zones.size() <= 2) {
-            // The second one has the rows that were added.
+            // The second zone has the rows that were added.
             for (const Zone& zone : zones) {
                 scanZone(zone);
             }
@@ -188,7 +187,7 @@ private:
         }
     }
 
-    /// How far the query is, in one of its measurements, from everything in the zone.
+    /// A lower bound of the query's distance in one measurement from every row of the zone.
     double gapOf(const Zone& zone) const
     {
         if (!zone.isBounded) {
@@ -223,7 +222,7 @@ private:
         scanGroups(zone);
     }
 
-    /// Rows that were added and not sorted yet.
+    /// The rows that were added and are not sorted yet.
     void scanUnsorted()
     {
         if (copy_.numUnsorted_ == 0) {
@@ -239,7 +238,7 @@ private:
         }
     }
 
-    /// Prepares the query for rows relative to these offsets. Returns false if their floats are of no use.
+    /// Prepares the query for rows relative to these offsets. Returns false if the query is too far from them for floats.
     bool enter(std::size_t offsets)
     {
         if (offsets == offsetsOfQuery_) {
@@ -261,7 +260,7 @@ private:
         return isFloatQueryUsable_;
     }
 
-    /// Float sums relative to other offsets have other limits.
+    /// Forgets float sums before the offsets change, because sums relative to other offsets have other limits.
     void forgetFloatSums()
     {
         smallest_.clear();
@@ -277,7 +276,7 @@ private:
 
     // Boxes, from the nearest to the farthest.
 
-    /// The groups of a large zone. The nearest of all comes first, so that the limit spares most others.
+    /// Scans the groups of a large zone. The nearest one comes first, so that the limit excludes most others.
     void scanGroups(const Zone& zone)
     {
         const std::size_t count = zone.endGroup - zone.firstGroup;
@@ -306,7 +305,7 @@ private:
         std::fill(bounds + count, bounds + padded, std::numeric_limits<float>::infinity());
     }
 
-    /// The place of the least of so many sums.
+    /// The place of the least of `count` sums.
     std::size_t leastOf(const float* sums, std::size_t count) const
     {
         return static_cast<std::size_t>(KT_LOWEST_BIT(kernels_.least(sums, kt_CompactCopy::paddedBoxes(count))));
@@ -328,15 +327,15 @@ private:
         numScanned_ += forEachNearest(lowest(blocks), blocks, bounds, scan);
     }
 
-    /// Boxes cost as much as one block in 25, or one in five where cells tell most rows apart.
+    /// Computing boxes costs as much as scanning one block in 25, or one in five where cells exclude most rows.
     bool doBoxesSave() const { return numBounded_ < 128 || numScanned_ * 4 < numBounded_ * 3; }
 
-    /// Calls `visit` with those of `count` boxes that are left and within the limit when their turn comes. Returns their number.
-    /// `bounds` of others, and of padding, are infinite.
+    /// Calls `visit` for each box of the mask `left` that is within the limit when its turn comes. Returns the number of calls.
+    /// `bounds` of all other boxes, and of padding, are infinite.
     template <class Visit>
     std::size_t forEachNearest(std::uint64_t left, std::size_t count, float* bounds, Visit visit)
     {
-        // After a few, many are visited in the order in which they are stored: memory likes it better, and so does the clock.
+        // If many boxes are left after the first few, they are visited in stored order: reading memory in order is faster.
         constexpr std::size_t few = 2;
         constexpr std::size_t many = 4;
         std::size_t visited = 0;
@@ -358,7 +357,7 @@ private:
                 break;
             }
             if (bounds[nearest] == std::numeric_limits<float>::infinity()) {
-                // All that are left are infinitely far.
+                // All remaining boxes are infinitely far.
                 nearest = static_cast<std::size_t>(KT_LOWEST_BIT(left));
             }
             bounds[nearest] = std::numeric_limits<float>::infinity();
@@ -371,7 +370,7 @@ private:
 
     // Rows.
 
-    /// The rows of a block, of which the first `count` exist.
+    /// Scans a block, of which the first `count` rows exist.
     void scanBlock(std::size_t block, std::size_t count)
     {
         const std::uint64_t existing = lowest(count);
@@ -380,7 +379,7 @@ private:
         prefetchNumbers(block);
         if (useCells()) {
             const std::uint64_t rows = filter_->pass(block, limits_.trueLimit()) & existing;
-            // When more rows of a block pass, its floats are read where they lie.
+            // If more rows pass, reading the whole block of floats is faster.
             const std::size_t few = limits_.isSimpleOrder() ? 8 : 32;
             if (!hasMoreBits(rows, few)) {
                 const std::uint32_t* const numbers = copy_.rowsOf(block);
@@ -397,7 +396,7 @@ private:
                                              size_, static_cast<float>(p_), limits_.floatLimit(), sums) &
                                existing;
         if (within == ~std::uint64_t{0} && k_ <= kt_mostForKth) {
-            // A first limit.
+            // The limit excludes no row of this block, so the block may give a closer one.
             limits_.takeFloatSum(kernels_.kth(sums, k_));
             within = kernels_.within(sums, kt_blockRows, limits_.floatLimit());
         }
@@ -406,7 +405,7 @@ private:
         }
     }
 
-    /// The numbers of a block's rows are wanted as soon as its sums are known.
+    /// The row numbers of the block are needed as soon as its sums are known.
     void prefetchNumbers(std::size_t block) const
     {
         const std::uint32_t* const numbers = copy_.rowsOf(block);
@@ -424,7 +423,7 @@ private:
         if (!copy_.hasCells_ || !(limits_.trueLimit() < 0x1p+100)) {
             return false;
         }
-        // The table of the cells' worths takes as long as some blocks; square roots and general powers take longer than others.
+        // Making the table of bounds takes as long as a few blocks. Square roots and general powers make floats slow.
         const bool isDear = p_ == 0.5 || !limits_.isSimpleOrder();
         const std::size_t usual = kt_CompactCopy::cellsFrom();
         const bool isLarge = numRows_ * size_ >= 80 * usual;
@@ -449,7 +448,7 @@ private:
         }
     }
 
-    /// Takes rows of which nothing is known.
+    /// Makes rows candidates without a sum.
     void takeUnseen(std::size_t firstBlock, std::size_t count)
     {
         pollRows(count);
@@ -460,16 +459,16 @@ private:
         }
     }
 
-    /// Rows that the cells let pass, before their sums are known.
+    /// Rows that pass the cells and have no sum yet.
     struct Passed {
-        /// After how many further rows the next part of a row is asked for.
+        /// How many rows ahead memory is prefetched.
         static constexpr std::size_t lead = 4;
         std::array<std::uint32_t, kt_blockRows> rows;
         std::size_t count = 0;
     };
 
-    /// Notes a row. Its handle, pattern and measurements, which lie scattered in memory, are asked for one after the other
-    /// as further rows are noted.
+    /// Notes a row that passed the cells. Its handle, pattern and measurements are scattered in memory; each is prefetched a few rows
+    /// after the one before it.
     void add(std::uint32_t row)
     {
         KT_PREFETCH(&store_.patterns_[row]);
@@ -492,7 +491,7 @@ private:
         }
     }
 
-    /// Takes the sums of the rows, from the patterns, whose measurements lie side by side.
+    /// Computes the sums of the rows that passed the cells, from the patterns: a pattern's measurements are contiguous.
     void settle()
     {
         if (passed_.count == 0) {
@@ -517,7 +516,7 @@ private:
         take(lowest(count), sums, passed_.rows.data());
     }
 
-    /// The sums of rows put together as a block of floats.
+    /// The sums of the rows that passed, copied into a block of floats for the kernel.
     void sumTogether(float* sums)
     {
         constexpr std::size_t chunk = 64;
@@ -549,7 +548,7 @@ private:
 
     void keepWithinLimits() { candidates_.keepUpTo(static_cast<double>(limits_.floatLimit()), limits_.simpleLimit()); }
 
-    /// Of a long list, sums in double leave few; what even they do not tell apart goes through the exact routine.
+    /// Shortens a long list of candidates: first by sums in double, then, if these are equal for too many, by the exact routine.
     void makeRoom()
     {
         if (candidates_.size() < kt_Candidates::many) {
@@ -565,7 +564,7 @@ private:
         }
     }
 
-    /// Keeps those candidates that can be among the nearest by their sums in double.
+    /// Keeps the candidates whose sums in double are within the limit.
     void sharpen()
     {
         if (!limits_.isSimpleOrder() || candidates_.size() < k_) {
@@ -594,7 +593,7 @@ private:
         double distance = 0.0;
         for (const kt_Candidate& candidate : candidates_) {
             const std::vector<double>& values = measurements(candidate.row);
-            // Many rows that no sum tells apart are mostly one row many times.
+            // Many rows with equal sums are usually copies of one row.
             if (last == nullptr || *last != values) {
                 distance = kt_exactDistance(query_.data(), values.data(), size_, p_);
             }
@@ -604,7 +603,8 @@ private:
         candidates_.clear();
     }
 
-    /// Settles the candidates: if exactly k can be among the nearest they are; otherwise the exact routine decides.
+    /// Finds the answer among the candidates. If exactly k can be among the nearest, these are the answer; otherwise the exact routine
+    /// decides.
     void refine(kt_RowList& rows)
     {
         keepWithinLimits();
@@ -631,13 +631,12 @@ private:
     const kt_OrderKernels& ofOrder_;
     kt_DistanceLimits limits_;
 
-    // The query relative to the offsets of the zone that is being scanned.
+    // The query relative to the offsets of the present zone.
     kt_Scratch<float, 256> floatQuery_;
     std::size_t offsetsOfQuery_ = none;
     bool isFloatQueryUsable_ = false;
 
-    // The k smallest float sums, the rows that can still be among the nearest, and those of them that only exact distances tell
-    // apart.
+    // The k smallest float sums, the rows that can still be among the nearest, and the rows with exact distances.
     kt_Smallest<float> smallest_;
     kt_Candidates candidates_;
     kt_ExactRows exactRows_;
@@ -647,7 +646,7 @@ private:
     bool isAsked_ = true;
     std::size_t numPolled_ = 0;
     std::size_t numBlocks_ = 0;
-    // How many blocks had their boxes looked at, and how many of them were scanned all the same.
+    // The number of blocks whose boxes were computed, and the number of those that were then scanned.
     std::size_t numBounded_ = 0;
     std::size_t numScanned_ = 0;
 };

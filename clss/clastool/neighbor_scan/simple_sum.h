@@ -20,8 +20,8 @@ double kt_sumOf(const double* x, const double* q, std::size_t size, double scale
     return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }
 
-/// The sum of |x - q|^p, the differences times a scale, by plain arithmetic, for p = 2, 1, 3 and 0.5: exact but for rounding, and
-/// for what terms lose that are subnormal or the root of a subnormal difference, at most 2^-500 each.
+/// The sum of |x - q|^p by plain arithmetic, for p = 2, 1, 3 and 0.5. Differences are multiplied by the scale. The sum is exact except
+/// for rounding, and for terms that are subnormal or the root of a subnormal difference, which lose at most 2^-500 each.
 inline double kt_simpleSum(const double* x, const double* q, std::size_t size, double p, double scale)
 {
     if (p == 2.0) {

@@ -1,7 +1,7 @@
 #pragma once
 
-// The kit: what most programs write around a classifier, on top of <clastool/clastool.h>. A library of its own, target
-// `clastool::kit`, and free functions and small classes alone: whoever needs something else writes it on the same public
+// The kit: what most programs write around a classifier, on top of <clastool/clastool.h>. It is a library of its own, target
+// `clastool::kit`, and consists of free functions and small classes. A program that needs something else writes it on the public
 // operations of the library below.
 
 #include <clastool/clastool.h>

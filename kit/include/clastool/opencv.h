@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-// Between matrices of OpenCV and patterns, training data and results. This header is all there is of it: a program that
-// includes it links OpenCV's core itself, and no library here needs that.
+// Converts matrices of OpenCV into patterns and training data, and results into matrices. This header is complete: a program that
+// includes it links OpenCV's core itself, and no library here does.
 //
-// Samples are a matrix of one channel, CV_32F or CV_64F, one sample a row, with any step from row to row. A value that is
-// not finite is a missing measurement, and a missing measurement is NaN in a matrix.
+// Samples are a matrix of one channel, CV_32F or CV_64F, with one sample a row and any step between rows. A value that is not
+// finite is a missing measurement, and a missing measurement is NaN in a matrix.
 
 namespace ktKit {
 
@@ -41,8 +41,7 @@ inline Patterns patterns(const cv::Mat& samples)
     return made;
 }
 
-/// The labels in a row or a column of numbers. Values that are whole numbers are labels in CV_32F and CV_64F too, as OpenCV
-/// gives them.
+/// The labels in a row or a column of numbers. Whole numbers in CV_32F and CV_64F are labels too, because OpenCV returns such.
 /// Throws: ktClassifierDefs::BadLabel "Labels must be a row or a column of one channel, CV_32S, CV_32F or CV_64F";
 /// ktClassifierDefs::BadLabel "Labels must be whole numbers".
 inline std::vector<long> labels(const cv::Mat& column)
@@ -77,8 +76,7 @@ inline ktClassifierDataProviderMemory trainingData(const cv::Mat& samples, const
     return data;
 }
 
-/// The result for each row of the samples, as `runAll` of rows gives it. A CV_64F matrix without gaps between its rows is not
-/// copied.
+/// The result for each row of the samples, as `runAll` of rows returns it. A continuous CV_64F matrix is not copied.
 /// Throws: what `requireSamples` throws; what `runAll` throws.
 inline std::vector<ktClassifierResult> runAll(const ktClassifierTool& tool, const cv::Mat& samples,
                                               unsigned threads = 1)
@@ -93,7 +91,7 @@ inline std::vector<ktClassifierResult> runAll(const ktClassifierTool& tool, cons
                   static_cast<std::size_t>(rows.cols), threads);
 }
 
-/// The decision of each result, a column of CV_32S, as OpenCV's `predict` gives it.
+/// The decision of each result, in a column of CV_32S, as OpenCV's `predict` returns it.
 /// Throws: what `decision` throws.
 inline cv::Mat decisions(const std::vector<ktClassifierResult>& results)
 {
@@ -104,8 +102,8 @@ inline cv::Mat decisions(const std::vector<ktClassifierResult>& results)
     return column;
 }
 
-/// The class scores, which are posterior probabilities: CV_64F, a row for each result and a column for each of these labels;
-/// 0 where a result holds no such category.
+/// The class scores, which are posterior probabilities: CV_64F, a row for each result and a column for each of these labels. A
+/// category that a result does not hold has score 0.
 inline cv::Mat probabilities(const std::vector<ktClassifierResult>& results, const std::vector<long>& columnLabels)
 {
     cv::Mat scores = cv::Mat::zeros(static_cast<int>(results.size()), static_cast<int>(columnLabels.size()), CV_64F);
@@ -121,7 +119,7 @@ inline cv::Mat probabilities(const std::vector<ktClassifierResult>& results, con
     return scores;
 }
 
-/// The measurements of patterns, a row each, of this type, CV_32F or CV_64F; missing ones are NaN.
+/// The measurements of patterns, one pattern a row, as CV_32F or CV_64F. Missing measurements are NaN.
 /// Throws: ktBadPointer for a null handle; ktClassifierDefs::BadFeatures "All patterns must have the same number of
 /// measurements"; what `requireSamples` throws for another type.
 inline cv::Mat samples(const Patterns& given, int type = CV_64F)

@@ -2,7 +2,7 @@
 
 #include <kt/config.h>
 
-// KT_KIT_API marks what the kit exports, as KT_API does for the library that it rests on.
+// KT_KIT_API marks what the kit exports, as KT_API does for the library below.
 #if defined(KT_KIT_BUILD)
 #define KT_KIT_API KT_EXPORT
 #else

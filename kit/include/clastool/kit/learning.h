@@ -8,19 +8,19 @@
 
 namespace ktKit {
 
-/// What a Bayesian tool knows of one group of measurements in one category: a copy, which the tool does not follow.
+/// What a Bayesian tool has learnt of one group of measurements in one category. It is a copy: the tool does not change with it.
 struct Density {
     /// The category.
     long label = 0;
-    /// The measurements of the group, in the order of mean and covariance.
+    /// The measurements of the group, in the order of `mean` and `covariance`.
     std::vector<long> measurements;
     /// eNormal or eBinomial.
     ktClassifierDistributionTypes::DistributionType type = ktClassifierDistributionTypes::eNormal;
     /// Normal: the mean of each measurement, in its unit. Empty if nothing was learnt.
     std::vector<double> mean;
-    /// Normal: the unbiased covariance, square, as learnt, before what is borrowed from other categories.
+    /// Normal: the unbiased covariance matrix as learnt, without spreads that are borrowed from other categories.
     ktNMMatrix covariance;
-    /// How many patterns were learnt. Binomial: 0 if the tool was loaded from an archive, which does not tell.
+    /// The number of patterns learnt. Binomial: 0 if the tool was loaded from an archive, which does not hold this number.
     long count = 0;
     /// Binomial: n, 0 until learnt.
     long numTrials = 0;
@@ -28,16 +28,17 @@ struct Density {
     double theta = 0.0;
 };
 
-/// What a Bayesian tool has learnt: a density for each group of each category; the categories in the order of their first
-/// training pattern, the groups in that of their first measurement.
+/// What a Bayesian tool has learnt: a density for each group of each category. Categories come in the order of their first training
+/// pattern, groups in the order of their first measurement.
 /// Throws: ktClassifierDefs::NotTrained "Classifier tool must be trained before requesting the densities"; ktClassifierDefs::BadMethod
 /// "Classifier tool was not trained by Bayes"; ktBadPointer for a missing model or density (after loading a damaged archive);
-/// ktClassifierDefs::NotImplemented "A density is neither normal nor binomial" for one of the caller's own.
+/// ktClassifierDefs::NotImplemented "A density is neither normal nor binomial" for one of the caller's own class.
 KT_KIT_API std::vector<Density> densities(const ktClassifierTool& tool);
 
-/// Trains a tool further: afterwards it is as if the patterns had stood behind those of its training, to the bit. A Bayesian
-/// tool learns them, nearest neighbours keep them, sharing the patterns. Label -1 is an unknown category; such a pattern is
-/// checked and left out. Parameters stay, those in use of a nearest-neighbour tool too. Copies of the tool see nothing of it.
+/// Trains a tool further. The result is, to the bit, that of one training with these patterns behind the earlier ones. A Bayesian tool
+/// learns the patterns; a nearest-neighbour tool keeps them and shares them with the caller. Label -1 is an unknown category; such
+/// a pattern is checked and left out. The parameters do not change, nor do those in use of a nearest-neighbour tool. Copies of the
+/// tool do not change either.
 /// Throws, with the tool unchanged:
 /// - ktClassifierDefs::NotTrained "Classifier tool must be trained before incremental training.";
 /// - ktClassifierDefs::BadMethod "Classifier tool was trained neither for nearest neighbors nor by Bayes";
@@ -47,22 +48,23 @@ KT_KIT_API std::vector<Density> densities(const ktClassifierTool& tool);
 ///   neighbor classification does not support invalid measurements"; ktClassifierDefs::BadLabel "Category labels must be >= 0
 ///   or unknown";
 /// - Bayes: what `densities` throws for the models; ktClassifierDefs::BadMethod "A binomial density from an archive cannot learn
-///   further: ktKit::save keeps what that takes" for one that ktArchive loaded; what training throws for a pattern;
+///   further: ktKit::save keeps what that takes" for a tool that ktArchive loaded; what training throws for a pattern;
 /// - with `throwIfNotReady` of the stored parameters, what training throws for a classifier that cannot run.
 ///
-/// Cost: nearest neighbours: linear in all kept patterns, so add many at once. Bayes: that of training on these patterns, and once
-/// more the size of the models.
+/// Cost: nearest neighbours: linear in all kept patterns, so add many in one call. Bayes: that of training on these patterns, plus the
+/// size of the models.
 KT_KIT_API void add(ktClassifierTool& tool, const Patterns& patterns, const std::vector<long>& labels);
 
-/// Joins what two Bayesian tools have learnt from different patterns: afterwards the tool is as if it had been trained on the
-/// patterns of both, its own first, but for rounding. With counts a and b, d the difference of the means:
+/// Joins what two Bayesian tools have learnt from different patterns. Except for rounding, the result is that of one training on the
+/// patterns of both, with those of `tool` first. With counts a and b, and d the difference of the means:
 ///
 ///     n = a + b,  mean = mean_a + d b / n,  cov = ((a - 1) cov_a + (b - 1) cov_b + d d' a b / n) / (n - 1)
 ///
-/// By rounding, means differ by some 1e-15 of themselves, and covariances by some 1e-15 of the deviations' product, times
-/// |mean| / deviation where that is more than 1: so within 1e-12 for a mean of up to a thousand deviations. Learning rounds as much.
+/// Rounding changes a mean by about 1e-15 of itself. It changes a covariance by about 1e-15 of the product of the deviations, times
+/// |mean| / deviation where that is more than 1: so by less than 1e-12 for a mean of up to a thousand deviations. Learning rounds as
+/// much.
 ///
-/// Categories that only `other` has come behind those of the tool. `other` may be the tool itself, which then counts twice.
+/// Categories that only `other` has are appended to those of the tool. `other` may be the tool itself, which then counts twice.
 /// Throws, with the tool unchanged:
 /// - ktClassifierDefs::NotTrained "Classifier tools must be trained before they are merged", for either;
 /// - ktClassifierDefs::BadMethod "Classifier tools must be trained by Bayes to be merged", for either;

@@ -7,28 +7,28 @@
 
 namespace ktKit {
 
-/// Moves and stretches each measurement, so that those of different units and spreads count alike in a distance. With center c
-/// and spread s of measurement j, learnt from training data: (x_j - c_j) / s_j.
+/// Shifts and scales each measurement, so that measurements of different units and spreads count equally in a distance. With center
+/// c_j and spread s_j of measurement j, learnt from training data: (x_j - c_j) / s_j.
 ///
-/// What is missing takes no part in learning, and stays missing. Learn from the training data alone, and transform all that the
-/// tool runs on: `save` and `load` take both into one file.
-/// Copy: copies both sequences. Threads: const operations may run on several threads at once.
+/// Missing measurements are ignored in learning and stay missing. Learn from the training data alone, and transform every pattern that
+/// the tool runs on. `save` and `load` keep the tool and its scaler in one file.
+/// Copy: copies centers and spreads. Threads: const operations may run on several threads at once.
 /// Archive: version byte, centers, spreads.
 class KT_KIT_API Scaler : public ktPersistent, public ktRepBase {
 public:
-    /// What of a measurement becomes 0 and what 1.
+    /// What is learnt as center and as spread.
     enum Method {
         /// The mean, and the standard deviation of the data, sqrt(sum (x - mean)^2 / n).
         eMeanAndDeviation,
-        /// The median, and the distance of the quartiles, which a few wild values do not move. The quantile q of n sorted values
-        /// lies at place q (n - 1), counted from 0, between two of them in proportion.
+        /// The median, and the distance between the quartiles, which a few outliers hardly change. The quantile q of n sorted values
+        /// is at place q (n - 1), counted from 0, interpolated linearly.
         eMedianAndQuartiles
     };
 
-    /// Changes nothing: for patterns without measurements, or to load into.
+    /// For patterns without measurements, or to load into.
     Scaler();
-    /// Learns from the patterns of the provider, those of unknown category too. A measurement without spread, or without a valid
-    /// value, gets the spread 1, and without a valid value the center 0.
+    /// Learns from the patterns of the provider, including those of unknown category. A measurement without spread gets the spread 1;
+    /// one without a valid value gets the center 0 and the spread 1.
     /// Throws: ktBadPointer for a null pattern; ktClassifierDefs::BadFeatures "All patterns must have the same number of
     /// measurements"; ktClassifierDefs::InsufficientTrainData "No valid data was provided for training." without patterns.
     /// Cost: linear in the values; for quartiles, sorting them.
@@ -37,12 +37,12 @@ public:
     Scaler(const Scaler&) = default;
     Scaler& operator=(const Scaler&);
 
-    /// What each measurement is moved by, in its unit.
+    /// The number subtracted from each measurement, in its unit.
     const std::vector<double>& centers() const { return centers_; }
-    /// What each measurement is then divided by, in its unit.
+    /// The number by which the difference is divided, in the unit of the measurement.
     const std::vector<double>& spreads() const { return spreads_; }
 
-    /// A new pattern, in spreads from the center. A value that is not finite then is missing.
+    /// A new pattern of scaled measurements. A value that is not finite after scaling is missing.
     /// Throws: ktClassifierDefs::BadFeatures "The pattern has <n> measurements, but the scaler was made for <m>".
     ktPtrHandle_const<ktFeaturePattern> transform(const ktFeaturePattern& pattern) const;
     /// All patterns of the provider, with their labels, name and description.
@@ -62,7 +62,7 @@ private:
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 
-    // A loaded one may be damaged, and have fewer of the second.
+    // A damaged archive may leave fewer spreads than centers.
     std::vector<double> centers_;
     std::vector<double> spreads_;
 };

@@ -12,40 +12,40 @@
 
 namespace ktKit {
 
-/// Counts decisions by true category and by assigned one. Labels may be any numbers.
+/// Counts decisions by true category and by assigned category. Labels may be any numbers.
 ///
 /// Copy: copies the counts.
 class KT_KIT_API ConfusionMatrix {
 public:
     ConfusionMatrix();
-    /// `names[label]` is what label is called where the matrix is printed; others are printed as numbers.
+    /// `names[label]` is printed for the label; a label without a name is printed as a number.
     explicit ConfusionMatrix(const std::vector<std::string>& names);
 
-    /// Counts a pattern of one category that was assigned to a category.
+    /// Counts one decision.
     void add(long trueLabel, long assignedLabel);
-    /// Counts all that the other has counted too.
+    /// Adds the counts of the other matrix.
     ConfusionMatrix& operator+=(const ConfusionMatrix& other);
 
-    /// The labels that occurred, as true or assigned ones, ascending.
+    /// The labels that occurred as true or assigned category, ascending.
     std::vector<long> labels() const;
     /// How often the pair was counted.
     long count(long trueLabel, long assignedLabel) const;
-    /// How many decisions were counted.
+    /// The number of decisions.
     long total() const;
-    /// How many of them were wrong.
+    /// The number of wrong decisions.
     long mistakes() const;
-    /// The share of the mistakes in the total; 0.0 where nothing was counted.
+    /// The share of mistakes in the total; 0.0 if nothing was counted.
     double errorRate() const;
-    /// What the mistakes cost in all, in the unit of the costs.
+    /// The sum of the costs of all mistakes.
     /// Throws: ktClassifierDefs::BadLabel "Category labels must be >= 0" if a negative label occurred in a mistake.
     double cost(const ktClassifierCosts& costs) const;
-    /// Of the patterns that were assigned to the category, the share that belongs there; 0.0 if there are none.
+    /// The share of patterns of the category among those that were assigned to it; 0.0 if there are none.
     double precision(long label) const;
-    /// Of the patterns of the category, the share that was assigned to it; 0.0 if there are none.
+    /// The share of patterns assigned to the category among those that belong to it; 0.0 if there are none.
     double recall(long label) const;
 
-    /// Writes the matrix as a picture of its own: a row for each true category, a column for each assigned one, each cell as dark as
-    /// its share of the row.
+    /// Writes the matrix as a whole SVG picture: a row for each true category, a column for each assigned one. The darkness of a cell
+    /// is its share of the row.
     void svg(std::ostream& stream) const;
 
     /// Equal counts; names are not compared.
@@ -61,13 +61,13 @@ private:
     std::map<std::pair<long, long>, long> counts_;
 };
 
-/// The matrix as a table of text, a row for each true category with its recall, a last row with the precisions, and a line with
-/// the error rate. The stream's format is not changed, nor looked at.
+/// Writes the matrix as a table of text: a row for each true category with its recall, a last row with the precisions, and a line with
+/// the error rate. The stream's format flags are neither used nor changed.
 KT_KIT_API std::ostream& operator<<(std::ostream& stream, const ConfusionMatrix& matrix);
 
-/// Deals patterns out to folds, so that each fold has its share of each category, but for one pattern, and its share of all
-/// patterns, but for one. Label -1, an unknown category, is dealt out like others. The same seed gives the same folds on every
-/// platform, where the seed fits 32 bits.
+/// Assigns patterns to folds at random. The number of patterns of a category differs by at most one between folds, and so does the
+/// number of all patterns. Label -1, an unknown category, is treated like any other. A seed that fits 32 bits gives the same folds on
+/// every platform.
 /// Returns the fold of each pattern, from 0 to folds - 1.
 /// Throws: ktClassifierDefs::BadParams "There must be at least 2 folds"; ktClassifierDefs::BadParams "There must not be more
 /// folds than patterns".
@@ -76,7 +76,7 @@ KT_KIT_API std::ostream& operator<<(std::ostream& stream, const ConfusionMatrix&
 /// F. Yates, "Statistical tables", 1938, on shuffling.
 KT_KIT_API std::vector<long> stratifiedFolds(const std::vector<long>& labels, long folds, unsigned long seed);
 
-/// Data to learn from, and data to judge by.
+/// Training data, and test data.
 struct Split {
     /// All folds but one.
     ktClassifierDataProviderMemory training;
@@ -84,12 +84,12 @@ struct Split {
     ktClassifierDataProviderMemory test;
 };
 
-/// Parts data by folds: `testFold` is the test, all others are the training. The patterns are shared.
+/// Splits data by folds: `testFold` is the test data, all other folds are the training data. The patterns are shared.
 /// Throws: ktClassifierDefs::BadIndex "Folds must be >= 0" for the test fold; ktClassifierDefs::BadParams "There must be a fold
 /// for each pattern"; ktClassifierDefs::BadIndex "Folds must be >= 0" for a fold of a pattern; what addData refuses.
 KT_KIT_API Split split(const ktClassifierDataProvider& data, const std::vector<long>& folds, long testFold);
 
-/// What a cross-validation has counted.
+/// The counts of a cross-validation.
 struct CrossValidation {
     /// A matrix for each fold.
     std::vector<ConfusionMatrix> folds;
@@ -97,28 +97,28 @@ struct CrossValidation {
     ConfusionMatrix total;
 };
 
-/// Decides on a pattern: returns the label that it is assigned to.
+/// Returns the label to which the pattern is assigned.
 using Decide = std::function<long(const ktFeaturePattern& pattern)>;
-/// Learns from training data how to decide. Whatever belongs to the training, scaling for one, is learnt here.
+/// Learns from training data, and returns how to decide. Everything that belongs to the training, such as scaling, is learnt here.
 using Factory = std::function<Decide(const ktClassifierDataProvider& training)>;
-/// Is told that `done` of `all` folds are done.
+/// Called when `done` of `all` folds are finished.
 using Progress = std::function<void(long done, long all)>;
 
-/// Trains on all folds but one, decides on the patterns of that one, and counts; for each fold in turn. `folds[i]` is the fold
-/// of pattern i. Patterns of unknown category are trained on as the technique does, and not decided on.
+/// For each fold: trains on all other folds, decides on the patterns of this fold, and counts. `folds[i]` is the fold of pattern i.
+/// Patterns of unknown category are given to training, which treats them as the technique does; they are not decided on. An empty fold
+/// has an empty matrix.
 ///
-/// Folds are shared out to as many threads as `threads` says, as runAll does it; the result is the same. `progress` is called once
-/// per fold, by one thread at a time, and may throw to end it all.
+/// `threads` threads share the folds, as in `runAll`; the result does not depend on their number. `progress` is called once per fold, by
+/// one thread at a time. It may throw to end the cross-validation.
 /// Throws: ktClassifierDefs::BadParams "There must be a fold for each pattern"; ktClassifierDefs::BadIndex "Folds must be >= 0";
-/// then, of the first fold that fails, what training, deciding or `progress` throws; what the attention check raises. An empty
-/// fold has an empty matrix.
-/// Polls: once per fold, and as training and runs do. Cost: that of training and of runs, with one provider per thread that shares the
+/// then, of the first fold that fails, what training, deciding or `progress` throws; what the attention check raises.
+/// Polls: once per fold, and as training and runs do. Cost: that of training and of runs, and one provider per thread, which shares the
 /// patterns.
 /// See: M. Stone, "Cross-validatory choice and assessment of statistical predictions", 1974.
 KT_KIT_API CrossValidation crossValidate(const ktClassifierDataProvider& data, const ktClassifierTrainParams& params,
                                          const std::vector<long>& folds, unsigned threads = 1,
                                          const Progress& progress = {});
-/// The same for whatever decides. With several threads the factory, and what it returns, are called on several at once.
+/// The same for any way of deciding. With several threads, the factory and what it returns are called on several threads at once.
 KT_KIT_API CrossValidation crossValidate(const ktClassifierDataProvider& data, const Factory& factory,
                                          const std::vector<long>& folds, unsigned threads = 1,
                                          const Progress& progress = {});
