@@ -45,4 +45,41 @@ inline OpenBayesian ofCategories(long categories)
     return trained(rows, Params(types, {}, {}, pattern({1.0, 1.0, 20.0, 1.0})));
 }
 
+/// Normal densities over all measurements of each category together.
+inline Params allTogether(std::size_t numMeasurements, long numCategories)
+{
+    Indices all(numMeasurements);
+    std::iota(all.begin(), all.end(), 0);
+    Types types;
+    for (long label = 0; label < numCategories; ++label) {
+        types.setDependent(label, all);
+    }
+    return {types};
+}
+
+/// `numbers[label]` samples of each category; `draw` makes the measurements of one.
+inline std::vector<kt_test::Labelled> drawn(const std::vector<int>& numbers,
+                                            const std::function<std::vector<double>(long label)>& draw)
+{
+    std::vector<kt_test::Labelled> rows;
+    for (std::size_t label = 0; label < numbers.size(); ++label) {
+        for (int i = 0; i < numbers[label]; ++i) {
+            rows.push_back({draw(static_cast<long>(label)), static_cast<long>(label)});
+        }
+    }
+    return rows;
+}
+
+/// The label of least expected cost.
+inline long decided(const kt_Classifier& classifier, const std::vector<double>& values, const Indices& invalid = {})
+{
+    return kt_test::labelsOf(answer(classifier, pattern(values, invalid)))[0];
+}
+
+/// The log-likelihood of a category.
+inline double logLikelihood(const ktClassifierResult& result, long label)
+{
+    return std::log(entryFor(result, label).matchScore()) - result.matchScoreFactorLog();
+}
+
 }  // namespace bayes
