@@ -836,6 +836,11 @@ class ClassifierTool:
         Nearest neighbours: those by which each row of X is decided on, or the nearest k.
         """
 
+    def first_within(self, X: ArrayLike, distances: ArrayLike, count: int, *, threads: int = 1, progress: Callable[[int, int], object] | None = None) -> Neighbors:
+        """
+        Nearest neighbours: of the kept patterns no farther from each row of X than its distance, the first ones in the order of the training, up to count. Where there are fewer, NaN and -1 fill up.
+        """
+
     @property
     def is_trained(self) -> bool:
         """Whether there is something to run with."""

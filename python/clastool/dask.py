@@ -11,6 +11,7 @@ Threads: as for the estimators of `clastool.sklearn`.
 
 from __future__ import annotations
 
+import os
 from collections.abc import Iterator
 from contextlib import contextmanager
 from copy import copy
@@ -23,13 +24,18 @@ import numpy.typing as npt
 import pandas as pd
 from dask import compute
 from dask.delayed import delayed
+from dask.highlevelgraph import HighLevelGraph
 from sklearn.utils.multiclass import check_classification_targets
+from sklearn.utils.validation import check_is_fitted
 
-from . import ClassifierTool, sklearn
-from ._decision import cost_matrix
-from .sklearn import _to_tool
+from . import ClassifierTool, KNNParams, sklearn
+from ._dask_files import load_shards, save_shards
+from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted
+from ._decision import cost_matrix, decide, settle_ties
+from ._tables import Neighbors
+from .sklearn import _tool_labels, _to_tool
 
-__all__ = ["BayesCostClassifier", "expected_costs", "predict", "predict_proba"]
+__all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "expected_costs", "predict", "predict_proba"]
 
 # How many models are merged at once.
 _BRANCHES = 8
@@ -55,6 +61,8 @@ def expected_costs(model: Any, X: Any) -> Any:
 
 
 def _applied(model: Any, X: Any, method: str) -> Any:
+    if _is_lazy(X) and isinstance(getattr(model, "tool_", None), ShardedTool):
+        return _applied_to_shards(model, X, method)
     if isinstance(X, dd.DataFrame):
         return _applied_to_frame(model, X, method)
     if isinstance(X, da.Array):
@@ -78,6 +86,65 @@ def _applied_to_array(model: Any, X: Any, method: str) -> Any:
     empty = _answers(model, np.zeros((1, X.shape[1])), method)[:0]
     shape: dict[str, Any] = {"drop_axis": 1} if empty.ndim == 1 else {"chunks": (X.chunks[0], (empty.shape[1],))}
     return X.map_blocks(_answered, model=delayed(model), method=method, empty=empty, dtype=empty.dtype, meta=empty, **shape)
+
+
+def _applied_to_shards(model: Any, X: Any, method: str) -> Any:
+    light, params = delayed(_without_tool(model)), delayed(model.tool_.params)
+    answers = [delayed(_decided)(near, light, params, method) for near in _neighbors_of(model, X)]
+    empty = _decided(NO_NEIGHBORS, model, model.tool_.params, method)
+    if not isinstance(X, dd.DataFrame):
+        return _joined(answers, X, empty)
+    tables = [
+        delayed(_table)(answer, table.index, light) for answer, table in zip(answers, np.ravel(X.to_delayed()).tolist())
+    ]
+    return dd.from_delayed(tables, meta=_table(empty, X._meta.index, model), divisions=X.divisions, verify_meta=False)
+
+
+def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
+    """The neighbours of the rows of each partition, delayed."""
+    if X.ndim != 2:
+        raise ValueError(f"X must have two dimensions, not {X.ndim}")
+    _require_columns(model, X.shape[1])
+    if isinstance(X, da.Array):
+        X = X.rechunk({1: -1})
+    light, tool = delayed(_without_tool(model)), model.tool_
+    if not isinstance(tool, ShardedTool):
+        tool = ShardedTool([[delayed(tool)]], [tool.num_patterns], tool.params, tool.category_counts, tool.num_measurements)
+    return [
+        tool.nearest(delayed(_checked_rows)(table, light, number), k, number)
+        for number, table in enumerate(np.ravel(X.to_delayed()).tolist())
+    ]
+
+
+def _without_tool(model: Any) -> Any:
+    light = copy(model)
+    del light.tool_
+    return light
+
+
+def _checked_rows(table: Any, model: Any, number: int) -> Any:
+    with _in_partition(number):
+        _require_columns(model, table.shape[1])
+        # The estimators refuse tables without rows.
+        return model._checked(table) if len(table) else np.empty((0, table.shape[1]))
+
+
+def _decided(near: Neighbors, model: Any, params: KNNParams, method: str) -> npt.NDArray[Any]:
+    rows = decided(near.labels, params, _tool_labels(model.classes_))
+    if method == "predict_proba":
+        return rows.class_scores
+    expected = settle_ties(rows.expected_costs)
+    return expected if method == "expected_costs" else np.asarray(model.classes_[decide(expected, rows.class_scores)])
+
+
+def _joined(parts: list[Any], X: Any, empty: npt.NDArray[Any]) -> Any:
+    """The arrays of all partitions as one, in the same partitions."""
+    rows = X.chunks[0] if isinstance(X, da.Array) else (np.nan,) * len(parts)
+    name = f"joined-{parts[0].key}"
+    zeros = (0,) * (empty.ndim - 1)
+    graph = {(name, number, *zeros): part.key for number, part in enumerate(parts)}
+    layers = HighLevelGraph.from_collections(name, graph, dependencies=parts)
+    return da.Array(layers, name, (rows, *((size,) for size in empty.shape[1:])), meta=empty)
 
 
 def _answered(
@@ -126,15 +193,38 @@ def _in_partition(number: int) -> Iterator[None]:
         raise ValueError(f"partition {number}: {error}") from error
 
 
-class BayesCostClassifier(sklearn.BayesCostClassifier):
+class _OnDask(sklearn._CostClassifier):
+    """What the estimators do with Dask collections, beside what they do with arrays."""
+
+    feature_names_in_: Any
+
+    def predict(self, X: Any) -> Any:
+        """The class of least expected cost for each row."""
+        return predict(self, X) if _is_lazy(X) else super().predict(X)
+
+    def predict_proba(self, X: Any) -> Any:
+        """The probability of each class in each row."""
+        return predict_proba(self, X) if _is_lazy(X) else super().predict_proba(X)
+
+    def expected_costs(self, X: Any) -> Any:
+        """What deciding for each class costs on average in each row."""
+        return expected_costs(self, X) if _is_lazy(X) else super().expected_costs(X)
+
+    def _take_names(self, X: Any) -> None:
+        self.n_features_in_ = X.shape[1]
+        if hasattr(self, "feature_names_in_"):
+            del self.feature_names_in_
+        if isinstance(X, dd.DataFrame) and all(isinstance(name, str) for name in X.columns):
+            self.feature_names_in_ = np.asarray(X.columns, dtype=object)
+
+
+class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
     """Bayes, fitted on Dask collections: a model for each partition, merged as a tree.
 
     Parameters and methods are those of `clastool.sklearn.BayesCostClassifier`. The result is what one machine learns from all rows,
     up to rounding, however they are partitioned. A worker needs memory for a partition and the models. `predict`, `predict_proba`
     and `expected_costs` of a Dask collection are lazy, as the functions of this module.
     """
-
-    feature_names_in_: Any
 
     def fit(self, X: Any, y: Any) -> BayesCostClassifier:
         """Learns from labelled rows, at once.
@@ -163,24 +253,90 @@ class BayesCostClassifier(sklearn.BayesCostClassifier):
         self._take(tool, classes, costs, counts)
         return self
 
-    def predict(self, X: Any) -> Any:
-        """The class of least expected cost for each row."""
-        return predict(self, X) if _is_lazy(X) else super().predict(X)
 
-    def predict_proba(self, X: Any) -> Any:
-        """The probability of each class in each row."""
-        return predict_proba(self, X) if _is_lazy(X) else super().predict_proba(X)
+class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
+    """Nearest neighbours, fitted on Dask collections: each partition becomes a shard, which stays on a worker and is searched there.
 
-    def expected_costs(self, X: Any) -> Any:
-        """What deciding for each class costs on average in each row."""
-        return expected_costs(self, X) if _is_lazy(X) else super().expected_costs(X)
+    Parameters and methods are those of `clastool.sklearn.KNeighborsCostClassifier`, and so are all answers, to the bit. `predict`,
+    `predict_proba`, `expected_costs` and `kneighbors` of arrays are computed at once, those of Dask collections are lazy. A worker
+    needs memory for its shards, a partition and a block of rows. When a worker is lost, the others compute its shards again
+    from where the data came from.
 
-    def _take_names(self, X: Any) -> None:
-        self.n_features_in_ = X.shape[1]
-        if hasattr(self, "feature_names_in_"):
-            del self.feature_names_in_
-        if isinstance(X, dd.DataFrame) and all(isinstance(name, str) for name in X.columns):
-            self.feature_names_in_ = np.asarray(X.columns, dtype=object)
+    Each shard is a `ClassifierTool` on a worker; `tool_` stands for all of them. `recost` costs nothing on the workers. `partial_fit`
+    and `reject_quantile` are refused.
+    """
+
+    def fit(self, X: Any, y: Any) -> KNeighborsCostClassifier:
+        """Takes labelled rows into shards, at once.
+
+        X, y: as in `BayesCostClassifier.fit`. A partition becomes a shard, unless it is empty.
+        """
+        if not _is_lazy(X):
+            super().fit(X, y)
+            return self
+        if self.reject_quantile is not None:
+            raise ValueError("reject_quantile needs all training rows at once: fit without Dask")
+        tables, labels = _partitions(X, y)
+        classes, counts = _classes(labels)
+        costs = cost_matrix(self.costs, classes)
+        shared = delayed((self._params(classes, costs, counts), classes, X.shape[1]))
+        kind = sklearn.KNeighborsCostClassifier
+        stored = [
+            delayed(_learnt)(table, part, shared, number, kind) for number, (table, part) in enumerate(zip(tables, labels))
+        ]
+        shards, rows = persisted(stored)
+        self._take_names(X)
+        self._take_shards(shards, rows, classes, costs, counts)
+        return self
+
+    def kneighbors(self, X: Any, n_neighbors: int | None = None, return_distance: bool = True) -> Any:
+        """Distances and places in the training data of the nearest rows, in ascending order of distance.
+
+        Of rows at one distance the later comes first. Of a Dask collection, Dask arrays.
+        """
+        if not _is_lazy(X):
+            return super().kneighbors(X, n_neighbors, return_distance)
+        check_is_fitted(self)
+        count = self._count(n_neighbors)
+        near = _neighbors_of(self, X, count)
+        indices = _joined([part.indices for part in near], X, np.empty((0, count), dtype=np.int64))
+        if not return_distance:
+            return indices
+        return _joined([part.distances for part in near], X, np.empty((0, count))), indices
+
+    def replicate(self, copies: int) -> KNeighborsCostClassifier:
+        """Keeps each shard on so many workers, or on all if these are fewer.
+
+        Blocks of rows go to the copies in turn, so that searches find more processors. 1 gives the copies up.
+        """
+        check_is_fitted(self)
+        if copies < 1:
+            raise ValueError(f"copies must be >= 1, not {copies!r}")
+        if isinstance(self.tool_, ShardedTool):
+            self.tool_ = self.tool_.replicated(copies)
+        return self
+
+    def save(self, path: Any) -> None:
+        """Writes shards into the folder `path`, which all workers reach: an archive for each, as C++ programs load it, and `index.json`.
+
+        What was fitted without Dask goes into files as `clastool.sklearn` writes them.
+        """
+        check_is_fitted(self)
+        if not isinstance(self.tool_, ShardedTool):
+            super().save(path)
+            return
+        save_shards(self, os.fspath(path))
+
+    @classmethod
+    def load(cls, path: Any) -> Any:
+        """What `save` wrote; from a folder, each worker loads its shards."""
+        return load_shards(cls, os.fspath(path)) if os.path.isdir(path) else super().load(path)
+
+    def _take_shards(self, shards: list[Any], rows: list[int], classes: Any, costs: Any, counts: Any) -> None:
+        category_counts = dict(zip(_tool_labels(classes).tolist(), counts.tolist()))
+        params = self._params(classes, costs, counts)
+        tool: Any = ShardedTool([[shard] for shard in shards], rows, params, category_counts, self.n_features_in_)
+        self._take(tool, classes, costs, counts)
 
 
 def _is_lazy(X: Any) -> bool:
@@ -236,7 +392,7 @@ def _kind(labels: npt.NDArray[Any]) -> str:
     return "strings" if all(isinstance(label, str) for label in labels) else "objects"
 
 
-def _learnt(table: Any, part: Any, shared: Any, number: int) -> ClassifierTool:
+def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn.BayesCostClassifier) -> ClassifierTool:
     """What a partition tells: an untrained tool if nothing."""
     params, classes, columns = shared
     tool = ClassifierTool()
@@ -246,7 +402,7 @@ def _learnt(table: Any, part: Any, shared: Any, number: int) -> ClassifierTool:
         if len(table) != len(part):
             raise ValueError(f"X has {len(table)} rows, but y has {len(part)} labels")
         if len(table):
-            X, y = sklearn.BayesCostClassifier()._checked_training(table, part, reset=True)
+            X, y = kind()._checked_training(table, part, reset=True)
             tool.train(X, _to_tool(y, classes), params)
     return tool
 

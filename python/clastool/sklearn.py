@@ -349,12 +349,15 @@ class KNeighborsCostClassifier(_CostClassifier):
         Of rows at one distance the later comes first.
         """
         X = self._checked(X)
+        near = self.tool_.neighbors(X, self._count(n_neighbors), threads=self._threads())
+        return (near.distances, near.indices) if return_distance else near.indices
+
+    def _count(self, n_neighbors: int | None) -> int:
         count = self.n_neighbors if n_neighbors is None else n_neighbors
         kept = self.tool_.num_patterns
         if not 1 <= count <= kept:
             raise ValueError(f"n_neighbors must be >= 1 and at most the number of training rows, {kept}, not {count}")
-        near = self.tool_.neighbors(X, int(count), threads=self._threads())
-        return (near.distances, near.indices) if return_distance else near.indices
+        return int(count)
 
     def _params(self, classes: npt.NDArray[Any], costs: Floats, counts: npt.NDArray[np.int64]) -> KNNParams:
         if isinstance(self.n_neighbors, bool) or not isinstance(self.n_neighbors, (int, np.integer)) or self.n_neighbors < 1:

@@ -25,6 +25,15 @@ void requireTrained(const ktClassifierTool& tool)
     }
 }
 
+kt_ClassifierKNN& requireNeighbors(const ktClassifierTool& tool)
+{
+    auto* const classifier = Access::classifierAs<kt_ClassifierKNN>(tool);
+    if (classifier == nullptr) {
+        throw ktClassifierDefs::BadMethod("Classifier tool was not trained for nearest neighbors");
+    }
+    return *classifier;
+}
+
 /// In which column a category stands.
 class Columns {
 public:
@@ -258,17 +267,14 @@ nb::object logLikelihoods(const Trained& trained, const Rows& rows, unsigned thr
 nb::object findNeighbors(const Trained& trained, const Rows& rows, nb::handle k, unsigned threads, nb::handle progress)
 {
     requireTrained(trained.tool());
-    auto* const classifier = Access::classifierAs<kt_ClassifierKNN>(trained.tool());
-    if (classifier == nullptr) {
-        throw ktClassifierDefs::BadMethod("Classifier tool was not trained for nearest neighbors");
-    }
+    kt_ClassifierKNN& classifier = requireNeighbors(trained.tool());
     ktClassifierTool tool = trained.tool();
-    ktClassifierTrainParamsKNN params = Access::paramsInUse(*classifier);
+    ktClassifierTrainParamsKNN params = Access::paramsInUse(classifier);
     if (!k.is_none()) {
         params.k(nb::cast<long>(k));
         tool.retrain(params);
     }
-    const auto width = static_cast<std::size_t>(std::clamp(params.k(), 0L, Access::kept(*classifier)->numPatterns()));
+    const auto width = static_cast<std::size_t>(std::clamp(params.k(), 0L, Access::kept(classifier)->numPatterns()));
     Array<double> distances({rows.size(), width});
     Array<std::int64_t> indices({rows.size(), width});
     Array<std::int64_t> labels({rows.size(), width});
@@ -286,4 +292,45 @@ nb::object findNeighbors(const Trained& trained, const Rows& rows, nb::handle k,
         }
     });
     return make("Neighbors", nb::make_tuple(distances.object(), indices.object(), labels.object()));
+}
+
+nb::object findFirstWithin(const Trained& trained, const Rows& rows, nb::handle distances, std::size_t count,
+                           unsigned threads, nb::handle progress)
+{
+    requireTrained(trained.tool());
+    kt_ClassifierKNN& classifier = requireNeighbors(trained.tool());
+    const std::vector<double> reaches = numbersOf(distances);
+    if (reaches.size() != rows.size()) {
+        throw nb::value_error("distances must have one for each row of X");
+    }
+    const std::size_t width = count;
+    Array<double> found({rows.size(), width});
+    Array<std::int64_t> indices({rows.size(), width});
+    Array<std::int64_t> labels({rows.size(), width});
+    std::fill_n(found.data(), rows.size() * width, std::numeric_limits<double>::quiet_NaN());
+    std::fill_n(indices.data(), rows.size() * width, -1);
+    std::fill_n(labels.data(), rows.size() * width, -1);
+    const ktClassifierTrainParamsKNN params = Access::paramsInUse(classifier);
+    const ktPtrHandle_const<ktPatternDistanceMetric> metric = params.distanceMetric();
+    ktClassifierDataProviderMemory& kept = *Access::kept(classifier);
+    forBlocks(rows, threads, progress, [&](Worker& worker, std::size_t first, std::size_t number) {
+        for (std::size_t row = first; row < first + number; ++row) {
+            const ktFeaturePattern& pattern = worker.pattern(row);
+            if (pattern.numInvalid() > 0 || pattern.numMeasurements() != kept.numMeasurements()) {
+                throw ktClassifierDefs::BadFeatures(
+                    "K-nearest neighbor classification does not support invalid measurements");
+            }
+            std::size_t at = row * width;
+            for (long i = 0; i < kept.numPatterns() && at < (row + 1) * width; ++i) {
+                const double distance = metric->distance(pattern, *kept.featurePattern(i));
+                const double counted = std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance;
+                if (counted <= reaches[row]) {
+                    found.data()[at] = counted;
+                    indices.data()[at] = i;
+                    labels.data()[at++] = kept.categoryLabel(i);
+                }
+            }
+        }
+    });
+    return make("Neighbors", nb::make_tuple(found.object(), indices.object(), labels.object()));
 }

@@ -420,7 +420,20 @@ void bindRuns(Class& type)
             nb::arg("X"), nb::arg("k") = nb::none(), nb::kw_only(), KT_RUN_ARGUMENTS,
             nb::sig("def neighbors(self, X: ArrayLike, k: int | None = None, *, threads: int = 1, progress: "
                     "Callable[[int, int], object] | None = None) -> Neighbors"),
-            "Nearest neighbours: those by which each row of X is decided on, or the nearest k.");
+            "Nearest neighbours: those by which each row of X is decided on, or the nearest k.")
+        .def(
+            "first_within",
+            [](const SharedTool& self, nb::handle rows, nb::handle distances, std::size_t count, unsigned threads,
+               nb::handle progress) {
+                return findFirstWithin(*self.now(), Rows(rows), distances, count, threads, progress);
+            },
+            nb::arg("X"), nb::arg("distances"), nb::arg("count"), nb::kw_only(), KT_RUN_ARGUMENTS,
+            nb::sig(
+                "def first_within(self, X: ArrayLike, distances: ArrayLike, count: int, *, threads: int = 1, progress: "
+                "Callable[[int, int], object] | None = None) -> Neighbors"),
+            "Nearest neighbours: of the kept patterns no farther from each row of X than its distance, the first ones "
+            "in the "
+            "order of the training, up to count. Where there are fewer, NaN and -1 fill up.");
 }
 
 template <class Class>

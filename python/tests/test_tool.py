@@ -291,6 +291,48 @@ def test_neighbors_count_rows_of_known_category() -> None:
     assert found.labels.tolist() == [[6, 5]]
 
 
+@pytest.mark.parametrize("metric", [ct.Norm(2), ct.Norm(1), lambda a, b: float(np.abs(a - b).max())])
+def test_the_first_rows_within_a_distance(metric: Any) -> None:
+    random = np.random.default_rng(5)
+    X, y = random.integers(0, 4, (60, 2)).astype(float), random.integers(0, 3, 60)
+    tool = ct.ClassifierTool()
+    tool.train(X, y, ct.KNNParams(1, metric))
+    queries = random.integers(0, 4, (9, 2)).astype(float)
+    limits = np.array([0.0, 1.0, 2.0, np.sqrt(2.0), np.inf, -1.0, np.nan, 1.0, 0.5])
+    found = tool.first_within(queries, limits, 6, threads=2)
+    for place, (query, limit) in enumerate(zip(queries, limits)):
+        distances = [metric(query, row) for row in X]
+        rows = [i for i, distance in enumerate(distances) if distance <= limit][:6]
+        filled = 6 - len(rows)
+        assert found.indices[place].tolist() == rows + [-1] * filled
+        assert found.labels[place].tolist() == y[rows].tolist() + [-1] * filled
+        np.testing.assert_array_equal(found.distances[place], [distances[i] for i in rows] + [np.nan] * filled)
+    assert tool.first_within(queries, limits, 0).indices.shape == (9, 0)
+
+
+def test_the_first_rows_where_no_number_holds_a_distance() -> None:
+    tool = ct.ClassifierTool()
+    tool.train([[0.0], [1.0]], [4, 5], ct.KNNParams(1, lambda a, b: float("nan")))
+    found = tool.first_within([[0.0], [0.0]], [1e308, np.inf], 2)
+    np.testing.assert_array_equal(found.distances, [[np.nan, np.nan], [np.inf, np.inf]])
+    assert found.indices.tolist() == [[-1, -1], [0, 1]]
+
+
+def test_the_first_rows_are_refused_where_runs_are() -> None:
+    tool = ct.ClassifierTool()
+    with pytest.raises(ct.errors.NotTrained, match="^Classifier tool must be trained before running.$"):
+        tool.first_within([[0.0]], [1.0], 1)
+    tool.train([[0.0], [1.0]], [0, 1], ct.BayesParams(throw_if_not_ready=False))
+    with pytest.raises(ct.errors.BadMethod, match="^Classifier tool was not trained for nearest neighbors$"):
+        tool.first_within([[0.0]], [1.0], 1)
+    tool.train([[0.0], [1.0]], [0, 1], ct.KNNParams())
+    for row in ([np.nan], [0.0, 0.0]):
+        with pytest.raises(ct.errors.BadFeatures, match="^K-nearest neighbor classification does not support invalid"):
+            tool.first_within([row], [1.0], 1)
+    with pytest.raises(ValueError, match="^distances must have one for each row of X$"):
+        tool.first_within([[0.0]], [1.0, 2.0], 1)
+
+
 def test_log_likelihoods_reach_where_scores_are_zero() -> None:
     X, y = sample(300, 4, 3)
     tool = trained(ct.BayesParams())
