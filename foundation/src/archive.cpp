@@ -25,7 +25,7 @@ namespace {
 constexpr unsigned char magic[4] = {'K', 'T', 'A', 'R'};
 constexpr std::uint32_t encoding = 1;
 
-/// By how much a vector or text grows ahead of its bytes, if the stream cannot tell how many there are.
+/// How far a vector or text grows ahead of its bytes, if the stream cannot tell how many there are.
 constexpr std::size_t blindStep = 4096;
 
 constexpr std::size_t bufferSize = 16384;
@@ -66,11 +66,11 @@ void doublesToLittleEndian(const double* values, std::size_t size, unsigned char
     throw ktArchive::OutOfRange("Archive value out of range: " + what + " does not fit 32 bits.");
 }
 
-/// Takes few bytes straight from a stream's buffer, which saves a virtual call for each small value. Only a derived class may name
-/// the operations for that.
+/// Reads a few bytes directly from a stream's buffer, which saves a virtual call for each small value. The operations for that are
+/// protected, so this class derives from it.
 class StreamBuffer : public std::streambuf {
 public:
-    /// Takes so many bytes if the buffer holds them. Returns whether it did.
+    /// Takes `size` bytes if the buffer holds them. Returns whether it did.
     static bool takeHeld(std::streambuf& buffer, void* bytes, std::size_t size)
     {
         const char* held = (buffer.*(&StreamBuffer::gptr))();
@@ -84,11 +84,11 @@ public:
     }
 
 private:
-    // What is larger is worth a virtual call, which may take it past the buffer.
+    // Larger values are read by a virtual call, which may bypass the buffer.
     static constexpr std::size_t largest = 1024;
 };
 
-/// Runs a stream buffer's operation. What a buffer of the caller's own throws ends as StreamFailed.
+/// Runs a stream buffer's operation. An exception of a caller's buffer becomes StreamFailed.
 template <class Operation>
 auto guarded(Operation operation)
 {
@@ -150,7 +150,7 @@ inline void ktArchive::get(void* bytes, std::size_t size)
 
 void ktArchive::flush()
 {
-    // Empties the buffer also if the stream fails, so that no byte is offered twice.
+    // The buffer is emptied even if the stream fails, so that no byte is written twice.
     const std::size_t size = std::exchange(buffered_, 0);
     if (size != 0) {
         write(buffer_.get(), size);
@@ -350,7 +350,7 @@ void ktArchive::loadFlags(std::vector<bool>& flags, std::size_t count, bool mayO
         if (mayOmit && bits == all) {
             continue;
         }
-        // At the first false one the flags before it, omitted so far, take their places.
+        // The first false flag: the flags before it, omitted so far, are written now.
         mayOmit = false;
         flags.resize(i, true);
         for (std::size_t j = 0; j < now; ++j) {
@@ -410,7 +410,7 @@ inline bool ktArchive::canHold(std::uint64_t elements, std::size_t leastStoredSi
 {
     const Pass pass(*this);
     const std::uint64_t most = bytesLeftKnown() ? pass_->bytesLeft() : std::numeric_limits<std::size_t>::max() / 2;
-    // A division for every count would cost more than the rest of it.
+    // A division for every count would take longer than the rest of this check.
     const bool isSmall = elements <= std::numeric_limits<std::uint32_t>::max() && leastStoredSize <= 4096;
     return isSmall ? elements * leastStoredSize <= most : elements <= most / leastStoredSize;
 }
@@ -478,7 +478,7 @@ void ktArchive::Pass::close()
     try {
         archive_.flush();
     } catch (...) {
-        // The exception that is on its way already says why the archive is not whole.
+        // The present exception already says why the archive is not complete.
     }
 }
 

@@ -1,15 +1,15 @@
 // Pointers, sharing and visited layers in one pass of an archive. docs/archive-format.md has the layout of the records.
 //
 // A pass notes each object that it meets by address and mark, in an ObjectEntry. A pointer becomes a null record, a reference to an
-// object that went by before, or the object: its class, by name or by the number of a class named before, then its layers.
+// earlier object, or the object: its class, by name or by the number of an earlier class, then its layers.
 //
 //     storePointer    a record: null, storeReference, or storeClass and the object's layers
-//     loadPointer     the same way round; the object is listed before it is loaded, so that nothing leaks
+//     loadPointer     the reverse; the object is listed before it is loaded, so that nothing leaks
 //     setVisited      notes a layer, which haveVisited then skips
-//     forget          an object is destroyed or assigned: its address may come again
+//     forget          an object is destroyed or assigned: another object may get its address
 //     claim           room for elements that are not loaded yet
 //
-// The mark is what tells objects at one address apart: 0 until a pass meets the object, then the number that this pass gave it.
+// The mark distinguishes objects at one address: 0 until a pass meets the object, then the number that this pass gave it.
 
 #include "archive_pass.h"
 
@@ -32,19 +32,19 @@ enum RecordTag : unsigned char {
     newClassRecord = 3,
 };
 
-/// Elements that are not loaded yet may take so many bytes for each byte of the archive, and these besides.
+/// The bytes that elements that are not loaded yet may take: for each byte of the archive, and in addition.
 constexpr std::uint64_t claimPerByte = 16;
 constexpr std::uint64_t firstClaim = 8192;
 
-// Consecutive passes begin with marks that lie far apart (multiplicative hashing), so that they do not give the same ones.
+// Consecutive passes begin with marks that are far apart (multiplicative hashing), so that they give different marks.
 std::atomic<std::uint32_t> numPasses{0};
 constexpr std::uint32_t markStep = 40503;
 
 thread_local kt_ArchivePass* newestPass = nullptr;
 thread_local kt_ArchivePass* currentPass = nullptr;
 
-// Objects nest as deep as an archive says, and so do the frames of storePointer and loadPointer. Whatever takes a string, all
-// messages among them, is therefore in functions of its own, which are not inlined.
+// Objects nest as deep as an archive says, and so do the frames of storePointer and loadPointer. To keep these frames small, all code
+// with strings, such as messages, is in separate functions that are not inlined.
 
 [[noreturn]] KT_NOINLINE void throwTooDeep(long maxDepth)
 {
@@ -107,7 +107,7 @@ private:
     kt_ArchivePass& pass_;
 };
 
-/// Null for an object that the pass has not met: one without a mark, or with another mark than is noted for its address.
+/// Null for an object that the pass has not met: without a mark, or with another mark than noted for its address.
 inline kt_ArchivePass::ObjectEntry* kt_ArchivePass::find(const ktPersistent* object) const noexcept
 {
     const std::uint32_t mark = object->mark_.load(std::memory_order_relaxed);
@@ -127,7 +127,7 @@ kt_ArchivePass::kt_ArchivePass(ktArchive& archive)
 
 kt_ArchivePass::~kt_ArchivePass()
 {
-    // Passes of one thread need not end in the order in which they began: an inner one can be held by a longer scope.
+    // Passes of one thread may end in any order: an inner one may live in a longer scope.
     kt_ArchivePass** link = &newestPass;
     while (*link != this) {
         link = &(*link)->older_;
@@ -136,7 +136,7 @@ kt_ArchivePass::~kt_ArchivePass()
     // Unlinked first, so that the objects destroyed below need not be forgotten one by one.
     constexpr std::size_t ahead = 8;
     for (std::size_t i = 0; i < loaded_.size(); ++i) {
-        // The counts go down when the list is destroyed: their lines come meanwhile.
+        // Destroying the list decrements the counts: their cache lines are prefetched.
         Loaded& loaded = loaded_[i];
         if (i + ahead < loaded_.size()) {
             KT_PREFETCH(loaded_[i + ahead].count.get());
@@ -200,7 +200,7 @@ void kt_ArchivePass::assigned(const ktPersistent* object) noexcept
         isKept = pass->forgetContents(object) || isKept;
     }
     if (!isKept) {
-        // Tells the passes of other threads.
+        // The passes of other threads then see a new object.
         object->mark_.store(0, std::memory_order_relaxed);
     }
 }
@@ -228,7 +228,7 @@ bool kt_ArchivePass::forgetContents(const ktPersistent* object) noexcept
 kt_ArchivePass::ObjectEntry& kt_ArchivePass::insert(const ktPersistent* object)
 {
     if (archive_.isStoring()) {
-        // Entries of this address are of objects that other threads destroyed. Loading needs no search: its objects live on.
+        // Entries of this address belong to objects that other threads destroyed. Loading needs no search, because it keeps its objects.
         forget(object);
     }
     ObjectEntry& entry = objects_.insert(object);
@@ -247,7 +247,7 @@ std::uint16_t kt_ArchivePass::giveMark(const ktPersistent* object) noexcept
     // 0 is no mark.
     latestMark_ = static_cast<std::uint16_t>(latestMark_ % 0xFFFFu + 1);
     if (archive_.isStoring()) {
-        // Another thread may store the object too. The first one gives the mark.
+        // Another thread may store the object too. The first thread gives the mark.
         std::uint16_t none = 0;
         object->mark_.compare_exchange_strong(none, latestMark_, std::memory_order_relaxed);
     } else if (object->mark_.load(std::memory_order_relaxed) == 0) {
@@ -313,7 +313,7 @@ bool kt_ArchivePass::askEnd()
     if (buffer->pubseekpos(here, std::ios_base::in) != here) {
         throw ktArchive::StreamFailed("The stream did not return to where it stood.");
     }
-    // Devices report an end at or before the place from which bytes still come.
+    // Devices report an end that is not behind the present position, although bytes follow.
     endKnown_ = end > here;
     end_ = endKnown_ ? archive_.position_ + static_cast<std::uint64_t>(end - here) : 0;
     return endKnown_;

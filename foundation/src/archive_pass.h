@@ -6,7 +6,7 @@
 
 #include <vector>
 
-/// What one pass knows: which layers of which objects it visited, and the objects and classes that went by as pointer records.
+/// What one pass knows: the layers that it visited, and the objects and classes of its pointer records.
 ///
 /// Ownership: holds a count on every object that it loaded by pointer, and owns those that have no count until a direct
 /// caller takes them, so that nothing is freed under the pass and nothing leaks when loading fails half way.
@@ -17,7 +17,7 @@ public:
     kt_ArchivePass(const kt_ArchivePass&) = delete;
     kt_ArchivePass& operator=(const kt_ArchivePass&) = delete;
 
-    /// The pass whose marks `haveVisited` and `setVisited` mean on this thread; null outside.
+    /// The pass that `haveVisited` and `setVisited` use on this thread; null outside a pass.
     static kt_ArchivePass* current() noexcept;
     /// Returns the pass that was current before.
     static kt_ArchivePass* makeCurrent(kt_ArchivePass* pass) noexcept;
@@ -25,7 +25,7 @@ public:
     static void backTo(kt_ArchivePass* previous) noexcept;
     /// Lets every pass of this thread forget an object that is being destroyed.
     static void forgetEverywhere(const ktPersistent* object) noexcept;
-    /// Lets every pass take an assigned object for a new one.
+    /// Makes every pass treat an assigned object as a new one.
     static void assigned(const ktPersistent* object) noexcept;
 
     /// A class's part of an object.
@@ -42,12 +42,12 @@ public:
     void release(const ktPersistent* object) noexcept;
     void storingInPlace(const ktPersistent& object);
 
-    /// Whether the stream tells how many bytes there are. Asked once a pass, because asking can cost a file its read buffer.
+    /// Whether the stream tells how many bytes there are. Asked once a pass, because a file may lose its read buffer by it.
     bool endKnown() { return endAsked_ ? endKnown_ : askEnd(); }
-    /// The bytes left, if the end is entry.
+    /// The bytes left. Requires: the end is known.
     std::uint64_t bytesLeft() const noexcept { return end_ > archive_.position_ ? end_ - archive_.position_ : 0; }
 
-    /// Takes up to so many bytes, no less than `least`, of the room for elements that are not loaded yet.
+    /// Takes up to `bytes`, no less than `least`, of the room for elements that are not loaded yet.
     std::uint64_t claim(std::uint64_t bytes, std::uint64_t least);
     void giveBack(std::uint64_t bytes) noexcept { claimed_ -= bytes; }
 
@@ -72,8 +72,8 @@ private:
         Layer layer = {};
         std::uint32_t mark = 0;
     };
-    /// A class that was named in this pass. All objects of a class have their count, if any, at one place. It is looked for once,
-    /// because that costs more than the rest of making an object.
+    /// A class that was named in this pass. All objects of a class have their count, if any, at the same offset. The offset is found once,
+    /// because finding it takes longer than the rest of making an object.
     struct ClassEntry {
         const kt_Instantiator* entry;
         const std::type_info* type;
@@ -108,7 +108,7 @@ private:
     std::uint32_t numStored_ = 0;
     kt_StableList<Loaded> loaded_;
     std::vector<ClassEntry> classes_;
-    // The class stored last: the registry is asked once for a row of objects of one class.
+    // The class stored last, so that a sequence of objects of one class takes one look-up in the registry.
     const std::type_info* lastType_ = nullptr;
     const kt_Instantiator* lastEntry_ = nullptr;
     long numOpen_ = 0;

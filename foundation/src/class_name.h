@@ -19,7 +19,7 @@ inline std::string kt_plainClassName(const std::type_info& type)
                                                        &std::free);
     return status == 0 ? plain.get() : type.name();  // not covered: the C library out of memory
 #else
-    // Here names come plain, but for the keyword in front of them.
+    // These compilers give the plain name behind a keyword.
     const char* name = type.name();
     for (const char* keyword : {"class ", "struct "}) {
         if (std::strncmp(name, keyword, std::strlen(keyword)) == 0) {

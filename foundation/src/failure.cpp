@@ -12,7 +12,7 @@ namespace {
 struct Converter {
     std::uint32_t group;
     kfExceptionConverter convert;
-    /// The later it was registered, the higher.
+    /// Ascends in the order of registration.
     std::uint64_t number;
     std::atomic<Converter*> next_{nullptr};
 };
@@ -33,8 +33,7 @@ std::string messageFor(long code)
     return text;
 }
 
-/// The newest converter of the group that was registered before the one of this number, whose number it becomes; null if there
-/// is none.
+/// The newest converter of the group with a number below `number`, null if there is none. `number` becomes its number.
 kfExceptionConverter nextConverter(std::uint32_t group, std::uint64_t& number)
 {
     const kt_RegistryList<Converter>::Walk walk(converters);
@@ -83,7 +82,7 @@ void kfThrowExceptionOnFailure(long code)
         return;
     }
     const std::uint32_t group = (bits & 0x7FFFFFFFu) >> 5;
-    // No entry is held while its converter runs, which may take any of them away, itself too.
+    // No entry is held while a converter runs, because it may remove any converter, also itself.
     std::uint64_t number = std::numeric_limits<std::uint64_t>::max();
     while (const kfExceptionConverter convert = nextConverter(group, number)) {
         convert(code);

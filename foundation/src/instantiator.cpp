@@ -17,8 +17,8 @@ kt_Instantiator::kt_Instantiator(const std::type_info& type, Make factory, const
 
 kt_Instantiator::~kt_Instantiator()
 {
-    // Not in this list where two static copies of the library see each other's functions, and the linker has moved the
-    // constructor of one of them into its callers: then it is in the other copy's list, which goes with it.
+    // The entry may be missing: if two static copies of the library see each other's functions, and link-time optimisation inlined one
+    // constructor, it is in the other copy's list, which is destroyed with it.
     entries.remove([this](const kt_Instantiator& entry) { return &entry == this; });
 }
 

@@ -58,7 +58,7 @@ public:
     /// An entry of the object, or null.
     Entry* find(const ktPersistent* object) const noexcept
     {
-        // Several questions about one object follow one another.
+        // Consecutive look-ups are often for one object.
         if (latest_ == nullptr || latest_->object != object) {
             Entry* found = find(object, any);
             latest_ = found == nullptr ? latest_ : found;
@@ -109,7 +109,7 @@ private:
     static constexpr std::size_t nowhere = std::numeric_limits<std::size_t>::max();
     static bool any(const Entry&) noexcept { return true; }
 
-    /// Where the number of the object's first entry stands that `accept` takes.
+    /// The place of the number of the object's first entry that `accept` takes.
     template <class Accept>
     std::size_t slotOf(const ktPersistent* object, Accept accept) const noexcept
     {
@@ -125,9 +125,9 @@ private:
         return nowhere;
     }
 
-    /// Objects made one after the other lie one behind the other, and so do their numbers, which a processor's cache rewards.
-    /// Every 2 KiB of addresses begin at a place of their own (multiplicative hashing: D. Knuth, The Art of Computer Programming
-    /// 3, 1973), so that addresses at equal distances do not meet.
+    /// Objects made one after the other are often neighbours in memory, and their numbers in the table too, which suits the cache. Every
+    /// 2 KiB of addresses begin at a place of their own (multiplicative hashing: D. Knuth, The Art of Computer Programming 3, 1973), so
+    /// that addresses at equal distances do not collide.
     std::size_t home(const ktPersistent* object) const noexcept
     {
         const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(object));
@@ -146,7 +146,7 @@ private:
         ++numPlaced_;
     }
 
-    /// Takes the number at the gap out, and moves back those behind it that a search would no longer reach.
+    /// Removes the number at the gap, and moves back those behind it that a search would no longer reach.
     void close(std::size_t gap) noexcept
     {
         for (std::size_t i = next(gap); numbers_[i] != none; i = next(i)) {
@@ -161,7 +161,7 @@ private:
         --numPlaced_;
     }
 
-    /// None is free then: an entry takes a free place first.
+    /// Requires: no entry is free.
     void grow()
     {
         const std::size_t capacity = std::max<std::size_t>(16, 2 * capacity_);

@@ -3,15 +3,15 @@
 #include <atomic>
 #include <thread>
 
-/// A list that libraries add to and take from while they are loaded and unloaded, and that any thread may walk meanwhile. An
-/// `Entry` has an atomic pointer `next_`; the newest stands first. Initialised at compile time: entries may come before any other static
-/// object is made.
+/// A list that libraries add entries to and remove them from while they are loaded and unloaded, and that any thread may walk meanwhile.
+/// An `Entry` has an atomic pointer `next_`; the newest is first. The list is initialised at compile time, so entries may be added before
+/// any other static object is made.
 ///
-/// Walking takes no lock: it counts itself, and what was taken out may go as soon as nobody walks.
+/// Walking takes no lock: walks are counted, and a removed entry may be destroyed when no walk is under way.
 template <class Entry>
 class kt_RegistryList {
 public:
-    /// As long as it lives, no entry that it can meet goes.
+    /// While it lives, no entry that it can meet is destroyed.
     class Walk {
     public:
         explicit Walk(const kt_RegistryList& list) noexcept : list_(list) { list_.numWalks_.fetch_add(1); }
@@ -32,7 +32,7 @@ public:
         newest_.store(entry);
     }
 
-    /// Takes out the newest entry that `isWanted` accepts, and returns it, or null, when no walk can be at it any more.
+    /// Removes the newest entry that `isWanted` accepts. Returns it, or null, after the last walk that may have met it.
     template <class IsWanted>
     Entry* remove(IsWanted isWanted) noexcept
     {
@@ -45,7 +45,7 @@ public:
         }
         if (entry != nullptr) {
             link->store(entry->next_.load());
-            // A walk that begins from here on does not meet the entry: all these are in one order for all threads.
+            // A walk that begins after this does not meet the entry: these operations have one order for all threads.
             while (numWalks_.load() != 0) {  // not covered: another thread walks just now
                 std::this_thread::yield();
             }

@@ -4,7 +4,7 @@
 #include <utility>
 
 /// The pairs of objects that a comparison has found equal. A small archive can hold one object under many handles, so each pair is
-/// compared once; but the first pairs are not noted, which saves an allocation.
+/// compared once. The first pairs are not noted, which saves an allocation.
 class kt_EqualPairs {
 public:
     /// False if the pair is known.

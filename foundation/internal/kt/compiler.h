@@ -1,7 +1,7 @@
 #pragma once
 
-// What the libraries need of a compiler beyond the standard, but for what they export (config.h): hints and questions to the
-// processor, and a vector of two doubles. A compiler without them gets an empty hint, the answer no, and a structure.
+// What the libraries need of a compiler beyond the standard, except exports (config.h): hints and questions to the processor, and a
+// vector of two doubles. Other compilers get an empty hint, the answer no, and a structure.
 
 #if defined(__GNUC__)
 #define KT_PREFETCH(address) __builtin_prefetch(address)
@@ -25,7 +25,7 @@ inline int kt_lowestBit(unsigned long long bits)
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__)) && (!defined(_WIN64) || defined(__clang__))
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA \
     (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))  // not covered: tests run where both are
-// Wherever these vectors are known, the wider ones that the kernels use besides are too.
+// A compiler that knows these vectors also knows the wider ones of the kernels.
 #define KT_PROCESSOR_HAS_AVX512_VNNI (__builtin_cpu_supports("avx512vnni"))  // not covered: tests run where it is
 #else
 #define KT_PROCESSOR_HAS_AVX2_AND_FMA false
