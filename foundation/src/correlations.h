@@ -16,13 +16,13 @@ namespace kt_normal {
 
 /// Correlations are singular unless all their eigenvalues are above this. docs/numerics.md gives the reasons for the constants.
 constexpr double leastEigenvalue = 1e-8;
-/// The factor of each correlation of a degenerate group.
+/// What is left of each correlation of a degenerate group.
 constexpr double keptShare = 1.0 - 1e-2;
 
 /// Rows of a square matrix in one block.
 using Square = std::vector<double>;
 
-/// Polls the attention check once in 2^24 multiplications.
+/// Polls the attention check once in so many multiplications.
 class Polls {
 public:
     static constexpr std::size_t every = std::size_t{1} << 24;

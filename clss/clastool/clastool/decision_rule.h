@@ -20,7 +20,7 @@ inline void kt_pollAttention()
 struct kt_Verdict {
     ktClassifierCategoryResult category;
     union {
-        /// The frequency f of the category. The posterior p, computed from it, is stored as the category's class score.
+        /// The frequency f of the category. The posterior p that follows from it stands in the category's class score.
         double prior = 0.0;
         /// For the Bayesian technique, until it has the match scores.
         double logLikelihood;

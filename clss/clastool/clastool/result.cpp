@@ -22,7 +22,7 @@ using CategoryResult = ktClassifierCategoryResult;
 
 using Verdicts = kt_Scratch<kt_Verdict>;
 
-/// Up to this number of categories no allocation is needed.
+/// Up to so many categories need no allocation.
 constexpr std::size_t fewCategories = 32;
 
 void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
