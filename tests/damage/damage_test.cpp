@@ -2,26 +2,18 @@
 //
 // Without KT_EVERY_CASE in the environment one case in ten is run; `.ci/release/damage` runs all of them.
 
-#include "support/damage.h"
 #include "damage/battery.h"
-#include "support/allocations.h"
+
+#include "support/damage.h"
 #include "support/golden.h"
 #include "support/streams.h"
+#include "support/test.h"
 
-#include <clastool/clastool.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <filesystem>
-#include <iostream>
-#include <memory>
-#include <set>
-#include <sstream>
 
 namespace {
 
-using kt_test::ArchivedType;
-using kt_test::Subject;
+using namespace kt_test;
 
 /// The golden archives, but for those of the foundation's own tests, whose classes are made for these.
 std::vector<std::string> goldenNames()

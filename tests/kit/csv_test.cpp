@@ -1,17 +1,8 @@
 // Tables of comma-separated values.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <filesystem>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace {
 

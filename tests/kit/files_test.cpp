@@ -1,16 +1,7 @@
 // One file for a tool.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-#include "support/bytes.h"
 #include "support/streams.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #if defined(__linux__)
 #include <sys/resource.h>
@@ -21,14 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using kt_test::bytesOf;
-using kt_test::expectThrows;
-using kt_test::Knn;
-using kt_test::oneByOne;
-using kt_test::Sample;
-using kt_test::throughArchive;
-using kt_test::trainedOn;
-using kt_test::writeBytes;
+using namespace kt_test;
 
 /// A folder of its own, which goes with the test.
 class KitFile : public ::testing::Test {

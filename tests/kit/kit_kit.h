@@ -1,15 +1,10 @@
 #pragma once
 
-#include "support/failures.h"
-#include "support/training.h"
+#include "support/test.h"
 
 #include <clastool/kit.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
 // What the tests of the kit share.
 

@@ -1,28 +1,10 @@
 // What Bayesian tools have learnt, and learning on.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <sstream>
-#include <stdexcept>
-#include <string>
-#include <typeinfo>
-#include <vector>
 
 namespace {
 
-using kt_test::bayesParams;
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using kt_test::Knn;
-using kt_test::oneByOne;
-using kt_test::Sample;
-using kt_test::throughArchive;
-using kt_test::trainedOn;
+using namespace kt_test;
 
 const std::string fromArchive =
     "A binomial density from an archive cannot learn further: ktKit::save keeps what that takes";
@@ -426,7 +408,6 @@ TEST(KitMerge, AToolMergedWithItselfCountsTwice)
 
 TEST(KitMerge, WhatHasLearntNothingTakesTheOther)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     const auto tool = [](const ktKit::Patterns& patterns) {
         ktClassifierDataProviderMemory data;
         for (const auto& pattern : patterns) {
@@ -438,7 +419,7 @@ TEST(KitMerge, WhatHasLearntNothingTakesTheOther)
         trained.train(data, params);
         return trained;
     };
-    const ktKit::Patterns unknown = {ktKit::pattern({nan}), ktKit::pattern({nan})};
+    const ktKit::Patterns unknown = {ktKit::pattern({NaN}), ktKit::pattern({NaN})};
     const ktKit::Patterns known = {ktKit::pattern({1.0}), ktKit::pattern({3.0})};
     ktClassifierTool first = tool(unknown);
     ktKit::merge(first, tool(known));

@@ -1,23 +1,14 @@
 // Patterns, costs and frequencies from plain numbers.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <vector>
 
 namespace {
 
-using kt_test::expectThrows;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-const double nan = std::numeric_limits<double>::quiet_NaN();
+using namespace kt_test;
 
 TEST(KitPattern, ValuesThatAreNotFiniteBecomeInvalid)
 {
-    const std::vector<double> values = {1.5, nan, -2.0, infinity, -infinity, -0.0};
+    const std::vector<double> values = {1.5, NaN, -2.0, infinity, -infinity, -0.0};
     const ktPtrHandle_const<ktFeaturePattern> made = ktKit::pattern(values);
     ASSERT_EQ(made->numMeasurements(), 6);
     EXPECT_EQ(made->numInvalid(), 3);
@@ -90,9 +81,9 @@ TEST(KitCosts, SaysWhatIsWrongInOrder)
     });
     expectThrows<ktClassifierDefs::BadLabel>(unique, [] { ktKit::costs({{1, -1}, {1, 0}}, {2, 2}); });
     expectThrows<ktClassifierDefs::BadParams>(diagonal, [] { ktKit::costs({{0, -1}, {1, 1}}); });
-    expectThrows<ktClassifierDefs::BadParams>(diagonal, [] { ktKit::costs({{nan}}); });
+    expectThrows<ktClassifierDefs::BadParams>(diagonal, [] { ktKit::costs({{NaN}}); });
     expectThrows<ktClassifierDefs::BadParams>(cost, [] { ktKit::costs({{0, -1}, {1, 0}}); });
-    expectThrows<ktClassifierDefs::BadParams>(cost, [] { ktKit::costs({{0, 1}, {nan, 0}}); });
+    expectThrows<ktClassifierDefs::BadParams>(cost, [] { ktKit::costs({{0, 1}, {NaN, 0}}); });
 }
 
 TEST(KitFrequencies, EachLabelGetsItsEntry)
@@ -120,7 +111,7 @@ TEST(KitFrequencies, SaysWhatIsWrongInOrder)
         ktKit::frequencies({0.0, 1.0}, {2, 2});
     });
     expectThrows<ktClassifierDefs::BadParams>(frequency, [] { ktKit::frequencies({1.0, 0.0}); });
-    expectThrows<ktClassifierDefs::BadParams>(frequency, [] { ktKit::frequencies({nan}); });
+    expectThrows<ktClassifierDefs::BadParams>(frequency, [] { ktKit::frequencies({NaN}); });
 }
 
 TEST(KitCosts, RunOutOfMemoryCleanly)

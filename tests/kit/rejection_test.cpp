@@ -1,25 +1,11 @@
 // Patterns that belong to no category.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-#include "support/attention.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <vector>
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using kt_test::Sample;
+using namespace kt_test;
 using ktKit::Rejection;
-
-const double nan = std::numeric_limits<double>::quiet_NaN();
-const double infinity = std::numeric_limits<double>::infinity();
 
 ktClassifierDataProviderMemory dataOf(const Sample& sample)
 {
@@ -93,14 +79,14 @@ TEST(KitRejection, ComparesLikeWithLike)
 {
     const Sample sample = twoClouds();
     const Rejection rejection(bayes(sample), dataOf(sample), 0.0);
-    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({3.0, nan})));
-    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({nan, 98.0})));
-    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({30.0, nan})));
-    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({nan, -30.0})));
-    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({nan, nan}))) << "nothing was measured, so nothing is strange";
+    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({3.0, NaN})));
+    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({NaN, 98.0})));
+    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({30.0, NaN})));
+    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({NaN, -30.0})));
+    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({NaN, NaN}))) << "nothing was measured, so nothing is strange";
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({infinity, 2.0})));
     // A value that is not finite is missing, whoever calls it valid.
-    EXPECT_EQ(rejection.limit(ktFeaturePattern({nan, 98.0}, {}), 9), rejection.limit(*ktKit::pattern({nan, 98.0}), 9));
+    EXPECT_EQ(rejection.limit(ktFeaturePattern({NaN, 98.0}, {}), 9), rejection.limit(*ktKit::pattern({NaN, 98.0}), 9));
     // The same limits as from data of that measurement alone.
     Sample first(0, 0);
     for (std::size_t i = 0; i < sample.labels.size(); ++i) {
@@ -108,7 +94,7 @@ TEST(KitRejection, ComparesLikeWithLike)
         first.labels.push_back(sample.labels[i]);
     }
     const Rejection ofFirst(bayes(first), dataOf(first), 0.0);
-    EXPECT_EQ(rejection.limit(*ktKit::pattern({3.0, nan}), 4), ofFirst.limit(*ktKit::pattern({3.0}), 4));
+    EXPECT_EQ(rejection.limit(*ktKit::pattern({3.0, NaN}), 4), ofFirst.limit(*ktKit::pattern({3.0}), 4));
 }
 
 TEST(KitRejection, LeavesOutTrainingPatternsThatLackWhatIsThere)
@@ -117,13 +103,13 @@ TEST(KitRejection, LeavesOutTrainingPatternsThatLackWhatIsThere)
     const ktClassifierTool tool = bayes(sample);
     // All patterns of label 4 lack the second measurement.
     for (std::size_t i = 0; i < sample.labels.size(); i += 2) {
-        sample.patterns[i] = ktKit::pattern({sample.patterns[i]->featureMeasurement(0, true), nan});
+        sample.patterns[i] = ktKit::pattern({sample.patterns[i]->featureMeasurement(0, true), NaN});
     }
     const Rejection rejection(tool, dataOf(sample), 0.0);
     EXPECT_EQ(rejection.limit(*ktKit::pattern({1.0, 1.0}), 4), -infinity);
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({50.0, 50.0})));
-    EXPECT_GT(rejection.limit(*ktKit::pattern({1.0, nan}), 4), -infinity);
-    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({50.0, nan})));
+    EXPECT_GT(rejection.limit(*ktKit::pattern({1.0, NaN}), 4), -infinity);
+    EXPECT_TRUE(rejection.rejects(*ktKit::pattern({50.0, NaN})));
 }
 
 TEST(KitRejection, AnyNumberOfSetsOfGapsIsServed)
@@ -142,7 +128,7 @@ TEST(KitRejection, AnyNumberOfSetsOfGapsIsServed)
     for (unsigned gaps = 0; gaps < 2048; ++gaps) {
         std::vector<double> values = sample.patterns[gaps % 24]->featureMeasurements(true);
         for (unsigned j = 0; j < 11; ++j) {
-            values[j] = (gaps >> j & 1) != 0 ? nan : values[j];
+            values[j] = (gaps >> j & 1) != 0 ? NaN : values[j];
         }
         ASSERT_FALSE(rejection.rejects(*ktKit::pattern(values))) << gaps;
     }
@@ -176,7 +162,7 @@ TEST(KitRejection, SaysWhatIsWrongInOrder)
     expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained by Bayes",
                                               [&] { Rejection rejection(kt_test::treeTool(), null, -1.0); });
     const ktClassifierTool tool = bayes(twoClouds());
-    for (const double bad : {-0.01, 1.0, nan}) {
+    for (const double bad : {-0.01, 1.0, NaN}) {
         expectThrows<ktClassifierDefs::BadParams>(share, [&] { Rejection rejection(tool, null, bad); });
     }
     expectBadPointer([&] { Rejection rejection(tool, null, 0.0); });
@@ -190,8 +176,8 @@ TEST(KitRejection, CanBeAborted)
 {
     const Rejection rejection(bayes(twoClouds()), dataOf(twoClouds()), 0.0);
     const kt_test::Attention attention(30, kt_test::abortStatus);
-    expectThrows<ktFailure>(kt_test::abortMessage, [&] { rejection.rejects(*ktKit::pattern({1.0, nan})); });
-    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({1.0, nan})));
+    expectThrows<ktFailure>(kt_test::abortMessage, [&] { rejection.rejects(*ktKit::pattern({1.0, NaN})); });
+    EXPECT_FALSE(rejection.rejects(*ktKit::pattern({1.0, NaN})));
 }
 
 TEST(KitRejection, RunsOutOfMemoryCleanly)
@@ -200,7 +186,7 @@ TEST(KitRejection, RunsOutOfMemoryCleanly)
     const ktClassifierDataProviderMemory data = dataOf(twoClouds());
     EXPECT_GT(kt_test::failEachAllocation([&] {
                   const Rejection rejection(tool, data, 0.0);
-                  rejection.rejects(*ktKit::pattern({1.0, nan}));
+                  rejection.rejects(*ktKit::pattern({1.0, NaN}));
               }),
               0);
 }

@@ -1,18 +1,9 @@
 // What is read out of results, and many runs in one call.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-#include "support/attention.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <chrono>
-#include <cmath>
-#include <limits>
 #include <system_error>
-#include <thread>
-#include <vector>
 
 #if defined(__GLIBC__)
 #include <pthread.h>
@@ -20,14 +11,7 @@
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using kt_test::Knn;
-using kt_test::measured;
-using kt_test::oneByOne;
-using kt_test::Results;
-using kt_test::Sample;
-using kt_test::trainedOn;
+using namespace kt_test;
 
 const std::string untrained = "Classifier tool must be trained before running.";
 const std::string invalid = "K-nearest neighbor classification does not support invalid measurements";
@@ -95,8 +79,7 @@ TEST(KitRunAll, AnswersAsRunsOneByOneWhateverTheThreads)
 TEST(KitRunAll, NumbersInRowsThatAreNotFiniteAreMissing)
 {
     const ktClassifierTool tool = trainedOn(Sample(0, 90), kt_test::bayesParams());
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double rows[] = {3.0, 20.0, nan, nan, nan, 5.0, 1.0, 2.0, 3.0};
+    const double rows[] = {3.0, 20.0, NaN, NaN, NaN, 5.0, 1.0, 2.0, 3.0};
     const Results expected =
         oneByOne(tool, {new ktFeaturePattern({3, 20, 0}, {2}), new ktFeaturePattern({0, 0, 5}, {0, 1}),
                         new ktFeaturePattern({1, 2, 3}, {})});

@@ -1,22 +1,11 @@
 // Moving and stretching measurements.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-#include "support/bytes.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <vector>
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
+using namespace kt_test;
 using ktKit::Scaler;
-
-const double nan = std::numeric_limits<double>::quiet_NaN();
 
 ktClassifierDataProviderMemory data(const std::vector<std::vector<double>>& rows)
 {
@@ -33,10 +22,10 @@ ktClassifierDataProviderMemory data(const std::vector<std::vector<double>>& rows
 TEST(KitScaler, MeanAndDeviation)
 {
     const Scaler scaler(
-        data({{2, 7, nan}, {4, 7, 1}, {4, 7, nan}, {4, 7, 3}, {5, 7, nan}, {5, 7, nan}, {7, 7, nan}, {9, 7, nan}}));
+        data({{2, 7, NaN}, {4, 7, 1}, {4, 7, NaN}, {4, 7, 3}, {5, 7, NaN}, {5, 7, NaN}, {7, 7, NaN}, {9, 7, NaN}}));
     EXPECT_EQ(scaler.centers(), (std::vector<double>{5, 7, 2}));
     EXPECT_EQ(scaler.spreads(), (std::vector<double>{2, 1, 1}));
-    const auto moved = scaler.transform(*ktKit::pattern({9.0, 8.0, nan}));
+    const auto moved = scaler.transform(*ktKit::pattern({9.0, 8.0, NaN}));
     EXPECT_EQ(moved->featureMeasurement(0, true), 2.0);
     EXPECT_EQ(moved->featureMeasurement(1, true), 1.0);
     EXPECT_FALSE(moved->isValid(2));
@@ -45,7 +34,7 @@ TEST(KitScaler, MeanAndDeviation)
 // Sorted 1 2 3 4 100: median 3, quartiles 2 and 4. Sorted 1 2 3 4: median 2.5, quartiles 1.75 and 3.25.
 TEST(KitScaler, MedianAndQuartiles)
 {
-    const Scaler scaler(data({{100, 4, 1}, {1, 2, nan}, {3, 1, nan}, {2, 3, nan}, {4, nan, nan}}),
+    const Scaler scaler(data({{100, 4, 1}, {1, 2, NaN}, {3, 1, NaN}, {2, 3, NaN}, {4, NaN, NaN}}),
                         Scaler::eMedianAndQuartiles);
     EXPECT_EQ(scaler.centers(), (std::vector<double>{3, 2.5, 1}));
     EXPECT_EQ(scaler.spreads(), (std::vector<double>{2, 1.5, 1}));
@@ -53,7 +42,7 @@ TEST(KitScaler, MedianAndQuartiles)
 
 TEST(KitScaler, AMeasurementThatNobodyMeasuredStays)
 {
-    const Scaler scaler(data({{nan}, {nan}}));
+    const Scaler scaler(data({{NaN}, {NaN}}));
     EXPECT_EQ(scaler.centers(), std::vector<double>{0});
     EXPECT_EQ(scaler.spreads(), std::vector<double>{1});
     EXPECT_EQ(scaler.transform(*ktKit::pattern({6.5}))->featureMeasurement(0, true), 6.5);
@@ -167,7 +156,7 @@ TEST(KitScaler, HoldsInAnArchiveWhatTheHeaderSays)
 
 TEST(KitScaler, RunsOutOfMemoryCleanly)
 {
-    ktClassifierDataProviderMemory given = data({{1.0, 2.0}, {3.0, nan}});
+    ktClassifierDataProviderMemory given = data({{1.0, 2.0}, {3.0, NaN}});
     EXPECT_GT(kt_test::failEachAllocation([&] { Scaler(given, Scaler::eMedianAndQuartiles).transform(given); }), 0);
     const Scaler scaler(given);
     EXPECT_GT(kt_test::failEachAllocation([] { return Scaler(); }, [&](Scaler& copy) { copy = scaler; },

@@ -1,24 +1,10 @@
 // Counting decisions, and cross-validation.
 
 #include "kit_kit.h"
-#include "support/allocations.h"
-#include "support/attention.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <iomanip>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-using kt_test::Knn;
-using kt_test::Sample;
+using namespace kt_test;
 using ktKit::ConfusionMatrix;
 
 ConfusionMatrix someMatrix()

@@ -1,21 +1,10 @@
 #include "bayes/bayes_kit.h"
 #include "threads/each_thread.h"
 
-#include <kt/normal_density.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cmath>
-#include <vector>
-
 namespace {
 
-using bayes::Indices;
-using bayes::Types;
-using threads::numThreads;
-using threads::onEachThread;
+using namespace bayes;
+using namespace threads;
 
 /// Four categories of a joint group, a single measurement and a binomial one.
 ktClassifierTool trainedTool()

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
-#include <thread>
-#include <vector>
+#include "support/test.h"
 
 namespace threads {
 

@@ -1,24 +1,8 @@
-#include <kt/archive.h>
-#include <kt/failure.h>
-#include <kt/handle.h>
-
 #include "threads/each_thread.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstring>
-#include <new>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 namespace {
 
-using threads::numThreads;
-using threads::onEachThread;
+using namespace threads;
 
 /// Knows how many of it live and on which thread the last one died.
 class Shared : public ktPersistent, public ktRepBase {

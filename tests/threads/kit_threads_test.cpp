@@ -1,14 +1,8 @@
 // The kit starts threads where it is asked to, and const operations of it run on several threads at once.
 
 #include "each_thread.h"
-#include "support/attention.h"
-#include "support/failures.h"
 
 #include <clastool/kit.h>
-
-#include <gtest/gtest.h>
-
-#include <vector>
 
 namespace {
 

@@ -1,17 +1,9 @@
 // Eight threads run one tool of each technique 20,000 times each. The environment variable KT_THREAD_RUNS gives another
 // number of runs.
 
-#include "support/archives.h"
-#include "support/result_bits.h"
-#include "support/training.h"
 #include "threads/each_thread.h"
 
-#include <clastool/clastool.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstdlib>
+#include "support/result_bits.h"
 
 namespace {
 

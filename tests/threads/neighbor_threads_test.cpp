@@ -2,19 +2,6 @@
 
 #include "threads/each_thread.h"
 
-#include "support/attention.h"
-#include "support/training.h"
-
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
 namespace {
 
 constexpr int numThreads = 4;

@@ -1,14 +1,6 @@
 // Shared objects with classes of their own come and go while other threads store and load.
 
-#include <clastool/clastool.h>
-
 #include "threads/each_thread.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <sstream>
-#include <string>
 
 #ifdef KT_TEST_PLUGIN
 

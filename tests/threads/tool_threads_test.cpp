@@ -1,18 +1,7 @@
 // One tool, or tools that share their patterns, on several threads at once. What must not happen shows under
 // ThreadSanitizer; that all answers are the same to the bit shows everywhere.
 
-#include "support/archives.h"
-#include "support/attention.h"
-#include "support/training.h"
-
-#include <clastool/decision_tree.h>
-#include <clastool/nearest_neighbor.h>
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <thread>
+#include "support/test.h"
 
 namespace {
 

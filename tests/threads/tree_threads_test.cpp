@@ -1,22 +1,12 @@
 // Trees are read-only once built: threads walk, list, compare, store and release one tree at once. ThreadSanitizer watches.
 
-#include <clastool/decision_tree.h>
-
-#include "support/archives.h"
-#include "support/result_bits.h"
-
 #include "tree/trees.h"
 
-#include <atomic>
-#include <cstdint>
-#include <random>
-#include <thread>
+#include "support/result_bits.h"
 
 namespace {
 
-using trees::leafFor;
-using trees::SharedTree;
-using trees::Tree;
+using namespace trees;
 using Node = ktDecisionTreeNode;
 
 constexpr int numThreads = 4;
