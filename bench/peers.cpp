@@ -20,8 +20,8 @@ struct Case {
     {
         return kind == other.kind && numPatterns == other.numPatterns && numMeasurements == other.numMeasurements;
     }
-    /// So many where a run is short that the processor cannot learn the branches of all of them by heart: from 1000 queries
-    /// in turn it does, and a k-d tree's search then takes a third of its time.
+    /// Where runs are short, enough queries that the processor cannot learn the branches of all of them. With 1000 it can, and a k-d
+    /// tree's search then takes a third of its time.
     long numQueries() const { return numMeasurements <= 16 ? 16000 : batch; }
     std::string name() const
     {

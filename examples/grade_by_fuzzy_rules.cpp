@@ -101,7 +101,7 @@ NamedRule makeRule(const std::string& name, long label, const Criterion& diamete
     return {name, rule};
 }
 
-/// The rules stand in the order in which they are tried: the first one that passes decides.
+/// The rules in the order in which they are tried: the first one that passes decides.
 Rules gradingRules()
 {
     const Criterion diameterRight = around("diameter_right", diameterAxis, 20.0, 0.03, 0.06);

@@ -10,8 +10,8 @@
 #include <typeinfo>
 #include <utility>
 
-// What the files of the battery share: operations that may fail, storing and loading once more, comparing, and the patterns and
-// training sets that loaded values are used with.
+// What the files of the battery share: operations that may fail, storing and loading again, comparing, and the patterns and training sets
+// that loaded values are used with.
 
 namespace kt_test::battery {
 

@@ -15,7 +15,7 @@ namespace {
 
 using namespace kt_test;
 
-/// The golden archives, but for those of the foundation's own tests, whose classes are made for these.
+/// The golden archives, except those of the foundation's own tests, which have classes of their own.
 std::vector<std::string> goldenNames()
 {
     std::vector<std::string> names;

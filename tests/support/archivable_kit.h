@@ -33,8 +33,7 @@
 //
 // Running out of memory is tested in trust/allocation_scenarios_*.cpp, which names each class too.
 //
-// What becomes of its damaged archives is shown by damage/damage_test.cpp, which takes all golden ones; what to do with a value
-// that loads all the same stands in damage/battery.cpp.
+// damage/damage_test.cpp damages all golden archives. A damaged archive may load; damage/battery_*.cpp use what it loads.
 //
 // The golden archive of a class holds its samples, each in a pass of its own: by pointer where the class is registered,
 // else in place. Samples therefore never change once their archive is stored; a class may get a new case beside the old.

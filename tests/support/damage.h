@@ -28,11 +28,11 @@ void forEachDamage(const std::string& bytes,
 /// Whether the environment asks for every damaged form (KT_EVERY_CASE is set). Else `forEachChosenDamage` visits every tenth.
 bool everyCaseIsAsked();
 
-/// The same for every damaged form if that is asked for, else for one in ten: always the same ones, and of every kind some.
+/// The same for every damaged form if that is asked for, else for one in ten: always the same ones, and some of every kind.
 void forEachChosenDamage(const std::string& bytes,
                          const std::function<void(const std::string& damaged, const std::string& what)>& visit);
 
-/// How many damaged archives loaded into a value all the same, and how many ended in a ktException.
+/// How many damaged archives loaded, and how many ended in a ktException.
 struct DamageReport {
     long loaded = 0;
     long refused = 0;

@@ -13,8 +13,8 @@ extern const std::size_t stackForThousandRecords;
 /// The same for classes of the tests, which are never optimised.
 extern const std::size_t stackForThousandRecordsOfTests;
 
-/// Runs `operation` on a thread with a stack of so many bytes, below which nothing is mapped. Returns how many of them it
-/// used, what the thread itself needs included.
+/// Runs `operation` on a thread with a stack of `size` bytes, below which nothing is mapped. Returns how many of them were used,
+/// including those of the thread itself.
 std::size_t runOnStack(std::size_t size, const std::function<void()>& operation);
 
 }  // namespace kt_test

@@ -7,12 +7,12 @@
 #include <typeinfo>
 #include <vector>
 
-// A classification technique, its parameters and a diagnostics object as a user of the library would write them. They note
-// what is asked of them, and fail where a test tells them to.
+// A classification technique, its parameters and a diagnostics object as a user of the library would write them. They record
+// their calls, and fail where a test wants a failure.
 
 namespace kt_test {
 
-/// What was asked, in order, and how many techniques there are. Outlives all that write into it.
+/// The calls in order, and the number of techniques alive. Outlives everything that writes into it.
 struct Script {
     std::vector<std::string> calls;
     long techniques = 0;
