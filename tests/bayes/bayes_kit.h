@@ -60,7 +60,7 @@ inline Types typesWith(TypeFields fields)
     return kt_test::load<Types>(stored([&](ktArchive& archive) { fields.archive(archive); }));
 }
 
-/// Gives one answer to every pattern, and notes what all of its kind are asked and taught. Outside the library, but known to
+/// Gives one answer to every pattern, and records the calls of all objects of its class. Outside the library, but known to
 /// the registry.
 class FixedDensity : public kt_ProbabilityDensityFunction {
 public:

@@ -328,7 +328,7 @@ TEST_F(ToolCopy, MoveTakesTheClassifierAndLeavesAnEmptyTool)
     EXPECT_EQ(valueOf(target.trainParams()), 1);
 }
 
-/// The first is trained, and so many more refer to its classifier.
+/// The first is trained, and the others refer to its classifier.
 std::string storedTools(std::size_t references)
 {
     std::vector<ktClassifierTool> tools(1, trainedKnn());

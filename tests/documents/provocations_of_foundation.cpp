@@ -27,7 +27,7 @@ ktPersistent* makeLoop()
 
 const kt_Instantiator loopEntry(typeid(Loop), &makeLoop);
 
-/// Throws what it was given as soon as a byte is asked of it.
+/// Throws the given exception when a byte is read.
 template <class Thrown>
 class ThrowingBuffer : public std::streambuf {
 public:

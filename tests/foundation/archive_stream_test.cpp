@@ -247,7 +247,7 @@ TEST(ArchiveStream, OperationsInsideAnotherReachTheSinkInBlocks)
     EXPECT_EQ(kt_test::storedAndLoaded(nested), nested);
 }
 
-/// Counts how often it is asked for a place.
+/// Counts how often its position is asked.
 class AskedSource : public std::stringbuf {
 public:
     explicit AskedSource(const std::string& bytes) : std::stringbuf(bytes) {}
@@ -358,7 +358,7 @@ TEST(ArchiveStream, WhatASinkRefusedIsNotOfferedAgain)
     EXPECT_EQ(sink.bytes().substr(0, taken.size()), taken);
 }
 
-/// Refuses what comes while it is told to.
+/// Refuses bytes while a flag is set.
 class MoodyBuffer : public std::stringbuf {
 public:
     bool refuses = false;

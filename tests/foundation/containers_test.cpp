@@ -243,7 +243,7 @@ TEST(ArchiveContainers, HugeCountsTakeNoMemory)
 
 TEST(ArchiveContainers, HugeCountAtTheVeryEndTakesNoMemory)
 {
-    // A stream that says that nothing is left is asked no further: a device may say so while bytes still come.
+    // A stream that reports no bytes left counts as one that cannot tell: a device may report so while bytes follow.
     const std::string impossible = "impossible count 2147483647 at byte 13";
     const std::string end = "unexpected end at byte 13";
     const std::string doubles = blindFailure(0x7FFFFFFF, 8, impossible, end);

@@ -312,7 +312,7 @@ void overlapPasses(Graph& graph)
     promise(otherOut.str().empty(), "an archive that was asked for nothing stores nothing");
 }
 
-/// Errors have no count: they belong to whoever loads them, and may be gone before the pass ends.
+/// Errors have no count: they belong to the caller that loads them, and may be destroyed before the pass ends.
 void storeAndLoadErrors()
 {
     ktClassifierDefs::BadParams errors[] = {ktClassifierDefs::BadParams("one"), ktClassifierDefs::BadParams("another")};

@@ -25,7 +25,7 @@ using Numbers = std::vector<double>;
 
 constexpr double largestCount = 2147483647.0;
 
-/// Equal to the bit, but for NaN, whose bits nobody promises.
+/// Equal to the bit, except NaN, whose bits are not specified.
 bool isSame(double a, double b)
 {
     return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b));

@@ -334,7 +334,7 @@ TEST_F(KitFile, WhatCannotBeWrittenIsSaidAndLeavesNothing)
 
 #if defined(__linux__)
 
-/// As long as it lives, no file of this process grows beyond so many bytes: what a full disk does.
+/// While it lives, no file of this process grows beyond `most` bytes, as on a full disk.
 class FullDisk {
 public:
     explicit FullDisk(rlim_t most) : handler_(std::signal(SIGXFSZ, SIG_IGN))

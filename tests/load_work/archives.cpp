@@ -270,7 +270,7 @@ Case loadedInOnePass(long n)
     return {storedInOnePass(Work, n), [n](ktArchive& archive) { Work(archive, n); }, {}};
 }
 
-/// What is loaded of it is nothing: it is stored once more.
+/// Loads nothing: stores once more.
 template <void (*Work)(ktArchive& archive, long n)>
 Case storedInOnePassAgain(long n)
 {

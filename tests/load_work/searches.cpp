@@ -24,7 +24,7 @@ Row drawnRow(ktRandomGaussian& random, std::size_t number, Wilderness change)
     return row;
 }
 
-/// The norm, which is asked for every stored row because its class is another.
+/// The norm in another class, so that the plain scan calls it for every stored row.
 class PlainNorm : public ktPatternDistanceMetricNorm {
 public:
     using ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm;
@@ -77,7 +77,7 @@ Case search(long n, const ktPatternDistanceMetric& metric, Wilderness change, st
 struct SearchedOrder {
     const char* name;
     double value;
-    // How much of the work of the plain scan a search takes at the most: a third more than it was when this was written.
+    // The most work of a search, in shares of the plain scan's work: a third more than was measured.
     const char* most;
 };
 
@@ -87,7 +87,7 @@ constexpr SearchedOrder searchedOrders[] = {
 struct Wild {
     const char* name;
     Wilderness change;
-    // How many times the work of the tame store it takes at the most.
+    // The most work of a search, in multiples of that in the tame store.
     const char* most = "4 ";
 };
 

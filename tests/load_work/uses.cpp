@@ -265,7 +265,7 @@ Case setOfOneMeasurement(long n)
     return trainedWithSet(std::vector<long>(static_cast<std::size_t>(n), 0), false);
 }
 
-/// Training of a group of n / 4 measurements with so many patterns of each of two categories, then the first run after loading.
+/// Training of a group of n / 4 measurements with `numPatterns` patterns of each of two categories, then the first run after loading.
 Case trainedGroup(long n, long numPatterns)
 {
     return {"", {}, [=](ktArchive&) {

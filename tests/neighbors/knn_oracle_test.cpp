@@ -73,7 +73,7 @@ kt_ClassifierKNN trained(const Points& points, const std::vector<long>& labels, 
     return classifier;
 }
 
-/// Numbers of neighbours that make a difference with so many patterns: few, about half, all and more than all.
+/// Numbers of neighbours to test with this number of patterns: few, about half, all and more than all.
 std::vector<std::size_t> usualKs(std::size_t size)
 {
     return {1, 2, 3, 7, size / 2, size - 1, size, size + 1, 2147483647};

@@ -35,7 +35,7 @@ kt_ClassDataGenerator constantClass(double value, std::size_t measurements, long
     return kt_ClassDataGenerator(Distribution(measurements, {value, 0.0}), patterns);
 }
 
-/// Patterns 0, 1, 2, ... of a class with so many measurements.
+/// Patterns 0, 1, 2, ... of a class with this number of measurements.
 kt_ClassDataGenerator normalClass(std::size_t measurements, long patterns)
 {
     return kt_ClassDataGenerator(Distribution(measurements, {0.0, 1.0}), patterns);

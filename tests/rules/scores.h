@@ -54,7 +54,7 @@ inline ktClassifierFeatureScoreOneSided oneSided(double x0, double x1, double xc
     return score;
 }
 
-/// Functions that give these scores whatever they are asked.
+/// Functions that give these scores for any value.
 inline ScoreHandles constants(const std::vector<double>& scores)
 {
     ScoreHandles methods;
@@ -71,7 +71,7 @@ inline ktClassifierRule rule(const ScoreHandles& methods, long label)
     return made;
 }
 
-/// A vector of so many values that mean nothing.
+/// A vector of `count` arbitrary values.
 inline ktClassifierFeatureVector anyValues(std::size_t count)
 {
     return ktClassifierFeatureVector(std::vector<double>(count, 0.5));

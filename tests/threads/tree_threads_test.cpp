@@ -127,7 +127,7 @@ TEST(TreeThreads, LetGoOfOneTreeThatTheyWalked)
 {
     const std::vector<ktFeaturePattern> asked = patterns(3);
     for (int round = 0; round < 200; ++round) {
-        // Whichever thread is the last to let go takes the nodes apart that the others read.
+        // The last thread that drops its handle destroys the nodes that the others read.
         Tree tree = decisions();
         std::vector<ktClassifierTool> tools(numThreads);
         for (ktClassifierTool& tool : tools) {

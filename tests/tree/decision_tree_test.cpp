@@ -446,7 +446,7 @@ TEST(DecisionTreeNode, DerivedClassesBelowItAreComparedInTheirOwnWay)
     EXPECT_FALSE(node(own, own) == node(own, otherLabels));
 }
 
-/// A predicate that equals those not far from it, so that of three the outer ones may differ. It counts how often it is asked.
+/// A predicate that equals near ones, so that equality is not transitive. It counts its comparisons.
 class Near : public ktPredicateFunction {
 public:
     explicit Near(long value) : value_(value) {}

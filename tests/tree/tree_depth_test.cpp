@@ -264,7 +264,7 @@ TEST(WovenTrees, AreComparedInMemoryForTheirNodesNotForTheirPairs)
     EXPECT_LT(watch.peakBytes(), 400 * numNodes);
 }
 
-/// A chain as one pass sees it: so many pointer records are open at once when it is stored through a handle.
+/// A chain that, stored through a handle, opens this number of pointer records at once.
 Tree nested(long records)
 {
     return trees::chain(Shape::zigZag, records - 1, leafFor({1}), leafFor({2}));

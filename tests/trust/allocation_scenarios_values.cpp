@@ -42,7 +42,7 @@ void listPatterns(ScenarioList& list)
         refused([](const ktFeaturePattern& pattern) { pattern.featureMeasurements(true); }));
 }
 
-/// So many overrides that the next one needs room.
+/// As many overrides as fit, so that the next one allocates.
 template <class T>
 T grown(T table, long count)
 {
