@@ -30,10 +30,10 @@ kt_CellFilter::kt_CellFilter(const kt_CompactCopy& copy, const std::vector<doubl
       quantizedBounds_(bounds_.size())
 {
     const auto size = static_cast<double>(size_);
-    mostWorth_ = std::min(127.0, std::floor(largestSum / size));
+    largestUnits_ = std::min(127.0, std::floor(largestSum / size));
     // Fine units lose little when terms are rounded down. Coarse units lose little when terms are cut off at the largest bound: for
     // higher orders a few large terms dominate a sum.
-    limitWorth_ = std::min(largestSum, std::floor(mostWorth_ * std::max(1.0, size / (4.0 * std::max(order, 1.0)))));
+    limitUnits_ = std::min(largestSum, std::floor(largestUnits_ * std::max(1.0, size / (4.0 * std::max(order, 1.0)))));
     bound(query, static_cast<float>(order), powers, static_cast<float>(1.0 - error));
 }
 
@@ -56,11 +56,11 @@ void kt_CellFilter::bound(const std::vector<double>& query, float order, kt_Floa
     }
 }
 
-/// Rounds the bounds down to whole units; `limit` has `limitWorth_` units.
-void kt_CellFilter::renewWorths(double limit)
+/// Rounds the bounds down to whole units; `limit` has `limitUnits_` units.
+void kt_CellFilter::quantizeBounds(double limit)
 {
-    const float unitsPerOne = static_cast<float>(std::min(limitWorth_ / limit, 1e30));
-    const auto most = static_cast<float>(mostWorth_);
+    const float unitsPerOne = static_cast<float>(std::min(limitUnits_ / limit, 1e30));
+    const auto most = static_cast<float>(largestUnits_);
     std::transform(bounds_.begin(), bounds_.end(), quantizedBounds_.begin(), [=](float bound) {
         return static_cast<std::uint8_t>(static_cast<int>(std::min(bound * unitsPerOne, most)));
     });
@@ -71,7 +71,7 @@ void kt_CellFilter::renewWorths(double limit)
 std::uint64_t kt_CellFilter::pass(std::size_t block, double limit)
 {
     if (limit < renewBelow_) {
-        renewWorths(limit);
+        quantizeBounds(limit);
     }
     constexpr double roundingOfProducts = 1.0 + 0x1p-20;
     const double units = std::min(limit * unitsPerOne_ * roundingOfProducts, largestSum);

@@ -22,14 +22,14 @@ public:
 
 private:
     void bound(const std::vector<double>& query, float order, kt_FloatKernel powers, float belowOne);
-    void renewWorths(double limit);
+    void quantizeBounds(double limit);
 
     const kt_CompactCopy& copy_;
     const kt_CellKernel sums_;
     const std::size_t size_;
     // In whole units: the largest bound that a cell may have, and the limit.
-    double mostWorth_;
-    double limitWorth_;
+    double largestUnits_;
+    double limitUnits_;
     // The lower bound of each cell of each measurement, and the same in whole units of 1 / unitsPerOne_.
     kt_Scratch<float, 256 * kt_numCells> bounds_;
     kt_Scratch<std::uint8_t, 256 * kt_numCells> quantizedBounds_;
