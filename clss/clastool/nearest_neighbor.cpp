@@ -73,6 +73,43 @@ bool isHeldOnce(ktClassifierDataProviderMemory& store)
     return heldOnce;
 }
 
+/// Fills the store with the labelled patterns.
+void take(ktClassifierDataProvider& data, ktClassifierDataProviderMemory& store)
+{
+    const long numPatterns = data.numPatterns();
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
+    std::vector<long> labels;
+    const auto claimed = static_cast<std::size_t>(std::max(numPatterns, 0L));
+    if (claimed > patterns.max_size()) {
+        // More than any memory holds: the claim cannot be true.
+        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
+    }
+    patterns.reserve(claimed);
+    labels.reserve(patterns.capacity());
+    for (long i = 0; i < numPatterns; ++i) {
+        const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
+        if (pattern->numInvalid() > 0) {
+            throwInvalidMeasurements();
+        }
+        const long label = data.categoryLabel(i);
+        if (label != -1) {
+            patterns.push_back(pattern);
+            labels.push_back(label);
+        }
+    }
+    store.data(patterns, labels);
+}
+
+/// A compact copy of the store; null without memory for it.
+ktPtrHandle<kt_CompactCopy> copyOf(const ktClassifierDataProviderMemory& store, kt_TrainingWatch* watch) noexcept
+{
+    ktPtrHandle<kt_CompactCopy> copy = new (std::nothrow) kt_CompactCopy;
+    if (copy) {
+        copy->make(store, watch);
+    }
+    return copy;
+}
+
 }  // namespace
 
 ktPatternDistanceMetric::ktPatternDistanceMetric() = default;
@@ -317,31 +354,8 @@ void kt_ClassifierKNN::train_(const ktClassifierDataProvider& provider, const kt
     auto& data = const_cast<ktClassifierDataProvider&>(provider);
     trainingData_->setName(data.name());
     trainingData_->setDescription(data.description());
-    const long numPatterns = data.numPatterns();
-    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
-    std::vector<long> labels;
-    const auto claimed = static_cast<std::size_t>(std::max(numPatterns, 0L));
-    if (claimed > patterns.max_size()) {
-        // More than any memory holds: the claim cannot be true.
-        throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
-    }
-    patterns.reserve(claimed);
-    labels.reserve(patterns.capacity());
-    for (long i = 0; i < numPatterns; ++i) {
-        const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
-        if (pattern->numInvalid() > 0) {
-            throwInvalidMeasurements();
-        }
-        const long label = data.categoryLabel(i);
-        if (label != -1) {
-            patterns.push_back(pattern);
-            labels.push_back(label);
-        }
-    }
-    patterns.shrink_to_fit();
-    labels.shrink_to_fit();
-    trainingData_->data(patterns, labels);
-    makeCopy();
+    take(data, *trainingData_);
+    compactCopy_ = copyOf(*trainingData_, dynamic_cast<kt_TrainingWatch*>(&data));
 }
 
 void kt_ClassifierKNN::retrain_(const ktClassifierTrainParams& params)
@@ -535,10 +549,7 @@ void kt_ClassifierKNN::makeCopy() noexcept
 {
     compactCopy_ = nullptr;
     if (trainingData_) {
-        compactCopy_ = new (std::nothrow) kt_CompactCopy;
-    }
-    if (compactCopy_) {
-        compactCopy_->make(*trainingData_);
+        compactCopy_ = copyOf(*trainingData_, nullptr);
     }
 }
 

@@ -1,12 +1,16 @@
 #include "clss/clastool/neighbor_scan/compact_copy.h"
+#include "clss/clastool/neighbor_scan/leaf_order.h"
 #include "tests/support/allocations.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <optional>
+#include <random>
 #include <vector>
 
 namespace {
@@ -240,6 +244,154 @@ TEST(CompactCopy, IsNotMadeOfAPatternThatIsThereManyTimes)
     EXPECT_TRUE(Copied(lessOften).isCurrent());
     lessOften.insert(lessOften.end(), 16, owned(2.0));
     EXPECT_TRUE(Copied(lessOften).isCurrent());
+}
+
+/// Patterns of random measurements, with labels 0, 1 and 2.
+void fillAtRandom(Store& store, std::size_t rows, std::size_t measurements)
+{
+    std::mt19937 random(1);
+    std::normal_distribution<double> normal;
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
+    std::vector<long> labels;
+    for (std::size_t i = 0; i < rows; ++i) {
+        Row row(measurements);
+        std::generate(row.begin(), row.end(), [&] { return normal(random); });
+        patterns.push_back(new ktFeaturePattern(row, {}));
+        labels.push_back(static_cast<long>(i % 3));
+    }
+    store.data(patterns, labels);
+}
+
+TEST(CompactCopy, IsMadeInLittleMemoryBesideWhatItKeeps)
+{
+    kt_test::needCounts();
+    constexpr std::size_t rows = 20000;
+    Store store;
+    fillAtRandom(store, rows, 16);
+    kt_CompactCopy copy;
+    const kt_test::MemoryWatch watch;
+    copy.make(store);
+    const auto kept = static_cast<std::size_t>(watch.liveBytes());
+    // Floats, numbers, cells and boxes; boxes and what an added row finds may have a sixteenth to spare.
+    EXPECT_LT(kept, rows * (64 + 4 + 8 + 2) * 17 / 16 + 8192);
+    EXPECT_LT(watch.peakBytes(), kept + 20 * rows);
+}
+
+/// Goes on so many times.
+class Watch : public kt_TrainingWatch {
+public:
+    explicit Watch(long times) : times_(times) {}
+
+    bool goesOn() noexcept override { return asked_++ < times_; }
+    long asked() const { return asked_; }
+
+private:
+    long times_;
+    long asked_ = 0;
+};
+
+TEST(CompactCopy, AsksItsWatchBetweenAnyFourThousandSteps)
+{
+    // Each row is looked at, copied, split from others ten times, moved, and given its cells: a step each.
+    constexpr long rows = 65536;
+    Store store;
+    fillAtRandom(store, rows, 9);
+    kt_CompactCopy copy;
+    Watch watch(rows);
+    copy.make(store, &watch);
+    EXPECT_TRUE(copy.isCurrent(store));
+    EXPECT_GE(watch.asked(), (1 + 1 + 10 + 1 + 1) * rows / 4096 - 1);
+    EXPECT_LE(watch.asked(), (1 + 1 + 10 + 1 + 1) * rows / 4096);
+}
+
+TEST(CompactCopy, IsGivenUpWhenItsWatchDoesNotGoOn)
+{
+    Store store;
+    fillAtRandom(store, 16384, 9);
+    // It is asked 48 times, or 47: twelve for each four thousand rows.
+    for (const long times : {0L, 1L, 3L, 4L, 7L, 8L, 20L, 39L, 40L, 42L, 45L, 46L}) {
+        SCOPED_TRACE(times);
+        kt_CompactCopy copy;
+        Watch watch(times);
+        copy.make(store, &watch);
+        EXPECT_FALSE(copy.isCurrent(store));
+        EXPECT_EQ(watch.asked(), times + 1) << "asked no more once it did not go on";
+        copy.make(store);
+        EXPECT_TRUE(copy.isCurrent(store));
+    }
+}
+
+/// Training data with a watch.
+class WatchedData : public Store, public Watch {
+public:
+    explicit WatchedData(long times) : Watch(times) {}
+};
+
+TEST(CompactCopy, ThatIsGivenUpInTrainingChangesNoAnswer)
+{
+    WatchedData data(0);
+    fillAtRandom(data, 5000, 9);
+    ktClassifierTool without;
+    without.train(data, ktClassifierTrainParamsKNN(5));
+    EXPECT_EQ(data.asked(), 1);
+    ktClassifierTool with;
+    with.train(static_cast<const Store&>(Store(data)), ktClassifierTrainParamsKNN(5));
+    EXPECT_EQ(with, without);
+    Store queries;
+    fillAtRandom(queries, 100, 9);
+    for (long i = 0; i < queries.numPatterns(); ++i) {
+        ktClassifierResult expected;
+        ktClassifierResult result;
+        with.run(*queries.featurePattern(i), expected);
+        without.run(*queries.featurePattern(i), result);
+        EXPECT_EQ(result, expected) << i;
+    }
+}
+
+TEST(CompactCopy, OfDistantClustersHoldsEachRowOnceAndFindsIt)
+{
+    // Every part leaves places of its last block unused.
+    struct Part {
+        std::size_t rows;
+        double centre;
+    };
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns;
+    for (const Part& part : {Part{1000, 0.0}, Part{70, 1e6}, Part{5000, -1e7}, Part{3, 1e9}, Part{100, 1e12}}) {
+        for (std::size_t i = 0; i < part.rows; ++i) {
+            const double place = static_cast<double>(i) / 100.0;
+            patterns.push_back(new ktFeaturePattern({part.centre + place, 1.0 - place * place}, {}));
+        }
+    }
+    std::shuffle(patterns.begin(), patterns.end(), std::mt19937(3));
+    Store store;
+    store.data(patterns, std::vector<long>(patterns.size(), 1));
+    kt_CompactCopy copy;
+    copy.make(store);
+    ASSERT_TRUE(copy.isCurrent(store));
+    for (std::size_t row = 0; row < patterns.size(); ++row) {
+        ASSERT_EQ(nearest(copy, store, patterns[row]->featureMeasurements(false)), row);
+    }
+}
+
+TEST(CompactCopy, MovesRowsWhereTheyAre)
+{
+    std::mt19937 random(2);
+    for (const std::size_t count : {1u, 2u, 3u, 4u, 5u, 64u, 1000u}) {
+        for (int repeat = 0; repeat < 100; ++repeat) {
+            std::vector<std::uint32_t> order(count);
+            std::iota(order.begin(), order.end(), 0u);
+            std::shuffle(order.begin(), order.end(), random);
+            std::vector<float> values(3 * count);
+            std::iota(values.begin(), values.end(), 0.0f);
+            std::vector<float> expected;
+            for (const std::uint32_t row : order) {
+                expected.insert(expected.end(), values.begin() + 3 * row, values.begin() + 3 * row + 3);
+            }
+            kt_WatchedSteps steps(nullptr);
+            kt_moveRows(values.data(), 3, order.data(), count, steps);
+            ASSERT_EQ(values, expected) << count;
+        }
+    }
 }
 
 TEST(CompactCopy, OfAStoreThatCannotServeIsTriedAgainAfterAQuarterWasAdded)

@@ -468,7 +468,8 @@ TEST(LeafOrder, KeepsEachRowOnceAndBringsNeighboursTogether)
     std::generate(values.begin(), values.end(), [&] { return static_cast<float>(random() % 10000); });
     std::vector<std::uint32_t> rows(numRows);
     std::iota(rows.begin(), rows.end(), 0u);
-    kt_sortByLeaves(values.data(), 2, rows.data(), rows.data() + numRows);
+    kt_WatchedSteps steps(nullptr);
+    kt_sortByLeaves(values.data(), 2, rows.data(), rows.data() + numRows, steps);
     double extents = 0.0;
     for (std::size_t first = 0; first < numRows; first += kt_blockRows) {
         for (std::size_t j = 0; j < 2; ++j) {
@@ -511,7 +512,8 @@ TEST(LeafOrder, OfOneMeasurementIsTheOrderOfItsValues)
         }
         std::vector<std::uint32_t> rows(numRows);
         std::iota(rows.begin(), rows.end(), 0u);
-        kt_sortByLeaves(values.data(), 1, rows.data(), rows.data() + numRows);
+        kt_WatchedSteps steps(nullptr);
+        kt_sortByLeaves(values.data(), 1, rows.data(), rows.data() + numRows, steps);
         std::vector<float> inOrder(values);
         std::sort(inOrder.begin(), inOrder.end());
         for (std::size_t first = 0; first < numRows; first += kt_blockRows) {

@@ -4,11 +4,13 @@
 //
 //     hold           registers the copy with the patterns, which tell it when they change
 //     lookAtSample   offsets, scale and the edges of the cells, from a sample of the rows
-//     arrange        floats and cells of all rows; then, for each zone, the order of the leaves, blocks and boxes
+//     arrange        floats of all rows, row after row; the order of the leaves, for each zone; then, in the same memory, floats in this
+//                    order, block after block, with boxes and cells
 //     appendLast     one more row; sortUnsorted makes a group of 1024 of them, which had no boxes before
 
 #include "compact_copy.h"
 
+#include "../clastool/training_watch.h"
 #include "leaf_order.h"
 
 #include <kt/compiler.h>
@@ -40,9 +42,6 @@ constexpr std::size_t mostForCells = 8192;
 /// bytes, so copying every repetition could take memory out of proportion to the archive.
 constexpr std::size_t mostRepeats = 16;
 
-/// Row numbers have 32 bits.
-constexpr std::size_t mostRows = std::numeric_limits<std::uint32_t>::max();
-
 /// Held while a copy is registered with patterns: several threads may train from the same patterns.
 std::mutex holdersAreChanging;
 
@@ -53,6 +52,9 @@ constexpr std::size_t sampleRowsForCells = 512;
 /// The fewest rows of a distant cluster with its own offsets, and the number of attempts to find one.
 constexpr std::size_t leastCluster = kt_blockRows;
 constexpr std::size_t mostClusters = 16;
+
+/// Row numbers have 32 bits, also those of unused places in blocks.
+constexpr std::size_t mostRows = std::numeric_limits<std::uint32_t>::max() - 2 * mostClusters * kt_blockRows;
 
 /// The number of added rows at which they are sorted.
 constexpr std::size_t mostUnsorted = 16 * kt_blockRows;
@@ -76,13 +78,14 @@ kt_CompactCopy::~kt_CompactCopy()
     }
 }
 
-void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
+void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store, kt_TrainingWatch* watch) noexcept
 {
     isUsable_ = false;
     try {
-        isUsable_ = fill(store);
+        kt_WatchedSteps steps(watch);
+        isUsable_ = fill(store, steps);
     } catch (...) {
-        // Without memory for a copy, runs take longer and give the same answers.
+        // Without memory for a copy, or if the watch gave it up, runs take longer and give the same answers.
     }
     builtRows_ = store.patterns_.size();
     numRows_ = builtRows_;
@@ -92,7 +95,7 @@ void kt_CompactCopy::make(const ktClassifierDataProviderMemory& store) noexcept
     }
 }
 
-bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
+bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps)
 {
     if (currency_) {
         currency_->end();
@@ -102,7 +105,7 @@ bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
     soleHolder_ = new kt_PatternHolders(nullptr, currency_);
     const auto& patterns = store.patterns_;
     const std::size_t repeats = hold(patterns.data(), patterns.data() + patterns.size());
-    if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !canServe(store)) {
+    if ((patterns.size() - repeats) * mostRepeats < patterns.size() || !canServe(store, steps)) {
         return false;
     }
     // A test that sets cellsFrom() to 0 needs cells for few measurements too.
@@ -111,7 +114,7 @@ bool kt_CompactCopy::fill(const ktClassifierDataProviderMemory& store)
     if (!lookAtSample(store)) {
         return false;
     }
-    arrange(store);
+    arrange(store, steps);
     return true;
 }
 
@@ -153,7 +156,7 @@ void kt_CompactCopy::clear() noexcept
     numUnsorted_ = 0;
 }
 
-bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store)
+bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps)
 {
     const auto& patterns = store.patterns_;
     // A derived class may count and return its patterns in its own way. For no patterns, size() - 1 is too large as well.
@@ -163,11 +166,15 @@ bool kt_CompactCopy::canServe(const ktClassifierDataProviderMemory& store)
     numRows_ = patterns.size();
     size_ = patterns.front()->measurements_.size();
     const auto isOutOfRange = [](double value) { return !(std::abs(value) <= largestValue); };
-    return size_ != 0 && std::all_of(patterns.begin(), patterns.end(), [&](const auto& pattern) {
-               const auto& values = pattern->measurements_;
-               return values.size() == size_ && pattern->numInvalid() == 0 &&
-                      std::none_of(values.begin(), values.end(), isOutOfRange);
-           });
+    for (std::size_t row = 0; row < numRows_; ++row) {
+        steps.count();
+        const auto& values = patterns[row]->measurements_;
+        if (values.size() != size_ || patterns[row]->numInvalid() != 0 ||
+            std::any_of(values.begin(), values.end(), isOutOfRange)) {
+            return false;
+        }
+    }
+    return size_ != 0;
 }
 
 /// Finds offsets, scale and the edges of the cells from a sample of the rows. They are quantiles, so a few outliers hardly change them.
@@ -226,10 +233,12 @@ double kt_CompactCopy::largestDeviation(const ktClassifierDataProviderMemory& st
     return largest;
 }
 
-/// Fills zones, blocks, boxes and cells.
-void kt_CompactCopy::arrange(const ktClassifierDataProviderMemory& store)
+/// Fills zones, blocks, boxes and cells. The floats are sorted in place: a second copy of them would take as much memory
+/// as the first.
+void kt_CompactCopy::arrange(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps)
 {
-    Rows rows = emptyRows(0, numRows_);
+    floats_.resize(blocksOf(numRows_) * kt_blockRows * size_);
+    CellRows cells{0, std::vector<std::uint8_t>(hasCells_ ? numRows_ * size_ : 0)};
     if (hasCells_) {
         cellLows_.assign(size_ * kt_numCells, std::numeric_limits<double>::infinity());
         cellHighs_.assign(size_ * kt_numCells, -std::numeric_limits<double>::infinity());
@@ -238,31 +247,38 @@ void kt_CompactCopy::arrange(const ktClassifierDataProviderMemory& store)
     RowNumbers distant;
     usual.reserve(numRows_);
     for (std::size_t row = 0; row < numRows_; ++row) {
-        const bool isUsual = copyRow(store.patterns_[row]->measurements_, rows, row) <= static_cast<float>(zoneReach);
-        (isUsual ? usual : distant).push_back(static_cast<std::uint32_t>(row));
+        steps.count();
+        const float reach = copyRow(store.patterns_[row]->measurements_, floats_.data() + row * size_, cells, row);
+        (reach <= static_cast<float>(zoneReach) ? usual : distant).push_back(static_cast<std::uint32_t>(row));
     }
-    reserveBlocks(blocksOf(usual.size()));
-    addZone(0, true, rows, usual);
-    takeClusters(store, distant, rows);
-    addZone(0, false, rows, distant);
+    rows_.reserve(blocksOf(numRows_) * kt_blockRows);
+    addZone(0, true, std::move(usual), steps);
+    takeClusters(store, distant, steps);
+    addZone(0, false, std::move(distant), steps);
+    floats_.resize(rows_.size() * size_);
+    orderFloats(steps);
+    finishGroups(0, cells, steps);
+    for (Zone& zone : zones_) {
+        boundGroups(zone);
+    }
     // The zone for rows that are added.
     zones_.push_back({0, false, groups_.size(), groups_.size(), {}});
     firstUnsortedBlock_ = usedBlocks();
 }
 
 /// Writes the floats of a row, relative to the first offsets, and its cells. Returns the largest magnitude of a float.
-float kt_CompactCopy::copyRow(const std::vector<double>& measurements, Rows& rows, std::size_t place)
+float kt_CompactCopy::copyRow(const std::vector<double>& measurements, float* floats, CellRows& cells,
+                              std::size_t place)
 {
     const double* const values = measurements.data();
     const double* const offsets = offsets_[0].data();
-    float* const floats = rows.floats.data() + place * size_;
     float reach = 0.0f;
     for (std::size_t j = 0; j < size_; ++j) {
         floats[j] = rounded(values[j], offsets[j]);
         reach = std::max(reach, std::abs(floats[j]));
     }
     if (hasCells_) {
-        findCells(values, rows.cells.data() + place * size_);
+        findCells(values, cells.cells.data() + place * size_);
     }
     return reach;
 }
@@ -291,7 +307,8 @@ void kt_CompactCopy::findCells(const double* values, std::uint8_t* cells)
 
 /// Moves each distant cluster of rows from `distant` into its own zone. Floats relative to the first offsets would be too coarse to
 /// distinguish its rows.
-void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, Rows& rows)
+void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant,
+                                  kt_WatchedSteps& steps)
 {
     RowNumbers alone;
     for (std::size_t i = 0; i < mostClusters && distant.size() >= leastCluster; ++i) {
@@ -303,11 +320,11 @@ void kt_CompactCopy::takeClusters(const ktClassifierDataProviderMemory& store, R
         }
         for (const std::uint32_t row : cluster) {
             for (std::size_t j = 0; j < size_; ++j) {
-                rows.floats[row * size_ + j] = rounded(store.patterns_[row]->measurements_[j], centre[j]);
+                floats_[row * size_ + j] = rounded(store.patterns_[row]->measurements_[j], centre[j]);
             }
         }
         offsets_.push_back(centre);
-        addZone(offsets_.size() - 1, true, rows, cluster);
+        addZone(offsets_.size() - 1, true, std::move(cluster), steps);
     }
     distant.insert(distant.end(), alone.begin(), alone.end());
 }
@@ -331,20 +348,21 @@ kt_CompactCopy::RowNumbers kt_CompactCopy::takeCluster(const ktClassifierDataPro
     return cluster;
 }
 
-/// Sorts these rows and appends them as a zone.
-void kt_CompactCopy::addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers)
+/// Sorts these rows and appends their numbers as a zone, with zeros in the unused places of its last block.
+void kt_CompactCopy::addZone(std::size_t offsets, bool isBounded, RowNumbers numbers, kt_WatchedSteps& steps)
 {
     if (numbers.empty()) {
         return;
     }
-    kt_sortByLeaves(rows.floats.data(), size_, numbers.data(), numbers.data() + numbers.size());
+    kt_sortByLeaves(floats_.data(), size_, numbers.data(), numbers.data() + numbers.size(), steps);
     Zone zone{offsets, isBounded, groups_.size(), groups_.size(), {}};
     for (std::size_t first = 0; first < numbers.size(); first += kt_groupRows) {
-        addGroup(rows, numbers.data() + first, std::min(kt_groupRows, numbers.size() - first));
+        groups_.push_back({usedBlocks(), std::min(kt_groupRows, numbers.size() - first), 0});
     }
     zone.endGroup = groups_.size();
-    boundGroups(zone);
     zones_.push_back(std::move(zone));
+    rows_.insert(rows_.end(), numbers.begin(), numbers.end());
+    rows_.resize(usedBlocks() * kt_blockRows);
 }
 
 std::size_t kt_CompactCopy::usedBlocks() const
@@ -352,59 +370,84 @@ std::size_t kt_CompactCopy::usedBlocks() const
     return groups_.empty() ? 0 : groups_.back().firstBlock + groups_.back().numBlocks();
 }
 
-/// Fills the next blocks with rows, in the order of `numbers`, and computes their boxes.
-void kt_CompactCopy::addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count)
+/// Sorts the floats, which lie row after row as in the store, into the order of the row numbers.
+void kt_CompactCopy::orderFloats(kt_WatchedSteps& steps)
 {
-    const Group group{usedBlocks(), count, boxes_.size()};
-    const std::size_t stride = paddedBoxes(group.numBlocks());
-    reserveBlocks(std::max(numBlocks(), group.firstBlock + group.numBlocks()));
-    resizeTo(boxes_, group.firstBox + 2 * stride * size_);
-    groups_.push_back(group);
-    for (std::size_t block = 0; block < stride; ++block) {
-        const std::size_t first = std::min(block * kt_blockRows, count);
-        const std::size_t here = std::min(kt_blockRows, count - first);
-        for (std::size_t i = 0; i < here; ++i) {
-            // Rows that are neighbours in space are scattered in `rows`.
-            constexpr std::size_t lead = 8;
-            prefetchRow(rows, numbers[std::min(first + i + lead, count - 1)]);
-            placeRow(rows, numbers[first + i], (group.firstBlock + block) * kt_blockRows + i);
+    const auto forUnusedPlaces = [this](auto change) {
+        for (const Group& group : groups_) {
+            std::uint32_t* const rows = rows_.data() + group.firstBlock * kt_blockRows;
+            std::for_each(rows + group.numRows, rows + group.numBlocks() * kt_blockRows, change);
         }
-        boundBlock(group.firstBlock + block, here, boxes_.data() + group.firstBox + block, stride);
+    };
+    // The unused places of all groups get the zeros behind the last row.
+    auto next = static_cast<std::uint32_t>(numRows_);
+    forUnusedPlaces([&next](std::uint32_t& row) { row = next++; });
+    kt_moveRows(floats_.data(), size_, rows_.data(), rows_.size(), steps);
+    forUnusedPlaces([](std::uint32_t& row) { row = 0; });
+}
+
+/// From group `firstGroup` on, makes blocks of the floats, which lie row after row, and computes their boxes and cells.
+void kt_CompactCopy::finishGroups(std::size_t firstGroup, const CellRows& cells, kt_WatchedSteps& steps)
+{
+    reserveBlocks(usedBlocks());
+    std::vector<float> scratch(kt_blockRows * size_);
+    for (; firstGroup < groups_.size(); ++firstGroup) {
+        Group& group = groups_[firstGroup];
+        group.firstBox = boxes_.size();
+        const std::size_t stride = paddedBoxes(group.numBlocks());
+        resizeTo(boxes_, group.firstBox + 2 * stride * size_);
+        for (std::size_t block = 0; block < stride; ++block) {
+            const std::size_t first = std::min(block * kt_blockRows, group.numRows);
+            const std::size_t here = std::min(kt_blockRows, group.numRows - first);
+            if (here > 0) {
+                transposeBlock(group.firstBlock + block, scratch);
+            }
+            boundBlock(group.firstBlock + block, here, boxes_.data() + group.firstBox + block, stride);
+        }
+        if (hasCells_) {
+            placeCells(group, cells, steps);
+        }
     }
 }
 
-void kt_CompactCopy::prefetchRow(const Rows& rows, std::uint32_t number) const
+/// Turns the floats of a block from row after row into measurement after measurement.
+void kt_CompactCopy::transposeBlock(std::size_t block, std::vector<float>& scratch)
 {
-    const std::size_t source = (number - rows.first) * size_;
-    for (std::size_t j = 0; j < size_; j += 64 / sizeof(float)) {
-        KT_PREFETCH(rows.floats.data() + source + j);
-    }
-    if (hasCells_) {
-        KT_PREFETCH(rows.cells.data() + source);
+    const std::size_t size = size_;
+    float* const floats = floats_.data() + block * kt_blockRows * size;
+    std::copy_n(floats, kt_blockRows * size, scratch.data());
+    const float* const rows = scratch.data();
+    for (std::size_t j = 0; j < size; ++j) {
+        for (std::size_t i = 0; i < kt_blockRows; ++i) {
+            floats[j * kt_blockRows + i] = rows[i * size + j];
+        }
     }
 }
 
-void kt_CompactCopy::placeRow(const Rows& rows, std::uint32_t number, std::size_t position)
+void kt_CompactCopy::placeCells(const Group& group, const CellRows& cells, kt_WatchedSteps& steps)
 {
-    const std::size_t source = (number - rows.first) * size_;
-    const float* const values = rows.floats.data() + source;
-    const std::size_t block = position / kt_blockRows * size_;
+    const std::size_t begin = group.firstBlock * kt_blockRows;
+    const std::uint32_t* const rows = rows_.data() + begin;
+    const auto cellsOf = [&](std::size_t i) { return cells.cells.data() + (rows[i] - cells.first) * size_; };
+    for (std::size_t i = 0; i < group.numRows; ++i) {
+        steps.count();
+        // Rows that are neighbours in space are scattered in `cells`.
+        constexpr std::size_t lead = 8;
+        KT_PREFETCH(cellsOf(std::min(i + lead, group.numRows - 1)));
+        placeCells(cellsOf(i), begin + i);
+    }
+}
+
+void kt_CompactCopy::placeCells(const std::uint8_t* found, std::size_t position)
+{
+    constexpr std::size_t half = kt_blockRows / 2;
     const std::size_t place = position % kt_blockRows;
-    float* const floats = floats_.data() + block * kt_blockRows + place;
+    std::uint8_t* const cells = cells_.data() + position / kt_blockRows * size_ * half + place % half;
+    const int shift = place < half ? 0 : 4;
     const std::size_t size = size_;
     for (std::size_t j = 0; j < size; ++j) {
-        floats[j * kt_blockRows] = values[j];
-    }
-    rows_[position] = number;
-    if (hasCells_) {
-        constexpr std::size_t half = kt_blockRows / 2;
-        const std::uint8_t* const found = rows.cells.data() + source;
-        std::uint8_t* const cells = cells_.data() + block * half + place % half;
-        const int shift = place < half ? 0 : 4;
-        for (std::size_t j = 0; j < size; ++j) {
-            const int other = cells[j * half] & 0xF0 >> shift;
-            cells[j * half] = static_cast<std::uint8_t>(other | found[j] << shift);
-        }
+        const int other = cells[j * half] & 0xF0 >> shift;
+        cells[j * half] = static_cast<std::uint8_t>(other | found[j] << shift);
     }
 }
 
@@ -505,10 +548,7 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     }
     const std::size_t position = firstUnsortedBlock_ * kt_blockRows + numUnsorted_;
     reserveBlocks(blocksOf(position + 1));
-    const auto number = static_cast<std::uint32_t>(numRows_);
-    Rows rows = emptyRows(number, 1);
-    copyRow(values, rows, 0);
-    placeRow(rows, number, position);
+    placeRow(values, position);
     ++numRows_;
     ++numUnsorted_;
     if (numUnsorted_ == mostUnsorted) {
@@ -518,27 +558,42 @@ bool kt_CompactCopy::appendLast(const ktClassifierDataProviderMemory& store)
     return true;
 }
 
-/// Makes a group of the rows that are not sorted yet.
+/// Copies the next row of the store.
+void kt_CompactCopy::placeRow(const std::vector<double>& measurements, std::size_t position)
+{
+    std::vector<float> row(size_);
+    CellRows cells{0, std::vector<std::uint8_t>(hasCells_ ? size_ : 0)};
+    copyRow(measurements, row.data(), cells, 0);
+    float* const floats = floats_.data() + position / kt_blockRows * kt_blockRows * size_ + position % kt_blockRows;
+    for (std::size_t j = 0; j < size_; ++j) {
+        floats[j * kt_blockRows] = row[j];
+    }
+    if (hasCells_) {
+        placeCells(cells.cells.data(), position);
+    }
+    rows_[position] = static_cast<std::uint32_t>(numRows_);
+}
+
+/// Makes a group of the rows that were added last.
 void kt_CompactCopy::sortUnsorted(const ktClassifierDataProviderMemory& store)
 {
-    Rows rows = emptyRows(static_cast<std::uint32_t>(numRows_ - numUnsorted_), numUnsorted_);
-    RowNumbers numbers(numUnsorted_);
+    kt_WatchedSteps steps(nullptr);
+    const std::size_t first = numRows_ - numUnsorted_;
+    CellRows cells{static_cast<std::uint32_t>(first), std::vector<std::uint8_t>(hasCells_ ? numUnsorted_ * size_ : 0)};
+    float* const floats = floats_.data() + firstUnsortedBlock_ * kt_blockRows * size_;
+    std::uint32_t* const rows = rows_.data() + firstUnsortedBlock_ * kt_blockRows;
     for (std::size_t i = 0; i < numUnsorted_; ++i) {
-        numbers[i] = static_cast<std::uint32_t>(i);
-        copyRow(store.patterns_[rows.first + i]->measurements_, rows, i);
+        rows[i] = static_cast<std::uint32_t>(i);
+        copyRow(store.patterns_[first + i]->measurements_, floats + i * size_, cells, i);
     }
-    kt_sortByLeaves(rows.floats.data(), size_, numbers.data(), numbers.data() + numbers.size());
-    std::transform(numbers.begin(), numbers.end(), numbers.begin(),
-                   [&](std::uint32_t number) { return rows.first + number; });
-    addGroup(rows, numbers.data(), numbers.size());
+    kt_sortByLeaves(floats, size_, rows, rows + numUnsorted_, steps);
+    kt_moveRows(floats, size_, rows, numUnsorted_, steps);
+    std::for_each(rows, rows + numUnsorted_, [&](std::uint32_t& row) { row += cells.first; });
+    groups_.push_back({firstUnsortedBlock_, numUnsorted_, 0});
+    finishGroups(groups_.size() - 1, cells, steps);
     zones_.back().endGroup = groups_.size();
     firstUnsortedBlock_ = usedBlocks();
     numUnsorted_ = 0;
-}
-
-kt_CompactCopy::Rows kt_CompactCopy::emptyRows(std::uint32_t first, std::size_t count) const
-{
-    return {first, std::vector<float>(count * size_), std::vector<std::uint8_t>(hasCells_ ? count * size_ : 0)};
 }
 
 std::size_t kt_CompactCopy::cellsFrom() noexcept

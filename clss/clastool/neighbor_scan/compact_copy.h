@@ -3,6 +3,7 @@
 #include <clastool/training_data.h>
 
 #include "../clastool/pattern_holders.h"
+#include "../clastool/training_watch.h"
 #include "kernels.h"
 
 #include <kt/scratch.h>
@@ -57,8 +58,10 @@ public:
     ~kt_CompactCopy() override;
 
     /// Copies the store. Some stores are left to the plain scan: those without patterns, with patterns of different sizes, invalid
-    /// measurements, values that are not finite or too large, or many repetitions of few patterns; and any store if memory runs out.
-    void make(const ktClassifierDataProviderMemory& store) noexcept;
+    /// measurements, values that are not finite or too large, or many repetitions of few patterns; and any store if memory runs out,
+    /// or if the watch, which may be null, gives the copy up.
+    /// Cost: in addition to what it keeps, up to 16 bytes a row, and a byte a measurement if there are cells.
+    void make(const ktClassifierDataProviderMemory& store, kt_TrainingWatch* watch = nullptr) noexcept;
 
     /// Copies the pattern that was just added to the store, or copies the whole store anew. A store that could not be copied is tried
     /// again after a quarter was added.
@@ -129,10 +132,9 @@ private:
 
     using RowNumbers = std::vector<std::uint32_t>;
 
-    /// Floats and cells of rows before they are sorted into blocks: row after row, from the row of number `first`.
-    struct Rows {
+    /// The cells of rows before they are sorted into blocks, a byte each: row after row, from the row of number `first`.
+    struct CellRows {
         std::uint32_t first;
-        std::vector<float> floats;
         std::vector<std::uint8_t> cells;
     };
 
@@ -146,26 +148,28 @@ private:
     static std::size_t paddedBoxes(std::size_t boxes) { return (boxes + 7) / 8 * 8; }
 
     void clear() noexcept;
-    bool fill(const ktClassifierDataProviderMemory& store);
+    bool fill(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps);
     std::size_t hold(const ktPtrHandle_const<ktFeaturePattern>* pattern,
                      const ktPtrHandle_const<ktFeaturePattern>* end);
     bool appendLast(const ktClassifierDataProviderMemory& store);
-    bool canServe(const ktClassifierDataProviderMemory& store);
+    bool canServe(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps);
     bool lookAtSample(const ktClassifierDataProviderMemory& store);
     double largestDeviation(const ktClassifierDataProviderMemory& store) const;
-    void arrange(const ktClassifierDataProviderMemory& store);
-    Rows emptyRows(std::uint32_t first, std::size_t count) const;
-    float copyRow(const std::vector<double>& measurements, Rows& rows, std::size_t place);
+    void arrange(const ktClassifierDataProviderMemory& store, kt_WatchedSteps& steps);
+    float copyRow(const std::vector<double>& measurements, float* floats, CellRows& cells, std::size_t place);
     void findCells(const double* values, std::uint8_t* cells);
-    void takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, Rows& rows);
+    void takeClusters(const ktClassifierDataProviderMemory& store, RowNumbers& distant, kt_WatchedSteps& steps);
     RowNumbers takeCluster(const ktClassifierDataProviderMemory& store, RowNumbers& distant,
                            const std::vector<double>& centre);
-    void addZone(std::size_t offsets, bool isBounded, const Rows& rows, RowNumbers& numbers);
-    void addGroup(const Rows& rows, const std::uint32_t* numbers, std::size_t count);
-    void prefetchRow(const Rows& rows, std::uint32_t number) const;
-    void placeRow(const Rows& rows, std::uint32_t number, std::size_t position);
+    void addZone(std::size_t offsets, bool isBounded, RowNumbers numbers, kt_WatchedSteps& steps);
+    void orderFloats(kt_WatchedSteps& steps);
+    void finishGroups(std::size_t firstGroup, const CellRows& cells, kt_WatchedSteps& steps);
+    void transposeBlock(std::size_t block, std::vector<float>& scratch);
     void boundBlock(std::size_t block, std::size_t count, float* boxes, std::size_t stride) const;
     void boundGroups(Zone& zone) const;
+    void placeCells(const Group& group, const CellRows& cells, kt_WatchedSteps& steps);
+    void placeCells(const std::uint8_t* found, std::size_t position);
+    void placeRow(const std::vector<double>& measurements, std::size_t position);
     void sortUnsorted(const ktClassifierDataProviderMemory& store);
     void reserveBlocks(std::size_t blocks);
     std::size_t usedBlocks() const;

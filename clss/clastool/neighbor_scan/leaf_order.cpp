@@ -6,6 +6,8 @@
 
 #include "kernels.h"
 
+#include <kt/compiler.h>
+
 #include <algorithm>
 #include <vector>
 
@@ -76,8 +78,8 @@ void select(Keyed* keyed, std::size_t count, std::size_t left)
 
 class LeafOrder {
 public:
-    LeafOrder(const float* values, std::size_t size, std::size_t numRows)
-        : values_(values), size_(size), keyed_(numRows), lows_(size), highs_(size)
+    LeafOrder(const float* values, std::size_t size, std::size_t numRows, kt_WatchedSteps& steps)
+        : values_(values), size_(size), steps_(steps), keyed_(numRows), lows_(size), highs_(size)
     {
     }
 
@@ -99,6 +101,7 @@ private:
     {
         const float* const values = values_ + widest(rows, count);
         for (std::size_t i = 0; i < count; ++i) {
+            steps_.count();
             keyed_[i] = {values[rows[i] * size_], rows[i]};
         }
         select(keyed_.data(), count, left);
@@ -131,6 +134,7 @@ private:
 
     const float* const values_;
     const std::size_t size_;
+    kt_WatchedSteps& steps_;
     std::vector<Keyed> keyed_;
     std::vector<float> lows_;
     std::vector<float> highs_;
@@ -138,10 +142,39 @@ private:
 
 }  // namespace
 
-void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, const std::uint32_t* end)
+void kt_sortByLeaves(const float* values, std::size_t size, std::uint32_t* rows, const std::uint32_t* end,
+                     kt_WatchedSteps& steps)
 {
     const auto count = static_cast<std::size_t>(end - rows);
     if (count > kt_blockRows) {
-        LeafOrder(values, size, count).sort(rows, count);
+        LeafOrder(values, size, count, steps).sort(rows, count);
+    }
+}
+
+void kt_moveRows(float* values, std::size_t size, const std::uint32_t* order, std::size_t count, kt_WatchedSteps& steps)
+{
+    // Along each cycle of the permutation, so that one row has to wait. The places that come next are known some moves before.
+    constexpr std::size_t lead = 4;
+    std::vector<float> waiting(size);
+    std::vector<bool> isThere(count);
+    for (std::size_t first = 0; first < count; ++first) {
+        if (isThere[first]) {
+            continue;
+        }
+        std::copy_n(values + first * size, size, waiting.data());
+        std::size_t ahead = first;
+        for (std::size_t i = 0; i < lead; ++i) {
+            ahead = order[ahead];
+        }
+        std::size_t place = first;
+        for (; order[place] != first; place = order[place]) {
+            steps.count();
+            ahead = order[ahead];
+            KT_PREFETCH(values + ahead * size);
+            std::copy_n(values + order[place] * size, size, values + place * size);
+            isThere[place] = true;
+        }
+        std::copy_n(waiting.data(), size, values + place * size);
+        isThere[place] = true;
     }
 }
