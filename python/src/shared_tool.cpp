@@ -1,8 +1,10 @@
 #include "tool.h"
 
 #include "access.h"
+#include "clastool/training_watch.h"
 
 #include <algorithm>
+#include <exception>
 #include <set>
 #include <utility>
 
@@ -42,7 +44,7 @@ std::vector<long> categoriesOf(const ktClassifierTool& tool)
 }
 
 /// Training data that are in an array: a pattern is made when it is asked for, and forgotten when nobody keeps it.
-class RowProvider : public ktClassifierDataProvider {
+class RowProvider : public ktClassifierDataProvider, public kt_TrainingWatch {
 public:
     RowProvider(const Rows& rows, const Labels& labels, Watch& watch)
         : rows_(rows), labels_(labels), watch_(watch), maker_(rows)
@@ -62,6 +64,22 @@ public:
         return pattern_;
     }
     long categoryLabel(long index) const override { return labels_[static_cast<std::size_t>(index)]; }
+    bool goesOn() noexcept override
+    {
+        try {
+            watch_.look(rows_.size());
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+        return failure_ == nullptr;
+    }
+    /// Throws what ended the training when all patterns were given.
+    void rethrow() const
+    {
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+    }
 
 private:
     const Rows& rows_;
@@ -69,6 +87,7 @@ private:
     Watch& watch_;
     PatternMaker maker_;
     ktPtrHandle<ktFeaturePattern> pattern_;
+    std::exception_ptr failure_;
 };
 
 }  // namespace
@@ -91,5 +110,6 @@ ktClassifierTool trainedOn(const Rows& rows, const Labels& labels, const ktClass
     ktClassifierTool tool;
     const ktPtrHandle<RowProvider> provider = new RowProvider(rows, labels, watch);
     tool.train(*provider, params);
+    provider->rethrow();
     return tool;
 }

@@ -101,11 +101,10 @@ void train(SharedTool& self, nb::handle measurements, nb::handle labels, nb::han
     const Rows rows(measurements);
     const Labels ofRows(labels, rows.size());
     Watch watch(progress, rows.size());
-    {
-        const nb::gil_scoped_release unlocked;
-        self.take(trainedOn(rows, ofRows, *chosen, watch));
-    }
+    const nb::gil_scoped_release unlocked;
+    ktClassifierTool tool = trainedOn(rows, ofRows, *chosen, watch);
     watch.finish();
+    self.take(std::move(tool));
 }
 
 void trainTree(SharedTool& self, const ktDecisionTree& tree)
@@ -140,11 +139,17 @@ void add(SharedTool& self, nb::handle measurements, nb::handle labels)
 {
     const Rows rows(measurements);
     const Labels ofRows(labels, rows.size());
+    Watch watch(nb::none(), rows.size());
     const nb::gil_scoped_release unlocked;
     PatternMaker maker(rows);
     ktKit::Patterns patterns;
     std::vector<long> copied;
+    patterns.reserve(rows.size());
+    copied.reserve(rows.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (i % 256 == 0) {
+            watch.look(i);
+        }
         ktPtrHandle<ktFeaturePattern> pattern;
         maker.make(i, pattern);
         patterns.push_back(pattern);

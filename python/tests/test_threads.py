@@ -9,6 +9,7 @@ import subprocess
 import sys
 import textwrap
 import threading
+from copy import copy
 from pathlib import Path
 from typing import Any
 
@@ -135,6 +136,7 @@ INTERRUPTED = """
         ("tool.neighbors(X)", "tool.train(X, y, ct.KNNParams(5))"),
         ("tool.run_rows(X)", "tool.train(X, y, ct.BayesParams())"),
         ("tool.train(X, y, ct.BayesParams())", ""),
+        ("tool.train(X, y, ct.KNNParams(5))", ""),
         ("tool.run_rows(X)", "tool.train(X, y, ct.KNNParams(1, lambda a, b: abs(a[0] - b[0])))"),
     ],
 )
@@ -158,6 +160,38 @@ def test_a_handler_that_returns_lets_work_go_on() -> None:
         signal.signal(signal.SIGUSR1, old)
     assert labels.size == 400
     assert met
+
+
+def test_nearest_neighbours_look_up_while_they_build_what_they_search_in() -> None:
+    X, y = sample(400_000, 16, 3)
+    tool = trained(ct.BayesParams())
+    before = tool.to_bytes()
+    told = []
+    copied = copy(tool)
+    copied.train(X, y, ct.KNNParams(5), progress=lambda done, _: told.append(done))
+    # Once at the end; the other times, of which there are some in a tenth of a second, all rows had been taken in.
+    assert told.count(len(X)) >= 3
+    assert copied.technique == "neighbors"
+
+    def stop(done: int, total: int) -> None:
+        if done == total:
+            raise LookupError("stop")
+
+    with pytest.raises(LookupError, match="^stop$"):
+        tool.train(X, y, ct.KNNParams(5), progress=stop)
+    assert tool.to_bytes() == before
+
+
+def test_what_progress_raises_at_the_end_leaves_the_tool() -> None:
+    tool = trained(ct.BayesParams())
+    before = tool.to_bytes()
+
+    def stop(done: int, total: int) -> None:
+        raise LookupError("stop")
+
+    with pytest.raises(LookupError, match="^stop$"):
+        tool.train(*sample(10, 4, 3), ct.KNNParams(1), progress=stop)
+    assert tool.to_bytes() == before
 
 
 def test_two_copies_of_the_extension_in_one_process(tmp_path: Path) -> None:
