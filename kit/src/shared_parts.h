@@ -1,0 +1,91 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+/// The parts of some work, which threads share: each takes the next ones when it is done with those it had. Parts are begun in
+/// ascending order, and none once one has failed.
+class kt_SharedParts {
+public:
+    explicit kt_SharedParts(std::size_t numParts) : numParts_(numParts) {}
+
+    /// Takes up to `most` parts from `first` on. Returns how many; 0 if there are no more, or if one has failed.
+    std::size_t take(std::size_t most, std::size_t& first) noexcept
+    {
+        if (hasFailed_) {
+            return 0;
+        }
+        first = next_.fetch_add(most);
+        return first < numParts_ ? std::min(most, numParts_ - first) : 0;
+    }
+
+    /// Calls `work()` for parts that were taken from `first` on, and keeps what it throws.
+    template <class Work>
+    void attempt(std::size_t first, const Work& work) noexcept
+    {
+        try {
+            work();
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (!failure_ || first < failedFirst_) {
+                failure_ = std::current_exception();
+                failedFirst_ = first;
+            }
+            hasFailed_ = true;
+        }
+    }
+
+    /// Calls `share(worker)`, which takes and attempts parts and throws nothing, for worker 0 on the calling thread and for each other
+    /// worker on a thread of its own. If the system gives fewer threads, these do all the work. When all are gone, throws what the
+    /// first of the parts that failed has thrown: the same for any number of threads, because all parts before it were begun.
+    template <class Share>
+    void doOnThreads(std::size_t numWorkers, const Share& share)
+    {
+        {
+            Joined others;
+            try {
+                for (std::size_t worker = 1; worker < numWorkers; ++worker) {
+                    others.threads.emplace_back([&share, worker] { share(worker); });
+                }
+            } catch (const std::system_error&) {
+                // Those that there are do the work.
+            } catch (...) {
+                hasFailed_ = true;
+                throw;
+            }
+            share(std::size_t{0});
+        }
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+    }
+
+private:
+    /// Threads that are waited for whatever happens.
+    struct Joined {
+        Joined() = default;
+        Joined(const Joined&) = delete;
+        Joined& operator=(const Joined&) = delete;
+        ~Joined()
+        {
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+        }
+
+        std::vector<std::thread> threads;
+    };
+
+    const std::size_t numParts_;
+    std::atomic<std::size_t> next_{0};
+    std::atomic<bool> hasFailed_{false};
+    std::mutex mutex_;
+    std::exception_ptr failure_;
+    std::size_t failedFirst_ = 0;
+};
