@@ -19,6 +19,15 @@ std::string kindOf(nb::handle array)
     return nb::cast<std::string>(array.attr("dtype").attr("kind"));
 }
 
+/// A table that numbers are read of as they are: in one with a mask, what is masked is missing.
+nb::object unmasked(nb::handle table)
+{
+    if (nb::cast<bool>(numpy().attr("ma").attr("isMaskedArray")(table))) {
+        return table.attr("astype")("float64").attr("filled")(NAN);
+    }
+    return nb::borrow(table);
+}
+
 /// An array of doubles or floats; of pandas' own types too, whose gaps become NaN.
 nb::object floatsOf(nb::handle table)
 {
@@ -40,8 +49,9 @@ nb::object floatsOf(nb::handle table)
 
 }  // namespace
 
-Rows::Rows(nb::handle table)
+Rows::Rows(nb::handle given)
 {
+    const nb::object table = unmasked(given);
     if (!take(table) && !take(numpy().attr("asarray")(table)) && !take(floatsOf(table))) {
         throw nb::value_error("measurements must be a table of numbers: two dimensions, a row for each pattern");
     }
@@ -100,6 +110,9 @@ Labels::Labels(nb::handle labels, std::size_t numRows)
     }
     if (size == 0) {
         return;
+    }
+    if (kindOf(array) == "O") {
+        array = numpy().attr("asarray")(array.attr("tolist")());
     }
     const std::string kind = kindOf(array);
     if (kind != "i" && kind != "u" && kind != "b") {
@@ -164,7 +177,7 @@ nb::object arrayOf(const std::vector<double>& values)
 std::vector<double> numbersOf(nb::handle values)
 {
     // As it is, because a number alone becomes a row in a contiguous one.
-    const nb::object array = floatsOf(values).attr("astype")("float64", nb::arg("order") = "C");
+    const nb::object array = floatsOf(unmasked(values)).attr("astype")("float64", nb::arg("order") = "C");
     if (nb::cast<int>(array.attr("ndim")) != 1) {
         throw nb::value_error("a row of numbers has one dimension");
     }

@@ -18,7 +18,7 @@ namespace nb = nanobind;
 class Rows {
 public:
     /// Throws: TypeError, ValueError.
-    explicit Rows(nb::handle table);
+    explicit Rows(nb::handle given);
 
     std::size_t size() const { return size_; }
     std::size_t width() const { return width_; }

@@ -343,6 +343,7 @@ def test_errors_are_python_s_too(kind: type[ct.ClastoolError]) -> None:
         (lambda: train([[1j]], [1]), TypeError, "measurements must be real numbers, not complex ones"),
         (lambda: train([[1.0]], [1.0]), TypeError, "category labels must be whole numbers"),
         (lambda: train([[1.0]], ["a"]), TypeError, "category labels must be whole numbers"),
+        (lambda: train([[1.0]] * 2, np.array([1, None])), TypeError, "category labels must be whole numbers"),
         (lambda: train([[1.0]], [[1]]), ValueError, "category labels must have one dimension"),
         (lambda: train([[1.0]], [1], 5), TypeError, "parameters are KNNParams or BayesParams"),
         (lambda: ct.FeaturePattern(3), ValueError, "a row of numbers has one dimension"),

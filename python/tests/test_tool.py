@@ -235,15 +235,28 @@ def test_floats_are_the_doubles_that_equal_them(order: Any) -> None:
     assert tool.run_rows(single).match_scores.tobytes() == expected.run_rows(single.astype("f8")).match_scores.tobytes()
 
 
-@pytest.mark.parametrize("kind", ["i1", "u1", "i2", "u2", "i4", "u4", "i8", "u8", ">i4", "bool", "object"])
+@pytest.mark.parametrize("kind", ["i1", "u1", "i2", "u2", "i4", "u4", "i8", "u8", ">i4", "bool", "object", "list"])
 def test_labels_may_be_any_whole_numbers(kind: str) -> None:
     X, y = sample(100, 4, 2)
     tool, expected = ct.ClassifierTool(), ct.ClassifierTool()
-    labels: Any = y.astype(kind) if kind != "object" else y.tolist()
+    labels: Any = y.astype(kind) if kind != "list" else y.tolist()
     tool.train(X, labels, ct.BayesParams())
     expected.train(X, y, ct.BayesParams())
     assert tool == expected
     assert tool.categories.tolist() == [0, 1]
+
+
+def test_what_a_mask_hides_is_missing() -> None:
+    X, y = sample(100, 4, 2)
+    hidden = X > 1.5
+    tool, expected = ct.ClassifierTool(), ct.ClassifierTool()
+    masked = np.ma.array(np.where(hidden, 7.0, X), mask=hidden)
+    tool.train(masked, y, ct.BayesParams())
+    expected.train(np.where(hidden, np.nan, X), y, ct.BayesParams())
+    assert tool == expected
+    assert ct.FeaturePattern(np.ma.array([1.0, 2.0], mask=[False, True])) == ct.FeaturePattern([1.0, np.nan])
+    whole = np.ma.array(np.rint(X).astype(int), mask=False)
+    assert tool.run_rows(whole).labels.tolist() == tool.run_rows(np.rint(X)).labels.tolist()
 
 
 def test_missing_numbers_of_pandas_are_missing() -> None:
