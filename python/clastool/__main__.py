@@ -13,7 +13,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
-from . import ClassifierTool, ClastoolError
+from . import ClassifierTool, DistributionType
 from ._files import saved_classes, saved_estimator, saved_feature_names
 
 _MISSING = {"", "na", "nan"}
@@ -24,8 +24,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
     options = _parser().parse_args(arguments)
     try:
         options.command(options)
-    except (ClastoolError, OSError, ValueError, ImportError) as error:
-        print(f"clastool: {' '.join(str(error).split())}", file=sys.stderr)
+    except Exception as error:  # damaged files lead to any kind
+        print(f"clastool: {' '.join(str(error).split()) or type(error).__name__}", file=sys.stderr)
         return 1
     return 0
 
@@ -68,7 +68,7 @@ def _description(tool: ClassifierTool, path: str) -> list[tuple[str, Any]]:
 def _category_names(tool: ClassifierTool, path: str) -> list[str]:
     classes = saved_classes(path)
     labels = tool.categories.tolist()
-    if classes is None or set(labels) <= set(classes):
+    if classes is None or all(label in classes for label in labels):
         return [str(label) for label in labels]
     return [f"{label} ({classes[label]})" for label in labels]
 
@@ -79,7 +79,10 @@ def _parameters(tool: ClassifierTool) -> list[tuple[str, Any]]:
     if tool.technique == "neighbors":
         lines += [("k", params.k), ("metric", repr(params.metric))]
     else:
-        lines += [("distribution types", repr(params.distribution_types)), ("frequencies", repr(params.frequencies))]
+        types = params.distribution_types
+        lines += [("distribution types", repr(types)), ("frequencies", repr(params.frequencies))]
+        if DistributionType.BINOMIAL in {types.default, *types.overrides.values()}:
+            lines.append(("largest values", repr(params.max_values)))
     return [*lines, ("costs", repr(params.costs))]
 
 
@@ -129,7 +132,10 @@ def _measurements(
 def _read_table(path: str) -> tuple[list[str] | None, list[list[str]]]:
     """The names of the columns, None if the first line has numbers alone, and the cells below."""
     with open(path, newline="", encoding="utf-8") as file:
-        lines = [line for line in csv.reader(file) if line]
+        try:
+            lines = [line for line in csv.reader(file) if line]
+        except (csv.Error, UnicodeDecodeError) as error:
+            raise ValueError(f"{path}: is not a table in UTF-8: {error}") from None
     names = None
     if lines and not all(_is_number(cell) for cell in lines[0]):
         names = [name.strip() for name in lines.pop(0)]

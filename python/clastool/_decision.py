@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
+from collections.abc import Callable, Mapping
 from typing import Any
 
 import numpy as np
@@ -11,6 +11,8 @@ import numpy.typing as npt
 from . import Costs, Frequencies
 
 Floats = npt.NDArray[np.float64]
+
+LARGEST_LABEL = 2**31 - 1
 
 
 def class_index(classes: npt.NDArray[Any], label: Any, parameter: str) -> int:
@@ -53,6 +55,13 @@ def _matrix_of_pairs(costs: Mapping[Any, Any], classes: npt.NDArray[Any]) -> Flo
     return matrix
 
 
+def tool_labels(classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
+    """The labels that the tool has for the classes: themselves if an archive can hold them, else their places."""
+    if classes.dtype.kind in "iu" and 0 <= classes[0] and classes[-1] <= LARGEST_LABEL:
+        return classes.astype(np.int64)
+    return np.arange(len(classes), dtype=np.int64)
+
+
 def tool_costs(matrix: Floats, labels: npt.NDArray[np.int64]) -> Costs:
     """The same costs for a tool with these labels: the most frequent one is the default, because overrides cost time in each run."""
     different = ~np.eye(len(labels), dtype=bool)
@@ -92,6 +101,14 @@ def tool_frequencies(class_prior: Floats, labels: npt.NDArray[np.int64]) -> Freq
     """The same priors for a tool with these labels. A class of which nothing is known has none, and the tool no model of it."""
     known = class_prior > 0.0
     return Frequencies(1.0, dict(zip(labels[known].tolist(), class_prior[known].tolist())))
+
+
+def in_blocks(work: Callable[..., Any], *tables: npt.NDArray[Any]) -> Any:
+    """What `work` makes of tables, a row for each row, done in blocks of rows: Ctrl-C is noticed between calls of NumPy."""
+    size = 16384
+    if len(tables[0]) <= size:
+        return work(*tables)
+    return np.concatenate([work(*(table[first : first + size] for table in tables)) for first in range(0, len(tables[0]), size)])
 
 
 def settle_ties(expected: Floats) -> Floats:

@@ -14,6 +14,7 @@ from typing import Any
 import numpy as np
 
 from . import ClassifierTool, DistributionType
+from ._decision import tool_labels
 
 _VERSION = 1
 _ATTRIBUTES = ("classes_", "class_count_", "costs_", "class_prior_", "n_features_in_", "feature_names_in_", "_reject_limits")
@@ -43,8 +44,18 @@ def load_estimator(cls: Any, path: Any) -> Any:
     content = _read(path)
     if content is None:
         return _of_tool(cls, tool)
-    estimator = cls(**content["parameters"])
-    vars(estimator).update(content["attributes"], tool_=tool)
+    attributes = content["attributes"]
+    if (
+        attributes["n_features_in_"] != tool.num_measurements
+        or ("class_prior_" in attributes) != (tool.technique == "bayes")
+        or not np.isin(tool.categories, tool_labels(attributes["classes_"])).all()
+    ):
+        raise ValueError(f"{path}.json: tells of another tool than that in {path}")
+    try:
+        estimator = cls(**content["parameters"])
+    except TypeError as error:
+        raise ValueError(f"{path}.json: is not what save wrote: {error}") from None
+    vars(estimator).update(attributes, tool_=tool)
     return estimator
 
 
@@ -77,20 +88,40 @@ def _read(path: str) -> dict[str, Any] | None:
     name = f"{path}.json"
     if not os.path.exists(name):
         return None
-    with open(name, encoding="utf-8") as file:
+    with open(name, "rb") as file:
         text = file.read()
     try:
-        content = json.loads(text)
+        content = json.loads(text.decode("utf-8"))
         if content["version"] != _VERSION:
             raise ValueError(f"it has the unknown version {content['version']!r}")
         checksum = content["checksum"]
-        read = {key: _decoded(content[key]) for key in ("parameters", "attributes")}
-        read["attributes"]["classes_"].tolist()
-    except (ValueError, KeyError, TypeError, AttributeError) as error:
+        read: dict[str, Any] = {key: _decoded(content[key]) for key in ("parameters", "attributes")}
+        if not all(isinstance(key, str) for key in read["parameters"]):
+            raise ValueError("a parameter has no name")
+        _check_attributes(read["attributes"])
+    except (ValueError, KeyError, TypeError, AttributeError, OverflowError, RecursionError) as error:
         raise ValueError(f"{name}: is not what save wrote: {error}") from None
     if checksum != _checksum(path):
         raise ValueError(f"{name}: was not written with {path}")
     return read
+
+
+def _check_attributes(attributes: dict[str, Any]) -> None:
+    """Raises KeyError for an attribute too many or too few, ValueError for one that no estimator has."""
+    count, width = len(attributes["classes_"]), attributes["n_features_in_"]
+    kinds = {
+        "classes_": ("biufOUS", [(count,)]),
+        "class_count_": ("iu", [(count,)]),
+        "costs_": ("f", [(count, count)]),
+        "class_prior_": ("f", [(count,)]),
+        "feature_names_in_": ("OU", [(width,)]),
+        "_reject_limits": ("f", [(1,), (count,)]),
+    }
+    optional = {"class_prior_", "feature_names_in_", "_reject_limits"}
+    for name in {*kinds, *attributes} - (optional - {*attributes}) - {"n_features_in_"}:
+        array, (letters, shapes) = attributes[name], kinds[name]
+        if count == 0 or not isinstance(array, np.ndarray) or array.dtype.kind not in letters or array.shape not in shapes:
+            raise ValueError(f"{name} is of the wrong kind or size")
 
 
 def _checksum(path: str) -> str:

@@ -32,9 +32,11 @@ from ._decision import (
     class_priors,
     cost_matrix,
     decide,
+    in_blocks,
     settle_ties,
     tool_costs,
     tool_frequencies,
+    tool_labels,
 )
 from ._files import load_estimator, save_estimator
 from ._progress import progress_bar
@@ -54,7 +56,6 @@ Path = Union[str, "PathLike[str]"]
 
 _KEEP: Any = "keep"
 _TYPES = {"normal": DistributionType.NORMAL, "binomial": DistributionType.BINOMIAL}
-_LARGEST_LABEL = 2**31 - 1
 
 
 def _learns_further(estimator: Any) -> bool:
@@ -257,31 +258,25 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
             rows = self.tool_.run_rows(X, threads=self._threads(), progress=progress)
         probabilities, expected = rows.class_scores, rows.expected_costs
         if len(rows.categories) < len(self.classes_):
-            known = np.searchsorted(_tool_labels(self.classes_), rows.categories)
+            known = np.searchsorted(tool_labels(self.classes_), rows.categories)
             probabilities = np.zeros((len(X), len(self.classes_)))
             probabilities[:, known] = rows.class_scores
             expected = probabilities @ self.costs_
             expected[:, known] = rows.expected_costs
-        return probabilities, settle_ties(expected)
+        return probabilities, in_blocks(settle_ties, expected)
 
     def _decisions(self, X: Any) -> npt.NDArray[np.intp]:
         """The places of the classes that are decided for."""
         probabilities, expected = self._answers(X)
-        return decide(expected, probabilities)
+        decided: npt.NDArray[np.intp] = in_blocks(decide, expected, probabilities)
+        return decided
 
     def _rejects(self, X: Any) -> npt.NDArray[np.bool_]:
         return np.asarray(np.all(self._typicality(X, False) < self._reject_limits, axis=1))
 
 
-def _tool_labels(classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
-    """The labels that the tool has for the classes: themselves if an archive can hold them, else their places."""
-    if classes.dtype.kind in "iu" and 0 <= classes[0] and classes[-1] <= _LARGEST_LABEL:
-        return classes.astype(np.int64)
-    return np.arange(len(classes), dtype=np.int64)
-
-
 def _to_tool(y: npt.NDArray[Any], classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
-    labels = _tool_labels(classes)
+    labels = tool_labels(classes)
     if np.array_equal(labels, classes):
         return np.asarray(y, dtype=np.int64)
     return labels[np.searchsorted(classes, y)]
@@ -367,7 +362,7 @@ class KNeighborsCostClassifier(_CostClassifier):
         if self.metric is not None and not callable(self.metric):
             raise ValueError(f"metric must be None or a function of two arrays, not {self.metric!r}")
         metric = Norm(float(self.p)) if self.metric is None else self.metric
-        return KNNParams(int(self.n_neighbors), metric, tool_costs(costs, _tool_labels(classes)))
+        return KNNParams(int(self.n_neighbors), metric, tool_costs(costs, tool_labels(classes)))
 
     def _typicality(self, X: Any, is_training: bool) -> Floats:
         # In training each row is its own nearest neighbour, or one of several at distance 0.
@@ -468,6 +463,15 @@ class BayesCostClassifier(_CostClassifier):
         # a million, and the likelihoods are not so large that their roundings come near it. Whole answers decide on the other rows.
         with progress_bar("predict", self.verbose) as progress:
             joint = self._log_likelihoods(X, progress)
+        decided: npt.NDArray[np.intp] = in_blocks(self._clear_decisions, joint)
+        unclear = decided < 0
+        if unclear.any():
+            probabilities, expected = self._answers(X[unclear])
+            decided[unclear] = in_blocks(decide, expected, probabilities)
+        return decided
+
+    def _clear_decisions(self, joint: Floats) -> npt.NDArray[np.intp]:
+        """The places of the classes that log-likelihoods decide for, -1 where they do not decide clearly. Changes what it is given."""
         with np.errstate(divide="ignore"):
             joint += np.log(self.class_prior_)
         highest = joint.max(axis=1, keepdims=True)
@@ -478,17 +482,14 @@ class BayesCostClassifier(_CostClassifier):
         least = costs[rows, decided]
         costs[rows, decided] = np.inf
         unclear = (costs.min(axis=1) <= least * (1.0 + 1e-6)) | ~(np.abs(highest[:, 0]) < 1e6)
-        if unclear.any():
-            probabilities, expected = self._answers(X[unclear])
-            decided[unclear] = decide(expected, probabilities)
-        return decided
+        return np.where(unclear, -1, decided)
 
     def _log_likelihoods(self, X: Any, progress: Any = None) -> Floats:
         known: Floats = self.tool_.log_likelihoods(X, threads=self._threads(), progress=progress)
         if known.shape[1] == len(self.classes_):
             return known
         likelihoods = np.full((len(known), len(self.classes_)), -np.inf)
-        likelihoods[:, np.searchsorted(_tool_labels(self.classes_), self.tool_.categories)] = known
+        likelihoods[:, np.searchsorted(tool_labels(self.classes_), self.tool_.categories)] = known
         return likelihoods
 
     def _take(
@@ -501,7 +502,7 @@ class BayesCostClassifier(_CostClassifier):
         self.class_prior_ = class_priors(self.priors, self.classes_, self.class_count_)
 
     def _params(self, classes: npt.NDArray[Any], costs: Floats, counts: npt.NDArray[np.int64]) -> BayesParams:
-        labels = _tool_labels(classes)
+        labels = tool_labels(classes)
         frequencies = tool_frequencies(class_priors(self.priors, classes, counts), labels)
         return BayesParams(
             self._distribution_types(classes, labels), frequencies, tool_costs(costs, labels), FeaturePattern(self._maxima())
@@ -593,7 +594,7 @@ class BayesCostClassifier(_CostClassifier):
         """The log-likelihood of each class's mean, without the measurements that each of the gaps lacks."""
         means = np.full((len(self.classes_), self.n_features_in_), np.nan)
         maxima = self._maxima()
-        places = dict(zip(_tool_labels(self.classes_).tolist(), range(len(self.classes_))))
+        places = dict(zip(tool_labels(self.classes_).tolist(), range(len(self.classes_))))
         for density in self.tool_.densities():
             measurements = list(density.measurements)
             is_normal = density.type == DistributionType.NORMAL

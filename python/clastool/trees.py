@@ -8,11 +8,9 @@ import numpy as np
 import numpy.typing as npt
 
 from . import CategoryResult, ClassifierTool, Leaf, Node, RangePredicate, Result
-from ._decision import Floats, cost_matrix, settle_ties
+from ._decision import LARGEST_LABEL, Floats, cost_matrix, settle_ties
 
 __all__ = ["from_sklearn"]
-
-_LARGEST_LABEL = 2**31 - 1
 
 
 def from_sklearn(tree: Any, costs: Any = None) -> ClassifierTool:
@@ -93,6 +91,6 @@ def _leaf(labels: list[int], shares: Floats, expected: Floats, order: npt.NDArra
 def _labels(classes: npt.NDArray[Any]) -> list[int]:
     if classes.dtype.kind in "iuf":
         whole = classes.astype(np.int64)
-        if np.array_equal(whole, classes) and whole[0] >= 0 and whole[-1] <= _LARGEST_LABEL:
+        if np.array_equal(whole, classes) and whole[0] >= 0 and whole[-1] <= LARGEST_LABEL:
             return [int(label) for label in whole]
     return list(range(len(classes)))

@@ -60,12 +60,14 @@ def test_show_knows_every_technique(tmp_path: Path, capsys: pytest.CaptureFixtur
     tool = ClassifierTool()
     tool.train(IRIS, SPECIES, BayesParams())
     tool.save(str(tmp_path / "plain"), plain=True)
+    BayesCostClassifier(distribution={1: "binomial"}, max_values=9).fit(IRIS, SPECIES).save(tmp_path / "binomial")
     lines = {}
-    for name in ("bayes", "tree", "empty", "plain"):
+    for name in ("bayes", "binomial", "tree", "empty", "plain"):
         assert main(["show", str(tmp_path / name)]) == 0
         lines[name] = capsys.readouterr().out.splitlines()
     assert lines["bayes"][:3] == ["technique: bayes", "categories: 0 (a), 1 (b), 2 (c)", "measurements: 4"]
     assert [line.split(":")[0] for line in lines["bayes"][3:]] == ["distribution types", "frequencies", "costs", "patterns", "size"]
+    assert "largest values: FeaturePattern([9.0, 9.0, 9.0, 9.0])" in lines["binomial"]
     assert lines["bayes"][-2] == "patterns: 50 of 0, 50 of 1, 50 of 2"
     assert [line.split(":")[0] for line in lines["tree"]] == ["technique", "categories", "size"]
     assert lines["empty"][0] == "technique: none: the tool is not trained" and len(lines["empty"]) == 2
@@ -157,6 +159,38 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
     assert main(["predict", str(good), str(data), "-o", str(out)]) == 1
     told = capsys.readouterr().err
     assert told.startswith("clastool: Input X contains NaN. KNeighborsCostClassifier does not") and told.count("\n") == 1
+
+
+def test_texts_that_were_changed_at_random_end_in_one_line_or_are_taken(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    path, text, data, out = tmp_path / "model", tmp_path / "model.json", tmp_path / "data.csv", tmp_path / "out.csv"
+    BayesCostClassifier(groups="all", reject_quantile=0.1, reject_label="none").fit(IRIS, np.array(["a", "b", "c"])[SPECIES]).save(path)
+    pd.DataFrame(IRIS).to_csv(data, index=False)
+    good = text.read_bytes()
+    random = np.random.default_rng(1)
+    told = 0
+    for _ in range(300):
+        bytes_ = bytearray(good)
+        for place in random.integers(0, len(good), random.integers(1, 4)):
+            bytes_[place] = random.choice([*b'0123456789",:[]{}-x'])
+        text.write_bytes(bytes_)
+        for arguments in (["show", path], ["predict", path, data, "-o", out]):
+            status = main([str(argument) for argument in arguments])
+            shown = capsys.readouterr().err
+            assert (status, shown.count("\n"), shown[:10]) in ((0, 0, ""), (1, 1, "clastool: "))
+            told += status
+    assert told > 300
+
+
+def test_tables_that_are_none_end_in_one_line(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    tool = ClassifierTool()
+    tool.train(IRIS, SPECIES, BayesParams())
+    tool.save(str(tmp_path / "tool"))
+    data = tmp_path / "data.csv"
+    for content in (b"\xff\xfe1,2,3,4\n", b'"' + b"1" * 200_000 + b'",2,3,4\n'):
+        data.write_bytes(content)
+        assert main(["predict", str(tmp_path / "tool"), str(data), "-o", str(tmp_path / "out.csv")]) == 1
+        shown = capsys.readouterr().err
+        assert shown.startswith(f"clastool: {data}: is not a table in UTF-8: ") and shown.count("\n") == 1
 
 
 def test_wrong_arguments_end_in_status_2() -> None:

@@ -11,6 +11,7 @@ import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
+from clastool._decision import in_blocks
 from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier
 
 DECIMALS = ["0", "0.1", "0.2", "0.3", "0.6", "0.7", "1", "3", "10"]
@@ -122,6 +123,25 @@ def test_bayes_decides_ties_of_costs_for_the_more_probable_class(share: int) -> 
     cost = share * (10 - share) / 10
     assert model.expected_costs([[0.0]])[0] == pytest.approx([cost, cost], rel=1e-15)
     assert model.predict([[0.0]]).tolist() == [0 if share >= 5 else 1]
+
+
+def test_many_rows_are_decided_in_blocks_as_all_at_once() -> None:
+    sizes = []
+
+    def doubled(table: Any, other: Any) -> Any:
+        sizes.append(len(table))
+        return table + other
+
+    rows = np.arange(50_001)
+    assert in_blocks(doubled, rows, rows).tolist() == (2 * rows).tolist()
+    assert sum(sizes) == len(rows) and max(sizes) <= 16384
+    assert in_blocks(doubled, rows[:0], rows[:0]).tolist() == []
+    X = np.random.default_rng(1).normal(size=(20_000, 2))
+    y = (X[:, 0] > 0.3).astype(int)
+    for model in (BayesCostClassifier(costs={(1, 0): 2.5}), KNeighborsCostClassifier(4, costs={(1, 0): 2.5})):
+        model.fit(X[:500], y[:500])
+        pieces = np.concatenate([model.predict(part) for part in np.array_split(X, 7)])
+        assert np.array_equal(model.predict(X), pieces)
 
 
 def test_bayes_decides_by_the_priors_far_from_everything() -> None:
