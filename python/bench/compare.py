@@ -136,8 +136,14 @@ def accuracy_case() -> list[Row]:
     from clastool.sklearn import BayesCostClassifier
     from sklearn.datasets import load_breast_cancer, load_digits, load_iris, load_wine
     from sklearn.discriminant_analysis import QuadraticDiscriminantAnalysis
-    from sklearn.model_selection import cross_val_score
+    from sklearn.model_selection import StratifiedKFold, cross_val_score
     from sklearn.naive_bayes import GaussianNB
+
+    def accuracies(model: Any, X: Any, y: Any) -> list[float]:
+        """In the folds as the data lie, and in the mean of ten shuffles."""
+        shuffles = [StratifiedKFold(5, shuffle=True, random_state=seed) for seed in range(10)]
+        folds = [cross_val_score(model, X, y, cv=cv, error_score="raise").mean() for cv in [5, *shuffles]]
+        return [folds[0], sum(folds[1:]) / len(shuffles)]
 
     found = []
     for load in (load_digits, load_wine, load_breast_cancer, load_iris):
@@ -146,17 +152,18 @@ def accuracy_case() -> list[Row]:
             (BayesCostClassifier(), GaussianNB()),
             (BayesCostClassifier(groups="all"), QuadraticDiscriminantAnalysis()),
         ):
-            own = cross_val_score(ours, X, y, cv=5).mean()
+            own = accuracies(ours, X, y)
             with warnings.catch_warnings():
                 warnings.simplefilter("ignore")  # collinear measurements
                 try:
-                    other = cross_val_score(theirs, X, y, cv=5, error_score="raise").mean()
+                    other = accuracies(theirs, X, y)
                 except Exception as error:  # newer versions of QDA refuse what is not of full rank
-                    other = float("nan")
+                    other = []
                     print(f"{load.__name__}: {theirs!r}: {error}", file=sys.stderr)
             name = f"{load.__name__[5:].replace('_', ' ')}, {'joint' if ours.groups else 'independent'}"
-            beside = f"{type(theirs).__name__} {other:.4f}" if other == other else f"{type(theirs).__name__} refuses the data"
-            found.append(Row(f"accuracy, five-fold: {name}", f"{own:.4f}", f"{beside}, less 0.005", not own < other - 0.005))
+            beside = f"{type(theirs).__name__} {other[0]:.4f}; {other[1]:.4f}" if other else f"{type(theirs).__name__} refuses the data"
+            is_met = all(mine >= yours - 0.005 for mine, yours in zip(own, other))
+            found.append(Row(f"accuracy, five-fold: {name}", f"{own[0]:.4f}; {own[1]:.4f}", f"{beside}, less 0.005", is_met))
     return found
 
 
@@ -221,11 +228,13 @@ def page(rows: list[Row]) -> str:
             "|---|---|---|---|",
             *lines,
             "",
+            "Accuracy is that of five folds as the data lie, then the mean of ten shuffles.",
+            "",
             "The time of `brute` is mostly that of a matrix product, so it hangs on the BLAS kernels. OpenBLAS chooses them by the processor,",
             "and `OPENBLAS_CORETYPE` overrides the choice. Where the processor has AVX-512, `brute` is measured with these kernels too.",
             "",
             "Peak memory is what the process takes in `fit` beyond what it had before, X among it. Nearest neighbours keep each row as a",
-            "pattern, an object of its own, and a copy of all rows to search in. While that copy is put in order there are two of it.",
+            "pattern, an object of its own, and a copy of all rows to search in, which is put in order where it lies.",
             "",
             "GaussianNB adds 1e-9 of the largest variance of any measurement to every variance. In the units of the breast cancer data that",
             "is more than several of the variances, and it happens to help there. With each measurement divided by its standard deviation",
