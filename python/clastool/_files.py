@@ -109,7 +109,7 @@ def _read(path: str) -> dict[str, Any] | None:
 def _check_attributes(attributes: dict[str, Any]) -> None:
     """Raises KeyError for an attribute too many or too few, ValueError for one that no estimator has."""
     count, width = len(attributes["classes_"]), attributes["n_features_in_"]
-    kinds = {
+    kinds: dict[str, tuple[str, list[tuple[Any, ...]]]] = {
         "classes_": ("biufOUS", [(count,)]),
         "class_count_": ("iu", [(count,)]),
         "costs_": ("f", [(count, count)]),

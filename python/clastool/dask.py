@@ -31,9 +31,9 @@ from sklearn.utils.validation import check_is_fitted
 from . import ClassifierTool, KNNParams, sklearn
 from ._dask_files import load_shards, save_shards
 from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted
-from ._decision import cost_matrix, decide, settle_ties
+from ._decision import cost_matrix, decide, settle_ties, tool_labels
 from ._tables import Neighbors
-from .sklearn import _tool_labels, _to_tool
+from .sklearn import _to_tool
 
 __all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "expected_costs", "predict", "predict_proba"]
 
@@ -130,7 +130,7 @@ def _checked_rows(table: Any, model: Any, number: int) -> Any:
 
 
 def _decided(near: Neighbors, model: Any, params: KNNParams, method: str) -> npt.NDArray[Any]:
-    rows = decided(near.labels, params, _tool_labels(model.classes_))
+    rows = decided(near.labels, params, tool_labels(model.classes_))
     if method == "predict_proba":
         return rows.class_scores
     expected = settle_ties(rows.expected_costs)
@@ -333,7 +333,7 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
         return load_shards(cls, os.fspath(path)) if os.path.isdir(path) else super().load(path)
 
     def _take_shards(self, shards: list[Any], rows: list[int], classes: Any, costs: Any, counts: Any) -> None:
-        category_counts = dict(zip(_tool_labels(classes).tolist(), counts.tolist()))
+        category_counts = dict(zip(tool_labels(classes).tolist(), counts.tolist()))
         params = self._params(classes, costs, counts)
         tool: Any = ShardedTool([[shard] for shard in shards], rows, params, category_counts, self.n_features_in_)
         self._take(tool, classes, costs, counts)
