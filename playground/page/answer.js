@@ -62,19 +62,19 @@ function costFormula(state, category, categories) {
     return [`${terms.length === 0 ? "0" : terms.join(" + ")} = `, number(category.cost)];
 }
 
-function row(cells, isHead) {
-    const made = element("tr");
-    cells.forEach((cell, i) => {
-        made.append(isHead ? element("th", { scope: "col" }, ...cell)
-            : i === 0 ? element("th", { scope: "row" }, ...cell) : element("td", {}, ...cell));
-    });
-    return made;
+/** A row of a table. Cells carry the head of their column: in a narrow window they stand below each other. */
+function row(cells, head) {
+    return element("tr", { role: "row" }, ...cells.map((cell, i) => (i === 0 ? element("th", { scope: "row", role: "rowheader" }, ...cell)
+        : element("td", { role: "cell", "data-head": head[i] }, ...cell))));
 }
 
-function table(caption, head, rows, kind = "") {
-    return element("div", { class: `wide ${kind}`, tabindex: "0", role: "group", "aria-label": caption },
-        element("table", {}, element("caption", {}, caption), element("thead", {}, row(head.map((text) => [text]), true)),
-            element("tbody", {}, ...rows.map((cells) => row(cells, false)))));
+/** A table that keeps its meaning for screen readers however the style lays it out. */
+function table(caption, head, rows) {
+    const heads = head.map((text) => element("th", { scope: "col", role: "columnheader" }, text));
+    return element("div", { class: "wide", tabindex: "0", role: "group", "aria-label": caption },
+        element("table", { role: "table" }, element("caption", {}, caption),
+            element("thead", { role: "rowgroup" }, element("tr", { role: "row" }, ...heads)),
+            element("tbody", { role: "rowgroup" }, ...rows.map((cells) => row(cells, head)))));
 }
 
 function byTool(state, numbers) {
@@ -90,7 +90,7 @@ function byTool(state, numbers) {
     });
     const head = isStored ? ["category", "match score", "posterior", "expected cost"]
         : ["category", "match score m", "frequency f", "posterior p = m·f / sum of m·f", "expected cost = sum of cost·p of the others"];
-    const details = [table("Each category, the least expected cost first", head, rows, "formulas")];
+    const details = [table("Each category, the least expected cost first", head, rows)];
     if (state.technique === "independent" || state.technique === "joint") {
         details.push(element("p", {}, `ln likelihood of ${nameOf(state, decided.label)}: ln(match score) - factor = `
             + `${digitsOf(Math.log(decided.match))} - (${digitsOf(numbers[0])}) = ${digitsOf(Math.log(decided.match) - numbers[0])}`));

@@ -6,7 +6,7 @@ import { drawMark, looks, nameOf } from "./categories.js";
 import { axisName, measured } from "./plane.js";
 import { planeSize } from "./plane_size.js";
 import { hasRoomForCut, maxRules, measurements, newRule, numCategoriesOf, onGrid, startingPoints, trainingPoints } from "./state.js";
-import { answeringCounts, boxOf, nodeAt, replaced, sideOf } from "./tree.js";
+import { answeringCounts, boxOf, nodeAt, pathTo, replaced, sideOf } from "./tree.js";
 
 const byId = (id) => document.getElementById(id);
 const range = (count) => [...Array(count).keys()];
@@ -30,10 +30,17 @@ function button(text, pressed) {
     return made;
 }
 
+/** Writes a value beside its slider, if it is another one: each change costs a new layout of the page. */
+function setShown(input, shown, text) {
+    if (shown.value !== text) {
+        shown.value = text;
+        input.setAttribute("aria-valuetext", text);
+    }
+}
+
 function set(slid, value) {
     slid.input.value = value;
-    slid.shown.value = slid.format(value);
-    slid.input.setAttribute("aria-valuetext", slid.shown.value);
+    setShown(slid.input, slid.shown, slid.format(value));
 }
 
 export class Controls {
@@ -44,6 +51,8 @@ export class Controls {
         this.chosenRule = 0;
         this.action = "place";
         this.lacks = "";
+        /** The measurement that a drag in the plane cuts, or "" where it moves what is there. */
+        this.cutting = "";
         this.shownKey = {};
         this.connect();
     }
@@ -77,6 +86,9 @@ export class Controls {
         });
         byId("action").addEventListener("change", (event) => {
             this.action = event.target.value;
+        });
+        byId("cutting").addEventListener("change", (event) => {
+            this.cutting = event.target.value;
         });
         for (const id of ["k", "order", "threshold"]) {
             byId(id).addEventListener("input", (event) => this.put({ [id]: Number(event.target.value) }));
@@ -134,11 +146,25 @@ export class Controls {
         this.put({ tree: replaced(tree, path, { ...nodeAt(tree, path), limit: onGrid(value) }) });
     }
 
-    addCut(path, axis) {
+    addCut(path, axis, limit) {
+        this.put({ tree: replaced(this.get().tree, path, { axis, limit: onGrid(limit), low: null, high: null }) });
+    }
+
+    /** Cuts the leaf at a place there. Returns the path of the cut, or null where there is no room for one more. */
+    cutAt(place) {
         const { tree } = this.get();
-        const box = boxOf(tree, path, planeSize);
-        const limit = onGrid(axis === "x" ? (box.left + box.right) / 2 : (box.bottom + box.top) / 2);
-        this.put({ tree: replaced(tree, path, { axis, limit, low: null, high: null }) });
+        const path = pathTo(tree, place);
+        if (!hasRoomForCut(tree, path)) {
+            return null;
+        }
+        this.addCut(path, this.cutting, place[this.cutting]);
+        return path;
+    }
+
+    /** Cuts a leaf in its middle. */
+    halve(path, axis) {
+        const box = boxOf(this.get().tree, path, planeSize);
+        this.addCut(path, axis, axis === "x" ? (box.left + box.right) / 2 : (box.bottom + box.top) / 2);
     }
 
     removeCut(path) {
@@ -164,7 +190,7 @@ export class Controls {
         byId("missing").value = state.missing;
         for (const id of ["k", "order", "threshold"]) {
             byId(id).value = state[id];
-            byId(id).nextElementSibling.value = String(state[id]);
+            setShown(byId(id), byId(id).nextElementSibling, String(state[id]));
         }
         const numCategories = numCategoriesOf(state);
         this.ifChanged("categories", `${state.data} ${state.numCategories} ${numCategories}`, () => this.buildCategories(state));
@@ -260,6 +286,9 @@ export class Controls {
 
     buildTree(state) {
         this.treeParts = [];
+        byId("cutting").querySelectorAll("span").forEach((text, axis) => {
+            text.textContent = `cuts ${axisName(state, axis)}`;
+        });
         byId("tree").replaceChildren(this.treeItem(state.tree, [], ""));
     }
 
@@ -273,7 +302,7 @@ export class Controls {
             item.append(text, element("br"));
             if (hasRoomForCut(this.get().tree, path)) {
                 for (const axis of ["x", "y"]) {
-                    const cut = button(`Cut ${this.nameOfAxis(axis)}`, () => this.addCut(path, axis));
+                    const cut = button(`Cut ${this.nameOfAxis(axis)}`, () => this.halve(path, axis));
                     cut.setAttribute("aria-label", `Cut ${this.nameOfAxis(axis)} at leaf ${leaf}`);
                     item.append(cut);
                 }

@@ -1,9 +1,9 @@
-// Hands work to the workers. Each of them has one task at a time, so a newer state never waits for more than one: first a coarse
-// picture of the newest state, then the answer where the pointer is, then the fine picture in strips, which are dropped as soon as the
-// state changes.
+// Hands work to the workers: first a coarse picture of the newest state, then the answer where the pointer is, then the fine picture in
+// strips, which are dropped as soon as the state changes. Each worker has one task, and one strip more to go on with at once, so a
+// newer state never waits for more than that.
 
 export const fineCells = 250;
-const stripRows = 10;
+const stripRows = 5;
 /** What a coarse picture may take, in milliseconds, so that every frame can have one. */
 const coarseTime = 8;
 const coarseSizes = [50, 25, 10];
@@ -28,11 +28,11 @@ export class Engine {
     }
 
     newWorker(url) {
-        const own = { worker: new Worker(url), version: 0, task: null };
+        const own = { worker: new Worker(url), version: 0, tasks: [] };
         own.worker.onmessage = ({ data }) => this.take(own, data);
         own.worker.onerror = (event) => {
             event.preventDefault();
-            this.views.failed("This browser cannot run the classifiers: it needs WebAssembly with exceptions.");
+            this.views.failed("This browser cannot run the classifiers: it needs WebAssembly with exceptions and vectors.");
         };
         return own;
     }
@@ -81,7 +81,11 @@ export class Engine {
         });
     }
 
-    nextTask() {
+    /** What comes next, or null; for a worker that is busy a strip alone. */
+    nextTask(isBusy) {
+        if (isBusy) {
+            return this.model === null || this.isBroken ? null : this.nextStripTask();
+        }
         if (this.requests.length > 0) {
             return this.requests.shift();
         }
@@ -98,10 +102,9 @@ export class Engine {
             this.question = null;
             return question;
         }
-        if (this.isCoarseDone && this.nextStrip < this.numStrips) {
-            const firstRow = this.nextStrip * stripRows;
-            this.nextStrip += 1;
-            return { kind: "rows", numCells: fineCells, firstRow, numRows: stripRows, missing: this.missing };
+        const strip = this.nextStripTask();
+        if (strip !== null) {
+            return strip;
         }
         if (this.stripsDone === this.numStrips && !this.isTestAsked) {
             this.isTestAsked = true;
@@ -110,11 +113,23 @@ export class Engine {
         return null;
     }
 
+    nextStripTask() {
+        if (!this.isCoarseDone || this.nextStrip >= this.numStrips) {
+            return null;
+        }
+        const firstRow = this.nextStrip * stripRows;
+        this.nextStrip += 1;
+        return { kind: "rows", numCells: fineCells, firstRow, numRows: stripRows, missing: this.missing };
+    }
+
+    /** Everybody gets something before somebody gets a second strip. */
     pump() {
-        for (const own of this.workers) {
-            const task = own.task === null ? this.nextTask() : null;
-            if (task !== null) {
-                this.give(own, task);
+        for (const numTasks of [0, 1]) {
+            for (const own of this.workers.filter(({ tasks }) => tasks.length === numTasks)) {
+                const task = this.nextTask(numTasks > 0);
+                if (task !== null) {
+                    this.give(own, task);
+                }
             }
         }
     }
@@ -122,17 +137,15 @@ export class Engine {
     give(own, task) {
         // A load replaces what the worker has; a store of a model that cannot be made fails by itself.
         const isNewModel = task.kind !== "load" && own.version !== this.version;
-        own.task = task;
-        own.taskVersion = this.version;
+        own.tasks.push({ task, version: this.version });
         own.version = task.kind === "load" ? 0 : this.version;
         const { resolve, reject, ...plain } = task;
         own.worker.postMessage({ model: isNewModel ? this.model : null, task: plain });
     }
 
     take(own, data) {
-        const task = own.task;
-        const isNew = own.taskVersion === this.version;
-        own.task = null;
+        const { task, version } = own.tasks.shift();
+        const isNew = version === this.version;
         if (data.error !== undefined) {
             own.version = 0;
         }
@@ -160,6 +173,10 @@ export class Engine {
     }
 
     takeRows(task, data, isNew) {
+        // Of a classifier that could not be made there is no picture, nor of one before it.
+        if (this.isBroken) {
+            return;
+        }
         const isFine = task.numCells === fineCells;
         this.perCell = data.milliseconds / data.cells.length;
         // A coarse picture of a state that has just gone is better than an older one.

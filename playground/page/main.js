@@ -10,7 +10,7 @@ import { planeSize } from "./plane_size.js";
 import { archiveName, cppProgram, noPythonBecause, pythonProgram } from "./programs.js";
 import { modelOf, techniqueNames } from "./encoding.js";
 import { addressOf, maxArchiveInAddress, maxNeighbors, maxPoints, newState, onGrid, startingPoints, stateFrom, testPoints } from "./state.js";
-import { nodeAt } from "./tree.js";
+import { maxCuts, maxDepth, nodeAt } from "./tree.js";
 
 const byId = (id) => document.getElementById(id);
 
@@ -21,6 +21,8 @@ let isModelDirty = true;
 let held = null;
 let carried = -1;
 let lastMove = 0;
+/** The picture that stands with the next drawing of the plane: its name for measurements. */
+let pictureToNote = "";
 let addressTimer = 0;
 let ownAddress = "";
 
@@ -29,7 +31,7 @@ const controls = new Controls(() => state, change);
 const engine = new Engine(workerSource, Math.min(navigator.hardwareConcurrency, 4), {
     picture(cells, numCells, firstRow, numRows) {
         plane.setCells(cells, numCells, firstRow, numRows);
-        note(numCells < fineCells ? "coarse picture" : "strip", lastMove);
+        pictureToNote = numCells < fineCells ? "coarse picture" : pictureToNote;
         isDirty = true;
     },
     answered(question, numbers) {
@@ -52,17 +54,18 @@ const engine = new Engine(workerSource, Math.min(navigator.hardwareConcurrency, 
         isDirty = true;
     },
     finished(numFailed, why) {
-        note("fine picture", lastMove);
+        pictureToNote = "fine picture";
         const all = fineCells * fineCells;
         tell(numFailed === 0 ? `${fineCells} × ${fineCells} cells drawn.`
             : numFailed === all ? why : `${numFailed} of ${all} cells have no answer. ${why}`, numFailed > 0);
     },
 });
 
-/** When a picture stood, for measurements: since the last change of the state. */
-function note(name, start) {
-    performance.clearMeasures(name);
-    performance.measure(name, { start, end: performance.now() });
+/** That a picture stands, for measurements: since the last change of the state. */
+function notePicture() {
+    performance.clearMeasures(pictureToNote);
+    performance.measure(pictureToNote, { start: lastMove, end: performance.now() });
+    pictureToNote = "";
 }
 
 function tell(text, isFailure = false) {
@@ -102,6 +105,9 @@ function frame() {
     if (isDirty) {
         isDirty = false;
         plane.draw(state, probe, controls.chosenRule);
+        if (pictureToNote !== "") {
+            notePicture();
+        }
     }
     requestAnimationFrame(frame);
 }
@@ -165,10 +171,15 @@ function removePoint(index) {
 function takeHold(event, place) {
     const isTraining = state.archive === null;
     if (isTraining && state.technique === "tree") {
-        const path = plane.cutAt(state.tree, place, event.pointerType);
+        const isNew = controls.cutting !== "";
+        const path = isNew ? controls.cutAt(place) : plane.cutAt(state.tree, place, event.pointerType);
         if (path !== null) {
             const { axis } = nodeAt(state.tree, path);
             return (to) => controls.setLimit(path, to[axis]);
+        }
+        if (isNew) {
+            tell(`There is room for ${maxCuts} cuts, ${maxDepth} deep.`, true);
+            return () => {};
         }
     }
     const index = controls.chosenRule;

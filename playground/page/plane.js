@@ -23,6 +23,7 @@ export class Plane {
         this.regions.height = fineCells;
         this.regionsContext = this.regions.getContext("2d");
         this.image = this.regionsContext.createImageData(fineCells, fineCells);
+        this.marks = new Map();
         this.colors = new Map();
         looks.forEach((look, label) => this.colors.set(label, rgbOf(look.area)));
         this.colors.set(looks.length, rgbOf(otherLook.area));
@@ -51,7 +52,7 @@ export class Plane {
                 data[place + 3] = 255;
             }
         }
-        this.regionsContext.putImageData(this.image, 0, 0);
+        this.regionsContext.putImageData(this.image, 0, 0, 0, firstRow * scale, fineCells, numRows * scale);
     }
 
     /** Makes the canvas as fine as the screen. */
@@ -151,15 +152,40 @@ export class Plane {
         if (state.archive === null && state.technique === "rules" && state.rules[selectedRule] !== undefined) {
             this.drawRule(state.rules[selectedRule]);
         }
-        const size = this.side.x < 400 ? 3.4 : 4.2;
-        for (const point of trainingPoints(state)) {
-            drawMark(context, looks[point.label], this.left(point.x ?? 0), this.top(point.y ?? 0), size);
-        }
+        this.drawPoints(trainingPoints(state));
         this.drawProbe(probe, state.missing);
         context.strokeStyle = "#333333";
         context.lineWidth = 1;
         context.strokeRect(margin.left, margin.top, this.side.x, this.side.y);
         this.drawAxes(state);
+    }
+
+    /** The mark of a category as a picture, which is drawn many times as fast as its outline. */
+    markOf(label, size) {
+        const key = `${label} ${size} ${this.ratio}`;
+        if (!this.marks.has(key)) {
+            const made = document.createElement("canvas");
+            const half = Math.ceil(1.5 * size + 1);
+            made.width = made.height = Math.ceil(2 * half * this.ratio);
+            const context = made.getContext("2d");
+            context.scale(this.ratio, this.ratio);
+            drawMark(context, looks[label], half, half, size);
+            this.marks.set(key, made);
+        }
+        return this.marks.get(key);
+    }
+
+    /** Marks stand on whole pixels of the screen, so that they stay sharp. */
+    drawPoints(points) {
+        const context = this.context;
+        const size = this.side.x < 400 ? 3.4 : 4.2;
+        const half = Math.ceil(1.5 * size + 1);
+        context.setTransform(1, 0, 0, 1, 0, 0);
+        for (const point of points) {
+            const [left, top] = [this.left(point.x ?? 0) - half, this.top(point.y ?? 0) - half];
+            context.drawImage(this.markOf(point.label, size), Math.round(left * this.ratio), Math.round(top * this.ratio));
+        }
+        context.setTransform(this.ratio, 0, 0, this.ratio, 0, 0);
     }
 
     line(x0, y0, x1, y1, dash, width = 2) {

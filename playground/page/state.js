@@ -100,11 +100,13 @@ export const startingPoints = {
 
 /** What a measurement of the biopsies is at the ends of the plane. */
 export function rangeOf(index) {
-    const values = biopsies.rows.map((row) => row[index]);
-    const low = Math.min(...values);
-    const high = Math.max(...values);
-    const margin = 0.04 * (high - low);
-    return { low: low - margin, high: high + margin };
+    return remembered(`range ${index}`, () => {
+        const values = biopsies.rows.map((row) => row[index]);
+        const low = Math.min(...values);
+        const high = Math.max(...values);
+        const margin = 0.04 * (high - low);
+        return { low: low - margin, high: high + margin };
+    });
 }
 
 function biopsyPoints(axes, isOfUse) {

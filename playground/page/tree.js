@@ -35,25 +35,19 @@ export function countsOf(points, numCategories) {
     return counts;
 }
 
-/**
- * The leaf that a point reaches: its path, and the counts that it answers with. A leaf that no point reached answers as the cut above
- * it would, and every category counts one where there are no points at all.
- */
-export function leafOf(tree, point, points, numCategories) {
+/** The path to the leaf that a point reaches. */
+export function pathTo(tree, point) {
     const path = [];
-    let node = tree;
-    let reached = points;
-    let counts = answeringCounts(reached, numCategories, new Array(numCategories).fill(1));
-    while (node !== null) {
-        const side = sideOf(node, point);
-        reached = reached.filter((other) => sideOf(node, other) === side);
-        counts = answeringCounts(reached, numCategories, counts);
-        path.push(side);
-        node = node[side];
+    for (let node = tree; node !== null; node = node[path.at(-1)]) {
+        path.push(sideOf(node, point));
     }
-    return { path, counts };
+    return path;
 }
 
+/**
+ * The counts that a node answers with. A leaf that no point reached answers as the cut above it would, and every category counts one
+ * where there are no points at all.
+ */
 export function answeringCounts(points, numCategories, otherwise) {
     return points.length === 0 ? otherwise : countsOf(points, numCategories);
 }

@@ -91,6 +91,13 @@ describe("The page", { concurrency: 2 }, () => {
                 });
                 const wide = await page.evaluate(() => document.documentElement.scrollWidth);
                 assert.ok(wide <= width, `${technique}: ${wide} pixels wide`);
+                const [answer, plane, settings] = await page.evaluate(() => [
+                    document.querySelector("#answer .wide"), document.querySelector("#plane"), document.querySelector("#controls"),
+                ].map((part) => ({ room: part.clientWidth, wide: part.scrollWidth, ...part.getBoundingClientRect().toJSON() })));
+                assert.ok(answer.wide <= answer.room, `${technique}: the answer is cut at ${answer.room} of ${answer.wide} pixels`);
+                // Settings are beside the plane where there is room, with no empty place between.
+                assert.ok(width === 360 ? settings.top > plane.bottom : settings.left > plane.right && settings.left < plane.right + 40,
+                    `${technique}: the plane ends at ${plane.right}, ${plane.bottom}, the settings begin at ${settings.left}, ${settings.top}`);
                 await page.evaluate(axe);
                 const { violations } = await page.evaluate(() => window.axe.run());
                 const serious = violations.filter(({ impact }) => ["serious", "critical"].includes(impact));
@@ -221,6 +228,18 @@ describe("The points", () => {
         await page.close();
     });
 
+    test("start from each of the sets that there are", async () => {
+        const page = await open();
+        const sets = { two: 80, ring: 120, missing: 90, six: 300, empty: 0 };
+        const offered = await page.locator("#data option").evaluateAll((options) => options.map(({ value }) => value));
+        assert.deepEqual(offered.sort(), ["", "biopsies", ...Object.keys(sets)].sort());
+        for (const [name, count] of Object.entries(sets)) {
+            await choose(page, "#data", name);
+            assert.equal(parameters(page).get("p").length, 5 * count, name);
+        }
+        await page.close();
+    });
+
     test("have two to six categories", async () => {
         const page = await open();
         await choose(page, "#num-categories", "4");
@@ -279,6 +298,40 @@ describe("The techniques", () => {
         await page.close();
     });
 
+    test("a tree is drawn: a drag cuts the leaf that it begins in, and places no point", async () => {
+        const page = await openSix("neighbors");
+        await choose(page, "#technique", "tree");
+        const points = parameters(page).get("p");
+        const stroke = async (from, to) => {
+            const [start, end] = [await pixelOf(page, ...from), await pixelOf(page, ...to)];
+            await page.mouse.move(start.x, start.y);
+            await page.mouse.down();
+            await page.mouse.move(end.x, end.y, { steps: 4 });
+            await page.mouse.up();
+            await drawn(page);
+        };
+        /** The tree with limits in tenths: a pixel is less than that. */
+        const tree = () => parameters(page).get("tree").replaceAll(/[\d.]+/g, (limit) => Number(limit).toFixed(1));
+        await page.getByRole("radio", { name: "cuts x", exact: true }).check();
+        await stroke([3, 9], [4, 9]);
+        assert.equal(tree(), "x4.0~L~L");
+        await page.getByRole("radio", { name: "cuts y", exact: true }).check();
+        await stroke([8, 3], [8, 7]);
+        assert.equal(tree(), "x4.0~L~y7.0~L~L");
+        await page.getByRole("radio", { name: "moves cuts and points" }).check();
+        await stroke([8, 7], [8, 5]);
+        assert.equal(tree(), "x4.0~L~y5.0~L~L");
+        // Six cuts deep is as deep as it goes.
+        await page.getByRole("radio", { name: "cuts x", exact: true }).check();
+        for (const x of [9, 8.5, 8, 7.5, 7]) {
+            await stroke([x, 2], [x, 2]);
+        }
+        assert.equal(await status(page), "There is room for 12 cuts, 6 deep.");
+        assert.equal(parameters(page).get("tree").match(/[xy]/g).length, 6);
+        assert.equal(parameters(page).get("p"), points);
+        await page.close();
+    });
+
     test("rules are added, changed by sliders and the mouse, and removed; none at all are refused", async () => {
         const page = await openSix("rules");
         assert.equal(await status(page), drawnWhole);
@@ -330,6 +383,10 @@ describe("The techniques", () => {
         await choose(page, "#missing", "2");
         assert.deepEqual(await colorAt(page, 1.5, 9.3), await colorAt(page, 1.5, 0.5));
         assert.match((await answerAt(page, 1.5, 0.5)).sentence, /^At x 1\.5\d*, y missing: /);
+        await choose(page, "#missing", "1");
+        assert.deepEqual(await colorAt(page, 0.5, 1.5), await colorAt(page, 9.3, 1.5));
+        assert.notDeepEqual(await colorAt(page, 0.5, 1.5), await colorAt(page, 0.5, 9.3));
+        assert.match((await answerAt(page, 0.5, 1.5)).sentence, /^At x missing, y 1\.5\d*: /);
         await choose(page, "#technique", "neighbors");
         const refusal = "ktClassifierDefs::BadFeatures: K-nearest neighbor classification does not support invalid measurements";
         assert.equal(await status(page), refusal);
@@ -393,6 +450,26 @@ describe("The address", () => {
             assert.equal(await picture(again), before.picture);
             assert.equal(again.url(), before.address);
             await again.close();
+            await page.close();
+        });
+    }
+
+    for (const technique of techniques) {
+        test(`holds every slider of ${technique}`, async () => {
+            const page = await openSix(technique);
+            const sliders = page.locator("#controls input[type=range]:visible");
+            const count = await sliders.count();
+            assert.ok(count >= (technique === "rules" ? 9 : 30), `${count} sliders`);
+            for (let i = 0; i < count; ++i) {
+                const slider = sliders.nth(i);
+                const before = { address: page.url(), value: await slider.inputValue() };
+                const low = Number(await slider.getAttribute("min"));
+                await slider.fill(String(low === Number(before.value) ? await slider.getAttribute("max") : low));
+                assert.notEqual(await slider.inputValue(), before.value);
+                await page.waitForFunction((address) => location.href !== address, before.address);
+                const shown = await slider.evaluate((input) => document.querySelector(`output[for="${input.id}"]`).value);
+                assert.equal(Number(shown), Number(await slider.inputValue()));
+            }
             await page.close();
         });
     }
