@@ -1,4 +1,5 @@
-// Bayesian classification of 10 categories of 16 measurements: runs, the decision rule alone, and training.
+// Bayesian classification of 10 categories of 16 measurements: runs, of whole patterns and of some that lack a measurement, the
+// decision rule alone, and training.
 
 #include "kit/kit.h"
 
@@ -255,9 +256,24 @@ void timeRuns(benchmark::State& state, const Runs& the, const Classifier& classi
     timeInTurn(state, the.queries.size(), [&](std::size_t i) { classifier.run(*the.queries.patterns[i], result); });
 }
 
+/// The patterns, each without one of its measurements, in turn.
+LabelledPatterns withoutOne(LabelledPatterns data)
+{
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        data.patterns[i] = new ktFeaturePattern(data.values(i), {static_cast<long>(i) % numMeasurements});
+    }
+    return data;
+}
+
 void addRuns(bool isJoint)
 {
     const std::string prefix = isJoint ? "bayes/joint/10x16/" : "bayes/independent/10x16/";
+    addBenchmark(prefix + "library_without_one", [isJoint](benchmark::State& state) {
+        const Runs& the = fixtureOf<Runs>(isJoint);
+        const LabelledPatterns queries = withoutOne(the.queries);
+        ktClassifierResult result;
+        timeInTurn(state, queries.size(), [&](std::size_t i) { the.library.run(*queries.patterns[i], result); });
+    });
     addBenchmark(prefix + "library", [isJoint](benchmark::State& state) {
         const Runs& the = fixtureOf<Runs>(isJoint);
         timeRuns(state, the, the.library);
@@ -311,13 +327,14 @@ std::vector<ktClassifierCategoryResult> literalDecision(const std::vector<ktClas
     return results;
 }
 
-void addDecision()
+void addDecision(long size)
 {
     std::vector<ktClassifierCategoryResult> matches;
-    for (long label = 0; label < numCategories; ++label) {
-        matches.emplace_back(label, static_cast<double>(label + 1) / numCategories, 0.0, 0.0);
+    for (long label = 0; label < size; ++label) {
+        matches.emplace_back(label, static_cast<double>(label + 1) / static_cast<double>(size), 0.0, 0.0);
     }
-    addBenchmark("bayes/decision/10x16/library", [matches](benchmark::State& state) {
+    const std::string prefix = "bayes/decision/" + std::to_string(size) + "x16/";
+    addBenchmark(prefix + "library", [matches](benchmark::State& state) {
         const ktClassifierFrequencies frequencies;
         const ktClassifierCosts costs;
         const ktClassifierResult decided(matches, frequencies, costs, 0.0);
@@ -328,7 +345,7 @@ void addDecision()
             benchmark::ClobberMemory();
         }
     });
-    addBenchmark("bayes/decision/10x16/literal", [matches](benchmark::State& state) {
+    addBenchmark(prefix + "literal", [matches](benchmark::State& state) {
         const ktClassifierFrequencies frequencies;
         const ktClassifierCosts costs;
         for (auto _ : state) {
@@ -393,7 +410,9 @@ void addBenchmarks()
 {
     addRuns(true);
     addRuns(false);
-    addDecision();
+    addDecision(numCategories);
+    addDecision(100);
+    addDecision(1000);
     addTraining(1000);
     addTraining(100000);
 }

@@ -390,11 +390,17 @@ def bayes_table(figures):
         cells = [what, short(figures.median(case + "library")), label, short(figures.median(case + who))]
         ratios = figures.ratio(case + who, case + "library")
         rows.append(cells + figures.held_against(f"{what} against {label}", ratios, aim))
-    for what, case, aim in (("independent run", independent, 1), ("decision rule alone", decision, 2)):
-        cells = [what, short(figures.median(case + "library")), "this library's joint run"]
-        cells.append(short(figures.median(joint + "library")))
-        ratios = figures.ratio(joint + "library", case + "library")
-        rows.append(cells + figures.held_against(f"{what} against the joint run", ratios, aim))
+    for what, own, whole, base, aim in (
+        ("independent run", independent + "library", "joint run", joint, 1),
+        ("decision rule alone", decision + "library", "joint run", joint, 2),
+        ("joint run, one measurement missing", joint + "library_without_one", "joint run", joint, 0.33),
+        ("independent run, one missing", independent + "library_without_one", "independent run", independent, 0.77),
+    ):
+        # The runs that lack a measurement are not among older figures.
+        if figures.has(own):
+            cells = [what, short(figures.median(own)), f"this library's {whole}", short(figures.median(base + "library"))]
+            ratios = figures.ratio(base + "library", own)
+            rows.append(cells + figures.held_against(f"{what} against the {whole}", ratios, aim))
     return table(["what", "this library", "beside", "its time", "ratio", "aim"], rows)
 
 

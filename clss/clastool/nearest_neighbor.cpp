@@ -537,7 +537,8 @@ void kt_ClassifierKNN::fillMatchResults_(kt_Scratch<std::size_t, 256>& neighbors
         while (next != labels.end() && *next == label) {
             ++next;
         }
-        verdict.category = ktClassifierCategoryResult(label, static_cast<double>(next - first) / total, 0.0, 0.0);
+        // In place: copying what was just written in smaller parts makes a processor wait.
+        new (&verdict.category) ktClassifierCategoryResult(label, static_cast<double>(next - first) / total, 0.0, 0.0);
         first = next;
     }
     const ktClassifierCosts unitCosts(1.0);

@@ -143,18 +143,28 @@ inline Square inverseOfTranspose(const Square& factor, std::size_t size)
     return inverse;
 }
 
+/// The number of columns of all blocks of a whitening matrix that lie before the one of row `first`: `rowsPerBlock`, twice as
+/// many, and so on.
+constexpr std::size_t columnsBefore(std::size_t first)
+{
+    return first / rowsPerBlock * (first + rowsPerBlock) / 2;
+}
+
 /// That inverse, column j divided by deviation j: it turns differences from the mean into independent numbers of variance 1.
 /// Laid out in blocks of `rowsPerBlock` rows, column by column as far as the block reaches, and padded with zero rows.
-inline Square whitening(const Square& factor, const std::vector<double>& deviations)
+inline std::vector<Column> whitening(const Square& factor, const std::vector<double>& deviations)
 {
     const std::size_t size = deviations.size();
     const Square inverse = inverseOfTranspose(factor, size);
-    Square blocks;
+    std::vector<Column> blocks;
+    blocks.reserve(columnsBefore(inBlocks(size)));
     for (std::size_t first = 0; first < size; first += rowsPerBlock) {
         for (std::size_t j = 0; j < std::min(first + rowsPerBlock, size); ++j) {
-            for (std::size_t i = first; i < first + rowsPerBlock; ++i) {
-                blocks.push_back(i < size ? inverse[i * size + j] / deviations[j] : 0.0);
+            Column column = {};
+            for (std::size_t i = first; i < std::min(first + rowsPerBlock, size); ++i) {
+                column.rows[i - first] = inverse[i * size + j] / deviations[j];
             }
+            blocks.push_back(column);
         }
     }
     return blocks;

@@ -10,6 +10,14 @@ namespace kt_normal {
 /// How many rows of a whitening matrix lie in one block, side by side.
 constexpr std::size_t rowsPerBlock = 8;
 
+/// So many rows, the first half of a block, are sums of the columns before the second half.
+constexpr std::size_t halfBlock = rowsPerBlock / 2;
+
+/// A column of such a block. It fills a line of most caches, so that reading it never takes two.
+struct alignas(64) Column {
+    double rows[rowsPerBlock];
+};
+
 /// The number of rows of all blocks that hold `size` rows.
 constexpr std::size_t inBlocks(std::size_t size)
 {
@@ -17,10 +25,11 @@ constexpr std::size_t inBlocks(std::size_t size)
 }
 
 /// The squared length of W (values - mean), with W a whitening matrix for `size` measurements as `whitening` in correlations.h lays
-/// it out. `differences` and `whitened` take the differences and their product with W; both have room for the rows of all blocks.
-/// Each row is summed on its own, by ascending columns, then the squares, by ascending rows, without fused operations.
-using Whiten = double (*)(const double* whitening, const double* mean, const double* values, std::size_t size,
-                          double* differences, double* whitened);
+/// it out. `whitened` takes the product and has room for the rows of all blocks; null if nobody asks.
+/// Each row is summed on its own, by ascending columns, then the squares, by ascending rows, without fused operations. W is a lower
+/// triangle: the columns from the fifth row of a block on are zeros in the rows before it, which are left out of the sums.
+using Whiten = double (*)(const Column* whitening, const double* mean, const double* values, std::size_t size,
+                          double* whitened);
 
 /// For every processor.
 extern const Whiten baselineWhiten;

@@ -13,27 +13,54 @@ namespace {
 static_assert(rowsPerBlock == 8, "a block of rows is two vectors");
 
 /// The sums of a block of rows.
-struct Block {
+struct Sums {
     __m256d upper = _mm256_setzero_pd();
     __m256d lower = _mm256_setzero_pd();
 
-    void add(const double* whitening, const double* difference)
+    void add(const Column& column, __m256d difference)
     {
-        const __m256d factor = _mm256_broadcast_sd(difference);
-        upper = _mm256_add_pd(upper, _mm256_mul_pd(_mm256_loadu_pd(whitening), factor));
-        lower = _mm256_add_pd(lower, _mm256_mul_pd(_mm256_loadu_pd(whitening + 4), factor));
+        upper = _mm256_add_pd(upper, _mm256_mul_pd(_mm256_load_pd(column.rows), difference));
+        addLower(column, difference);
+    }
+
+    void addLower(const Column& column, __m256d difference)
+    {
+        lower = _mm256_add_pd(lower, _mm256_mul_pd(_mm256_load_pd(column.rows + halfBlock), difference));
+    }
+
+    void put(double* rows) const
+    {
+        _mm256_storeu_pd(rows, upper);
+        _mm256_storeu_pd(rows + halfBlock, lower);
     }
 };
 
-void subtract(const double* values, const double* mean, std::size_t size, double* differences)
+/// Calls add(column, difference) for the columns [begin, end), the difference between value and mean in all places of a vector.
+template <class Add>
+inline void forEachColumn(const double* values, const double* mean, std::size_t begin, std::size_t end, const Add& add)
 {
-    std::size_t i = 0;
-    for (; i + 4 <= size; i += 4) {
-        _mm256_storeu_pd(differences + i, _mm256_sub_pd(_mm256_loadu_pd(values + i), _mm256_loadu_pd(mean + i)));
+    std::size_t j = begin;
+    for (; j + 4 <= end; j += 4) {
+        const __m256d differences = _mm256_sub_pd(_mm256_loadu_pd(values + j), _mm256_loadu_pd(mean + j));
+        add(j, _mm256_permute4x64_pd(differences, 0x00));
+        add(j + 1, _mm256_permute4x64_pd(differences, 0x55));
+        add(j + 2, _mm256_permute4x64_pd(differences, 0xaa));
+        add(j + 3, _mm256_permute4x64_pd(differences, 0xff));
     }
-    for (; i < size; ++i) {
-        differences[i] = values[i] - mean[i];
+    for (; j < end; ++j) {
+        add(j, _mm256_set1_pd(values[j] - mean[j]));
     }
+}
+
+/// Adds the columns [begin, end) of the block whose first row is `first` to its sums.
+inline void addColumns(const Column* block, std::size_t first, const double* values, const double* mean,
+                       std::size_t begin, std::size_t end, Sums& sums)
+{
+    const std::size_t half = first + halfBlock < end ? first + halfBlock : end;
+    forEachColumn(values, mean, begin, half,
+                  [&](std::size_t j, __m256d difference) { sums.add(block[j], difference); });
+    forEachColumn(values, mean, half, end,
+                  [&](std::size_t j, __m256d difference) { sums.addLower(block[j], difference); });
 }
 
 /// Adds the squares of four numbers, one after the other.
@@ -48,27 +75,45 @@ __m128d addSquares(__m128d sum, __m256d numbers)
     return _mm_add_sd(sum, _mm_unpackhi_pd(second, second));
 }
 
-double whiten(const double* whitening, const double* mean, const double* values, std::size_t size, double* differences,
-              double* whitened)
+__m128d addSquares(__m128d sum, const Sums& sums)
 {
-    subtract(values, mean, size, differences);
+    return addSquares(addSquares(sum, sums.upper), sums.lower);
+}
+
+/// Two blocks at a time, whose sums do not wait for each other.
+double whiten(const Column* block, const double* mean, const double* values, std::size_t size, double* whitened)
+{
     __m128d squaredLength = _mm_setzero_pd();
-    for (std::size_t first = 0; first < size; first += rowsPerBlock) {
-        const std::size_t columns = first + rowsPerBlock < size ? first + rowsPerBlock : size;
-        Block block;
-        std::size_t j = 0;
-        for (; j + 4 <= columns; j += 4, whitening += 4 * rowsPerBlock) {
-            block.add(whitening, differences + j);
-            block.add(whitening + rowsPerBlock, differences + j + 1);
-            block.add(whitening + 2 * rowsPerBlock, differences + j + 2);
-            block.add(whitening + 3 * rowsPerBlock, differences + j + 3);
+    std::size_t first = 0;
+    for (; first + rowsPerBlock < size; first += 2 * rowsPerBlock) {
+        const std::size_t middle = first + rowsPerBlock;
+        const std::size_t end = middle + rowsPerBlock < size ? middle + rowsPerBlock : size;
+        const Column* const next = block + middle;
+        Sums sums;
+        Sums nextSums;
+        forEachColumn(values, mean, 0, first + halfBlock, [&](std::size_t j, __m256d difference) {
+            sums.add(block[j], difference);
+            nextSums.add(next[j], difference);
+        });
+        forEachColumn(values, mean, first + halfBlock, middle, [&](std::size_t j, __m256d difference) {
+            sums.addLower(block[j], difference);
+            nextSums.add(next[j], difference);
+        });
+        addColumns(next, middle, values, mean, middle, end, nextSums);
+        squaredLength = addSquares(addSquares(squaredLength, sums), nextSums);
+        if (whitened != nullptr) {
+            sums.put(whitened + first);
+            nextSums.put(whitened + middle);
         }
-        for (; j < columns; ++j, whitening += rowsPerBlock) {
-            block.add(whitening, differences + j);
+        block = next + end;
+    }
+    if (first < size) {
+        Sums sums;
+        addColumns(block, first, values, mean, 0, size, sums);
+        squaredLength = addSquares(squaredLength, sums);
+        if (whitened != nullptr) {
+            sums.put(whitened + first);
         }
-        _mm256_storeu_pd(whitened + first, block.upper);
-        _mm256_storeu_pd(whitened + first + 4, block.lower);
-        squaredLength = addSquares(addSquares(squaredLength, block.upper), block.lower);
     }
     return _mm_cvtsd_f64(squaredLength);
 }

@@ -32,6 +32,8 @@ using kt_normal::avx2Learning;
 using kt_normal::avx2Whiten;
 using kt_normal::baselineLearning;
 using kt_normal::baselineWhiten;
+using kt_normal::Column;
+using kt_normal::columnsBefore;
 using kt_normal::factorise;
 using kt_normal::inBlocks;
 using kt_normal::keptShare;
@@ -176,10 +178,13 @@ std::atomic<std::uint64_t> numFactors{0};
 
 /// What one state is evaluated with.
 struct ktNormalDensity::Factors {
+    /// The number of measurements.
+    std::size_t size;
     std::vector<double> deviations;
     std::vector<double> logDeviations;
     Square correlations;
-    Square whitening;
+    std::vector<Column> whitening;
+    Whiten whiten = kernels().whiten;
     /// The part of the log density that does not depend on the pattern, all measurements valid.
     double logScale = 0.0;
     /// No other Factors of the process have this number. Whoever keeps constants of these recognises them by it.
@@ -436,6 +441,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     const double* mean = mean_.data();
     const double* covariance = covariance_.data();
     auto fresh = std::make_unique<Factors>();
+    fresh->size = size;
     Square& correlations = fresh->correlations;
     correlations.resize(size * size);
     bool isDegenerate = false;
@@ -517,16 +523,17 @@ long ktNormalDensity::logDensity(const Source& source, std::size_t size, double&
 
 long ktNormalDensity::logDensity(const double* values, std::size_t size, double& value) const
 {
-    const long refused = refuse(size);
-    if (refused != success) {
-        return refused;
+    const Factors* factors = factors_.load(std::memory_order_acquire);
+    // A state that has factors can be evaluated, with as many measurements as they have.
+    if (factors == nullptr || factors->size != size) {
+        const long refused = refuse(size);
+        if (refused != success) {
+            return refused;
+        }
+        factors = &this->factors();
     }
-    const Factors* const published = factors_.load(std::memory_order_acquire);
-    const Factors& all = published != nullptr ? *published : factors();
-    kt_Scratch<double, 2 * fewMeasurements> working(2 * inBlocks(size));
-    const double squaredLength = kernels().whiten(all.whitening.data(), mean_.data(), values, size, working.data(),
-                                                  working.data() + inBlocks(size));
-    const double log = all.logScale - 0.5 * squaredLength;
+    const double log =
+        factors->logScale - 0.5 * factors->whiten(factors->whitening.data(), mean_.data(), values, size, nullptr);
     // A missing measurement makes the sum NaN or infinite.
     value = clampLog(isFinite(log) ? log : logOfValid(values, log));
     return success;
@@ -538,7 +545,7 @@ bool ktNormalDensity::single(Single& constants) const
         return false;
     }
     const Factors& all = factors();
-    constants = {mean_.data()[0], all.whitening[0], all.logScale};
+    constants = {mean_.data()[0], all.whitening.front().rows[0], all.logScale};
     return true;
 }
 
@@ -575,7 +582,7 @@ double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
 double ktNormalDensity::Factors::logMarginal(const double* mean, const double* values, const std::size_t* missing,
                                              std::size_t numMissing) const
 {
-    if (4 * numMissing <= deviations.size()) {
+    if (4 * numMissing <= size) {
         const double log = logWithout(mean, values, missing, numMissing);
         // Not finite if a missing measurement has an infinite deviation, which the others do not depend on.
         if (isFinite(log)) {
@@ -589,13 +596,11 @@ double ktNormalDensity::Factors::logMarginal(const double* mean, const double* v
 double ktNormalDensity::Factors::logWithout(const double* mean, const double* values, const std::size_t* missing,
                                             std::size_t numMissing) const
 {
-    const std::size_t size = deviations.size();
     const std::size_t numRows = inBlocks(size);
-    Numbers differences(numRows);
     Numbers whitened(numRows);
     Elements storage(numMissing * numRows);
     Numbers squares(numMissing);
-    kernels().whiten(whitening.data(), mean, values, size, differences.data(), whitened.data());
+    whiten(whitening.data(), mean, values, size, whitened.data());
     double log = logScale;
     // A column begins in the block of its own row. The last column comes first, so that each changes only from its beginning on.
     double* column = storage.data();
@@ -618,12 +623,10 @@ double ktNormalDensity::Factors::logWithout(const double* mean, const double* va
 /// A column of the whitening matrix in units of its measurement's deviation, from the block of its own row on.
 void ktNormalDensity::Factors::takeColumn(std::size_t index, double* column) const
 {
-    const std::size_t size = deviations.size();
     for (std::size_t first = index / rowsPerBlock * rowsPerBlock; first < size; first += rowsPerBlock) {
-        // Blocks of `rowsPerBlock`, twice as many, ... columns lie before this one.
-        const double* block = whitening.data() + first * (first + rowsPerBlock) / 2;
+        const Column& ofBlock = whitening[columnsBefore(first) + index];
         for (std::size_t i = 0; i < rowsPerBlock; ++i) {
-            column[first + i] = block[index * rowsPerBlock + i] * deviations[index];
+            column[first + i] = ofBlock.rows[i] * deviations[index];
         }
     }
 }
@@ -632,7 +635,6 @@ void ktNormalDensity::Factors::takeColumn(std::size_t index, double* column) con
 double ktNormalDensity::Factors::logOfOthers(const double* mean, const double* values, const std::size_t* missing,
                                              std::size_t numMissing) const
 {
-    const std::size_t size = deviations.size();
     const std::size_t numValid = size - numMissing;
     Indices kept(numValid);
     Elements numbers(numValid * (numValid + 1));

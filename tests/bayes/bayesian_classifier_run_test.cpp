@@ -368,7 +368,7 @@ TEST_F(BayesianRun, AllocatesNothingInSteadyState)
     }
 }
 
-TEST_F(BayesianRun, OverridesOfCostsTakeNoMemoryForFewCategoriesAndTwoAllocationsMoreForMany)
+TEST_F(BayesianRun, OverridesOfCostsTakeNoMemoryForFewCategoriesAndOneAllocationMoreForMany)
 {
     ktClassifierCosts costs;
     ktClassifierFrequencies frequencies;
@@ -391,7 +391,7 @@ TEST_F(BayesianRun, OverridesOfCostsTakeNoMemoryForFewCategoriesAndTwoAllocation
         ktClassifierResult result;
         classifier.run(query, result);
         const long forTheCategories = categories <= 32 ? 0 : 3;
-        const long forTheOverrides = categories <= 32 ? 0 : 2;
+        const long forTheOverrides = categories <= 32 ? 0 : 1;
         EXPECT_EQ(kt_test::allocationsDuring([&] { classifier.run(query, result); }),
                   forTheCategories + forTheOverrides)
             << categories;

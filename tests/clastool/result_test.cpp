@@ -366,6 +366,27 @@ TEST(DecisionRule, InfiniteCostIsTheLastNumber)
     EXPECT_EQ(entryOf(result, 1).expectedCost(), infinity);
 }
 
+TEST(DecisionRule, WhatACategoryAddsToTheCostsOfOthersIsNotInItsOwn)
+{
+    const ktClassifierCosts infinite(infinity);
+    for (const std::size_t size : {2u, 3u, 15u, 16u, 17u, 32u, 33u, 50u}) {
+        for (std::size_t unlikely = 0; unlikely < size; ++unlikely) {
+            SCOPED_TRACE(testing::Message() << "category " << unlikely << " of " << size);
+            CategoryResults matches;
+            for (std::size_t i = 0; i < size; ++i) {
+                matches.push_back(match(static_cast<long>(i), i == unlikely ? 0.0 : 1.0));
+            }
+            // Infinity times 0 is NaN.
+            const ktClassifierResult result = decide(matches, {}, infinite);
+            ASSERT_EQ(result.categoryResults().size(), size);
+            for (const CategoryResult& entry : result.categoryResults()) {
+                const bool isOwn = entry.categoryLabel() == static_cast<long>(unlikely);
+                EXPECT_EQ(std::isnan(entry.expectedCost()), !isOwn) << entry.categoryLabel();
+            }
+        }
+    }
+}
+
 /// One random decision: what the constructor is given, in its own terms and in plain ones.
 struct RandomDecision {
     explicit RandomDecision(unsigned long seed) : random(seed)

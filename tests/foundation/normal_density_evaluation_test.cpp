@@ -314,6 +314,23 @@ TEST(NormalDensity, EvaluationAllocatesOnlyTheFirstTime)
     }
 }
 
+TEST(NormalDensity, AfterAnEvaluationOtherSizesAndAClearedStateAreRefusedAsBefore)
+{
+    ktNormalDensity density = learnt(TrainingSet{50, 3, 0.0, 1.0, 13}.rows());
+    const std::vector<double> values(5, 0.5);
+    double value = 0.0;
+    EXPECT_EQ(density.logDensity(values.data(), 3, value), 0);
+    const double whole = value;
+    for (const std::size_t size : {0u, 1u, 2u, 4u, 5u}) {
+        EXPECT_EQ(density.logDensity(values.data(), size, value), static_cast<long>(0x80000B62u)) << size;
+    }
+    EXPECT_EQ(value, whole) << "untouched";
+    EXPECT_EQ(density.logDensity(values.data(), 3, value), 0);
+    EXPECT_EQ(value, whole);
+    density.clear();
+    EXPECT_EQ(density.logDensity(values.data(), 3, value), static_cast<long>(0x80000B61u));
+}
+
 TEST(NormalDensity, ManyMeasurementsTakeWorkingStorage)
 {
     const auto allocationsOf = [](std::size_t size) {

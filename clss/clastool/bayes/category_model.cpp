@@ -14,6 +14,8 @@
 #include "group_density.h"
 #include "sub_pattern.h"
 
+#include <kt/compiler.h>
+
 #include <algorithm>
 #include <memory>
 #include <string>
@@ -40,6 +42,12 @@ kt_ProbabilityDensityFunction* newDensity(Types::DistributionType type, const kt
         throw ktClassifierDefs::NotImplemented("Uniform distribution is not implemented");
     }
     throw ktClassifierDefs::BadParams("Unknown distribution type");
+}
+
+/// Apart from the loop over groups, which needs a smaller stack frame.
+KT_NOINLINE double logValueOf(const kt_GroupDensity& group, const ktFeaturePattern& pattern)
+{
+    return group.logValue(pattern);
 }
 
 }  // namespace
@@ -92,9 +100,19 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
 /// What a run needs of the groups, laid out so that patterns need not be looked at one measurement at a time where the density
 /// is a normal one.
 struct kt_CategoryModelBayesian::Plan {
-    std::vector<kt_GroupDensity> groups;
-    /// Behind the last of the consecutive single groups that begin here; here where the group is none.
-    std::vector<std::size_t> runEnds;
+    struct Step {
+        kt_GroupDensity group;
+        /// Behind the last of the consecutive single groups that begin here; here where the group is none.
+        std::size_t runEnd;
+        /// The density of the group, if it is a normal one of measurements that a pattern may have.
+        const ktNormalDensity* normal = nullptr;
+        /// The number of its measurements.
+        std::size_t size = 0;
+        /// Their indices in the pattern; null if they follow one another.
+        const long* scattered = nullptr;
+    };
+    /// One for each group.
+    std::vector<Step> steps;
     /// The first measurement of the group.
     std::vector<std::size_t> indices;
     std::vector<double> means;
@@ -102,10 +120,6 @@ struct kt_CategoryModelBayesian::Plan {
     std::vector<double> logScales;
     /// What the densities of these were evaluated with.
     std::vector<std::uint64_t> evaluations;
-    /// The density of the group, if it is a normal one of measurements that a pattern may have.
-    std::vector<const ktNormalDensity*> normals;
-    /// The group's indices in the pattern; null if they follow one another.
-    std::vector<const long*> scattered;
     /// How many measurements a pattern must have.
     std::size_t reach = 0;
 
@@ -116,29 +130,29 @@ struct kt_CategoryModelBayesian::Plan {
     mutable std::unique_ptr<const Plan> previous;
 
     explicit Plan(std::size_t size)
-        : groups(size),
-          runEnds(size),
+        : steps(size),
           indices(size),
           means(size),
           inverseDeviations(size),
           logScales(size),
           evaluations(size),
-          normals(size),
-          scattered(size),
           revision(ktNormalDensity::evaluatedRevision())
     {
     }
 
     /// Copies of the model share the densities, which may have learnt through them. While no density of the process has changed,
     /// none needs a look.
+    bool isKnownUpToDate() const
+    {
+        return revision.load(std::memory_order_relaxed) == ktNormalDensity::evaluatedRevision();
+    }
+
+    /// Looks at the densities, and notes it if none has changed.
     bool isUpToDate() const
     {
         const unsigned long now = ktNormalDensity::evaluatedRevision();
-        if (revision.load(std::memory_order_relaxed) == now) {
-            return true;
-        }
-        for (std::size_t i = 0; i < runEnds.size(); ++i) {
-            if (runEnds[i] > i && normals[i]->evaluation() != evaluations[i]) {
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            if (steps[i].runEnd > i && steps[i].normal->evaluation() != evaluations[i]) {
                 return false;
             }
         }
@@ -147,8 +161,9 @@ struct kt_CategoryModelBayesian::Plan {
     }
 
     /// Adds the log densities of groups [begin, end) to the sum, in their order; a value that is not finite adds nothing. These are the
-    /// density's own operations. The terms are computed first, because no term depends on another; then they are added.
-    double add(double sum, std::size_t begin, std::size_t end, const double* values) const
+    /// density's own operations. The terms are computed first, because no term depends on another; then they are added. Not inlined, so
+    /// that the sum stays in a register.
+    KT_NOINLINE double add(double sum, std::size_t begin, std::size_t end, const double* values) const
     {
         constexpr std::size_t block = 32;
         double logs[block];
@@ -205,28 +220,30 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
     const std::size_t size = numGroups();
     auto fresh = std::make_unique<Plan>(size);
     for (std::size_t i = size; i-- > 0;) {
-        fresh->runEnds[i] = i;
-        fresh->groups[i] = this->group(i);
+        Plan::Step& step = fresh->steps[i];
+        step.runEnd = i;
+        step.group = this->group(i);
         const std::vector<long>& group = groups_[i];
-        const ktNormalDensity* normal = fresh->groups[i].normal();
+        const ktNormalDensity* normal = step.group.normal();
         if (normal == nullptr || group.empty() || *std::min_element(group.begin(), group.end()) < 0) {
             continue;
         }
-        fresh->normals[i] = normal;
+        step.normal = normal;
+        step.size = group.size();
         const auto last = static_cast<std::size_t>(*std::max_element(group.begin(), group.end()));
         fresh->reach = std::max(fresh->reach, last + 1);
         fresh->indices[i] = static_cast<std::size_t>(group.front());
         const auto isNotNext = [](long index, long next) { return next - 1 != index; };
         const bool isInOrder = std::adjacent_find(group.begin(), group.end(), isNotNext) == group.end();
-        fresh->scattered[i] = isInOrder ? nullptr : group.data();
+        step.scattered = isInOrder ? nullptr : group.data();
         ktNormalDensity::Single single;
         if (group.size() == 1 && normal->single(single)) {
             fresh->means[i] = single.mean;
             fresh->inverseDeviations[i] = single.inverseDeviation;
             fresh->logScales[i] = single.logScale;
             fresh->evaluations[i] = normal->evaluation();
-            const bool joinsNext = i + 1 < size && fresh->runEnds[i + 1] > i + 1;
-            fresh->runEnds[i] = joinsNext ? fresh->runEnds[i + 1] : i + 1;
+            const bool joinsNext = i + 1 < size && fresh->steps[i + 1].runEnd > i + 1;
+            step.runEnd = joinsNext ? fresh->steps[i + 1].runEnd : i + 1;
         }
     }
     // Several threads may have come this far. All use the plan that the first one publishes.
@@ -273,25 +290,25 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
 double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const
 {
     try {
-        const Plan& plan = *this->plan();
+        const Plan* known = plan_.load(std::memory_order_acquire);
+        const Plan& plan = known != nullptr && known->isKnownUpToDate() ? *known : *this->plan();
         const bool isWhole = values.size() >= plan.reach;
-        const std::size_t size = numGroups();
+        const std::size_t size = plan.steps.size();
         double sum = 0.0;
         for (std::size_t i = 0; i < size;) {
-            if (isWhole && plan.runEnds[i] > i) {
-                sum = plan.add(sum, i, plan.runEnds[i], values.data());
-                i = plan.runEnds[i];
-            } else if (isWhole && plan.normals[i] != nullptr) {
+            const Plan::Step& step = plan.steps[i];
+            if (isWhole && step.runEnd > i) {
+                sum = plan.add(sum, i, step.runEnd, values.data());
+                i = step.runEnd;
+            } else if (isWhole && step.normal != nullptr) {
                 double value = 0.0;
-                const long* indices = plan.scattered[i];
-                const std::size_t number = groups_[i].size();
-                kt_throwOnFailure(indices == nullptr
-                                      ? plan.normals[i]->logDensity(values.data() + plan.indices[i], number, value)
-                                      : plan.normals[i]->logDensity(values.data(), indices, number, value));
+                kt_throwOnFailure(step.scattered == nullptr
+                                      ? step.normal->logDensity(values.data() + plan.indices[i], step.size, value)
+                                      : step.normal->logDensity(values.data(), step.scattered, step.size, value));
                 sum += value;
                 ++i;
             } else {
-                sum += plan.groups[i].logValue(pattern);
+                sum += logValueOf(step.group, pattern);
                 ++i;
             }
         }

@@ -37,7 +37,7 @@ struct kt_Verdict {
 /// caller's result, which changes only if nothing is thrown.
 ///
 /// Cost: quadratic in the categories, and linear in the overrides but for the search of their labels. No allocation for up to
-/// 32 categories into a result that has held as many; beyond, two, and two more if there are overrides of the costs.
+/// 32 categories into a result that has held as many; beyond, two, and one more if there are overrides of the costs.
 class kt_DecisionRule {
 public:
     static void decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
@@ -59,9 +59,11 @@ private:
                     const ktClassifierCosts& costs);
 
     double lookUpPriors();
-    double weighMatches(double priorSum);
-    void divideBy(double posteriorSum);
+    void weighMatches(double priorSum);
+    void sumCosts();
+    void divideBySum();
 
+    void sumEqualCosts();
     void indexOverrides();
     void addMistakes(std::size_t truth);
     void lookUpMistakes(const kt_Verdict& truth);
@@ -71,10 +73,13 @@ private:
     const ktClassifierFrequencies& frequencies_;
     const ktClassifierCosts& costs_;
     const std::size_t numOverrides_;
-    // What deciding for each category costs for the true category at hand, if there are overrides; and the sum C over all true
-    // categories. Apart from the verdicts, because the loop over all pairs of categories needs nothing else.
-    kt_Scratch<double> mistakes_;
-    kt_Scratch<double> costSums_;
+    // Apart from the verdicts, because the loop over all pairs of categories needs nothing else.
+    kt_Scratch<double, 64> numbers_;
+    // What deciding for each category costs for the true category at hand; if all mistakes cost the same, what each true category
+    // adds to the costs of deciding for any other.
+    double* const mistakes_;
+    // The sum C over all true categories.
+    double* const costSums_;
     // For each override, one more than the override before it with the same true category. Empty for few categories, whose
     // overrides are looked for among all.
     std::vector<std::size_t> previous_;

@@ -2,15 +2,19 @@
 
 #include "decision_rule.h"
 
+#include <kt/compiler.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 // The decision rule, as ktClassifierResult defines it: labels and match scores m(i) come in, class scores and expected costs go
 // out, sorted. decide() takes the steps in the order of the definition:
 //
 //     lookUpPriors   f(i), and their sum F
-//     weighMatches   p(i) = (m(i) f(i)) / F, and their sum P; addMistakes: C(j) += cost(l(i), l(j)) p(i) for all j but i
-//     divideBy       the class scores p(j) / P, the expected costs C(j) / P
+//     weighMatches   p(i) = (m(i) f(i)) / F
+//     sumCosts       C(j), the sum of cost(l(i), l(j)) p(i) over all i but j
+//     divideBySum    P, the sum of all p(i), the class scores p(j) / P and the expected costs C(j) / P
 //     conclude       sorts by expected cost
 //
 // Meanwhile the verdicts are sorted by label, so that bisection finds the labels that overrides name. Sums take their terms in the
@@ -68,6 +72,34 @@ kt_Verdict* find(Verdicts& verdicts, long label)
 {
     kt_Verdict* const found = std::lower_bound(verdicts.begin(), verdicts.end(), label, labelLess);
     return found != verdicts.end() && found->category.categoryLabel() == label ? found : nullptr;
+}
+
+/// How many categories' costs are summed at once.
+constexpr std::size_t sumsAtOnce = 16;
+
+/// Adds each of the numbers to each of the sums. In pairs that stay in registers, which compilers do not make of the plain loop.
+void addToAll(double (&sums)[sumsAtOnce], const double* begin, const double* end)
+{
+    if (begin == end) {
+        return;
+    }
+    kt_DoublePair pairs[sumsAtOnce / 2];
+    std::memcpy(pairs, sums, sizeof pairs);
+    for (const double* number = begin; number != end; ++number) {
+        const kt_DoublePair twice = {*number, *number};
+        for (kt_DoublePair& pair : pairs) {
+            pair += twice;
+        }
+    }
+    std::memcpy(sums, pairs, sizeof pairs);
+}
+
+double addUp(double sum, const double* begin, const double* end)
+{
+    for (const double* number = begin; number != end; ++number) {
+        sum += *number;
+    }
+    return sum;
 }
 
 /// Ascending by cost; NaN comes after every number, equal costs in the order in which they were given.
@@ -149,9 +181,9 @@ void kt_DecisionRule::decide(ktClassifierResult& result, Verdicts& verdicts, con
 {
     orderByLabel(verdicts);
     kt_DecisionRule rule(verdicts, frequencies, costs);
-    const double priorSum = rule.lookUpPriors();
-    const double posteriorSum = rule.weighMatches(priorSum);
-    rule.divideBy(posteriorSum);
+    rule.weighMatches(rule.lookUpPriors());
+    rule.sumCosts();
+    rule.divideBySum();
     conclude(result, verdicts, matchScoreFactorLog);
 }
 
@@ -171,10 +203,10 @@ kt_DecisionRule::kt_DecisionRule(Verdicts& verdicts, const ktClassifierFrequenci
       frequencies_(frequencies),
       costs_(costs),
       numOverrides_(std::min({costs.fromLabels_.size(), costs.toLabels_.size(), costs.costs_.size()})),
-      mistakes_(numOverrides_ > 0 ? verdicts.size() : 0),
-      costSums_(verdicts.size())
+      numbers_(2 * verdicts.size()),
+      mistakes_(numbers_.data()),
+      costSums_(mistakes_ + verdicts.size())
 {
-    std::fill(costSums_.begin(), costSums_.end(), 0.0);
 }
 
 /// f(i), and their sum F.
@@ -202,50 +234,78 @@ double kt_DecisionRule::lookUpPriors()
     return sum;
 }
 
-/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
-inline void kt_DecisionRule::addMistakes(std::size_t truth)
+/// p(i) = (m(i) f(i)) / F.
+void kt_DecisionRule::weighMatches(double priorSum)
 {
-    const std::size_t size = verdicts_.size();
-    const double posterior = verdicts_[truth].category.classScore_;
-    double* const sums = costSums_.data();
-    const double sumOfTruth = sums[truth];
-    if (numOverrides_ == 0) {
-        const double product = costs_.default_ * posterior;
-        for (std::size_t j = 0; j < size; ++j) {
-            sums[j] += product;
-        }
-    } else {
-        lookUpMistakes(verdicts_[truth]);
-        const double* const mistakes = mistakes_.data();
-        for (std::size_t j = 0; j < size; ++j) {
-            sums[j] += mistakes[j] * posterior;
-        }
+    for (kt_Verdict& verdict : verdicts_) {
+        verdict.category.classScore_ = verdict.category.matchScore() * verdict.prior / priorSum;
     }
-    sums[truth] = sumOfTruth;
 }
 
-/// p(i) = (m(i) f(i)) / F, their sum P, and what p(i) adds to each C(j).
-double kt_DecisionRule::weighMatches(double priorSum)
+/// C(j), the sum of cost(l(i), l(j)) p(i) over all i but j.
+void kt_DecisionRule::sumCosts()
 {
+    if (numOverrides_ == 0) {
+        sumEqualCosts();
+        return;
+    }
     indexOverrides();
-    double sum = 0.0;
+    std::fill_n(costSums_, verdicts_.size(), 0.0);
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
         kt_pollAttention();
-        const std::size_t where = verdicts_[i].whereGiven;
-        kt_Verdict& truth = verdicts_[where];
-        truth.category.classScore_ = truth.category.matchScore() * truth.prior / priorSum;
-        sum += truth.category.classScore_;
-        addMistakes(where);
+        addMistakes(verdicts_[i].whereGiven);
     }
-    if (sum == 0.0) {
-        throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
-    }
-    return sum;
 }
 
-/// The class scores p(j) / P and the expected costs C(j) / P.
-void kt_DecisionRule::divideBy(double posteriorSum)
+/// For mistakes that all cost the same. As far as their own categories, all sums are the same one, and behind them several are
+/// taken side by side.
+void kt_DecisionRule::sumEqualCosts()
 {
+    const std::size_t size = verdicts_.size();
+    double* const products = mistakes_;
+    for (std::size_t i = 0; i < size; ++i) {
+        products[i] = costs_.default_ * inGivenOrder(verdicts_, i).category.classScore_;
+    }
+    double before = 0.0;
+    for (std::size_t first = 0; first < size; first += sumsAtOnce) {
+        const std::size_t end = std::min(first + sumsAtOnce, size);
+        double sums[sumsAtOnce];
+        for (std::size_t j = first; j < end; ++j) {
+            kt_pollAttention();
+            sums[j - first] = addUp(before, products + j + 1, products + end);
+            before += products[j];
+        }
+        // The last sums may be fewer, but nothing is left to be added to them.
+        addToAll(sums, products + end, products + size);
+        for (std::size_t j = first; j < end; ++j) {
+            costSums_[verdicts_[j].whereGiven] = sums[j - first];
+        }
+    }
+}
+
+/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
+void kt_DecisionRule::addMistakes(std::size_t truth)
+{
+    lookUpMistakes(verdicts_[truth]);
+    const std::size_t size = verdicts_.size();
+    const double posterior = verdicts_[truth].category.classScore_;
+    const double sumOfTruth = costSums_[truth];
+    for (std::size_t j = 0; j < size; ++j) {
+        costSums_[j] += mistakes_[j] * posterior;
+    }
+    costSums_[truth] = sumOfTruth;
+}
+
+/// P, the sum of all p(i), the class scores p(j) / P and the expected costs C(j) / P.
+void kt_DecisionRule::divideBySum()
+{
+    double posteriorSum = 0.0;
+    for (std::size_t i = 0; i < verdicts_.size(); ++i) {
+        posteriorSum += inGivenOrder(verdicts_, i).category.classScore();
+    }
+    if (posteriorSum == 0.0) {
+        throw ktClassifierDefs::BadParams("At least one of the resulting classification scores must be > 0.");
+    }
     for (std::size_t i = 0; i < verdicts_.size(); ++i) {
         kt_Verdict& verdict = inGivenOrder(verdicts_, i);
         verdict.category.classScore_ /= posteriorSum;
@@ -269,7 +329,7 @@ void kt_DecisionRule::conclude(ktClassifierResult& result, Verdicts& verdicts, d
 /// What deciding for each category costs where this is the true one.
 void kt_DecisionRule::lookUpMistakes(const kt_Verdict& truth)
 {
-    std::fill(mistakes_.begin(), mistakes_.end(), costs_.default_);
+    std::fill_n(mistakes_, verdicts_.size(), costs_.default_);
     // The last one first: of several overrides of one pair the first one counts.
     const bool isIndexed = !previous_.empty();
     for (std::size_t k = isIndexed ? truth.lastOverride : numOverrides_; k > 0;
