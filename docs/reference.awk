@@ -3,7 +3,12 @@
 
 function is_documented() { return previous ~ /^ *\/\/\// }
 
-function copy_of(class) { return class in tells ? "A copy; see the class about what it shares." : "A copy." }
+function copy_of(class, declaration) {
+    if (declaration ~ /&&/) {
+        return class in tells_of_move ? "A move; see the class about what it leaves behind." : "A move."
+    }
+    return class in tells ? "A copy; see the class about what it shares." : "A copy."
+}
 
 # Without this line Doxygen leaves out what stands in no class.
 /^#pragma once/ { print "/** @file */"; next }
@@ -12,10 +17,12 @@ function copy_of(class) { return class in tells ? "A copy; see the class about w
 
 /\\$/ { print; previous = $0; next }
 
-# Whether the comment above a class has something to tell of copies.
-/^ *\/\/\/ / && !is_documented() { tells_of_copies = 0 }
+# Whether the comment above a class has something to tell of copies and moves.
+/^ *\/\/\/ / && !is_documented() { tells_of_copies = tells_of_moves = 0 }
 /^ *\/\/\/.*Copy:/ { tells_of_copies = 1 }
+/^ *\/\/\/.*Move:/ { tells_of_moves = 1 }
 /^ *(class|struct) .*[{]$/ && tells_of_copies { tells[$2 ~ /^KT_/ ? $3 : $2] = 1 }
+/^ *(class|struct) .*[{]$/ && tells_of_moves { tells_of_move[$2 ~ /^KT_/ ? $3 : $2] = 1 }
 
 /^ *\/\/\// {
     line = $0
@@ -43,13 +50,13 @@ function copy_of(class) { return class in tells ? "A copy; see the class about w
             sub(/^ */, "", name)
             sub(/\(.*/, "", name)
             if (line ~ ("\\((const )?" name "&&? ?[a-z]*\\)")) {
-                line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
+                line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name, line))
             }
         } else if (line ~ /operator=\(/) {
             name = line
             sub(/.*operator=\((const )?/, "", name)
             sub(/[^A-Za-z_].*/, "", name)
-            line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name))
+            line = line (line ~ /= delete/ ? " ///< No copies." : " ///< " copy_of(name, line))
         } else if (match(line, /operator==\(.*return (isEqual|isEquivalent)\(other\); }$/)) {
             line = line " ///< As `" (line ~ /isEqual\(/ ? "isEqual" : "isEquivalent") "` says."
         } else if (line ~ /operator!=\(.*[;}]$/) {

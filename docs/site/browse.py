@@ -180,6 +180,44 @@ class Tour:
             grounds.add(ground())
         self.expect(len(grounds) == 2, f"light and dark have the grounds {grounds}")
 
+    def read_pictures(self):
+        """The words in the pictures of the regions, drawn with 14 units and more, are read without a glass at each width."""
+        for path in ("index.html", "docs/decision-regions.html", "gallery/draw_decision_regions.html"):
+            for width in WIDTHS:
+                self.open(path, width)
+                for picture in self.page.locator("article img[src*='/regions-']").all():
+                    scale = picture.evaluate("image => image.decode().then(() => image.clientWidth / image.naturalWidth)")
+                    self.expect(scale > 0.55, f"{picture.get_attribute('src')} is shown at {scale:.2f} of its size at {width}")
+
+    def read_tables(self):
+        """Benchmarks open with the result, as a picture and as a table whose figures stand on one line."""
+        self.open("docs/benchmarks.html")
+        first = self.page.locator("section section").first
+        self.expect(first.locator("h2").inner_text().startswith("The result"), "the benchmarks do not open with the result")
+        self.expect(first.locator("img").first.is_visible(), "the result is no picture")
+        broken = self.page.evaluate(
+            "() => [...document.querySelectorAll('td.text-right')].filter(cell => {"
+            " const range = document.createRange();"
+            " const words = document.createTreeWalker(cell, NodeFilter.SHOW_TEXT).nextNode();"
+            " if (!words) return false; range.selectNodeContents(words);"
+            " return range.getClientRects().length > 1; }).map(cell => cell.innerText)"
+        )
+        self.expect(not broken, f"figures are broken over lines: {broken[:3]}")
+
+    def read_reference(self):
+        """The C++ reference: the tool first, headers by titles, their classes; internals behind a door."""
+        self.open("cpp/index.html")
+        doors = self.page.locator("table.classes tr > td:first-child").all_inner_texts()
+        self.expect(doors[0] == "The tool" and doors[-1] == "Internals", f"the reference opens with {doors[0]} and ends with {doors[-1]}")
+        self.expect(not [door for door in doors if door.endswith(".h")], f"headers without a title: {doors}")
+        classes = self.page.locator("table.classes tr > td:last-child a").all_inner_texts()
+        self.expect(classes[0] == "ktClassifierTool", f"the first class is {classes[0]}")
+        internals = [name for name in classes if name.startswith("kt_") and not name.endswith("DataGenerator")]
+        self.expect(not internals, f"internals among the classes: {internals}")
+        self.open("cpp/ktClassifierTool.html")
+        include = self.page.locator(".include pre").first.inner_text().strip()
+        self.expect(include == "#include <clastool/classifier.h>", f"the tool is included by {include}")
+
     def walk(self):
         """From page to page by next and previous."""
         self.open("docs/getting-started.html")
@@ -261,6 +299,9 @@ def main():
         for path in paths:
             tour.look_at(path)
         tour.land()
+        tour.read_pictures()
+        tour.read_tables()
+        tour.read_reference()
         tour.walk()
         tour.copy()
         tour.gallery()

@@ -5,6 +5,7 @@ import re
 from pathlib import Path
 
 TOP = Path(os.environ["CLASTOOL_TOP"])
+NARROW = TOP / "build/site-pages/narrow"
 numbers = re.findall(r"define KT_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", (TOP / "foundation/include/kt/version.h").read_text())
 
 project = "clastool"
@@ -27,7 +28,7 @@ toc_object_entries_show_parents = "hide"
 maximum_signature_line_length = 90
 
 html_theme = "furo"
-html_static_path = ["_static"]
+html_static_path = ["_static", str(NARROW)]
 html_css_files = ["site.css"]
 html_js_files = ["site.js"]
 html_favicon = "_static/icon.svg"
@@ -43,6 +44,16 @@ pygments_style = "a11y-high-contrast-light"
 pygments_dark_style = "a11y-high-contrast-dark"
 
 
+def narrow_pictures(_app, page, _template, context, _doctree):
+    """In a narrow window a picture of regions is shown in its narrow form; the gallery's cards show it small anyhow."""
+
+    def both(found):
+        return f'<picture><source media="(max-width: 40em)" srcset="{found[1]}_static/narrow-{found[2]}.svg">{found[0]}</picture>'
+
+    if "body" in context and page != "gallery/index":
+        context["body"] = re.sub(r'<img [^>]*src="((?:\.\./)*)_images/regions-([\w-]+)\.svg"[^>]*>', both, context["body"])
+
+
 def readable_parameters(_app, _page, _template, context, _doctree):
     """Sphinx writes parameters on lines of their own as a list without terms, which screen readers cannot read."""
 
@@ -51,7 +62,9 @@ def readable_parameters(_app, _page, _template, context, _doctree):
         return f'<span class="parameters">{inner}</span>'
 
     if "body" in context:
-        context["body"] = re.sub(r"<dl>(.*?)</dl>", lines, context["body"], flags=re.DOTALL)
+        body = re.sub(r"<dl>(.*?)</dl>", lines, context["body"], flags=re.DOTALL)
+        # The name of a parameter stands before its description.
+        context["body"] = re.sub(r"(<p><strong>[^<]*</strong>) -- ", r"\1: ", body)
 
 
 def readable_docstring(_app, _kind, _name, _object, _options, lines):
@@ -76,7 +89,20 @@ def skip_member(_app, _kind, name, _object, _skip, _options):
     return True if re.fullmatch(r"set_\w+_request", name) else None
 
 
+def public_bases(_app, _name, _object, _options, bases):
+    """A base that is private to its module is replaced by its own bases."""
+
+    def shown(base):
+        is_private = getattr(base, "__name__", "").startswith("_")
+        return [other for inner in base.__bases__ for other in shown(inner)] if is_private else [base]
+
+    found = dict.fromkeys(base for given in bases for base in shown(given))
+    bases[:] = [base for base in found if base is not object] or [object]
+
+
 def setup(app):
+    app.connect("autodoc-process-bases", public_bases)
     app.connect("autodoc-skip-member", skip_member)
     app.connect("html-page-context", readable_parameters)
+    app.connect("html-page-context", narrow_pictures)
     app.connect("autodoc-process-docstring", readable_docstring)

@@ -8,12 +8,12 @@ import re
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
-# Headers in the order of the reference, with their titles. Others follow under their own names.
+# Headers in the order of the reference, with their titles.
 TITLES = {
     "clastool/classifier.h": "The tool",
     "clastool/training_data.h": "Training data, costs and results",
     "clastool/foundation.h": "Patterns",
-    "clastool/bayes.h": "Bayes",
+    "clastool/bayes_params.h": "Bayes",
     "clastool/nearest_neighbor.h": "Nearest neighbours",
     "clastool/decision_tree.h": "Decision trees",
     "clastool/rule_table.h": "Fuzzy rules",
@@ -300,19 +300,21 @@ class Reference:
             (folder / f"{page_name(name)}.rst").write_text(self.class_page(name))
             if not self.is_internal(name):
                 by_header.setdefault(self.header(self.classes[name]), []).append(name)
-        pages = []
+        pages = {}
         for header in [*TITLES, *sorted(by_header.keys() - TITLES.keys())]:
             classes = by_header.get(header, [])
             classes.sort(key=lambda name: int(self.classes[name].find("location").get("line")))
-            text = self.header_page(header, TITLES.get(header, header), [name for name in classes if name != FIRST])
+            text = self.header_page(header, TITLES.get(header, ""), [name for name in classes if name != FIRST])
             if text:
+                if header not in TITLES:
+                    raise SystemExit(f"{header} has no title in {Path(__file__).name}")
                 (folder / f"{header_page_name(header)}.rst").write_text(text)
-                pages.append(header)
+                pages[header] = sorted(classes, key=lambda name: name != FIRST)
         for group in GROUPS:
-            (folder / f"{group}.rst").write_text(self.group_page(group, [of for of in pages if group_of(of) == group]))
+            (folder / f"{group}.rst").write_text(self.group_page(group, {of: pages[of] for of in pages if group_of(of) == group}))
         (folder / "errors.rst").write_text(self.errors_page())
         (folder / "internals.rst").write_text(self.internals_page(sorted(filter(self.is_internal, alone))))
-        (folder / "index.rst").write_text(self.index_page([header for header in pages if not group_of(header)]))
+        (folder / "index.rst").write_text(self.index_page({of: pages[of] for of in pages if not group_of(of)}))
         return len(self.classes)
 
     def errors_page(self):
@@ -368,8 +370,13 @@ def group_of(header):
     return next((group for group in GROUPS if re.match(GROUP_HEADERS[group], header)), None)
 
 
-def header_rows(headers):
-    return [(f":doc:`{TITLES.get(of, of)} <{header_page_name(of)}>`", f"``#include <{of}>``") for of in headers]
+def header_rows(pages):
+    """A row for each header: its title; what includes it, and its classes."""
+
+    def classes(names):
+        return "".join(f"\n       | :doc:`{name} <{page_name(name)}>`" for name in names)
+
+    return [(f":doc:`{TITLES[of]} <{header_page_name(of)}>`", f"| ``#include <{of}>``{classes(names)}") for of, names in pages.items()]
 
 
 def table_of(rows):
@@ -378,7 +385,7 @@ def table_of(rows):
 
 
 def header_tree(headers, first=(), last=()):
-    return hidden_tree([*first, *(f"{TITLES.get(of, of)} <{header_page_name(of)}>" for of in headers), *last])
+    return hidden_tree([*first, *(f"{TITLES[of]} <{header_page_name(of)}>" for of in headers), *last])
 
 
 def hidden_tree(pages):

@@ -24,6 +24,12 @@ PICTURES = {
     "draw_decision_regions": sorted(TOP.glob("docs/images/regions-*.svg")),
     "grade_by_fuzzy_rules": [TOP / "docs/images/fuzzy-rules/grades.svg", TOP / "docs/images/fuzzy-rules/diameter_right.svg"],
 }
+# Of a picture of regions of this size the plots and the legend: left, top, width and height, and how far down they stand in a narrow
+# window.
+NARROW_PARTS = {
+    "1070 466": [(0, 0, 408, 466, 0), (408, 40, 440, 28, 474), (408, 68, 412, 398, 502), (816, 70, 254, 140, 908)],
+    "800 430": [(0, 0, 570, 430, 0), (570, 40, 230, 140, 438)],
+}
 MARKER = re.compile(r"^ *<!-- [\w./-]+\.\w+(?:: [\w-]+)? -->\n", flags=re.MULTILINE)
 CONDITION = re.compile(r"^<!-- if(-not)? (\S+) -->\n(.*?)^<!-- end -->\n", flags=re.MULTILINE | re.DOTALL)
 
@@ -36,6 +42,8 @@ def staged(text):
     """A page as Sphinx reads it."""
     text = CONDITION.sub(lambda match: match[3] if (TOP / match[2]).exists() != bool(match[1]) else "", text)
     text = MARKER.sub("", text)
+    # Sizes and ranges in tables stay on one line.
+    text = re.sub(r"^\|.*", lambda row: re.sub(r"(?<=\d) ([x–]) (?=\d)", "\u00a0\\1\u00a0", row[0]), text, flags=re.MULTILINE)
     # A link to an example leads to its page in the gallery.
     text = re.sub(r"\]\((?:\.\./)?examples/(\w+)\.cpp\)", r"](/gallery/\1.md)", text)
     text = re.sub(r"\]\((?:\.\./)?examples/\)", "](/gallery/index.md)", text)
@@ -79,12 +87,37 @@ def take_files(page, folder, text):
     return re.sub(r"(?<!!)\[([^]]+)\]\(([^)\s:/][^)\s:]*)\)", linked, text)
 
 
+def with_picture(page, text):
+    """The benchmarks show their result as a picture as well, above its table."""
+    if page.name != "benchmarks.md":
+        return text
+    mark = "\n## The result\n"
+    picture = ":::{div} comparison\n![How many times as fast as other libraries](images/comparison.svg)\n:::\n"
+    return text.replace(mark, f"{mark}\n{picture}", 1)
+
+
+def write_narrow_pictures(folder):
+    """Pictures of regions with their plots and their legend below each other, for narrow windows: conf.py says where they are shown."""
+    folder.mkdir()
+    for path in TOP.glob("docs/images/regions-*.svg"):
+        size, inner = re.match(r'<svg [^>]*viewBox="0 0 (\d+ \d+)"[^>]*>\s*(.*)</svg>', path.read_text(), re.DOTALL).groups()
+        drawn = [f'<g id="all">{inner}</g>', *['<use href="#all"/>'] * (len(NARROW_PARTS[size]) - 1)]
+        views = [
+            f'<svg y="{down}" width="{width}" height="{height}" viewBox="{left} {top} {width} {height}">{what}</svg>'
+            for (left, top, width, height, down), what in zip(NARROW_PARTS[size], drawn)
+        ]
+        width, height = max(part[2] for part in NARROW_PARTS[size]), max(part[3] + part[4] for part in NARROW_PARTS[size])
+        frame = f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" viewBox="0 0 {width} {height}"'
+        text = [frame + ' font-family="sans-serif" font-size="14">', '<rect width="100%" height="100%" fill="white"/>', *views, "</svg>"]
+        (folder / path.name.replace("regions-", "narrow-")).write_text("\n".join(text) + "\n")
+
+
 def copy_pages(folder):
     pages = [*TOP.glob("*.md"), *TOP.glob("docs/*.md"), TOP / "examples/data/README.md"]
     for page in pages:
         target = folder / page.relative_to(TOP)
         target.parent.mkdir(parents=True, exist_ok=True)
-        target.write_text(take_files(page, folder, staged(with_download(page))))
+        target.write_text(take_files(page, folder, with_picture(page, staged(with_download(page)))))
     for page in SITE.glob("*.md"):
         if page.name == "python.md" and not has_python():
             continue
@@ -210,6 +243,7 @@ def main():
     classes = reference.Reference(xml).write(folder / "cpp")
     result = result_picture.picture((TOP / "docs/benchmarks.md").read_text())
     (folder / "docs/images/comparison.svg").write_text(result)
+    write_narrow_pictures(folder / "narrow")
     modules = write_python(folder / "python")
     print(f"{pages} pages, {examples} examples, {classes} classes, {modules} Python modules")
 
