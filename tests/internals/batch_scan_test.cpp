@@ -32,14 +32,28 @@ std::vector<std::pair<int, const kt_BatchKernels*>> batchKernels()
     return found;
 }
 
+/// A value in whole numbers of steps from a centre, and what rounding and the end of their range took off.
+struct Rounded {
+    double whole = 0.0;
+    double lost = 0.0;
+    double outside = 0.0;
+};
+
+Rounded rounded(float value, float centre, float scale, float most)
+{
+    const auto steps = static_cast<double>((value - centre) * scale);
+    const double inside = std::clamp(steps, -static_cast<double>(most), static_cast<double>(most));
+    return {std::nearbyint(inside), inside - std::nearbyint(inside), steps - inside};
+}
+
 struct RoundedBlock {
     std::vector<std::int16_t> rows;
     std::vector<std::int32_t> squares;
     double lost = 0.0;
-    bool isCut = false;
 };
 
-RoundedBlock rounded(const std::vector<float>& block, std::size_t size, float scale, float most)
+RoundedBlock rounded(const std::vector<float>& block, const std::vector<float>& centre, std::size_t size, float scale,
+                     float most)
 {
     const std::size_t numPairs = (size + 1) / 2;
     RoundedBlock result{std::vector<std::int16_t>(numPairs * 2 * kt_blockRows),
@@ -47,82 +61,171 @@ RoundedBlock rounded(const std::vector<float>& block, std::size_t size, float sc
     for (std::size_t row = 0; row < kt_blockRows; ++row) {
         double lost = 0.0;
         for (std::size_t j = 0; j < size; ++j) {
-            const double value = static_cast<double>(block[j * kt_blockRows + row]) * static_cast<double>(scale);
-            const double inside = std::clamp(value, -static_cast<double>(most), static_cast<double>(most));
-            const double whole = std::nearbyint(inside);
-            lost += (inside - whole) * (inside - whole);
-            result.isCut = result.isCut || inside != value;
-            result.rows[j / 2 * 2 * kt_blockRows + 2 * row + j % 2] = static_cast<std::int16_t>(whole);
-            result.squares[row] += static_cast<std::int32_t>(whole * whole);
+            const Rounded value = rounded(block[j * kt_blockRows + row], centre[j], scale, most);
+            lost += value.lost * value.lost;
+            result.rows[j / 2 * 2 * kt_blockRows + 2 * row + j % 2] = static_cast<std::int16_t>(value.whole);
+            result.squares[row] += static_cast<std::int32_t>(value.whole * value.whole);
         }
         result.lost = std::max(result.lost, lost);
     }
     return result;
 }
 
-TEST(BatchKernels, RoundBlocksAndSumAsPlainLoopsDo)
+std::vector<float> draw(ktRandomGaussian& normal, std::size_t size, std::size_t paddedSize, double deviation)
 {
-    ktRandomGaussian normal(1);
-    for (const auto& [set, kernels] : batchKernels()) {
-        for (const std::size_t size : {1u, 2u, 3u, 4u, 7u, 16u, 65u}) {
-            SCOPED_TRACE(testing::Message() << "set " << set << ", " << size << " measurements");
-            std::vector<float> block(size * kt_blockRows);
-            std::generate(block.begin(), block.end(), [&] { return static_cast<float>(normal.next(0.0, 1.0)); });
-            if (size % 4 != 0) {
-                block.back() = size % 4 == 1 ? 1e6f : -3.0f;
-            }
-            const RoundedBlock expected = rounded(block, size, 128.0f, 383.0f);
-            const std::size_t numPairs = (size + 1) / 2;
-            std::vector<std::int16_t> rows(numPairs * 2 * kt_blockRows, 99);
-            std::vector<std::int32_t> squares(kt_blockRows);
-            bool isCut = false;
-            const float lost = kernels->round(block.data(), size, 128.0f, 383.0f, rows.data(), squares.data(), &isCut);
-            EXPECT_EQ(isCut, expected.isCut);
-            EXPECT_EQ(rows, expected.rows);
-            EXPECT_EQ(squares, expected.squares);
-            EXPECT_NEAR(static_cast<double>(lost), expected.lost,
-                        expected.lost * 0x1p-24 * static_cast<double>(size + 2));
+    std::vector<float> values(paddedSize);
+    std::generate_n(values.begin(), size, [&] { return static_cast<float>(normal.next(0.0, deviation)); });
+    return values;
+}
 
-            std::vector<std::int16_t> queries(numPairs * 2 * kt_batchQueries);
-            std::generate(queries.begin(), queries.end(),
-                          [&] { return static_cast<std::int16_t>(normal.next(0.0, 400.0)); });
-            std::vector<std::int32_t> plain(kt_batchQueries * kt_blockRows);
-            for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-                for (std::size_t row = 0; row < kt_blockRows; ++row) {
-                    std::int32_t sum = squares[row];
-                    for (std::size_t j = 0; j < 2 * numPairs; ++j) {
-                        sum += rows[j / 2 * 2 * kt_blockRows + 2 * row + j % 2] *
-                               queries[j / 2 * 2 * kt_batchQueries + 2 * q + j % 2];
-                    }
-                    plain[q * kt_blockRows + row] = sum;
-                }
+std::size_t padded(std::size_t size)
+{
+    return (size + kt_batchPadding - 1) / kt_batchPadding * kt_batchPadding;
+}
+
+class BatchKernels : public testing::TestWithParam<std::size_t> {
+protected:
+    void TearDown() override { kt_CompactCopy::instructionSet(2); }
+
+    const std::size_t size_ = GetParam();
+    const std::size_t numPairs_ = (size_ + 1) / 2;
+    ktRandomGaussian normal_{static_cast<unsigned long>(size_)};
+};
+
+TEST_P(BatchKernels, RoundBlocksAsPlainLoopsDo)
+{
+    std::vector<float> block = draw(normal_, size_ * kt_blockRows, size_ * kt_blockRows, 1.0);
+    const std::vector<float> centre = draw(normal_, size_, size_, 0.5);
+    if (size_ % 4 != 0) {
+        block.back() = size_ % 4 == 1 ? 1e6f : -3.0f;
+    }
+    const RoundedBlock expected = rounded(block, centre, size_, 100.0f, 383.0f);
+    for (const auto& [set, kernels] : batchKernels()) {
+        SCOPED_TRACE(testing::Message() << "set " << set);
+        std::vector<std::int16_t> rows(numPairs_ * 2 * kt_blockRows, 99);
+        std::vector<std::int32_t> squares(kt_blockRows);
+        const float lost =
+            kernels->round(block.data(), centre.data(), size_, 100.0f, 383.0f, rows.data(), squares.data());
+        EXPECT_EQ(rows, expected.rows);
+        EXPECT_EQ(squares, expected.squares);
+        EXPECT_NEAR(static_cast<double>(lost), expected.lost, expected.lost * 0x1p-24 * static_cast<double>(size_ + 2));
+    }
+}
+
+TEST_P(BatchKernels, RoundQueriesAsPlainLoopsDo)
+{
+    const std::vector<float> query = draw(normal_, size_, padded(size_), 3.0);
+    const std::vector<float> centre = draw(normal_, size_, padded(size_), 0.5);
+    std::vector<std::int16_t> expected(padded(size_));
+    std::int32_t square = 0;
+    double lost = 0.0;
+    double outside = 0.0;
+    for (std::size_t j = 0; j < size_; ++j) {
+        const Rounded value = rounded(query[j], centre[j], 100.0f, 383.0f);
+        expected[j] = static_cast<std::int16_t>(-2.0 * value.whole);
+        square += static_cast<std::int32_t>(value.whole * value.whole);
+        lost += value.lost * value.lost;
+        outside += value.outside * value.outside;
+    }
+    for (const auto& [set, kernels] : batchKernels()) {
+        SCOPED_TRACE(testing::Message() << "set " << set);
+        std::vector<std::int16_t> numbers(padded(size_), 99);
+        const kt_RoundedQuery result =
+            kernels->roundQuery(query.data(), centre.data(), size_, 100.0f, 383.0f, numbers.data());
+        EXPECT_EQ(numbers, expected);
+        EXPECT_EQ(result.square, square);
+        const double error = 0x1p-23 * static_cast<double>(size_ + 4);
+        EXPECT_NEAR(static_cast<double>(result.lost), lost, lost * error);
+        EXPECT_NEAR(static_cast<double>(result.outside), outside, outside * error);
+    }
+}
+
+TEST_P(BatchKernels, SumDifferencesAsPlainLoopsDo)
+{
+    std::vector<std::int16_t> rows(numPairs_ * 2 * kt_blockRows);
+    std::vector<std::int32_t> squares(kt_blockRows);
+    std::vector<std::int16_t> numbers(kt_batchQueries * padded(size_));
+    const auto number = [this] { return static_cast<std::int16_t>(normal_.next(0.0, 400.0)); };
+    std::generate(rows.begin(), rows.end(), number);
+    std::generate(squares.begin(), squares.end(), number);
+    std::generate(numbers.begin(), numbers.end(), number);
+    std::vector<const std::int16_t*> queries(kt_batchQueries);
+    std::vector<std::int32_t> plain(kt_batchQueries * kt_blockRows);
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        // Queries lie in any order.
+        queries[q] = numbers.data() + q * 5 % kt_batchQueries * padded(size_);
+        for (std::size_t row = 0; row < kt_blockRows; ++row) {
+            std::int32_t sum = squares[row];
+            for (std::size_t j = 0; j < 2 * numPairs_; ++j) {
+                sum += rows[j / 2 * 2 * kt_blockRows + 2 * row + j % 2] * queries[q][j];
             }
-            // Limits that are met exactly, that all rows pass and that none does.
-            std::vector<std::int32_t> limits(kt_batchQueries);
-            for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-                limits[q] = plain[q * kt_blockRows + 11 * q];
+            plain[q * kt_blockRows + row] = sum;
+        }
+    }
+    // Limits that are met exactly, that all rows pass and that none does.
+    std::vector<std::int32_t> limits(kt_batchQueries);
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        limits[q] = plain[q * kt_blockRows + 11 * q];
+    }
+    limits[1] = std::numeric_limits<std::int32_t>::max();
+    limits[2] = std::numeric_limits<std::int32_t>::min();
+    for (const auto& [set, kernels] : batchKernels()) {
+        SCOPED_TRACE(testing::Message() << "set " << set);
+        std::vector<std::uint64_t> within(kt_batchQueries, 7);
+        std::vector<std::int32_t> sums(plain.size(), -1);
+        kernels->sums(rows.data(), squares.data(), queries.data(), numPairs_, limits.data(), within.data(),
+                      sums.data());
+        for (std::size_t i = 0; i < plain.size(); ++i) {
+            const bool isWithin = (within[i / kt_blockRows] >> i % kt_blockRows & 1) != 0;
+            ASSERT_EQ(isWithin, plain[i] <= limits[i / kt_blockRows]) << i;
+            ASSERT_TRUE(!isWithin || sums[i] == plain[i]) << i;
+        }
+    }
+}
+
+TEST_P(BatchKernels, BoundBoxesAsPlainLoopsDo)
+{
+    constexpr std::size_t count = 24;
+    constexpr std::size_t existing = 19;
+    const float far = std::numeric_limits<float>::infinity();
+    std::vector<float> boxes(2 * count * size_);
+    for (std::size_t j = 0; j < size_; ++j) {
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto low = static_cast<float>(normal_.next(0.0, 1.0));
+            boxes[2 * j * count + i] = i < existing ? low : far;
+            boxes[(2 * j + 1) * count + i] =
+                i < existing ? low + static_cast<float>(std::abs(normal_.next(0.0, 1.0))) : -far;
+        }
+    }
+    const std::vector<float> values = draw(normal_, kt_batchQueries * size_, kt_batchQueries * size_, 2.0);
+    std::vector<const float*> queries(kt_batchQueries);
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        queries[q] = values.data() + q * 5 % kt_batchQueries * size_;
+    }
+    for (const auto& [set, kernels] : batchKernels()) {
+        std::vector<float> sums(kt_batchQueries * kt_blockRows, -1.0f);
+        kernels->boxes(boxes.data(), count, queries.data(), size_, sums.data());
+        for (std::size_t i = 0; i < kt_batchQueries * kt_blockRows; ++i) {
+            const std::size_t box = i % kt_blockRows;
+            double sum = 0.0;
+            for (std::size_t j = 0; j < size_; ++j) {
+                const auto value = static_cast<double>(queries[i / kt_blockRows][j]);
+                const auto low = static_cast<double>(box < count ? boxes[2 * j * count + box] : 0.0f);
+                const auto high = static_cast<double>(box < count ? boxes[(2 * j + 1) * count + box] : 0.0f);
+                const double gap = std::max({low - value, value - high, 0.0});
+                sum += gap * gap;
             }
-            limits[1] = std::numeric_limits<std::int32_t>::max();
-            limits[2] = std::numeric_limits<std::int32_t>::min();
-            std::vector<std::uint64_t> within(kt_batchQueries, 7);
-            std::vector<std::int32_t> sums(plain.size(), -1);
-            kernels->sums(rows.data(), squares.data(), queries.data(), numPairs, limits.data(), within.data(),
-                          sums.data());
-            for (std::size_t i = 0; i < plain.size(); ++i) {
-                const bool isWithin = (within[i / kt_blockRows] >> i % kt_blockRows & 1) != 0;
-                ASSERT_EQ(isWithin, plain[i] <= limits[i / kt_blockRows]) << i;
-                ASSERT_TRUE(!isWithin || sums[i] == plain[i]) << i;
-            }
-            std::vector<std::int32_t> least = plain;
-            std::for_each(least.begin(), least.end(), [](std::int32_t& each) { each += each % 2 == 0 ? 5 : -5; });
-            std::vector<std::int32_t> lowered = least;
-            kernels->lower(rows.data(), squares.data(), queries.data(), numPairs, lowered.data());
-            for (std::size_t i = 0; i < plain.size(); ++i) {
-                ASSERT_EQ(lowered[i], std::min(least[i], plain[i])) << i;
+            if (box < existing) {
+                EXPECT_NEAR(static_cast<double>(sums[i]), sum, sum * 0x1p-23 * static_cast<double>(size_ + 12))
+                    << "set " << set << ", " << i;
+            } else {
+                EXPECT_EQ(sums[i], box < count ? far : -1.0f) << "set " << set << ", " << i;
             }
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Sizes, BatchKernels, testing::Values(1, 2, 3, 4, 7, 16, 65));
 
 struct Kind {
     const char* name;
@@ -216,6 +319,8 @@ protected:
         queries_[1][0] = 1e300;
         queries_[2][0] = std::nan("");
         queries_[11][0] *= 1e3;
+        // Farther away than steps can be counted where they are finest.
+        queries_[10][0] += 1e9;
         queries_[12][0] = 1e300;
         queries_[13][0] = infinity;
         queries_[14][0] = std::nan("");
@@ -223,13 +328,10 @@ protected:
     }
 
     /// Compares with searches one by one. Returns how many queries were answered.
-    long check(std::size_t k) const
+    long check(std::size_t k, bool useBoxes) const
     {
         if (!copy_->isCurrent(store_) || !kt_BatchScan(*copy_, store_, k).isWorthwhile(queries_.size())) {
             EXPECT_FALSE(GetParam().isServed);
-            return 0;
-        }
-        if (!copy_->isCurrent(store_)) {
             return 0;
         }
         std::vector<const Row*> asked;
@@ -243,7 +345,7 @@ protected:
         if (k % 2 == 0) {
             isFound = scan.run(asked, rows);
         }
-        scan.findTogether(asked, isFound, rows);
+        scan.findTogether(asked, useBoxes, isFound, rows);
         EXPECT_EQ(isFound[20], 0);
         long found = 0;
         for (std::size_t i = 0; i < asked.size(); ++i) {
@@ -282,8 +384,10 @@ TEST_P(BatchScan, FindsTheRowsOfSearchesOneByOne)
                 for (const std::size_t k : {1u, 2u, 5u, 20u, 64u}) {
                     SCOPED_TRACE(testing::Message()
                                  << numRows << " x " << size << ", k " << k << ", set " << kernels.first);
-                    found += check(k);
-                    asked += static_cast<long>(queries_.size());
+                    for (const bool useBoxes : {false, true}) {
+                        found += check(k, useBoxes);
+                        asked += static_cast<long>(queries_.size());
+                    }
                 }
             }
         }
@@ -379,31 +483,114 @@ TEST(BatchScanOfFewQueries, PassesOverThoseThatAreNull)
     }
 }
 
-// A row that lies beyond the numbers counts as one at their end, and looks nearer to the query than the nearest.
-TEST(BatchScanOfWildRows, TakesNoBoundFromARowThatIsCutOff)
+// Whether blocks are passed over or not, also those that were added and have no boxes yet, of which the last is not full.
+TEST(BatchScanOfAddedRows, FindsTheRowsOfSearchesOneByOne)
+{
+    ktRandomGaussian normal(4);
+    const auto draw = [&](std::size_t i) {
+        Row row(5, i % 3 == 1 ? 40.0 : -7.0);
+        std::for_each(row.begin(), row.end(), [&](double& value) { value += normal.next(0.0, 1.0); });
+        return row;
+    };
+    Copied copied(700, draw);
+    copied.store.addData(new ktFeaturePattern(Row(5, 500.0), {}), 0);
+    copied.copy->append(copied.store);
+    for (std::size_t i = 0; i < 140; ++i) {
+        copied.store.addData(new ktFeaturePattern(draw(i), {}), 0);
+        copied.copy->append(copied.store);
+    }
+    std::vector<Row> drawn;
+    for (std::size_t i = 0; i < 40; ++i) {
+        drawn.push_back(i % 9 == 0 ? Row(5, 42.0 + static_cast<double>(i)) : draw(i));
+    }
+    kt_BatchScan::Queries queries;
+    std::transform(drawn.begin(), drawn.end(), std::back_inserter(queries), [](const Row& each) { return &each; });
+    for (const auto& kernels : batchKernels()) {
+        kt_CompactCopy::instructionSet(kernels.first);
+        for (const std::size_t k : {1u, 5u, 16u, 17u, 64u}) {
+            for (const bool useBoxes : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "k " << k << ", boxes " << useBoxes);
+                kt_BatchScan scan(*copied.copy, copied.store, k);
+                ASSERT_TRUE(scan.isWorthwhile(queries.size()));
+                std::vector<std::size_t> rows(queries.size() * k);
+                std::vector<char> isFound(queries.size(), 0);
+                scan.findTogether(queries, useBoxes, isFound, rows);
+                EXPECT_GT(std::count(isFound.begin(), isFound.end(), 1), 20);
+                for (std::size_t i = 0; i < queries.size(); ++i) {
+                    if (isFound[i] == 0) {
+                        continue;
+                    }
+                    kt_RowList expected(k);
+                    ASSERT_TRUE(copied.copy->nearest(copied.store, drawn[i], 2.0, expected));
+                    std::sort(expected.begin(), expected.end());
+                    std::sort(rows.data() + i * k, rows.data() + (i + 1) * k);
+                    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), rows.data() + i * k)) << "query " << i;
+                }
+            }
+        }
+    }
+    kt_CompactCopy::instructionSet(2);
+}
+
+// Boxes spare four blocks of five, and the steps are fine enough to tell the rows of a cluster apart.
+TEST(BatchScanOfClusters, AnswersAllQueriesItself)
 {
     if (batchKernels().empty()) {
         GTEST_SKIP() << "the machine has no kernels for batches";
     }
-    ktRandomUniform uniform(4);
-    constexpr std::size_t beyond = 500;
-    Copied copied(540, [&](std::size_t i) { return Row{i == beyond ? 500.0 : uniform.next(-1.0, 1.0)}; });
-    // Added rows are compared after those that were there.
-    for (int i = 0; i < 10; ++i) {
-        copied.store.addData(new ktFeaturePattern({0.0}, {}), 0);
-        copied.copy->append(copied.store);
+    ktRandomGaussian normal(6);
+    constexpr std::size_t k = 5;
+    const auto draw = [&](std::size_t i) {
+        Row row(100);
+        for (std::size_t j = 0; j < row.size(); ++j) {
+            row[j] = normal.next(static_cast<double>((i * 7 + j * 3) % 5) * 100.0, 0.05);
+        }
+        return row;
+    };
+    const Copied copied(3000, draw);
+    std::vector<Row> drawn;
+    for (std::size_t i = 0; i < 300; ++i) {
+        drawn.push_back(draw(i));
     }
-    const Row query{1.2};
-    copied.rows[beyond] = {-1.0};
-    const auto nearest = std::max_element(copied.rows.begin(), copied.rows.end()) - copied.rows.begin();
-    const kt_BatchScan::Queries queries(40, &query);
-    kt_BatchScan scan(*copied.copy, copied.store, 1);
+    kt_BatchScan::Queries queries;
+    std::transform(drawn.begin(), drawn.end(), std::back_inserter(queries), [](const Row& each) { return &each; });
+    kt_BatchScan scan(*copied.copy, copied.store, k);
     ASSERT_TRUE(scan.isWorthwhile(queries.size()));
-    std::vector<std::size_t> rows(queries.size());
-    std::vector<char> isFound(queries.size(), 0);
-    scan.findTogether(queries, isFound, rows);
-    EXPECT_EQ(isFound, std::vector<char>(queries.size(), 1));
-    EXPECT_EQ(rows, std::vector<std::size_t>(queries.size(), static_cast<std::size_t>(nearest)));
+    std::vector<std::size_t> rows(queries.size() * k);
+    EXPECT_EQ(scan.run(queries, rows), std::vector<char>(queries.size(), 1));
+    for (std::size_t i = 0; i < queries.size(); ++i) {
+        kt_RowList expected(k);
+        ASSERT_TRUE(copied.copy->nearest(copied.store, drawn[i], 2.0, expected));
+        std::sort(expected.begin(), expected.end());
+        std::sort(rows.data() + i * k, rows.data() + (i + 1) * k);
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), rows.data() + i * k)) << "query " << i;
+    }
+}
+
+// The numbers of one part are steps so fine that such a query's distance from it would be more than they can count.
+TEST(BatchScanOfWildQueries, GivesUpThoseThatAreTooFarAwayForTheSteps)
+{
+    if (batchKernels().empty()) {
+        GTEST_SKIP() << "the machine has no kernels for batches";
+    }
+    // The first 512 lie where the offsets are, but for what the steps do not count.
+    ktRandomGaussian normal(5);
+    const Copied copied(600, [&](std::size_t i) {
+        return Row{i % 2 == 0 ? normal.next(0.0, 1.0) : normal.next(0.0, 1e-30), i < 512 ? 0.0 : normal.next(0.0, 1.0)};
+    });
+    const Row far{0x1p+38, 0.0};
+    const Row near{0.25, 0.25};
+    kt_BatchScan::Queries queries(40, &far);
+    queries[7] = &near;
+    for (const bool useBoxes : {false, true}) {
+        kt_BatchScan scan(*copied.copy, copied.store, 3);
+        ASSERT_TRUE(scan.isWorthwhile(queries.size()));
+        std::vector<std::size_t> rows(queries.size() * 3);
+        std::vector<char> isFound(queries.size(), 0);
+        scan.findTogether(queries, useBoxes, isFound, rows);
+        EXPECT_EQ(isFound[7], 1);
+        EXPECT_EQ(std::count(isFound.begin(), isFound.end(), 1), 1) << "boxes " << useBoxes;
+    }
 }
 
 // Values that no float can hold are brought nearer to zero, and the row farthest away looks nearest.
@@ -431,7 +618,7 @@ TEST(BatchScanOfWildRows, TakesNoBoundFromValuesThatNoFloatHolds)
     ASSERT_TRUE(scan.isWorthwhile(queries.size()));
     std::vector<std::size_t> rows(queries.size());
     std::vector<char> isFound(queries.size(), 0);
-    scan.findTogether(queries, isFound, rows);
+    scan.findTogether(queries, true, isFound, rows);
     EXPECT_EQ(isFound, std::vector<char>(queries.size(), 0)) << "they are left to runs one by one";
     isFound = scan.run(queries, rows);
     EXPECT_EQ(isFound[0], 1);

@@ -13,23 +13,38 @@
 /// The number of queries that a kernel compares with a block of rows at once.
 constexpr std::size_t kt_batchQueries = 6;
 
+/// Queries are padded to a multiple of so many measurements.
+constexpr std::size_t kt_batchPadding = 16;
+
+/// What rounding made of a query. The sums have relative errors of at most (size + 4) 2^-23.
+struct kt_RoundedQuery {
+    /// The sum of its squared numbers.
+    std::int32_t square;
+    /// The sums of squared rounding errors, and of squared distances from the range of the numbers.
+    float lost;
+    float outside;
+};
+
 /// Numbers are stored in pairs of measurements. A block of rows holds, for each pair, its two numbers in row 0, in row 1 and so on. A
-/// set of queries holds, for each pair, its two numbers, each times -2, in query 0 to 5. An odd last measurement is paired with 0.
+/// query holds its numbers in order, each times -2. An odd last measurement is paired with 0.
 struct kt_BatchKernels {
-    /// Multiplies each value of a block of floats (laid out as for kt_FloatKernel) by `scale`, cuts it off at +-`most`, a whole number,
-    /// and rounds it to a whole number. `squares` becomes each row's sum of squared numbers, `isCut` whether a value was cut off. Returns
+    /// Subtracts the centre from each value of a block of floats (laid out as for kt_FloatKernel), multiplies by `scale`, cuts the product
+    /// off at +-`most`, a whole number, and rounds it to a whole number. `squares` becomes each row's sum of squared numbers. Returns
     /// the largest sum of squared rounding errors of a row, with a relative error of at most (size + 2) 2^-24.
-    float (*round)(const float* block, std::size_t size, float scale, float most, std::int16_t* rows,
-                   std::int32_t* squares, bool* isCut);
+    float (*round)(const float* block, const float* centre, std::size_t size, float scale, float most,
+                   std::int16_t* rows, std::int32_t* squares);
+
+    /// The same for a query. `query`, `centre` and `numbers` have room for a multiple of kt_batchPadding; the first two are padded with 0.
+    kt_RoundedQuery (*roundQuery)(const float* query, const float* centre, std::size_t size, float scale, float most,
+                                  std::int16_t* numbers);
 
     /// Sums of squared differences, less the query's own sum of squares. Bit i of `within[q]` says whether the sum of row i
     /// and query q is at most `limits[q]`; where it is set, `sums[q * kt_blockRows + i]` is filled. Requires: every sum fits 32 bits.
-    void (*sums)(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries,
+    void (*sums)(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* const* queries,
                  std::size_t numPairs, const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums);
 
-    /// Lowers each element of `least`, one for each query and place in a block, to the sum at that place if it is less.
-    void (*lower)(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries,
-                  std::size_t numPairs, std::int32_t* least);
+    /// The squared distances of each query from so many boxes (laid out as for kt_BoxKernel): `sums[q * kt_blockRows + i]`.
+    void (*boxes)(const float* boxes, std::size_t count, const float* const* queries, std::size_t size, float* sums);
 };
 
 /// Null where the compiler does not target such processors.

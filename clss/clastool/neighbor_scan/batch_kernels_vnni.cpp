@@ -15,17 +15,11 @@ constexpr std::size_t lanes = 16;
 // A strip of rows and all queries keep their sums in registers.
 constexpr std::size_t stripVectors = 2;
 
-/// Does not use _mm512_min_epi32, for which g++ 12 warns of an uninitialised variable.
-inline void putLower(std::int32_t* place, __m512i sums)
-{
-    const __m512i before = _mm512_loadu_si512(place);
-    _mm512_mask_storeu_epi32(place, _mm512_cmplt_epi32_mask(sums, before), sums);
-}
-
 struct Strip {
     static constexpr std::size_t numRows = stripVectors * lanes;
 
-    Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs)
+    Strip(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* const* queries,
+          std::size_t numPairs)
     {
         for (std::size_t q = 0; q < kt_batchQueries; ++q) {
             sum[q][0] = _mm512_loadu_si512(squares);
@@ -36,8 +30,8 @@ struct Strip {
             const __m512i first = _mm512_loadu_si512(numbers);
             const __m512i second = _mm512_loadu_si512(numbers + 2 * lanes);
             for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-                const __m512i query = _mm512_castps_si512(
-                    _mm512_set1_ps(*reinterpret_cast<const float*>(queries + (pair * kt_batchQueries + q) * 2)));
+                const __m512i query =
+                    _mm512_castps_si512(_mm512_set1_ps(*reinterpret_cast<const float*>(queries[q] + 2 * pair)));
                 sum[q][0] = _mm512_dpwssd_epi32(sum[q][0], first, query);
                 sum[q][1] = _mm512_dpwssd_epi32(sum[q][1], second, query);
             }
@@ -58,22 +52,27 @@ struct Strip {
         _mm512_storeu_si512(place + lanes, sum[q][1]);
     }
 
-    void lower(std::size_t q, std::int32_t* place) const
-    {
-        putLower(place, sum[q][0]);
-        putLower(place + lanes, sum[q][1]);
-    }
-
     __m512i sum[kt_batchQueries][stripVectors];
 };
 
-float round(const float* block, std::size_t size, float scale, float most, std::int16_t* rows, std::int32_t* squares,
-            bool* isCut)
+float round(const float* block, const float* centre, std::size_t size, float scale, float most, std::int16_t* rows,
+            std::int32_t* squares)
 {
-    return kt_avx2BatchKernels->round(block, size, scale, most, rows, squares, isCut);
+    return kt_avx2BatchKernels->round(block, centre, size, scale, most, rows, squares);
 }
 
-const kt_BatchKernels kernels = {round, sumsOf<Strip>, lowerBy<Strip>};
+kt_RoundedQuery roundQuery(const float* query, const float* centre, std::size_t size, float scale, float most,
+                           std::int16_t* numbers)
+{
+    return kt_avx2BatchKernels->roundQuery(query, centre, size, scale, most, numbers);
+}
+
+void boxes(const float* ends, std::size_t count, const float* const* queries, std::size_t size, float* sums)
+{
+    kt_avx2BatchKernels->boxes(ends, count, queries, size, sums);
+}
+
+const kt_BatchKernels kernels = {round, roundQuery, sumsOf<Strip>, boxes};
 
 }  // namespace
 

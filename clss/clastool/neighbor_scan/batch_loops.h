@@ -9,13 +9,12 @@
 //     Strip(...)         computes the sums, from where the strip's rows begin
 //     within(q, limit)   bit i: the sum of row i and query q is not greater than the limit
 //     put(q, place)      writes the sums of query q
-//     lower(q, place)    lowers each number there to the sum
 
 namespace {
 
 template <class Strip>
-void sumsOf(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-            const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
+void sumsOf(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* const* queries,
+            std::size_t numPairs, const std::int32_t* limits, std::uint64_t* within, std::int32_t* sums)
 {
     for (std::size_t q = 0; q < kt_batchQueries; ++q) {
         within[q] = 0;
@@ -28,18 +27,6 @@ void sumsOf(const std::int16_t* rows, const std::int32_t* squares, const std::in
                 within[q] |= here << first;
                 strip.put(q, sums + q * kt_blockRows + first);
             }
-        }
-    }
-}
-
-template <class Strip>
-void lowerBy(const std::int16_t* rows, const std::int32_t* squares, const std::int16_t* queries, std::size_t numPairs,
-             std::int32_t* least)
-{
-    for (std::size_t first = 0; first < kt_blockRows; first += Strip::numRows) {
-        const Strip strip(rows + 2 * first, squares + first, queries, numPairs);
-        for (std::size_t q = 0; q < kt_batchQueries; ++q) {
-            strip.lower(q, least + q * kt_blockRows + first);
         }
     }
 }

@@ -3,13 +3,14 @@
 //
 // The rows' floats are rounded to 16-bit numbers as they pass, a few blocks at a time, and compared with six queries at once in exact
 // 32-bit sums. Such a sum bounds a row's distance from below and above; the k-th smallest upper bound is the query's limit, and
-// rows whose lower bound is beyond it are out. A sample of the rows gives the first limit.
+// rows whose lower bound is beyond it are out. The floats of one block give the first limit.
 //
 //     tryOneByOne      a few queries alone: where boxes spare most rows, all are left to runs
-//     chooseScale      the steps of the numbers, from a sample of blocks
-//     prepare          the queries' numbers
-//     findFirstLimits  from the sample
-//     compare          all blocks with all queries
+//     makeParts        blocks that lie together have a centre and steps of their own
+//     prepare          the queries' floats
+//     findBounds       how far queries are from the boxes of blocks or, where those spare little, of parts
+//     findFirstLimits  from one block for each query
+//     comparePart      a few blocks at a time with the queries that they may concern
 //     finish           the few rows that are left of each query, by way of a run's last steps
 
 #include "batch_scan.h"
@@ -19,12 +20,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iterator>
 #include <limits>
+#include <numeric>
 
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+constexpr std::int32_t noSum = std::numeric_limits<std::int32_t>::min();
 
 constexpr double slightly = kt_DistanceLimits::slightly;
 
@@ -38,6 +40,15 @@ constexpr std::size_t mostTried = 4;
 /// How much of the rounded rows stays in the nearest caches while all queries pass.
 constexpr std::size_t chunkBytes = 32768;
 constexpr std::size_t mostChunkBlocks = 16;
+
+/// How much wider than its narrowest block a part may be. Finer steps leave fewer rows, and queries are rounded for each part anew.
+constexpr float mostWidening = 2.0f;
+
+/// More steps to one of the copy's units leave no fewer rows, and queries that lie far away would be given up.
+constexpr double finestScale = 0x1p+30;
+
+/// No more bounds of boxes than about that are kept.
+constexpr std::size_t mostBounds = std::size_t{1} << 22;
 
 /// The largest number for which the sum of the squared differences of `size` numbers and its parts stay below 2^31, and
 /// twice the number below 2^15.
@@ -60,59 +71,60 @@ kt_BatchScan::kt_BatchScan(const kt_CompactCopy& copy, const ktClassifierDataPro
       k_(k),
       size_(copy.size_),
       numPairs_((copy.size_ + 1) / 2),
-      capacity_(4 * k + 128),
-      kernels_(chosenKernels())
+      paddedSize_((copy.size_ + kt_batchPadding - 1) / kt_batchPadding * kt_batchPadding),
+      capacity_(4 * k + 128 + std::min<std::size_t>(copy.numRows_ / kt_blockRows, 512)),
+      kernels_(chosenKernels()),
+      most_(largestNumber(copy.size_)),
+      sumError_(static_cast<double>(copy.size_ + 16) * 0x1p-22)
 {
 }
 
 bool kt_BatchScan::isWorthwhile(std::size_t numQueries) const
 {
-    // Rows that lie far away from the others have offsets of their own, so that a query would need other numbers for them.
+    // Rows that lie far away from the others have offsets of their own, so that a query would need other floats for them.
     return kernels_ != nullptr && numQueries >= leastQueries && copy_.numRows_ >= leastRows &&
-           copy_.offsets_.size() == 1 && k_ > 0 && k_ <= kt_blockRows && largestNumber(size_) >= 127.0;
+           copy_.offsets_.size() == 1 && k_ > 0 && k_ <= kt_blockRows && most_ >= 127.0;
 }
 
 std::vector<char> kt_BatchScan::run(const Queries& queries, std::vector<std::size_t>& rows)
 {
     std::vector<char> isFound(queries.size(), 0);
     listBlocks();
-    if (tryOneByOne(queries, isFound, rows)) {
-        findTogether(queries, isFound, rows);
+    const Way way = tryOneByOne(queries, isFound, rows);
+    if (way != Way::oneByOne) {
+        findTogether(queries, way == Way::byBoxes, isFound, rows);
     }
     return isFound;
 }
 
-void kt_BatchScan::findTogether(const Queries& queries, std::vector<char>& isFound, std::vector<std::size_t>& rows)
+void kt_BatchScan::findTogether(const Queries& queries, bool useBoxes, std::vector<char>& isFound,
+                                std::vector<std::size_t>& rows)
 {
     listBlocks();
-    if (!chooseScale()) {
+    listBoxes();
+    makeParts();
+    // Steps so coarse that floats which were brought nearer to zero count as whole numbers would give bounds that do not hold.
+    if (std::any_of(parts_.begin(), parts_.end(), [](const Part& part) { return part.scale < 0x1p-40; })) {
         return;
     }
-    numbers_.assign((queries.size() + kt_batchQueries - 1) / kt_batchQueries * kt_batchQueries * 2 * numPairs_, 0);
-    queries_.clear();
-    queries_.reserve(queries.size());
-    for (std::size_t i = 0; i < queries.size(); ++i) {
-        if (queries[i] != nullptr && isFound[i] == 0) {
-            prepare(*queries[i], i);
-        }
+    if (!useBoxes) {
+        boundParts();
     }
-    candidates_.resize(queries_.size() * capacity_);
-    smallest_.resize(queries_.size() * k_);
-    findFirstLimits();
-    Chunk chunk;
-    const std::size_t blockBytes = numbersOfBlock() * sizeof(std::int16_t);
-    const std::size_t chunkBlocks = std::clamp<std::size_t>(chunkBytes / blockBytes, 1, mostChunkBlocks);
-    for (std::size_t block = 0; block < blocks_.size(); block += chunkBlocks) {
-        round(chunk, blocks_.data() + block, std::min(chunkBlocks, blocks_.size() - block));
-        for (std::size_t first = 0; first < queries_.size(); first += kt_batchQueries) {
-            compare(chunk, first);
-        }
-    }
+    const std::size_t together = mostBounds / (boxes_.back().first + boxes_.back().count) + 1;
     kt_RowList found(k_);
-    for (std::size_t i = 0; i < queries_.size(); ++i) {
-        if (finish(queries_[i], i, found)) {
-            std::copy(found.begin(), found.end(), rows.begin() + static_cast<std::ptrdiff_t>(queries_[i].place * k_));
-            isFound[queries_[i].place] = 1;
+    for (std::size_t first = 0; first < queries.size(); first += together) {
+        prepare(queries, first, std::min(together, queries.size() - first), isFound);
+        findBounds();
+        findFirstLimits(useBoxes);
+        for (const Part& part : parts_) {
+            comparePart(part, useBoxes);
+        }
+        for (std::size_t i = 0; i < queries_.size(); ++i) {
+            if (finish(queries_[i], i, found)) {
+                const std::size_t place = queries_[i].place;
+                std::copy(found.begin(), found.end(), rows.begin() + static_cast<std::ptrdiff_t>(place * k_));
+                isFound[place] = 1;
+            }
         }
     }
 }
@@ -133,8 +145,30 @@ void kt_BatchScan::listBlocks()
     add(copy_.firstUnsortedBlock_, copy_.numUnsorted_);
 }
 
-/// Runs a few queries one by one, which shows how much the boxes spare. Returns whether the others take less time together.
-bool kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<char>& isFound, std::vector<std::size_t>& rows) const
+/// The boxes of all blocks: the copy's, and boxes around those blocks that have none.
+void kt_BatchScan::listBoxes()
+{
+    boxes_.clear();
+    std::size_t first = 0;
+    for (const auto& group : copy_.groups_) {
+        boxes_.push_back({copy_.boxes_.data() + group.firstBox, first, group.numBlocks()});
+        first += group.numBlocks();
+    }
+    const std::size_t count = blocks_.size() - first;
+    const std::size_t stride = kt_CompactCopy::paddedBoxes(count);
+    ownBoxes_.resize(2 * stride * size_);
+    for (std::size_t i = 0; i < stride; ++i) {
+        const Block block = i < count ? blocks_[first + i] : Block{0, 0};
+        copy_.boundBlock(block.number, block.count, ownBoxes_.data() + i, stride);
+    }
+    if (count > 0) {
+        boxes_.push_back({ownBoxes_.data(), first, count});
+    }
+}
+
+/// Runs a few queries one by one, which shows how much the boxes spare. Returns what takes the least time for the others.
+kt_BatchScan::Way kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<char>& isFound,
+                                            std::vector<std::size_t>& rows) const
 {
     std::size_t numCompared = 0;
     std::size_t numTried = 0;
@@ -147,174 +181,350 @@ bool kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<char>& isFoun
         }
     }
     // In nanoseconds, from measurements on several kinds of data: a block costs a query less together with others, because its
-    // rows are read once and few of them are left, but all blocks have to be read and limits to be kept. Alone, a measurement
+    // rows are read once and few of them are left, but all blocks have to be rounded and limits to be kept. Alone, a measurement
     // of a block takes longer where the floats are more than the nearest caches hold.
     const std::size_t fifths = blocks_.size() * size_ <= 2048 ? 13 : 25;
     const std::size_t alone = numTried * 300 + numCompared * (20 + fifths * size_ / 5);
-    const std::size_t together = numTried * (1400 + blocks_.size() * (5 + 4 * size_ / 5));
-    return alone > together;
+    const std::size_t rounding = numTried * blocks_.size() * size_ * 40;
+    const std::size_t all = rounding / queries.size() + numTried * (1400 + blocks_.size() * (5 + 4 * size_ / 5));
+    const std::size_t together = std::min(queries.size(), mostBounds / blocks_.size() + 1);
+    const std::size_t byBoxes =
+        rounding / together + numTried * (2000 + blocks_.size() * (5 + size_ / 10)) + numCompared * (20 + size_);
+    if (alone <= std::min(all, byBoxes)) {
+        return Way::oneByOne;
+    }
+    return byBoxes < all ? Way::byBoxes : Way::allBlocks;
 }
 
-/// Chooses the steps by rows all over the store. Values beyond the range of the numbers are cut off.
-bool kt_BatchScan::chooseScale()
+float kt_BatchScan::Box::width() const
 {
-    std::vector<Block> full;
-    std::copy_if(blocks_.begin(), blocks_.end(), std::back_inserter(full),
-                 [](const Block& block) { return block.count == kt_blockRows; });
-    const std::size_t numSamples = std::min(full.size(), std::clamp<std::size_t>(full.size() / 16, 8, 64));
-    samples_.clear();
-    float reach = 0.0f;
-    for (std::size_t i = 0; i < numSamples; ++i) {
-        samples_.push_back(full[i * full.size() / numSamples]);
-        const float* const block = copy_.floats_.data() + samples_.back().number * kt_blockRows * size_;
-        for (std::size_t j = 0; j < size_ * kt_blockRows; ++j) {
-            reach = std::max(reach, std::abs(block[j]));
+    float widest = 0.0f;
+    for (std::size_t j = 0; j < lows.size(); ++j) {
+        widest = std::max(widest, highs[j] - lows[j]);
+    }
+    return widest;
+}
+
+void kt_BatchScan::Box::include(const Box& other)
+{
+    for (std::size_t j = 0; j < lows.size(); ++j) {
+        lows[j] = std::min(lows[j], other.lows[j]);
+        highs[j] = std::max(highs[j], other.highs[j]);
+    }
+}
+
+void kt_BatchScan::readBox(std::size_t block, Box& box) const
+{
+    const auto isBefore = [](std::size_t number, const Boxes& boxes) { return number < boxes.first; };
+    const Boxes& boxes = *(std::upper_bound(boxes_.begin(), boxes_.end(), block, isBefore) - 1);
+    const std::size_t stride = kt_CompactCopy::paddedBoxes(boxes.count);
+    const float* ends = boxes.ends + (block - boxes.first);
+    for (std::size_t j = 0; j < size_; ++j, ends += 2 * stride) {
+        box.lows[j] = ends[0];
+        box.highs[j] = ends[stride];
+    }
+}
+
+/// Joins blocks as long as their common box is not much wider than the narrowest of theirs.
+void kt_BatchScan::makeParts()
+{
+    parts_.clear();
+    Box next(size_);
+    Box joined(size_);
+    float narrowest = 0.0f;
+    for (std::size_t block = 0; block < blocks_.size(); ++block) {
+        readBox(block, next);
+        const float width = next.width();
+        if (!parts_.empty()) {
+            joined = next;
+            joined.include(parts_.back().box);
+        }
+        if (parts_.empty() || joined.width() > mostWidening * std::min(width, narrowest)) {
+            parts_.push_back({parts_.size() + 1, block, block + 1, next, {}, 0.0, 0.0});
+            narrowest = width;
+        } else {
+            std::swap(parts_.back().box, joined);
+            parts_.back().endBlock = block + 1;
+            narrowest = std::min(width, narrowest);
         }
     }
-    most_ = largestNumber(size_);
-    // A number of four binary digits, so that floats have it too.
-    int exponent = 0;
-    const double fraction = std::frexp(most_ / (1.25 * static_cast<double>(reach)), &exponent);
-    scale_ = std::ldexp(std::floor(fraction * 16.0), exponent - 4);
-    norm_.emplace(2.0, size_, copy_.scale_ * scale_, 0.0);
-    // Steps so coarse that floats which were brought nearer to zero count as whole numbers would give bounds that do not hold.
-    return scale_ >= 0x1p-40 && scale_ <= 0x1p+60;
+    for (Part& part : parts_) {
+        chooseSteps(part);
+    }
 }
 
-/// Takes in a query unless it lies beyond the range of the numbers.
-void kt_BatchScan::prepare(const std::vector<double>& values, std::size_t place)
+/// Chooses the centre and the steps, so that all values are within the numbers.
+void kt_BatchScan::chooseSteps(Part& part) const
 {
-    const std::size_t index = queries_.size();
-    std::int16_t* const numbers =
-        numbers_.data() + (index / kt_batchQueries * kt_batchQueries * numPairs_ + index % kt_batchQueries) * 2;
-    const double* const offsets = copy_.offsets_.front().data();
-    const double unit = copy_.scale_ * scale_;
-    double lost = 0.0;
-    std::int32_t square = 0;
+    part.centre.assign(paddedSize_, 0.0f);
+    double reach = 0x1p-100;
+    double farthest = 0x1p-100;
     for (std::size_t j = 0; j < size_; ++j) {
-        const double steps = (values[j] - offsets[j]) * unit;
-        if (!(std::abs(steps) <= most_)) {
-            return;
-        }
-        // Rounds to a whole number.
-        constexpr double shift = 0x1.8p+52;
-        const double number = steps + shift - shift;
-        lost += (steps - number) * (steps - number);
-        const auto whole = static_cast<std::int32_t>(number);
-        square += whole * whole;
-        numbers[j / 2 * 2 * kt_batchQueries + j % 2] = static_cast<std::int16_t>(-2 * whole);
+        const auto low = static_cast<double>(part.box.lows[j]);
+        const auto high = static_cast<double>(part.box.highs[j]);
+        part.centre[j] = static_cast<float>((low + high) / 2.0);
+        const auto centre = static_cast<double>(part.centre[j]);
+        reach = std::max({reach, high - centre, centre - low});
+        farthest = std::max({farthest, high, -low});
     }
-    // The floats of the rows were rounded too, and once more in steps.
-    const double error = std::sqrt(lost) + most_ * 0x1p-22 * std::sqrt(static_cast<double>(size_));
-    queries_.push_back({place, &values, square, error * slightly, infinity, infinity, 0, 0, false, false});
+    // No finer than floats are. A number that floats have too.
+    const double scale = std::min({most_ * (1.0 - 0x1p-20) / reach, 0x1p+22 / farthest, finestScale});
+    part.scale = static_cast<double>(static_cast<float>(scale));
+    part.floatLost = (farthest * part.scale * 0x1p-23 + most_ * 0x1p-21) * std::sqrt(static_cast<double>(size_));
 }
 
-void kt_BatchScan::round(Chunk& chunk, const Block* blocks, std::size_t count) const
+/// Lists the parts' boxes instead of the blocks'.
+void kt_BatchScan::boundParts()
 {
-    chunk.blocks.assign(blocks, blocks + count);
-    chunk.rows.resize(count * numbersOfBlock());
-    chunk.squares.resize(count * kt_blockRows);
-    chunk.isCut = false;
+    boxes_.clear();
+    ownBoxes_.assign((parts_.size() + kt_blockRows) * 2 * size_, 0.0f);
+    float* ends = ownBoxes_.data();
+    for (std::size_t first = 0; first < parts_.size(); first += kt_blockRows) {
+        const std::size_t count = std::min(kt_blockRows, parts_.size() - first);
+        const std::size_t stride = kt_CompactCopy::paddedBoxes(count);
+        boxes_.push_back({ends, first, count});
+        for (std::size_t j = 0; j < size_; ++j, ends += 2 * stride) {
+            for (std::size_t i = 0; i < count; ++i) {
+                ends[i] = parts_[first + i].box.lows[j];
+                ends[stride + i] = parts_[first + i].box.highs[j];
+            }
+        }
+    }
+}
+
+/// Takes in the queries, but for those that lie too far away for floats.
+void kt_BatchScan::prepare(const Queries& queries, std::size_t first, std::size_t count,
+                           const std::vector<char>& isFound)
+{
+    constexpr double most = kt_DistanceLimits::largestFloatQuery;
+    queries_.clear();
+    queries_.reserve(count);
+    floats_.assign(count * paddedSize_, 0.0f);
+    const double* const offsets = copy_.offsets_.front().data();
+    for (std::size_t i = first; i < first + count; ++i) {
+        if (queries[i] == nullptr || isFound[i] != 0) {
+            continue;
+        }
+        const double* const values = queries[i]->data();
+        float* const floats = floats_.data() + queries_.size() * paddedSize_;
+        double farthest = 0.0;
+        bool isWithin = true;
+        for (std::size_t j = 0; j < size_; ++j) {
+            const double scaled = (values[j] - offsets[j]) * copy_.scale_;
+            // What is not a number is not within.
+            isWithin = isWithin && std::abs(scaled) <= most;
+            farthest = std::max(farthest, std::abs(scaled));
+            floats[j] = static_cast<float>(std::clamp(scaled, -most, most));
+        }
+        if (isWithin) {
+            queries_.push_back({i, queries[i], kt_DistanceLimits(2.0, size_, copy_.scale_, 0.0), farthest});
+            queries_.back().limits.measureFrom(farthest);
+        }
+    }
+    numbers_.resize(queries_.size() * paddedSize_);
+    candidates_.resize(queries_.size() * capacity_);
+    smallest_.resize(queries_.size() * k_);
+    boxLimits_.assign(queries_.size(), infinity);
+}
+
+/// Finds how far every query is from every box, and the nearest.
+void kt_BatchScan::findBounds()
+{
+    bounds_.resize((boxes_.back().first + boxes_.back().count) * queries_.size());
+    std::vector<float> least(queries_.size(), infinity);
+    std::array<float, kt_batchQueries * kt_blockRows> sums;
+    std::array<const float*, kt_batchQueries> floats;
+    for (const Boxes& boxes : boxes_) {
+        for (std::size_t first = 0; first < queries_.size(); first += kt_batchQueries) {
+            const std::size_t count = std::min(kt_batchQueries, queries_.size() - first);
+            for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+                floats[q] = floats_.data() + (first + std::min(q, count - 1)) * paddedSize_;
+            }
+            kernels_->boxes(boxes.ends, kt_CompactCopy::paddedBoxes(boxes.count), floats.data(), size_, sums.data());
+            for (std::size_t q = 0; q < count; ++q) {
+                const float* const found = sums.data() + q * kt_blockRows;
+                for (std::size_t i = 0; i < boxes.count; ++i) {
+                    bounds_[(boxes.first + i) * queries_.size() + first + q] = found[i];
+                }
+                const float* const nearest = std::min_element(found, found + boxes.count);
+                if (*nearest < least[first + q]) {
+                    least[first + q] = *nearest;
+                    queries_[first + q].nearestBox = boxes.first + static_cast<std::size_t>(nearest - found);
+                }
+            }
+        }
+    }
+}
+
+/// Finds for each query a bound on the k-th distance from one block, in the nearest box.
+void kt_BatchScan::findFirstLimits(bool useBoxes)
+{
+    std::vector<std::size_t> order(queries_.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    // A block is read once for all queries that it is nearest to.
+    std::sort(order.begin(), order.end(),
+              [this](std::size_t a, std::size_t b) { return queries_[a].nearestBox < queries_[b].nearestBox; });
+    for (const std::size_t index : order) {
+        const std::size_t nearest = queries_[index].nearestBox;
+        const std::size_t block = useBoxes ? nearest : (parts_[nearest].firstBlock + parts_[nearest].endBlock) / 2;
+        setFirstLimit(index, blocks_[block]);
+    }
+}
+
+void kt_BatchScan::setFirstLimit(std::size_t index, const Block& block)
+{
+    if (block.count < k_) {
+        return;
+    }
+    kt_DistanceLimits& limits = queries_[index].limits;
+    float sums[kt_blockRows];
+    kt_avx2Kernels->order2.rows(copy_.floats_.data() + block.number * kt_blockRows * size_,
+                                floats_.data() + index * paddedSize_, size_, 2.0f, infinity, sums);
+    std::fill(sums + block.count, sums + kt_blockRows, infinity);
+    if (k_ <= kt_mostForKth) {
+        limits.takeFloatSum(kt_avx2Kernels->kth(sums, k_));
+    } else {
+        std::nth_element(sums, sums + k_ - 1, sums + kt_blockRows);
+        limits.takeFloatSum(sums[k_ - 1]);
+    }
+    boxLimits_[index] = limits.floatLimit();
+}
+
+void kt_BatchScan::comparePart(const Part& part, bool useBoxes)
+{
+    const std::size_t blockBytes = numbersOfBlock() * sizeof(std::int16_t);
+    // With boxes of their own, blocks have queries of their own.
+    const std::size_t together = useBoxes ? 1 : std::clamp<std::size_t>(chunkBytes / blockBytes, 1, mostChunkBlocks);
+    for (std::size_t block = part.firstBlock; block < part.endBlock; block += together) {
+        const std::size_t box = useBoxes ? block : part.number - 1;
+        compareChunk(part, block, std::min(together, part.endBlock - block), bounds_.data() + box * queries_.size());
+    }
+}
+
+/// Compares a few blocks with the queries that they may concern.
+void kt_BatchScan::compareChunk(const Part& part, std::size_t block, std::size_t count, const float* bounds)
+{
+    asking_.resize(queries_.size());
+    std::size_t numAsking = 0;
+    for (std::size_t i = 0; i < queries_.size(); ++i) {
+        asking_[numAsking].query = i;
+        numAsking += bounds[i] <= boxLimits_[i] ? 1 : 0;
+    }
+    if (numAsking == 0) {
+        return;
+    }
+    round(part, block, count);
+    std::size_t numLeft = 0;
+    for (std::size_t i = 0; i < numAsking; ++i) {
+        const std::size_t index = asking_[i].query;
+        Query& query = queries_[index];
+        if (query.part != part.number) {
+            round(part, query, index);
+        }
+        asking_[numLeft] = {index, limitOf(part, query)};
+        numLeft += asking_[numLeft].limit != noSum ? 1 : 0;
+    }
+    for (std::size_t first = 0; first < numLeft; first += kt_batchQueries) {
+        compare(part, asking_.data() + first, std::min(kt_batchQueries, numLeft - first));
+    }
+}
+
+void kt_BatchScan::round(const Part& part, std::size_t firstBlock, std::size_t count)
+{
+    chunk_.firstBlock = firstBlock;
+    chunk_.numBlocks = count;
+    chunk_.rows.resize(count * numbersOfBlock());
+    chunk_.squares.resize(count * kt_blockRows);
     float lost = 0.0f;
     for (std::size_t i = 0; i < count; ++i) {
-        const float* const floats = copy_.floats_.data() + blocks[i].number * kt_blockRows * size_;
-        bool isCut = false;
-        lost = std::max(lost, kernels_->round(floats, size_, static_cast<float>(scale_), static_cast<float>(most_),
-                                              chunk.rows.data() + i * numbersOfBlock(),
-                                              chunk.squares.data() + i * kt_blockRows, &isCut));
-        chunk.isCut = chunk.isCut || isCut;
+        const float* const floats = copy_.floats_.data() + blocks_[firstBlock + i].number * kt_blockRows * size_;
+        lost = std::max(lost, kernels_->round(floats, part.centre.data(), size_, static_cast<float>(part.scale),
+                                              static_cast<float>(most_), chunk_.rows.data() + i * numbersOfBlock(),
+                                              chunk_.squares.data() + i * kt_blockRows));
     }
-    chunk.error = std::sqrt(static_cast<double>(lost)) * (1.0 + static_cast<double>(size_ + 8) * 0x1p-22);
+    chunk_.lost = std::sqrt(static_cast<double>(lost)) * (1.0 + sumError_);
+    chunk_.reach = std::sqrt(static_cast<double>(*std::max_element(chunk_.squares.begin(), chunk_.squares.end())));
 }
 
-/// Finds for each query a bound on the k-th distance from the sampled blocks: of the rows at one place of their blocks the
-/// nearest counts, and the k-th of those is at least as far as the k-th of all. The scale leaves no sampled value to be cut off.
-void kt_BatchScan::findFirstLimits()
+void kt_BatchScan::round(const Part& part, Query& query, std::size_t index)
 {
-    Chunk samples;
-    round(samples, samples_.data(), samples_.size());
-    // Several lists of places where k is large, so that the k nearest have mostly places of their own.
-    const std::size_t numLists = std::min(samples_.size(), k_ / 16 + 1);
-    const std::size_t listSize = kt_batchQueries * kt_blockRows;
-    std::vector<std::int32_t> least(numLists * listSize);
-    std::vector<std::int32_t> ofOne(numLists * kt_blockRows);
-    for (std::size_t first = 0; first < queries_.size(); first += kt_batchQueries) {
-        std::fill(least.begin(), least.end(), std::numeric_limits<std::int32_t>::max());
-        for (std::size_t i = 0; i < samples_.size(); ++i) {
-            kernels_->lower(samples.rows.data() + i * numbersOfBlock(), samples.squares.data() + i * kt_blockRows,
-                            numbersOf(first), numPairs_, least.data() + i % numLists * listSize);
-        }
-        for (std::size_t q = 0; q < std::min(kt_batchQueries, queries_.size() - first); ++q) {
-            for (std::size_t list = 0; list < numLists; ++list) {
-                std::copy_n(least.data() + list * listSize + q * kt_blockRows, kt_blockRows,
-                            ofOne.data() + list * kt_blockRows);
-            }
-            setFirstLimit(queries_[first + q], samples.error, ofOne);
-        }
-    }
+    const kt_RoundedQuery rounded = kernels_->roundQuery(
+        floats_.data() + index * paddedSize_, part.centre.data(), size_, static_cast<float>(part.scale),
+        static_cast<float>(most_), numbers_.data() + index * paddedSize_);
+    query.part = part.number;
+    query.square = static_cast<double>(rounded.square);
+    query.lost = std::sqrt(static_cast<double>(rounded.lost)) * (1.0 + sumError_);
+    query.outside = std::sqrt(static_cast<double>(rounded.outside));
+    const double floatLost = query.farthest * part.scale * 0x1p-23 * std::sqrt(static_cast<double>(size_));
+    query.floatLost = part.floatLost + floatLost + query.outside * 0x1p-22;
+    // A sum of floats that may have grown no more.
+    query.isGivenUp = query.isGivenUp || !(rounded.outside < 0x1p+100f);
 }
 
-void kt_BatchScan::setFirstLimit(Query& query, double error, std::vector<std::int32_t>& least) const
-{
-    const auto kth = least.begin() + static_cast<std::ptrdiff_t>(k_ - 1);
-    std::nth_element(least.begin(), kth, least.end());
-    const double root = std::sqrt(static_cast<double>(*kth) + static_cast<double>(query.square));
-    query.highest = (root + query.error + error) * slightly;
-    query.limit = norm_->guarded(query.highest);
-    query.isGivenUp = !(query.limit < infinity);
-}
-
-/// Compares the blocks with the queries from `first` on, whose limits follow what is found.
-void kt_BatchScan::compare(const Chunk& chunk, std::size_t first)
+/// Compares the rounded blocks with a few queries, whose limits follow what is found.
+void kt_BatchScan::compare(const Part& part, const Asking* asking, std::size_t count)
 {
     std::array<std::int32_t, kt_batchQueries> limits;
-    limits.fill(std::numeric_limits<std::int32_t>::min());
-    const std::size_t count = std::min(kt_batchQueries, queries_.size() - first);
-    for (std::size_t q = 0; q < count; ++q) {
-        setLimit(first + q, chunk.error, limits[q]);
+    std::array<const std::int16_t*, kt_batchQueries> numbers;
+    for (std::size_t q = 0; q < kt_batchQueries; ++q) {
+        limits[q] = q < count ? asking[q].limit : noSum;
+        numbers[q] = numbers_.data() + asking[std::min(q, count - 1)].query * paddedSize_;
     }
     std::array<std::uint64_t, kt_batchQueries> within;
     std::array<std::int32_t, kt_batchQueries * kt_blockRows> sums;
-    for (std::size_t i = 0; i < chunk.blocks.size(); ++i) {
-        const Block& block = chunk.blocks[i];
-        kernels_->sums(chunk.rows.data() + i * numbersOfBlock(), chunk.squares.data() + i * kt_blockRows,
-                       numbersOf(first), numPairs_, limits.data(), within.data(), sums.data());
+    for (std::size_t i = 0; i < chunk_.numBlocks; ++i) {
+        const Block& block = blocks_[chunk_.firstBlock + i];
+        kernels_->sums(chunk_.rows.data() + i * numbersOfBlock(), chunk_.squares.data() + i * kt_blockRows,
+                       numbers.data(), numPairs_, limits.data(), within.data(), sums.data());
         const std::uint64_t existing = ~std::uint64_t{0} >> (kt_blockRows - block.count);
         const std::uint32_t* const rows = copy_.rowsOf(block.number);
         for (std::size_t q = 0; q < count; ++q) {
-            Query& query = queries_[first + q];
-            for (std::uint64_t bits = within[q] & existing; bits != 0; bits &= bits - 1) {
+            std::uint64_t bits = within[q] & existing;
+            if (bits == 0) {
+                continue;
+            }
+            const std::size_t index = asking[q].query;
+            Query& query = queries_[index];
+            for (; bits != 0; bits &= bits - 1) {
                 const auto row = static_cast<std::size_t>(KT_LOWEST_BIT(bits));
-                const double square =
-                    static_cast<double>(sums[q * kt_blockRows + row]) + static_cast<double>(query.square);
-                take(query, first + q, rows[row], std::sqrt(square), chunk);
+                take(part, query, index, rows[row], sums[q * kt_blockRows + row]);
             }
             if (query.isRenewed) {
-                renew(query, first + q);
-                setLimit(first + q, chunk.error, limits[q]);
+                renew(query, index);
+                limits[q] = limitOf(part, query);
             }
         }
     }
 }
 
-/// The largest sum of a row that may be among the nearest.
-void kt_BatchScan::setLimit(std::size_t index, double error, std::int32_t& limit) const
+/// The largest sum of a row in the chunk that may be among the nearest, or `noSum`.
+std::int32_t kt_BatchScan::limitOf(const Part& part, const Query& query) const
 {
-    const Query& query = queries_[index];
     if (query.isGivenUp) {
-        limit = std::numeric_limits<std::int32_t>::min();
-        return;
+        return noSum;
     }
-    const double reach = query.limit + query.error + error;
-    const double most = reach * reach * slightly + 1.0 - static_cast<double>(query.square);
-    limit = static_cast<std::int32_t>(std::min(most, 0x1.fffffffcp+30));
+    const double limit = std::sqrt(query.limits.trueLimit()) * part.scale;
+    const double reach = (limit + query.floatLost) * slightly;
+    const double outside = query.outside * (1.0 - sumError_);
+    const double inside = reach * reach * slightly - outside * outside;
+    if (inside < 0.0) {
+        return noSum;
+    }
+    const double most = (std::sqrt(inside) + query.lost + chunk_.lost) * slightly;
+    // No row is nearer than that to a query outside the sphere that holds them all.
+    if (std::sqrt(query.square) > (most + chunk_.reach) * slightly) {
+        return noSum;
+    }
+    return static_cast<std::int32_t>(std::min(most * most * slightly + 1.0 - query.square, 0x1.fffffffcp+30));
 }
 
 /// Notes a row that may be among the nearest.
-void kt_BatchScan::take(Query& query, std::size_t index, std::uint32_t row, double root, const Chunk& chunk)
+void kt_BatchScan::take(const Part& part, Query& query, std::size_t index, std::uint32_t row, std::int32_t sum)
 {
-    const double error = query.error + chunk.error;
-    const double most = chunk.isCut ? infinity : (root + error) * slightly;
+    const double root = std::sqrt(static_cast<double>(sum) + query.square);
+    const double lost = query.lost + chunk_.lost;
+    const double unit = 1.0 / part.scale;
+    const double most = (root + lost + query.outside * (1.0 + sumError_) + query.floatLost) * unit * slightly;
     double* const heap = smallest_.data() + index * k_;
     if (query.numSmallest < k_) {
         heap[query.numSmallest++] = most;
@@ -334,16 +544,23 @@ void kt_BatchScan::take(Query& query, std::size_t index, std::uint32_t row, doub
             return;
         }
     }
+    const double inside = std::max(root - lost, 0.0);
+    const double outside = query.outside * (1.0 - sumError_);
+    const double least = (std::sqrt(inside * inside + outside * outside) - query.floatLost) * unit;
     // Rounded down.
-    const double least = std::max((root - error) * (1.0 - 0x1p-22), 0.0);
-    candidates_[index * capacity_ + query.numCandidates++] = {row, static_cast<float>(least)};
+    const auto noted = static_cast<float>(std::max(least, 0.0) * (1.0 - 0x1p-22));
+    candidates_[index * capacity_ + query.numCandidates++] = {row, noted};
 }
 
-/// Lowers the limits to what the rows noted so far allow, which are at least k.
+/// Lowers the limits to what the rows noted so far allow.
 void kt_BatchScan::renew(Query& query, std::size_t index)
 {
-    query.highest = std::min(query.highest, smallest_[index * k_]);
-    query.limit = norm_->guarded(query.highest);
+    if (query.numSmallest == k_) {
+        const double highest = smallest_[index * k_];
+        query.limits.takeSimpleSum(highest * highest * slightly);
+    }
+    // A negative one asks for no block.
+    boxLimits_[index] = query.isGivenUp ? -1.0f : query.limits.floatLimit();
     query.isRenewed = false;
 }
 
@@ -352,7 +569,7 @@ void kt_BatchScan::keepNearest(Query& query, std::size_t index)
 {
     renew(query, index);
     Candidate* const first = candidates_.data() + index * capacity_;
-    const double limit = query.limit;
+    const double limit = std::sqrt(query.limits.trueLimit()) * slightly;
     const auto isBeyond = [limit](const Candidate& candidate) { return static_cast<double>(candidate.least) > limit; };
     query.numCandidates =
         static_cast<std::size_t>(std::remove_if(first, first + query.numCandidates, isBeyond) - first);
