@@ -328,8 +328,10 @@ def run_on(blocks: list[Any], task: Any) -> list[Any]:
         return run([task(block, number) for number, block in enumerate(blocks)])
     for attempt in range(_ATTEMPTS):
         try:
-            sent = client.scatter(blocks, direct=True, hash=False)
+            sent = client.scatter(blocks, direct=True, hash=False, timeout=_PATIENCE)
             return run([task(block, number) for number, block in enumerate(sent)])
+        except TimeoutError as error:
+            raise _without_workers() from error
         except (OSError, _Lost):
             # Blocks that are lost with their worker, or on the way to it, are sent again.
             if attempt == _ATTEMPTS - 1:
@@ -346,4 +348,8 @@ def _gathered(client: Client, futures: list[Any]) -> Any:
         except TimeoutError:
             idle = 0.0 if client.scheduler_info(n_workers=-1)["workers"] else idle + 2.0
     client.cancel(futures)
-    raise RuntimeError(f"the cluster has been without a worker for {_PATIENCE:g} seconds")
+    raise _without_workers()
+
+
+def _without_workers() -> RuntimeError:
+    return RuntimeError(f"the cluster has been without a worker for {_PATIENCE:g} seconds")

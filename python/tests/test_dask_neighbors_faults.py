@@ -1,0 +1,175 @@
+"""Workers that die: the answer is the same, or one clear error; nothing waits for ever."""
+
+from __future__ import annotations
+
+import os
+import signal
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager
+from pathlib import Path
+from typing import Any
+
+import dask
+import dask.array as da
+import numpy as np
+import pytest
+from distributed import Client, LocalCluster
+
+import clastool.dask as cd
+from clastool import _dask_shards
+from clastool.sklearn import KNeighborsCostClassifier
+
+# Seconds that nothing here takes, unless it waits for ever.
+LIMIT = 120
+
+
+@contextmanager
+def programs(folder: Path, workers: int) -> Iterator[Any]:
+    """A scheduler and workers without anybody who starts them again, as programs; gives the client and the workers' processes."""
+    file = str(folder / "scheduler.json")
+    dask_command = [sys.executable, "-m", "dask"]
+    quiet: Any = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    scheduler = [*dask_command, "scheduler", "--host", "127.0.0.1", "--port", "0", "--no-dashboard", "--scheduler-file", file]
+    worker = [*dask_command, "worker", "--scheduler-file", file, "--nthreads", "1", "--no-nanny", "--no-dashboard"]
+    started = [subprocess.Popen(command, cwd=folder, **quiet) for command in [scheduler, *[worker] * workers]]
+    try:
+        with Client(scheduler_file=file, timeout=LIMIT) as client:
+            client.wait_for_workers(workers, timeout=LIMIT)
+            yield client, {process.pid: process for process in started[1:]}
+    finally:
+        for process in started:
+            process.kill()
+            process.wait()
+
+
+@pytest.fixture(scope="module")
+def cluster() -> Iterator[Any]:
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
+        yield started
+
+
+@pytest.fixture
+def client(cluster: Any) -> Iterator[Any]:
+    with Client(cluster) as connected:
+        connected.wait_for_workers(2, timeout=LIMIT)
+        yield connected
+
+
+def sample(rows: int, seed: int = 1) -> Any:
+    random = np.random.default_rng(seed)
+    y = random.integers(0, 3, rows)
+    return random.normal(size=(rows, 3)) + y[:, np.newaxis], y
+
+
+def in_time(work: Callable[[], Any]) -> Any:
+    with ThreadPoolExecutor(1) as pool:
+        return pool.submit(work).result(LIMIT)
+
+
+def pids(client: Any) -> list[int]:
+    return sorted(client.run(os.getpid).values())
+
+
+def kill_one_that_works(folder: Path) -> None:
+    """Waits until a worker has left its number in a file, and kills it."""
+    deadline = time.monotonic() + LIMIT
+    while time.monotonic() < deadline:
+        names = [name for name in os.listdir(folder) if name.isdigit()]
+        if names:
+            os.kill(int(names[0]), signal.SIGKILL)
+            return
+        time.sleep(0.02)
+    raise AssertionError("no worker began")
+
+
+def same(found: Any, expected: Any) -> None:
+    for part, known in zip(found, expected):
+        np.testing.assert_array_equal(part, known)
+
+
+def test_a_worker_with_a_shard_is_killed(client: Any) -> None:
+    X, y = sample(2000)
+    expected = KNeighborsCostClassifier().fit(X, y).kneighbors(X[:200])
+    fitted = cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(1000, 3)), da.from_array(y, chunks=1000))
+    os.kill(pids(client)[0], signal.SIGKILL)
+    same(in_time(lambda: fitted.kneighbors(X[:200])), expected)
+    client.wait_for_workers(2, timeout=LIMIT)
+    os.kill(pids(client)[0], signal.SIGKILL)
+    blocks = da.from_array(X[:200], chunks=(50, 3))
+    same(in_time(lambda: dask.compute(*fitted.kneighbors(blocks))), expected)
+
+
+def test_a_worker_is_killed_during_predict(client: Any, tmp_path: Path) -> None:
+    X, y = sample(100)
+    begun = str(tmp_path)
+
+    def metric(a: Any, b: Any) -> float:
+        open(os.path.join(begun, str(os.getpid())), "w").close()
+        time.sleep(0.001)
+        return float(np.abs(a - b).max())
+
+    expected = KNeighborsCostClassifier(metric=lambda a, b: float(np.abs(a - b).max())).fit(X, y).kneighbors(X[:30])
+    fitted = cd.KNeighborsCostClassifier(metric=metric).fit(da.from_array(X, chunks=(50, 3)), da.from_array(y, chunks=50))
+    with ThreadPoolExecutor(1) as pool:
+        killed = pool.submit(kill_one_that_works, tmp_path)
+        same(in_time(lambda: fitted.kneighbors(X[:30])), expected)
+        killed.result()
+
+
+def test_a_worker_is_killed_during_fit(client: Any, tmp_path: Path) -> None:
+    X, y = sample(300)
+    begun = str(tmp_path)
+
+    def slow(block: Any) -> Any:
+        open(os.path.join(begun, str(os.getpid())), "w").close()
+        time.sleep(0.3)
+        return block
+
+    blocks = da.from_array(X, chunks=(100, 3)).map_blocks(slow, meta=X[:0])
+    with ThreadPoolExecutor(1) as pool:
+        killed = pool.submit(kill_one_that_works, tmp_path)
+        fitted = in_time(lambda: cd.KNeighborsCostClassifier().fit(blocks, da.from_array(y, chunks=100)))
+        killed.result()
+    same(in_time(lambda: fitted.kneighbors(X[:30])), KNeighborsCostClassifier().fit(X, y).kneighbors(X[:30]))
+
+
+def test_a_worker_with_a_loaded_shard_is_killed(client: Any, tmp_path: Path) -> None:
+    X, y = sample(300)
+    cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(100, 3)), da.from_array(y, chunks=100)).save(tmp_path / "model")
+    loaded = cd.KNeighborsCostClassifier.load(tmp_path / "model")
+    expected = KNeighborsCostClassifier().fit(X, y).kneighbors(X[:30])
+    os.kill(pids(client)[0], signal.SIGKILL)
+    same(in_time(lambda: loaded.kneighbors(X[:30])), expected)
+
+
+def test_data_that_nothing_computes_again_are_one_error(client: Any) -> None:
+    X, y = sample(100)
+    workers = sorted(client.scheduler_info()["workers"])
+    parts = [client.scatter(X[:50], workers=workers[:1]), client.scatter(X[50:], workers=workers[1:])]
+    blocks = da.concatenate([da.from_delayed(part, (50, 3), dtype=float) for part in map(dask.delayed, parts)])
+    fitted = cd.KNeighborsCostClassifier().fit(blocks, da.from_array(y, chunks=50))
+    for pid in pids(client):
+        os.kill(pid, signal.SIGKILL)
+    with pytest.raises(RuntimeError, match="^the workers lost data that cannot be computed again: fit or load anew$"):
+        in_time(lambda: fitted.predict(X))
+
+
+def test_workers_as_programs(tmp_path: Path, monkeypatch: Any) -> None:
+    X, y = sample(2000)
+    expected = KNeighborsCostClassifier().fit(X, y)
+    with programs(tmp_path, 2) as (client, workers):
+        fitted = cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(500, 3)), da.from_array(y, chunks=500))
+        same(in_time(lambda: fitted.kneighbors(X[:100])), expected.kneighbors(X[:100]))
+        first, second = workers
+        workers[first].kill()
+        same(in_time(lambda: fitted.kneighbors(X[:100])), expected.kneighbors(X[:100]))
+        workers[second].kill()
+        monkeypatch.setattr(_dask_shards, "_PATIENCE", 3.0)
+        with pytest.raises(RuntimeError, match="^the cluster has been without a worker for 3 seconds$"):
+            in_time(lambda: fitted.predict(X[:100]))
+        with pytest.raises(RuntimeError, match="^the cluster has been without a worker for 3 seconds$"):
+            in_time(lambda: fitted.save(tmp_path / "model"))
