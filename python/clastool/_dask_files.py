@@ -22,6 +22,7 @@ _VERSION = 1
 
 def save_shards(estimator: Any, path: str) -> None:
     tool: ShardedTool = estimator.tool_
+    tool.require_shards()
     content = {
         "written by": "clastool.dask",
         "version": _VERSION,

@@ -18,7 +18,7 @@ import numpy as np
 import numpy.typing as npt
 from dask.delayed import delayed
 from dask.sizeof import sizeof
-from distributed import Client, KilledWorker, TimeoutError, default_client, wait
+from distributed import Client, Future, KilledWorker, TimeoutError, default_client, wait
 
 from . import ClassifierTool, KNNParams, Norm
 from ._tables import Neighbors, RowResults
@@ -44,7 +44,7 @@ class Found(NamedTuple):
 
 
 class _Lost(RuntimeError):
-    pass
+    """Data are lost with their workers."""
 
 
 class ShardedTool:
@@ -77,8 +77,15 @@ class ShardedTool:
         """Refused: shards stay as they were fitted."""
         raise ValueError("shards on Dask learn nothing further: fit anew")
 
+    def require_shards(self) -> None:
+        """Refuses to work with shards that nobody holds."""
+        futures = [shard.dask[shard.key] for held in self.shards for shard in held]
+        if any(isinstance(future, Future) and future.cancelled() for future in futures):
+            raise _Lost("the client that held the shards is closed: fit or load anew")
+
     def neighbors(self, X: Any, k: int | None = None, *, threads: int = 1, progress: Any = None) -> Neighbors:
         """The nearest neighbours of each row of X, found by the workers; `threads` is theirs to choose."""
+        self.require_shards()
         X = np.asarray(X)
         copies = min(len(self.shards[0]), max(len(X), 1))
         blocks = np.array_split(X, max(copies, -(-len(X) // _BLOCK)))
@@ -108,16 +115,16 @@ class ShardedTool:
         client = _client()
         if client is None:
             return self
-        originals = [held[0] for held in self.shards]
+        self.require_shards()
         workers = sorted(client.scheduler_info(n_workers=-1)["workers"])
         shards = []
-        for place, shard in enumerate(originals):
+        for place, (shard, *_) in enumerate(self.shards):
             (holders,) = client.who_has([shard.dask[shard.key]]).values()
             first = workers.index(holders[0]) if holders and holders[0] in workers else place
             more = [workers[(first + step) % len(workers)] for step in range(1, min(copies, len(workers)))]
             made = [client.persist(delayed(_same)(shard), workers=[worker], allow_other_workers=True) for worker in more]
             shards.append([shard, *made])
-        wait([copy.dask[copy.key] for held in shards for copy in held])
+        run([delayed(_rows)(shard) for held in shards for shard in held])
         again = copy(self)
         again.shards = shards
         return again

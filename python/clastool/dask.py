@@ -110,6 +110,8 @@ def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
     light, tool = delayed(_without_tool(model)), model.tool_
     if not isinstance(tool, ShardedTool):
         tool = ShardedTool([[delayed(tool)]], [tool.num_patterns], tool.params, tool.category_counts, tool.num_measurements)
+    else:
+        tool.require_shards()
     return [
         tool.nearest(delayed(_checked_rows)(table, light, number), k, number)
         for number, table in enumerate(np.ravel(X.to_delayed()).tolist())

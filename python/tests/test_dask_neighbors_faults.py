@@ -158,6 +158,21 @@ def test_data_that_nothing_computes_again_are_one_error(client: Any) -> None:
         in_time(lambda: fitted.predict(X))
 
 
+def test_the_client_is_closed(cluster: Any, tmp_path: Path) -> None:
+    X, y = sample(100)
+    blocks = da.from_array(X, chunks=(50, 3))
+    with Client(cluster):
+        fitted = cd.KNeighborsCostClassifier().fit(blocks, da.from_array(y, chunks=50))
+    for work in (
+        lambda: fitted.predict(X),
+        lambda: fitted.predict(blocks),
+        lambda: fitted.kneighbors(blocks),
+        lambda: fitted.save(tmp_path / "model"),
+    ):
+        with pytest.raises(RuntimeError, match="^the client that held the shards is closed: fit or load anew$"):
+            in_time(work)
+
+
 def test_workers_as_programs(tmp_path: Path, monkeypatch: Any) -> None:
     X, y = sample(2000)
     expected = KNeighborsCostClassifier().fit(X, y)
