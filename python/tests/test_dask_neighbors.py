@@ -113,9 +113,12 @@ def test_shards_merge_to_what_a_plain_scan_finds(seed: int) -> None:
     k, p = int(random.integers(1, 30)), [0.5, 1.0, 2.0, 3.0][seed % 4]
     queries = np.vstack([np.zeros(width), random.integers(0, 4, (3, width))]).astype(float)
     found = [_searched(tool, queries, k, Norm(p), first) for tool, first in shards_of(X, y, cut(rows, random), p)]
+    assert (found[0].counts <= k).all()
+    assert all((part.counts.astype(int) < 2 * k).all() for part in found)
     while len(found) > 1 and random.random() < 0.7:
         place = int(random.integers(0, len(found) - 1))
         found[place : place + 3] = [_merged(found[place : place + 3], k)]
+        assert (found[place].counts.astype(int) < 2 * k).all()
     near = _nearest(found, k)
     for place, query in enumerate(queries):
         distances, indices = plain_scan(X, query, k, p)
