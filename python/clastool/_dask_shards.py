@@ -23,9 +23,10 @@ from distributed import Client, Future, KilledWorker, TimeoutError, default_clie
 from . import ClassifierTool, KNNParams, Norm
 from ._tables import Neighbors, RowResults
 
-# How many answers are merged at once, and how many rows are looked up at once.
+# How many answers are merged at once, how many rows a block has, and how many blocks are under way.
 _BRANCHES = 8
 _BLOCK = 4096
+_WAVE = 32
 # How often lost work is begun again, and how many seconds the cluster may be without a worker.
 _ATTEMPTS = 3
 _PATIENCE = 30.0
@@ -89,9 +90,11 @@ class ShardedTool:
         X = np.asarray(X)
         copies = min(len(self.shards[0]), max(len(X), 1))
         blocks = np.array_split(X, max(copies, -(-len(X) // _BLOCK)))
-        found = run_on(blocks, lambda block, number: self.nearest(block, k, number))
-        if progress is not None:
-            progress(len(X), len(X))
+        found: list[Neighbors] = []
+        for first in range(0, len(blocks), _WAVE):
+            found += run_on(blocks[first : first + _WAVE], lambda block, number: self.nearest(block, k, number))
+            if progress is not None:
+                progress(sum(len(near.indices) for near in found), len(X))
         return Neighbors(*(np.concatenate(parts) for parts in zip(*found)))
 
     def nearest(self, block: Any, k: int | None = None, number: int = 0) -> Any:

@@ -15,9 +15,11 @@ import numpy as np
 import pandas as pd
 import pytest
 from distributed import Client, LocalCluster
+from distributed.protocol.pickle import dumps
 
 import clastool.dask as cd
 from clastool import ClassifierTool, KNNParams, Norm
+from clastool import _dask_shards
 from clastool._dask_shards import _merged, _nearest, _searched
 from clastool.sklearn import KNeighborsCostClassifier
 
@@ -312,6 +314,19 @@ def test_what_is_refused_names_the_partition() -> None:
         fitted.replicate(0)
 
 
+def test_many_rows_go_in_blocks(monkeypatch: Any) -> None:
+    X, y = sample(60)
+    queries = sample(50, 2)[0]
+    expected = KNeighborsCostClassifier().fit(X, y)
+    fitted = cd.KNeighborsCostClassifier().fit(*lazy(X, y, [20, 40]))
+    monkeypatch.setattr(_dask_shards, "_BLOCK", 7)
+    monkeypatch.setattr(_dask_shards, "_WAVE", 3)
+    same_answers(fitted, expected, queries)
+    told: list[tuple[int, int]] = []
+    fitted.tool_.neighbors(queries, progress=lambda done, total: told.append((done, total)))
+    assert told == [(20, 50), (38, 50), (50, 50)]
+
+
 # Files
 
 
@@ -384,6 +399,22 @@ def test_a_function_as_metric_is_not_saved(tmp_path: Path) -> None:
 
 
 # Workers
+
+
+def test_rows_do_not_pass_through_the_scheduler(client: Any, monkeypatch: Any) -> None:
+    X, y = sample(1000)
+    fitted = cd.KNeighborsCostClassifier().fit(*lazy(X, y, [400, 600]))
+    sizes: list[int] = []
+
+    def compute(tasks: Any) -> Any:
+        sizes.extend(len(dumps(dict(task.dask))) for task in tasks)
+        return Client.compute(client, tasks)
+
+    monkeypatch.setattr(client, "compute", compute)
+    found = fitted.kneighbors(np.tile(X, (4, 1)))
+    assert len(found[0]) == 4000 and len(sizes) == 1
+    # The rows take 96,000 bytes.
+    assert sizes[0] < 10_000
 
 
 def test_shards_stay_on_workers(client: Any) -> None:
