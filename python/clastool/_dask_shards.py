@@ -11,6 +11,7 @@ from __future__ import annotations
 from concurrent.futures import CancelledError
 from copy import copy
 from itertools import accumulate
+from time import monotonic, sleep
 from typing import Any, NamedTuple
 
 import dask
@@ -338,15 +339,26 @@ def run_on(blocks: list[Any], task: Any) -> list[Any]:
         return run([task(block, number) for number, block in enumerate(blocks)])
     for attempt in range(_ATTEMPTS):
         try:
-            sent = client.scatter(blocks, direct=True, hash=False, timeout=_PATIENCE)
-            return run([task(block, number) for number, block in enumerate(sent)])
-        except TimeoutError as error:
-            raise _without_workers() from error
-        except (OSError, _Lost):
-            # Blocks that are lost with their worker, or on the way to it, are sent again.
+            return run([task(block, number) for number, block in enumerate(_sent(client, blocks))])
+        except _Lost:
+            # Blocks that are lost with their worker are sent again.
             if attempt == _ATTEMPTS - 1:
                 raise
     raise AssertionError
+
+
+def _sent(client: Client, blocks: list[Any]) -> list[Any]:
+    """The blocks on workers. For a moment the scheduler still names workers that have died."""
+    deadline = monotonic() + _PATIENCE
+    while True:
+        try:
+            return list(client.scatter(blocks, direct=True, hash=False, timeout=_PATIENCE))
+        except TimeoutError as error:
+            raise _without_workers() from error
+        except OSError as error:
+            if monotonic() > deadline:
+                raise _without_workers() from error
+            sleep(0.2)
 
 
 def _gathered(client: Client, futures: list[Any]) -> Any:
