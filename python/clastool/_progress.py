@@ -6,12 +6,15 @@ from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from typing import Optional
 
-Progress = Optional[Callable[[int, int], None]]
+Progress = Optional[Callable[[int, Optional[int]], None]]
 
 
 @contextmanager
 def progress_bar(description: str, verbose: object) -> Iterator[Progress]:
-    """A function for the parameter `progress` of a tool's operations: None unless a bar is wanted and tqdm is there."""
+    """A function of the rows done and of all, as the parameter `progress` of a tool's operations takes it.
+
+    All of them may be None, unknown. The function is None unless a bar is wanted and tqdm is there.
+    """
     if not verbose:
         yield None
         return
@@ -22,7 +25,7 @@ def progress_bar(description: str, verbose: object) -> Iterator[Progress]:
         return
     with tqdm(desc=description, unit="row") as bar:
 
-        def show(done: int, total: int) -> None:
+        def show(done: int, total: int | None) -> None:
             bar.total = total
             bar.update(done - bar.n)
 

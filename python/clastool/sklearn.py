@@ -12,7 +12,7 @@ fitted must not be used at the same time.
 from __future__ import annotations
 
 from abc import abstractmethod
-from collections.abc import Mapping
+from collections.abc import Iterable, Mapping
 from copy import copy
 from os import PathLike
 from typing import Any, TypeVar, Union
@@ -49,7 +49,7 @@ except ImportError:  # before scikit-learn 1.6
         return _estimator._validate_data(*arrays, force_all_finite=ensure_all_finite, **options)
 
 
-__all__ = ["BayesCostClassifier", "KNeighborsCostClassifier"]
+__all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "fit_stream"]
 
 Self = TypeVar("Self", bound="_CostClassifier")
 Path = Union[str, "PathLike[str]"]
@@ -618,3 +618,29 @@ def _type(name: Any) -> DistributionType:
     if not isinstance(name, str) or name not in _TYPES:
         raise ValueError(f'distribution must be "normal" or "binomial", not {name!r}')
     return _TYPES[name]
+
+
+def fit_stream(estimator: Self, batches: Iterable[tuple[Any, Any]], classes: Any, *, rows: int | None = None) -> Self:
+    """Learns rows that need not fit into memory, batch after batch, as `partial_fit` does.
+
+    batches: pairs of X and y, such as a generator reads from a file; pairs without rows are passed over.
+    classes: all labels there will ever be.
+    rows: how many rows there are in all, for the bar that the estimator's `verbose` shows; None: the bar shows what is done.
+
+    A batch that is refused ends it with a ValueError that begins with the batch's number, counted from 0. What was learnt before
+    that, or before Ctrl-C, stays learnt.
+    """
+    learn, done = estimator.partial_fit, 0
+    with progress_bar("fit", estimator.verbose) as progress:
+        for number, (X, y) in enumerate(batches):
+            if len(X) == 0:
+                continue
+            try:
+                learn(X, y, classes)
+            except Exception as error:
+                raise ValueError(f"batch {number}: {error}") from error
+            done += len(X)
+            if progress is not None:
+                progress(done, rows)
+    check_is_fitted(estimator, msg="the batches have no rows")
+    return estimator
