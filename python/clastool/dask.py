@@ -22,7 +22,7 @@ import dask.dataframe as dd
 import numpy as np
 import numpy.typing as npt
 import pandas as pd
-from dask import compute
+from dask import config
 from dask.delayed import delayed
 from dask.highlevelgraph import HighLevelGraph
 from sklearn.utils.multiclass import check_classification_targets
@@ -30,7 +30,7 @@ from sklearn.utils.validation import check_is_fitted
 
 from . import ClassifierTool, KNNParams, sklearn
 from ._dask_files import load_shards, save_shards
-from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted
+from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted, run
 from ._decision import cost_matrix, decide, settle_ties, tool_labels
 from ._tables import Neighbors
 from .sklearn import _to_tool
@@ -75,12 +75,18 @@ def _applied_to_frame(model: Any, X: Any, method: str) -> Any:
     sample = pd.DataFrame(np.zeros((1, len(X.columns))), columns=X.columns)
     empty = _answers(model, sample, method)[:0]
     meta = _table(empty, X._meta.index, model)
-    return X.map_partitions(_answered_table, model=delayed(model), method=method, empty=empty, meta=meta)
+    parts = {"model": delayed(model), "method": method, "empty": empty, "columns": _columns(X), "meta": meta}
+    answers = X.map_partitions(_answered_table, **parts)
+    if answers.optimize(fuse=False).npartitions == X.npartitions:
+        return answers
+    with _partitions_kept():
+        kept = X.optimize()
+    X = dd.from_graph(kept.dask, X._meta, X.divisions, kept.__dask_keys__(), "rows")
+    return X.map_partitions(_answered_table, **parts)
 
 
 def _applied_to_array(model: Any, X: Any, method: str) -> Any:
-    if X.ndim != 2:
-        raise ValueError(f"X must have two dimensions, not {X.ndim}")
+    _require_two_dimensions(X)
     _require_columns(model, X.shape[1])
     X = X.rechunk({1: -1})
     empty = _answers(model, np.zeros((1, X.shape[1])), method)[:0]
@@ -95,15 +101,14 @@ def _applied_to_shards(model: Any, X: Any, method: str) -> Any:
     if not isinstance(X, dd.DataFrame):
         return _joined(answers, X, empty)
     tables = [
-        delayed(_table)(answer, table.index, light) for answer, table in zip(answers, np.ravel(X.to_delayed()).tolist())
+        delayed(_table)(answer, table.index, light) for answer, table in zip(answers, _parts(X))
     ]
     return dd.from_delayed(tables, meta=_table(empty, X._meta.index, model), divisions=X.divisions, verify_meta=False)
 
 
 def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
     """The neighbours of the rows of each partition, delayed."""
-    if X.ndim != 2:
-        raise ValueError(f"X must have two dimensions, not {X.ndim}")
+    _require_two_dimensions(X)
     _require_columns(model, X.shape[1])
     if isinstance(X, da.Array):
         X = X.rechunk({1: -1})
@@ -114,7 +119,7 @@ def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
         tool.require_shards()
     return [
         tool.nearest(delayed(_checked_rows)(table, light, number), k, number)
-        for number, table in enumerate(np.ravel(X.to_delayed()).tolist())
+        for number, table in enumerate(_parts(X))
     ]
 
 
@@ -126,6 +131,7 @@ def _without_tool(model: Any) -> Any:
 
 def _checked_rows(table: Any, model: Any, number: int) -> Any:
     with _in_partition(number):
+        _require_two_dimensions(table)
         _require_columns(model, table.shape[1])
         # The estimators refuse tables without rows.
         return model._checked(table) if len(table) else np.empty((0, table.shape[1]))
@@ -153,15 +159,24 @@ def _answered(
     block: Any, model: Any, method: str, empty: npt.NDArray[Any], block_id: tuple[int, ...] = (0,)
 ) -> npt.NDArray[Any]:
     with _in_partition(block_id[0]):
+        _require_two_dimensions(block)
         _require_columns(model, block.shape[1])
         # The estimators refuse tables without rows.
         return np.asarray(_answers(model, block, method)) if len(block) else empty
 
 
 def _answered_table(
-    table: Any, model: Any, method: str, empty: npt.NDArray[Any], partition_info: dict[str, int] | None = None
+    table: Any,
+    model: Any,
+    method: str,
+    empty: npt.NDArray[Any],
+    columns: Any,
+    partition_info: dict[str, int] | None = None,
 ) -> Any:
     number = 0 if partition_info is None else partition_info["number"]
+    with _in_partition(number):
+        _require_columns(model, table.shape[1])
+        _require_layout(table, columns)
     return _table(_answered(table, model, method, empty, (number,)), table.index, model)
 
 
@@ -184,6 +199,26 @@ def _require_columns(model: Any, columns: float) -> None:
     # A decision tree does not say how many it looks at.
     if known and columns != known:
         raise ValueError(f"X has {columns} columns, but the model was trained on {known}")
+
+
+def _require_two_dimensions(X: Any) -> None:
+    if X.ndim != 2:
+        raise ValueError(f"X must have two dimensions, not {X.ndim}")
+
+
+def _columns(X: Any) -> Any:
+    """The names of a data frame's columns, and the number of an array's."""
+    return list(X.columns) if isinstance(X, dd.DataFrame) else X.shape[1]
+
+
+def _require_layout(table: Any, columns: Any) -> None:
+    """Dask does not always compare a partition with what was said of it."""
+    _require_two_dimensions(table)
+    expected = len(columns) if isinstance(columns, list) else columns
+    if table.shape[1] != expected:
+        raise ValueError(f"X has {table.shape[1]} columns, but {expected} are expected")
+    if isinstance(columns, list) and list(table.columns) != columns:
+        raise ValueError(f"columns are {list(table.columns)}, but {columns} are expected")
 
 
 @contextmanager
@@ -233,27 +268,35 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
 
         X: a Dask array or data frame. y: a Dask array or series with as many partitions, whose rows belong together; arrays of known
         chunk sizes are made to fit. Partitions may be empty or lack classes. y is read first, on its own. Anything else goes to the
-        estimator of `clastool.sklearn`.
+        estimator of `clastool.sklearn`. An error leaves the estimator as it was.
         """
         if not _is_lazy(X):
             return super().fit(X, y)
         if self.reject_quantile is not None:
             raise ValueError("reject_quantile needs all training rows at once: fit without Dask")
+        before = dict(vars(self))
+        try:
+            self._fit_partitions(X, y)
+        except BaseException:
+            self.__dict__ = before
+            raise
+        return self
+
+    def _fit_partitions(self, X: Any, y: Any) -> None:
         tables, labels = _partitions(X, y)
         classes, counts = _classes(labels)
         self._take_names(X)
         costs = cost_matrix(self.costs, classes)
         params = self._params(classes, costs, counts)
         params.throw_if_not_ready = False
-        shared = delayed((params, classes, self.n_features_in_))
+        shared = delayed((params, classes, _columns(X)))
         learnt = [delayed(_learnt)(table, part, shared, number) for number, (table, part) in enumerate(zip(tables, labels))]
         while len(learnt) > 1:
             learnt = [delayed(_merged)(learnt[first : first + _BRANCHES]) for first in range(0, len(learnt), _BRANCHES)]
-        tool = learnt[0].compute()
+        (tool,) = run(learnt)
         params.throw_if_not_ready = True
         tool.retrain(params)
         self._take(tool, classes, costs, counts)
-        return self
 
 
 class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
@@ -355,16 +398,30 @@ def _partitions(X: Any, y: Any) -> tuple[list[Any], list[Any]]:
             if X.shape[0] != y.shape[0]:
                 raise ValueError(f"X has {X.shape[0]} rows, but y has {y.shape[0]} labels")
             y = y.rechunk({0: X.chunks[0]})
-    tables = np.ravel(X.to_delayed()).tolist()
-    labels = np.ravel(y.to_delayed()).tolist()
+    tables, labels = _parts(X), _parts(y)
     if len(tables) != len(labels):
         raise ValueError(f"X has {len(tables)} partitions, but y has {len(labels)}")
     return tables, labels
 
 
+def _parts(collection: Any) -> list[Any]:
+    """The partitions as delayed values."""
+    with _partitions_kept():
+        parts: list[Any] = np.ravel(collection.to_delayed()).tolist()
+    return parts
+
+
+def _partitions_kept() -> Any:
+    """Without it Dask reads several files of Parquet as one partition where few of their columns are asked for.
+
+    Then the partitions of X and y are not the same rows, and errors tell numbers that nobody knows.
+    """
+    return config.set({"optimization.tune.active": False})
+
+
 def _classes(labels: list[Any]) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
     """All labels, and how many rows each has."""
-    counted = compute(*(delayed(_counted)(part, number) for number, part in enumerate(labels)))
+    counted = run([delayed(_counted)(part, number) for number, part in enumerate(labels)])
     shown = [number for number, (known, _) in enumerate(counted) if len(known)]
     if not shown:
         raise ValueError("y has no labels")
@@ -399,8 +456,7 @@ def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn
     params, classes, columns = shared
     tool = ClassifierTool()
     with _in_partition(number):
-        if table.shape[1] != columns:
-            raise ValueError(f"X has {table.shape[1]} columns, but {columns} are expected")
+        _require_layout(table, columns)
         if len(table) != len(part):
             raise ValueError(f"X has {len(table)} rows, but y has {len(part)} labels")
         if len(table):

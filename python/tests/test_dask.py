@@ -312,4 +312,4 @@ def test_bayes_on_worker_processes(client: Any) -> None:
 def test_page_shows_what_is_answered() -> None:
     page = Path(__file__).resolve().parents[2] / "docs" / "python-dask.md"
     outcome = doctest.testfile(str(page), module_relative=False)
-    assert outcome.failed == 0 and outcome.attempted == 24
+    assert outcome.failed == 0 and outcome.attempted == 29
