@@ -56,6 +56,18 @@ TEST(FeaturePattern, KeepsItsMeasurementsAndWhichOfThemAreInvalid)
     EXPECT_EQ(pattern.featureMeasurements(false), Doubles({1.5, -2.5, 3.5}));
 }
 
+TEST(FeaturePattern, AssignedPatternHasTheInvalidMeasurementsOfTheOther)
+{
+    ktFeaturePattern pattern({1.0, 2.0}, {});
+    pattern = withInvalidMiddle();
+    EXPECT_EQ(pattern.numInvalid(), 1);
+    EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({1}));
+    EXPECT_FALSE(pattern.isValid(1));
+    pattern = ktFeaturePattern({1.0, 2.0, 3.0}, {});
+    EXPECT_EQ(pattern.numInvalid(), 0);
+    EXPECT_TRUE(pattern.isValid(1));
+}
+
 TEST(FeaturePattern, IndexNamedTwiceIsClearedTwice)
 {
     ktFeaturePattern pattern({1.0, 2.0, 3.0}, {1, 1});

@@ -1,14 +1,14 @@
 """Changes the library in one small way at a time, and counts how often the tests notice. `.ci/release/mutation` calls it.
 
-build/mutation/tree is a copy of the project, build/mutation/build holds it built. Of each mutant the units that it touches are
-compiled and linked beside that, so that neither the sources nor the build ever change.
+build/mutation/tree is a copy of the project, with its build. Of each mutant the units that it touches are compiled and linked
+beside that, from sources of their own, so that several mutants are tried at once and the build never changes.
 """
 
 import argparse
 import os
+import queue
 import random
 import re
-import resource
 import shlex
 import shutil
 import signal
@@ -16,21 +16,25 @@ import subprocess
 import sys
 import time
 from collections import defaultdict, namedtuple
+from concurrent.futures import ThreadPoolExecutor, as_completed
+from functools import cache
 from pathlib import Path
+from threading import Lock
 
 from mutators import mutants_of
 
 TOP = Path(__file__).resolve().parents[2]
 WORK = TOP / "build" / "mutation"
 TREE = WORK / "tree"
-BUILD = WORK / "build"
-MUTANT = WORK / "mutant"
+BUILD = TREE / "build" / "release"
 LOG = WORK / "log.txt"
 LIBRARIES = ["ktfoundation", "clastool", "clastool-kit"]
 MEMORY = 3 << 30
+LONGEST = 900
+START = "start of the program"
 
-# Files of an area, and the tests that touch it: those that find most in the least time come first. A mutant survives if all of
-# them pass. `internals_tests` has the library's sources in it; their units are compiled for it once more. `load_work` takes kinds of work.
+# Files of an area, and the tests that touch it: those that find most in the least time come first. All mutants are tried with the
+# first two, those that are left with the others too; one survives if all of them pass. `internals_tests` has the library's sources in it. `load_work` takes kinds of work.
 Area = namedtuple("Area", "name files tests")
 AREAS = [
     Area(
@@ -41,8 +45,8 @@ AREAS = [
             ("clastool_tests", "*"),
             ("neighbors_tests", "*"),
             ("bayes_tests", "*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*"),
             ("tree_tests", "*Classifier*"),
         ],
     ),
@@ -53,9 +57,9 @@ AREAS = [
             ("neighbors_tests", "*"),
             ("internals_tests", "*NeighborScan*"),
             ("internals_tests", "*NeighborCases*-*ManyFarthestFirst"),
-            ("trust_tests", "*"),
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*"),
             ("load_work", "search-tame-order-2:search-loaded:use-taught-one-by-one"),
         ],
     ),
@@ -80,10 +84,10 @@ AREAS = [
             ("internals_tests", "*NeighborScan*:*CellFilter*:CompactCopy*:LeafOrder*:*Batch*"),
             ("internals_tests", "*NeighborCases*/Uniform:*/LastBits:*/GridOfManyPatterns:*/AllScales"),
             ("neighbors_tests", "*"),
-            ("internals_tests", "*NeighborCases*-*ManyFarthestFirst"),
-            ("trust_tests", "*"),
+            ("internals_tests", "*NeighborCases*-*/Uniform:*/LastBits:*/GridOfManyPatterns:*/AllScales:*ManyFarthestFirst"),
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*"),
             ("internals_tests", "ScanKernels*:*ManyFarthestFirst"),
             ("load_work", "search-tame-order-1:search-tame-order-1.5:search-tame-order-2:search-wild-far-cluster-order-2"),
             ("load_work", "search-loaded:search-together:use-taught-one-by-one"),
@@ -94,11 +98,11 @@ AREAS = [
         ["clss/clastool/bayes/distribution_types.cpp"],
         [
             ("bayes_tests", "*DistributionTypes*"),
-            ("trust_tests", "*Dependencies*"),
+            ("trust_tests", "SmallWorldOfDependencies.*"),
             ("bayes_tests", "*"),
-            ("trust_tests", "*"),
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*:SmallWorldOfDependencies.*"),
         ],
     ),
     Area(
@@ -106,11 +110,10 @@ AREAS = [
         ["clss/clastool/decision_tree.cpp"],
         [
             ("tree_tests", "*-*MillionNodes*:*DoubledChain*:*TreeNesting*"),
-            ("trust_tests", "*Tree*"),
-            ("tree_tests", "*"),
             ("clastool_tests", "*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*"),
+            ("tree_tests", "*"),
         ],
     ),
     Area(
@@ -122,8 +125,8 @@ AREAS = [
             ("neighbors_tests", "*"),
             ("tree_tests", "*-*MillionNodes*:*TreeNesting*"),
             ("bayes_tests", "*Classifier*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*"),
         ],
     ),
     Area(
@@ -135,8 +138,8 @@ AREAS = [
             ("neighbors_tests", "*"),
             ("bayes_tests", "*"),
             ("internals_tests", "*CompactCopy*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*"),
         ],
     ),
     Area(
@@ -145,8 +148,8 @@ AREAS = [
         [
             ("bayes_tests", "*Binomial*:*Normal*"),
             ("bayes_tests", "*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*"),
         ],
     ),
     Area(
@@ -163,8 +166,8 @@ AREAS = [
             ("foundation_tests", "*Normal*"),
             ("internals_tests", "*Correlations*:*LearningSteps*:*EvaluationSteps*"),
             ("bayes_tests", "*"),
-            ("trust_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*"),
         ],
     ),
     Area(
@@ -181,9 +184,9 @@ AREAS = [
         [
             ("bayes_tests", "*Model*:*BayesianClassifier*:*BayesianRun*:*Params*"),
             ("bayes_tests", "*"),
-            ("trust_tests", "*"),
             ("clastool_tests", "*"),
             ("damage_tests", "*"),
+            ("trust_tests", "*-SmallWorldOfTrees.*"),
         ],
     ),
     Area(
@@ -246,11 +249,13 @@ Outcome = namedtuple("Outcome", "result by")
 
 
 class Project:
-    """The copy of the project, and the commands that build it."""
+    """The copy of the project, built as the preset `release` builds it, and the commands that do so.
+
+    Only the libraries are optimised less, so a cache of the compiler has most objects of the tests already.
+    """
 
     def __init__(self, programs):
         self._copy()
-        self._configure()
         self._build(list(LIBRARIES) + programs)
         self.links, self.compilations = {}, {}
         for target in list(LIBRARIES) + programs:
@@ -264,23 +269,19 @@ class Project:
             cwd=TOP, check=True, capture_output=True, text=True,
         )
         names = {name for name in listed.stdout.split("\0") if name and (TOP / name).is_file()}
-        for old in list(TREE.rglob("*")):
-            if old.is_file() and str(old.relative_to(TREE)) not in names:
-                old.unlink()
+        for old in sources_in(TREE):
+            if str(old) not in names:
+                (TREE / old).unlink()
         for name in sorted(names):
             source, copy = TOP / name, TREE / name
             if not copy.exists() or copy.read_bytes() != source.read_bytes():
                 copy.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copyfile(source, copy)
 
-    def _configure(self):
-        # A mutant of a header would not get into what was precompiled.
-        options = ["CMAKE_BUILD_TYPE=Release", "CMAKE_CXX_FLAGS_RELEASE=-O1", "CMAKE_DISABLE_PRECOMPILE_HEADERS=ON",
-                   "KT_TEST_EACH_CASE=OFF", "KT_BUILD_EXAMPLES=OFF"]
-        define = [argument for option in options for argument in ("-D", option)]
-        subprocess.run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", *define], check=True, stdout=subprocess.DEVNULL)
-
     def _build(self, targets):
+        options = ["KT_LIBRARY_OPTIONS=-O1", "KT_TEST_EACH_CASE=OFF", "KT_BUILD_EXAMPLES=OFF"]
+        define = [argument for option in options for argument in ("-D", option)]
+        subprocess.run(["cmake", "--preset", "release", *define], cwd=TREE, check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["ninja", "-C", BUILD, *targets], check=True, stdout=subprocess.DEVNULL)
 
     def _read_commands(self, target):
@@ -304,7 +305,8 @@ class Project:
         listed = subprocess.run(["ninja", "-C", BUILD, "-t", "deps"], check=True, capture_output=True, text=True).stdout
         users = defaultdict(set)
         for entry in listed.split("\n\n"):
-            names = re.findall(rf"^\s+(?:{re.escape(str(TREE))}|\S*\btree)/(\S+)$", entry, re.M)
+            paths = [os.path.normpath(BUILD / path) for path in re.findall(r"^\s+(\S+)$", entry, re.M)]
+            names = [os.path.relpath(path, TREE) for path in paths if path.startswith(f"{TREE}/")]
             for name in names:
                 users[name].update(source for source in names if source.endswith(".cpp"))
         return users
@@ -315,20 +317,50 @@ class Project:
             return USERS[file].get(target, [])
         return [source for source in self.compilations[target] if source in self.users[file] or source == file]
 
-    def make(self, target, file):
-        """Compiles and links a target with the mutant of a file, into the mutant's folder. Returns whether it compiles."""
-        link, objects = self.links[target], []
-        for source in self.units(target, file):
-            original, command = self.compilations[target][source]
-            changed = MUTANT / original.replace("/", "_")
-            command = command.replace(f" -o {original} ", f" -o {changed} ")
-            if source == file:
-                place = TREE / file
-                command = command.replace(f" -c {place}", f" -iquote {place.parent} -c {MUTANT / place.name}")
-            if run(shlex.split(command), BUILD).returncode != 0:
+
+class Workshop:
+    """A folder of its own for the mutants that are tried one after the other, beside those that others try: the sources,
+    and what is made of the mutant."""
+
+    def __init__(self, number, project, suite):
+        self.project, self.suite = project, suite
+        self.sources = WORK / f"workshop-{number}" / "tree"
+        self.made = WORK / f"workshop-{number}" / "made"
+        shutil.rmtree(self.sources.parent, ignore_errors=True)
+        for name in sources_in(TREE):
+            if name.suffix in (".cpp", ".h"):
+                (self.sources / name).parent.mkdir(parents=True, exist_ok=True)
+                shutil.copyfile(TREE / name, self.sources / name)
+
+    def tried(self, tests, file, mutant):
+        """Makes the mutant and runs the tests, of which the first one that notices it decides."""
+        place = self.sources / file
+        source = place.read_text()
+        shutil.rmtree(self.made, ignore_errors=True)
+        self.made.mkdir()
+        self.objects, targets = {}, set()
+        try:
+            place.write_text(source[: mutant.start] + mutant.replacement + source[mutant.end :])
+            for program, filters in tests:
+                for target in [program] if program == "internals_tests" else [*LIBRARIES, program]:
+                    if target not in targets and not self._make(target, file):
+                        return Outcome("does not compile", "")
+                    targets.add(target)
+                killer = self.suite.killer(program, filters, self.made)
+                if killer:
+                    return Outcome("timed out" if killer == "timed out" else "killed", f"{program} {killer}")
+            return Outcome("survived", "")
+        finally:
+            place.write_text(source)
+
+    def _make(self, target, file):
+        """Compiles and links a target with the mutant of a file. Returns whether it compiles."""
+        link, objects = self.project.links[target], []
+        for source in self.project.units(target, file):
+            if not self._compile(target, source):
                 return False
-            link = link.replace(f" {original} ", " ")
-            objects.append(str(changed))
+            link = link.replace(f" {self.project.compilations[target][source][0]} ", " ")
+            objects.append(self.objects[source])
         if not objects:
             return True
         # First, because of several equal copies of an inline function the linker takes the first.
@@ -336,17 +368,67 @@ class Project:
         link = f"{link[:first]} {' '.join(objects)}{link[first:]}"
         output = re.search(r" -o (\S+) ", link).group(1)
         name = re.sub(r"\.so\S*", ".so.1", Path(output).name)
-        link = link.replace(f" -o {output} ", f" -o {MUTANT / name} ")
-        return run(["sh", "-c", link], BUILD).returncode == 0
+        link = link.replace(f" -o {output} ", f" -o {self.made / name} ")
+        return run(["sh", "-c", link]).returncode == 0
+
+    def _compile(self, target, source):
+        """Compiles a source, unless that is done: `internals_tests` takes what was compiled for the library, and the other
+        way round."""
+        if source not in self.objects:
+            owner = next((library for library in LIBRARIES if source in self.project.compilations[library]), target)
+            original, command = self.project.compilations[owner][source]
+            self.objects[source] = str(self.made / original.replace("/", "_"))
+            command = command.replace(f" -o {original} ", f" -w -o {self.objects[source]} ")
+            command = re.sub(rf"{re.escape(str(TREE))}/(?!build/)", f"{self.sources}/", command)
+            # What was precompiled has the header without the mutant.
+            command = re.sub(r" -Winvalid-pch| -include \S+/cmake_pch\.hxx", "", command)
+            return run(shlex.split(command)).returncode == 0
+        return True
 
 
-def run(command, folder):
-    return subprocess.run(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+def sources_in(tree):
+    """The files of the project's copy, without what is built of them."""
+    for folder, folders, names in os.walk(tree):
+        if Path(folder) == tree and "build" in folders:
+            folders.remove("build")
+        yield from (Path(folder, name).relative_to(tree) for name in names)
 
 
-def cpu_seconds():
-    used = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return used.ru_utime + used.ru_stime
+def steps(area):
+    """The tests of an area, each of them once: `*` stands for those of a program that do not come earlier."""
+    earlier, found = defaultdict(list), []
+    for program, tests in area.tests:
+        if tests == "*" and earlier[program]:
+            if len(earlier[program]) == 1 and earlier[program][0].startswith("*-"):
+                tests = earlier[program][0][2:]
+            elif not any("-" in filters for filters in earlier[program]):
+                tests = "*-" + ":".join(earlier[program])
+        earlier[program].append(tests)
+        found.append((program, tests))
+    return found
+
+
+def run(command):
+    """Compiles or links. What is compiled once is not worth a place in the cache of the compiler."""
+    environment = dict(os.environ, CCACHE_DISABLE="1")
+    return subprocess.run(command, cwd=BUILD, env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+def limited(command, folder):
+    """A command that starts a program of the tests with the mutant, and its environment. The tests write their files into the
+    folder of the mutant."""
+    limits = f'ulimit -S -t {LONGEST}; ulimit -v {MEMORY >> 10}; ulimit -c 0; exec "$@"'
+    environment = dict(os.environ, LD_LIBRARY_PATH=f"{folder}:{BUILD}", TMPDIR=str(folder))
+    return ["sh", "-c", limits, "sh", *map(str, command)], environment
+
+
+def cpu_seconds(process):
+    """What a process has taken of the processor until now, with the processes it waited for."""
+    try:
+        fields = Path(f"/proc/{process.pid}/stat").read_text().rpartition(")")[2].split()
+    except OSError:
+        return 0.0
+    return sum(map(int, fields[11:15])) / os.sysconf("SC_CLK_TCK")
 
 
 def waits(process):
@@ -358,106 +440,98 @@ def waits(process):
     return "S" in states and not set(states) & set("RDTt")
 
 
-def output_of(process):
-    """What a process writes until it ends, or None if it waits for a minute: a test that waits for ever takes no processor time.
-
-    Seconds are counted, not read from a clock, so that nothing is taken for waiting where this script and the tests are halted
-    together, or where others leave them no processor.
-    """
-    waited = 0
-    while waited < 60:
-        try:
-            return process.communicate(timeout=1)[0]
-        except subprocess.TimeoutExpired:
-            waited = waited + 1 if waits(process) else 0
-    process.kill()
-    process.communicate()
-    return None
-
-
-def instructions(kind):
+def instructions(kind, folder):
     """What .ci/load-work counts of a kind of work; none if the program fails, or takes a hundred times as long as any kind does."""
     counting = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--toggle-collect=kt_measuredUse"]
-    limited = ["sh", "-c", 'ulimit -t 300; exec "$@"', "sh", *counting, BUILD / "tests" / "load_work", kind, "500"]
-    environment = dict(os.environ, LD_LIBRARY_PATH=f"{MUTANT}:{BUILD}")
-    done = subprocess.run(limited, cwd=BUILD, env=environment, capture_output=True, text=True, errors="replace")
+    command, environment = limited([*counting, BUILD / "tests" / "load_work", kind, "500"], folder)
+    done = subprocess.run(command, cwd=BUILD, env=environment, capture_output=True, text=True, errors="replace")
     collected = re.search(r"Collected : (\d+)", done.stderr)
     return int(collected.group(1)) if done.returncode == 0 and collected else None
 
 
 class Suite:
-    """The tests, each part with a limit of processor time: three times what it takes without a mutant, and five seconds. Work may be
-    a fifth more than without a mutant: .ci/load-work, which must hold with other versions of the compiler too, allows up to a third."""
+    """The tests, each with a limit of processor time: three times what it takes without a mutant, and five seconds. Work may be
+    a fifth more than without a mutant: .ci/load-work, which must hold with other versions of the compiler too, allows up to a third.
 
-    def __init__(self, areas, verbose):
-        self.limits, self.work = {}, {}
-        for step in dict.fromkeys(step for area in areas for step in area.tests):
-            if step[0] == "load_work":
-                self.work.update((kind, instructions(kind)) for kind in step[1].split(":"))
-                continue
-            before = cpu_seconds()
-            killer = self.killer(*step, limit=600)
-            if killer:
-                sys.exit(f"without a mutant {step[0]} fails in {killer}")
-            self.limits[step] = int(3 * (cpu_seconds() - before) + 5.5)
-            if verbose:
-                print(f"{step[0]} {step[1]}: {cpu_seconds() - before:.1f} s")
+    What a test or a kind of work takes without a mutant is found out when it is asked for first."""
 
-    def killer(self, program, tests, limit=None):
+    def __init__(self):
+        self.folder = WORK / "without"
+        self.folder.mkdir(parents=True, exist_ok=True)
+        self.measuring = Lock()
+        self.seconds_of = cache(self._seconds_of)
+        self.work_of = cache(lambda kind: instructions(kind, self.folder))
+
+    def _seconds_of(self, program, test):
+        """How long a test takes without a mutant. It must pass, or it would notice none."""
+        status, said, seconds = self._watched(program, test, self.folder, lambda _, seconds: False)
+        if status != 0 or "[  PASSED  ] 1 test." not in said:
+            raise RuntimeError(f"without a mutant {program} {test} does not pass: {said[-1000:]}")
+        return seconds
+
+    def killer(self, program, tests, folder):
         """The test that fails, or "" if all pass; "timed out" if that cannot be told."""
         if program == "load_work":
-            counts = ((kind, instructions(kind)) for kind in tests.split(":"))
-            return next((kind for kind, count in counts if count is None or 5 * count > 6 * self.work[kind]), "")
-        limit = limit or self.limits[program, tests]
-
-        def restrict():
-            resource.setrlimit(resource.RLIMIT_CPU, (limit, limit + 1))
-            resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
-            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-
-        path = MUTANT / program if (MUTANT / program).exists() else BUILD / "tests" / program
-        environment = dict(os.environ, LD_LIBRARY_PATH=f"{MUTANT}:{BUILD}")
-        process = subprocess.Popen(
-            [path, f"--gtest_filter={tests}", "--gtest_fail_fast"],
-            cwd=BUILD, env=environment, preexec_fn=restrict, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, errors="replace",
-        )
-        output = output_of(process)
-        if output is None:
-            return "timed out"
-        if process.returncode == 0:
+            return next((kind for kind in tests.split(":") if self._is_more_work(kind, folder)), "")
+        status, said, _ = self._watched(program, tests, folder, lambda test, seconds: self._is_too_long(program, test, seconds))
+        if status == 0:
             return ""
-        if process.returncode in (-signal.SIGXCPU, -signal.SIGKILL):
+        if status in (None, -signal.SIGXCPU, -signal.SIGKILL):
             return "timed out"
-        failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \()", output, re.M)
-        begun = re.findall(r"^\[ RUN      \] (\S+)", output, re.M)
-        return failed.group(1) if failed else begun[-1] if begun else "start of the program"
+        test = failed_in(said)
+        if test != START:
+            with self.measuring:
+                self.seconds_of(program, test)
+        return test
+
+    def _is_more_work(self, kind, folder):
+        with self.measuring:
+            before = self.work_of(kind)
+        count = instructions(kind, folder)
+        return count is None or 5 * count > 6 * before
+
+    def _is_too_long(self, program, test, seconds):
+        if seconds <= 5 or test == START:
+            return seconds > 5
+        with self.measuring:
+            return seconds > 5 + 3 * self.seconds_of(program, test)
+
+    def _watched(self, program, tests, folder, is_too_long):
+        """Runs tests. Returns how the program ended, none if a test took too long or waited for a minute; what it wrote; and how
+        long it took.
+
+        The time of a test is that of the processor, so one that waits for ever takes none: seconds are counted, not read from a
+        clock, so that nothing is taken for waiting where this script and the tests are halted together, or where others leave them
+        no processor.
+        """
+        path = folder / program if (folder / program).is_file() else BUILD / "tests" / program
+        command, environment = limited([path, f"--gtest_filter={tests}", "--gtest_fail_fast"], folder)
+        place, test, began, now, waited = folder / "said.txt", START, 0.0, 0.0, 0
+        with open(place, "wb") as said:
+            process = subprocess.Popen(command, cwd=BUILD, env=environment, stdout=said, stderr=subprocess.DEVNULL, start_new_session=True)
+        while True:
+            try:
+                status = process.wait(timeout=1)
+                return status, place.read_text(errors="replace"), now
+            except subprocess.TimeoutExpired:
+                waited = waited + 1 if waits(process) else 0
+            now, latest = cpu_seconds(process), latest_test(place.read_text(errors="replace"))
+            if latest != test:
+                test, began = latest, now
+            if waited == 60 or is_too_long(test, now - began):
+                os.killpg(process.pid, signal.SIGKILL)
+                process.wait()
+                return None, place.read_text(errors="replace"), now
 
 
-def tried(project, suite, area, file, mutant):
-    """Makes the mutant and runs the tests."""
-    place = TREE / file
-    source, times = place.read_text(), place.stat()
-    shutil.rmtree(MUTANT, ignore_errors=True)
-    MUTANT.mkdir(parents=True)
-    # A header is found where it lies, so it is changed there for a while.
-    changed = place if place.suffix == ".h" else MUTANT / place.name
-    try:
-        changed.write_text(source[: mutant.start] + mutant.replacement + source[mutant.end :])
-        made = set()
-        for program, tests in area.tests:
-            for target in [program] if program == "internals_tests" else [*LIBRARIES, program]:
-                if target not in made and not project.make(target, file):
-                    return Outcome("does not compile", "")
-                made.add(target)
-            killer = suite.killer(program, tests)
-            if killer:
-                return Outcome("timed out" if killer == "timed out" else "killed", f"{program} {killer}")
-        return Outcome("survived", "")
-    finally:
-        if changed == place:
-            place.write_text(source)
-            os.utime(place, ns=(times.st_atime_ns, times.st_mtime_ns))
-        shutil.rmtree(MUTANT)
+def latest_test(said):
+    begun = re.findall(r"^\[ RUN      \] (\S+)", said, re.M)
+    return begun[-1] if begun else START
+
+
+def failed_in(said):
+    failed = re.search(r"^\[  FAILED  \] (\S+?)(?:,| \()", said, re.M)
+    return failed.group(1) if failed else latest_test(said)
 
 
 def listed_equivalents(path):
@@ -516,6 +590,7 @@ def main():
     parser.add_argument("--sample", type=int, metavar="N", help="try about N mutants, of each file the same share")
     parser.add_argument("--seed", type=int, default=1, help="which ones the sample takes (1)")
     parser.add_argument("--minutes", type=float, metavar="N", help="stop after N minutes and count what was tried until then")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N", help="how many at once (one for each processor)")
     parser.add_argument("--files", nargs="+", metavar="PART", help="only files whose path contains one of these")
     parser.add_argument("--survivors", action="store_true", help="only those that survived the last time")
     parser.add_argument("--equivalents", action="store_true", help="those that are listed as equivalent: each must survive")
@@ -531,11 +606,13 @@ def main():
         return 0
     areas = [area for area in AREAS if any(sample.get(file) for file in area.files)]
     project = Project(sorted({program for area in areas for program, _ in area.tests}))
-    shutil.rmtree(MUTANT, ignore_errors=True)
-    suite = Suite(areas, options.verbose)
+    pool = ThreadPoolExecutor(options.jobs)
+    suite, workshops = Suite(), queue.SimpleQueue()
+    for number in range(options.jobs):
+        workshops.put(Workshop(number, project, suite))
     count = sum(len(mutants) for mutants in sample.values())
     print(f"{count} of {total} mutants, seed {options.seed}" if count < total else f"all {total} mutants", flush=True)
-    results, seconds = results_of(areas, sample, equivalents, options, project, suite)
+    results, seconds = results_of(areas, sample, equivalents, options, pool, workshops)
     print_table(results, seconds)
     dead, survived = (sum(row[name] for row in results.values()) for name in ("killed", "survived"))
     if options.equivalents:
@@ -543,27 +620,45 @@ def main():
     return 0 if 10 * dead >= 9 * (dead + survived) else 1
 
 
-def results_of(areas, sample, equivalents, options, project, suite):
-    """Tries the mutants in random order, so that those tried when the time is over are a sample too. Returns how many had each
+def results_of(areas, sample, equivalents, options, pool, workshops):
+    """Tries the mutants in random order, so that those tried when the time is over are a sample too: all of them with the first
+    tests of their areas, then those that are left with the others, which take longer and notice less. Returns how many had each
     result, by area, and how many seconds it took."""
     began, results = time.monotonic(), {area.name: defaultdict(int) for area in areas}
     drawn = [(area, file, mutant) for area in areas for file in area.files for mutant in sample.get(file, [])]
     random.Random(options.seed).shuffle(drawn)
+    wanted = []
+    for area, file, mutant in drawn:
+        if (key(file, mutant) in equivalents) == options.equivalents:
+            wanted.append((area, file, mutant))
+        elif not options.equivalents:
+            results[area.name]["equivalent"] += 1
+
+    def outcome(area, file, mutant, tests):
+        if options.minutes and time.monotonic() - began > 60 * options.minutes:
+            return Outcome("not tried", "")
+        workshop = workshops.get()
+        try:
+            return workshop.tried(tests, file, mutant)
+        finally:
+            workshops.put(workshop)
+
     with open(LOG, "w") as log:
-        for number, (area, file, mutant) in enumerate(drawn, 1):
-            row = results[area.name]
-            if (key(file, mutant) in equivalents) != options.equivalents:
-                row["equivalent"] += not options.equivalents
-                continue
-            if options.minutes and time.monotonic() - began > 60 * options.minutes:
-                print(f"the time is over after {number - 1} of {len(drawn)}", flush=True)
-                break
-            result, by = tried(project, suite, area, file, mutant)
-            row["killed" if result == "timed out" else result] += 1
-            row["timed out"] += result == "timed out"
-            print(result, by, *key(file, mutant), mutant.line, sep="\t", file=log, flush=True)
-            if options.verbose or result == ("killed" if options.equivalents else "survived"):
-                print(f"{number} {result}: {file}:{mutant.line}: {mutant.text} | {mutant.label} {by}", flush=True)
+        for isLast, part in [(False, slice(0, 2)), (True, slice(2, None))]:
+            running = {pool.submit(outcome, *one, steps(one[0])[part]): one for one in wanted}
+            wanted = []
+            for done in as_completed(running):
+                (area, file, mutant), (result, by) = running[done], done.result()
+                if result == "survived" and not isLast:
+                    wanted.append((area, file, mutant))
+                    print(f"so far: {file}:{mutant.line}: {mutant.text} | {mutant.label}", flush=True)
+                    continue
+                results[area.name]["killed" if result == "timed out" else result] += 1
+                results[area.name]["timed out"] += result == "timed out"
+                if result != "not tried":
+                    print(result, by, *key(file, mutant), mutant.line, sep="\t", file=log, flush=True)
+                if options.verbose or result == ("killed" if options.equivalents else "survived"):
+                    print(f"{result}: {file}:{mutant.line}: {mutant.text} | {mutant.label} {by}", flush=True)
     return results, time.monotonic() - began
 
 

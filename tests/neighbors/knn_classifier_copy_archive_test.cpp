@@ -205,6 +205,24 @@ TEST(KnnLoaded, RunsWithTheParametersOfTheObjectLoadedIntoUntilItIsRetrained)
     EXPECT_TRUE(answer(used, {0}) == answer(stored, {0}));
 }
 
+// The nearest row is another one for each of the orders 1, 2 and 4. With so many rows the search goes by the compact copy.
+TEST(KnnLoaded, MeasuresAsEuclidDidUntilItIsRetrained)
+{
+    std::vector<kt_test::Labelled> rows = {{{1.2, 0.0, 0.0}, 1}, {{0.8, 0.8, 0.0}, 2}, {{0.7, 0.7, 0.7}, 4}};
+    for (int i = 0; i < 20; ++i) {
+        rows.push_back({{9.0, 9.0, static_cast<double>(i)}, 9});
+    }
+    for (const auto& [order, label] : {std::pair(1.0, 1L), std::pair(2.0, 2L), std::pair(4.0, 4L)}) {
+        SCOPED_TRACE(order);
+        const OpenKNN stored = trained(rows, Params(1, ktPatternDistanceMetricNorm(order)));
+        kt_ClassifierKNN loaded;
+        kt_test::loadInto(loaded, kt_test::store(stored));
+        EXPECT_EQ(labelsOf(answer(loaded, {0.0, 0.0, 0.0})), std::vector<long>{2});
+        loaded.retrain(*loaded.trainParams());
+        EXPECT_EQ(labelsOf(answer(loaded, {0.0, 0.0, 0.0})), std::vector<long>{label});
+    }
+}
+
 TEST(KnnLoaded, WithoutPatternsIsUntrained)
 {
     OpenKNN classifier = trained(line, Params(3));
