@@ -185,7 +185,10 @@ def test_labels_of_any_kind(kind: str) -> None:
     same_answers(fitted, expected, sample(40, 2)[0])
 
 
-@pytest.mark.parametrize("parameters", [{"p": 1}, {"p": 0.7}, {"metric": lambda a, b: abs(a - b).max()}, {"costs": COSTS}], ids=str)
+@pytest.mark.parametrize(
+    "parameters", [{"p": 1}, {"p": 0.7}, {"metric": lambda a, b: abs(a - b).max()}, {"costs": COSTS}],
+    ids=lambda parameters: next(iter(parameters)),
+)
 @pytest.mark.parametrize("k", [1, 6, 500])
 def test_any_parameters(parameters: Any, k: int) -> None:
     X, y = sample(120)
