@@ -506,10 +506,7 @@ std::int32_t kt_BatchScan::limitOf(const Part& part, const Query& query) const
     const double limit = std::sqrt(query.limits.trueLimit()) * part.scale;
     const double reach = (limit + query.floatLost) * slightly;
     const double outside = query.outside * (1.0 - sumError_);
-    const double inside = reach * reach * slightly - outside * outside;
-    if (inside < 0.0) {
-        return noSum;
-    }
+    const double inside = std::max(reach * reach * slightly - outside * outside, 0.0);
     const double most = (std::sqrt(inside) + query.lost + chunk_.lost) * slightly;
     // No row is nearer than that to a query outside the sphere that holds them all.
     if (std::sqrt(query.square) > (most + chunk_.reach) * slightly) {
@@ -552,13 +549,11 @@ void kt_BatchScan::take(const Part& part, Query& query, std::size_t index, std::
     candidates_[index * capacity_ + query.numCandidates++] = {row, noted};
 }
 
-/// Lowers the limits to what the rows noted so far allow.
+/// Lowers the limits to what the rows noted so far allow, of which there are at least k.
 void kt_BatchScan::renew(Query& query, std::size_t index)
 {
-    if (query.numSmallest == k_) {
-        const double highest = smallest_[index * k_];
-        query.limits.takeSimpleSum(highest * highest * slightly);
-    }
+    const double highest = smallest_[index * k_];
+    query.limits.takeSimpleSum(highest * highest * slightly);
     // A negative one asks for no block.
     boxLimits_[index] = query.isGivenUp ? -1.0f : query.limits.floatLimit();
     query.isRenewed = false;

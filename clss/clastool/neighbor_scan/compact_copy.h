@@ -173,7 +173,6 @@ private:
     void sortUnsorted(const ktClassifierDataProviderMemory& store);
     void reserveBlocks(std::size_t blocks);
     std::size_t usedBlocks() const;
-    std::size_t numBlocks() const { return rows_.size() / kt_blockRows; }
 
     /// A value as the copy stores it. Values beyond the range of floats are brought nearer to zero.
     float rounded(double value, double offset) const

@@ -1,0 +1,60 @@
+// Which parts of some work are given out, and what is thrown when several of them fail.
+
+#include "kit_kit.h"
+
+#include "shared_parts.h"
+
+namespace {
+
+using namespace kt_test;
+
+const auto nothing = [](std::size_t) {};
+
+void fail(kt_SharedParts& parts, std::size_t part, const char* text)
+{
+    parts.attempt(part, [text] { throw ktClassifierDefs::BadParams(text); });
+}
+
+TEST(SharedParts, GivesOutEachPartOnceInAscendingOrder)
+{
+    kt_SharedParts parts(5);
+    std::vector<std::pair<std::size_t, std::size_t>> taken;
+    std::size_t first = 0;
+    while (const std::size_t count = parts.take(2, first)) {
+        taken.emplace_back(first, count);
+    }
+    EXPECT_EQ(taken, (std::vector<std::pair<std::size_t, std::size_t>>{{0, 2}, {2, 2}, {4, 1}}));
+}
+
+TEST(SharedParts, GivesOutNoneOnceOneHasFailed)
+{
+    kt_SharedParts parts(5);
+    std::size_t first = 0;
+    EXPECT_EQ(parts.take(1, first), 1u);
+    fail(parts, first, "failed");
+    EXPECT_EQ(parts.take(1, first), 0u);
+}
+
+TEST(SharedParts, ThrowWhatTheFirstPartThatFailedHasThrown)
+{
+    kt_SharedParts parts(5);
+    fail(parts, 2, "the third");
+    fail(parts, 3, "the fourth");
+    expectThrows<ktClassifierDefs::BadParams>("the third", [&] { parts.doOnThreads(1, nothing); });
+    fail(parts, 1, "the second");
+    expectThrows<ktClassifierDefs::BadParams>("the second", [&] { parts.doOnThreads(1, nothing); });
+}
+
+TEST(SharedParts, ThatAllSucceedThrowNothing)
+{
+    kt_SharedParts parts(3);
+    std::atomic<long> sum{0};
+    parts.doOnThreads(3, [&](std::size_t) {
+        for (std::size_t first = 0; parts.take(1, first) != 0;) {
+            parts.attempt(first, [&] { sum += static_cast<long>(first) + 1; });
+        }
+    });
+    EXPECT_EQ(sum, 6);
+}
+
+}  // namespace
