@@ -10,19 +10,19 @@
 #include <cstddef>
 #include <vector>
 
-// The linear algebra of a normal density: correlations that are fit to be factorised, and their factor.
+// The linear algebra of a normal density: makes correlations positive definite, factorises them and inverts the factor.
 
 namespace kt_normal {
 
-/// Correlations are singular unless all their eigenvalues are above this. docs/numerics.md gives the reasons for the constants.
+/// Correlations count as singular unless all their eigenvalues exceed this. docs/numerics.md gives the reasons for the constants.
 constexpr double leastEigenvalue = 1e-8;
-/// What is left of each correlation of a degenerate group.
+/// Degenerate and singular groups keep this share of each correlation.
 constexpr double keptShare = 1.0 - 1e-2;
 
-/// Rows of a square matrix in one block.
+/// A square matrix, row after row.
 using Square = std::vector<double>;
 
-/// Polls the attention check once in so many multiplications.
+/// Polls the attention check about once in `every` multiplications.
 class Polls {
 public:
     static constexpr std::size_t every = std::size_t{1} << 24;
@@ -44,9 +44,9 @@ private:
     std::size_t done_ = 0;
 };
 
-/// The triangular factor of a symmetric positive definite matrix, R = U'U, in place of its upper triangle; false if it is not
-/// positive definite. Each element subtracts its products in ascending order; row by row, so that a compiler's vectors hold
-/// neighbours. See: G. H. Golub, C. F. Van Loan, "Matrix Computations", 1996, on the Cholesky factorisation.
+/// Replaces the upper triangle of a symmetric matrix R by its triangular factor U, R = U'U. Returns false if R is not positive
+/// definite. Each element subtracts its products in ascending order. The loops go row by row, so that compilers can vectorise them.
+/// See: G. H. Golub, C. F. Van Loan, "Matrix Computations", 1996, on the Cholesky factorisation.
 /// Throws: what the attention check raises, for matrices of some hundred rows.
 inline bool factorise(double* matrix, std::size_t size)
 {
@@ -73,7 +73,7 @@ inline bool factorise(double* matrix, std::size_t size)
     return true;
 }
 
-/// Whether all eigenvalues are above the least one that is not singular.
+/// Whether all eigenvalues exceed `leastEigenvalue`.
 inline bool isRegular(const Square& matrix, std::size_t size)
 {
     Square shifted = matrix;
@@ -83,7 +83,7 @@ inline bool isRegular(const Square& matrix, std::size_t size)
     return factorise(shifted.data(), size);
 }
 
-/// Multiplies all correlations but the diagonal by the share.
+/// Multiplies all elements outside the diagonal by the share.
 inline void shrink(double* matrix, std::size_t size, double share)
 {
     for (std::size_t i = 0; i < size; ++i) {
@@ -93,9 +93,9 @@ inline void shrink(double* matrix, std::size_t size, double share)
     }
 }
 
-/// Makes correlations regular: shrinks those of a degenerate group and singular ones. A damaged archive may hold negative
-/// eigenvalues; such correlations are shrunk again, and more each time. Each part that leaves measurements out is regular too,
-/// because its eigenvalues lie between those of the whole.
+/// Makes correlations regular: shrinks them if the group is degenerate or the correlations are singular. Correlations from a damaged
+/// archive may have negative eigenvalues; they are shrunk again, more each time. The correlations of fewer measurements are then
+/// regular too, because their eigenvalues lie between those of the whole matrix.
 inline void makeRegular(Square& correlations, std::size_t size, bool isDegenerate)
 {
     bool isDone = !isDegenerate && isRegular(correlations, size);
@@ -105,7 +105,7 @@ inline void makeRegular(Square& correlations, std::size_t size, bool isDegenerat
     }
 }
 
-/// z' R^-1 z, with R given by its factor. Overwrites z. Each element subtracts its products in ascending order.
+/// z' R^-1 z, for the factor of R. Overwrites z. Each element subtracts its products in ascending order.
 inline double squaredLength(const double* factor, double* z, std::size_t size)
 {
     double squares = 0.0;
@@ -120,7 +120,7 @@ inline double squaredLength(const double* factor, double* z, std::size_t size)
     return squares;
 }
 
-/// The inverse of a factor's transpose, a lower triangle, row by row. Each element subtracts its products in ascending order.
+/// The inverse of the transposed factor: a lower triangle. Each element subtracts its products in ascending order.
 inline Square inverseOfTranspose(const Square& factor, std::size_t size)
 {
     Square inverse(size * size, 0.0);
@@ -143,15 +143,16 @@ inline Square inverseOfTranspose(const Square& factor, std::size_t size)
     return inverse;
 }
 
-/// The number of columns of all blocks of a whitening matrix that lie before the one of row `first`: `rowsPerBlock`, twice as
-/// many, and so on.
+/// The number of columns in all blocks of a whitening matrix before the block of row `first`. The first block has `rowsPerBlock`
+/// columns, the second one twice as many, and so on.
 constexpr std::size_t columnsBefore(std::size_t first)
 {
     return first / rowsPerBlock * (first + rowsPerBlock) / 2;
 }
 
-/// That inverse, column j divided by deviation j: it turns differences from the mean into independent numbers of variance 1.
-/// Laid out in blocks of `rowsPerBlock` rows, column by column as far as the block reaches, and padded with zero rows.
+/// The whitening matrix: `inverseOfTranspose` with column j divided by deviation j. It turns differences from the mean into independent
+/// numbers of variance 1. It lies in blocks of `rowsPerBlock` rows. A block holds its columns in order, up to the diagonal. The last
+/// block is padded with zero rows.
 inline std::vector<Column> whitening(const Square& factor, const std::vector<double>& deviations)
 {
     const std::size_t size = deviations.size();

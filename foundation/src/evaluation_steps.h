@@ -2,32 +2,32 @@
 
 #include <cstddef>
 
-// The loop of a normal density that takes most of the time when it is evaluated; normal_density.h has the formula. There is one
-// for every processor and one for processors with wider vectors, chosen once a process. Both compute the same bits.
+// The loop that takes most of the time in an evaluation of a normal density. normal_density.h has the formula. One version runs on
+// every processor, the other needs AVX2. The process chooses once. Both compute the same bits.
 
 namespace kt_normal {
 
-/// How many rows of a whitening matrix lie in one block, side by side.
+/// The number of rows of a whitening matrix in one block.
 constexpr std::size_t rowsPerBlock = 8;
 
-/// So many rows, the first half of a block, are sums of the columns before the second half.
+/// The number of rows in the first half of a block. Their elements are zero in the columns of the second half.
 constexpr std::size_t halfBlock = rowsPerBlock / 2;
 
-/// A column of such a block. It fills a line of most caches, so that reading it never takes two.
+/// A column of a block. Its alignment keeps it within one cache line on most processors.
 struct alignas(64) Column {
     double rows[rowsPerBlock];
 };
 
-/// The number of rows of all blocks that hold `size` rows.
+/// `size` rounded up to whole blocks.
 constexpr std::size_t inBlocks(std::size_t size)
 {
     return (size + rowsPerBlock - 1) / rowsPerBlock * rowsPerBlock;
 }
 
-/// The squared length of W (values - mean), with W a whitening matrix for `size` measurements as `whitening` in correlations.h lays
-/// it out. `whitened` takes the product and has room for the rows of all blocks; null if nobody asks.
-/// Each row is summed on its own, by ascending columns, then the squares, by ascending rows, without fused operations. W is a lower
-/// triangle: the columns from the fifth row of a block on are zeros in the rows before it, which are left out of the sums.
+/// Returns the squared length of W (values - mean). W is a whitening matrix for `size` measurements, in the layout of `whitening` in
+/// correlations.h. `whitened` receives the product and has room for inBlocks(size) numbers; null if the caller does not need it.
+/// Each row is summed separately, by ascending columns; then the squares are added, by ascending rows. There are no fused operations.
+/// W is a lower triangle: the first half of a block is zero in the columns of its second half. The sums leave these zeros out.
 using Whiten = double (*)(const Column* whitening, const double* mean, const double* values, std::size_t size,
                           double* whitened);
 

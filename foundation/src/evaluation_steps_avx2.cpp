@@ -1,7 +1,7 @@
 #include "evaluation_steps.h"
 
-// Only this file is compiled for AVX2 alone. It uses no inline function of another header, because the linker may keep this
-// file's copy of one for the whole program.
+// The evaluation loop in vectors of 256 bits. This file is compiled for AVX2 without FMA. It uses no inline function of another
+// header: the linker may keep this file's copy for the whole program.
 
 #if defined(__AVX2__)
 
@@ -12,7 +12,7 @@ namespace {
 
 static_assert(rowsPerBlock == 8, "a block of rows is two vectors");
 
-/// The sums of a block of rows.
+/// The sums of the rows of a block.
 struct Sums {
     __m256d upper = _mm256_setzero_pd();
     __m256d lower = _mm256_setzero_pd();
@@ -35,7 +35,7 @@ struct Sums {
     }
 };
 
-/// Calls add(column, difference) for the columns [begin, end), the difference between value and mean in all places of a vector.
+/// Calls add(column, difference) for the columns [begin, end). `difference` is value - mean, in all places of a vector.
 template <class Add>
 inline void forEachColumn(const double* values, const double* mean, std::size_t begin, std::size_t end, const Add& add)
 {
@@ -52,7 +52,7 @@ inline void forEachColumn(const double* values, const double* mean, std::size_t 
     }
 }
 
-/// Adds the columns [begin, end) of the block whose first row is `first` to its sums.
+/// Adds the columns [begin, end) of a block to its sums. `first` is the block's first row.
 inline void addColumns(const Column* block, std::size_t first, const double* values, const double* mean,
                        std::size_t begin, std::size_t end, Sums& sums)
 {
@@ -63,7 +63,7 @@ inline void addColumns(const Column* block, std::size_t first, const double* val
                   [&](std::size_t j, __m256d difference) { sums.addLower(block[j], difference); });
 }
 
-/// Adds the squares of four numbers, one after the other.
+/// Adds the squares of four numbers in ascending order.
 __m128d addSquares(__m128d sum, __m256d numbers)
 {
     const __m256d squares = _mm256_mul_pd(numbers, numbers);
@@ -80,7 +80,7 @@ __m128d addSquares(__m128d sum, const Sums& sums)
     return addSquares(addSquares(sum, sums.upper), sums.lower);
 }
 
-/// Two blocks at a time, whose sums do not wait for each other.
+/// Takes two blocks at a time: their sums are independent, so the processor computes them in parallel.
 double whiten(const Column* block, const double* mean, const double* values, std::size_t size, double* whitened)
 {
     __m128d squaredLength = _mm_setzero_pd();

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-// In pairs, because compilers vectorise the plain loops along the columns, which shuffles more than it adds.
+// The evaluation loop in pairs of doubles. Compilers vectorise the plain loops along the columns, which shuffles more than it adds.
 
 namespace kt_normal {
 namespace {

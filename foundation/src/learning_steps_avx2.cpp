@@ -1,39 +1,38 @@
 #include "learning_steps.h"
 
-// Only this file is compiled for AVX2 and FMA. It uses no inline function of another header, because the linker may keep
-// this file's copy of one for the whole program.
+// The learning loops in vectors of 256 bits. This file is compiled for AVX2 and FMA. It uses no inline function of another header: the
+// linker may keep this file's copy for the whole program.
 
 #if defined(__AVX2__) && defined(__FMA__)
 
 #include <immintrin.h>
 
-// Intrinsics, because compilers make less of plain loops with std::fma: those took a tenth to a quarter longer for the
-// covariance of 16 measurements than these for the covariance, the mean and the search for tiny numbers.
+// The loops use intrinsics. Plain loops with std::fma took a tenth to a quarter longer for the covariance of 16 measurements alone
+// than these loops take for the covariance, the mean and the search for tiny numbers.
 //
-// Division of vectors takes several times as long as all else that a step does. So a / b is computed as RN(a h + c), where
-// RN rounds to nearest, h + l is nearly 1/b, and c is a l but for a few roundings: one multiplication and one fused
-// multiply-add. It is the quotient correctly rounded, for any double a that is 0, infinite, NaN, or at least 2^-900 in size,
-// and any integer b from 1 to 2^31 - 1:
+// A vector division takes several times as long as the rest of a step. So a / b is computed as RN(a h + c): one multiplication and
+// one fused multiply-add. RN rounds to nearest, h + l is nearly 1/b, and c is a l up to a few roundings. The result is the correctly
+// rounded quotient for every integer b from 1 to 2^31 - 1 and every double a that is 0, infinite, NaN, or at least 2^-900 in size:
 //
-// - Let u = 2^-53 and y = RN(1/b). Then h = RN(y (1 - 4u)) lies below 1/b, by 2u/b to 6u/b or hardly more. 1 - b h is a
-//   multiple of the last place of h, less than 2^34 of them, so one fused operation computes it exactly, and
-//   l = RN((1 - b h) y) is positive and has a relative error of hardly more than 2u. That of c is below 2^-50.
-// - So what the last operation rounds is (a/b)(1 + e) with |e| < 2^-99, because nothing underflows. That is less than
-//   2^-46 of a last place w of the quotient away from a/b.
-// - It rounds as a/b does unless a point half way between two doubles is as near. Such a point m is an odd multiple of w/2. a
-//   is a multiple of w, since |a| >= |a/b|, so a - b m is a multiple of w/2: a/b differs from m by at least w/(2b) > 2^-32 w,
-//   half of that around a power of two, or is m. But m has 54 significant bits and its product with an integer no fewer:
-//   it cannot be a.
-// - l is positive, so zeros and infinities keep their signs, too: with a negative l, -0 would give +0 and infinity NaN.
+// - Let u = 2^-53 and y = RN(1/b). Then h = RN(y (1 - 4u)) lies below 1/b, by 2u/b to 6u/b or hardly more. 1 - b h is a multiple of
+//   the last place of h, less than 2^34 of them. So one fused operation computes it exactly. l = RN((1 - b h) y) is positive and has a
+//   relative error of hardly more than 2u. The relative error of c is below 2^-50.
+// - Nothing underflows, so the last operation rounds (a/b)(1 + e) with |e| < 2^-99. Let w be the last place of the quotient. The
+//   number that is rounded differs from a/b by less than 2^-46 w.
+// - It rounds as a/b does, unless a point half way between two doubles is as near. Such a point m is an odd multiple of w/2. a is a
+//   multiple of w, because |a| >= |a/b|. So a - b m is a multiple of w/2: either a/b is m, or they differ by at least w/(2b) > 2^-32 w,
+//   half of that around a power of two. But a/b cannot be m: m has 54 significant bits, and its product with an integer has no fewer,
+//   while a has at most 53.
+// - l is positive, so zeros and infinities keep their signs. With a negative l, -0 would give +0, and infinity would give NaN.
 //
 // See: N. Brisebarre, J.-M. Muller, "Correctly rounded multiplication by arbitrary precision constants", 2008; J.-M. Muller
 // et al., "Handbook of Floating-Point Arithmetic", 2018.
 //
-// That no smaller a occurs is made sure once for all steps: the differences are 0 or at least 2^-200 in size, so their
-// products 0 or at least 2^-400, and these divided by n multiples of 2^-483. An element is 0 or at least 2^-400 in size
-// before the first step. A step makes it 0 or no less than half as large and rounds it to 53 bits, so that one of at least
-// 2^-k becomes a multiple of 2^-(k + 53); then it adds, which leaves a multiple of that or of 2^-483. So before the eighth
-// step it is 0 or at least 2^-(483 + 6 * 53) in size. Whatever does not meet this is divided by division.
+// One check before all steps excludes smaller a. The differences are 0 or at least 2^-200 in size. So their products are 0 or at least
+// 2^-400, and the products divided by n are multiples of 2^-483. An element is 0 or at least 2^-400 in size before the first step. A
+// step makes it 0 or at least half as large, and rounds it to 53 bits: an element of at least 2^-k becomes a multiple of 2^-(k + 53).
+// Then the step adds a multiple of 2^-483. So before the eighth step an element is 0 or at least 2^-(483 + 6 * 53) in size. Numbers
+// that fail the check are divided by a division.
 
 namespace kt_normal {
 namespace {
@@ -45,7 +44,7 @@ constexpr double leastDifference = 0x1p-200;
 constexpr double leastElement = 0x1p-400;
 static_assert(rowsAtOnce == 8, "the least element is for so many steps, the divisors are two vectors");
 
-/// Divisors, one for each step, and h and l of each.
+/// The divisors of the steps, with h and l of each.
 struct Divisors {
     Divisors(const double* counts, double less)
     {
@@ -65,7 +64,7 @@ struct Divisors {
     double low[rowsAtOnce];
 };
 
-/// What the steps multiply and divide by.
+/// The factors and divisors of the steps.
 struct StepFactors {
     explicit StepFactors(const Steps& steps)
         : numRows(steps.numRows), byCount(steps.counts, 0.0), byOneLess(steps.counts, 1.0)
@@ -84,7 +83,7 @@ struct StepFactors {
     double twoLessLow[rowsAtOnce];
 };
 
-/// A step that divides by multiplying.
+/// A step that replaces divisions by multiplications.
 class Multiplying {
 public:
     Multiplying(const StepFactors& factors, std::size_t step)
@@ -113,7 +112,7 @@ private:
     Vector twoLessLow_;
 };
 
-/// A step that divides.
+/// A step with plain divisions.
 class Dividing {
 public:
     Dividing(const StepFactors& factors, std::size_t step)
@@ -132,13 +131,13 @@ private:
     Vector twoLess_;
 };
 
-/// Memory for a vector.
+/// Loads and stores whole vectors.
 struct WholeVector {
     Vector load(const double* values) const { return _mm256_loadu_pd(values); }
     void store(double* values, Vector vector) const { _mm256_storeu_pd(values, vector); }
 };
 
-/// Memory for the first 1 to 3 numbers of a vector.
+/// Loads and stores the first 1 to 3 numbers of a vector.
 struct PartOfVector {
     explicit PartOfVector(std::size_t size)
         : mask_(_mm256_cmpgt_epi64(_mm256_set1_epi64x(static_cast<long long>(size)), _mm256_setr_epi64x(0, 1, 2, 3)))
@@ -151,12 +150,12 @@ private:
     __m256i mask_;
 };
 
-/// The smallest size of numbers other than 0, in each place.
+/// The smallest size of all numbers other than 0, for each place of a vector.
 class SmallestSize {
 public:
     void add(Vector numbers)
     {
-        // Less one in its last place, the bits of 0 are those of a NaN, which the instruction passes over as its first operand.
+        // Subtracting 1 from the bits turns 0 into a NaN. With a NaN as its first operand, the instruction returns the second one.
         const __m256i size = _mm256_castpd_si256(_mm256_andnot_pd(_mm256_set1_pd(-0.0), numbers));
         value_ = _mm256_min_pd(_mm256_castsi256_pd(_mm256_sub_epi64(size, _mm256_set1_epi64x(1))), value_);
     }
@@ -169,7 +168,7 @@ private:
     Vector value_ = _mm256_set1_pd(1.0);
 };
 
-/// A vector of means after the steps. Notes the differences, and the smallest of them.
+/// A vector of means after the steps. Stores the differences, and adds them to `smallest`.
 template <class Step, class Memory>
 Vector learntMean(const StepFactors& factors, Memory memory, Vector mean, const double* rows, std::size_t stride,
                   double* differences, std::size_t size, SmallestSize& smallest)
@@ -214,7 +213,7 @@ bool learnMeans(const StepFactors& factors, double* means, const double* rows, s
     return wasTiny;
 }
 
-/// Vectors of elements below each other in consecutive rows of a covariance, and the differences that they learn.
+/// Vectors of elements in consecutive rows of a covariance, one below the other, and their differences.
 struct BelowEachOther {
     double* elements;
     const double* ofRows;
@@ -229,7 +228,7 @@ struct BelowEachOther {
     }
 };
 
-/// Vectors of variances side by side.
+/// Consecutive vectors of variances, and their differences.
 struct SideBySide {
     double* elements;
     const double* differences;
@@ -255,7 +254,7 @@ void learnVectors(const StepFactors& factors, Memory memory, const Elements& ele
     }
 }
 
-/// Takes vectors of elements through the steps.
+/// Applies the steps to vectors of elements.
 template <std::size_t NumVectors, class Memory, class Elements>
 void learnVectors(const StepFactors& factors, Memory memory, bool areDifferencesTiny, const Elements& elements)
 {
@@ -275,7 +274,7 @@ void learnVectors(const StepFactors& factors, Memory memory, bool areDifferences
     }
 }
 
-/// Takes the first elements of consecutive rows through the steps.
+/// Applies the steps to the first elements of consecutive rows.
 template <std::size_t NumRows>
 void learnCovarianceRows(const StepFactors& factors, bool areTiny, BelowEachOther elements, std::size_t numColumns)
 {

@@ -1,12 +1,12 @@
 #include "learning_steps.h"
 #include "pairs.h"
 
-// In pairs, because compilers leave the plain loops with their divisions one number at a time.
+// The learning loops in pairs of doubles. Compilers do not vectorise the plain loops, because of their divisions.
 
 namespace kt_normal {
 namespace {
 
-/// Takes element `index` of the means through the steps. `Number` is a double or a pair.
+/// Applies the steps to element `index` of the means. `Number` is a double or a pair.
 template <class Number>
 void learnMean(const Steps& steps, double* means, const double* rows, std::size_t stride, std::size_t index,
                std::size_t size, double* differences)
@@ -32,7 +32,7 @@ void learnMeans(const Steps& steps, double* means, const double* rows, std::size
     }
 }
 
-/// Takes elements through the steps; `left(k)` and `right + k * size` are the differences that step k multiplies.
+/// Applies the steps to elements of the covariance. Step k multiplies the differences `left(k)` and `right + k * size`.
 template <class Number, class Left>
 void learnElements(const Steps& steps, double* elements, Left left, const double* right, std::size_t size)
 {

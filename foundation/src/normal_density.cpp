@@ -1,15 +1,16 @@
 // The multivariate normal density. docs/numerics.md has the formulas and the reasons for each constant.
 //
-// Rows come in; mean, covariance and count are the state that goes into archives. An evaluation needs more: deviations, correlations
-// that can be factorised, and a whitening matrix, which turns differences from the mean into independent numbers of variance 1.
-// These Factors are made by the first evaluation of a state, published atomically, and dropped by the next change.
+// Learning turns rows into mean, covariance and count, the state that archives hold. An evaluation needs more: deviations, positive
+// definite correlations, and a whitening matrix, which turns differences from the mean into independent numbers of variance 1.
+// The first evaluation of a state makes these Factors and publishes them atomically. The next change drops them.
 //
 //     prepare, learnRows     learning; the loops over the covariance are in learning_steps_*.cpp
-//     factors                what a state is evaluated with; the linear algebra is in correlations.h
+//     factors                the Factors of the state; the linear algebra is in correlations.h
 //     logDensity             -|W (x - mean)|^2 / 2 and a constant; the loop is in evaluation_steps_*.cpp
 //     logOfValid             missing measurements: logWithout projects few of them out, logOfOthers factorises the rest
 //
-// The log density of a group with a missing measurement is first computed as if none were missing: the result is then not finite.
+// An evaluation does not look for missing measurements. They are NaN or infinite, so the log density of all measurements is not finite
+// either. Only then does logOfValid look for them.
 
 #include <kt/normal_density.h>
 #include <kt/scratch.h>
@@ -52,11 +53,12 @@ using kt_normal::whitening;
 namespace {
 
 constexpr long success = 0;
-// Unsigned 32-bit values in a long: whoever receives them compares 32 bits.
+// Unsigned 32-bit values in a long. Callers compare 32 bits.
 constexpr long noValidData = static_cast<long>(0x80000B61u);
 constexpr long sizesDisagree = static_cast<long>(0x80000B62u);
 
-// docs/numerics.md: a deviation up to the first, relative to the mean, may be rounding; the second is that of a constant at zero.
+// A deviation up to `deviationOfRounding`, relative to the mean, may come from rounding. `deviationOfZero` is the deviation of a constant
+// at zero. See docs/numerics.md.
 constexpr double deviationOfRounding = 0x1p-50;
 constexpr double deviationOfZero = 1e-9;
 
@@ -66,10 +68,10 @@ constexpr double logTwoPi = 1.8378770664093454835606594728112;
 
 constexpr long largestCount = 2147483647L;
 
-/// How many densities of one measurement learn at once.
+/// The number of densities of one measurement that learn together.
 constexpr std::size_t sideBySide = 32;
 
-/// The loops that fit this processor best.
+/// The fastest loops for this processor.
 struct Kernels {
     const LearningKernels* learning;
     Whiten whiten;
@@ -84,7 +86,7 @@ const Kernels& kernels()
     return best;
 }
 
-/// The learning steps of the next rows, at most rowsAtOnce of them. Adds the rows to the count.
+/// The learning steps of the next rows, at most rowsAtOnce. Adds these rows to the count.
 Steps nextSteps(long& count, std::size_t numRows)
 {
     Steps steps = {std::min(numRows, rowsAtOnce), {}};
@@ -103,7 +105,7 @@ std::uint64_t bitsOf(double value)
     return bits;
 }
 
-/// Equal to the bit, so that both halves learn the same.
+/// Compares bits, so that both triangles learn the same.
 bool isSymmetric(const double* matrix, std::size_t size)
 {
     for (std::size_t i = 0; i < size; ++i) {
@@ -125,12 +127,12 @@ void mirrorLowerTriangle(double* matrix, std::size_t size)
     }
 }
 
-/// Up to so many measurements the working storage is on the stack.
+/// With at most this number of measurements, working storage is on the stack.
 constexpr std::size_t fewMeasurements = 512;
 using Numbers = kt_Scratch<double, fewMeasurements>;
 using Indices = kt_Scratch<std::size_t, fewMeasurements>;
 
-/// Up to so many elements a matrix for a pattern with missing measurements is on the stack: a factor of 32 measurements.
+/// With missing measurements, a matrix of at most this number of elements is on the stack: the factor of 32 measurements.
 constexpr std::size_t fewElements = 32 * 33;
 using Elements = kt_Scratch<double, fewElements>;
 
@@ -139,7 +141,7 @@ bool isFinite(double value)
     return value - value == 0.0;
 }
 
-/// The inner product of whole blocks of numbers. The order of the additions is the same on all processors.
+/// The inner product of two vectors of whole blocks. The order of the additions is the same on all processors.
 double product(const double* a, const double* b, std::size_t size)
 {
     kt_DoublePair sums[rowsPerBlock / 2] = {};
@@ -152,7 +154,7 @@ double product(const double* a, const double* b, std::size_t size)
     return sum[0] + sum[1];
 }
 
-/// Subtracts the component along the direction.
+/// Subtracts from `numbers` their component along the direction.
 void makeOrthogonal(double* numbers, const double* direction, double squaredLengthOfDirection, std::size_t size)
 {
     const kt_DoublePair share = all<kt_DoublePair>(product(numbers, direction, size) / squaredLengthOfDirection);
@@ -161,7 +163,7 @@ void makeOrthogonal(double* numbers, const double* direction, double squaredLeng
     }
 }
 
-/// The deviation that is used in evaluation.
+/// The deviation that an evaluation uses.
 double deviationOf(double mean, double variance)
 {
     if (ktNormalDensity::hasSpread(mean, variance)) {
@@ -171,12 +173,12 @@ double deviationOf(double mean, double variance)
     return ofRounding >= std::numeric_limits<double>::min() ? ofRounding : deviationOfZero;
 }
 
-/// How many states were evaluated in this process.
+/// The number of Factors that this process has made.
 std::atomic<std::uint64_t> numFactors{0};
 
 }  // namespace
 
-/// What one state is evaluated with.
+/// The constants of one state's evaluations.
 struct ktNormalDensity::Factors {
     /// The number of measurements.
     std::size_t size;
@@ -185,9 +187,9 @@ struct ktNormalDensity::Factors {
     Square correlations;
     std::vector<Column> whitening;
     Whiten whiten = kernels().whiten;
-    /// The part of the log density that does not depend on the pattern, all measurements valid.
+    /// The part of the log density that does not depend on the pattern, if all measurements are valid.
     double logScale = 0.0;
-    /// No other Factors of the process have this number. Whoever keeps constants of these recognises them by it.
+    /// Unique in the process. A caller that keeps constants of these Factors compares the number.
     std::uint64_t serial = ++numFactors;
 
     double logMarginal(const double* mean, const double* values, const std::size_t* missing,
@@ -220,7 +222,7 @@ ktNormalDensity& ktNormalDensity::operator=(const ktNormalDensity& other)
 
 ktNormalDensity::~ktNormalDensity()
 {
-    // The revision stays: nobody holds constants of a density that is gone.
+    // The revision does not change: no caller keeps constants of a destroyed density.
     delete factors_.load(std::memory_order_acquire);
 }
 
@@ -372,7 +374,7 @@ void ktNormalDensity::learnRows(const double* rows, std::size_t numRows) noexcep
         rows += size;
     }
     double* covariance = covariance_.data();
-    // Checking and mirroring pay from two rows on. A restored covariance need not be symmetric.
+    // A restored covariance need not be symmetric. The check and the mirroring save time from two rows on.
     const bool isMirrored = numRows > 1 && isSymmetric(covariance, size);
     const Triangle triangle = isMirrored ? Triangle::lower : Triangle::whole;
     while (numRows > 0) {
@@ -403,7 +405,7 @@ void ktNormalDensity::learnColumns(ktNormalDensity* const* densities, std::size_
     }
 }
 
-/// learnRows for densities of one measurement and equal counts, side by side.
+/// learnRows for densities of one measurement with equal counts, side by side.
 void ktNormalDensity::learnEqualCounts(ktNormalDensity* const* densities, std::size_t numDensities, const double* rows,
                                        std::size_t numRows, std::size_t stride) noexcept
 {
@@ -446,7 +448,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     correlations.resize(size * size);
     bool isDegenerate = false;
     for (std::size_t i = 0; i < size; ++i) {
-        // A damaged archive may leave a negative variance or NaN, which is no spread either.
+        // A negative variance or NaN, from a damaged archive, is no spread either.
         isDegenerate = isDegenerate || !hasSpread(mean[i], covariance[i * size + i]);
         fresh->deviations.push_back(deviationOf(mean[i], covariance[i * size + i]));
         fresh->logDeviations.push_back(std::log(fresh->deviations[i]));
@@ -469,7 +471,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     for (std::size_t i = 0; i < size; ++i) {
         fresh->logScale -= fresh->logDeviations[i] + std::log(factor[i * size + i]);
     }
-    // Several threads may have come this far. All use what the first one publishes.
+    // Several threads may arrive here. All use the factors that the first thread publishes.
     const Factors* first = nullptr;
     const bool isFirst =
         factors_.compare_exchange_strong(first, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
@@ -479,7 +481,7 @@ const ktNormalDensity::Factors& ktNormalDensity::factors() const
     return *fresh.release();
 }
 
-/// The code that refuses a pattern of `size` measurements; 0 if it can be evaluated.
+/// The failure code for a pattern of `size` measurements; `success` if the density can be evaluated.
 long ktNormalDensity::refuse(std::size_t size) const noexcept
 {
     if (count_ < 1) {
@@ -524,7 +526,7 @@ long ktNormalDensity::logDensity(const Source& source, std::size_t size, double&
 long ktNormalDensity::logDensity(const double* values, std::size_t size, double& value) const
 {
     const Factors* factors = factors_.load(std::memory_order_acquire);
-    // A state that has factors can be evaluated, with as many measurements as they have.
+    // Factors exist only for a state that can be evaluated. They have its number of measurements.
     if (factors == nullptr || factors->size != size) {
         const long refused = refuse(size);
         if (refused != success) {
@@ -555,7 +557,7 @@ std::uint64_t ktNormalDensity::evaluation() const noexcept
     return published != nullptr ? published->serial : 0;
 }
 
-/// The log density of the measurements that are not missing; `logOfAll` if none is missing.
+/// The log density of the measurements that are not missing. Returns `logOfAll` if none is missing.
 double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
 {
     const auto size = static_cast<std::size_t>(mean_.numRows());
@@ -566,7 +568,7 @@ double ktNormalDensity::logOfValid(const double* values, double logOfAll) const
     if (numMissing == size) {
         return 0.0;
     }
-    // A missing measurement at its mean adds nothing to the differences.
+    // The mean replaces a missing measurement, so its difference is 0.
     Numbers filled(size);
     Indices missing(numMissing);
     for (std::size_t i = 0, next = 0; i < size; ++i) {
@@ -584,7 +586,7 @@ double ktNormalDensity::Factors::logMarginal(const double* mean, const double* v
 {
     if (4 * numMissing <= size) {
         const double log = logWithout(mean, values, missing, numMissing);
-        // Not finite if a missing measurement has an infinite deviation, which the others do not depend on.
+        // Not finite if a missing measurement has an infinite deviation. The others do not depend on it.
         if (isFinite(log)) {
             return log;
         }
@@ -592,7 +594,7 @@ double ktNormalDensity::Factors::logMarginal(const double* mean, const double* v
     return logOfOthers(mean, values, missing, numMissing);
 }
 
-/// For few missing measurements: projects their columns out of the whitened differences of all.
+/// For few missing measurements: removes the components along their columns from the whitened differences.
 double ktNormalDensity::Factors::logWithout(const double* mean, const double* values, const std::size_t* missing,
                                             std::size_t numMissing) const
 {
@@ -602,7 +604,7 @@ double ktNormalDensity::Factors::logWithout(const double* mean, const double* va
     Numbers squares(numMissing);
     whiten(whitening.data(), mean, values, size, whitened.data());
     double log = logScale;
-    // A column begins in the block of its own row. The last column comes first, so that each changes only from its beginning on.
+    // A column is zero before the block of its own row. Taking the last column first leaves these zeros as they are.
     double* column = storage.data();
     for (std::size_t k = numMissing; k-- > 0; column += numRows) {
         const std::size_t index = missing[k];
@@ -620,7 +622,7 @@ double ktNormalDensity::Factors::logWithout(const double* mean, const double* va
     return log - 0.5 * product(whitened.data(), whitened.data(), numRows);
 }
 
-/// A column of the whitening matrix in units of its measurement's deviation, from the block of its own row on.
+/// Copies a column of the whitening matrix, from the block of its own row on, multiplied by its measurement's deviation.
 void ktNormalDensity::Factors::takeColumn(std::size_t index, double* column) const
 {
     for (std::size_t first = index / rowsPerBlock * rowsPerBlock; first < size; first += rowsPerBlock) {

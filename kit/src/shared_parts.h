@@ -9,13 +9,13 @@
 #include <thread>
 #include <vector>
 
-/// The parts of some work, which threads share: each takes the next ones when it is done with those it had. Parts are begun in
-/// ascending order, and none once one has failed.
+/// Shares the parts of a piece of work among threads. A thread takes the next parts when it has finished its own. Parts begin in
+/// ascending order. None begins after one has failed.
 class kt_SharedParts {
 public:
     explicit kt_SharedParts(std::size_t numParts) : numParts_(numParts) {}
 
-    /// Takes up to `most` parts from `first` on. Returns how many; 0 if there are no more, or if one has failed.
+    /// Takes up to `most` parts and stores the number of the first. Returns how many were taken; 0 if none is left or one has failed.
     std::size_t take(std::size_t most, std::size_t& first) noexcept
     {
         if (hasFailed_) {
@@ -25,7 +25,7 @@ public:
         return first < numParts_ ? std::min(most, numParts_ - first) : 0;
     }
 
-    /// Calls `work()` for parts that were taken from `first` on, and keeps what it throws.
+    /// Calls `work()` for parts that were taken from `first` on. Stores an exception instead of passing it on.
     template <class Work>
     void attempt(std::size_t first, const Work& work) noexcept
     {
@@ -41,9 +41,11 @@ public:
         }
     }
 
-    /// Calls `share(worker)`, which takes and attempts parts and throws nothing, for worker 0 on the calling thread and for each other
-    /// worker on a thread of its own. If the system gives fewer threads, these do all the work. When all are gone, throws what the
-    /// first of the parts that failed has thrown: the same for any number of threads, because all parts before it were begun.
+    /// Calls `share(worker)` once for each worker: worker 0 on the calling thread, each other worker on its own thread. If the system
+    /// gives fewer threads, these do all the work.
+    /// Requires: `share` takes and attempts parts, and throws nothing.
+    /// Throws, after all threads have ended: the exception of the first part that failed. It is the same for any number of threads,
+    /// because all parts before that one were begun.
     template <class Share>
     void doOnThreads(std::size_t numWorkers, const Share& share)
     {
@@ -54,7 +56,7 @@ public:
                     others.threads.emplace_back([&share, worker] { share(worker); });
                 }
             } catch (const std::system_error&) {
-                // Those that there are do the work.
+                // The threads that exist do the work.
             } catch (...) {
                 hasFailed_ = true;
                 throw;
@@ -67,7 +69,7 @@ public:
     }
 
 private:
-    /// Threads that are waited for whatever happens.
+    /// Joins its threads on every way out of the scope.
     struct Joined {
         Joined() = default;
         Joined(const Joined&) = delete;

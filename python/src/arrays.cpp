@@ -19,7 +19,7 @@ std::string kindOf(nb::handle array)
     return nb::cast<std::string>(array.attr("dtype").attr("kind"));
 }
 
-/// A table that numbers are read of as they are: in one with a mask, what is masked is missing.
+/// The table without its mask: masked values become NaN. A table without a mask is returned as it is.
 nb::object unmasked(nb::handle table)
 {
     if (nb::cast<bool>(numpy().attr("ma").attr("isMaskedArray")(table))) {
@@ -28,14 +28,14 @@ nb::object unmasked(nb::handle table)
     return nb::borrow(table);
 }
 
-/// An array of doubles or floats; of pandas' own types too, whose gaps become NaN.
+/// An array of doubles or floats. Gaps of pandas' own types become NaN.
 nb::object floatsOf(nb::handle table)
 {
     nb::object array = numpy().attr("asarray")(table);
     const std::string kind = kindOf(array);
     if (kind == "f" && nb::cast<int>(array.attr("dtype").attr("itemsize")) >= 4 &&
         nb::cast<int>(array.attr("dtype").attr("itemsize")) <= 8) {
-        // Foreign byte order, or values between other things in memory.
+        // Copies arrays of foreign byte order, and those whose strides are no multiple of the number's size.
         return numpy().attr("array")(array, array.attr("dtype").attr("newbyteorder")("="));
     }
     if (kind == "O" && nb::hasattr(table, "to_numpy")) {
@@ -143,7 +143,8 @@ void PatternMaker::make(std::size_t row, ktPtrHandle<ktFeaturePattern>& pattern)
     if (pattern.isNull() || pattern->refCount() > 1) {
         pattern = new ktFeaturePattern(values_, missing_);
     } else if (missing_.empty() && pattern->numInvalid() == 0) {
-        // Nobody else has the pattern, which was made here, and so not as a constant: no need for another block of memory.
+        // The pattern was made here as a non-const object and has no other owner. So its storage may be overwritten, which saves an
+        // allocation.
         std::copy(values_.begin(), values_.end(),
                   const_cast<std::vector<double>&>(pattern->featureMeasurements(true)).begin());
     } else {
@@ -176,7 +177,7 @@ nb::object arrayOf(const std::vector<double>& values)
 
 std::vector<double> numbersOf(nb::handle values)
 {
-    // As it is, because a number alone becomes a row in a contiguous one.
+    // Not by ascontiguousarray, which turns a single number into a row.
     const nb::object array = floatsOf(unmasked(values)).attr("astype")("float64", nb::arg("order") = "C");
     if (nb::cast<int>(array.attr("ndim")) != 1) {
         throw nb::value_error("a row of numbers has one dimension");

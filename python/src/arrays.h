@@ -13,8 +13,9 @@
 
 namespace nb = nanobind;
 
-/// A table of numbers that Python holds, a row each pattern, read where it is: float32 or float64, rows and columns in any order in
-/// memory. Anything else that NumPy can make a table of is converted first. Made and destroyed with the interpreter lock, read without.
+/// A table of numbers that Python holds, one row for each pattern. Tables of float32 or float64 are read in place, with any strides.
+/// Anything else that NumPy can make a table of is converted first. Construction and destruction need the interpreter lock; reading
+/// does not.
 class Rows {
 public:
     /// Throws: TypeError, ValueError.
@@ -22,7 +23,7 @@ public:
 
     std::size_t size() const { return size_; }
     std::size_t width() const { return width_; }
-    /// Copies a row, a float as the double that equals it.
+    /// Copies a row. A float becomes the double of equal value.
     void copy(std::size_t row, double* to) const;
 
 private:
@@ -37,10 +38,10 @@ private:
     const float* floats_ = nullptr;
 };
 
-/// Labels that Python holds: whole numbers of any type, one for each row.
+/// Labels that Python holds: integers of any type, one for each row.
 class Labels {
 public:
-    /// Throws: TypeError for other than whole numbers; what ktClassifierDataProviderMemory::data refuses.
+    /// Throws: TypeError for anything but integers; otherwise the errors of ktClassifierDataProviderMemory::data.
     Labels(nb::handle labels, std::size_t numRows);
 
     long operator[](std::size_t row) const { return static_cast<long>(labels_[row]); }
@@ -50,7 +51,7 @@ private:
     const std::int64_t* labels_ = nullptr;
 };
 
-/// Makes patterns of rows, each in the place of one that nobody else holds, if there is one. Values that are not finite are missing.
+/// Makes patterns of rows. It reuses the given pattern if no one else holds it. Values that are not finite are missing.
 class PatternMaker {
 public:
     explicit PatternMaker(const Rows& rows) : rows_(rows), values_(rows.width()) {}
@@ -63,10 +64,10 @@ private:
     std::vector<long> missing_;
 };
 
-/// A new pattern of anything that is one, or that NumPy can make a row of numbers of; what is not finite is missing.
+/// A new pattern from a pattern, or from anything that NumPy can convert to a row of numbers. Values that are not finite are missing.
 ktPtrHandle_const<ktFeaturePattern> patternOf(nb::handle values);
 
-/// New arrays of NumPy's. `data()` may be written to without the interpreter lock, as long as the array lives.
+/// A new NumPy array. `data()` may be written without the interpreter lock while this object lives.
 template <class T>
 class Array {
 public:
@@ -87,5 +88,5 @@ extern template class Array<bool>;
 /// A new array with a copy of these values.
 nb::object arrayOf(const std::vector<double>& values);
 
-/// The numbers of anything that NumPy can make a row of them of.
+/// The numbers of anything that NumPy can convert to a row of numbers.
 std::vector<double> numbersOf(nb::handle values);

@@ -11,14 +11,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t largest = 1024;
-/// From so many rows on the library searches for several at once.
+/// With at least this number of rows the library searches for several rows at once.
 constexpr std::size_t together = 32;
 
-/// How many rows make a block of some 20 ms, after one of so many rows took so long.
+/// The size of a block of about 20 ms. `took` is the time of the last block, of `count` rows.
 std::size_t nextSize(std::size_t count, Clock::duration took)
 {
     const double each = std::chrono::duration<double>(took).count() / static_cast<double>(count);
-    // A search for one row says little about one for many, which may be several times as fast.
+    // The time of a single search overestimates the time per row of a search for many rows, which may be several times as fast.
     const double most = count < together ? 0.16 : 0.04;
     if (each * together <= most) {
         const auto fits = static_cast<std::size_t>(std::min(0.02 / std::max(each, 1e-9), static_cast<double>(largest)));

@@ -44,7 +44,7 @@ nb::dict overridesOf(const ktClassifierFrequencies& frequencies)
     return overrides;
 }
 
-/// `Name(default)` or `Name(default, {...})`.
+/// The text `Name(default)` or `Name(default, {...})`.
 template <class T>
 std::string writtenWith(const char* name, double byDefault, const T& self)
 {

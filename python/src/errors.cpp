@@ -12,7 +12,7 @@ void bindErrors()
             std::rethrow_exception(failure);
         } catch (const ktException& error) {
             const nb::object make = nb::module_::import_("clastool.errors").attr("_make");
-            // A damaged archive may bring any bytes into a text.
+            // A damaged archive may put any bytes into a message.
             const std::string text = error.message();
             const nb::object decoded =
                 nb::steal(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "backslashreplace"));

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-/// What an archive of `value` holds behind its version byte, in this order: the way to what a class of values keeps to itself.
+/// Reads the fields that an archive of `value` holds after its version byte, in this order. This gives access to private members.
 template <class T, class... Fields>
 void readFields(const T& value, Fields&... fields)
 {

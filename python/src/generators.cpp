@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The patterns as rows, and their labels.
+/// Two arrays: the patterns, one row each, and their labels.
 nb::tuple arraysOf(ktClassifierDataProviderMemory data)
 {
     const auto size = static_cast<std::size_t>(data.numPatterns());

@@ -8,25 +8,25 @@
 
 namespace nb = nanobind;
 
-/// A metric that asks a function of Python's, with two arrays of numbers. Archives do not know it.
+/// A metric that calls a Python function with two arrays. Archives cannot hold it.
 class PythonMetric : public ktPatternDistanceMetric {
 public:
     explicit PythonMetric(nb::object function);
 
     double distance(const ktFeaturePattern& a, const ktFeaturePattern& b) const override;
     ktPtrHandle<ktPatternDistanceMetric> clone() const override;
-    /// The very same function, or an equal one.
+    /// True for the same function object, or an equal one.
     bool isEquivalent(const ktPatternDistanceMetric& other) const override;
 
     /// Takes the interpreter lock.
     nb::object function() const { return *function_; }
 
 private:
-    // Shared, so that copies are made without the interpreter lock; the last one takes it.
+    // Shared, so that copying needs no interpreter lock. The last owner takes the lock to release the function.
     std::shared_ptr<const nb::object> function_;
 };
 
-/// The metric that a Python object stands for: None, the norm of order 2; a Norm; or a function.
+/// The metric of a Python object: None is the norm of order 2; otherwise a Norm or a function.
 ktPtrHandle<ktPatternDistanceMetric> metricOf(nb::handle object);
-/// The object that stands for the metric.
+/// The Python object of a metric: a Norm or the function.
 nb::object objectOf(const ktPatternDistanceMetric* metric);

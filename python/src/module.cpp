@@ -7,7 +7,7 @@
 
 namespace {
 
-/// A name that no other copy of this extension in the process has, so that none takes the types of another for its own.
+/// A name that is unique in the process. Without it, two copies of this extension would share their types.
 const char* nameOfCopy()
 {
     static const std::string name = "clastool " + std::to_string(reinterpret_cast<std::uintptr_t>(&name));
@@ -18,12 +18,12 @@ const char* nameOfCopy()
 
 #undef NB_DOMAIN_STR
 #define NB_DOMAIN_STR nameOfCopy()
-// What the macro defines under the name by which Python asks for the module; see the end of this file.
+// Renames the function that NB_MODULE defines. The end of this file defines the one that Python calls.
 #define PyInit__clastool makeModule
 
 NB_MODULE(_clastool, module)
 {
-    // A metric of Python's that leads back to its tool is a circle that Python does not see.
+    // A Python metric may refer to its own tool. The garbage collector does not see this cycle, so nanobind would report a leak.
     nb::set_leak_warnings(false);
     module.attr("__version__") = KT_VERSION_STRING;
     bindErrors();
@@ -40,7 +40,7 @@ NB_MODULE(_clastool, module)
 #undef PyInit__clastool
 
 extern "C" NB_EXPORT PyObject* PyInit__clastool();
-/// Asked before anything is made: the types of this module are one for the process, so a second interpreter would take them from the first.
+/// Refuses a second interpreter before the module exists. The types exist once for the process, so it would share them with the first.
 extern "C" PyObject* PyInit__clastool()
 {
     if (PyInterpreterState_GetID(PyInterpreterState_Get()) != 0) {

@@ -143,7 +143,7 @@ void makeKnn(Knn* self, long k, nb::handle metric, const ktClassifierCosts* cost
     new (self) Knn(params);
 }
 
-/// What a call of the class with these arguments takes to give the same; left out where it is as usual.
+/// The end of the text of parameters, with `throw_if_not_ready` only if it is not the default.
 std::string flagOf(const ktClassifierTrainParams& self)
 {
     return self.throwIfNotReady() ? ")" : ", throw_if_not_ready=False)";

@@ -6,8 +6,8 @@ class ktDecisionTree;
 
 namespace nb = nanobind;
 
-// The parts of the extension module, each in a file of its own. An order of calls is an order of classes: what names a class in a
-// signature comes behind it.
+// The parts of the extension module, one file for each. The order of the calls matters: a class must be bound before another part names it
+// in a signature.
 
 void bindErrors();
 void bindPatterns(nb::module_& module);
@@ -19,5 +19,5 @@ void bindRules(nb::module_& module);
 void bindGenerators(nb::module_& module);
 void bindTool(nb::module_& module);
 
-/// A copy of the tree as a Python object of its class, which shares what is below it.
+/// A Python object of the tree's own class. It holds a copy, which shares the children.
 nb::object treeObjectOf(const ktDecisionTree* tree);

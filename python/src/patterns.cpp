@@ -9,7 +9,7 @@
 
 namespace {
 
-/// What is missing is 0 inside, so that patterns that lack the same are equal, as NaN never is.
+/// Missing measurements hold 0, because NaN is not equal to itself: patterns with the same gaps shall be equal.
 ktFeaturePattern made(std::vector<double> numbers, std::vector<long> missing)
 {
     for (std::size_t i = 0; i < numbers.size(); ++i) {
@@ -29,7 +29,7 @@ void make(ktFeaturePattern* self, nb::handle values, const std::vector<long>& in
     new (self) ktFeaturePattern(made(numbersOf(values), invalid));
 }
 
-/// Python counts from the end too.
+/// Negative indices count from the end, as in Python.
 long place(const ktFeaturePattern& self, long index)
 {
     const long size = self.numMeasurements();

@@ -31,7 +31,7 @@ nb::object objectOf(const Score* score)
     throw ktBadPointer();
 }
 
-/// Copies that nobody else has: a rule shares what it is given.
+/// Copies of the scoring functions, because a rule shares those that it is given.
 Methods methodsOf(const std::vector<const Score*>& scores)
 {
     Methods methods;

@@ -34,7 +34,7 @@ kt_ClassifierKNN& requireNeighbors(const ktClassifierTool& tool)
     return *classifier;
 }
 
-/// In which column a category stands.
+/// Finds the column of a category by its label.
 class Columns {
 public:
     explicit Columns(const std::vector<long>& categories) : categories_(categories)
@@ -65,7 +65,7 @@ private:
     std::vector<std::size_t> columns_;
 };
 
-/// The costs that a run uses; null for a decision tree, whose leaves hold what came of them.
+/// The costs that a run uses; null for a decision tree, whose leaves hold expected costs.
 std::shared_ptr<const ktClassifierCosts> costsOf(const ktClassifierTool& tool)
 {
     if (auto* neighbors = Access::classifierAs<kt_ClassifierKNN>(tool)) {
@@ -76,7 +76,7 @@ std::shared_ptr<const ktClassifierCosts> costsOf(const ktClassifierTool& tool)
     return params == nullptr ? nullptr : std::make_shared<ktClassifierCosts>(params->misclassificationCosts());
 }
 
-/// What results are made of, a row for each pattern.
+/// The arrays of RowResults, one row for each pattern.
 struct Table {
     std::int64_t* labels;
     double* factorLogs;
@@ -109,7 +109,7 @@ public:
         std::size_t numFound = 0;
         for (const ktClassifierCategoryResult& category : result.categoryResults()) {
             const std::size_t column = columns_[category.categoryLabel()];
-            // A leaf may name a category twice: the first is the one that it decides by.
+            // A leaf may name a category twice. Its decision uses the first entry.
             if (column != Columns::none && std::isnan(expectedCosts[column])) {
                 matchScores[column] = category.matchScore();
                 classScores[column] = category.classScore();
@@ -123,7 +123,7 @@ public:
     }
 
 private:
-    /// What it is expected to cost to decide for a category that got no vote.
+    /// Writes the expected costs of deciding for categories without a vote.
     void writeOthers(const double* classScores, double* expectedCosts, const ktClassifierResult& result) const
     {
         for (std::size_t j = 0; j < categories_.size(); ++j) {
@@ -147,7 +147,7 @@ private:
     Table table_;
 };
 
-/// What one thread makes patterns with, and keeps for the next block.
+/// The storage of one thread, which it reuses for each block.
 class Worker {
 public:
     explicit Worker(const Rows& rows) : maker_(rows) {}
@@ -241,7 +241,7 @@ nb::object logLikelihoods(const Trained& trained, const Rows& rows, unsigned thr
     if (bayes == nullptr) {
         throw ktClassifierDefs::BadMethod("Classifier tool was not trained by Bayes");
     }
-    // A training that ran out of memory leaves the models alone.
+    // If training ran out of memory, the models with borrowed spreads are missing.
     const Access::Models& models = Access::evaluated(*bayes).size() == Access::models(*bayes).size()
                                        ? Access::evaluated(*bayes)
                                        : Access::models(*bayes);

@@ -43,7 +43,7 @@ std::vector<long> categoriesOf(const ktClassifierTool& tool)
     return {};
 }
 
-/// Training data that are in an array: a pattern is made when it is asked for, and forgotten when nobody keeps it.
+/// Training data in an array. It makes a pattern on each request, and keeps no pattern but the last.
 class RowProvider : public ktClassifierDataProvider, public kt_TrainingWatch {
 public:
     RowProvider(const Rows& rows, const Labels& labels, Watch& watch)
@@ -73,7 +73,7 @@ public:
         }
         return failure_ == nullptr;
     }
-    /// Throws what ended the training when all patterns were given.
+    /// Throws the exception that ended the training after the last row was read.
     void rethrow() const
     {
         if (failure_) {

@@ -25,7 +25,7 @@ namespace {
 
 using Access = kt_KitAccess;
 
-/// The parameters that a Python object is.
+/// The parameters in a Python object.
 const ktClassifierTrainParams& paramsOf(nb::handle object)
 {
     if (nb::isinstance<ktClassifierTrainParamsKNN>(object)) {
@@ -47,7 +47,7 @@ const char* techniqueOf(const ktClassifierTool& tool)
                                                                           : "tree";
 }
 
-/// How many patterns of each category were learnt.
+/// The number of learnt patterns of each category.
 std::map<long, long> countsOf(const ktClassifierTool& tool)
 {
     std::map<long, long> counts;
@@ -83,7 +83,7 @@ long numMeasurementsOf(const ktClassifierTool& tool)
 
 nb::object paramsIn(const ktClassifierTool& tool)
 {
-    // Asks for what there is, or says why there is none; nothing is changed.
+    // trainParams() throws if there are no parameters, and is not const.
     ktClassifierTool copy = tool;
     const ktPtrHandle_const<ktClassifierTrainParams> params = copy.trainParams();
     if (auto* neighbors = Access::classifierAs<kt_ClassifierKNN>(tool)) {
@@ -173,7 +173,7 @@ void merge(SharedTool& self, const SharedTool& other)
     });
 }
 
-/// The bytes of a file of the kit, which hold all that a run and further training depend on; or those of the tool's own archive.
+/// The bytes of a kit file, which holds everything that runs and further training need; with `plain`, those of the tool's own archive.
 std::string bytesOf(const ktClassifierTool& tool, bool plain)
 {
     std::ostringstream stream(std::ios::binary);
@@ -187,7 +187,7 @@ std::string bytesOf(const ktClassifierTool& tool, bool plain)
     return stream.str();
 }
 
-/// Whether the stream goes on with the tool's own archive.
+/// Whether the stream holds the tool's own archive, not a kit file.
 bool isPlain(std::istream& stream)
 {
     char begin[4] = {};
@@ -197,7 +197,7 @@ bool isPlain(std::istream& stream)
     return std::string(begin, sizeof begin) == "KTAR";
 }
 
-/// A tool that runs with the parameters that it was stored with, which nearest neighbours take when they are told to.
+/// A tool that runs with its stored parameters. Nearest neighbours take them only by `retrain`.
 ktClassifierTool loadedPlain(std::istream& stream)
 {
     ktClassifierTool tool;
@@ -227,14 +227,14 @@ SharedTool fromBytes(const std::string& bytes)
     return SharedTool(isPlain(stream) ? loadedPlain(stream) : ktKit::load(stream));
 }
 
-/// Any object that has bytes.
+/// Takes any object that supports the buffer protocol.
 SharedTool fromBuffer(nb::handle data)
 {
     const nb::bytes bytes(data);
     return fromBytes(std::string(bytes.c_str(), bytes.size()));
 }
 
-/// The name of a file as the system takes it.
+/// The name of a file in the encoding of the file system.
 std::string pathOf(nb::handle path)
 {
     const nb::bytes name = nb::cast<nb::bytes>(nb::module_::import_("os").attr("fsencode")(path));
@@ -267,7 +267,7 @@ SharedTool load(nb::handle path)
     return SharedTool(isPlain(file) ? loadedPlain(file) : ktKit::load(name));
 }
 
-/// The tool with the Euclidean norm in place of a metric of Python's, which archives do not know.
+/// The tool with the Euclidean norm in place of a Python function, which archives cannot hold.
 ktClassifierTool withoutFunction(ktClassifierTool tool, ktClassifierTrainParamsKNN params)
 {
     params.distanceMetric(ktPatternDistanceMetricNorm());
@@ -275,7 +275,8 @@ ktClassifierTool withoutFunction(ktClassifierTool tool, ktClassifierTrainParamsK
     return tool;
 }
 
-/// How pickle makes the tool again: from bytes, which protocol 5 may leave out of its own, and the metric if it is a function.
+/// The recipe by which pickle makes the tool again: its bytes, and its parameters if their metric is a function. From protocol 5 on the
+/// bytes may be pickled out of band.
 nb::tuple reduce(nb::handle self, int protocol)
 {
     const std::shared_ptr<const Trained> trained = nb::cast<const SharedTool&>(self).now();

@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
-/// A tool that nothing changes any more, and what calls on it ask again and again.
+/// A tool that does not change, with values that many calls need.
 class Trained {
 public:
     explicit Trained(ktClassifierTool tool);
-    /// Of a tool that answers with the same labels as the other.
+    /// Requires: the tool answers with the same labels as `other`, whose list of labels is copied.
     Trained(ktClassifierTool tool, const Trained& other) : tool_(std::move(tool)), categories_(other.categories_) {}
 
     const ktClassifierTool& tool() const { return tool_; }
@@ -26,17 +26,18 @@ private:
     std::vector<long> categories_;
 };
 
-/// The tool that Python holds: another one takes the place of what is in it, so whoever runs it meanwhile has the old one to the end.
+/// The tool that Python holds. A change exchanges the whole Trained, so a call that runs meanwhile keeps the old one to its end.
 class SharedTool {
 public:
     SharedTool();
     explicit SharedTool(ktClassifierTool tool);
-    /// Shares what is in it now.
+    /// Shares the present Trained.
     SharedTool(const SharedTool& other);
 
     std::shared_ptr<const Trained> now() const { return std::atomic_load(&trained_); }
     void take(ktClassifierTool tool);
-    /// Exchanges the tool for what `changed` makes of it, unless it was exchanged meanwhile: then for what that makes of the new one.
+    /// Exchanges the tool for what `changed` returns for it. If another thread exchanged it meanwhile, calls `changed` again with the
+    /// new one.
     template <class Changed>
     void change(Changed changed)
     {
@@ -49,5 +50,5 @@ private:
     std::shared_ptr<const Trained> trained_;
 };
 
-/// Trains a new tool on rows, which it reads where they are.
+/// Trains a new tool on rows. Bayes makes no copy of them.
 ktClassifierTool trainedOn(const Rows& rows, const Labels& labels, const ktClassifierTrainParams& params, Watch& watch);

@@ -12,7 +12,7 @@ namespace {
 
 using Indices = std::vector<long>;
 
-/// A copy of the predicate, of its own class.
+/// A Python object of the predicate's own class, with a copy.
 nb::object objectOf(const ktPredicateFunction* predicate)
 {
     if (const auto* const comparison = dynamic_cast<const ktComparisonPredicate*>(predicate)) {
@@ -27,7 +27,7 @@ nb::object objectOf(const ktPredicateFunction* predicate)
     throw ktBadPointer();
 }
 
-/// A copy of the tree, of its own class, which shares what is below it.
+/// A Python object of the tree's own class. It holds a copy, which shares the children.
 nb::object objectOf(const ktDecisionTree* tree)
 {
     if (const auto* const node = dynamic_cast<const ktDecisionTreeNode*>(tree)) {

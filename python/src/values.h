@@ -11,7 +11,7 @@
 
 namespace nb = nanobind;
 
-// What the classes of values have in common: bytes by archives, copies through these, and how they are written.
+// What the classes of values share: comparison, pickling and copies by archives, and their text.
 
 /// The bytes of an archive that holds the value.
 template <class T>
@@ -37,7 +37,7 @@ T loaded(const nb::bytes& bytes)
     return value;
 }
 
-/// As Python writes it.
+/// The text that `repr` returns.
 inline std::string written(nb::handle object)
 {
     return nb::cast<std::string>(nb::repr(object));
@@ -47,13 +47,13 @@ inline std::string written(double number)
     return written(nb::float_(number));
 }
 
-/// A class whose values cannot be a key of a dictionary, because equal ones need not stay equal.
+/// Makes the values of a class unhashable: they can change, so equal values need not stay equal.
 inline void isUnhashable(nb::object type)
 {
     type.attr("__hash__") = nb::none();
 }
 
-/// Values compare by the library's own operator; with anything else Python goes on to ask the other side.
+/// Values compare by the library's own operator. For other objects Python tries the other operand.
 template <class T, class Class>
 void compares(Class& type)
 {
@@ -66,7 +66,7 @@ void compares(Class& type)
     isUnhashable(type);
 }
 
-/// Values go into bytes by an archive: pickling, and copies by the module copy, which goes the same way.
+/// Values are pickled as the bytes of an archive. The module `copy` uses the same functions.
 template <class T, class Class>
 void pickles(Class& type)
 {

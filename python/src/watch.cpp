@@ -2,10 +2,10 @@
 
 namespace {
 
-/// So often that Ctrl-C seems to end work at once; so seldom that a wait for the interpreter lock in between counts little.
+/// Short enough that Ctrl-C seems to act at once, and long enough that waiting for the interpreter lock costs little time.
 constexpr std::chrono::milliseconds interval(10);
 
-/// Python runs the handlers of signals on this thread alone.
+/// Python runs signal handlers on the main thread only.
 bool isOnMainThread()
 {
     const nb::module_ threading = nb::module_::import_("threading");

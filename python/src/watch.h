@@ -7,14 +7,15 @@
 
 namespace nb = nanobind;
 
-/// Looks up from long work every now and then: at signals, so that Ctrl-C ends it, and to tell how far it is. The library's own
-/// attention check would cost a search among neighbours most of its speed, and is one for all threads.
+/// Looks up from long work every few milliseconds: handles signals, so that Ctrl-C ends the work, and reports progress. It does not use
+/// the library's attention check. That one would cost searches among neighbours most of their speed, and is one for all threads.
 class Watch {
 public:
-    /// Work of so many rows. `progress` is None or a function of two numbers, the rows done and all of them.
+    /// `all` is the number of rows. `progress` is None or a function of two numbers: the rows done and all rows.
     Watch(nb::handle progress, std::size_t all);
 
-    /// Looks up if the last time was some milliseconds ago. For the thread that made this, without the interpreter lock.
+    /// Looks up if the last time was some milliseconds ago.
+    /// Requires: the thread that made this object calls it, without the interpreter lock.
     /// Throws: nb::python_error, KeyboardInterrupt or what `progress` raises.
     void look(std::size_t done)
     {
@@ -22,7 +23,7 @@ public:
             lookUp(done);
         }
     }
-    /// Says that all is done.
+    /// Reports that all rows are done.
     void finish();
 
 private:

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Null for a model that is missing or of a class that may do everything in its own way.
+/// Null for a missing model, and for one of another class, which may override everything.
 const kt_CategoryModelBayesian* exactly(const ktPtrHandle<kt_CategoryModel>& model)
 {
     const kt_CategoryModel* object = model.get();
@@ -38,7 +38,7 @@ double squared(double value)
 kt_BorrowedSpreads::Models kt_BorrowedSpreads::completed(const Models& models)
 {
     kt_BorrowedSpreads spreads;
-    // An archive may hold one model under many handles.
+    // A loaded archive may hold one model under many handles.
     std::unordered_map<const kt_CategoryModel*, ktPtrHandle<kt_CategoryModel>> made;
     for (const ktPtrHandle<kt_CategoryModel>& model : models) {
         const kt_CategoryModelBayesian* bayesian = exactly(model);
@@ -65,7 +65,7 @@ kt_BorrowedSpreads::Models kt_BorrowedSpreads::completed(const Models& models)
     return result;
 }
 
-/// The density of the group if it is a normal one that can be evaluated.
+/// The density of the group; null unless it is a normal density that can be evaluated.
 const ktNormalDensity* kt_BorrowedSpreads::learntBy(const kt_CategoryModelBayesian& model, std::size_t group)
 {
     const std::vector<long>& indices = model.groups_[group];
@@ -85,10 +85,10 @@ void kt_BorrowedSpreads::note(const kt_CategoryModelBayesian& model)
     }
 }
 
-/// Finds what is lent for each measurement.
+/// Computes the loan for each measurement.
 void kt_BorrowedSpreads::settle()
 {
-    // Stable, so that the sums are the same for every classifier of these models.
+    // A stable sort gives every classifier of these models the same sums.
     std::stable_sort(learnt_.begin(), learnt_.end(),
                      [](const Learnt& a, const Learnt& b) { return a.index < b.index; });
     for (auto first = learnt_.begin(); first != learnt_.end();) {
@@ -99,12 +99,12 @@ void kt_BorrowedSpreads::settle()
     }
 }
 
-/// The square of the spread that these categories lend for one measurement; 0 where they know none.
+/// The squared spread that these categories lend for one measurement; 0 if they have none.
 double kt_BorrowedSpreads::lentBy(const Learnt* first, const Learnt* last)
 {
     const auto number = static_cast<double>(last - first);
     double sumOfCounts = 0.0;
-    // Relative to the first, so that equal means have no spread however many they are.
+    // Relative to the first mean, so that any number of equal means has no spread.
     double mean = 0.0;
     double largest = 0.0;
     for (const Learnt* one = first; one != last; ++one) {
@@ -137,7 +137,7 @@ double kt_BorrowedSpreads::lentFor(long index) const
     return std::lower_bound(loans_.begin(), loans_.end(), index, isBefore)->variance;
 }
 
-/// Null if the model borrows nothing.
+/// A copy of the model that borrows; null if the model borrows nothing.
 ktPtrHandle<kt_CategoryModel> kt_BorrowedSpreads::standInFor(const kt_CategoryModelBayesian& model)
 {
     ktPtrHandle<kt_CategoryModelBayesian> made;
@@ -160,7 +160,7 @@ ktPtrHandle<kt_CategoryModel> kt_BorrowedSpreads::standInFor(const kt_CategoryMo
     return made;
 }
 
-/// What of a group is evaluated. A measurement that it names again says nothing more.
+/// The measurements of a group that are evaluated. A repeated measurement is evaluated once.
 kt_BorrowedSpreads::Part kt_BorrowedSpreads::partOf(const kt_CategoryModelBayesian& model, std::size_t group)
 {
     Part part;

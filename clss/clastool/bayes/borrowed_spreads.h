@@ -7,41 +7,41 @@
 #include <vector>
 
 /// The spreads that categories lend each other. A measurement that did not vary within a category has no spread of its own there
-/// (ktNormalDensity::hasSpread), and would overrule all others. It is evaluated with
+/// (ktNormalDensity::hasSpread), and would overrule all other measurements. Its evaluation takes the first of these:
 ///
-/// 1. the pooled spread within categories: its square is the sum of n_c var_c over the sum of n_c, over the categories c that
-///    model this measurement by a normal density, n_c their counts, var_c 0 where they have no spread;
-/// 2. if that is 0, the spread of these categories' means: the root of their mean squared distance from their mean;
-/// 3. if that is 0 too, but for rounding, or if a mean or variance is not finite, the measurement says nothing about the
-///    categories, and is left out of all of them.
+/// 1. The pooled spread within categories. Its square is the sum of n_c var_c, divided by the sum of n_c. Both sums go over the
+///    categories c that model the measurement by a normal density. n_c is their count, and var_c their variance, 0 without a spread.
+/// 2. If that is 0: the spread of these categories' means, the root of their mean squared distance from their mean.
+/// 3. If that is 0 too, up to rounding, or if a mean or variance is not finite: nothing. The measurement does not distinguish the
+///    categories, and all of them leave it out.
 ///
-/// A model's state does not change. A copy of the model is evaluated in its place: it shares the densities that borrow nothing, and
-/// has stand-ins for the others.
+/// The state of a model does not change. A copy of the model is evaluated instead. It shares the densities that borrow nothing, and has
+/// stand-ins for the others.
 class kt_BorrowedSpreads {
 public:
     using Models = std::vector<ktPtrHandle<kt_CategoryModel>>;
 
-    /// The models to evaluate in place of these, one for one: a model itself where it borrows nothing, and where it is missing or
-    /// of another class than kt_CategoryModelBayesian. Only normal densities that can be evaluated lend and borrow; one that a
-    /// damaged archive put into several groups borrows in the first alone.
-    /// Cost: groups times the logarithm of their number, and the size of what borrows.
+    /// For each model the one to evaluate. It is the model itself if that borrows nothing, is missing, or has another class than
+    /// kt_CategoryModelBayesian. Only normal densities that can be evaluated lend and borrow. A damaged archive may put one density into
+    /// several groups; it borrows in the first one alone.
+    /// Cost: n log n in the number of groups, and the size of the densities that borrow.
     static Models completed(const Models& models);
 
 private:
-    /// What a category has learnt of a measurement.
+    /// What a category learnt about one measurement.
     struct Learnt {
         long index;
         double count;
         double mean;
         double variance;
     };
-    /// The square of the spread that is lent for a measurement; 0 where it says nothing.
+    /// The squared spread that the categories lend for one measurement; 0 if all of them leave it out.
     struct Loan {
         long index;
         double variance;
     };
-    /// What of a group is evaluated: which of its measurements, their indices in the pattern, and what variances they borrow, 0
-    /// for one with a spread of its own.
+    /// The measurements of a group that are evaluated: their places in the group, their indices in the pattern, and the variances that
+    /// they borrow, 0 for a measurement with its own spread.
     struct Part {
         std::vector<std::size_t> kept;
         std::vector<long> indices;

@@ -1,12 +1,12 @@
 // A category as a product of densities, one for each group of measurements. docs/bayes.md says what groups are for,
 // docs/numerics.md how densities are evaluated.
 //
-// In come a pattern's values, out comes the sum of the groups' log densities. The first evaluation makes a Plan: for each group its
-// kt_GroupDensity, and for runs of groups of one normal measurement their constants side by side, so that one loop evaluates them all.
-// The plan is published atomically and made anew when a density has changed.
+// An evaluation takes a pattern's values and returns the sum of the groups' log densities. The first evaluation makes a Plan and
+// publishes it atomically. The plan holds a kt_GroupDensity for each group. Consecutive groups of a single normal measurement form a run;
+// the plan holds their constants side by side, so that one loop evaluates the whole run. A changed density makes the plan out of date.
 //
 //     plan, scoreOf    evaluation
-//     adapt            learning one pattern: first what can fail, in every group, then the change
+//     adapt            learning one pattern: first the steps that can fail, for all groups; then the change
 
 #include <clastool/bayes.h>
 
@@ -44,7 +44,7 @@ kt_ProbabilityDensityFunction* newDensity(Types::DistributionType type, const kt
     throw ktClassifierDefs::BadParams("Unknown distribution type");
 }
 
-/// Apart from the loop over groups, which needs a smaller stack frame.
+/// Not inlined, so that the loop over groups keeps a small stack frame.
 KT_NOINLINE double logValueOf(const kt_GroupDensity& group, const ktFeaturePattern& pattern)
 {
     return group.logValue(pattern);
@@ -97,36 +97,35 @@ kt_CategoryModelBayesian::kt_CategoryModelBayesian(long categoryLabel, const std
     numMeasurements(static_cast<long>(total));
 }
 
-/// What a run needs of the groups, laid out so that patterns need not be looked at one measurement at a time where the density
-/// is a normal one.
+/// The constants of an evaluation, laid out so that normal densities read a pattern's values as one array.
 struct kt_CategoryModelBayesian::Plan {
     struct Step {
         kt_GroupDensity group;
-        /// Behind the last of the consecutive single groups that begin here; here where the group is none.
+        /// The end of the run of single groups that begins with this group; the group's own place if it is not a single group.
         std::size_t runEnd;
-        /// The density of the group, if it is a normal one of measurements that a pattern may have.
+        /// The group's density; null unless it is a normal density and no index is negative.
         const ktNormalDensity* normal = nullptr;
-        /// The number of its measurements.
+        /// The number of measurements in the group.
         std::size_t size = 0;
-        /// Their indices in the pattern; null if they follow one another.
+        /// Their indices in the pattern; null if the indices are consecutive.
         const long* scattered = nullptr;
     };
-    /// One for each group.
+    /// One for each group, as in the vectors below.
     std::vector<Step> steps;
-    /// The first measurement of the group.
+    /// The index of the group's first measurement.
     std::vector<std::size_t> indices;
     std::vector<double> means;
     std::vector<double> inverseDeviations;
     std::vector<double> logScales;
-    /// What the densities of these were evaluated with.
+    /// The evaluation numbers of the densities that the constants come from.
     std::vector<std::uint64_t> evaluations;
-    /// How many measurements a pattern must have.
+    /// The least number of measurements with which a pattern has all indices of the normal densities.
     std::size_t reach = 0;
 
-    /// The revision of all densities at which this plan was last found up to date.
+    /// The revision of all densities at the last check that found the plan up to date.
     mutable std::atomic<unsigned long> revision;
-    /// The plan before this one, which other threads may still be checking. Freed when the next plan is made: between the two a
-    /// density has changed, and no run may overlap that.
+    /// The previous plan, which other threads may still be checking. It is freed when the next plan is made: before that a density
+    /// changes, and no run may overlap the change.
     mutable std::unique_ptr<const Plan> previous;
 
     explicit Plan(std::size_t size)
@@ -140,14 +139,14 @@ struct kt_CategoryModelBayesian::Plan {
     {
     }
 
-    /// Copies of the model share the densities, which may have learnt through them. While no density of the process has changed,
-    /// none needs a look.
+    /// Copies of the model share its densities, which may learn through these copies. If no density of the process has changed, no check
+    /// is needed.
     bool isKnownUpToDate() const
     {
         return revision.load(std::memory_order_relaxed) == ktNormalDensity::evaluatedRevision();
     }
 
-    /// Looks at the densities, and notes it if none has changed.
+    /// Checks the densities. Notes the revision if none has changed.
     bool isUpToDate() const
     {
         const unsigned long now = ktNormalDensity::evaluatedRevision();
@@ -160,9 +159,9 @@ struct kt_CategoryModelBayesian::Plan {
         return true;
     }
 
-    /// Adds the log densities of groups [begin, end) to the sum, in their order; a value that is not finite adds nothing. These are the
-    /// density's own operations. The terms are computed first, because no term depends on another; then they are added. Not inlined, so
-    /// that the sum stays in a register.
+    /// Adds the log densities of groups [begin, end) to the sum, in their order. A value that is not finite adds 0. The operations are
+    /// those of ktNormalDensity. The terms are independent, so a loop that compilers can vectorise computes them; another one adds them.
+    /// Not inlined, so that the sum stays in a register.
     KT_NOINLINE double add(double sum, std::size_t begin, std::size_t end, const double* values) const
     {
         constexpr std::size_t block = 32;
@@ -246,7 +245,7 @@ const kt_CategoryModelBayesian::Plan* kt_CategoryModelBayesian::plan() const
             step.runEnd = joinsNext ? fresh->steps[i + 1].runEnd : i + 1;
         }
     }
-    // Several threads may have come this far. All use the plan that the first one publishes.
+    // Several threads may arrive here. All use the plan that the first thread publishes.
     const Plan* current = old;
     const bool isFirst =
         plan_.compare_exchange_strong(current, fresh.get(), std::memory_order_acq_rel, std::memory_order_acquire);
@@ -265,7 +264,7 @@ kt_GroupDensity kt_CategoryModelBayesian::group(std::size_t index) const
     return {groups_[index], densities_[index]};
 }
 
-/// A loaded model may be damaged: it need not have a group for every density.
+/// A damaged archive may leave groups without densities, or densities without groups.
 std::size_t kt_CategoryModelBayesian::numGroups() const
 {
     return std::min(groups_.size(), densities_.size());
@@ -286,7 +285,7 @@ double kt_CategoryModelBayesian::matchScore(const ktFeaturePattern& pattern, ktD
     return scoreOf(pattern, kt_MeasuredValues(pattern));
 }
 
-/// The values are the pattern's.
+/// Requires: `values` are those of the pattern.
 double kt_CategoryModelBayesian::scoreOf(const ktFeaturePattern& pattern, const kt_MeasuredValues& values) const
 {
     try {
@@ -326,8 +325,8 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
         bool wasUnused;
         bool isTaught;
     };
-    // Everything that can fail comes first. A density that had learnt nothing takes its size from this pattern, and gives it up again
-    // if a later density refuses the pattern.
+    // All steps that can fail come first. A density that had learnt nothing takes its size from this pattern. If a later density refuses
+    // the pattern, it is cleared again.
     const std::size_t size = numGroups();
     std::size_t largest = 0;
     for (const std::vector<long>& group : groups_) {
@@ -362,7 +361,7 @@ void kt_CategoryModelBayesian::adapt(const ktFeaturePattern& pattern, ktDiagObje
     }
 }
 
-/// Notes for each measurement whether a normal density models it, and whether the value is within reach of one.
+/// Sets `isJudged` for each measurement that a normal density models, and `isReached` if its value is within reach of one.
 /// Requires: the pattern was evaluated before, so no density is missing.
 void kt_CategoryModelBayesian::noteReach(const ktFeaturePattern& pattern, std::vector<bool>& isJudged,
                                          std::vector<bool>& isReached) const

@@ -16,7 +16,7 @@
 
 namespace {
 
-/// A log-likelihood that only a density at its limit gives.
+/// Only a density that has reached its lower limit gives such a log-likelihood.
 constexpr double hopeless = -1e299;
 
 const ktClassifierTrainParamsBayesian& asBayesian(const ktClassifierTrainParams& params)
@@ -28,7 +28,7 @@ const ktClassifierTrainParamsBayesian& asBayesian(const ktClassifierTrainParams&
     return *bayesian;
 }
 
-/// The stored parameters. Throws ktBadPointer if a damaged archive left none, or those of another technique.
+/// The stored parameters. Throws ktBadPointer if a damaged archive left none, or parameters of another technique.
 const ktClassifierTrainParamsBayesian& heldBayesian(const ktPtrHandle_const<ktClassifierTrainParams>& params)
 {
     const auto* bayesian = dynamic_cast<const ktClassifierTrainParamsBayesian*>(params.get());
@@ -111,14 +111,14 @@ void kt_ClassifierBayesian::train_(const ktClassifierDataProvider& provider, con
 void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
                                   const ktClassifierTrainParamsBayesian& params)
 {
-    // Training only reads the provider; its interface declares three of the readers without const.
+    // Training only reads the provider, but three of the functions that read are not const.
     auto& data = const_cast<ktClassifierDataProvider&>(provider);
     const long numPatterns = data.numPatterns();
     if (numPatterns < 1) {
         return;
     }
     const long numMeasurements = data.numMeasurements();
-    // The patterns that each model has still to learn. The first pattern of a category is learnt at once: it fixes the densities' sizes.
+    // The patterns that wait for each model. A model learns its first pattern at once, because it fixes the densities' sizes.
     std::vector<std::unique_ptr<kt_PatternBatch>> batches;
     for (long i = 0; i < numPatterns; ++i) {
         const ktPtrHandle_const<ktFeaturePattern> pattern = data.featurePattern(i);
@@ -143,7 +143,7 @@ void kt_ClassifierBayesian::learn(const ktClassifierDataProvider& provider,
     }
 }
 
-/// Each measurement that is in no group yet starts one: its dependency set if it has one, else a group of its own.
+/// A measurement that is in no group yet begins one. The group is its dependency set, or the measurement alone if it has none.
 kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMeasurements,
                                                           const ktClassifierTrainParamsBayesian& params)
 {
@@ -152,7 +152,7 @@ kt_CategoryModelBayesian* kt_ClassifierBayesian::newModel(long label, long numMe
     std::vector<ktClassifierDistributionTypes::DistributionType> groupTypes;
     const auto claimed = static_cast<std::size_t>(std::max(numMeasurements, 0L));
     if (claimed > groups.max_size()) {
-        // More than any memory holds, so the provider's number cannot be true.
+        // No vector can be that long, so the provider's number is wrong.
         throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
     }
     std::vector<bool> isGrouped(claimed);
@@ -207,7 +207,7 @@ void kt_ClassifierBayesian::checkRunnable_() const
         throw ktClassifierDefs::InsufficientTrainData("No valid data was provided for training.");
     }
     const kt_CategoryModel& first = *models_.front();
-    // A loaded model may hold any number of measurements. Its groups bound how many it can read.
+    // A loaded model may claim any number of measurements. Its groups cannot read more than their sizes.
     std::size_t most = 0;
     if (const auto* bayesian = dynamic_cast<const kt_CategoryModelBayesian*>(&first)) {
         most = bayesian->groupSizes();
@@ -231,7 +231,7 @@ void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierRe
     }
     for (std::size_t i = 0; i < models_.size(); ++i) {
         const double matchScore = std::exp((0.0 - reference) + verdicts[i].logLikelihood);
-        // In place: copying what was just written in smaller parts makes a processor wait.
+        // In place: copying an object right after writing its members stalls the processor.
         new (&verdicts[i].category) ktClassifierCategoryResult(models_[i]->categoryLabel(), matchScore, 0.0, 0.0);
     }
     kt_DecisionRule::decide(result, verdicts, params.categoryFrequencies(), params.misclassificationCosts(),
@@ -241,7 +241,7 @@ void kt_ClassifierBayesian::run_(const ktFeaturePattern& pattern, ktClassifierRe
 /// The log-likelihoods of the categories, and the largest of them.
 double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<kt_Verdict>& verdicts) const
 {
-    // After a training that ran out of memory there are no models with borrowed spreads.
+    // If training ran out of memory, the models with borrowed spreads are missing.
     const std::vector<ktPtrHandle<kt_CategoryModel>>& models =
         evaluated_.size() == models_.size() ? evaluated_ : models_;
     const kt_MeasuredValues values(pattern);
@@ -252,7 +252,7 @@ double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<
         verdicts[i].logLikelihood = typeid(model) == typeid(kt_CategoryModelBayesian)
                                         ? static_cast<const kt_CategoryModelBayesian&>(model).scoreOf(pattern, values)
                                         : model.matchScore(pattern, nullptr, 0);
-        // Written so that a NaN score takes over and an equal one does not.
+        // This form lets a NaN score replace the best, and an equal one not.
         if (!(best >= verdicts[i].logLikelihood)) {
             best = verdicts[i].logLikelihood;
         }
@@ -260,7 +260,7 @@ double kt_ClassifierBayesian::score(const ktFeaturePattern& pattern, kt_Scratch<
     return best;
 }
 
-/// The pattern without the measurements that are so far from every category that all their densities are at the limit.
+/// The pattern without the measurements that no category reaches: all their densities are at the lower limit.
 ktFeaturePattern kt_ClassifierBayesian::withoutUnreached(const ktFeaturePattern& pattern) const
 {
     const auto size = static_cast<std::size_t>(pattern.numMeasurements());

@@ -1,9 +1,9 @@
-// The densities of a Bayesian model: kt_PDFMultivariateNormal, which wraps ktNormalDensity (foundation/src/normal_density.cpp), and
-// kt_PDFBinomial. docs/numerics.md, "Binomial density", has its formulas and traps.
+// The densities of a Bayesian model. kt_PDFMultivariateNormal wraps ktNormalDensity (foundation/src/normal_density.cpp).
+// docs/numerics.md, "Binomial density", has the formulas and traps of kt_PDFBinomial.
 //
-// Binomial: training takes proportions x / maximum, accumulates their mean and variance in a normal density, and estimates
-// theta = mean and n = theta (1 - theta) / variance. An evaluation needs three ln m!: plain sums from a table up to m = 100,000,
-// Stirling's series beyond it.
+// kt_PDFBinomial learns proportions x / maximum. A normal density accumulates their mean and variance. The estimates are theta = mean and
+// n = theta (1 - theta) / variance. An evaluation needs ln m! for three m. A table holds the plain sums up to m = 100,000. Beyond it
+// Stirling's series is used.
 
 #include <clastool/bayes.h>
 
@@ -19,7 +19,7 @@
 
 namespace {
 
-/// Truncates towards 0 and saturates at 32 bits; NaN, which no caller has, would become the lowest value.
+/// Truncates towards 0 and saturates at 32 bits. Requires: not NaN.
 std::int32_t truncated(double value)
 {
     constexpr double lowest = std::numeric_limits<std::int32_t>::min();
@@ -29,12 +29,11 @@ std::int32_t truncated(double value)
 
 constexpr std::int64_t tableSize = 100000;
 
-/// The plain sums ln 1 + ... + ln m for m up to `tableSize`, made once a process by the first call that needs them and
-/// published without a lock.
+/// The sums ln 1 + ... + ln m for m up to `tableSize`. The first call that needs them makes them, and publishes them without a lock.
 std::atomic<const double*> logFactorials{nullptr};
 
-/// Frees the sums when the library goes. Apart from the pointer, which outlives every static object: a destructor that runs later and
-/// needs the sums makes them anew.
+/// Frees the sums when the library is unloaded. The pointer is a separate object without a destructor, so it outlives all static
+/// objects. If a destructor that runs later needs the sums, it makes them anew.
 struct FreesLogFactorials {
     FreesLogFactorials() = default;
     ~FreesLogFactorials() { delete[] logFactorials.exchange(nullptr); }  // not covered: runs after the last test
@@ -168,7 +167,7 @@ kt_PDFBinomial::kt_PDFBinomial(const ktFeaturePattern& maxValues) : maximum_(max
 
 kt_PDFBinomial& kt_PDFBinomial::operator=(const kt_PDFBinomial& other)
 {
-    // The accumulator first: it is the only part whose copy can fail.
+    // The accumulator comes first, because only its copy can fail.
     accumulator_ = other.accumulator_;
     kt_ProbabilityDensityFunction::operator=(other);
     numTrials_ = other.numTrials_;
@@ -256,7 +255,7 @@ double kt_PDFBinomial::logValueAt(const ktNormalDensity::Row& row) const
     if (std::isnan(rounded)) {
         return rounded;
     }
-    // Both may be of any sign; their difference needs more than 32 bits.
+    // n and k may have any sign. Their difference needs more than 32 bits.
     const std::int64_t n = numTrials_;
     const std::int64_t k = truncated(rounded);
     return logFactorial(n) - (logFactorial(k) + logFactorial(n - k)) + static_cast<double>(k) * std::log(theta_) +

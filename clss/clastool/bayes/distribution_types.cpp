@@ -26,7 +26,7 @@ bool contains(const std::vector<long>& indices, long index)
     return std::find(indices.begin(), indices.end(), index) != indices.end();
 }
 
-/// Appends the indices that are not there yet, in their order.
+/// Appends the indices that `to` lacks, in their order.
 void appendNew(std::vector<long>& to, const std::vector<long>& indices)
 {
     for (const long index : indices) {
@@ -106,7 +106,7 @@ void ktClassifierDistributionTypes::setDependent(long categoryLabel, const std::
                 "The distribution types of dependent feature measurements must be the same.");
         }
     }
-    // The merged set is built first: the first touched set's members, the listed ones, then the other touched sets'.
+    // The merged set holds the members of the first touched set, then the listed indices, then the members of the other touched sets.
     std::vector<bool> touched(numSets());
     std::vector<long> merged;
     for (std::size_t set = 0; set < touched.size(); ++set) {
@@ -165,7 +165,7 @@ long ktClassifierDistributionTypes::distOverrideIndex_(long categoryLabel, long 
 {
     requireLabel(categoryLabel);
     requireIndex(measurementIndex);
-    // Loaded types may be damaged: the sequences need not be equally long.
+    // A damaged archive may leave sequences of different lengths.
     const std::size_t size = std::min({overrideLabels_.size(), overrideIndices_.size(), overrideTypes_.size()});
     for (std::size_t i = 0; i < size; ++i) {
         if (overrideLabels_[i] == categoryLabel && overrideIndices_[i] == measurementIndex) {
@@ -201,7 +201,7 @@ ktArchive& operator||(ktArchive& archive, ktClassifierDistributionTypes::Distrib
     unsigned long value = type;
     archive || value;
     if (archive.isLoading()) {
-        // Storing must not even write the same value: two threads may store objects that share these types.
+        // Storing must not write even the same value: two threads may store objects that share these types.
         type = static_cast<ktClassifierDistributionTypes::DistributionType>(value);
     }
     return archive;

@@ -3,11 +3,11 @@
 #include <set>
 #include <utility>
 
-/// The pairs of objects that a comparison has found equal. A small archive can hold one object under many handles, so each pair is
-/// compared once. The first pairs are not noted, which saves an allocation.
+/// The pairs of objects that a comparison has found equal. An archive can hold one object under many handles, so each pair is compared
+/// only once. The first 256 pairs are counted but not stored, which saves allocations.
 class kt_EqualPairs {
 public:
-    /// False if the pair is known.
+    /// Adds a pair. Returns false if it is stored already.
     bool add(const void* one, const void* other)
     {
         if (numFirst_ < 256) {

@@ -9,11 +9,11 @@
 #include <typeinfo>
 #include <vector>
 
-/// A group of a category model and its density, whose class is asked once, here. The library's own densities learn and are
-/// evaluated by their state, from rows. A density of any other class, also one derived from these, may do everything in its own
-/// way: it gets patterns. A missing density, which only a damaged archive leaves, is met by the first operation that needs it.
+/// A group of a category model with its density. The constructor asks the class of the density once. The library's own classes learn and
+/// are evaluated from rows, without a pattern. A density of any other class, also a derived one, may override everything, so it gets
+/// patterns. Only a damaged archive leaves a density missing; the first operation that needs it throws.
 ///
-/// Ownership: none; the model outlives it, and keeps its groups and densities meanwhile.
+/// Ownership: none. The model outlives this object, and does not change its groups and densities meanwhile.
 class kt_GroupDensity {
 public:
     kt_GroupDensity() = default;
@@ -34,28 +34,28 @@ public:
 
     /// The group's measurements.
     const std::vector<long>& indices() const { return *indices_; }
-    /// The state of a normal density, null for any other.
+    /// The state of a normal density; null for other densities.
     ktNormalDensity* normal() const { return normal_; }
 
-    /// Whether nothing was learnt that fixes the number of measurements. False for a class of the caller's own.
+    /// Whether the density has learnt nothing, so that its number of measurements is open. False for a class of the caller's own.
     /// Throws: ktBadPointer for a missing density.
     bool isUnused() const
     {
         require();
         return learnt_ != nullptr && learnt_->isUnused();
     }
-    /// Takes back what `prepare` did to a density that was unused.
+    /// Undoes `prepare`. Requires: the density was unused before it.
     void clear() const { learnt_->clear(); }
 
-    /// A normal density learns nothing from a pattern that lacks one of its measurements, and makes no room for them either: the
-    /// group may name more of them than there are.
+    /// Whether the density learns from the pattern. A normal density learns nothing if the pattern is too short for the group. It does not
+    /// allocate for such a group either, which may name any number of measurements.
     bool isTaughtBy(const ktFeaturePattern& pattern) const
     {
         const auto isThere = [&](long index) { return index < pattern.numMeasurements(); };
         return normal_ == nullptr || std::all_of(indices_->begin(), indices_->end(), isThere);
     }
 
-    /// Checks that the density can learn its part of a pattern, and makes room for it.
+    /// Checks that the density can learn the row, and allocates what that needs.
     void prepare(const ktNormalDensity::Row& row) const
     {
         if (normal_ != nullptr) {
@@ -65,7 +65,7 @@ public:
         }
     }
 
-    /// Learns its part of a pattern. Cannot fail after `prepare`, but for a class of the caller's own.
+    /// Learns the row. After `prepare` only a class of the caller's own can fail.
     void learn(const ktNormalDensity::Row& row) const
     {
         if (normal_ != nullptr) {
@@ -94,7 +94,7 @@ public:
     }
 
 private:
-    /// The measurements of a group, as a normal density asks for them.
+    /// Reads the measurements of a group for a normal density.
     class Source : public ktNormalDensity::Source {
     public:
         Source(const ktFeaturePattern& pattern, const std::vector<long>& group) : pattern_(pattern), group_(group) {}
@@ -121,6 +121,6 @@ private:
     kt_ProbabilityDensityFunction* density_ = nullptr;
     ktNormalDensity* normal_ = nullptr;
     kt_PDFBinomial* binomial_ = nullptr;
-    // What the density learns with; null for a class of the caller's own.
+    // The state that learns; null for a class of the caller's own.
     ktNormalDensity* learnt_ = nullptr;
 };

@@ -9,16 +9,16 @@
 #include <utility>
 #include <vector>
 
-/// Collects the patterns that a category model learns in a training, and lets it learn many in one call, with the bits of learning
-/// them one by one: a density's work per call then counts for many patterns, and the groups of a single measurement learn side by
-/// side.
+/// Collects the patterns that a category model learns in a training. The model learns many of them in one call, so that a density's
+/// fixed work per call counts once, and groups of a single measurement learn side by side. The state is the same to the bit as after
+/// learning the patterns one by one.
 ///
-/// A pattern waits here only if the model is sure to learn it: all densities are normal, all measurements valid and finite. For
-/// any other pattern the model first learns those that wait, then adapts to it at once.
+/// A pattern waits here only if the model certainly learns it: all densities are normal, and all measurements are valid and finite. For any
+/// other pattern the model first learns the waiting patterns, then adapts to this one at once.
 class kt_PatternBatch {
 public:
-    /// Requires: the model has adapted to a pattern, so that no index is negative, and its densities know their sizes, unless a
-    /// group names measurements that the pattern lacks.
+    /// Requires: the model has adapted to a pattern. So no index is negative, and its densities know their sizes; the exception are
+    /// groups with measurements that the pattern lacks.
     explicit kt_PatternBatch(kt_CategoryModelBayesian& model) : model_(model)
     {
         Block singles;
@@ -41,7 +41,7 @@ public:
         }
         blocks_.push_back(std::move(singles));
         if (areNormal_ && total > 0) {
-            // Few, so that they stay in the first-level cache, and many categories need little memory.
+            // A small batch stays in the first-level cache. With many categories it also saves memory.
             most_ = std::clamp<std::size_t>(1024 / total, 1, 32);
             for (Block& block : blocks_) {
                 block.rows.resize(most_ * block.indices.size());
@@ -49,7 +49,7 @@ public:
         }
     }
 
-    /// Lets the model learn the patterns that wait, whatever ended the training.
+    /// The model learns the waiting patterns, also if an exception ended the training.
     ~kt_PatternBatch() { finish(); }
     kt_PatternBatch(const kt_PatternBatch&) = delete;
     kt_PatternBatch& operator=(const kt_PatternBatch&) = delete;
@@ -66,14 +66,14 @@ public:
     }
 
 private:
-    /// One density and its group, or the single measurements and their densities; `rows` holds the patterns' values.
+    /// One density and its group, or all groups of a single measurement. `rows` holds the values of the waiting patterns.
     struct Block {
         std::vector<ktNormalDensity*> states;
         std::vector<long> indices;
         std::vector<double> rows;
     };
 
-    /// Lays out the pattern behind those that wait. False for a pattern that cannot wait.
+    /// Appends the pattern's values to the rows. Returns false if the pattern cannot wait.
     bool takes(const ktFeaturePattern& pattern)
     {
         if (most_ == 0 || pattern.numInvalid() != 0) {
@@ -83,7 +83,7 @@ private:
         if (values.size() < reach_) {
             return false;
         }
-        // NaN as soon as one value is not finite.
+        // Becomes NaN if a value is not finite.
         double zero = 0.0;
         for (Block& block : blocks_) {
             double* row = block.rows.data() + numRows_ * block.indices.size();
@@ -114,7 +114,7 @@ private:
     kt_CategoryModelBayesian& model_;
     bool areNormal_ = true;
     std::vector<Block> blocks_;
-    // How many measurements a pattern must have.
+    // The least number of measurements with which a pattern has all indices.
     std::size_t reach_ = 0;
     std::size_t most_ = 0;
     std::size_t numRows_ = 0;

@@ -17,8 +17,9 @@ inline void kt_throwOnFailure(long code)
     }
 }
 
-/// A pattern's values, for densities that treat a value that is not finite as missing: the pattern's own values if all are valid, else
-/// a copy on the stack with NaN for each invalid one. Empty for a pattern with invalid measurements that is too long for the copy.
+/// A pattern's values, for densities that treat values that are not finite as missing. If all measurements are valid, these are the
+/// pattern's own values. Otherwise they are a copy on the stack, with NaN for each invalid measurement. Empty if the pattern has
+/// invalid measurements and is too long for the copy.
 class kt_MeasuredValues {
 public:
     explicit kt_MeasuredValues(const ktFeaturePattern& pattern)
@@ -48,10 +49,10 @@ private:
 /// The measurements of a pattern that one density sees, in the order of its group.
 class kt_SubPattern {
 public:
-    /// Room for groups of up to `largest` measurements.
+    /// Allocates for groups of at most `largest` measurements.
     explicit kt_SubPattern(std::size_t largest) : values_(largest), valid_(largest) {}
 
-    /// All measurements.
+    /// All measurements of the pattern.
     explicit kt_SubPattern(const ktFeaturePattern& pattern)
         : kt_SubPattern(static_cast<std::size_t>(pattern.numMeasurements()))
     {
@@ -60,15 +61,15 @@ public:
         }
     }
 
-    /// Those of a group; see `take`.
+    /// The measurements of a group; see `take`.
     kt_SubPattern(const ktFeaturePattern& pattern, const std::vector<long>& group) : kt_SubPattern(group.size())
     {
         take(pattern, group);
     }
 
-    /// Lays out the measurements of a group, in its order, in place of the former ones. An index past the pattern's end counts as an
-    /// invalid measurement.
-    /// Requires: room for the group. Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
+    /// Replaces the measurements by those of a group, in its order. An index past the pattern's end counts as an invalid measurement.
+    /// Requires: the group has at most `largest` measurements.
+    /// Throws: ktClassifierDefs::BadIndex "Feature measurement indices must be >= 0".
     ktNormalDensity::Row take(const ktFeaturePattern& pattern, const std::vector<long>& group)
     {
         for (std::size_t i = 0; i < group.size(); ++i) {
@@ -79,7 +80,7 @@ public:
 
     ktNormalDensity::Row row() { return {values_.data(), valid_.data(), values_.size()}; }
 
-    /// A row as a pattern, for densities that only know patterns.
+    /// The row as a pattern, for densities that take patterns only.
     static ktFeaturePattern pattern(const ktNormalDensity::Row& row)
     {
         std::vector<long> invalid;

@@ -39,7 +39,7 @@ ktClassifierTrainParamsBayesian& ktClassifierTrainParamsBayesian::operator=(
     ktClassifierDistributionTypes types = other.types_;
     ktClassifierFrequencies frequencies = other.frequencies_;
     ktClassifierCosts costs = other.costs_;
-    // The last copy that can fail; the moves below cannot.
+    // This is the last copy that can fail. The moves below cannot fail.
     maxValues_ = other.maxValues_;
     ktClassifierTrainParams::operator=(other);
     types_ = std::move(types);

@@ -16,28 +16,28 @@ inline void kt_pollAttention()
     }
 }
 
-/// One category on its way through the decision rule.
+/// The intermediate values of one category in the decision rule.
 struct kt_Verdict {
     ktClassifierCategoryResult category;
     union {
-        /// The frequency f of the category. The posterior p that follows from it stands in the category's class score.
+        /// The frequency f of the category. The posterior p is kept in the category's class score.
         double prior = 0.0;
-        /// For the Bayesian technique, until it has the match scores.
+        /// Used by the Bayesian technique until the match scores are known.
         double logLikelihood;
     };
-    /// The place at which the caller gave this verdict.
+    /// The place of this verdict in the caller's order.
     std::size_t given = 0;
-    /// The present place of the verdict that the caller gave at this one.
+    /// The present place of the verdict that the caller gave at this place.
     std::size_t whereGiven = 0;
-    /// One more than the last override whose true category this is, 0 for none.
+    /// One more than the index of the last override with this true category; 0 if there is none.
     std::size_t lastOverride = 0;
 };
 
-/// The decision rule behind ktClassifierResult's constructors, for the techniques' runs: it reuses the storage of the
-/// caller's result, which changes only if nothing is thrown.
+/// The decision rule behind ktClassifierResult's constructors and the techniques' runs. It reuses the storage of the caller's result.
+/// The result changes only if nothing is thrown.
 ///
-/// Cost: quadratic in the categories, and linear in the overrides but for the search of their labels. No allocation for up to
-/// 32 categories into a result that has held as many; beyond, two, and one more if there are overrides of the costs.
+/// Cost: quadratic in the categories; linear in the overrides, times the logarithm of the categories. With at most 32 categories and
+/// a result that has held as many: no allocation. With more: two allocations, and a third one if costs have overrides.
 class kt_DecisionRule {
 public:
     static void decide(ktClassifierResult& result, const std::vector<ktClassifierCategoryResult>& matches,
@@ -73,14 +73,14 @@ private:
     const ktClassifierFrequencies& frequencies_;
     const ktClassifierCosts& costs_;
     const std::size_t numOverrides_;
-    // Apart from the verdicts, because the loop over all pairs of categories needs nothing else.
+    // Not in the verdicts: the loop over all pairs of categories reads these numbers alone.
     kt_Scratch<double, 64> numbers_;
-    // What deciding for each category costs for the true category at hand; if all mistakes cost the same, what each true category
-    // adds to the costs of deciding for any other.
+    // The cost of deciding for each category, given the present true category. If all mistakes cost the same: what each true category
+    // adds to the costs of the others.
     double* const mistakes_;
     // The sum C over all true categories.
     double* const costSums_;
-    // For each override, one more than the override before it with the same true category. Empty for few categories, whose
-    // overrides are looked for among all.
+    // For each override, one more than the index of the previous override with the same true category; 0 if there is none. Empty with
+    // few categories.
     std::vector<std::size_t> previous_;
 };

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <cstring>
 
-// The decision rule, as ktClassifierResult defines it: labels and match scores m(i) come in, class scores and expected costs go
-// out, sorted. decide() takes the steps in the order of the definition:
+// The decision rule, as ktClassifierResult defines it. In come labels and match scores m(i); out come class scores and expected costs,
+// sorted by cost. decide() takes the steps in the order of the definition:
 //
 //     lookUpPriors   f(i), and their sum F
 //     weighMatches   p(i) = (m(i) f(i)) / F
@@ -17,8 +17,8 @@
 //     divideBySum    P, the sum of all p(i), the class scores p(j) / P and the expected costs C(j) / P
 //     conclude       sorts by expected cost
 //
-// Meanwhile the verdicts are sorted by label, so that bisection finds the labels that overrides name. Sums take their terms in the
-// order in which the categories were given, which each verdict remembers.
+// The verdicts are first sorted by label, so that bisection finds the labels of overrides. Each verdict remembers its place in the
+// caller's order. Sums add their terms in that order.
 
 namespace {
 
@@ -26,7 +26,7 @@ using CategoryResult = ktClassifierCategoryResult;
 
 using Verdicts = kt_Scratch<kt_Verdict>;
 
-/// Up to so many categories need no allocation.
+/// Results with at most this number of categories need no allocation.
 constexpr std::size_t fewCategories = 32;
 
 void copyInto(Verdicts& verdicts, const std::vector<CategoryResult>& results)
@@ -41,8 +41,7 @@ bool labelLess(const kt_Verdict& verdict, long label)
     return verdict.category.categoryLabel() < label;
 }
 
-/// Sorts the verdicts by label, so that each is found by bisection. The order in which they were given stays known: sums take
-/// their terms in that order, and equal costs keep it.
+/// Sorts the verdicts by label, and notes the caller's order: sums add their terms in that order, and equal costs keep it.
 void orderByLabel(Verdicts& verdicts)
 {
     for (std::size_t i = 0; i < verdicts.size(); ++i) {
@@ -67,17 +66,18 @@ kt_Verdict& inGivenOrder(Verdicts& verdicts, std::size_t i)
     return verdicts[verdicts[i].whereGiven];
 }
 
-/// The verdict on a category; null for a category that is not among them.
+/// The verdict with this label; null if there is none.
 kt_Verdict* find(Verdicts& verdicts, long label)
 {
     kt_Verdict* const found = std::lower_bound(verdicts.begin(), verdicts.end(), label, labelLess);
     return found != verdicts.end() && found->category.categoryLabel() == label ? found : nullptr;
 }
 
-/// How many categories' costs are summed at once.
+/// How many expected costs are summed side by side.
 constexpr std::size_t sumsAtOnce = 16;
 
-/// Adds each of the numbers to each of the sums. In pairs that stay in registers, which compilers do not make of the plain loop.
+/// Adds each of the numbers to each of the sums. The sums are pairs, which stay in registers; compilers do not achieve that with the
+/// plain loop.
 void addToAll(double (&sums)[sumsAtOnce], const double* begin, const double* end)
 {
     if (begin == end) {
@@ -102,7 +102,7 @@ double addUp(double sum, const double* begin, const double* end)
     return sum;
 }
 
-/// Ascending by cost; NaN comes after every number, equal costs in the order in which they were given.
+/// Ascending by cost. NaN comes after every number. Equal costs keep the caller's order.
 bool costLess(const kt_Verdict& a, const kt_Verdict& b)
 {
     const double costA = a.category.expectedCost();
@@ -218,7 +218,7 @@ double kt_DecisionRule::lookUpPriors()
         }
         verdict.prior = frequencies_.default_;
     }
-    // The last one first: of several overrides of one label the first one counts.
+    // Backwards, because the first of several overrides of a label counts.
     for (std::size_t k = std::min(frequencies_.labels_.size(), frequencies_.frequencies_.size()); k-- > 0;) {
         if (kt_Verdict* const overridden = find(verdicts_, frequencies_.labels_[k])) {
             overridden->prior = frequencies_.frequencies_[k];
@@ -257,8 +257,8 @@ void kt_DecisionRule::sumCosts()
     }
 }
 
-/// For mistakes that all cost the same. As far as their own categories, all sums are the same one, and behind them several are
-/// taken side by side.
+/// For mistakes of equal cost. All sums over the categories before j are prefixes of one running sum. The terms behind j are added to
+/// several sums side by side.
 void kt_DecisionRule::sumEqualCosts()
 {
     const std::size_t size = verdicts_.size();
@@ -275,7 +275,7 @@ void kt_DecisionRule::sumEqualCosts()
             sums[j - first] = addUp(before, products + j + 1, products + end);
             before += products[j];
         }
-        // The last sums may be fewer, but nothing is left to be added to them.
+        // Only the last group can have fewer sums, and no terms are left for it.
         addToAll(sums, products + end, products + size);
         for (std::size_t j = first; j < end; ++j) {
             costSums_[verdicts_[j].whereGiven] = sums[j - first];
@@ -283,7 +283,7 @@ void kt_DecisionRule::sumEqualCosts()
     }
 }
 
-/// C(j) += cost(l(i), l(j)) p(i) for the true category i and every other one.
+/// Adds cost(l(i), l(j)) p(i) to C(j), for the true category i and all other categories j.
 void kt_DecisionRule::addMistakes(std::size_t truth)
 {
     lookUpMistakes(verdicts_[truth]);
@@ -326,11 +326,11 @@ void kt_DecisionRule::conclude(ktClassifierResult& result, Verdicts& verdicts, d
     result.matchScoreFactorLog_ = matchScoreFactorLog;
 }
 
-/// What deciding for each category costs where this is the true one.
+/// The costs of deciding for each category if this is the true one.
 void kt_DecisionRule::lookUpMistakes(const kt_Verdict& truth)
 {
     std::fill_n(mistakes_, verdicts_.size(), costs_.default_);
-    // The last one first: of several overrides of one pair the first one counts.
+    // Backwards, because the first of several overrides of a pair counts.
     const bool isIndexed = !previous_.empty();
     for (std::size_t k = isIndexed ? truth.lastOverride : numOverrides_; k > 0;
          k = isIndexed ? previous_[k - 1] : k - 1) {
@@ -342,7 +342,7 @@ void kt_DecisionRule::lookUpMistakes(const kt_Verdict& truth)
     }
 }
 
-/// Chains the overrides of each true category, unless there are few categories.
+/// Chains the overrides of each true category. With few categories a scan of all overrides is fast enough.
 void kt_DecisionRule::indexOverrides()
 {
     if (verdicts_.size() <= fewCategories) {
@@ -359,7 +359,7 @@ void kt_DecisionRule::indexOverrides()
 
 ktClassifierResult& ktClassifierResult::operator=(const ktClassifierResult& other)
 {
-    // Assigning trivially copyable elements either succeeds or leaves them, and keeps the storage for the next run.
+    // The elements are trivially copyable, so the assignment either succeeds or changes nothing. It keeps the storage for the next run.
     results_ = other.results_;
     matchScoreFactorLog_ = other.matchScoreFactorLog_;
     return *this;

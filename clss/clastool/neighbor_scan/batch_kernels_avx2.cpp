@@ -1,8 +1,9 @@
 #include "batch_kernels.h"
 
 // The loops of batch_kernels.h in vectors of 256 bits. One instruction multiplies and adds pairs of 16-bit numbers.
-// docs/neighbor-scan.md, "Many queries at once", says what the sums are for. Only this file is compiled for AVX2 and FMA; like
-// kernels_avx2.cpp, it uses no inline function that is not local to the file.
+// docs/neighbor-scan.md, "Many queries at once", explains what the sums are for.
+//
+// This file is compiled for AVX2 and FMA. Like kernels_avx2.cpp, it uses no inline function that is not local to the file.
 
 #if defined(__AVX2__) && defined(__FMA__)
 
@@ -13,7 +14,7 @@
 namespace {
 
 constexpr std::size_t lanes = 8;
-// A strip of rows and all queries keep their sums in registers.
+// The sums of a strip of rows and all queries fit the registers.
 constexpr std::size_t stripVectors = 2;
 
 inline __m256i vectorAt(const std::int32_t* numbers)
@@ -26,7 +27,6 @@ inline void store(std::int32_t* numbers, __m256i vector)
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(numbers), vector);
 }
 
-/// The largest of 8 floats.
 inline float largestOf(__m256 values)
 {
     const __m128 four = _mm_max_ps(_mm256_castps256_ps128(values), _mm256_extractf128_ps(values, 1));
@@ -70,7 +70,6 @@ float round(const float* block, const float* centre, std::size_t size, float sca
     return largestOf(largest);
 }
 
-/// The sum of 8 floats.
 inline float sumOf(__m256 values)
 {
     const __m128 four = _mm_add_ps(_mm256_castps256_ps128(values), _mm256_extractf128_ps(values, 1));

@@ -1,7 +1,9 @@
 #include "batch_kernels.h"
 
-// The loops of batch_kernels_avx2.cpp in vectors of twice the width, with one instruction less; rounding is done there. Only this file
-// is compiled for AVX-512 VNNI; it uses no inline function that is not local to the file. docs/neighbor-scan.md, "Many queries at once".
+// The sums of batch_kernels.h in vectors of 512 bits. One instruction multiplies pairs of 16-bit numbers and adds them to the sums;
+// AVX2 needs two. Rounding and boxes stay with batch_kernels_avx2.cpp. See docs/neighbor-scan.md, "Many queries at once".
+//
+// Only this file is compiled for AVX-512 VNNI. It uses no inline function that is not local to the file.
 
 #if defined(__AVX512VNNI__) && defined(__AVX512F__) && defined(__AVX512BW__)
 
@@ -12,7 +14,7 @@
 namespace {
 
 constexpr std::size_t lanes = 16;
-// A strip of rows and all queries keep their sums in registers.
+// The sums of a strip of rows and all queries fit the registers.
 constexpr std::size_t stripVectors = 2;
 
 struct Strip {

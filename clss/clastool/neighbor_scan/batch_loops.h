@@ -2,12 +2,12 @@
 
 #include "batch_kernels.h"
 
-// The loops over strips of rows, which each file of batch kernels compiles for its own processors. So everything here is local to the
-// file. A `Strip` keeps the sums of some rows and all queries in registers:
+// The loop over the strips of a block of rows. Each file of batch kernels compiles it for its own processors, so it has internal
+// linkage. A `Strip` keeps the sums of some rows and all queries in registers:
 //
-//     numRows            how many rows
-//     Strip(...)         computes the sums, from where the strip's rows begin
-//     within(q, limit)   bit i: the sum of row i and query q is not greater than the limit
+//     numRows            the number of rows in a strip
+//     Strip(...)         computes the sums; the pointers refer to the strip's first row
+//     within(q, limit)   bit i is set if the sum of row i and query q is at most the limit
 //     put(q, place)      writes the sums of query q
 
 namespace {

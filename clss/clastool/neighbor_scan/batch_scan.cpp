@@ -1,17 +1,17 @@
-// The nearest rows of many queries, by the norm of order 2: in come the queries, out come k rows of each, in no particular order.
-// docs/neighbor-scan.md, "Many queries at once", says why the answers are those of runs one by one.
+// Finds the nearest rows of many queries, by the norm of order 2. In come the queries, out come k rows of each, in no particular order.
+// docs/neighbor-scan.md, "Many queries at once", proves that the answers are those of single runs.
 //
-// The rows' floats are rounded to 16-bit numbers as they pass, a few blocks at a time, and compared with six queries at once in exact
-// 32-bit sums. Such a sum bounds a row's distance from below and above; the k-th smallest upper bound is the query's limit, and
-// rows whose lower bound is beyond it are out. The floats of one block give the first limit.
+// The search takes a few blocks at a time. It rounds their floats to 16-bit numbers and compares them with six queries at once in exact
+// 32-bit sums. A sum gives a lower and an upper bound on a row's distance. The k-th smallest upper bound is the query's limit. Rows
+// whose lower bound exceeds the limit are dropped. The floats of one block give the first limit.
 //
-//     tryOneByOne      a few queries alone: where boxes spare most rows, all are left to runs
-//     makeParts        blocks that lie together have a centre and steps of their own
-//     prepare          the queries' floats
-//     findBounds       how far queries are from the boxes of blocks or, where those spare little, of parts
-//     findFirstLimits  from one block for each query
-//     comparePart      a few blocks at a time with the queries that they may concern
-//     finish           the few rows that are left of each query, by way of a run's last steps
+//     tryOneByOne      runs a few queries alone; if the boxes exclude most rows, all others run alone too
+//     makeParts        joins neighbouring blocks, which share a centre and a scale
+//     prepare          converts the queries to floats
+//     findBounds       computes the distances of queries from the boxes of blocks, or of parts if those of blocks exclude little
+//     findFirstLimits  gives each query a limit from one block
+//     comparePart      compares a few blocks at a time with the queries that they may concern
+//     finish           settles the few remaining rows of each query by the last steps of a run
 
 #include "batch_scan.h"
 
@@ -30,28 +30,29 @@ constexpr std::int32_t noSum = std::numeric_limits<std::int32_t>::min();
 
 constexpr double slightly = kt_DistanceLimits::slightly;
 
-/// With fewer queries, rounding the rows takes longer than comparing them by pairs saves; with fewer rows a run costs little.
+/// With fewer queries, rounding the rows costs more than it saves. With fewer rows, a single run costs little.
 constexpr std::size_t leastQueries = 32;
 constexpr std::size_t leastRows = 512;
 
-/// How many queries are run one by one first, to see how much the boxes spare.
+/// How many queries run alone first, to measure how many blocks the boxes exclude.
 constexpr std::size_t mostTried = 4;
 
-/// How much of the rounded rows stays in the nearest caches while all queries pass.
+/// The rounded rows of a chunk stay in the first-level cache while all queries are compared with them.
 constexpr std::size_t chunkBytes = 32768;
 constexpr std::size_t mostChunkBlocks = 16;
 
-/// How much wider than its narrowest block a part may be. Finer steps leave fewer rows, and queries are rounded for each part anew.
+/// How much wider than its narrowest block a part may be. Narrow parts have finer steps, which leave fewer rows. But each query is
+/// rounded again for each part.
 constexpr float mostWidening = 2.0f;
 
-/// More steps to one of the copy's units leave no fewer rows, and queries that lie far away would be given up.
+/// The largest number of steps per unit of the copy. Finer steps leave no fewer rows, and distant queries would be given up.
 constexpr double finestScale = 0x1p+30;
 
-/// No more bounds of boxes than about that are kept.
+/// About the largest number of distances from boxes that are kept.
 constexpr std::size_t mostBounds = std::size_t{1} << 22;
 
-/// The largest number for which the sum of the squared differences of `size` numbers and its parts stay below 2^31, and
-/// twice the number below 2^15.
+/// The largest size of a rounded number. The sum of squared differences over `size` measurements, and each part of it, stays below 2^31;
+/// twice a number stays below 2^15.
 double largestNumber(std::size_t size)
 {
     return std::min(std::floor(std::sqrt(0x1p+29 / static_cast<double>(size)) - 1.0), 16383.0);
@@ -81,7 +82,7 @@ kt_BatchScan::kt_BatchScan(const kt_CompactCopy& copy, const ktClassifierDataPro
 
 bool kt_BatchScan::isWorthwhile(std::size_t numQueries) const
 {
-    // Rows that lie far away from the others have offsets of their own, so that a query would need other floats for them.
+    // Distant clusters have their own offsets, for which a query would need other floats.
     return kernels_ != nullptr && numQueries >= leastQueries && copy_.numRows_ >= leastRows &&
            copy_.offsets_.size() == 1 && k_ > 0 && k_ <= kt_blockRows && most_ >= 127.0;
 }
@@ -103,7 +104,7 @@ void kt_BatchScan::findTogether(const Queries& queries, bool useBoxes, std::vect
     listBlocks();
     listBoxes();
     makeParts();
-    // Steps so coarse that floats which were brought nearer to zero count as whole numbers would give bounds that do not hold.
+    // Floats are cut off at 2^126, where the bounds would not hold. Only parts with very coarse steps can have such floats.
     if (std::any_of(parts_.begin(), parts_.end(), [](const Part& part) { return part.scale < 0x1p-40; })) {
         return;
     }
@@ -129,7 +130,7 @@ void kt_BatchScan::findTogether(const Queries& queries, bool useBoxes, std::vect
     }
 }
 
-/// The blocks that hold rows, in the order in which they lie.
+/// Lists the blocks that hold rows, in the order of the copy.
 void kt_BatchScan::listBlocks()
 {
     blocks_.clear();
@@ -145,7 +146,7 @@ void kt_BatchScan::listBlocks()
     add(copy_.firstUnsortedBlock_, copy_.numUnsorted_);
 }
 
-/// The boxes of all blocks: the copy's, and boxes around those blocks that have none.
+/// Lists the boxes of all blocks. Blocks without a box in the copy get one here.
 void kt_BatchScan::listBoxes()
 {
     boxes_.clear();
@@ -166,7 +167,7 @@ void kt_BatchScan::listBoxes()
     }
 }
 
-/// Runs a few queries one by one, which shows how much the boxes spare. Returns what takes the least time for the others.
+/// Runs a few queries one by one and counts the blocks that the boxes exclude. Returns the fastest way for the other queries.
 kt_BatchScan::Way kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<char>& isFound,
                                             std::vector<std::size_t>& rows) const
 {
@@ -180,9 +181,9 @@ kt_BatchScan::Way kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<
             ++numTried;
         }
     }
-    // In nanoseconds, from measurements on several kinds of data: a block costs a query less together with others, because its
-    // rows are read once and few of them are left, but all blocks have to be rounded and limits to be kept. Alone, a measurement
-    // of a block takes longer where the floats are more than the nearest caches hold.
+    // Estimates in nanoseconds, measured on several kinds of data. Together, a block costs each query less: its rows are read once
+    // and few of them are left. But all blocks must be rounded, and each query's limits kept. Alone, a measurement of a block takes
+    // longer if the floats do not fit the first-level caches.
     const std::size_t fifths = blocks_.size() * size_ <= 2048 ? 13 : 25;
     const std::size_t alone = numTried * 300 + numCompared * (20 + fifths * size_ / 5);
     const std::size_t rounding = numTried * blocks_.size() * size_ * 40;
@@ -225,7 +226,7 @@ void kt_BatchScan::readBox(std::size_t block, Box& box) const
     }
 }
 
-/// Joins blocks as long as their common box is not much wider than the narrowest of theirs.
+/// Joins consecutive blocks while their common box is not much wider than their narrowest box.
 void kt_BatchScan::makeParts()
 {
     parts_.clear();
@@ -253,7 +254,7 @@ void kt_BatchScan::makeParts()
     }
 }
 
-/// Chooses the centre and the steps, so that all values are within the numbers.
+/// Chooses the centre and the scale, so that all rounded values are at most `most_` in size.
 void kt_BatchScan::chooseSteps(Part& part) const
 {
     part.centre.assign(paddedSize_, 0.0f);
@@ -267,13 +268,13 @@ void kt_BatchScan::chooseSteps(Part& part) const
         reach = std::max({reach, high - centre, centre - low});
         farthest = std::max({farthest, high, -low});
     }
-    // No finer than floats are. A number that floats have too.
+    // Steps are no finer than the floats' own. The scale itself is a float.
     const double scale = std::min({most_ * (1.0 - 0x1p-20) / reach, 0x1p+22 / farthest, finestScale});
     part.scale = static_cast<double>(static_cast<float>(scale));
     part.floatLost = (farthest * part.scale * 0x1p-23 + most_ * 0x1p-21) * std::sqrt(static_cast<double>(size_));
 }
 
-/// Lists the parts' boxes instead of the blocks'.
+/// Replaces the list of boxes by the boxes of the parts.
 void kt_BatchScan::boundParts()
 {
     boxes_.clear();
@@ -292,7 +293,7 @@ void kt_BatchScan::boundParts()
     }
 }
 
-/// Takes in the queries, but for those that lie too far away for floats.
+/// Converts the queries to floats. Leaves out those that are too far from the offsets for floats.
 void kt_BatchScan::prepare(const Queries& queries, std::size_t first, std::size_t count,
                            const std::vector<char>& isFound)
 {
@@ -311,7 +312,7 @@ void kt_BatchScan::prepare(const Queries& queries, std::size_t first, std::size_
         bool isWithin = true;
         for (std::size_t j = 0; j < size_; ++j) {
             const double scaled = (values[j] - offsets[j]) * copy_.scale_;
-            // What is not a number is not within.
+            // NaN fails the comparison.
             isWithin = isWithin && std::abs(scaled) <= most;
             farthest = std::max(farthest, std::abs(scaled));
             floats[j] = static_cast<float>(std::clamp(scaled, -most, most));
@@ -327,7 +328,7 @@ void kt_BatchScan::prepare(const Queries& queries, std::size_t first, std::size_
     boxLimits_.assign(queries_.size(), infinity);
 }
 
-/// Finds how far every query is from every box, and the nearest.
+/// Computes the squared distances of all queries from all boxes, and the nearest box of each query.
 void kt_BatchScan::findBounds()
 {
     bounds_.resize((boxes_.back().first + boxes_.back().count) * queries_.size());
@@ -356,12 +357,12 @@ void kt_BatchScan::findBounds()
     }
 }
 
-/// Finds for each query a bound on the k-th distance from one block, in the nearest box.
+/// Bounds the k-th distance of each query by the floats of one block: the nearest one, or the middle one of the nearest part.
 void kt_BatchScan::findFirstLimits(bool useBoxes)
 {
     std::vector<std::size_t> order(queries_.size());
     std::iota(order.begin(), order.end(), std::size_t{0});
-    // A block is read once for all queries that it is nearest to.
+    // Queries with the same nearest block follow each other, so that its rows are read from memory once.
     std::sort(order.begin(), order.end(),
               [this](std::size_t a, std::size_t b) { return queries_[a].nearestBox < queries_[b].nearestBox; });
     for (const std::size_t index : order) {
@@ -393,7 +394,7 @@ void kt_BatchScan::setFirstLimit(std::size_t index, const Block& block)
 void kt_BatchScan::comparePart(const Part& part, bool useBoxes)
 {
     const std::size_t blockBytes = numbersOfBlock() * sizeof(std::int16_t);
-    // With boxes of their own, blocks have queries of their own.
+    // With its own box, each block has its own list of queries.
     const std::size_t together = useBoxes ? 1 : std::clamp<std::size_t>(chunkBytes / blockBytes, 1, mostChunkBlocks);
     for (std::size_t block = part.firstBlock; block < part.endBlock; block += together) {
         const std::size_t box = useBoxes ? block : part.number - 1;
@@ -401,7 +402,7 @@ void kt_BatchScan::comparePart(const Part& part, bool useBoxes)
     }
 }
 
-/// Compares a few blocks with the queries that they may concern.
+/// Rounds a few blocks and compares them with the queries that they may concern.
 void kt_BatchScan::compareChunk(const Part& part, std::size_t block, std::size_t count, const float* bounds)
 {
     asking_.resize(queries_.size());
@@ -457,11 +458,11 @@ void kt_BatchScan::round(const Part& part, Query& query, std::size_t index)
     query.outside = std::sqrt(static_cast<double>(rounded.outside));
     const double floatLost = query.farthest * part.scale * 0x1p-23 * std::sqrt(static_cast<double>(size_));
     query.floatLost = part.floatLost + floatLost + query.outside * 0x1p-22;
-    // A sum of floats that may have grown no more.
+    // A larger sum of floats may have overflowed.
     query.isGivenUp = query.isGivenUp || !(rounded.outside < 0x1p+100f);
 }
 
-/// Compares the rounded blocks with a few queries, whose limits follow what is found.
+/// Compares the rounded blocks with a few queries. Their limits fall as rows are found.
 void kt_BatchScan::compare(const Part& part, const Asking* asking, std::size_t count)
 {
     std::array<std::int32_t, kt_batchQueries> limits;
@@ -497,7 +498,7 @@ void kt_BatchScan::compare(const Part& part, const Asking* asking, std::size_t c
     }
 }
 
-/// The largest sum of a row in the chunk that may be among the nearest, or `noSum`.
+/// The largest sum with which a row of the chunk may be among the nearest; `noSum` if no row can be.
 std::int32_t kt_BatchScan::limitOf(const Part& part, const Query& query) const
 {
     if (query.isGivenUp) {
@@ -508,14 +509,14 @@ std::int32_t kt_BatchScan::limitOf(const Part& part, const Query& query) const
     const double outside = query.outside * (1.0 - sumError_);
     const double inside = std::max(reach * reach * slightly - outside * outside, 0.0);
     const double most = (std::sqrt(inside) + query.lost + chunk_.lost) * slightly;
-    // No row is nearer than that to a query outside the sphere that holds them all.
+    // All rows lie in a sphere around the centre. No row is nearer to a query outside than the sphere's surface.
     if (std::sqrt(query.square) > (most + chunk_.reach) * slightly) {
         return noSum;
     }
     return static_cast<std::int32_t>(std::min(most * most * slightly + 1.0 - query.square, 0x1.fffffffcp+30));
 }
 
-/// Notes a row that may be among the nearest.
+/// Adds a row to the candidates, and its upper bound to the heap.
 void kt_BatchScan::take(const Part& part, Query& query, std::size_t index, std::uint32_t row, std::int32_t sum)
 {
     const double root = std::sqrt(static_cast<double>(sum) + query.square);
@@ -544,22 +545,22 @@ void kt_BatchScan::take(const Part& part, Query& query, std::size_t index, std::
     const double inside = std::max(root - lost, 0.0);
     const double outside = query.outside * (1.0 - sumError_);
     const double least = (std::sqrt(inside * inside + outside * outside) - query.floatLost) * unit;
-    // Rounded down.
+    // Rounded down, so that it stays a lower bound.
     const auto noted = static_cast<float>(std::max(least, 0.0) * (1.0 - 0x1p-22));
     candidates_[index * capacity_ + query.numCandidates++] = {row, noted};
 }
 
-/// Lowers the limits to what the rows noted so far allow, of which there are at least k.
+/// Lowers the limits to the k-th smallest upper bound. At least k rows are noted.
 void kt_BatchScan::renew(Query& query, std::size_t index)
 {
     const double highest = smallest_[index * k_];
     query.limits.takeSimpleSum(highest * highest * slightly);
-    // A negative one asks for no block.
+    // No block is within a negative limit.
     boxLimits_[index] = query.isGivenUp ? -1.0f : query.limits.floatLimit();
     query.isRenewed = false;
 }
 
-/// Drops the candidates that are beyond the limit by now.
+/// Renews the limits, and drops the candidates beyond them.
 void kt_BatchScan::keepNearest(Query& query, std::size_t index)
 {
     renew(query, index);
@@ -575,7 +576,7 @@ bool kt_BatchScan::finish(Query& query, std::size_t index, kt_RowList& rows)
     if (query.isGivenUp) {
         return false;
     }
-    // The limit has let at least the k nearest pass.
+    // The k nearest are among the candidates, because none of them is beyond any limit.
     keepNearest(query, index);
     const Candidate* const first = candidates_.data() + index * capacity_;
     const auto rowOf = [](const Candidate& candidate) { return candidate.row; };

@@ -8,30 +8,30 @@
 #include <cstdint>
 #include <vector>
 
-/// The nearest rows of many queries at once, by the norm of order 2, from the floats of a compact copy. A block of rows is
-/// rounded once more, to 16-bit numbers, and compared with all queries that it may concern while it is in the nearest cache; nothing
-/// is kept between two batches. docs/neighbor-scan.md says why no answer depends on it.
+/// Finds the nearest rows of many queries at once, by the norm of order 2, in the floats of a compact copy. Blocks of rows are rounded
+/// to 16-bit numbers. While a block is in the first-level cache, it is compared with all queries that it may concern. Nothing is kept
+/// between two batches. docs/neighbor-scan.md proves that the answers are those of the plain scan.
 /// Threads: each search has its own object; the copy is only read.
 class kt_BatchScan {
 public:
-    /// How many queries share a search at the most.
+    /// The largest number of queries in one search.
     static constexpr std::size_t mostQueries = 1024;
 
     using Queries = std::vector<const std::vector<double>*>;
 
-    /// `k`: fewer than the copy has rows.
+    /// Requires: `k` is less than the number of rows in the copy.
     kt_BatchScan(const kt_CompactCopy& copy, const ktClassifierDataProviderMemory& store, std::size_t k);
 
-    /// Whether so many queries may take less time together than one by one.
+    /// Whether this number of queries may take less time together than one by one.
     bool isWorthwhile(std::size_t numQueries) const;
 
-    /// Finds the rows of each query, in no particular order; `rows` has room for `k` of each. A null query is passed over.
-    /// Returns for each query whether its rows were found and are exactly those of the plain scan; the others are to be run
-    /// one by one, all of them but a few where that takes less time. Polls nothing.
+    /// Finds the `k` nearest rows of each query, in no particular order. `rows` has room for `k` rows of each query. Null queries are
+    /// skipped. Returns for each query whether its rows were found; these are exactly those of the plain scan. The caller runs the
+    /// other queries one by one. Where that takes less time, only the few queries that were tried are found. Polls nothing.
     std::vector<char> run(const Queries& queries, std::vector<std::size_t>& rows);
 
-    /// The same for those that are not found yet, however long it takes. `useBoxes`: whether queries pass over blocks by the boxes of
-    /// each, or only over parts.
+    /// The same for the queries that are not found yet, without asking what takes less time. `useBoxes`: queries skip blocks by the
+    /// blocks' own boxes; otherwise they skip whole parts only.
     void findTogether(const Queries& queries, bool useBoxes, std::vector<char>& isFound,
                       std::vector<std::size_t>& rows);
 
@@ -43,34 +43,37 @@ private:
         float least;
     };
 
-    /// What is known of a query. Distances are in units of the copy.
+    /// The state of a query. Distances are in units of the copy.
     struct Query {
         std::size_t place;
         const std::vector<double>* values;
         kt_DistanceLimits limits;
-        // How far it lies from the offsets, in the measurement in which it lies farthest.
+        // The largest distance from an offset in any measurement.
         double farthest;
         std::size_t nearestBox = 0;
         std::size_t numCandidates = 0;
         std::size_t numSmallest = 0;
         bool isRenewed = false;
         bool isGivenUp = false;
-        // How it was rounded, in steps, and for which part: its numbers' sum of squares; how far rounding to whole numbers moved it;
-        // how far it lies outside their range; how far floats moved it and a row.
+        // The part for which the query was rounded. The values below hold for it, in steps.
         std::size_t part = 0;
+        // The sum of the squares of its rounded numbers.
         double square = 0.0;
+        // How far rounding to integers moved it.
         double lost = 0.0;
+        // How far it lies outside the range of the numbers.
         double outside = 0.0;
+        // How far the errors of floats may have moved the query and a row.
         double floatLost = 0.0;
     };
 
-    /// 64 rows of the copy, of which the first `count` exist.
+    /// A block of the copy. The first `count` of its 64 rows exist.
     struct Block {
         std::uint32_t number;
         std::uint32_t count;
     };
 
-    /// Up to 64 boxes, beginning with that of `blocks_[first]` or `parts_[first]`.
+    /// Up to 64 boxes. The first one is that of `blocks_[first]` or `parts_[first]`.
     struct Boxes {
         const float* ends;
         std::size_t first;
@@ -86,29 +89,31 @@ private:
         void include(const Box& other);
     };
 
-    /// Blocks in a row whose values are rounded alike: by how many steps they are off the part's centre.
+    /// Consecutive blocks that share a centre and a scale. A rounded value is its distance from the centre in steps.
     struct Part {
         std::size_t number;
         std::size_t firstBlock;
         std::size_t endBlock;
         Box box;
         kt_Aligned<float> centre;
-        // Steps to one of the copy's units.
+        // Steps per unit of the copy.
         double scale;
         double floatLost;
     };
 
-    /// Blocks of rounded rows. How far rounding moved a row at the most, and how far the rows' numbers reach from the centre.
+    /// A few blocks of rounded rows. Lengths are in steps.
     struct Chunk {
         std::size_t firstBlock = 0;
         std::size_t numBlocks = 0;
+        // The largest distance by which rounding moved a row.
         double lost = 0.0;
+        // The largest norm of a row's rounded numbers.
         double reach = 0.0;
         kt_Aligned<std::int16_t> rows;
         std::vector<std::int32_t> squares;
     };
 
-    /// A query that a chunk may concern, and the largest sum of a row that may be among its nearest.
+    /// A query that a chunk may concern. A row whose sum exceeds the limit is not among its nearest.
     struct Asking {
         std::size_t query;
         std::int32_t limit;
@@ -146,24 +151,25 @@ private:
     const std::size_t paddedSize_;
     const std::size_t capacity_;
     const kt_BatchKernels* const kernels_;
-    // The largest number of a row or a query.
+    // The largest rounded number of a row or a query.
     const double most_;
-    // Room for the rounding of a sum of squares of floats, and of its root.
+    // Bounds the relative error of a sum of squares of floats, and of its root.
     const double sumError_;
     std::vector<Block> blocks_;
     std::vector<Boxes> boxes_;
-    // Those that the copy does not have.
+    // Boxes that the copy does not have.
     kt_Aligned<float> ownBoxes_;
     std::vector<Part> parts_;
     std::vector<Query> queries_;
-    // Of each query its floats, and its numbers for the part that it was rounded for.
+    // The floats of each query, and its rounded numbers for `Query::part`.
     kt_Aligned<float> floats_;
     kt_Aligned<std::int16_t> numbers_;
-    // Of each box the squared distances from all queries, and up to which each query asks for what is in a box.
+    // For each box its squared distances from all queries.
     std::vector<float> bounds_;
+    // For each query the squared distance beyond which it skips boxes.
     std::vector<float> boxLimits_;
     std::vector<Candidate> candidates_;
-    // For each query a heap of the smallest upper bounds on rows' distances.
+    // For each query a heap of the k smallest upper bounds on a row's distance.
     std::vector<double> smallest_;
     Chunk chunk_;
     std::vector<Asking> asking_;
