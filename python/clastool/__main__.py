@@ -20,7 +20,7 @@ _MISSING = {"", "na", "nan"}
 
 
 def main(arguments: Sequence[str] | None = None) -> int:
-    """Runs a command. Returns the exit status: 1 after one line on the standard error output if a file is not what it should be."""
+    """Runs a command. Returns the exit status. On an error it writes one line to the standard error output and returns 1."""
     options = _parser().parse_args(arguments)
     try:
         options.command(options)
@@ -97,7 +97,7 @@ def _predict(options: argparse.Namespace) -> None:
         classes, decided, probabilities, expected = run.categories, run.labels, run.class_scores, run.expected_costs
     else:
         with warnings.catch_warnings():
-            # The columns were chosen by name already, or have none.
+            # The columns are chosen by name already, or have no names.
             warnings.filterwarnings("ignore", "X does not have valid feature names")
             classes, decided = estimator.classes_, estimator.predict(rows)
             probabilities, expected = estimator.predict_proba(rows), estimator.expected_costs(rows)
@@ -108,7 +108,7 @@ def _predict(options: argparse.Namespace) -> None:
 def _measurements(
     options: argparse.Namespace, names: list[str] | None, cells: list[list[str]], count: int | None
 ) -> npt.NDArray[np.float64]:
-    """The columns that the tool knows by name, or all of them, as numbers."""
+    """The columns that the tool knows by name, as numbers. All columns if the table or the tool has no names."""
     wanted = saved_feature_names(options.file)
     places = list(range(len(cells[0])))
     if names is not None and wanted is not None:
@@ -130,7 +130,7 @@ def _measurements(
 
 
 def _read_table(path: str) -> tuple[list[str] | None, list[list[str]]]:
-    """The names of the columns, None if the first line has numbers alone, and the cells below."""
+    """The names of the columns and the cells below. The names are None if the first line holds only numbers."""
     with open(path, newline="", encoding="utf-8") as file:
         try:
             lines = [line for line in csv.reader(file) if line]

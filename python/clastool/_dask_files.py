@@ -1,6 +1,7 @@
-"""Sharded estimators in files: a folder with an archive for each shard, which the workers write and read, and `index.json`.
+"""Sharded estimators in files: a folder with `index.json` and an archive for each shard. The workers write and read the archives.
 
-The index names each archive's rows and checksum, so that files that do not belong together are found out. Nothing in any is run.
+The index holds the rows and the checksum of each archive, so that `load` refuses files that do not belong together. Loading runs no code
+from the files.
 """
 
 from __future__ import annotations

@@ -1,9 +1,10 @@
-"""Nearest neighbours among patterns that lie in shards: tools on the workers of a Dask cluster, or in the memory of this process.
+"""Nearest neighbours among patterns in shards: tools on the workers of a Dask cluster, or in the memory of this process.
 
-Each shard is asked for the rows that may be neighbours, and the answers are merged. A plain scan keeps of the rows at the largest
-distance the ones that it met first, but gives up the earliest of these for each nearer row that it meets after the first k. So what
-decides are the rows that are nearer, and those among the first k rows within that distance: a shard sends these, most often k.
-Merging some shards' answers leaves the same of their rows together, in any grouping of neighbouring shards.
+Each shard sends the rows that may be neighbours, and the answers are merged. The result must be that of a plain scan of all rows, with its
+ties. Take the distance of the k-th neighbour. Of the rows at that distance, a plain scan keeps those that it met first. But for each nearer
+row that it meets after the first k, it drops the earliest of them. So two kinds of rows decide: the nearer rows, and the first k rows
+within that distance. A shard sends these rows; in most cases they are k. Merging the answers of several shards keeps the same rows as one
+shard with all their rows would send, for any grouping of neighbouring shards.
 """
 
 from __future__ import annotations
@@ -24,11 +25,11 @@ from distributed import Client, Future, KilledWorker, TimeoutError, default_clie
 from . import ClassifierTool, KNNParams, Norm
 from ._tables import Neighbors, RowResults
 
-# How many answers are merged at once, how many rows a block has, and how many blocks are under way.
+# How many answers are merged at once, how many rows a block has, and how many blocks are searched for at once.
 _BRANCHES = 8
 _BLOCK = 4096
 _WAVE = 32
-# How often lost work is begun again, and how many seconds the cluster may be without a worker.
+# How often work is tried if its data are lost, and how many seconds the cluster may be without a worker.
 _ATTEMPTS = 3
 _PATIENCE = 30.0
 
@@ -37,7 +38,7 @@ NO_NEIGHBORS = Neighbors(np.empty((0, 1)), np.empty((0, 1), dtype=np.int64), np.
 
 
 class Found(NamedTuple):
-    """What may be neighbours of some rows: those of the first row, then those of the next. `counts` says how many each has."""
+    """Possible neighbours of several query rows: those of the first row, then those of the next. `counts` has their number for each row."""
 
     counts: npt.NDArray[Any]
     distances: npt.NDArray[np.float64]
@@ -46,14 +47,14 @@ class Found(NamedTuple):
 
 
 class _Lost(RuntimeError):
-    """Data are lost with their workers."""
+    """Data were lost with their workers."""
 
 
 class ShardedTool:
-    """Stands for a `ClassifierTool` for nearest neighbours that was trained on the rows of all shards, in their order.
+    """Takes the place of a `ClassifierTool` for nearest neighbours that was trained on the rows of all shards, in their order.
 
-    shards: delayed tools, which the cluster holds, and that have rows; each with its copies on other workers.
-    counts: how many rows each has.
+    shards: for each shard the list of its copies: delayed tools, which the cluster holds. No shard is empty.
+    counts: the number of rows in each shard.
     """
 
     technique = "neighbors"
@@ -72,21 +73,21 @@ class ShardedTool:
         self.firsts = list(accumulate(counts, initial=0))[:-1]
 
     def retrain(self, params: KNNParams) -> None:
-        """Takes other parameters."""
+        """Takes other parameters, which cost nothing on the workers."""
         self.params = params
 
     def add(self, X: Any, y: Any) -> None:
-        """Refused: shards stay as they were fitted."""
+        """Raises ValueError: shards stay as they were fitted."""
         raise ValueError("shards on Dask learn nothing further: fit anew")
 
     def require_shards(self) -> None:
-        """Refuses to work with shards that nobody holds."""
+        """Raises an error if the client that held the shards is closed."""
         futures = [shard.dask[shard.key] for held in self.shards for shard in held]
         if any(isinstance(future, Future) and future.cancelled() for future in futures):
             raise _Lost("the client that held the shards is closed: fit or load anew")
 
     def neighbors(self, X: Any, k: int | None = None, *, threads: int = 1, progress: Any = None) -> Neighbors:
-        """The nearest neighbours of each row of X, found by the workers; `threads` is theirs to choose."""
+        """The nearest neighbours of each row of X, found by the workers. `threads` is ignored: the workers choose."""
         self.require_shards()
         X = np.asarray(X)
         copies = min(len(self.shards[0]), max(len(X), 1))
@@ -99,7 +100,7 @@ class ShardedTool:
         return Neighbors(*(np.concatenate(parts) for parts in zip(*found)))
 
     def nearest(self, block: Any, k: int | None = None, number: int = 0) -> Any:
-        """The nearest neighbours of the rows of a block, delayed. Blocks of other numbers go to other copies."""
+        """The nearest neighbours of the rows of a block, delayed. The number of the block chooses the copy of each shard."""
         k = self.params.k if k is None else k
         found = [
             delayed(_searched)(copies[number % len(copies)], block, k, self.params.metric, first)
@@ -115,7 +116,7 @@ class ShardedTool:
         return decided(labels, self.params, self.categories)
 
     def replicated(self, copies: int) -> ShardedTool:
-        """The same with each shard on so many workers, or on all if these are fewer; 1 gives copies up."""
+        """The same tool with each shard on `copies` workers, or on all if these are fewer. 1 gives copies up."""
         client = _client()
         if client is None:
             return self
@@ -136,7 +137,7 @@ class ShardedTool:
 
 @sizeof.register(ClassifierTool)  # type: ignore[untyped-decorator]
 def _size_of_tool(tool: ClassifierTool) -> int:
-    """So that Dask knows that a shard is dear to move: a kept pattern is an object, with its measurements twice."""
+    """The bytes of a tool, so that Dask avoids moving shards: a kept pattern is an object, with its measurements twice."""
     return 1000 + tool.num_patterns * (150 + 12 * tool.num_measurements)
 
 
@@ -145,11 +146,11 @@ def _same(tool: ClassifierTool) -> ClassifierTool:
 
 
 def _searched(tool: ClassifierTool, X: Any, k: int, metric: Any, first: int) -> Found:
-    """The rows of a shard, whose first row is number `first`, that may be among the k nearest of all."""
+    """The rows of a shard that may be among the k nearest of all rows. `first` is the number of the shard's first row."""
     tool = copy(tool)
     tool.retrain(KNNParams(k, metric))
     kept = tool.num_patterns
-    # What the first shard gives up, the scan of all has given up behind its last row.
+    # The scan of all rows drops the same rows by the end of the first shard as the scan of the first shard.
     if kept <= k or first == 0:
         near = tool.neighbors(X)
         keep = np.ones(near.indices.shape, dtype=bool)
@@ -170,7 +171,7 @@ def _searched(tool: ClassifierTool, X: Any, k: int, metric: Any, first: int) -> 
 def _with_ties(
     tool: ClassifierTool, X: Any, near: Neighbors, keep: npt.NDArray[np.bool_], tied: npt.NDArray[np.bool_]
 ) -> tuple[Neighbors, npt.NDArray[np.bool_]]:
-    """The neighbours and what to keep of them, with the first k rows within the distance of the last in further columns."""
+    """The neighbours, and which of them to keep. Further columns hold the first k rows within the distance of the last neighbour."""
     reach = near.distances[tied, -1]
     k = keep.shape[1] - 1
     ties = _first_within(tool, X[tied], reach, k)
@@ -184,8 +185,8 @@ def _with_ties(
 
 
 def _first_within(tool: ClassifierTool, X: Any, reach: npt.NDArray[np.float64], k: int) -> Neighbors:
-    """The first k rows that are no farther away; there are as many."""
-    # Few ties are found sooner by a search, and many by a scan, which ends at the k-th.
+    """The first k rows that are at most `reach` away. Requires: there are k such rows."""
+    # A search is faster with few ties. With many ties a scan is faster, because it ends at the k-th row.
     near = tool.neighbors(X, min(8 * k, tool.num_patterns))
     inside = near.distances <= reach[:, np.newaxis]
     order = np.argsort(np.where(inside, near.indices, tool.num_patterns), axis=1)[:, :k]
@@ -203,7 +204,7 @@ def _of_each(work: Any, near: Neighbors) -> Neighbors:
 
 
 def _small(values: npt.NDArray[np.int64]) -> npt.NDArray[Any]:
-    """The same numbers, none below 0, in fewer bytes."""
+    """The same numbers in fewer bytes. Requires: no number is negative."""
     return values.astype(np.min_scalar_type(int(values.max(initial=0))))
 
 
@@ -212,13 +213,13 @@ def _row_type(count: int) -> Any:
 
 
 class _Sorted(NamedTuple):
-    """Rows within the distance of the k-th, by query and then by index."""
+    """The rows within the distance of the k-th, sorted by query and then by index."""
 
     queries: npt.NDArray[np.int64]
     distances: npt.NDArray[np.float64]
     indices: npt.NDArray[np.int64]
     labels: npt.NDArray[np.int64]
-    # How many each query has, whether a row is nearer than the k-th, and whether it is among the first k.
+    # The number of rows of each query; whether a row is nearer than the k-th; whether it is among the first k rows.
     counts: npt.NDArray[np.int64]
     nearer: npt.NDArray[np.bool_]
     early: npt.NDArray[np.bool_]
@@ -243,14 +244,14 @@ def _sorted(found: list[Found], k: int) -> _Sorted:
 
 
 def _places(ones: npt.NDArray[np.int64], counts: npt.NDArray[np.int64]) -> npt.NDArray[np.int64]:
-    """Counts the ones of each query, from its first row to each of its rows."""
+    """For each row the number of ones from the first row of its query up to it."""
     sums = np.cumsum(ones)
     before = np.concatenate([[0], sums])[np.cumsum(counts) - counts]
     return np.asarray(sums - np.repeat(before, counts))
 
 
 def _merged(found: list[Found], k: int) -> Found:
-    """What may be among the k nearest of all, of what may be among those of these shards."""
+    """The rows of these shards that may be among the k nearest of all rows."""
     rows = _sorted(found, k)
     keep = rows.nearer | rows.early
     counts = np.bincount(rows.queries[keep], minlength=len(rows.counts))
@@ -264,14 +265,14 @@ def _merged(found: list[Found], k: int) -> Found:
 
 
 def _nearest(found: list[Found], k: int) -> Neighbors:
-    """The k nearest, or all rows if these are fewer: nearest first, and of rows at one distance the last first."""
+    """The k nearest rows, or all if these are fewer. Nearest first; of rows at equal distance the last first."""
     rows = _sorted(found, k)
     count = len(rows.counts)
     nearer = np.bincount(rows.queries[rows.nearer], minlength=count)
     early = np.bincount(rows.queries[rows.nearer & rows.early], minlength=count)
     width = np.minimum(rows.counts, k)
     ties = _places((~rows.nearer).astype(np.int64), rows.counts)
-    # After the first k rows, each nearer one takes the place of the earliest of the ties that are left.
+    # Each nearer row after the first k takes the place of the earliest remaining tie.
     first, last = (nearer - early)[rows.queries], (width - early)[rows.queries]
     keep = rows.nearer | ((first < ties) & (ties <= last))
     order = np.flatnonzero(keep)
@@ -281,13 +282,13 @@ def _nearest(found: list[Found], k: int) -> Neighbors:
 
 
 def decided(labels: npt.NDArray[np.int64], params: KNNParams, categories: npt.NDArray[np.int64]) -> RowResults:
-    """The answers of a tool to rows whose neighbours have these labels."""
+    """The answers that a tool gives to rows whose neighbours have these labels."""
     if not len(labels):
         none = np.empty((0, len(categories)))
         return RowResults(np.empty(0, dtype=np.int64), categories, none, none, none, np.empty(0))
     votes, which = np.unique(np.sort(labels, axis=1), axis=0, return_inverse=True)
     count, k = votes.shape
-    # A tool of its own has all neighbours of the i-th vote at i, and a row of each category where nobody looks.
+    # A small tool decides. All neighbours of the i-th different vote lie at i. A row of each category lies far from all queries.
     tool = ClassifierTool()
     places = np.concatenate([np.repeat(np.arange(count), k), np.full(len(categories), -count)])
     tool.train(places[:, np.newaxis], np.concatenate([votes.ravel(), categories]), KNNParams(k, Norm(2.0), params.costs))
@@ -311,7 +312,7 @@ def _client() -> Client | None:
 
 
 def persisted(shards: list[Any]) -> tuple[list[Any], list[int]]:
-    """Computes the shards where they shall stay; those that have rows, and how many."""
+    """Computes the shards on the workers that keep them. Returns those that have rows, and their numbers of rows."""
     held = dask.persist(*shards)
     counts = run([delayed(_rows)(shard) for shard in held])
     return [shard for shard, count in zip(held, counts) if count], [count for count in counts if count]
@@ -322,7 +323,7 @@ def _rows(tool: ClassifierTool) -> int:
 
 
 def run(tasks: list[Any]) -> list[Any]:
-    """Computes delayed results; never waits for a cluster that has no workers."""
+    """Computes delayed results. Raises an error if the cluster stays without workers."""
     client = _client()
     if client is None:
         return list(dask.compute(*tasks))
@@ -333,7 +334,7 @@ def run(tasks: list[Any]) -> list[Any]:
 
 
 def run_on(blocks: list[Any], task: Any) -> list[Any]:
-    """Computes `task(block, number)` for each block. The blocks go to the workers, and not by way of the scheduler."""
+    """Computes `task(block, number)` for each block. The blocks go to the workers directly, not through the scheduler."""
     client = _client()
     if client is None:
         return run([task(block, number) for number, block in enumerate(blocks)])
@@ -341,14 +342,14 @@ def run_on(blocks: list[Any], task: Any) -> list[Any]:
         try:
             return run([task(block, number) for number, block in enumerate(_sent(client, blocks))])
         except _Lost:
-            # Blocks that are lost with their worker are sent again.
+            # A lost worker may have held blocks, so all are sent again.
             if attempt == _ATTEMPTS - 1:
                 raise
     raise AssertionError
 
 
 def _sent(client: Client, blocks: list[Any]) -> list[Any]:
-    """The blocks on workers. For a moment the scheduler still names workers that have died."""
+    """Sends the blocks to workers. Tries again, because for a moment the scheduler still names workers that have died."""
     deadline = monotonic() + _PATIENCE
     while True:
         try:

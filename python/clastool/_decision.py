@@ -1,4 +1,4 @@
-"""The decision of the estimators, and the readers of their parameters `costs` and `priors`."""
+"""The decision of the estimators, and the reading of their parameters `costs` and `priors`."""
 
 from __future__ import annotations
 
@@ -16,7 +16,7 @@ LARGEST_LABEL = 2**31 - 1
 
 
 def class_index(classes: npt.NDArray[Any], label: Any, parameter: str) -> int:
-    """The place of a label in the classes."""
+    """The place of a label in `classes`. `parameter` names the source of the label in the error."""
     for place, known in enumerate(classes.tolist()):
         if known == label and isinstance(known, bool) == isinstance(label, (bool, np.bool_)):
             return place
@@ -24,7 +24,7 @@ def class_index(classes: npt.NDArray[Any], label: Any, parameter: str) -> int:
 
 
 def cost_matrix(costs: Any, classes: npt.NDArray[Any]) -> Floats:
-    """The costs as a matrix over the classes, cost[true, assigned], with zeros on the diagonal."""
+    """The costs as a matrix cost[true, assigned] over the classes. The diagonal is 0."""
     count = len(classes)
     if costs is None:
         matrix = np.ones((count, count))
@@ -56,14 +56,14 @@ def _matrix_of_pairs(costs: Mapping[Any, Any], classes: npt.NDArray[Any]) -> Flo
 
 
 def tool_labels(classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
-    """The labels that the tool has for the classes: themselves if an archive can hold them, else their places."""
+    """The tool's labels of the classes: the classes themselves if an archive can hold them, else their places."""
     if classes.dtype.kind in "iu" and 0 <= classes[0] and classes[-1] <= LARGEST_LABEL:
         return classes.astype(np.int64)
     return np.arange(len(classes), dtype=np.int64)
 
 
 def tool_costs(matrix: Floats, labels: npt.NDArray[np.int64]) -> Costs:
-    """The same costs for a tool with these labels: the most frequent one is the default, because overrides cost time in each run."""
+    """The same costs for a tool with these labels. The most frequent cost is the default, because each override takes time in each run."""
     different = ~np.eye(len(labels), dtype=bool)
     values, counts = np.unique(matrix[different], return_counts=True)
     default = float(values[counts.argmax()]) if len(values) else 1.0
@@ -74,7 +74,7 @@ def tool_costs(matrix: Floats, labels: npt.NDArray[np.int64]) -> Costs:
 
 
 def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArray[np.int64]) -> Floats:
-    """The share of each class: from counts, equal, or as stated; they add up to 1."""
+    """The prior of each class: its share of the rows, equal, or as stated. They add up to 1."""
     count = len(classes)
     if priors is None:
         return np.asarray(class_count / class_count.sum(), dtype=np.float64)
@@ -98,13 +98,13 @@ def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArra
 
 
 def tool_frequencies(class_prior: Floats, labels: npt.NDArray[np.int64]) -> Frequencies:
-    """The same priors for a tool with these labels. A class of which nothing is known has none, and the tool no model of it."""
+    """The same priors for a tool with these labels. A class without rows has no frequency, and the tool has no model of it."""
     known = class_prior > 0.0
     return Frequencies(1.0, dict(zip(labels[known].tolist(), class_prior[known].tolist())))
 
 
 def in_blocks(work: Callable[..., Any], *tables: npt.NDArray[Any]) -> Any:
-    """What `work` makes of tables, a row for each row, done in blocks of rows: Ctrl-C is noticed between calls of NumPy."""
+    """Applies `work` to blocks of rows and joins the results, one row for each row. Ctrl-C acts between calls of NumPy."""
     size = 16384
     if len(tables[0]) <= size:
         return work(*tables)
@@ -112,10 +112,10 @@ def in_blocks(work: Callable[..., Any], *tables: npt.NDArray[Any]) -> Any:
 
 
 def settle_ties(expected: Floats) -> Floats:
-    """Expected costs in which those that differ from the least by no more than the rounding of their sums are equal to it.
+    """Sets costs to the least cost of their row if they differ from it by no more than the rounding of the sums.
 
-    Each cost is a sum of one term for each class, none of them negative. Its relative error stays within as many roundings, a few
-    more come from the terms.
+    Each cost is a sum of one term for each class. No term is negative, so the relative error is at most one rounding for each class, and a
+    few more from the terms.
     """
     least = expected.min(axis=1, keepdims=True)
     rounding = 2.0 * (expected.shape[1] + 4) * np.finfo(np.float64).eps
@@ -123,6 +123,6 @@ def settle_ties(expected: Floats) -> Floats:
 
 
 def decide(expected: Floats, probabilities: Floats) -> npt.NDArray[np.intp]:
-    """The class of least expected cost in each row; of equal ones the more probable, then the first."""
+    """The class of least expected cost in each row. Of classes of equal cost the more probable one, then the first."""
     cheapest = expected == expected.min(axis=1, keepdims=True)
     return np.asarray(np.where(cheapest, probabilities, -1.0).argmax(axis=1), dtype=np.intp)

@@ -1,7 +1,7 @@
-"""Estimators in files: the tool as C++ programs load it, and beside it a text in JSON of what else an estimator has.
+"""Estimators in files: a file with the tool, which C++ programs load, and a JSON file with the other attributes of the estimator.
 
-The text names the checksum at the end of the tool's file, so that two files that do not belong together are found out. Nothing in
-either is run.
+The JSON file holds the checksum from the end of the tool's file, so that `load` refuses files that do not belong together. Loading runs no
+code from the files.
 """
 
 from __future__ import annotations
@@ -60,7 +60,7 @@ def load_estimator(cls: Any, path: Any) -> Any:
 
 
 def saved_estimator(path: str) -> Any:
-    """The estimator in a file; None if no text beside it tells of one."""
+    """The estimator in a file; None if there is no JSON file beside it."""
     if _read(path) is None:
         return None
     from . import sklearn
@@ -70,13 +70,13 @@ def saved_estimator(path: str) -> Any:
 
 
 def saved_classes(path: str) -> list[Any] | None:
-    """The classes of the estimator in a file, by their place; None if no text beside it tells of one."""
+    """The classes of the estimator in a file, by their places; None if there is no JSON file beside it."""
     content = _read(path)
     return None if content is None else list(content["attributes"]["classes_"].tolist())
 
 
 def saved_feature_names(path: str) -> list[str] | None:
-    """The names of the measurements, None if nothing tells them."""
+    """The names of the measurements; None if the JSON file is missing or does not name them."""
     content = _read(path)
     if content is None or "feature_names_in_" not in content["attributes"]:
         return None
@@ -84,7 +84,7 @@ def saved_feature_names(path: str) -> list[str] | None:
 
 
 def _read(path: str) -> dict[str, Any] | None:
-    """What the text beside the tool's file says, None without one."""
+    """The content of the JSON file beside the tool's file; None without one."""
     name = f"{path}.json"
     if not os.path.exists(name):
         return None
@@ -107,7 +107,7 @@ def _read(path: str) -> dict[str, Any] | None:
 
 
 def _check_attributes(attributes: dict[str, Any]) -> None:
-    """Raises KeyError for an attribute too many or too few, ValueError for one that no estimator has."""
+    """Raises KeyError for a missing or unknown attribute, ValueError for one of the wrong kind or size."""
     count, width = len(attributes["classes_"]), attributes["n_features_in_"]
     kinds: dict[str, tuple[str, list[tuple[Any, ...]]]] = {
         "classes_": ("biufOUS", [(count,)]),
@@ -131,7 +131,7 @@ def _checksum(path: str) -> str:
 
 
 def _of_tool(cls: Any, tool: ClassifierTool) -> Any:
-    """An estimator around a tool of a C++ program."""
+    """An estimator with the tool of a C++ program."""
     classes = tool.categories
     params: Any = tool.params
     estimator = cls()

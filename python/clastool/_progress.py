@@ -11,9 +11,9 @@ Progress = Optional[Callable[[int, Optional[int]], None]]
 
 @contextmanager
 def progress_bar(description: str, verbose: object) -> Iterator[Progress]:
-    """A function of the rows done and of all, as the parameter `progress` of a tool's operations takes it.
+    """A function of two numbers, the rows done and all rows, for the parameter `progress` of a tool's operations.
 
-    All of them may be None, unknown. The function is None unless a bar is wanted and tqdm is there.
+    The number of all rows may be None. Yields None instead of a function if `verbose` is false or tqdm is not installed.
     """
     if not verbose:
         yield None

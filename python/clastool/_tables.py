@@ -1,4 +1,4 @@
-"""What runs on many rows return, and how tools are made again from pickles."""
+"""The results of runs on many rows, and the function that restores tools from pickles."""
 
 from __future__ import annotations
 
@@ -16,10 +16,10 @@ _none = np.empty((0, 0))
 
 
 class RowResults(NamedTuple):
-    """The answers to many patterns, a row each; a column for each of `categories`, the labels in ascending order.
+    """The answers to many patterns: a row for each pattern, a column for each of `categories`, the labels in ascending order.
 
-    A category that did not take part in a row's answer has scores 0 there. Its expected cost is what deciding for it would cost, or
-    NaN for a decision tree, whose leaves do not say. With `only_labels` all but labels and categories are empty.
+    If a category takes no part in the answer to a row, its scores are 0 there. Its expected cost is that of deciding for it; for a
+    decision tree it is NaN. With `only_labels` the arrays are empty, except labels and categories.
     """
 
     labels: NDArray[np.int64]
@@ -31,9 +31,9 @@ class RowResults(NamedTuple):
 
 
 class Neighbors(NamedTuple):
-    """The nearest neighbours of many patterns, a row each, nearest first.
+    """The nearest neighbours of many patterns: a row for each pattern, nearest first.
 
-    `indices` count the kept patterns: the rows of the training data, less those of unknown category.
+    `indices` count the kept patterns: the rows of the training data without those of unknown category.
     """
 
     distances: NDArray[np.float64]
@@ -42,7 +42,7 @@ class Neighbors(NamedTuple):
 
 
 def remade(kind: type[ClassifierTool], data: Buffer, params: KNNParams | None) -> ClassifierTool:
-    """A tool from a pickle. Archives know no functions, so the parameters are given if their metric is one."""
+    """A tool from a pickle. `params` are given if their metric is a function, because archives cannot hold functions."""
     tool = kind.from_bytes(data)
     if params is not None:
         tool.retrain(params)

@@ -1,10 +1,10 @@
 """Classifiers on Dask collections: arrays and data frames that are larger than the memory of one machine.
 
-`predict`, `predict_proba` and `expected_costs` apply what was fitted elsewhere. They are lazy and go block by block; the answers are those
-of NumPy arrays to the bit. Of a `dask.array` they make arrays, of a `dask.dataframe` a series or a data frame with the same index. The
-model is one node of the graph, so that it is not sent with each block.
+`predict`, `predict_proba` and `expected_costs` apply a model that was fitted elsewhere. They are lazy and work block by block. The answers
+are equal to the bit to those for NumPy arrays. A `dask.array` gives an array, a `dask.dataframe` a series or a data frame with the same
+index. The model is one node of the graph, so it is not sent with each block.
 
-An error in a partition is raised when the collection is computed; its text begins with the partition's number, counted from 0.
+An error in a partition is raised when the collection is computed. Its text begins with the partition's number, counted from 0.
 
 Threads: as for the estimators of `clastool.sklearn`.
 """
@@ -44,19 +44,19 @@ _BRANCHES = 8
 def predict(model: Any, X: Any) -> Any:
     """The class that the model decides for in each row.
 
-    model: a fitted estimator, or a `ClassifierTool`, whose labels are the answer. X: a Dask array with a column for each measurement,
-    also of unknown chunk sizes, or a Dask data frame; partitions may be empty.
+    model: a fitted estimator, or a `ClassifierTool`, which answers with its labels. X: a Dask array or data frame with a column for each
+    measurement. Chunk sizes may be unknown, and partitions empty.
     """
     return _applied(model, X, "predict")
 
 
 def predict_proba(model: Any, X: Any) -> Any:
-    """The probability of each class in each row, columns as in the model's `classes_`, or the `categories` of a tool."""
+    """The probability of each class in each row. The columns are those of the model's `classes_`, or of the `categories` of a tool."""
     return _applied(model, X, "predict_proba")
 
 
 def expected_costs(model: Any, X: Any) -> Any:
-    """What deciding for each class costs on average in each row, columns as in `predict_proba`."""
+    """The expected cost of deciding for each class in each row. The columns are those of `predict_proba`."""
     return _applied(model, X, "expected_costs")
 
 
@@ -196,7 +196,7 @@ def _table(answers: npt.NDArray[Any], index: Any, model: Any) -> Any:
 
 def _require_columns(model: Any, columns: float) -> None:
     known = model.num_measurements if isinstance(model, ClassifierTool) else model.n_features_in_
-    # A decision tree does not say how many it looks at.
+    # The number is 0 for a decision tree, which does not know how many measurements a pattern has.
     if known and columns != known:
         raise ValueError(f"X has {columns} columns, but the model was trained on {known}")
 
@@ -207,12 +207,12 @@ def _require_two_dimensions(X: Any) -> None:
 
 
 def _columns(X: Any) -> Any:
-    """The names of a data frame's columns, and the number of an array's."""
+    """The names of a data frame's columns; the number of an array's columns."""
     return list(X.columns) if isinstance(X, dd.DataFrame) else X.shape[1]
 
 
 def _require_layout(table: Any, columns: Any) -> None:
-    """Dask does not always compare a partition with what was said of it."""
+    """Refuses a partition with other columns than the collection declares. Dask does not always check that."""
     _require_two_dimensions(table)
     expected = len(columns) if isinstance(columns, list) else columns
     if table.shape[1] != expected:
@@ -223,7 +223,7 @@ def _require_layout(table: Any, columns: Any) -> None:
 
 @contextmanager
 def _in_partition(number: int) -> Iterator[None]:
-    """Whatever is refused inside is refused with the number of the partition."""
+    """Turns an error inside into a ValueError that begins with the number of the partition."""
     try:
         yield
     except Exception as error:
@@ -231,7 +231,7 @@ def _in_partition(number: int) -> Iterator[None]:
 
 
 class _OnDask(sklearn._CostClassifier):
-    """What the estimators do with Dask collections, beside what they do with arrays."""
+    """The answers of the estimators to Dask collections. Arrays go to the estimators of `clastool.sklearn`."""
 
     feature_names_in_: Any
 
@@ -244,7 +244,7 @@ class _OnDask(sklearn._CostClassifier):
         return predict_proba(self, X) if _is_lazy(X) else super().predict_proba(X)
 
     def expected_costs(self, X: Any) -> Any:
-        """What deciding for each class costs on average in each row."""
+        """The expected cost of deciding for each class in each row."""
         return expected_costs(self, X) if _is_lazy(X) else super().expected_costs(X)
 
     def _take_names(self, X: Any) -> None:
@@ -258,16 +258,16 @@ class _OnDask(sklearn._CostClassifier):
 class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
     """Bayes, fitted on Dask collections: a model for each partition, merged as a tree.
 
-    Parameters and methods are those of `clastool.sklearn.BayesCostClassifier`. The result is what one machine learns from all rows,
-    up to rounding, however they are partitioned. A worker needs memory for a partition and the models. `predict`, `predict_proba`
-    and `expected_costs` of a Dask collection are lazy, as the functions of this module.
+    Parameters and methods are those of `clastool.sklearn.BayesCostClassifier`. Up to rounding, the result is what one machine learns from
+    all rows, for any partitions. A worker needs memory for a partition and the models. For a Dask collection, `predict`,
+    `predict_proba` and `expected_costs` are lazy, as the functions of this module are.
     """
 
     def fit(self, X: Any, y: Any) -> BayesCostClassifier:
-        """Learns from labelled rows, at once.
+        """Learns from labelled rows. The fit is not lazy.
 
-        X: a Dask array or data frame. y: a Dask array or series with as many partitions, whose rows belong together; arrays of known
-        chunk sizes are made to fit. Partitions may be empty or lack classes. y is read first, on its own. Anything else goes to the
+        X: a Dask array or data frame. y: a Dask array or series with the same partitions. Arrays of known chunk sizes are rechunked to
+        fit. Partitions may be empty or lack classes. A first pass reads y alone. Anything else than Dask collections goes to the
         estimator of `clastool.sklearn`. An error leaves the estimator as it was.
         """
         if not _is_lazy(X):
@@ -300,19 +300,19 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
 
 
 class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
-    """Nearest neighbours, fitted on Dask collections: each partition becomes a shard, which stays on a worker and is searched there.
+    """Nearest neighbours, fitted on Dask collections. Each partition becomes a shard, which stays on a worker and is searched there.
 
-    Parameters and methods are those of `clastool.sklearn.KNeighborsCostClassifier`, and so are all answers, to the bit. `predict`,
-    `predict_proba`, `expected_costs` and `kneighbors` of arrays are computed at once, those of Dask collections are lazy. A worker
-    needs memory for its shards, a partition and a block of rows. When a worker is lost, the others compute its shards again
-    from where the data came from.
+    Parameters, methods and answers are those of `clastool.sklearn.KNeighborsCostClassifier`; the answers are equal to the bit. `predict`,
+    `predict_proba`, `expected_costs` and `kneighbors` compute answers for arrays at once. For Dask collections they are lazy. A worker
+    needs memory for its shards, a partition and a block of rows. When a worker is lost, the others compute its shards again from the
+    source of the data.
 
-    Each shard is a `ClassifierTool` on a worker; `tool_` stands for all of them. `recost` costs nothing on the workers. `partial_fit`
+    Each shard is a `ClassifierTool` on a worker. `tool_` represents all of them. `recost` needs no work on the workers. `partial_fit`
     and `reject_quantile` are refused.
     """
 
     def fit(self, X: Any, y: Any) -> KNeighborsCostClassifier:
-        """Takes labelled rows into shards, at once.
+        """Stores labelled rows in shards. The fit is not lazy.
 
         X, y: as in `BayesCostClassifier.fit`. A partition becomes a shard, unless it is empty.
         """
@@ -337,7 +337,7 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
     def kneighbors(self, X: Any, n_neighbors: int | None = None, return_distance: bool = True) -> Any:
         """Distances and places in the training data of the nearest rows, in ascending order of distance.
 
-        Of rows at one distance the later comes first. Of a Dask collection, Dask arrays.
+        Of rows at equal distance the later one comes first. For a Dask collection the result is Dask arrays.
         """
         if not _is_lazy(X):
             return super().kneighbors(X, n_neighbors, return_distance)
@@ -350,9 +350,9 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
         return _joined([part.distances for part in near], X, np.empty((0, count))), indices
 
     def replicate(self, copies: int) -> KNeighborsCostClassifier:
-        """Keeps each shard on so many workers, or on all if these are fewer.
+        """Keeps each shard on `copies` workers, or on all if these are fewer.
 
-        Blocks of rows go to the copies in turn, so that searches find more processors. 1 gives the copies up.
+        Blocks of rows go to the copies in turn, so that a search can use more processors. 1 gives the copies up.
         """
         check_is_fitted(self)
         if copies < 1:
@@ -362,9 +362,9 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
         return self
 
     def save(self, path: Any) -> None:
-        """Writes shards into the folder `path`, which all workers reach: an archive for each, as C++ programs load it, and `index.json`.
+        """Writes the shards into the folder `path`: an archive for each, which C++ programs load, and `index.json`.
 
-        What was fitted without Dask goes into files as `clastool.sklearn` writes them.
+        All workers must reach the folder. An estimator that was fitted without Dask writes the files of `clastool.sklearn`.
         """
         check_is_fitted(self)
         if not isinstance(self.tool_, ShardedTool):
@@ -374,7 +374,7 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
 
     @classmethod
     def load(cls, path: Any) -> Any:
-        """What `save` wrote; from a folder, each worker loads its shards."""
+        """Loads what `save` wrote. From a folder, each worker loads its shards."""
         return load_shards(cls, os.fspath(path)) if os.path.isdir(path) else super().load(path)
 
     def _take_shards(self, shards: list[Any], rows: list[int], classes: Any, costs: Any, counts: Any) -> None:
@@ -412,15 +412,15 @@ def _parts(collection: Any) -> list[Any]:
 
 
 def _partitions_kept() -> Any:
-    """Without it Dask reads several files of Parquet as one partition where few of their columns are asked for.
+    """Stops Dask from reading several Parquet files as one partition when few of their columns are used.
 
-    Then the partitions of X and y are not the same rows, and errors tell numbers that nobody knows.
+    Otherwise the partitions of X and y would hold different rows, and errors would name the numbers of other partitions.
     """
     return config.set({"optimization.tune.active": False})
 
 
 def _classes(labels: list[Any]) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
-    """All labels, and how many rows each has."""
+    """All labels, and the number of rows of each."""
     counted = run([delayed(_counted)(part, number) for number, part in enumerate(labels)])
     shown = [number for number, (known, _) in enumerate(counted) if len(known)]
     if not shown:
@@ -452,7 +452,7 @@ def _kind(labels: npt.NDArray[Any]) -> str:
 
 
 def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn.BayesCostClassifier) -> ClassifierTool:
-    """What a partition tells: an untrained tool if nothing."""
+    """A tool that is trained on a partition; untrained if the partition is empty."""
     params, classes, columns = shared
     tool = ClassifierTool()
     with _in_partition(number):

@@ -1,4 +1,4 @@
-"""What the library refuses: a class for each kind of error, under the name that it has in C++."""
+"""The errors of the library: a class for each kind, with its C++ name."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ __all__ = [
 
 
 class ClastoolError(Exception):
-    """Base of every error that the library reports. ``str(error)`` is its text, and ``number`` that of its class."""
+    """Base of all errors of the library. ``str(error)`` is the text, and ``number`` the number of the class."""
 
     number: int = 0
 
@@ -88,13 +88,13 @@ class InsufficientTrainData(ClastoolError, ValueError):
 
 
 class BadPointer(ClastoolError, RuntimeError):
-    """Something is missing in an object that a damaged archive filled. Its text is empty."""
+    """An object from a damaged archive lacks a part. The text is empty."""
 
     number = 0x10004007
 
 
 class Failure(ClastoolError, RuntimeError):
-    """A failure code that stands for no error of its own."""
+    """A failure code without a class of its own."""
 
     number = 0x10004008
 
@@ -104,19 +104,19 @@ class ArchiveError(ClastoolError):
 
 
 class UnknownVersion(ArchiveError, ValueError):
-    """A version that this library does not know: of an object, or of the archive as a whole."""
+    """The version of an object, or of the whole archive, is unknown."""
 
     number = 0x10004001
 
 
 class Corrupt(ArchiveError, ValueError):
-    """The bytes cannot be what an archive stored, or an object's class is unknown to archives."""
+    """No archive stores such bytes, or the class of an object is unknown to archives."""
 
     number = 0x10004002
 
 
 class OutOfRange(ArchiveError, ValueError):
-    """A number that is to be stored does not fit 32 bits."""
+    """A number to be stored does not fit 32 bits."""
 
     number = 0x10004003
 
@@ -134,13 +134,13 @@ class Conflict(ArchiveError, RuntimeError):
 
 
 class StreamFailed(ArchiveError, RuntimeError):
-    """Bytes were not taken, or there are no more of them."""
+    """The stream did not take bytes, or it ended too early."""
 
     number = 0x10004006
 
 
 class FileError(ClastoolError, RuntimeError):
-    """A file cannot be read or written, or is not what it should be. The text names the file and what is wrong."""
+    """A file cannot be read or written, or has the wrong content. The text names the file and the reason."""
 
     number = 0x10004400
 

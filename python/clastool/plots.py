@@ -1,8 +1,8 @@
 """Pictures by matplotlib, in the manner of scikit-learn's Display classes.
 
-Each class has a function that computes (`from_estimator`, `from_tool`, ...), which draws at once, and `plot`, which draws what was
-computed once more. Both take the axes to draw into; without them they make a figure. After drawing, `ax_` or `axes_` and
-`figure_` are what was drawn into.
+Each class has a function that computes and draws (`from_estimator`, `from_tool`, ...), and `plot`, which draws the computed values once
+more. Both take the axes to draw into. Without axes they make a figure. After drawing, `ax_` or `axes_` and `figure_` hold the axes and
+the figure.
 """
 
 from __future__ import annotations
@@ -30,7 +30,7 @@ __all__ = [
 ]
 
 
-# The score of a function that takes no part in its rule.
+# The score of a function that its rule ignores.
 _IGNORED = -1.0
 
 
@@ -43,10 +43,10 @@ def _colors(count: int) -> Any:
 
 
 class DecisionRegionsDisplay:
-    """Which class is decided for in each part of a plane of two measurements; paler where that is expected to cost more.
+    """The decision at each point of a plane of two measurements. Paler points have a higher expected cost.
 
-    xx0, xx1: the grid. classes: the classes. decided: their places at each point of the grid, -1 where the estimator rejects.
-    expected: the expected cost there.
+    xx0, xx1: the grid. classes: the classes. decided: the place of the class at each point of the grid, -1 where the estimator rejects.
+    expected: the expected cost at each point.
     """
 
     def __init__(
@@ -70,7 +70,7 @@ class DecisionRegionsDisplay:
     def from_estimator(
         cls, estimator: Any, X: Any, y: Any = None, *, grid_resolution: int = 200, margin: float = 0.1, ax: Axes | None = None
     ) -> DecisionRegionsDisplay:
-        """The plane that rows X of two measurements lie in, with a margin as a share of their range; with y the rows too."""
+        """The plane around rows X of two measurements. The margin is a share of their range. With y the rows are drawn too."""
         names = [str(name) for name in getattr(X, "columns", ["measurement 0", "measurement 1"])]
         rows = np.asarray(X, dtype=np.float64)
         if rows.ndim != 2 or rows.shape[1] != 2:
@@ -122,7 +122,7 @@ class DecisionRegionsDisplay:
 
 
 class CostConfusionDisplay:
-    """How often each class was taken for each, and what that cost; the darker a cell, the more it cost.
+    """The counts and costs of all pairs of a true and an assigned class. The darker a cell, the higher its cost.
 
     counts: counts[true, assigned]. costs: cost[true, assigned]. classes: the names of both.
     """
@@ -134,19 +134,19 @@ class CostConfusionDisplay:
 
     @property
     def paid(self) -> Floats:
-        """What the mistakes of each cell cost in sum."""
+        """The total cost of each cell."""
         return np.asarray(self.counts * self.costs)
 
     @classmethod
     def from_estimator(cls, estimator: Any, X: Any, y: Any, *, ax: Axes | None = None) -> CostConfusionDisplay:
-        """The decisions of a fitted estimator on rows of known classes, rejected rows left out."""
+        """The decisions of a fitted estimator on rows of known classes. Rejected rows are left out."""
         return cls.from_predictions(y, estimator.predict(X), costs=estimator.costs_, classes=estimator.classes_, ax=ax)
 
     @classmethod
     def from_predictions(
         cls, y_true: Any, y_pred: Any, *, costs: Floats, classes: npt.NDArray[Any], ax: Axes | None = None
     ) -> CostConfusionDisplay:
-        """Decisions beside the true classes. A decision that is not among the classes is left out."""
+        """Decisions and the true classes. A decision that is not among the classes is left out."""
         counts = np.zeros((len(classes), len(classes)), dtype=np.int64)
         known = classes.tolist()
         for true, assigned in zip(np.asarray(y_true).tolist(), np.asarray(y_pred).tolist(), strict=True):
@@ -155,7 +155,7 @@ class CostConfusionDisplay:
         return cls(counts=counts, costs=np.asarray(costs, dtype=np.float64), classes=classes).plot(ax=ax)
 
     def plot(self, *, ax: Axes | None = None) -> CostConfusionDisplay:
-        """Draws the matrix: in each cell the count, and below it what these cost."""
+        """Draws the matrix: in each cell the count, and below it the total cost."""
         self.ax_ = _axes(ax)
         self.figure_ = self.ax_.figure
         paid = self.paid
@@ -174,7 +174,7 @@ class CostConfusionDisplay:
 
 
 class CostRatioDisplay:
-    """What decisions cost on average, over what one mistake costs in relation to all others.
+    """The mean cost of decisions, over the cost of one mistake in relation to all others.
 
     ratios: the costs of the mistake. expected: the mean expected cost by the estimator's probabilities. paid: the mean cost of the
     same decisions by the true classes. fixed: for each class the mean cost of always deciding for it.
@@ -208,7 +208,7 @@ class CostRatioDisplay:
         ratios: Any = None,
         ax: Axes | None = None,
     ) -> CostRatioDisplay:
-        """The mistake is a pair of a true and an assigned class; every other one costs 1. The estimator is not fitted again."""
+        """The mistake is a pair (true class, assigned class). Every other mistake costs 1. The estimator is not fitted again."""
         classes = estimator.classes_
         ratios = np.geomspace(0.01, 100.0, 41) if ratios is None else np.asarray(ratios, dtype=np.float64)
         true = np.array([class_index(classes, label, "y") for label in np.asarray(y).tolist()], dtype=np.intp)
@@ -252,7 +252,7 @@ class ScoringFunctionDisplay:
     def from_function(
         cls, function: Any, low: float, high: float, *, name: str = "measurement", ax: Axes | None = None
     ) -> ScoringFunctionDisplay:
-        """The function between two measurements."""
+        """The scores between two values of the measurement."""
         x = np.linspace(low, high, 401)
         return cls(x=x, scores=np.array([function(value) for value in x.tolist()]), name=name).plot(ax=ax)
 
@@ -281,12 +281,12 @@ class RuleTableDisplay:
     def from_table(
         cls, table: RuleTable, ranges: Sequence[tuple[float, float]], *, names: Sequence[str] | None = None
     ) -> RuleTableDisplay:
-        """The table, between the two ends of the range of each measurement."""
+        """The functions of a table. Each measurement has a range, (low, high)."""
         stated = [f"measurement {i}" for i in range(len(ranges))] if names is None else names
         return cls(table=table, ranges=ranges, names=stated).plot()
 
     def plot(self, *, axes: npt.NDArray[Any] | None = None) -> RuleTableDisplay:
-        """Draws the table into an array of axes, rules by measurements."""
+        """Draws the table into an array of axes: a row for each rule, a column for each measurement."""
         rules = list(self.table.rules)
         shape = (len(rules), len(self.ranges))
         if axes is None:
@@ -304,7 +304,7 @@ class RuleTableDisplay:
 
 
 class TreeDisplay:
-    """A decision tree: questions, with the answer yes to the left, and decisions with their expected costs."""
+    """A decision tree: questions, and decisions with their expected costs. The answer yes goes to the left."""
 
     def __init__(self, *, tree: Any, feature_names: Sequence[str] | None, class_names: Sequence[str] | None) -> None:
         self.tree = tree
@@ -320,7 +320,7 @@ class TreeDisplay:
         class_names: Sequence[str] | None = None,
         ax: Axes | None = None,
     ) -> TreeDisplay:
-        """The tree of a tool. Names of classes stand at the places of their labels."""
+        """The tree of a tool. `class_names` lists the names by label."""
         return cls(tree=tool.tree, feature_names=feature_names, class_names=class_names).plot(ax=ax)
 
     def plot(self, *, ax: Axes | None = None) -> TreeDisplay:
@@ -343,7 +343,7 @@ class TreeDisplay:
         return self
 
     def _layout(self) -> tuple[list[tuple[float, float]], list[tuple[int, str]], list[str]]:
-        """Place, parent and text of each node: leaves side by side, a node between its children. Trees may be deep: no recursion."""
+        """Place, parent and text of each node. Leaves are side by side, a node between its children. A loop, because trees may be deep."""
         nodes: list[Any] = []
         parents: list[tuple[int, str]] = []
         depths: list[int] = []

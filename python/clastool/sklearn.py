@@ -1,12 +1,12 @@
 """Estimators for scikit-learn that decide by expected cost.
 
 Both learn a `ClassifierTool`, `tool_`, which `save` writes into a file for C++ programs. They decide for the class of least
-expected cost among all of `classes_`. Classes of equal cost go by probability, then by their order. Costs that differ by no more
-than the rounding of their sums count as equal. A tool by itself decides among the classes that its result holds: for nearest
-neighbours those that have a vote.
+expected cost among all of `classes_`. Of classes of equal cost the more probable one wins, then the first. Costs that differ by no more
+than the rounding of their sums count as equal. The tool alone decides among the classes in its result. For nearest neighbours these
+are the classes with a vote.
 
-Threads: predictions may run on several threads at once, also while another thread fits or recosts another estimator. One that is
-fitted must not be used at the same time.
+Threads: predictions may run on several threads at once, also while another thread fits or recosts another estimator. While `fit` runs,
+no other thread may use that estimator.
 """
 
 from __future__ import annotations
@@ -65,7 +65,7 @@ def _learns_further(estimator: Any) -> bool:
 
 
 class _CostClassifier(ClassifierMixin, BaseEstimator):
-    """What the estimators share: labels, costs, the decision, rejection, files."""
+    """The common part of the estimators: labels, costs, the decision, rejection, files."""
 
     _technique: str
     _finite: Any = True
@@ -90,16 +90,17 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     @abstractmethod
     def _typicality(self, X: Any, is_training: bool) -> Floats:
-        """How typical rows are, higher is more: a column for each limit."""
+        """How typical rows are, with a column for each limit. Higher is more typical."""
 
     @abstractmethod
     def _limits(self, typicality: Floats, y: npt.NDArray[Any], share: float) -> Floats:
-        """The typicality below which the share of the training rows lies, for each column."""
+        """For each column the typicality below which this share of the training rows lies."""
 
     def fit(self: Self, X: Any, y: Any) -> Self:
         """Learns from labelled rows.
 
-        X: rows of measurements, float32 or float64 read in place in any order. y: a label for each, of any kind.
+        X: rows of measurements. float32 and float64 are read in place, with any strides.
+        y: a label of any kind for each row.
         """
         X, y = self._checked_training(X, y, reset=True)
         classes, counts = np.unique(y, return_counts=True)
@@ -115,10 +116,10 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     @available_if(_learns_further)
     def partial_fit(self: Self, X: Any, y: Any, classes: Any = None) -> Self:
-        """Learns further rows, as if they had stood behind those that were learnt before.
+        """Learns further rows, as if they had followed the earlier ones in one call.
 
-        classes: all labels there will ever be; wanted in the first call. A class that no row has shown yet has probability 0.
-        Not there if reject_quantile is set.
+        classes: all labels that will ever occur. The first call needs them. A class without rows so far has probability 0.
+        An estimator with reject_quantile has no such method.
         """
         is_first = not hasattr(self, "tool_")
         known = self._checked_classes(classes, is_first)
@@ -141,7 +142,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         return self
 
     def predict(self, X: Any) -> npt.NDArray[Any]:
-        """The class of least expected cost for each row, or `reject_label` for a row that is like nothing seen in training."""
+        """The class of least expected cost for each row; `reject_label` for a row that is unlike all training rows."""
         X = self._checked(X)
         decided = self.classes_[self._decisions(X)]
         if not hasattr(self, "_reject_limits"):
@@ -151,7 +152,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         return decided
 
     def predict_proba(self, X: Any) -> Floats:
-        """The probability of each class in each row, columns as in `classes_`: the tool's class scores."""
+        """The probability of each class in each row: the tool's class scores. The columns are those of `classes_`."""
         return self._answers(self._checked(X))[0]
 
     def predict_log_proba(self, X: Any) -> Floats:
@@ -160,7 +161,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
             return np.log(self.predict_proba(X))
 
     def expected_costs(self, X: Any) -> Floats:
-        """What deciding for each class costs on average in each row: sum over the true classes of probability * cost."""
+        """The expected cost of deciding for each class in each row: the sum over the true classes of probability * cost."""
         return self._answers(self._checked(X))[1]
 
     def score(self, X: Any, y: Any, sample_weight: Any = None) -> float:
@@ -169,9 +170,9 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         return float(np.average(right, weights=sample_weight))
 
     def paid_cost(self, X: Any, y: Any, *, normalize: bool = True) -> float:
-        """What the decisions on rows of known classes cost: on average, or in sum without `normalize`.
+        """The cost of the decisions on rows of known classes: the mean, or the sum without `normalize`.
 
-        Rejected rows are left out: the costs do not say what looking at them costs. If all are rejected, the cost is 0.
+        Rejected rows are left out, because `costs` has no cost of rejection. If all are rejected, the result is 0.
         """
         X = self._checked(X)
         assigned = self._decisions(X)
@@ -185,19 +186,19 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         return float(paid.mean() if normalize and len(paid) else paid.sum())
 
     def save(self, path: Path) -> None:
-        """Writes the tool into the file `path`, as C++ programs load it, and what Python needs besides into `path` + ".json".
+        """Writes the tool into the file `path`, which C++ programs load, and the rest of the estimator into `path` + ".json".
 
-        The tool's labels are the classes themselves if these are integers from 0 to 2^31 - 1. Otherwise they are places in
-        `classes_`, which the second file lists.
+        The tool's labels are the classes if these are integers from 0 to 2^31 - 1. Otherwise they are places in `classes_`, which the
+        second file lists.
         """
         check_is_fitted(self)
         save_estimator(self, path)
 
     @classmethod
     def load(cls: type[Self], path: Path) -> Self:
-        """What `save` wrote, with equal answers to the bit.
+        """Loads what `save` wrote. The answers are equal to the bit.
 
-        A file without another one beside it is one of a C++ program: its labels are the classes.
+        A file without a JSON file beside it comes from a C++ program. Its labels are the classes.
         """
         loaded: Self = load_estimator(cls, path)
         return loaded
@@ -243,7 +244,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
             del self._reject_limits
 
     def _retrain(self, costs: Floats) -> None:
-        """A tool with the present parameters and these costs in place of the present one."""
+        """Replaces the tool by one with the present parameters and these costs."""
         tool = copy(self.tool_)
         tool.retrain(self._params(self.classes_, costs, self.class_count_))
         self.tool_ = tool
@@ -266,7 +267,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         return probabilities, in_blocks(settle_ties, expected)
 
     def _decisions(self, X: Any) -> npt.NDArray[np.intp]:
-        """The places of the classes that are decided for."""
+        """The decisions, as places in `classes_`."""
         probabilities, expected = self._answers(X)
         decided: npt.NDArray[np.intp] = in_blocks(decide, expected, probabilities)
         return decided
@@ -283,7 +284,7 @@ def _to_tool(y: npt.NDArray[Any], classes: npt.NDArray[Any]) -> npt.NDArray[np.i
 
 
 def _common_dtype(classes: npt.NDArray[Any], label: Any) -> np.dtype[Any]:
-    """One that holds the classes and the label as they are."""
+    """A type that holds the classes and the label unchanged."""
     other = np.asarray(label).dtype
     if classes.dtype.kind == other.kind or {classes.dtype.kind, other.kind} <= set("iuf"):
         return np.result_type(classes.dtype, other)
@@ -293,15 +294,15 @@ def _common_dtype(classes: npt.NDArray[Any], label: Any) -> np.dtype[Any]:
 class KNeighborsCostClassifier(_CostClassifier):
     """Votes of the nearest neighbours, decided by expected cost.
 
-    n_neighbors: how many vote; all rows of the training if these are fewer.
-    p: order of the norm that distances are measured by, any finite number > 0.
+    n_neighbors: the number of neighbours that vote. All training rows vote if these are fewer.
+    p: the order of the norm that measures distances, any finite number > 0.
     metric: None for that norm, or a function of two arrays that returns a distance (slow, and not stored by `save`).
-    costs: None, every mistake costs 1; a matrix cost[true, assigned] over `classes_`; or a dict {(true, assigned): cost}, where the
-        key "default" gives the cost of all other mistakes, 1 unless stated.
-    n_jobs: number of threads of predictions, None is 1, -1 all processors.
-    reject_quantile: None, or a share: a row is rejected if its last neighbour is farther away than that of all but this share of
-        the training rows, each without itself.
-    reject_label: what `predict` answers for rejected rows.
+    costs: None, every mistake costs 1; a matrix cost[true, assigned] over `classes_`; or a dict {(true, assigned): cost}. Its key
+        "default" gives the cost of all other mistakes, 1 if it is absent.
+    n_jobs: the number of threads of predictions. None is 1, -1 all processors.
+    reject_quantile: None, or a share. A row is rejected if its last neighbour is farther away than the last neighbours of all but this
+        share of the training rows. A training row is not its own neighbour.
+    reject_label: the answer of `predict` for rejected rows.
     verbose: shows progress bars if tqdm is installed.
 
     Missing measurements are refused.
@@ -341,7 +342,7 @@ class KNeighborsCostClassifier(_CostClassifier):
     def kneighbors(self, X: Any, n_neighbors: int | None = None, return_distance: bool = True) -> Any:
         """Distances and places in the training data of the nearest rows, in ascending order of distance.
 
-        Of rows at one distance the later comes first.
+        Of rows at equal distance the later one comes first.
         """
         X = self._checked(X)
         near = self.tool_.neighbors(X, self._count(n_neighbors), threads=self._threads())
@@ -365,7 +366,7 @@ class KNeighborsCostClassifier(_CostClassifier):
         return KNNParams(int(self.n_neighbors), metric, tool_costs(costs, tool_labels(classes)))
 
     def _typicality(self, X: Any, is_training: bool) -> Floats:
-        # In training each row is its own nearest neighbour, or one of several at distance 0.
+        # A training row is its own nearest neighbour, or one of several at distance 0. It does not count.
         count = min(self.n_neighbors + int(is_training), self.tool_.num_patterns)
         near = self.tool_.neighbors(X, count, threads=self._threads())
         return np.asarray(-near.distances[:, -1:])
@@ -379,17 +380,17 @@ class BayesCostClassifier(_CostClassifier):
 
     priors: None, the shares of the classes in the training data; "equal"; an array over `classes_`; or a dict {class: prior}.
     costs: as in KNeighborsCostClassifier.
-    groups: which measurements are modelled jointly, by indices or by names: None, each on its own; "all" together; a list of
-        lists; or a dict {class: one of these}, where classes that are not named have none.
+    groups: the measurements that are modelled jointly, by index or name. None, each separately; "all" together; a list of lists; or a
+        dict {class: one of these}, where a class that is not named has no groups.
     distribution: "normal" or "binomial" for all measurements, a list with one for each, or a dict {index or name: one}.
-    max_values: the largest value of binomial measurements: None is 1; a number, a list with one for each measurement, or a dict
+    max_values: the largest value of binomial measurements. None is 1; a number, a list with one for each measurement, or a dict
         {index or name: one}.
-    n_jobs: number of threads of predictions, None is 1, -1 all processors.
-    reject_quantile: None, or a share: a row is rejected if it is less typical of each class than all but this share of that class's
-        own training rows. How typical it is goes by its log-likelihood beside that of the class's mean. So that rows with
-        different gaps compare, the difference is turned into a normal deviate (E. B. Wilson, M. M. Hilferty, "The distribution of
+    n_jobs: the number of threads of predictions. None is 1, -1 all processors.
+    reject_quantile: None, or a share. A row is rejected if, for each class, it is less typical than all but this share of the class's
+        training rows. The measure is the difference between its log-likelihood and that of the class's mean. This is turned into a
+        normal deviate, so that rows with different gaps can be compared (E. B. Wilson, M. M. Hilferty, "The distribution of
         chi-square", 1931).
-    reject_label: what `predict` answers for rejected rows.
+    reject_label: the answer of `predict` for rejected rows.
     verbose: shows progress bars if tqdm is installed.
     """
 
@@ -447,7 +448,7 @@ class BayesCostClassifier(_CostClassifier):
         return self
 
     def predict_log_proba(self, X: Any) -> Floats:
-        """The logarithm of the probabilities, also where these are too small for a number."""
+        """The logarithm of the probabilities, also of those that are too small for a number."""
         joint = self.log_likelihoods(X)
         with np.errstate(divide="ignore"):
             joint += np.log(self.class_prior_)
@@ -455,12 +456,12 @@ class BayesCostClassifier(_CostClassifier):
         return np.asarray(joint - np.log(np.exp(joint).sum(axis=1, keepdims=True)))
 
     def log_likelihoods(self, X: Any) -> Floats:
-        """The logarithm of the density of each row in each class, columns as in `classes_`."""
+        """The logarithm of the density of each row in each class. The columns are those of `classes_`."""
         return self._log_likelihoods(self._checked(X))
 
     def _decisions(self, X: Any) -> npt.NDArray[np.intp]:
-        # Log-likelihoods take a third of the time of whole answers. They decide where the two least costs differ by more than a part in
-        # a million, and the likelihoods are not so large that their roundings come near it. Whole answers decide on the other rows.
+        # Log-likelihoods take a third of the time of whole answers. They decide a row if its two least costs differ by more than a part
+        # in a million, and if rounding errors of its likelihoods are smaller than that. Whole answers decide the other rows.
         with progress_bar("predict", self.verbose) as progress:
             joint = self._log_likelihoods(X, progress)
         decided: npt.NDArray[np.intp] = in_blocks(self._clear_decisions, joint)
@@ -471,7 +472,7 @@ class BayesCostClassifier(_CostClassifier):
         return decided
 
     def _clear_decisions(self, joint: Floats) -> npt.NDArray[np.intp]:
-        """The places of the classes that log-likelihoods decide for, -1 where they do not decide clearly. Changes what it is given."""
+        """The decisions by log-likelihoods, as places in `classes_`; -1 for rows without a clear decision. Overwrites `joint`."""
         with np.errstate(divide="ignore"):
             joint += np.log(self.class_prior_)
         highest = joint.max(axis=1, keepdims=True)
@@ -542,7 +543,7 @@ class BayesCostClassifier(_CostClassifier):
             types.set_dependent(label, indices)
 
     def _distributions(self) -> tuple[DistributionType, dict[int, DistributionType]]:
-        """The type of most measurements, and that of the others."""
+        """The default type, and the types of the measurements that differ from it."""
         stated = self.distribution
         if isinstance(stated, str):
             return _type(stated), {}
@@ -551,7 +552,7 @@ class BayesCostClassifier(_CostClassifier):
         return _TYPES["normal"], {index: type for index, type in types.items() if type != _TYPES["normal"]}
 
     def _maxima(self) -> Floats:
-        """The largest value of each measurement; only those of binomial ones matter."""
+        """The largest value of each measurement. Only those of binomial measurements matter."""
         maxima = np.ones(self.n_features_in_)
         if self.max_values is not None and np.ndim(self.max_values) == 0 and not isinstance(self.max_values, Mapping):
             maxima[:] = self.max_values
@@ -569,7 +570,7 @@ class BayesCostClassifier(_CostClassifier):
         return dict(enumerate(values))
 
     def _measurement(self, name: Any, parameter: str) -> int:
-        """The index of a measurement, which is given by its name or as a number."""
+        """The index of a measurement that is given by name or index."""
         if isinstance(name, str):
             names = getattr(self, "feature_names_in_", np.array([])).tolist()
             if name not in names:
@@ -587,11 +588,11 @@ class BayesCostClassifier(_CostClassifier):
         valid = (~gaps).sum(axis=1)[which.reshape(-1)].reshape(-1, 1)
         with np.errstate(divide="ignore", invalid="ignore"):
             deviates = (np.cbrt(squared / valid) - 1.0 + 2.0 / (9.0 * valid)) / np.sqrt(2.0 / (9.0 * valid))
-        # NaN for a row without measurements, which is below no limit, and in training above all others.
+        # NaN for a row without measurements. It is below no limit, and sorts behind all numbers in training.
         return np.asarray(-deviates)
 
     def _highest_likelihoods(self, gaps: npt.NDArray[np.bool_]) -> Floats:
-        """The log-likelihood of each class's mean, without the measurements that each of the gaps lacks."""
+        """The log-likelihood of each class's mean, for each row of `gaps` without its missing measurements."""
         means = np.full((len(self.classes_), self.n_features_in_), np.nan)
         maxima = self._maxima()
         places = dict(zip(tool_labels(self.classes_).tolist(), range(len(self.classes_))))
@@ -621,14 +622,14 @@ def _type(name: Any) -> DistributionType:
 
 
 def fit_stream(estimator: Self, batches: Iterable[tuple[Any, Any]], classes: Any, *, rows: int | None = None) -> Self:
-    """Learns rows that need not fit into memory, batch after batch, as `partial_fit` does.
+    """Learns batch after batch by `partial_fit`, so the rows need not fit into memory together.
 
-    batches: pairs of X and y, such as a generator reads from a file; pairs without rows are passed over.
-    classes: all labels there will ever be.
-    rows: how many rows there are in all, for the bar that the estimator's `verbose` shows; None: the bar shows what is done.
+    batches: pairs of X and y, for example from a generator that reads a file. Pairs without rows are skipped.
+    classes: all labels that will ever occur.
+    rows: the number of all rows, for the progress bar of `verbose`. With None the bar shows only the rows done.
 
-    A batch that is refused ends it with a ValueError that begins with the batch's number, counted from 0. What was learnt before
-    that, or before Ctrl-C, stays learnt.
+    If a batch is refused, a ValueError is raised that begins with the batch's number, counted from 0. The batches before it, or before
+    Ctrl-C, stay learnt.
     """
     learn, done = estimator.partial_fit, 0
     with progress_bar("fit", estimator.verbose) as progress:

@@ -1,4 +1,4 @@
-"""Trees that scikit-learn learnt, as tools that run without it."""
+"""Tools from trees that scikit-learn learnt. The tools run without scikit-learn."""
 
 from __future__ import annotations
 
@@ -17,11 +17,11 @@ def from_sklearn(tree: Any, costs: Any = None) -> ClassifierTool:
     """A tool that decides as a fitted DecisionTreeClassifier, ExtraTreeClassifier or one tree of a forest.
 
     costs: as in the estimators of `clastool.sklearn`, over the tree's `classes_`. Without them the decisions are those of the tree:
-    the most probable class, of equal ones the first.
+    the most probable class; of equally probable classes the first.
 
-    The tool's labels are the classes if these are integers from 0 to 2^31 - 1, as numbers of any type; otherwise they are places in
-    `classes_`. A tree of a forest has places in the forest's `classes_` as its classes. Match scores are the shares in a leaf
-    divided by the largest one; class scores are the shares.
+    The tool's labels are the classes if these are integers from 0 to 2^31 - 1, as numbers of any type. Otherwise they are places in
+    `classes_`. The classes of a forest's tree are places in the forest's `classes_`. Class scores are the shares of the classes in a
+    leaf. Match scores are these shares divided by the largest one.
 
     scikit-learn rounds measurements to float32 before it compares them. The tool's thresholds are moved to where that rounding
     changes sides, so that decisions are equal for every float64. The exceptions are values beyond the range of float32, which
@@ -35,7 +35,7 @@ def from_sklearn(tree: Any, costs: Any = None) -> ClassifierTool:
         raise ValueError(f"a tree with one output is wanted, not one with {structure.n_outputs}")
     leaves = _leaves(structure, classes, cost_matrix(costs, classes))
     nodes: dict[int, Any] = {}
-    # Children have larger numbers than their parents.
+    # Children have larger numbers than their parents, so they are made first.
     for number in range(structure.node_count - 1, -1, -1):
         left, right = int(structure.children_left[number]), int(structure.children_right[number])
         nodes[number] = leaves[number] if left < 0 else _node(structure, number, nodes.pop(left), nodes.pop(right))
@@ -47,7 +47,7 @@ def from_sklearn(tree: Any, costs: Any = None) -> ClassifierTool:
 def _node(structure: Any, number: int, left: Any, right: Any) -> Node:
     index = [int(structure.feature[number])]
     last = _last_on_the_left(float(structure.threshold[number]))
-    # A measurement that is missing answers no.
+    # A missing measurement answers no.
     if structure.missing_go_to_left[number]:
         return Node(RangePredicate(float(np.nextafter(last, np.inf)), np.inf, index), right, left)
     return Node(RangePredicate(-np.inf, last, index), left, right)
@@ -68,7 +68,7 @@ def _leaves(structure: Any, classes: npt.NDArray[Any], costs: Floats) -> dict[in
     weights = structure.value[:, 0, :]
     shares = weights / weights.sum(axis=1, keepdims=True)
     expected = settle_ties(shares @ costs)
-    # A result keeps the order of equal costs. The more probable class is that of more weight: dividing may make weights equal.
+    # A result keeps the order of equal costs. Weights decide which class is more probable: division may make different weights equal.
     orders = np.lexsort((np.broadcast_to(np.arange(len(classes)), weights.shape), -weights, expected))
     labels = _labels(classes)
     return {
