@@ -1,10 +1,10 @@
 # %% [markdown]
 # # Choosing a technique by what its mistakes cost
 #
-# A biopsy is measured, and a program says whether it is malignant. To call a benign one malignant costs another examination. To call a
-# malignant one benign costs far more: say twenty times as much. Which technique, and which parameters, then cost the least?
+# A biopsy is measured, and a program decides whether it is malignant. Calling a benign biopsy malignant costs another examination. Calling
+# a malignant one benign costs far more, here twenty times as much. Which technique, with which parameters, then costs the least?
 #
-# The data are the 569 biopsies that scikit-learn brings. Each has 30 measurements.
+# The data are 569 biopsies from scikit-learn. Each has 30 measurements.
 
 # %%
 from typing import Any
@@ -23,8 +23,8 @@ kind = np.array(["malignant", "benign"])[data.target]
 costs = {("malignant", "benign"): 20, ("benign", "malignant"): 1}
 
 # %% [markdown]
-# Costs are part of the estimators, so cross-validation compares what would be paid. Here that is the mean cost of a biopsy, and beside
-# it the accuracy, which does not know what mistakes cost.
+# Costs are a parameter of the estimators, so cross-validation can compare the costs of decisions. The table shows the mean cost of a
+# biopsy. It also shows the accuracy, which ignores costs.
 
 
 # %%
@@ -46,12 +46,12 @@ for name, model in candidates.items():
     print(f"{name:26} cost {scores['test_paid'].mean():.2f}   accuracy {scores['test_accuracy'].mean():.2f}")
 
 # %% [markdown]
-# The estimator that knows the costs pays less than its twin that does not, and is right less often: it calls doubtful biopsies
+# The joint estimator with these costs pays less than the one with unit costs. It is right less often, because it calls doubtful biopsies
 # malignant.
 #
 # ## What is decided, and what that costs
 #
-# The matrix shows the decisions on biopsies that were left out of the training, and what each kind of mistake costs in sum.
+# The matrix shows the decisions on biopsies outside the training data, and the total cost of each kind of mistake.
 
 # %%
 X, test, y, truth = train_test_split(table, kind, test_size=0.4, stratify=kind, random_state=0)
@@ -62,8 +62,8 @@ print(f"a biopsy costs {model.paid_cost(test, truth):.2f}; {model.expected_costs
 # %% [markdown]
 # ## When is it better not to measure at all?
 #
-# Over the ratio of the two costs the curve shows what decisions cost on average. The dotted lines are those of a program that always
-# says the same. The estimator is fitted once: other costs need no training.
+# The curve shows the mean cost of decisions over the ratio of the two costs. The dotted lines are those of a program that always makes the
+# same decision. The estimator is fitted once, because other costs need no training.
 
 # %%
 CostRatioDisplay.from_estimator(model, test, truth, ("malignant", "benign"))
@@ -71,8 +71,8 @@ CostRatioDisplay.from_estimator(model, test, truth, ("malignant", "benign"))
 # %% [markdown]
 # ## Where costs move the border
 #
-# With two of the measurements the decisions can be drawn. Paler places are those where a decision is expected to cost more. `recost`
-# takes the other costs without a new fit.
+# With only two measurements the decisions can be drawn. Paler places have a higher expected cost. `recost` takes other costs without a
+# new fit.
 
 # %%
 two = X[["mean radius", "mean texture"]]

@@ -1,11 +1,11 @@
 # %% [markdown]
 # # Inspection by fuzzy rules
 #
-# Turned rings are graded by three measurements: diameter, width and roughness. There are no labelled rings to learn from, but there is
-# an inspector who knows what a good ring is. Her rules become a rule table.
+# Turned rings are graded by three measurements: diameter, width and roughness. There are no labelled rings to learn from. But an inspector
+# knows what a good ring is, and her rules become a rule table.
 #
-# A rule has a scoring function for each measurement, from 0, does not fit, to 1, fits well, and the geometric mean of its scores
-# says how well a ring fits the rule. The first rule that scores more than a threshold decides.
+# A rule has a scoring function for each measurement. A score of 0 means that the measurement does not fit, 1 that it fits well. The
+# geometric mean of the scores says how well a ring fits the rule. The first rule whose score exceeds a threshold decides.
 
 # %%
 import numpy as np
@@ -19,7 +19,7 @@ NAMES = {GOOD: "good", REWORK: "rework", SCRAP: "scrap", -1: "no rule"}
 # %% [markdown]
 # ## Scoring functions
 #
-# The diameter is to be 20.0 mm. Between 19.9 and 20.1 it fits fully, and outside 19.8 to 20.2 not at all.
+# The diameter should be 20.0 mm. It fits fully between 19.9 and 20.1, and not at all outside 19.8 to 20.2.
 
 # %%
 diameter = FeatureScoreTwoSided(x0=19.8, x1=19.9, xc=20.0, x0h=20.2, x1h=20.1, xch=20.0, y0=0.0, y1=1.0, y0h=0.0, y1h=1.0)
@@ -33,7 +33,8 @@ print([round(diameter(x), 2) for x in (19.75, 19.85, 20.0, 20.15)])
 # %% [markdown]
 # ## The table
 #
-# What is too large can be turned once more. What fits no rule is scrap, and the last rule says so: it ignores all measurements.
+# A ring that is too large can be turned once more. A ring that fits no other rule is scrap: the last rule ignores all measurements, and
+# its score is always 1.
 
 # %%
 table = RuleTable(
@@ -54,7 +55,7 @@ for ring in ([20.02, 5.01, 1.5], [20.35, 5.0, 3.0], [19.7, 5.0, 1.0], [20.12, 5.
 # %% [markdown]
 # ## What the threshold does
 #
-# With a higher threshold fewer rings are good. The picture shows the decision over diameter and width for a roughness of 2.5 µm.
+# With a higher threshold fewer rings are good. The picture shows the decisions over diameter and width, for a roughness of 2.5 µm.
 
 # %%
 figure, axes = plt.subplots(1, 2, figsize=(8, 3.4), layout="constrained", sharey=True)

@@ -1,9 +1,10 @@
 # %% [markdown]
 # # From scikit-learn to a C++ line
 #
-# A classifier is chosen where the data are, and runs where the parts are: in a C++ program beside the line. One file serves both.
+# A classifier is chosen where the data are. It runs where the parts are, in a C++ program beside the production line. Both use the same
+# file.
 #
-# The data are the 178 wines that scikit-learn brings, with 13 measurements each, of three growers.
+# The data are 178 wines of three growers from scikit-learn. Each has 13 measurements.
 
 # %%
 import os
@@ -28,9 +29,9 @@ print(f"accuracy {cross_val_score(model, table, grower, cv=5).mean():.2f}")
 # %% [markdown]
 # ## Into a file
 #
-# `save` writes the tool, which the C++ library loads, and beside it a text in JSON with what only Python needs: the parameters, the
-# names of the measurements, and the classes. Here the classes are texts, so the tool's labels are their places in `classes_`. Integers
-# from 0 on are labels as they are.
+# `save` writes two files. The C++ library loads the first one, with the tool. The second one is a JSON file with what only Python needs:
+# the parameters, the names of the measurements, and the classes. Here the classes are strings, so the tool's labels are their places in
+# `classes_`. Integers from 0 on would be the labels themselves.
 
 # %%
 model.fit(table, grower)
@@ -49,7 +50,7 @@ main(["show", path])
 # %% [markdown]
 # ## In a C++ program
 #
-# These lines are those of a program that is compiled and run with every change of the library:
+# These lines belong to a program that is compiled and run with every change of the library:
 #
 # <!-- docs/programs/kit.cpp: run -->
 # ```cpp
@@ -61,8 +62,8 @@ main(["show", path])
 # }
 # ```
 #
-# `loaded` is what `ktKit::load("wine.tool")` gives. The extension of Python holds the same library, so what it says of a loaded tool
-# is what the program says: equal to the bit.
+# `loaded` is the result of `ktKit::load("wine.tool")`. The Python extension contains the same library, so a loaded tool gives the same
+# answers in Python and in the program, to the bit.
 
 # %%
 tool = ClassifierTool.load(path)
@@ -71,7 +72,7 @@ print("probabilities equal to the bit:", np.array_equal(rows.class_scores, model
 print("expected costs equal to the bit:", np.array_equal(rows.expected_costs, model.expected_costs(table)))
 
 # %% [markdown]
-# A measurement that fails on the line is no reason to stop: Bayes decides by the others.
+# If a measurement fails on the line, Bayes decides by the others.
 
 # %%
 gaps = table.to_numpy()[:3].copy()
@@ -82,8 +83,8 @@ for result in (tool.run(row) for row in gaps):
 # %% [markdown]
 # ## Trees of scikit-learn
 #
-# This library learns no trees, but runs those of scikit-learn, without scikit-learn. The decisions are equal for every number:
-# thresholds are moved to where scikit-learn's rounding to float32 changes sides.
+# This library does not learn trees, but it runs those of scikit-learn, without scikit-learn. The decisions are equal for every number,
+# because thresholds are moved to where scikit-learn's rounding to float32 changes sides.
 
 # %%
 tree = DecisionTreeClassifier(max_depth=3, random_state=0).fit(table, grower)
