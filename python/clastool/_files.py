@@ -118,7 +118,8 @@ def _check_attributes(attributes: dict[str, Any]) -> None:
         "_reject_limits": ("f", [(1,), (count,)]),
     }
     optional = {"class_prior_", "feature_names_in_", "_reject_limits"}
-    for name in {*kinds, *attributes} - (optional - {*attributes}) - {"n_features_in_"}:
+    # Sorted, because a set has another order in each process: of two mistakes the same one is named everywhere.
+    for name in sorted({*kinds, *attributes} - (optional - {*attributes}) - {"n_features_in_"}):
         array, (letters, shapes) = attributes[name], kinds[name]
         if count == 0 or not isinstance(array, np.ndarray) or array.dtype.kind not in letters or array.shape not in shapes:
             raise ValueError(f"{name} is of the wrong kind or size")

@@ -612,7 +612,8 @@ def test_files_that_are_damaged_or_do_not_belong_together(tmp_path: Path) -> Non
         ("[]", f"{text}: is not what save wrote: list indices must be integers or slices, not str"),
         (good.replace('"version": 1', '"version": 2'), f"{text}: is not what save wrote: it has the unknown version 2"),
         (good.replace('"classes_"', '"klasses_"'), f"{text}: is not what save wrote: 'classes_'"),
-        (good.replace('"costs_"', '"predict"'), f"{text}: is not what save wrote: 'costs_'"),
+        # Both names are wrong: the first in the alphabet is told, whatever the other.
+        *((good.replace('"costs_"', f'"other{i}"'), wrong("'costs_'")) for i in range(20)),
         (changed(good, ["attributes", "dict"], lambda pairs: pairs[:-1] + [["predict", 1]]), wrong("'n_features_in_'")),
         (changed(good, ["attributes", "dict"], lambda pairs: [*pairs, ["predict", 1]]), wrong("'predict'")),
         (changed(good, ["attributes", "dict", 2, 1, "array"], lambda costs: costs[1:]), wrong("costs_ is of the wrong kind or size")),
