@@ -129,6 +129,12 @@ build() {
     ) 9>"build/$preset.lock"
 }
 
+# python_environment FOLDER: a virtual environment with what building and testing the Python package takes.
+python_environment() {
+    [ -x "$1/bin/python" ] && [ "$("$1/bin/python" -VV)" = "$(python3 -VV)" ] || python3 -m venv --clear "$1"
+    "$1/bin/pip" install -q -r python/tests/requirements.txt
+}
+
 # step COMMAND...: a check among others; says how long it took.
 step() {
     local began=$SECONDS
