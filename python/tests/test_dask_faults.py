@@ -5,7 +5,6 @@ from __future__ import annotations
 import os
 import signal
 from collections.abc import Iterator
-from contextlib import contextmanager
 from pathlib import Path
 from typing import Any
 
@@ -44,27 +43,15 @@ def no_hang() -> Iterator[None]:
 BRIEF = {"distributed.comm.timeouts.connect": "10s"}
 
 
-@contextmanager
-def local() -> Iterator[Any]:
+@pytest.fixture
+def client() -> Iterator[Any]:
+    """Two workers of this test alone: none of them is one that a test before has killed and that is being started again."""
     with (
         dask.config.set(BRIEF),
-        LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=":0") as cluster,
-        Client(cluster) as client,
+        LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as cluster,
+        Client(cluster) as connected,
     ):
-        yield client
-
-
-@pytest.fixture(scope="module")
-def shared() -> Iterator[Any]:
-    with local() as connected:
         yield connected
-
-
-@pytest.fixture
-def client(shared: Any) -> Any:
-    """Two workers; those that a test before has killed were started again."""
-    shared.wait_for_workers(2, timeout=120)
-    return shared
 
 
 def dying(part: Any, deaths: Path, most: int = 1, block_id: Any = None, at: int = 7) -> Any:

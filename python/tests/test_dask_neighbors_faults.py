@@ -46,8 +46,9 @@ def programs(folder: Path, workers: int) -> Iterator[Any]:
             process.wait()
 
 
-@pytest.fixture(scope="module")
+@pytest.fixture
 def cluster() -> Iterator[Any]:
+    """Workers of one test alone: none of them is one that a test before has killed and that is being started again."""
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
         yield started
 
@@ -55,7 +56,6 @@ def cluster() -> Iterator[Any]:
 @pytest.fixture
 def client(cluster: Any) -> Iterator[Any]:
     with Client(cluster) as connected:
-        connected.wait_for_workers(2, timeout=LIMIT)
         yield connected
 
 
@@ -91,16 +91,13 @@ def same(found: Any, expected: Any) -> None:
         np.testing.assert_array_equal(part, known)
 
 
-def test_a_worker_with_a_shard_is_killed(client: Any) -> None:
+@pytest.mark.parametrize("queries", [lambda X: X, lambda X: da.from_array(X, chunks=(50, 3))], ids=["array", "blocks"])
+def test_a_worker_with_a_shard_is_killed(queries: Callable[[Any], Any], client: Any) -> None:
     X, y = sample(2000)
     expected = KNeighborsCostClassifier().fit(X, y).kneighbors(X[:200])
     fitted = cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(1000, 3)), da.from_array(y, chunks=1000))
     os.kill(pids(client)[0], signal.SIGKILL)
-    same(in_time(lambda: fitted.kneighbors(X[:200])), expected)
-    client.wait_for_workers(2, timeout=LIMIT)
-    os.kill(pids(client)[0], signal.SIGKILL)
-    blocks = da.from_array(X[:200], chunks=(50, 3))
-    same(in_time(lambda: dask.compute(*fitted.kneighbors(blocks))), expected)
+    same(in_time(lambda: dask.compute(*fitted.kneighbors(queries(X[:200])))), expected)
 
 
 def test_a_worker_is_killed_during_predict(client: Any, tmp_path: Path) -> None:
