@@ -16,29 +16,42 @@
 template <class Value>
 class kt_Smallest {
 public:
-    explicit kt_Smallest(std::size_t k) : values_(k) { clear(); }
+    explicit kt_Smallest(std::size_t k) : k_(k), values_(k <= mostSorted ? k : 2 * k) { clear(); }
 
-    void clear() { std::fill(values_.begin(), values_.end(), std::numeric_limits<Value>::infinity()); }
+    void clear()
+    {
+        std::fill_n(values_.data(), k_, std::numeric_limits<Value>::infinity());
+        count_ = k_;
+        bound_ = std::numeric_limits<Value>::infinity();
+    }
 
     /// The largest of the k values; infinite while there are fewer.
-    Value largest() { return isSorted() ? values_[values_.size() - 1] : values_[0]; }
+    Value largest()
+    {
+        if (count_ > k_) {
+            keepSmallest();
+        }
+        return isSorted() ? values_[k_ - 1] : bound_;
+    }
 
     void take(Value value)
     {
-        Value* const values = values_.data();
         if (isSorted()) {
-            insert(values, values_.size(), value);
-        } else if (value < values[0]) {
-            replaceLargest(values, values_.size(), value);
+            insert(values_.data(), k_, value);
+        } else if (value < bound_) {
+            values_[count_++] = value;
+            if (count_ == values_.size()) {
+                keepSmallest();
+            }
         }
     }
 
 private:
-    /// Up to this k the values are kept sorted, without a branch that depends on them: the processor would often predict the branches of
-    /// a heap wrong.
+    /// Up to this k the values are kept sorted, without a branch that depends on them. For more, values gather unsorted behind the k
+    /// smallest, until they are as many again: then each costs a few steps, where a heap takes steps for each of its levels.
     static constexpr std::size_t mostSorted = 16;
 
-    bool isSorted() const { return values_.size() <= mostSorted; }
+    bool isSorted() const { return k_ <= mostSorted; }
 
     static void insert(Value* values, std::size_t size, Value value)
     {
@@ -48,21 +61,17 @@ private:
         values[0] = std::min(values[0], value);
     }
 
-    /// Replaces the top of the heap.
-    static void replaceLargest(Value* values, std::size_t size, Value value)
+    void keepSmallest()
     {
-        std::size_t place = 0;
-        for (std::size_t child = 1; child < size; child = 2 * place + 1) {
-            child += child + 1 < size && values[child] < values[child + 1] ? 1 : 0;
-            if (!(value < values[child])) {
-                break;
-            }
-            values[place] = values[child];
-            place = child;
-        }
-        values[place] = value;
+        Value* const values = values_.data();
+        std::nth_element(values, values + k_ - 1, values + count_);
+        count_ = k_;
+        bound_ = values[k_ - 1];
     }
 
+    std::size_t k_;
+    std::size_t count_ = 0;
+    Value bound_ = 0;
     kt_Scratch<Value, 256> values_;
 };
 
