@@ -130,7 +130,7 @@ void ktClassifierDistributionTypes::setDependent(long categoryLabel, const std::
         }
         if (!touched[set] || set == first) {
             labels.push_back(dependentLabels_[set]);
-            sets.push_back(touched[set] ? std::vector<long>() : dependentSets_[set]);
+            sets.push_back(dependentSets_[set]);
         }
     }
     if (first == touched.size()) {
