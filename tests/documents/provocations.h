@@ -13,4 +13,12 @@ struct Provocation {
 std::vector<Provocation> provocationsOfClassification();
 std::vector<Provocation> provocationsOfFoundation();
 
+inline std::vector<Provocation> allProvocations()
+{
+    std::vector<Provocation> all = provocationsOfClassification();
+    const std::vector<Provocation> more = provocationsOfFoundation();
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
 }  // namespace documents

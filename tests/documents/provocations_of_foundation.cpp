@@ -27,28 +27,6 @@ ktPersistent* makeLoop()
 
 const kt_Instantiator loopEntry(typeid(Loop), &makeLoop);
 
-/// Throws the given exception when a byte is read.
-template <class Thrown>
-class ThrowingBuffer : public std::streambuf {
-public:
-    explicit ThrowingBuffer(Thrown thrown) : thrown_(thrown) {}
-
-protected:
-    int_type underflow() override { throw thrown_; }
-
-private:
-    Thrown thrown_;
-};
-
-/// Says that it can seek, but does not come back.
-class LostBuffer : public std::stringbuf {
-public:
-    explicit LostBuffer(const std::string& bytes) : std::stringbuf(bytes) {}
-
-protected:
-    pos_type seekpos(pos_type, std::ios_base::openmode) override { return pos_type(off_type(-1)); }
-};
-
 /// Does something with an archive that stores.
 template <class Operation>
 void storing(Operation operation)

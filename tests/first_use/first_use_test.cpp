@@ -12,6 +12,25 @@
 namespace {
 
 /// Loads the two tools that are stored there, and stores them again.
+std::string storedAgain(const std::string& bytes);
+
+bool isConverted();
+
+TEST(FirstUse, OfRegistryAndConverterByEightThreadsAtOnce)
+{
+    const std::string neighbors = kt_test::goldenBytes("ktClassifierTool");
+    const std::string tree = kt_test::goldenBytes("ktClassifierToolWithTree");
+    std::atomic<int> right{0};
+    threads::onEachThread([&](int thread) {
+        const bool convertsFirst = thread % 2 == 0;
+        const std::string& bytes = thread % 4 < 2 ? neighbors : tree;
+        bool isRight = !convertsFirst || isConverted();
+        isRight = storedAgain(bytes) == bytes && isRight;
+        right += isRight && isConverted() ? 1 : 0;
+    });
+    EXPECT_EQ(right, threads::numThreads);
+}
+
 std::string storedAgain(const std::string& bytes)
 {
     std::istringstream in(bytes);
@@ -34,21 +53,6 @@ bool isConverted()
         return error.message() == "No valid data has been used to train the distribution";
     }
     return false;
-}
-
-TEST(FirstUse, OfRegistryAndConverterByEightThreadsAtOnce)
-{
-    const std::string neighbors = kt_test::goldenBytes("ktClassifierTool");
-    const std::string tree = kt_test::goldenBytes("ktClassifierToolWithTree");
-    std::atomic<int> right{0};
-    threads::onEachThread([&](int thread) {
-        const bool convertsFirst = thread % 2 == 0;
-        const std::string& bytes = thread % 4 < 2 ? neighbors : tree;
-        bool isRight = !convertsFirst || isConverted();
-        isRight = storedAgain(bytes) == bytes && isRight;
-        right += isRight && isConverted() ? 1 : 0;
-    });
-    EXPECT_EQ(right, threads::numThreads);
 }
 
 }  // namespace

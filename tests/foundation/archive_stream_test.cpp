@@ -7,47 +7,6 @@ namespace {
 
 using namespace kt_test;
 
-/// Throws what it was given, at the first byte in either direction.
-template <class Thrown>
-class ThrowingBuffer : public std::streambuf {
-public:
-    explicit ThrowingBuffer(Thrown thrown) : thrown_(thrown) {}
-
-protected:
-    int_type underflow() override { throw thrown_; }
-    int_type overflow(int_type) override { throw thrown_; }
-
-private:
-    Thrown thrown_;
-};
-
-/// Says that it can seek, but does not come back.
-class LostBuffer : public std::stringbuf {
-public:
-    explicit LostBuffer(const std::string& bytes) : std::stringbuf(bytes) {}
-
-protected:
-    pos_type seekpos(pos_type, std::ios_base::openmode) override { return pos_type(off_type(-1)); }
-};
-
-/// Claims a length of 2^40 bytes.
-class BoastingBuffer : public std::stringbuf {
-public:
-    explicit BoastingBuffer(const std::string& bytes) : std::stringbuf(bytes) {}
-
-protected:
-    pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override
-    {
-        return from == std::ios_base::end ? pos_type(off_type{1} << 40) : std::stringbuf::seekoff(offset, from, which);
-    }
-};
-
-/// In a good state, though its buffer was taken away.
-class RobbedStream : public std::iostream {
-public:
-    explicit RobbedStream(std::streambuf* buffer) : std::iostream(buffer) { set_rdbuf(nullptr); }
-};
-
 TEST(ArchiveStream, SinkThatRefusesEndsInStreamFailed)
 {
     LimitedSink sink(0, AtLimit::refuses);
@@ -302,15 +261,14 @@ TEST(ArchiveStream, OperationInsideAPassOpenedByHandIsInTheStreamWhenItReturns)
 
 TEST(ArchiveStream, DoubleThatComesFirstInsidePassesStandsBehindTheHeader)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     double value = 2.5;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass outer(archive);
-        const ktArchive::Pass inner(archive);
-        archive || value;
+        const ktArchive::Pass outer(storing);
+        const ktArchive::Pass inner(storing);
+        storing || value;
     }
-    EXPECT_EQ(out.str(), store(value));
+    EXPECT_EQ(storing.bytes(), store(value));
 }
 
 TEST(ArchiveStream, PassOfAnotherArchiveBetweenTwoChangesNoByte)

@@ -1,38 +1,8 @@
-#include "support/test.h"
+#include "archive_bytes.h"
 
 namespace {
 
 using namespace kt_test;
-
-/// Fills a double in place: returned by value, a signalling NaN can pass through a register that makes it a quiet one.
-void setBits(double& value, std::uint64_t bits)
-{
-    std::memcpy(&value, &bits, sizeof value);
-}
-
-std::uint64_t bitsOf(const double& value)
-{
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
-template <class T>
-struct Row {
-    const char* label;
-    T value;
-    const char* bytes;
-};
-
-template <class T>
-void expectRows(const std::vector<Row<T>>& rows)
-{
-    for (const Row<T>& row : rows) {
-        SCOPED_TRACE(row.label);
-        EXPECT_EQ(toHex(kt_test::afterHeader(store(row.value))), row.bytes);
-        EXPECT_EQ(load<T>(archiveHeader() + fromHex(row.bytes)), row.value);
-    }
-}
 
 TEST(Archive, IsMadeExplicitlyAndNotCopied)
 {
@@ -113,7 +83,7 @@ TEST(Archive, DoubleIs64BitsLowestByteFirst)
 
 TEST(Archive, EveryDoubleSurvivesBitByBit)
 {
-    const std::vector<Row<std::uint64_t>> rows = {
+    const std::vector<ByteRow<std::uint64_t>> rows = {
         {"minus zero", 0x8000000000000000, "00 00 00 00 00 00 00 80"},
         {"least above zero", 0x0000000000000001, "01 00 00 00 00 00 00 00"},
         {"infinity", 0x7FF0000000000000, "00 00 00 00 00 00 F0 7F"},
@@ -122,21 +92,24 @@ TEST(Archive, EveryDoubleSurvivesBitByBit)
         {"negative NaN with a load", 0xFFF8000000C0FFEE, "EE FF C0 00 00 00 F8 FF"},
         {"signalling NaN", 0x7FF0000000000001, "01 00 00 00 00 00 F0 7F"},
     };
-    for (const Row<std::uint64_t>& row : rows) {
+    for (const ByteRow<std::uint64_t>& row : rows) {
         SCOPED_TRACE(row.label);
         std::vector<double> value(1);
-        setBits(value[0], row.value);
+        // In place: returned by value, a signalling NaN can pass through a register that makes it a quiet one.
+        std::memcpy(value.data(), &row.value, sizeof row.value);
         const std::string bytes = store(value[0]);
         EXPECT_EQ(toHex(kt_test::afterHeader(bytes)), row.bytes);
         std::vector<double> loaded(1);
         loadInto(loaded[0], bytes);
-        EXPECT_EQ(bitsOf(loaded[0]), row.value);
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, loaded.data(), sizeof bits);
+        EXPECT_EQ(bits, row.value);
     }
 }
 
 TEST(Archive, OperatorsChain)
 {
-    EXPECT_EQ(toHex(kt_test::afterHeader(store(std::string("a"), 1L, 2UL, 0.0, static_cast<unsigned char>(3)))),
+    EXPECT_EQ(hexOf(std::string("a"), 1L, 2UL, 0.0, static_cast<unsigned char>(3)),
               "01 00 00 00 61 01 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00 03");
 }
 

@@ -1,25 +1,8 @@
-#include "support/test.h"
+#include "handlers.h"
 
 namespace {
 
-struct Polls {
-    long answer = 0;
-    int count = 0;
-    std::thread::id thread;
-};
-
-long answerOf(void* context)
-{
-    auto* polls = static_cast<Polls*>(context);
-    ++polls->count;
-    polls->thread = std::this_thread::get_id();
-    return polls->answer;
-}
-
-class Attention : public testing::Test {
-protected:
-    ~Attention() override { kfSetAttentionHandler(nullptr, nullptr); }
-};
+using namespace handlers;
 
 TEST_F(Attention, GoesOnWithoutAHandler)
 {

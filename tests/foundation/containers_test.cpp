@@ -1,20 +1,9 @@
-#include "toys.h"
+#include "archive_bytes.h"
 
 namespace {
 
 using namespace kt_test;
 using toys::Reading;
-
-using Handles = std::vector<ktPtrHandle<toys::Node>>;
-
-/// The value's bytes behind the header are these, and they load into an equal value from either kind of stream.
-template <class T>
-void expectBytes(const T& value, const std::string& hex)
-{
-    EXPECT_EQ(toHex(afterHeader(store(value))), hex);
-    EXPECT_TRUE(load<T>(archiveHeader() + fromHex(hex)) == value) << hex;
-    EXPECT_TRUE(kt_test::loadBlind<T>(archiveHeader() + fromHex(hex)) == value) << hex;
-}
 
 TEST(ArchiveContainers, TextIsItsLengthAndItsBytes)
 {
@@ -120,15 +109,14 @@ TEST(ArchiveContainers, VectorIsResizedBeforeItsElementsAreLoaded)
 TEST(ArchiveContainers, VectorOfObjectsCanGoByTwiceInAPass)
 {
     std::vector<toys::Note> notes{toys::Note("a"), toys::Note("b"), toys::Note("c")};
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        archive || notes || notes;
+        const ktArchive::Pass pass(storing);
+        storing || notes || notes;
     }
     const std::string once = afterHeader(store(notes));
-    EXPECT_EQ(toHex(afterHeader(out.str())), toHex(once + fromHex("00 03 00 00 00")));
-    kt_test::LoadingArchive archive(out.str());
+    EXPECT_EQ(toHex(afterHeader(storing.bytes())), toHex(once + fromHex("00 03 00 00 00")));
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     std::vector<toys::Note> loaded;
     archive || loaded || loaded;
@@ -159,7 +147,7 @@ TEST(ArchiveContainers, VectorOfVersionOneIsRefusedWithoutAPlace)
     expectVersionOneIsRefused<std::vector<double>>();
     expectVersionOneIsRefused<std::vector<bool>>();
     expectVersionOneIsRefused<std::vector<std::string>>();
-    expectVersionOneIsRefused<Handles>();
+    expectVersionOneIsRefused<toys::Nodes>();
 }
 
 enum class Colour : unsigned long { red };
@@ -235,7 +223,7 @@ TEST(ArchiveContainers, HugeCountsTakeNoMemory)
         expectImpossible<std::vector<long>>("00 " + tail, at13, blindFailure(count, 4, at13, end));
         expectImpossible<std::vector<double>>("00 " + tail, at13, blindFailure(count, 8, at13, end));
         expectImpossible<std::vector<std::string>>("00 " + tail, at13, blindFailure(count, 4, at13, end));
-        expectImpossible<Handles>("00 " + tail, at13, blindFailure(count, 1, at13, end));
+        expectImpossible<toys::Nodes>("00 " + tail, at13, blindFailure(count, 1, at13, end));
     }
     expectImpossible<std::vector<bool>>("00 FF FF FF FF 00 00", "impossible count 536870912 at byte 13",
                                         "unexpected end at byte 15");
@@ -379,13 +367,12 @@ ktArchive& operator||(ktArchive& archive, Moved& moved)
 TEST(ArchiveContainers, VectorWhoseBytesAreThereIsMadeAtOnceAndAnyOtherInFewSteps)
 {
     std::vector<Moved> stored(20000);
-    std::ostringstream out;
-    ktArchive storing(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive storing;
     storing || stored;
     Moved::moves = 0;
-    EXPECT_EQ(load<std::vector<Moved>>(out.str()).size(), 20000u);
+    EXPECT_EQ(load<std::vector<Moved>>(storing.bytes()).size(), 20000u);
     EXPECT_EQ(Moved::moves, 0);
-    const std::vector<Moved> blind = kt_test::loadBlind<std::vector<Moved>>(out.str());
+    const std::vector<Moved> blind = kt_test::loadBlind<std::vector<Moved>>(storing.bytes());
     EXPECT_EQ(blind.size(), 20000u);
     EXPECT_EQ(blind.capacity(), 20000u);
     EXPECT_LE(Moved::moves, 20000);

@@ -2,20 +2,6 @@
 
 namespace {
 
-class Redirecting : public ktDiagObject {
-public:
-    explicit Redirecting(ktDiagObject* destination) : destination_(destination) {}
-
-    ktDiagObject* recordingDestination(unsigned long& flags) override
-    {
-        flags |= 8;
-        return destination_;
-    }
-
-private:
-    ktDiagObject* destination_;
-};
-
 TEST(Diagnostics, NullStaysNull)
 {
     unsigned long flags = 5;
@@ -33,6 +19,19 @@ TEST(Diagnostics, ObjectIsItsOwnDestinationUnlessItSaysOtherwise)
 
 TEST(Diagnostics, ObjectChoosesDestinationAndFlags)
 {
+    class Redirecting : public ktDiagObject {
+    public:
+        explicit Redirecting(ktDiagObject* destination) : destination_(destination) {}
+
+        ktDiagObject* recordingDestination(unsigned long& flags) override
+        {
+            flags |= 8;
+            return destination_;
+        }
+
+    private:
+        ktDiagObject* destination_;
+    };
     ktDiagObject destination;
     Redirecting object(&destination);
     unsigned long flags = 5;

@@ -3,29 +3,8 @@
 namespace {
 
 using kt_test::expectThrows;
-
-/// An error of a user's own.
-class Mishap : public ktExceptionWithString {
-public:
-    explicit Mishap(const std::string& message = "") : ktExceptionWithString(message) {}
-
-    long errorNumber() const override { return 77; }
-    void suicideAndRethrow() override { rethrowCopyOf(this); }
-
-private:
-    toys::Alive<Mishap> alive_;
-};
-
-/// An error that makes its message when it is asked.
-class Sum : public ktException {
-public:
-    long errorNumber() const override { return 78; }
-    void suicideAndRethrow() override { rethrowCopyOf(this); }
-    const char* what() const noexcept override { return "1 + 1 = 2"; }
-
-protected:
-    void message_(std::ostream& out) const override { out << "1 + 1 = " << 1 + 1; }
-};
+using toys::Mishap;
+using toys::Sum;
 
 TEST(Exception, MessageAndWhatAreTheText)
 {

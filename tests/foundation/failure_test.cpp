@@ -1,49 +1,9 @@
-#include "support/test.h"
+#include "handlers.h"
 
 namespace {
 
+using namespace handlers;
 using kt_test::expectThrows;
-
-// A group of the tests' own: code c of it is 0x80000000 + 32 * 1000 + c.
-constexpr long group = 1000;
-constexpr long firstCode = static_cast<long>(0x80007D00UL);
-
-std::vector<long> seen;
-
-void recordsAndReturns(long code)
-{
-    seen.push_back(code);
-}
-
-void throwsForCodeOne(long code)
-{
-    seen.push_back(code);
-    if (code == firstCode + 1) {
-        throw std::domain_error("one");
-    }
-}
-
-void throwsAlways(long)
-{
-    throw std::range_error("always");
-}
-
-/// A registration that ends with the test.
-class Registration {
-public:
-    Registration(long forGroup, kfExceptionConverter converter) : group_(forGroup), converter_(converter)
-    {
-        seen.clear();
-        kfRegisterExceptionConverter(group_, converter_);
-    }
-    ~Registration() { kfUnregisterExceptionConverter(group_, converter_); }
-    Registration(const Registration&) = delete;
-    Registration& operator=(const Registration&) = delete;
-
-private:
-    long group_;
-    kfExceptionConverter converter_;
-};
 
 TEST(Failure, CodesWithoutBit31AreNoFailures)
 {

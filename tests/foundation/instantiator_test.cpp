@@ -1,51 +1,10 @@
 #include "toys.h"
 
-namespace outer {
-namespace inner {
-
-/// Registered by the tests.
-class Guest : public ktPersistent, public ktRepBase {
-public:
-    long number = 0;
-
-    static ktPersistent* make() { return new Guest; }
-
-protected:
-    void dispatchSerialize(ktArchive& archive) override
-    {
-        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
-            ktArchive::checkVersion(version);
-            archive || number;
-        });
-    }
-};
-
-}  // namespace inner
-}  // namespace outer
-
 namespace {
 
 using outer::inner::Guest;
-
-template <class T>
-class Box : public ktPersistent, public ktRepBase {
-public:
-    static ktPersistent* make() { return new Box; }
-};
-
-ktPersistent* makeNothing()
-{
-    return nullptr;
-}
-
-std::multiset<std::string> registeredNames()
-{
-    std::multiset<std::string> names;
-    for (const kt_Instantiator* entry = kt_Instantiator::first(); entry != nullptr; entry = entry->next()) {
-        names.insert(entry->name());
-    }
-    return names;
-}
+using toys::Box;
+using toys::registeredNames;
 
 TEST(Instantiator, EntryIsFoundByTypeAndByPlainName)
 {
@@ -143,7 +102,7 @@ TEST(Instantiator, ClassThatWasUnregisteredIsUnknown)
 
 TEST(Instantiator, FactoryThatGivesNothingEndsInBadPointer)
 {
-    const kt_Instantiator entry(typeid(Guest), &makeNothing);
+    const kt_Instantiator entry(typeid(Guest), []() -> ktPersistent* { return nullptr; });
     const std::string bytes = kt_test::store(ktPtrHandle<Guest>(new Guest));
     EXPECT_THROW(kt_test::load<ktPtrHandle<Guest>>(bytes), ktBadPointer);
 }

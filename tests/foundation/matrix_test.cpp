@@ -4,14 +4,8 @@ namespace {
 
 using namespace kt_test;
 
-ktNMMatrix numbered(long rows, long columns)
-{
-    ktNMMatrix matrix(rows, columns);
-    for (long i = 0; i < rows * columns; ++i) {
-        matrix(i / columns, i % columns) = static_cast<double>(i + 1);
-    }
-    return matrix;
-}
+/// The elements 1, 2, 3, ... row by row.
+ktNMMatrix numbered(long rows, long columns);
 
 TEST(Matrix, IsZerosOfTheGivenShape)
 {
@@ -133,6 +127,15 @@ TEST(Matrix, HugeShapeTakesNoMemory)
         EXPECT_THROW(kt_test::loadBlind<ktNMMatrix>(bytes), ktArchive::Corrupt);
         EXPECT_LT(watch.peakBytes(), 16 * 1024u);
     }
+}
+
+ktNMMatrix numbered(long rows, long columns)
+{
+    ktNMMatrix matrix(rows, columns);
+    for (long i = 0; i < rows * columns; ++i) {
+        matrix(i / columns, i % columns) = static_cast<double>(i + 1);
+    }
+    return matrix;
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // What an open pass knows of objects that die, are assigned, or take the place of others.
 
-#include "toys.h"
+#include "archive_bytes.h"
 
 namespace {
 
@@ -30,19 +30,12 @@ void elsewhere(Work work)
     std::thread(work).join();
 }
 
-void storeByPointer(ktArchive& archive, ktPersistent* object)
-{
-    ktPersistent* unused = nullptr;
-    ktPersistent::serializePointer(archive, object, unused);
-}
-
 // The pass cannot know that another thread destroyed what it has stored.
 TEST(PointerRecord, ObjectAtTheAddressOfOneThatDiedOnAnotherThreadIsAnother)
 {
     for (const bool isStoredElsewhereFirst : {false, true}) {
         SCOPED_TRACE(isStoredElsewhereFirst);
-        std::ostringstream out;
-        ktArchive archive(static_cast<std::ostream&>(out));
+        kt_test::StoringArchive archive;
         const ktArchive::Pass pass(archive);
         alignas(Note) unsigned char place[sizeof(Note)];
         for (const char* text : {"a", "b"}) {
@@ -50,32 +43,30 @@ TEST(PointerRecord, ObjectAtTheAddressOfOneThatDiedOnAnotherThreadIsAnother)
             if (isStoredElsewhereFirst) {
                 elsewhere([note] { store(*note); });
             }
-            storeByPointer(archive, note);
-            storeByPointer(archive, note);
+            storePointer(archive, note);
+            storePointer(archive, note);
             elsewhere([note] { note->~Note(); });
         }
-        EXPECT_EQ(toHex(afterHeader(out.str())), newNote +
-                                                     "00 01 00 00 00 61 01 00 00 00 00 "
-                                                     "02 00 00 00 00 00 01 00 00 00 62 01 01 00 00 00");
+        EXPECT_EQ(toHex(afterHeader(archive.bytes())), newNote +
+                                                           "00 01 00 00 00 61 01 00 00 00 00 "
+                                                           "02 00 00 00 00 00 01 00 00 00 62 01 01 00 00 00");
     }
 }
 
 TEST(PointerRecord, ObjectInPlaceAtTheAddressOfOneThatDiedOnAnotherThreadIsAnother)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     std::vector<std::string> loaded;
     alignas(Note) unsigned char place[sizeof(Note)];
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
+        const ktArchive::Pass pass(storing);
         for (const char* text : {"a", "b", "c"}) {
             Note* note = new (place) Note(text);
-            archive || *note;
+            storing || *note;
             elsewhere([note] { note->~Note(); });
         }
     }
-    std::istringstream in(out.str());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     for (int i = 0; i < 3; ++i) {
         Note* note = new (place) Note;
@@ -109,14 +100,13 @@ TEST(PointerRecord, PassHasRoomForTheLivingOnly)
 
 TEST(PointerRecord, ObjectThatWasAssignedIsStoredAsAnother)
 {
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     ktPtrHandle<Note> note(new Note("a"));
     archive || note;
     *note = Note("b");
     archive || note || note;
-    EXPECT_EQ(toHex(afterHeader(out.str())),
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())),
               newNote + "00 01 00 00 00 61 02 00 00 00 00 00 01 00 00 00 62 01 01 00 00 00");
 }
 
@@ -154,15 +144,13 @@ TEST(PointerRecord, ObjectMayAssignItselfWhileItsRecordIsOpen)
 
 TEST(PointerRecord, ReferencesFindALoadedObjectThatWasAssigned)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
+        const ktArchive::Pass pass(storing);
         ktPtrHandle<Note> note(new Note("a"));
-        archive || note || note;
+        storing || note || note;
     }
-    std::istringstream in(out.str());
-    ktArchive archive(static_cast<std::istream&>(in));
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     ktPtrHandle<Note> first;
     ktPtrHandle<Note> second;
@@ -177,20 +165,18 @@ TEST(PointerRecord, AssignmentInsideAPassThatDoesNotKnowTheObjectChangesNothingT
 {
     Note note("a");
     store(note);
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
+    kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     note = Note("b");
     archive || note;
     note = Note("c");
     archive || note;
-    EXPECT_EQ(toHex(afterHeader(out.str())), "00 01 00 00 00 62 00 01 00 00 00 63");
+    EXPECT_EQ(toHex(afterHeader(archive.bytes())), "00 01 00 00 00 62 00 01 00 00 00 63");
 }
 
 TEST(PointerRecord, LoadedObjectThatWasAssignedIsKnownThoughAnOlderPassIsOpenThatIsNot)
 {
-    std::ostringstream outerBytes;
-    ktArchive outer(static_cast<std::ostream&>(outerBytes));
+    kt_test::StoringArchive outer;
     const ktArchive::Pass outerPass(outer);
     kt_test::LoadingArchive inner(archiveOf(newNote + "00 01 00 00 00 61 01 00 00 00 00"));
     const ktArchive::Pass innerPass(inner);
@@ -201,7 +187,7 @@ TEST(PointerRecord, LoadedObjectThatWasAssignedIsKnownThoughAnOlderPassIsOpenTha
     inner || second;
     EXPECT_EQ(first, second);
     outer || first;
-    EXPECT_EQ(toHex(afterHeader(outerBytes.str())), newNote + "00 01 00 00 00 62");
+    EXPECT_EQ(toHex(afterHeader(outer.bytes())), newNote + "00 01 00 00 00 62");
 }
 
 /// Has two layers, and is made at one place only.
@@ -240,29 +226,25 @@ Placed* placed(const char* text, long number)
 TEST(PointerRecord, ReferencesFindTheObjectThatIsAtItsAddressLast)
 {
     const kt_Instantiator entry(typeid(Placed), &Placed::make, "Placed");
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        archive || *placed("in place", 1);
+        const ktArchive::Pass pass(storing);
+        storing || *placed("in place", 1);
         elsewhere([] { Placed::here()->~Placed(); });
         for (const char* text : {"a", "b"}) {
             Placed* object = placed(text, 2);
-            storeByPointer(archive, object);
-            storeByPointer(archive, object);
+            storePointer(storing, object);
+            storePointer(storing, object);
             elsewhere([object] { object->~Placed(); });
         }
     }
-    kt_test::LoadingArchive archive(out.str());
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     archive || *placed("", 0);
     elsewhere([] { Placed::here()->~Placed(); });
     for (const char* text : {"a", "b"}) {
-        ktPersistent* object = nullptr;
-        ktPersistent* again = nullptr;
-        ktPersistent::serializePointer(archive, nullptr, object);
-        ktPersistent::serializePointer(archive, nullptr, again);
-        EXPECT_EQ(object, again);
+        ktPersistent* object = loadPointer(archive);
+        EXPECT_EQ(object, loadPointer(archive));
         EXPECT_EQ(static_cast<Placed*>(object)->text, text);
         elsewhere([] { Placed::here()->~Placed(); });
     }
@@ -270,16 +252,15 @@ TEST(PointerRecord, ReferencesFindTheObjectThatIsAtItsAddressLast)
 
 TEST(PointerRecord, LayersOfWhatDiedElsewhereAreNotThoseOfTheNextAtItsAddress)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
+        const ktArchive::Pass pass(storing);
         for (const char* text : {"a", "b"}) {
-            archive || *placed(text, 7);
+            storing || *placed(text, 7);
             elsewhere([] { Placed::here()->~Placed(); });
         }
     }
-    kt_test::LoadingArchive archive(out.str());
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     for (const char* text : {"a", "b"}) {
         Placed* object = placed("", 0);
@@ -296,9 +277,8 @@ TEST(PointerRecord, ObjectDestroyedInsideAPassIsForgottenThere)
     const ktArchive::Pass pass(archive);
     alignas(Note) unsigned char place[sizeof(Note)];
     for (const char* text : {"a", "b"}) {
-        ktPersistent* unused = nullptr;
         Note* note = new (place) Note(text);
-        ktPersistent::serializePointer(archive, note, unused);
+        storePointer(archive, note);
         note->~Note();
     }
     EXPECT_EQ(toHex(afterHeader(archive.bytes())), newNote + "00 01 00 00 00 61 02 00 00 00 00 00 01 00 00 00 62");
@@ -309,13 +289,12 @@ TEST(PointerRecord, DestroyedObjectIsForgottenThoughItsClassSetsNoMarks)
     kt_test::StoringArchive archive;
     const ktArchive::Pass pass(archive);
     std::optional<toys::Markless> place;
-    ktPersistent* unused = nullptr;
     place.emplace(1);
-    ktPersistent::serializePointer(archive, &*place, unused);
+    storePointer(archive, &*place);
     place.emplace(2);
     archive || *place;
     place.emplace(3);
-    ktPersistent::serializePointer(archive, &*place, unused);
+    storePointer(archive, &*place);
     EXPECT_EQ(toHex(afterHeader(archive.bytes()).substr(5)),
               "74 6F 79 73 3A 3A 4D 61 72 6B 6C 65 73 73 01 00 00 00 "
               "02 00 00 00 "

@@ -3,38 +3,7 @@
 namespace {
 
 using namespace kt_test;
-
-/// Shows what the base keeps for its derived classes.
-class Probe : public ktPersistent {
-public:
-    using ktPersistent::dispatchSerialize;
-    using ktPersistent::haveVisited;
-    using ktPersistent::loadSimple;
-    using ktPersistent::reInit;
-    using ktPersistent::setVisited;
-};
-
-/// Two layers of the same extent: the derived class adds no field.
-class Base : public ktPersistent {
-protected:
-    void dispatchSerialize(ktArchive& archive) override
-    {
-        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
-            ktArchive::checkVersion(version, "Base");
-            ktPersistent::dispatchSerialize(archive);
-        });
-    }
-};
-class Derived : public Base {
-protected:
-    void dispatchSerialize(ktArchive& archive) override
-    {
-        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
-            ktArchive::checkVersion(version, "Derived");
-            Base::dispatchSerialize(archive);
-        });
-    }
-};
+using namespace toys;
 
 TEST(Persistent, BaseHasNothingToArchive)
 {
@@ -184,7 +153,7 @@ TEST(Persistent, ObjectMarkedByHandIsStoredByPointer)
 TEST(Persistent, LayersOfOneExtentAreEachArchived)
 {
     Derived derived;
-    EXPECT_EQ(toHex(afterHeader(store(derived))), "00 00");
+    EXPECT_EQ(hexOf(derived), "00 00");
     kt_test::expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive: Derived.", [&] {
         kt_test::loadInto(derived, archiveHeader() + fromHex("01 00"));
     });

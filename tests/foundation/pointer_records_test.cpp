@@ -1,4 +1,4 @@
-#include "toys.h"
+#include "archive_bytes.h"
 
 #include "support/stacks.h"
 
@@ -7,20 +7,9 @@ namespace {
 using namespace kt_test;
 using namespace toys;
 
-using Nodes = std::vector<ktPtrHandle<Node>>;
-
-template <class T>
-void expectCorrupt(const std::string& hex, const std::string& what)
-{
-    SCOPED_TRACE(hex);
-    const kt_test::MemoryWatch watch;
-    expectThrows<ktArchive::Corrupt>("Corrupt archive: " + what + ".", [&] { load<T>(archiveOf(hex)); });
-    EXPECT_EQ(watch.liveBlocks(), 0);
-}
-
 TEST(PointerRecord, NullIsOneByte)
 {
-    EXPECT_EQ(toHex(afterHeader(store(ktPtrHandle<Node>()))), "00");
+    EXPECT_EQ(hexOf(ktPtrHandle<Node>()), "00");
     EXPECT_TRUE(load<ktPtrHandle<Node>>(archiveOf("00")).isNull());
 }
 
@@ -29,7 +18,7 @@ TEST(PointerRecord, FirstOfAClassNamesItLaterOnesGiveItsIndexAndARepeatedObjectG
     const ktPtrHandle<Node> a(new Node(1));
     const ktPtrHandle<Node> b(new Node(2));
     const ktPtrHandle<Node> c(new HeavyNode(0.5));
-    EXPECT_EQ(toHex(afterHeader(store(Nodes{a, b, c, b, a}))),
+    EXPECT_EQ(hexOf(Nodes{a, b, c, b, a}),
               "00 05 00 00 00 " + newNode + "00 01 00 00 00 " + noChildren + " " + "02 00 00 00 00 00 02 00 00 00 " +
                   noChildren + " " + "03 0F 00 00 00 74 6F 79 73 3A 3A 48 65 61 76 79 4E 6F 64 65 00 00 00 00 00 00 " +
                   noChildren + " 00 00 00 00 00 00 E0 3F " + "01 01 00 00 00 " + "01 00 00 00 00");
@@ -67,15 +56,14 @@ TEST(PointerRecord, SharedObjectIsRestoredShared)
 
 TEST(PointerRecord, ConstHandlesShareWithTheOthers)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     ktPtrHandle<Node> node(new Node(5));
     ktPtrHandle_const<Node> same(node);
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        archive || node || same;
+        const ktArchive::Pass pass(storing);
+        storing || node || same;
     }
-    kt_test::LoadingArchive archive(out.str());
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     archive || same || node;
     EXPECT_EQ(ktPtrHandle_const<Node>(node), same);
@@ -108,14 +96,13 @@ TEST(PointerRecord, NothingIsRememberedBetweenPasses)
 TEST(PointerRecord, PassOpenedByHandJoinsOperations)
 {
     ktPtrHandle<Node> node(new Node(5));
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        archive || node || node;
+        const ktArchive::Pass pass(storing);
+        storing || node || node;
     }
-    EXPECT_EQ(toHex(afterHeader(out.str())), newNode + "00 05 00 00 00 " + noChildren + " 01 00 00 00 00");
-    std::istringstream in(out.str());
+    EXPECT_EQ(toHex(afterHeader(storing.bytes())), newNode + "00 05 00 00 00 " + noChildren + " 01 00 00 00 00");
+    std::istringstream in(storing.bytes());
     ktPtrHandle<Node> first;
     ktPtrHandle<Node> second;
     ktArchive archive(static_cast<std::istream&>(in));
@@ -153,7 +140,7 @@ protected:
 TEST(PointerRecord, ObjectMayBeStoredElsewhereWhileItIsBeingStored)
 {
     Diary diary;
-    EXPECT_EQ(toHex(afterHeader(store(diary))), "00");
+    EXPECT_EQ(hexOf(diary), "00");
     EXPECT_EQ(toHex(afterHeader(diary.copy)), "00");
 }
 

@@ -2,26 +2,17 @@
 
 namespace {
 
+/// So many numbers between 0 and 1, or of the standard normal.
 template <class Generator>
-std::vector<double> draw(unsigned long seed, int count)
-{
-    Generator generator(seed);
-    std::vector<double> values;
-    for (int i = 0; i < count; ++i) {
-        values.push_back(generator.next(0.0, 1.0));
-    }
-    return values;
-}
+std::vector<double> draw(unsigned long seed, int count);
 
-struct Sequence {
-    unsigned long seed;
-    std::vector<double> values;
-};
+/// By their seeds.
+using Sequences = std::map<unsigned long, std::vector<double>>;
 
 // A multiple of 2^-53 each: the upper 53 bits of the numbers that the 64-bit Mersenne Twister gives.
 TEST(RandomUniform, GivesTheSameBitsEverywhere)
 {
-    const std::vector<Sequence> sequences = {
+    const Sequences sequences = {
         {0,
          {0x1.4741be2e5a0ecp-3, 0x1.fbfa74f87c81fp-1, 0x1.442642fe065dp-5, 0x1.31ead2079dc7fp-1, 0x1.15a66026760e4p-1}},
         {1,
@@ -32,14 +23,14 @@ TEST(RandomUniform, GivesTheSameBitsEverywhere)
          {0x1.a7759e8bbab5cp-3, 0x1.a9b006768695cp-1, 0x1.aa5712f6fb4dcp-1, 0x1.028d7bb0bedbep-1,
           0x1.22c253e9512c8p-2}},
     };
-    for (const Sequence& sequence : sequences) {
-        EXPECT_EQ(draw<ktRandomUniform>(sequence.seed, 5), sequence.values) << "seed " << sequence.seed;
+    for (const auto& [seed, values] : sequences) {
+        EXPECT_EQ(draw<ktRandomUniform>(seed, 5), values) << "seed " << seed;
     }
 }
 
 TEST(RandomGaussian, GivesTheSameBitsEverywhere)
 {
-    const std::vector<Sequence> sequences = {
+    const Sequences sequences = {
         {0,
          {-0x1.442642fe065dp-5, -0x1.b1bc79151609p-2, 0x1.2e06f8c09cdc2p+0, -0x1.8fc935910dbdp-3,
           -0x1.54c04912782c2p+1}},
@@ -53,8 +44,8 @@ TEST(RandomGaussian, GivesTheSameBitsEverywhere)
          {0x1.14b6a47e5da24p-2, 0x1.2beb4e0dd0c76p+0, -0x1.4428e7847aed7p-1, 0x1.23a88c4ca8995p+0,
           -0x1.6bd9c16d43bafp-1}},
     };
-    for (const Sequence& sequence : sequences) {
-        EXPECT_EQ(draw<ktRandomGaussian>(sequence.seed, 5), sequence.values) << "seed " << sequence.seed;
+    for (const auto& [seed, values] : sequences) {
+        EXPECT_EQ(draw<ktRandomGaussian>(seed, 5), values) << "seed " << seed;
     }
 }
 
@@ -112,6 +103,17 @@ TEST(Random, CopyGoesOnWithTheSameNumbers)
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(copy.next(0.0, 1.0), generator.next(0.0, 1.0));
     }
+}
+
+template <class Generator>
+std::vector<double> draw(unsigned long seed, int count)
+{
+    Generator generator(seed);
+    std::vector<double> values;
+    for (int i = 0; i < count; ++i) {
+        values.push_back(generator.next(0.0, 1.0));
+    }
+    return values;
 }
 
 // The statistics of n independent draws lie within five of their standard deviations: for a right generator that fails once

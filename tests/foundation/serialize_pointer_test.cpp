@@ -1,24 +1,9 @@
-#include "toys.h"
+#include "archive_bytes.h"
 
 namespace {
 
 using namespace kt_test;
 using namespace toys;
-
-std::string storePointer(ktPersistent* object)
-{
-    kt_test::StoringArchive archive;
-    ktPersistent* result = nullptr;
-    ktPersistent::serializePointer(archive, object, result);
-    return archive.bytes();
-}
-
-ktPersistent* loadPointer(ktArchive& archive)
-{
-    ktPersistent* result = nullptr;
-    ktPersistent::serializePointer(archive, nullptr, result);
-    return result;
-}
 
 TEST(SerializePointer, StoringLeavesTheResultAlone)
 {
@@ -121,16 +106,14 @@ TEST(SerializePointer, ObjectWithoutACountThatAHandleMetDiesWithThePass)
 
 TEST(SerializePointer, ObjectThatAHandleMetFirstCanStillBeTaken)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     Loose loose(7);
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        ktPersistent* unused = nullptr;
-        ktPersistent::serializePointer(archive, &loose, unused);
-        ktPersistent::serializePointer(archive, &loose, unused);
+        const ktArchive::Pass pass(storing);
+        storePointer(storing, &loose);
+        storePointer(storing, &loose);
     }
-    std::istringstream in(out.str());
+    std::istringstream in(storing.bytes());
     std::unique_ptr<ktPersistent> taken;
     {
         ktArchive archive(static_cast<std::istream&>(in));
@@ -146,15 +129,13 @@ TEST(SerializePointer, ObjectThatAHandleMetFirstCanStillBeTaken)
 /// Stores the object twice in one pass, loads it, destroys it, and loads the reference to it.
 void loadReferenceToDestroyed(ktPersistent& object)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
-        ktPersistent* unused = nullptr;
-        ktPersistent::serializePointer(archive, &object, unused);
-        ktPersistent::serializePointer(archive, &object, unused);
+        const ktArchive::Pass pass(storing);
+        storePointer(storing, &object);
+        storePointer(storing, &object);
     }
-    kt_test::LoadingArchive archive(out.str());
+    kt_test::LoadingArchive archive(storing.bytes());
     const ktArchive::Pass pass(archive);
     delete loadPointer(archive);
     EXPECT_THROW(loadPointer(archive), ktArchive::Corrupt);

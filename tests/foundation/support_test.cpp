@@ -11,24 +11,10 @@ namespace {
 using namespace kt_test;
 
 /// A block that a compiler cannot do without.
-std::unique_ptr<char[]> block(std::size_t size)
-{
-    char* volatile bytes = new char[size];
-    return std::unique_ptr<char[]>(bytes);
-}
+std::unique_ptr<char[]> block(std::size_t size);
 
 /// What the first failure in `body` says; empty without a failure.
-template <class Body>
-std::string firstFailureOf(Body body)
-{
-    testing::TestPartResultArray failures;
-    {
-        const testing::ScopedFakeTestPartResultReporter reporter(
-            testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
-        body();
-    }
-    return failures.size() == 0 ? "" : failures.GetTestPartResult(0).message();
-}
+std::string firstFailureOf(const std::function<void()>& body);
 
 TEST(TestSupport, MemoryWatchCountsWhatIsLeftAndThePeak)
 {
@@ -231,6 +217,23 @@ TEST(TestSupport, LoadDamagedFindsWhatMustNotBe)
     expectFound(failureOfDamage([&leaked](ktArchive&) { leaked.push_back(block(1)); }), "blocks leaked");
     expectFound(failureOfDamage([](ktArchive&) { block(100000); }), "peakBytes");
     expectFound(failureOfDamage([](ktArchive& archive) { archive.throwCorrupt("all"); }), "does not load");
+}
+
+std::unique_ptr<char[]> block(std::size_t size)
+{
+    char* volatile bytes = new char[size];
+    return std::unique_ptr<char[]>(bytes);
+}
+
+std::string firstFailureOf(const std::function<void()>& body)
+{
+    testing::TestPartResultArray failures;
+    {
+        const testing::ScopedFakeTestPartResultReporter reporter(
+            testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+        body();
+    }
+    return failures.size() == 0 ? "" : failures.GetTestPartResult(0).message();
 }
 
 }  // namespace

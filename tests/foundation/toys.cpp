@@ -10,6 +10,7 @@ const kt_Instantiator noteEntry(typeid(Note), &Note::make);
 const kt_Instantiator looseEntry(typeid(Loose), &Loose::make);
 const kt_Instantiator speckEntry(typeid(Speck), &Speck::make);
 const kt_Instantiator marklessEntry(typeid(Markless), &Markless::make);
+const kt_Instantiator pointEntry(typeid(Point), &Point::make, "Point");
 
 }  // namespace
 
@@ -50,6 +51,30 @@ void Loose::dispatchSerialize(ktArchive& archive)
 void Speck::dispatchSerialize(ktArchive& archive)
 {
     dispatchLayer(archive, this, sizeof *this, [](unsigned char version) { ktArchive::checkVersion(version); });
+}
+
+void Point::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+        ktArchive::checkVersion(version, "Point");
+        archive || number || next;
+    });
+}
+
+void Base::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+        ktArchive::checkVersion(version, "Base");
+        ktPersistent::dispatchSerialize(archive);
+    });
+}
+
+void Derived::dispatchSerialize(ktArchive& archive)
+{
+    dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+        ktArchive::checkVersion(version, "Derived");
+        Base::dispatchSerialize(archive);
+    });
 }
 
 }  // namespace toys

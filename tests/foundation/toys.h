@@ -105,6 +105,69 @@ protected:
 /// In no registry.
 class Stranger : public ktPersistent, public ktRepBase {};
 
+/// The class of the example in docs/archive-format.md.
+class Point : public ktPersistent, public ktRepBase {
+public:
+    long number = 0;
+    ktPtrHandle<Point> next;
+
+    static ktPersistent* make() { return new Point; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+/// An error of a user's own.
+class Mishap : public ktExceptionWithString {
+public:
+    explicit Mishap(const std::string& message = "") : ktExceptionWithString(message) {}
+
+    long errorNumber() const override { return 77; }
+    void suicideAndRethrow() override { rethrowCopyOf(this); }
+
+private:
+    Alive<Mishap> alive_;
+};
+
+/// An error that makes its message when it is asked.
+class Sum : public ktException {
+public:
+    long errorNumber() const override { return 78; }
+    void suicideAndRethrow() override { rethrowCopyOf(this); }
+    const char* what() const noexcept override { return "1 + 1 = 2"; }
+
+protected:
+    void message_(std::ostream& out) const override { out << "1 + 1 = " << 1 + 1; }
+};
+
+/// Shows what the base keeps for its derived classes.
+class Probe : public ktPersistent {
+public:
+    using ktPersistent::dispatchSerialize;
+    using ktPersistent::haveVisited;
+    using ktPersistent::loadSimple;
+    using ktPersistent::reInit;
+    using ktPersistent::setVisited;
+};
+
+/// Two layers of the same extent: the derived class adds no field.
+class Base : public ktPersistent {
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+class Derived : public Base {
+protected:
+    void dispatchSerialize(ktArchive& archive) override;
+};
+
+/// A class whose name each compiler spells its own way.
+template <class T>
+class Box : public ktPersistent, public ktRepBase {
+public:
+    static ktPersistent* make() { return new Box; }
+};
+
 /// A value class with an operator of its own: mark, range.
 struct Reading {
     unsigned char mark = 0;
@@ -116,6 +179,8 @@ inline ktArchive& operator||(ktArchive& archive, Reading& reading)
 {
     return archive || reading.mark || reading.range;
 }
+
+using Nodes = std::vector<ktPtrHandle<Node>>;
 
 /// A chain of that many nodes, each the only child of the one before; the numbers count from 1. Built from its end, so no
 /// depth is too much to build.
@@ -132,6 +197,15 @@ inline ktPtrHandle<Node> chain(long length)
     return head;
 }
 
+inline std::multiset<std::string> registeredNames()
+{
+    std::multiset<std::string> names;
+    for (const kt_Instantiator* entry = kt_Instantiator::first(); entry != nullptr; entry = entry->next()) {
+        names.insert(entry->name());
+    }
+    return names;
+}
+
 // The first record of a Node, and a later one with the index of its class.
 inline const std::string newNode = "03 0A 00 00 00 74 6F 79 73 3A 3A 4E 6F 64 65 ";
 inline const std::string newLoose = "03 0B 00 00 00 74 6F 79 73 3A 3A 4C 6F 6F 73 65 ";
@@ -144,6 +218,27 @@ inline std::string archiveOf(const std::string& hex)
 }
 
 }  // namespace toys
+
+namespace outer::inner {
+
+/// In namespaces, and registered by each test that needs it.
+class Guest : public ktPersistent, public ktRepBase {
+public:
+    long number = 0;
+
+    static ktPersistent* make() { return new Guest; }
+
+protected:
+    void dispatchSerialize(ktArchive& archive) override
+    {
+        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
+            ktArchive::checkVersion(version);
+            archive || number;
+        });
+    }
+};
+
+}  // namespace outer::inner
 
 /// Loaded as a value, takes 17 bytes at least.
 template <>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bytes.h"
 #include "streams.h"
 
 #include <gtest/gtest.h>
@@ -45,6 +46,13 @@ std::string store(const T&... values)
     // Storing changes nothing; only the operator, which also loads, asks for an object that is not const.
     (void)(archive || ... || const_cast<T&>(values));
     return out.str();
+}
+
+/// The bytes of the values behind the header, in hexadecimal digits.
+template <class... T>
+std::string hexOf(const T&... values)
+{
+    return toHex(afterHeader(store(values...)));
 }
 
 /// Loads over a given value. The bytes are a whole archive, and all of them must be taken. Throws what loading throws.

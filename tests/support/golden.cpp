@@ -26,13 +26,18 @@ std::string kt_test::goldenFolder()
     return projectFolder() + "/tests/golden";
 }
 
-std::string kt_test::goldenBytes(const std::string& name)
+std::string kt_test::fileBytes(const std::string& path)
 {
-    std::ifstream file(goldenPath(name), std::ios::binary);
+    std::ifstream file(path, std::ios::binary);
     if (!file) {
-        throw std::runtime_error("there is no golden archive " + goldenPath(name));
+        throw std::runtime_error("there is no file " + path);
     }
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string kt_test::goldenBytes(const std::string& name)
+{
+    return fileBytes(goldenPath(name));
 }
 
 void kt_test::expectGolden(const std::string& name, const std::string& bytes)

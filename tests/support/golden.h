@@ -22,6 +22,9 @@ std::string projectFolder();
 std::string goldenFolder();
 
 /// Throws std::runtime_error if there is no such file.
+std::string fileBytes(const std::string& path);
+
+/// Throws std::runtime_error if there is no such archive.
 std::string goldenBytes(const std::string& name);
 
 /// Expects that `bytes` are those of tests/golden/<name>.ktar.

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <istream>
 #include <ostream>
+#include <sstream>
 #include <streambuf>
 #include <string>
 
@@ -64,6 +65,47 @@ private:
     };
 
     Buffer buffer_;
+};
+
+/// Throws what it was given, at the first byte in either direction.
+template <class Thrown>
+class ThrowingBuffer : public std::streambuf {
+public:
+    explicit ThrowingBuffer(Thrown thrown) : thrown_(thrown) {}
+
+protected:
+    int_type underflow() override { throw thrown_; }
+    int_type overflow(int_type) override { throw thrown_; }
+
+private:
+    Thrown thrown_;
+};
+
+/// Says that it can seek, but does not come back.
+class LostBuffer : public std::stringbuf {
+public:
+    explicit LostBuffer(const std::string& bytes) : std::stringbuf(bytes) {}
+
+protected:
+    pos_type seekpos(pos_type, std::ios_base::openmode) override { return pos_type(off_type(-1)); }
+};
+
+/// Claims a length of 2^40 bytes.
+class BoastingBuffer : public std::stringbuf {
+public:
+    explicit BoastingBuffer(const std::string& bytes) : std::stringbuf(bytes) {}
+
+protected:
+    pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override
+    {
+        return from == std::ios_base::end ? pos_type(off_type{1} << 40) : std::stringbuf::seekoff(offset, from, which);
+    }
+};
+
+/// In a good state, though its buffer was taken away.
+class RobbedStream : public std::iostream {
+public:
+    explicit RobbedStream(std::streambuf* buffer) : std::iostream(buffer) { set_rdbuf(nullptr); }
 };
 
 }  // namespace kt_test

@@ -40,6 +40,26 @@ inline std::vector<long> labelsOf(const ktClassifierResult& result)
     return labels;
 }
 
+/// The labels of the patterns in their order.
+inline std::vector<long> labelsOf(const ktClassifierDataProvider& data)
+{
+    std::vector<long> labels;
+    for (long i = 0; i < data.numPatterns(); ++i) {
+        labels.push_back(data.categoryLabel(i));
+    }
+    return labels;
+}
+
+/// The measurements of the patterns in their order, invalid ones too.
+inline std::vector<std::vector<double>> measurementsOf(ktClassifierDataProviderMemory data)
+{
+    std::vector<std::vector<double>> rows;
+    for (long i = 0; i < data.numPatterns(); ++i) {
+        rows.push_back(data.featurePattern(i)->featureMeasurements(false));
+    }
+    return rows;
+}
+
 /// A result that no run gives, to see whether a run left it alone.
 inline ktClassifierResult untouchedResult()
 {
