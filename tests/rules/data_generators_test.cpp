@@ -1,52 +1,11 @@
-#include "support/test.h"
+#include "generators.h"
 
 namespace {
 
 using namespace kt_test;
 
-using Distribution = std::vector<ktPair<double>>;
-using Measurements = std::vector<std::vector<double>>;
 using Labels = std::vector<long>;
-
-/// Two measurements, around 10 and around -3.
-const Distribution twoMeasurements = {{10.0, 2.0}, {-3.0, 0.5}};
-
-Measurements measurementsOf(ktClassifierDataProviderMemory data)
-{
-    Measurements rows;
-    for (long i = 0; i < data.numPatterns(); ++i) {
-        rows.push_back(data.featurePattern(i)->featureMeasurements(false));
-    }
-    return rows;
-}
-
-Labels labelsOf(const ktClassifierDataProviderMemory& data)
-{
-    Labels labels;
-    for (long i = 0; i < data.numPatterns(); ++i) {
-        labels.push_back(data.categoryLabel(i));
-    }
-    return labels;
-}
-
-/// A class of `patterns` patterns whose every measurement is `value`: nothing spreads.
-kt_ClassDataGenerator constantClass(double value, std::size_t measurements, long patterns)
-{
-    return kt_ClassDataGenerator(Distribution(measurements, {value, 0.0}), patterns);
-}
-
-/// Patterns 0, 1, 2, ... of a class with this number of measurements.
-kt_ClassDataGenerator normalClass(std::size_t measurements, long patterns)
-{
-    return kt_ClassDataGenerator(Distribution(measurements, {0.0, 1.0}), patterns);
-}
-
-void expectEmpty(ktClassifierDataProviderMemory data)
-{
-    EXPECT_TRUE(data == ktClassifierDataProviderMemory());
-    EXPECT_EQ(data.numPatterns(), 0);
-    EXPECT_EQ(data.numMeasurements(), 0);
-}
+using Measurements = std::vector<std::vector<double>>;
 
 // The numbers below come from a second implementation of the two generators.
 TEST(ClassDataGenerator, GivesTheSameBitsEverywhere)

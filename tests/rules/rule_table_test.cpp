@@ -10,30 +10,6 @@ using OneSided = ktClassifierFeatureScoreOneSided;
 using TwoSided = ktClassifierFeatureScoreTwoSided;
 using Rules = std::vector<ktClassifierRule>;
 
-constexpr const char* badThreshold = "hardThreshold < 0 || hardThreshold > 1";
-constexpr const char* notTrained = "the rule table needs to be trained before it can classify";
-constexpr const char* noValues = "featureVector.featureValues().size() == 0";
-constexpr const char* otherWidth = "featureVector.featureValues().size() != rules_[0].scoringMethods().size())";
-constexpr const char* noRules = "rules.size() == 0";
-constexpr const char* unequalWidths = "rules[i].scoringMethods().size() != ruleSize";
-
-ktClassifierRuleTable table(const Rules& rules)
-{
-    ktClassifierRuleTable made;
-    made.train(rules);
-    return made;
-}
-
-/// Rules of one constant each, with the labels 10, 11, 12, ...
-ktClassifierRuleTable tableOfScores(const std::vector<double>& scores)
-{
-    Rules rules;
-    for (const double score : scores) {
-        rules.push_back(rule(constants({score}), 10 + static_cast<long>(rules.size())));
-    }
-    return table(rules);
-}
-
 TEST(RuleTable, NewOneHasNoRules)
 {
     const ktClassifierRuleTable fresh;
@@ -66,13 +42,14 @@ TEST(RuleTable, TrainRefusesNoRulesAndUnequalWidthsAndChangesNothing)
     const ktClassifierRule one = rule(constants({0.1}), 1);
     const ktClassifierRule two = rule(constants({0.1, 0.2}), 1);
     const ktClassifierRule three = rule(constants({0.1, 0.2, 0.3}), 1);
+    const char* unequalWidths = "rules[i].scoringMethods().size() != ruleSize";
     struct Row {
         const char* what;
         Rules rules;
         const char* message;
     };
     const Row rows[] = {
-        {"none", {}, noRules},
+        {"none", {}, "rules.size() == 0"},
         {"the last differs", {three, three, two}, unequalWidths},
         {"the second differs", {one, two, one}, unequalWidths},
         {"a rule without functions", {one, ktClassifierRule()}, unequalWidths},
@@ -107,12 +84,18 @@ TEST(RuleTable, KeptOnPurposeTheMessageOfAnotherWidthEndsInAParenthesisTooMany)
 TEST(RuleTable, RulesWithoutFunctionsCanBeTrainedButClassifyNothing)
 {
     const ktClassifierRuleTable empty = table({ktClassifierRule(), ktClassifierRule()});
-    expectBadParams(noValues, [&] { empty.classifyHardThreshold(anyValues(0), 0.5); });
-    expectBadParams(otherWidth, [&] { empty.classifyHardThreshold(anyValues(1), 0.5); });
+    expectBadParams("featureVector.featureValues().size() == 0",
+                    [&] { empty.classifyHardThreshold(anyValues(0), 0.5); });
+    expectBadParams("featureVector.featureValues().size() != rules_[0].scoringMethods().size())",
+                    [&] { empty.classifyHardThreshold(anyValues(1), 0.5); });
 }
 
 TEST(RuleTable, ClassifyChecksTheThresholdThenTheTableThenTheValues)
 {
+    const char* badThreshold = "hardThreshold < 0 || hardThreshold > 1";
+    const char* notTrained = "the rule table needs to be trained before it can classify";
+    const char* noValues = "featureVector.featureValues().size() == 0";
+    const char* otherWidth = "featureVector.featureValues().size() != rules_[0].scoringMethods().size())";
     const ktClassifierRuleTable untrained;
     const ktClassifierRuleTable trained = table({rule(constants({0.1, 0.2, 0.3}), 1)});
     for (const double threshold : {-1.0, -tiny, std::nextafter(1.0, 2.0), 1.5, infinity, -infinity, NaN}) {

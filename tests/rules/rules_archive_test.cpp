@@ -5,7 +5,6 @@
 namespace {
 
 using namespace kt_test;
-using kt_test::littleEndian32;
 using FeatureVector = ktClassifierFeatureVector;
 using Ignore = ktClassifierFeatureScoreIgnore;
 using OneSided = ktClassifierFeatureScoreOneSided;
@@ -15,108 +14,7 @@ constexpr unsigned long ignoreTag = 5682;
 constexpr unsigned long oneSidedTag = 33385;
 constexpr unsigned long twoSidedTag = 59820;
 
-TwoSided trapezoid()
-{
-    TwoSided score;
-    score.init(1.0, 2.0, 4.0, 8.0, 5.0, 4.0, 0.25, 1.0, 0.125, 0.5);
-    return score;
-}
-
-// The three classes and the types that hold them, run through what must hold for every archivable type.
-
-struct OneSidedCase : kt_test::ArchivableCase<OneSided> {
-    static constexpr const char* name = "ktClassifierFeatureScoreOneSided";
-    static std::vector<Layer> layers() { return {}; }
-    static std::vector<OneSided> samples()
-    {
-        return {OneSided(), oneSided(8.0, 4.0, -infinity, 0.25, 0.75), oneSided(2.0, 4.0, 7.0, 0.25, 0.75)};
-    }
-};
-
-struct TwoSidedCase : kt_test::ArchivableCase<TwoSided> {
-    static constexpr const char* name = "ktClassifierFeatureScoreTwoSided";
-    static std::vector<Layer> layers() { return {}; }
-    static std::vector<TwoSided> samples() { return {TwoSided(), trapezoid()}; }
-};
-
-/// A handle that is never null, because a null one cannot be stored.
-struct HeldScore : ScoreHandle {
-    HeldScore() : ScoreHandle(new Ignore) {}
-    HeldScore(ktClsFtSc* score) : ScoreHandle(score) {}
-};
-
-struct HandleCase : kt_test::ArchivableCase<HeldScore> {
-    static constexpr const char* name = "ktClsFtSc";
-    static std::vector<Layer> layers() { return {}; }
-    static std::vector<HeldScore> samples()
-    {
-        return {HeldScore(), new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new TwoSided(trapezoid())};
-    }
-    static bool equal(const HeldScore& a, const HeldScore& b) { return *a == *b; }
-};
-
-struct StoredVector : FeatureVector {
-    StoredVector() : StoredVector(std::vector<double>{}) {}
-    StoredVector(const std::vector<double>& values) : FeatureVector(values) {}
-};
-
-struct FeatureVectorCase : kt_test::ArchivableCase<StoredVector> {
-    static constexpr const char* name = "ktClassifierFeatureVector";
-    static std::vector<Layer> layers() { return {{}}; }
-    static std::vector<StoredVector> samples()
-    {
-        return {StoredVector(), StoredVector({1.5, -2.0, infinity}), StoredVector({0.25})};
-    }
-    static bool equal(const StoredVector& a, const StoredVector& b) { return a.featureValues() == b.featureValues(); }
-};
-
-std::vector<ktClassifierRule> sampleRules()
-{
-    return {rule({new OneSided, new Ignore, new TwoSided(trapezoid())}, 7),
-            rule({new Ignore, new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new Ignore}, 2147483647)};
-}
-
-struct RuleCase : kt_test::ArchivableCase<ktClassifierRule> {
-    static constexpr const char* name = "ktClassifierRule";
-    static std::vector<Layer> layers() { return {{}}; }
-    static std::vector<ktClassifierRule> samples()
-    {
-        const std::vector<ktClassifierRule> rules = sampleRules();
-        return {ktClassifierRule(), rules[1], rules[0]};
-    }
-};
-
-struct RuleTableCase : kt_test::ArchivableCase<ktClassifierRuleTable> {
-    static constexpr const char* name = "ktClassifierRuleTable";
-    static std::vector<Layer> layers() { return {{}}; }
-    static std::vector<ktClassifierRuleTable> samples()
-    {
-        std::vector<ktClassifierRuleTable> tables(3);
-        tables[1].train({rule({new Ignore}, 0)});
-        tables[2].train(sampleRules());
-        return tables;
-    }
-};
-
-using Values = ::testing::Types<OneSidedCase, TwoSidedCase, HandleCase, FeatureVectorCase, RuleCase, RuleTableCase>;
-
 // The layouts to the byte.
-
-/// The bytes of doubles without their count.
-std::string bytesOf(const std::vector<double>& values)
-{
-    std::string bytes;
-    for (const double value : values) {
-        bytes += kt_test::afterHeader(store(value));
-    }
-    return bytes;
-}
-
-template <class T>
-std::string hexOf(const T& value)
-{
-    return toHex(kt_test::afterHeader(store(value)));
-}
 
 TEST(RulesArchive, OneSidedFunctionIsFiveDoublesWithoutAVersion)
 {
@@ -130,7 +28,7 @@ TEST(RulesArchive, OneSidedFunctionIsFiveDoublesWithoutAVersion)
 
 TEST(RulesArchive, TwoSidedFunctionIsItsLowAndThenItsHighHalf)
 {
-    EXPECT_EQ(hexOf(trapezoid()), toHex(bytesOf({1.0, 2.0, 4.0, 0.25, 1.0, 8.0, 5.0, 4.0, 0.125, 0.5})));
+    EXPECT_EQ(hexOf(storedTrapezoid()), hexOf(1.0, 2.0, 4.0, 0.25, 1.0, 8.0, 5.0, 4.0, 0.125, 0.5));
 }
 
 TEST(RulesArchive, HandleIsTheTagOfTheExactClassAndItsValues)
@@ -220,7 +118,8 @@ TEST(RulesArchive, KeptOnPurposeUnknownTagLeavesTheHandleAsItWas)
 
 TEST(RulesArchive, LoadedHandleHoldsANewObjectAndLetsTheOldOneGo)
 {
-    const ScoreHandles stored = {new Ignore, new OneSided(oneSided(2, 4, 7, 0.25, 0.75)), new TwoSided(trapezoid())};
+    const ScoreHandles stored = {new Ignore, new OneSided(oneSided(2, 4, 7, 0.25, 0.75)),
+                                 new TwoSided(storedTrapezoid())};
     for (const ScoreHandle& original : stored) {
         for (const ScoreHandle& old : stored) {
             ScoreHandle handle(old->clone());
@@ -237,7 +136,7 @@ TEST(RulesArchive, LoadedHandleHoldsANewObjectAndLetsTheOldOneGo)
 
 TEST(RulesArchive, HandleWhoseLoadFailsKeepsItsObject)
 {
-    const std::string bytes = store(ScoreHandle(new TwoSided(trapezoid())));
+    const std::string bytes = store(ScoreHandle(new TwoSided(storedTrapezoid())));
     for (std::size_t size = 0; size < bytes.size(); ++size) {
         ScoreHandle handle(new OneSided);
         EXPECT_THROW(loadInto(handle, bytes.substr(0, size)), ktArchive::Corrupt);
@@ -248,15 +147,15 @@ TEST(RulesArchive, HandleWhoseLoadFailsKeepsItsObject)
 
 TEST(RulesArchive, LoadedValuesAreValidatedByScoreAlone)
 {
-    const std::string badOrder = littleEndian32(oneSidedTag) + bytesOf({0.0, 5.0, 2.0, -3.0, 7.5});
-    const std::string badSplit = littleEndian32(twoSidedTag) + bytesOf({9, 9, 9, 0, 1, 4, 5, 6, 0, 1});
+    const std::string badOrder = store(oneSidedTag, 0.0, 5.0, 2.0, -3.0, 7.5);
+    const std::string badSplit = store(twoSidedTag, 9.0, 9.0, 9.0, 0.0, 1.0, 4.0, 5.0, 6.0, 0.0, 1.0);
     ScoreHandle handle;
-    loadInto(handle, kt_test::archiveHeader() + badOrder);
+    loadInto(handle, badOrder);
     const auto& loaded = dynamic_cast<const OneSided&>(*handle);
     EXPECT_EQ(loaded.y0(), -3.0);
     EXPECT_EQ(loaded.y1(), 7.5);
     expectBadParams("x1 must lie between x0 and xc", [&] { handle->score(1.0); });
-    loadInto(handle, kt_test::archiveHeader() + badSplit);
+    loadInto(handle, badSplit);
     expectBadParams("Bad x values", [&] { handle->score(1.0); });
 }
 
@@ -291,7 +190,7 @@ TEST(RulesArchive, LoadingARuleLeavesTheFunctionsOfItsCopiesAlone)
 {
     ktClassifierRule changed = rule({new OneSided, new TwoSided, new Ignore}, 3);
     const ktClassifierRule copy(changed);
-    loadInto(changed, store(rule({new TwoSided(trapezoid()), new OneSided(oneSided(2, 4, 7, 0.25, 0.75))}, 4)));
+    loadInto(changed, store(rule({new TwoSided(storedTrapezoid()), new OneSided(oneSided(2, 4, 7, 0.25, 0.75))}, 4)));
     EXPECT_EQ(changed.scoringMethods().size(), 2u);
     EXPECT_TRUE(copy == rule({new OneSided, new TwoSided, new Ignore}, 3));
 }
@@ -336,6 +235,79 @@ TEST(RulesArchive, LoadedTableOfUnequalWidthsIsRefusedWhereItIsMet)
     expectBadParams("MismatchedFeatureVectorSize",
                     [&] { table.classifyHardThreshold(FeatureVector(std::vector<double>{0.75}), 0.5); });
 }
+
+// The three classes and the types that hold them, run through what must hold for every archivable type.
+
+struct OneSidedCase : kt_test::ArchivableCase<OneSided> {
+    static constexpr const char* name = "ktClassifierFeatureScoreOneSided";
+    static std::vector<Layer> layers() { return {}; }
+    static std::vector<OneSided> samples()
+    {
+        return {OneSided(), oneSided(8.0, 4.0, -infinity, 0.25, 0.75), oneSided(2.0, 4.0, 7.0, 0.25, 0.75)};
+    }
+};
+
+struct TwoSidedCase : kt_test::ArchivableCase<TwoSided> {
+    static constexpr const char* name = "ktClassifierFeatureScoreTwoSided";
+    static std::vector<Layer> layers() { return {}; }
+    static std::vector<TwoSided> samples() { return {TwoSided(), storedTrapezoid()}; }
+};
+
+/// A handle that is never null, because a null one cannot be stored.
+struct HeldScore : ScoreHandle {
+    HeldScore() : ScoreHandle(new Ignore) {}
+    HeldScore(ktClsFtSc* score) : ScoreHandle(score) {}
+};
+
+struct HandleCase : kt_test::ArchivableCase<HeldScore> {
+    static constexpr const char* name = "ktClsFtSc";
+    static std::vector<Layer> layers() { return {}; }
+    static std::vector<HeldScore> samples()
+    {
+        return {HeldScore(), new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new TwoSided(storedTrapezoid())};
+    }
+    static bool equal(const HeldScore& a, const HeldScore& b) { return *a == *b; }
+};
+
+struct FeatureVectorCase : kt_test::ArchivableCase<StoredVector> {
+    static constexpr const char* name = "ktClassifierFeatureVector";
+    static std::vector<Layer> layers() { return {{}}; }
+    static std::vector<StoredVector> samples()
+    {
+        return {StoredVector(), StoredVector({1.5, -2.0, infinity}), StoredVector({0.25})};
+    }
+    static bool equal(const StoredVector& a, const StoredVector& b) { return a.featureValues() == b.featureValues(); }
+};
+
+std::vector<ktClassifierRule> sampleRules()
+{
+    return {rule({new OneSided, new Ignore, new TwoSided(storedTrapezoid())}, 7),
+            rule({new Ignore, new OneSided(oneSided(2.0, 4.0, 7.0, 0.25, 0.75)), new Ignore}, 2147483647)};
+}
+
+struct RuleCase : kt_test::ArchivableCase<ktClassifierRule> {
+    static constexpr const char* name = "ktClassifierRule";
+    static std::vector<Layer> layers() { return {{}}; }
+    static std::vector<ktClassifierRule> samples()
+    {
+        const std::vector<ktClassifierRule> rules = sampleRules();
+        return {ktClassifierRule(), rules[1], rules[0]};
+    }
+};
+
+struct RuleTableCase : kt_test::ArchivableCase<ktClassifierRuleTable> {
+    static constexpr const char* name = "ktClassifierRuleTable";
+    static std::vector<Layer> layers() { return {{}}; }
+    static std::vector<ktClassifierRuleTable> samples()
+    {
+        std::vector<ktClassifierRuleTable> tables(3);
+        tables[1].train({rule({new Ignore}, 0)});
+        tables[2].train(sampleRules());
+        return tables;
+    }
+};
+
+using Values = ::testing::Types<OneSidedCase, TwoSidedCase, HandleCase, FeatureVectorCase, RuleCase, RuleTableCase>;
 
 }  // namespace
 

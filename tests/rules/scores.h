@@ -1,6 +1,6 @@
 #pragma once
 
-#include "clastool/refusals.h"
+#include "support/test.h"
 
 // What the tests of scoring functions, rules and tables share.
 
@@ -15,7 +15,7 @@ using ScoreHandles = std::vector<ScoreHandle>;
 template <class Operation>
 void expectBadParams(const std::string& message, Operation operation)
 {
-    expectRefused<ktClassifierDefs::BadParams>(operation, message);
+    expectThrows<ktClassifierDefs::BadParams>(message, operation);
 }
 
 /// A scoring function of a user's own: one score for every value.
@@ -71,10 +71,41 @@ inline ktClassifierRule rule(const ScoreHandles& methods, long label)
     return made;
 }
 
+inline ktClassifierRuleTable table(const std::vector<ktClassifierRule>& rules)
+{
+    ktClassifierRuleTable made;
+    made.train(rules);
+    return made;
+}
+
+/// Rules of one constant each, with the labels 10, 11, 12, ...
+inline ktClassifierRuleTable tableOfScores(const std::vector<double>& scores)
+{
+    std::vector<ktClassifierRule> rules;
+    for (const double score : scores) {
+        rules.push_back(rule(constants({score}), 10 + static_cast<long>(rules.size())));
+    }
+    return table(rules);
+}
+
+/// The trapezoid in the golden archives.
+inline ktClassifierFeatureScoreTwoSided storedTrapezoid()
+{
+    ktClassifierFeatureScoreTwoSided score;
+    score.init(1.0, 2.0, 4.0, 8.0, 5.0, 4.0, 0.25, 1.0, 0.125, 0.5);
+    return score;
+}
+
 /// A vector of `count` arbitrary values.
 inline ktClassifierFeatureVector anyValues(std::size_t count)
 {
     return ktClassifierFeatureVector(std::vector<double>(count, 0.5));
 }
+
+/// With the default constructor that loading takes.
+struct StoredVector : ktClassifierFeatureVector {
+    StoredVector() : StoredVector(std::vector<double>{}) {}
+    StoredVector(const std::vector<double>& values) : ktClassifierFeatureVector(values) {}
+};
 
 }  // namespace kt_test
