@@ -6,33 +6,7 @@
 
 namespace {
 
-using kt_test::expectThrows;
-
-ktKit::Table read(const std::string& text, const ktKit::CsvOptions& options = {})
-{
-    std::istringstream stream(text);
-    return ktKit::readCsv(stream, options);
-}
-
-void expectRefused(const std::string& text, const std::string& what, const ktKit::CsvOptions& options = {})
-{
-    SCOPED_TRACE(text);
-    expectThrows<ktKit::FileError>("stream: " + what, [&] { read(text, options); });
-}
-
-std::vector<long> labelsOf(const ktKit::Table& table)
-{
-    std::vector<long> labels;
-    for (long i = 0; i < table.data.numPatterns(); ++i) {
-        labels.push_back(table.data.categoryLabel(i));
-    }
-    return labels;
-}
-
-std::vector<double> row(ktKit::Table& table, long index)
-{
-    return table.data.featurePattern(index)->featureMeasurements(false);
-}
+using namespace kt_test;
 
 using Names = std::vector<std::string>;
 using Labels = std::vector<long>;
@@ -40,69 +14,69 @@ using Values = std::vector<double>;
 
 TEST(KitCsv, ReadsNamesLabelsAndNumbers)
 {
-    ktKit::Table table = read("kind,width,height\nbad,1.5,-2\ngood,+3e2,.25\nbad,0,1e-3\n");
+    ktKit::Table table = readText("kind,width,height\nbad,1.5,-2\ngood,+3e2,.25\nbad,0,1e-3\n");
     EXPECT_EQ(table.columns, (Names{"width", "height"}));
     EXPECT_EQ(table.labelNames, (Names{"bad", "good"}));
-    EXPECT_EQ(labelsOf(table), (Labels{0, 1, 0}));
-    EXPECT_EQ(row(table, 0), (Values{1.5, -2.0}));
-    EXPECT_EQ(row(table, 1), (Values{300.0, 0.25}));
-    EXPECT_EQ(row(table, 2), (Values{0.0, 0.001}));
+    EXPECT_EQ(labelsOf(table.data), (Labels{0, 1, 0}));
+    EXPECT_EQ(measurementsOf(table.data).at(0), (Values{1.5, -2.0}));
+    EXPECT_EQ(measurementsOf(table.data).at(1), (Values{300.0, 0.25}));
+    EXPECT_EQ(measurementsOf(table.data).at(2), (Values{0.0, 0.001}));
 }
 
 TEST(KitCsv, WholeNumbersAreLabelsAsTheyAre)
 {
-    const ktKit::Table table = read("kind,width\n7,1\n0,1\n2147483647,1\n007,1\n");
+    const ktKit::Table table = readText("kind,width\n7,1\n0,1\n2147483647,1\n007,1\n");
     EXPECT_TRUE(table.labelNames.empty());
-    EXPECT_EQ(labelsOf(table), (Labels{7, 0, 2147483647, 7}));
+    EXPECT_EQ(labelsOf(table.data), (Labels{7, 0, 2147483647, 7}));
     for (const std::string other : {"-1", "1.0", "2147483648", "x", "1e3"}) {
-        const ktKit::Table texts = read("kind,width\n7,1\n" + other + ",1\n");
+        const ktKit::Table texts = readText("kind,width\n7,1\n" + other + ",1\n");
         EXPECT_EQ(texts.labelNames, (Names{"7", other}));
-        EXPECT_EQ(labelsOf(texts), (Labels{0, 1}));
+        EXPECT_EQ(labelsOf(texts.data), (Labels{0, 1}));
     }
 }
 
 TEST(KitCsv, TheLabelColumnIsFoundByNameOrNumber)
 {
     const std::string text = "width,kind,1\n1.5,a,2\n2.5,b,4\n";
-    ktKit::Table byName = read(text, {"kind"});
-    ktKit::Table byNumber = read("width,kind,height\n1.5,a,2\n2.5,b,4\n", {"1"});
+    ktKit::Table byName = readText(text, {"kind"});
+    ktKit::Table byNumber = readText("width,kind,height\n1.5,a,2\n2.5,b,4\n", {"1"});
     for (ktKit::Table* const table : {&byName, &byNumber}) {
         EXPECT_EQ(table->labelNames, (Names{"a", "b"}));
-        EXPECT_EQ(row(*table, 1), (Values{2.5, 4.0}));
+        EXPECT_EQ(measurementsOf(table->data).at(1), (Values{2.5, 4.0}));
     }
     // A column that is called so comes first.
-    EXPECT_EQ(labelsOf(read("width,kind,1\n1.5,3,2\n2.5,3,4\n", {"1"})), (Labels{2, 4}));
+    EXPECT_EQ(labelsOf(readText("width,kind,1\n1.5,3,2\n2.5,3,4\n", {"1"}).data), (Labels{2, 4}));
     ktKit::CsvOptions none;
     none.isLabelled = false;
-    ktKit::Table unlabelled = read("width,height\n1.5,2\n2.5,4\n", none);
+    ktKit::Table unlabelled = readText("width,height\n1.5,2\n2.5,4\n", none);
     EXPECT_EQ(unlabelled.columns, (Names{"width", "height"}));
-    EXPECT_EQ(labelsOf(unlabelled), (Labels{-1, -1}));
-    EXPECT_EQ(row(unlabelled, 0), (Values{1.5, 2.0}));
+    EXPECT_EQ(labelsOf(unlabelled.data), (Labels{-1, -1}));
+    EXPECT_EQ(measurementsOf(unlabelled.data).at(0), (Values{1.5, 2.0}));
 }
 
 TEST(KitCsv, WhatIsMissingIsInvalid)
 {
     ktKit::Table table =
-        read("kind,a,b,c,d,e,f,g\nx,,NA,NaN,nan, na ,inf,1\nNA,1,1,1,1,1,1,-Infinity\n,1,1,1,1,1,1,1\n");
+        readText("kind,a,b,c,d,e,f,g\nx,,NA,NaN,nan, na ,inf,1\nNA,1,1,1,1,1,1,-Infinity\n,1,1,1,1,1,1,1\n");
     const auto pattern = table.data.featurePattern(0);
     EXPECT_EQ(pattern->numInvalid(), 6);
     EXPECT_TRUE(pattern->isValid(6));
     EXPECT_FALSE(table.data.featurePattern(1)->isValid(6));
-    EXPECT_EQ(labelsOf(table), (Labels{0, -1, -1}));
+    EXPECT_EQ(labelsOf(table.data), (Labels{0, -1, -1}));
 }
 
 TEST(KitCsv, CellsInQuotesMayHoldAnything)
 {
-    ktKit::Table table = read(
+    ktKit::Table table = readText(
         "\xEF\xBB\xBF\"the \"\"kind\"\"\"; \"width \r\n\r\n\"x; y\";\" 1.5 \"\r\"x; y\";\t2.5\n"
         "\"line\r\nend\";3\n\n\"\";\"4\"",
         {"the \"kind\"", ';'});
     EXPECT_EQ(table.columns, (Names{"\"width"}));
     EXPECT_EQ(table.labelNames, (Names{"x; y", "line\r\nend"}));
-    EXPECT_EQ(labelsOf(table), (Labels{0, 0, 1, -1}));
-    EXPECT_EQ(row(table, 0), (Values{1.5}));
-    EXPECT_EQ(row(table, 1), (Values{2.5}));
-    EXPECT_EQ(row(table, 3), (Values{4.0}));
+    EXPECT_EQ(labelsOf(table.data), (Labels{0, 0, 1, -1}));
+    EXPECT_EQ(measurementsOf(table.data).at(0), (Values{1.5}));
+    EXPECT_EQ(measurementsOf(table.data).at(1), (Values{2.5}));
+    EXPECT_EQ(measurementsOf(table.data).at(3), (Values{4.0}));
 }
 
 TEST(KitCsv, OtherSeparators)
@@ -110,14 +84,14 @@ TEST(KitCsv, OtherSeparators)
     for (const char separator : {';', '\t', ' ', '|'}) {
         std::string text = "kind,width,height\na,1,2\n";
         std::replace(text.begin(), text.end(), ',', separator);
-        ktKit::Table table = read(text, {"", separator});
+        ktKit::Table table = readText(text, {"", separator});
         EXPECT_EQ(table.columns, (Names{"width", "height"}));
-        EXPECT_EQ(row(table, 0), (Values{1.0, 2.0}));
+        EXPECT_EQ(measurementsOf(table.data).at(0), (Values{1.0, 2.0}));
     }
     for (const char separator : std::string("\"\r\n+-.059")) {
         expectThrows<ktClassifierDefs::BadParams>(
             "The separator must not be a quote, a line end, or a character of numbers", [&] {
-                read("", {"", separator});
+                readText("", {"", separator});
             });
     }
     expectThrows<ktClassifierDefs::BadParams>(
@@ -128,19 +102,19 @@ TEST(KitCsv, OtherSeparators)
 
 TEST(KitCsv, LinesOfBlanksAreEmpty)
 {
-    ktKit::Table table = read(" \t\nkind,width\n  \na,1\n\t \r\n\nb,2\n ");
-    EXPECT_EQ(labelsOf(table), (Labels{0, 1}));
-    EXPECT_EQ(row(table, 1), (Values{2.0}));
+    ktKit::Table table = readText(" \t\nkind,width\n  \na,1\n\t \r\n\nb,2\n ");
+    EXPECT_EQ(labelsOf(table.data), (Labels{0, 1}));
+    EXPECT_EQ(measurementsOf(table.data).at(1), (Values{2.0}));
     // Where blanks part cells, such a line has cells.
-    ktKit::Table tabs = read("kind\twidth\n\t\n", {"", '\t'});
-    EXPECT_EQ(labelsOf(tabs), (Labels{-1}));
-    expectRefused("kind width\n  \n", "line 2: 3 cells, but 2 columns", {"", ' '});
-    expectRefused("a,b\nx,1\n \n x\n", "line 4: 1 cells, but 2 columns");
+    ktKit::Table tabs = readText("kind\twidth\n\t\n", {"", '\t'});
+    EXPECT_EQ(labelsOf(tabs.data), (Labels{-1}));
+    expectCsvRefused("kind width\n  \n", "line 2: 3 cells, but 2 columns", {"", ' '});
+    expectCsvRefused("a,b\nx,1\n \n x\n", "line 4: 1 cells, but 2 columns");
 }
 
 TEST(KitCsv, NoRowsGiveNoPatterns)
 {
-    const ktKit::Table table = read("kind,width");
+    const ktKit::Table table = readText("kind,width");
     EXPECT_EQ(table.columns, (Names{"width"}));
     EXPECT_EQ(table.data.numPatterns(), 0);
 }
@@ -169,35 +143,36 @@ TEST(KitCsv, NumbersAreRoundedToTheNearest)
     for (const auto& number : numbers) {
         file += "0," + number.first + "\n";
     }
-    ktKit::Table table = read(file);
+    ktKit::Table table = readText(file);
+    const std::vector<Values> rows = measurementsOf(table.data);
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-        EXPECT_EQ(row(table, static_cast<long>(i))[0], numbers[i].second) << numbers[i].first;
+        EXPECT_EQ(rows.at(i)[0], numbers[i].second) << numbers[i].first;
     }
-    EXPECT_TRUE(std::signbit(row(table, 6)[0]));
-    EXPECT_TRUE(std::signbit(row(table, 14)[0]));
+    EXPECT_TRUE(std::signbit(rows.at(6)[0]));
+    EXPECT_TRUE(std::signbit(rows.at(14)[0]));
 }
 
 TEST(KitCsv, SaysWhereAndWhatIsWrong)
 {
-    expectRefused("", "line 1: the names of the columns are missing");
-    expectRefused("\n\r\n", "line 3: the names of the columns are missing");
-    expectRefused("a,b\n", "line 1: no column is called \"c\"", {"c"});
-    expectRefused("a,b\n", "line 1: no column is called \"2\"", {"2"});
-    expectRefused("a,b\n", "line 1: no column is called \"1x\"", {"1x"});
-    expectRefused("a\nx\n", "line 1: there is no column of measurements");
-    expectRefused("a,b\n\nx,1\n\"x\n y,2\n", "line 4, column 1: the quote that begins here does not end");
-    expectRefused("a,b\nx,1\nx,\"1\"2\n", "line 3, column 2: something stands behind the closing quote");
-    expectRefused("a,b\nx,1,2\n", "line 2: 3 cells, but 2 columns");
-    expectRefused("a,b\nx\n", "line 2: 1 cells, but 2 columns");
-    expectRefused("a,b,c\nx,1,2\nx,1,\n,\n", "line 4: 2 cells, but 3 columns");
-    expectRefused("a,b,wide\nx,1,2\n\"two\nlines\",1,ten\n", "line 4, column 3 (wide): \"ten\" is not a number");
+    expectCsvRefused("", "line 1: the names of the columns are missing");
+    expectCsvRefused("\n\r\n", "line 3: the names of the columns are missing");
+    expectCsvRefused("a,b\n", "line 1: no column is called \"c\"", {"c"});
+    expectCsvRefused("a,b\n", "line 1: no column is called \"2\"", {"2"});
+    expectCsvRefused("a,b\n", "line 1: no column is called \"1x\"", {"1x"});
+    expectCsvRefused("a\nx\n", "line 1: there is no column of measurements");
+    expectCsvRefused("a,b\n\nx,1\n\"x\n y,2\n", "line 4, column 1: the quote that begins here does not end");
+    expectCsvRefused("a,b\nx,1\nx,\"1\"2\n", "line 3, column 2: something stands behind the closing quote");
+    expectCsvRefused("a,b\nx,1,2\n", "line 2: 3 cells, but 2 columns");
+    expectCsvRefused("a,b\nx\n", "line 2: 1 cells, but 2 columns");
+    expectCsvRefused("a,b,c\nx,1,2\nx,1,\n,\n", "line 4: 2 cells, but 3 columns");
+    expectCsvRefused("a,b,wide\nx,1,2\n\"two\nlines\",1,ten\n", "line 4, column 3 (wide): \"ten\" is not a number");
     for (const std::string cell : {"1,5", "0x10", "1e", "--1", "+-1", "+", "1 2", "1.2.3", "none", "nanx", "1e400x"}) {
-        expectRefused("a;b\nx;" + cell + "\n", "line 2, column 2 (b): \"" + cell + "\" is not a number", {"", ';'});
+        expectCsvRefused("a;b\nx;" + cell + "\n", "line 2, column 2 (b): \"" + cell + "\" is not a number", {"", ';'});
     }
-    expectRefused("a,b\nx," + std::string(50, 'y') + "\n",
-                  "line 2, column 2 (b): \"" + std::string(40, 'y') + "\" is not a number");
-    expectRefused("a,b\nx,1e400\n", "line 2, column 2 (b): \"1e400\" is too large for a number");
-    expectRefused("a,b\nx,-2e308\n", "line 2, column 2 (b): \"-2e308\" is too large for a number");
+    expectCsvRefused("a,b\nx," + std::string(50, 'y') + "\n",
+                     "line 2, column 2 (b): \"" + std::string(40, 'y') + "\" is not a number");
+    expectCsvRefused("a,b\nx,1e400\n", "line 2, column 2 (b): \"1e400\" is too large for a number");
+    expectCsvRefused("a,b\nx,-2e308\n", "line 2, column 2 (b): \"-2e308\" is too large for a number");
 }
 
 TEST(KitCsv, ReadsFiles)
@@ -210,7 +185,7 @@ TEST(KitCsv, ReadsFiles)
     kt_test::writeBytes(path, text);
     ktKit::Table table = ktKit::readCsv(path);
     ASSERT_EQ(table.data.numPatterns(), 200000) << "more than is read at once";
-    EXPECT_EQ(row(table, 199999), (Values{199999.5}));
+    EXPECT_EQ(measurementsOf(table.data).at(199999), (Values{199999.5}));
     kt_test::writeBytes(path, "kind,width\nx,y\n");
     expectThrows<ktKit::FileError>(path + ": line 2, column 2 (width): \"y\" is not a number",
                                    [&] { ktKit::readCsv(path); });
@@ -253,7 +228,7 @@ TEST(KitCsv, AnyBytesEndInATableOrInAnError)
 TEST(KitCsv, RunsOutOfMemoryCleanly)
 {
     EXPECT_GT(kt_test::failEachAllocation(
-                  [] { read("kind,a long name of a column\n\"a quoted label of some length\",1\ny,NA\n"); }),
+                  [] { readText("kind,a long name of a column\n\"a quoted label of some length\",1\ny,NA\n"); }),
               0);
 }
 

@@ -1,77 +1,10 @@
 // Bayesian tools in states that only a damaged archive brings about.
 
-#include "bayes/bayes_kit.h"
-#include "kit_kit.h"
-
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
+#include "damaged_tools.h"
 
 namespace {
 
-using kt_test::expectBadPointer;
-using kt_test::expectThrows;
-
-const std::string otherMeasurements = "Classifier tools must be trained on the same measurements to be merged";
-
-ktClassifierTool toolWith(const bayes::ClassifierFields& fields)
-{
-    ktClassifierTool tool;
-    kt_test::loadInto(tool, bayes::stored([&](ktArchive& archive) {
-                          unsigned char version = 0;
-                          ktPtrHandle<kt_Classifier> classifier =
-                              new kt_ClassifierBayesian(bayes::classifierWith(fields));
-                          archive || version || classifier;
-                      }));
-    return tool;
-}
-
-bayes::Density normal(long rows, long columns, long covarianceRows, long covarianceColumns)
-{
-    bayes::NormalFields fields;
-    fields.mean = ktNMMatrix(rows, columns);
-    fields.covariance = ktNMMatrix(covarianceRows, covarianceColumns);
-    fields.count = 4;
-    return new kt_PDFMultivariateNormal(bayes::normalWith(fields));
-}
-
-bayes::Density rightNormal()
-{
-    return normal(1, 1, 1, 1);
-}
-
-/// A tool of one category, 0, with a density for each group.
-ktClassifierTool toolOf(const bayes::Sets& groups, const std::vector<bayes::Density>& densities)
-{
-    bayes::ClassifierFields fields;
-    fields.params = new bayes::Params;
-    fields.labels = {0};
-    fields.models = {new kt_CategoryModelBayesian(bayes::modelWith(0, groups, densities))};
-    return toolWith(fields);
-}
-
-bayes::ClassifierFields wholeFields()
-{
-    bayes::ClassifierFields fields;
-    fields.params = new bayes::Params;
-    fields.labels = {0};
-    fields.models = {new kt_CategoryModelBayesian(bayes::modelWith(0, {{0}}, {rightNormal()}))};
-    return fields;
-}
-
-/// Nothing can be learnt by the tool, from it, or said of it, and it stays as it is.
-void expectUseless(const ktClassifierTool& damaged)
-{
-    ktClassifierTool tool = damaged;
-    ktClassifierTool whole = toolWith(wholeFields());
-    expectBadPointer([&] { ktKit::densities(tool); });
-    expectBadPointer([&] { ktKit::add(tool, {ktKit::pattern({1.0})}, {0}); });
-    expectBadPointer([&] { ktKit::merge(tool, whole); });
-    expectBadPointer([&] { ktKit::merge(whole, tool); });
-    EXPECT_TRUE(whole == toolWith(wholeFields()));
-}
+using namespace kt_test;
 
 TEST(KitDamagedTool, AModelIsMissingOrOfTheCallersOwn)
 {
@@ -115,6 +48,7 @@ TEST(KitDamagedTool, TheParametersAreMissingOrOfAnotherTechnique)
 TEST(KitDamagedTool, SizesThatDisagreeAreNotMerged)
 {
     const bayes::Density binomial = new kt_PDFBinomial;
+    const std::string otherMeasurements = "Classifier tools must be trained on the same measurements to be merged";
     for (const bayes::Density& density :
          {normal(2, 1, 1, 1), normal(1, 2, 1, 1), normal(1, 1, 2, 1), normal(1, 1, 1, 2), binomial}) {
         ktClassifierTool tool = toolOf({{0}}, {density});

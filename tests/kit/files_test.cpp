@@ -1,7 +1,6 @@
 // One file for a tool.
 
-#include "kit_kit.h"
-#include "support/streams.h"
+#include "tool_files.h"
 
 #if defined(__linux__)
 #include <sys/resource.h>
@@ -10,78 +9,7 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-
 using namespace kt_test;
-
-/// A folder of its own, which goes with the test.
-class KitFile : public ::testing::Test {
-protected:
-    KitFile() : folder_(fs::temp_directory_path() / name())
-    {
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-        path_ = (folder_ / "tool.kt").string();
-    }
-    ~KitFile() override { fs::remove_all(folder_); }
-
-    std::size_t numFiles() const
-    {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
-    }
-    ktClassifierTool reloaded(const ktClassifierTool& tool) const
-    {
-        ktKit::save(tool, path_);
-        return ktKit::load(path_);
-    }
-    void expectRefused(const std::string& bytes, const std::string& what) const
-    {
-        writeBytes(path_, bytes);
-        expectThrows<ktKit::FileError>(path_ + ": " + what, [this] { ktKit::load(path_); });
-    }
-
-    fs::path folder_;
-    std::string path_;
-
-private:
-    static std::string name()
-    {
-        const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
-        return std::string("kit_file_") + test->name();
-    }
-};
-
-/// A second implementation: bit by bit, without a table.
-std::uint32_t crc32(const std::string& bytes)
-{
-    std::uint32_t remainder = 0xFFFFFFFF;
-    for (const char byte : bytes) {
-        remainder ^= static_cast<unsigned char>(byte);
-        for (int bit = 0; bit < 8; ++bit) {
-            remainder = remainder >> 1 ^ ((remainder & 1) != 0 ? 0xEDB88320U : 0U);
-        }
-    }
-    return ~remainder;
-}
-
-/// A file around the archive, with the right checksum.
-std::string fileAround(const std::string& archive)
-{
-    const std::string bytes = kt_test::fromHex("6B 74 4B 69 74 0D 0A 1A 00") + archive;
-    return bytes + kt_test::littleEndian32(crc32(bytes));
-}
-
-/// A metric that no archive can hold.
-class Unregistered : public ktPatternDistanceMetric {
-public:
-    double distance(const ktFeaturePattern&, const ktFeaturePattern&) const override { return 0.0; }
-    ktPtrHandle<ktPatternDistanceMetric> clone() const override { return new Unregistered; }
-};
-
-Knn unusualKnn()
-{
-    return Knn(4, ktPatternDistanceMetricNorm(1.0), ktKit::costs({{0, 1, 9}, {2, 0, 1}, {1, 3, 0}}));
-}
 
 TEST_F(KitFile, EachTechniqueRunsAsItDid)
 {
@@ -102,7 +30,7 @@ TEST_F(KitFile, NearestNeighborsRunWithTheParametersThatWereInUse)
 {
     const ktKit::Patterns queries = Sample(100, 160).patterns;
     const ktClassifierTool tool = trainedOn(Sample(0, 90), unusualKnn());
-    const ktClassifierTool plain = throughArchive(tool);
+    const ktClassifierTool plain = storedAndLoaded(tool);
     ASSERT_FALSE(oneByOne(plain, queries) == oneByOne(tool, queries));
     ktClassifierTool loaded = reloaded(plain);
     EXPECT_TRUE(oneByOne(loaded, queries) == oneByOne(plain, queries));
@@ -128,7 +56,7 @@ TEST_F(KitFile, HoldsWhatTheHeaderSays)
         ktPtrHandle<ktKit::Scaler> scaler;
         archive || tool || inUse || none || scaler;
     }
-    EXPECT_EQ(kt_test::toHex(bytesOf(path_)), kt_test::toHex(fileAround(stream.str())));
+    EXPECT_EQ(kt_test::toHex(fileBytes(path_)), kt_test::toHex(fileAround(stream.str())));
     EXPECT_EQ(crc32("123456789"), 0xCBF43926U) << "the check value of the polynomial";
 }
 
@@ -166,7 +94,7 @@ TEST_F(KitFile, AScalerGoesIntoTheToolsFile)
 TEST_F(KitFile, EveryTruncationIsRefused)
 {
     ktKit::save(trainedOn(Sample(0, 6), unusualKnn()), path_);
-    const std::string whole = bytesOf(path_);
+    const std::string whole = fileBytes(path_);
     for (std::size_t size = 0; size < whole.size(); ++size) {
         SCOPED_TRACE(size);
         const std::string what =
@@ -179,7 +107,7 @@ TEST_F(KitFile, EveryTruncationIsRefused)
 TEST_F(KitFile, EveryFlippedBitIsRefused)
 {
     ktKit::save(trainedOn(Sample(0, 6), kt_test::bayesParams(true)), path_);
-    const std::string whole = bytesOf(path_);
+    const std::string whole = fileBytes(path_);
     const std::string checksum =
         "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 4) + " does not match";
     for (std::size_t at = 0; at < whole.size(); ++at) {
@@ -206,7 +134,7 @@ TEST_F(KitFile, TheChecksumIsRightAtEverySize)
     }
     const ktClassifierTool tool = trainedOn(Sample(0, 700), unusualKnn());
     EXPECT_TRUE(reloaded(tool) == tool);
-    std::string whole = bytesOf(path_);
+    std::string whole = fileBytes(path_);
     whole[5000] = static_cast<char>(whole[5000] ^ 1);
     expectRefused(whole,
                   "damaged or cut short: the checksum at byte " + std::to_string(whole.size() - 4) + " does not match");
@@ -292,7 +220,7 @@ TEST_F(KitFile, AnyArchiveEndsInAnErrorOrInAToolThatIsSafe)
     const auto tryAll = [this](const auto& params) {
         const ktClassifierTool whole = trainedOn(Sample(0, 6), params);
         ktKit::save(whole, path_);
-        const std::string bytes = bytesOf(path_);
+        const std::string bytes = fileBytes(path_);
         const std::string archive = bytes.substr(9, bytes.size() - 13);
         long loaded = 0;
         long refused = 0;
@@ -326,7 +254,7 @@ TEST_F(KitFile, WhatCannotBeWrittenIsSaidAndLeavesNothing)
 {
     const std::string nowhere = (folder_ / "no" / "tool.kt").string();
     expectThrows<ktKit::FileError>(nowhere + ": cannot be written", [&] { ktKit::save(kt_test::treeTool(), nowhere); });
-    fs::create_directories(folder_ / "taken" / "in it");
+    std::filesystem::create_directories(folder_ / "taken" / "in it");
     const std::string taken = (folder_ / "taken").string();
     expectThrows<ktKit::FileError>(taken + ": cannot be written", [&] { ktKit::save(kt_test::treeTool(), taken); });
     EXPECT_EQ(numFiles(), 1U);
@@ -360,7 +288,7 @@ TEST_F(KitFile, AFullDiskIsSaidAndLeavesTheOldFile)
 {
     const ktClassifierTool old = kt_test::treeTool();
     ktKit::save(old, path_);
-    const std::string bytes = bytesOf(path_);
+    const std::string bytes = fileBytes(path_);
     const ktClassifierTool small = trainedOn(Sample(0, 6), unusualKnn());
     const ktClassifierTool large = trainedOn(Sample(0, 2000), unusualKnn());
     for (const rlim_t most : {rlim_t{0}, rlim_t{100}, rlim_t{10000}}) {
@@ -376,7 +304,7 @@ TEST_F(KitFile, AFullDiskIsSaidAndLeavesTheOldFile)
             }
         }
         EXPECT_EQ(said, path_ + ": cannot be written") << most;
-        EXPECT_EQ(bytesOf(path_), bytes);
+        EXPECT_EQ(fileBytes(path_), bytes);
         EXPECT_EQ(numFiles(), 1U);
     }
 }
@@ -387,13 +315,13 @@ TEST_F(KitFile, AFailedSaveLeavesTheOldFile)
 {
     const ktClassifierTool old = kt_test::treeTool();
     ktKit::save(old, path_);
-    const std::string bytes = bytesOf(path_);
-    const ktClassifierTool unstorable = trainedOn(Sample(0, 6), Knn(1, Unregistered(), ktClassifierCosts()));
+    const std::string bytes = fileBytes(path_);
+    const ktClassifierTool unstorable = trainedOn(Sample(0, 6), Knn(1, UnregisteredMetric(), ktClassifierCosts()));
     EXPECT_THROW(ktKit::save(unstorable, path_), ktArchive::Corrupt);
-    EXPECT_EQ(bytesOf(path_), bytes);
+    EXPECT_EQ(fileBytes(path_), bytes);
     EXPECT_EQ(numFiles(), 1U);
     ktKit::save(trainedOn(Sample(0, 6), unusualKnn()), path_);
-    EXPECT_NE(bytesOf(path_), bytes);
+    EXPECT_NE(fileBytes(path_), bytes);
     EXPECT_EQ(numFiles(), 1U);
 }
 
@@ -404,7 +332,7 @@ TEST_F(KitFile, AStreamGetsTheBytesOfAFile)
     std::stringstream stream;
     stream << "before";
     ktKit::save(tool, stream);
-    EXPECT_EQ(stream.str(), "before" + bytesOf(path_));
+    EXPECT_EQ(stream.str(), "before" + fileBytes(path_));
     stream.seekg(6);
     const ktClassifierTool loaded = ktKit::load(stream);
     const ktKit::Patterns queries = Sample(100, 160).patterns;
@@ -416,7 +344,7 @@ TEST_F(KitFile, WhatIsWrongWithAStreamIsSaid)
 {
     ktKit::Scaler scaler;
     ktKit::save(kt_test::treeTool(), scaler, path_);
-    const std::string whole = bytesOf(path_);
+    const std::string whole = fileBytes(path_);
     struct Case {
         std::string bytes;
         std::string what;
@@ -459,13 +387,13 @@ TEST_F(KitFile, RunsOutOfMemoryCleanly)
     const ktClassifierTool tool = trainedOn(Sample(0, 6), unusualKnn());
     const ktClassifierTool bayes = trainedOn(Sample(0, 6), kt_test::bayesParams(true));
     ktKit::save(tool, path_);
-    const std::string bytes = bytesOf(path_);
+    const std::string bytes = fileBytes(path_);
     struct Nothing {};
     const auto prepare = [] { return Nothing(); };
-    EXPECT_GT(
-        kt_test::failEachAllocation(
-            prepare, [&](Nothing&) { ktKit::save(tool, path_); }, [&](Nothing&) { EXPECT_EQ(bytesOf(path_), bytes); }),
-        0);
+    EXPECT_GT(kt_test::failEachAllocation(
+                  prepare, [&](Nothing&) { ktKit::save(tool, path_); },
+                  [&](Nothing&) { EXPECT_EQ(fileBytes(path_), bytes); }),
+              0);
     EXPECT_EQ(numFiles(), 1U);
     EXPECT_GT(kt_test::failEachAllocation([&] { ktKit::load(path_); }), 0);
     const std::string other = (folder_ / "bayes.kt").string();

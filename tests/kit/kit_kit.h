@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/golden.h"
 #include "support/test.h"
 
 #include <clastool/kit.h>
@@ -40,12 +41,17 @@ struct Sample {
     }
 };
 
-inline ktClassifierTool trainedOn(const Sample& sample, const ktClassifierTrainParams& params)
+inline ktClassifierDataProviderMemory dataOf(const Sample& sample)
 {
     ktClassifierDataProviderMemory data;
     data.data(sample.patterns, sample.labels);
+    return data;
+}
+
+inline ktClassifierTool trainedOn(const Sample& sample, const ktClassifierTrainParams& params)
+{
     ktClassifierTool tool;
-    tool.train(data, params);
+    tool.train(dataOf(sample), params);
     return tool;
 }
 
@@ -82,12 +88,6 @@ inline Results oneByOne(const ktClassifierTool& tool, const ktKit::Patterns& pat
     return results;
 }
 
-inline std::string bytesOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 inline void writeBytes(const std::string& path, const std::string& bytes)
 {
     // A file of its own: where one is written over, some file systems wait for the disk.
@@ -95,16 +95,74 @@ inline void writeBytes(const std::string& path, const std::string& bytes)
     std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-/// The tool after its plain archive was stored and loaded.
-inline ktClassifierTool throughArchive(ktClassifierTool tool)
+/// The table of this text.
+inline ktKit::Table readText(const std::string& text, const ktKit::CsvOptions& options = {})
 {
-    std::stringstream stream;
-    ktArchive store(static_cast<std::ostream&>(stream));
-    store || tool;
-    ktClassifierTool loaded;
-    ktArchive load(static_cast<std::istream&>(stream));
-    load || loaded;
-    return loaded;
+    std::istringstream stream(text);
+    return ktKit::readCsv(stream, options);
+}
+
+inline void expectCsvRefused(const std::string& text, const std::string& what, const ktKit::CsvOptions& options = {})
+{
+    SCOPED_TRACE(text);
+    expectThrows<ktKit::FileError>("stream: " + what, [&] { readText(text, options); });
+}
+
+/// Two measurements around (0, 0) and around (100, 100), label 4 and 9.
+inline Sample twoClouds()
+{
+    Sample sample(0, 0);
+    for (long i = 0; i < 40; ++i) {
+        const double center = i % 2 == 0 ? 0.0 : 100.0;
+        const double x = center + static_cast<double>(i * 7 % 11) - 5.0;
+        const double y = center + static_cast<double>(i * 5 % 13) - 6.0;
+        sample.patterns.push_back(ktKit::pattern({x, y}));
+        sample.labels.push_back(i % 2 == 0 ? 4 : 9);
+    }
+    return sample;
+}
+
+inline double logLikelihood(const ktClassifierTool& tool, const ktFeaturePattern& pattern, long label)
+{
+    ktClassifierResult result;
+    tool.run(pattern, result);
+    return ktKit::logLikelihood(result, label);
+}
+
+inline ktKit::ConfusionMatrix someMatrix()
+{
+    ktKit::ConfusionMatrix matrix;
+    for (const auto& pair : std::vector<std::pair<long, long>>{{0, 0}, {0, 0}, {0, 7}, {7, 7}, {7, -1}, {2, 0}}) {
+        matrix.add(pair.first, pair.second);
+    }
+    return matrix;
+}
+
+inline ktClassifierTool nearest(long k = 5)
+{
+    return trainedOn(Sample(0, 700, 7), Knn(k));
+}
+
+inline std::vector<double> rowsOf(const ktKit::Patterns& patterns)
+{
+    std::vector<double> rows;
+    for (const auto& pattern : patterns) {
+        const std::vector<double>& values = pattern->featureMeasurements(false);
+        rows.insert(rows.end(), values.begin(), values.end());
+    }
+    return rows;
+}
+
+/// Rows with the labels -1, 0, 1, ...
+inline ktClassifierDataProviderMemory dataOfRows(const std::vector<std::vector<double>>& rows)
+{
+    ktClassifierDataProviderMemory made;
+    for (const auto& row : rows) {
+        made.addData(ktKit::pattern(row), made.numPatterns() - 1);
+    }
+    made.setName("some");
+    made.setDescription("numbers");
+    return made;
 }
 
 }  // namespace kt_test

@@ -1,6 +1,6 @@
 // What Bayesian tools have learnt, and learning on.
 
-#include "kit_kit.h"
+#include "densities.h"
 
 namespace {
 
@@ -8,79 +8,6 @@ using namespace kt_test;
 
 const std::string fromArchive =
     "A binomial density from an archive cannot learn further: ktKit::save keeps what that takes";
-
-/// Mean and covariance by their definition, in two passes over the numbers of one category.
-ktKit::Density byDefinition(const Sample& sample, long label, const std::vector<long>& measurements)
-{
-    ktKit::Density density;
-    const auto size = static_cast<long>(measurements.size());
-    std::vector<long double> mean(measurements.size());
-    std::vector<std::vector<long double>> rows;
-    for (std::size_t i = 0; i < sample.labels.size(); ++i) {
-        if (sample.labels[i] == label) {
-            rows.emplace_back();
-            for (const long measurement : measurements) {
-                rows.back().push_back(sample.patterns[i]->featureMeasurement(measurement, true));
-            }
-        }
-    }
-    const auto n = static_cast<long double>(rows.size());
-    for (std::size_t j = 0; j < mean.size(); ++j) {
-        for (const auto& row : rows) {
-            mean[j] += row[j] / n;
-        }
-        density.mean.push_back(static_cast<double>(mean[j]));
-    }
-    density.covariance = ktNMMatrix(size, size);
-    for (long i = 0; i < size; ++i) {
-        for (long j = 0; j < size; ++j) {
-            long double sum = 0.0L;
-            for (const auto& row : rows) {
-                const auto a = static_cast<std::size_t>(i);
-                const auto b = static_cast<std::size_t>(j);
-                sum += (row[a] - mean[a]) * (row[b] - mean[b]);
-            }
-            density.covariance(i, j) = static_cast<double>(sum / (n - 1));
-        }
-    }
-    density.count = static_cast<long>(rows.size());
-    return density;
-}
-
-void expectNear(double value, double expected)
-{
-    EXPECT_LE(std::abs(value - expected), 1e-12 * std::abs(expected)) << value << " " << expected;
-}
-
-void expectNear(const ktKit::Density& found, const ktKit::Density& expected)
-{
-    ASSERT_EQ(found.mean.size(), expected.mean.size());
-    EXPECT_EQ(found.count, expected.count);
-    for (std::size_t i = 0; i < found.mean.size(); ++i) {
-        expectNear(found.mean[i], expected.mean[i]);
-        for (std::size_t j = 0; j < found.mean.size(); ++j) {
-            const auto row = static_cast<long>(i);
-            const auto column = static_cast<long>(j);
-            expectNear(found.covariance(row, column), expected.covariance(row, column));
-        }
-    }
-}
-
-void expectSameDensities(const ktClassifierTool& tool, const ktClassifierTool& other)
-{
-    const std::vector<ktKit::Density> found = ktKit::densities(tool);
-    const std::vector<ktKit::Density> expected = ktKit::densities(other);
-    ASSERT_EQ(found.size(), expected.size());
-    for (std::size_t i = 0; i < found.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(found[i].label, expected[i].label);
-        EXPECT_EQ(found[i].measurements, expected[i].measurements);
-        EXPECT_EQ(found[i].type, expected[i].type);
-        EXPECT_EQ(found[i].numTrials, expected[i].numTrials);
-        expectNear(found[i].theta, expected[i].theta);
-        expectNear(found[i], expected[i]);
-    }
-}
 
 TEST(KitDensities, AreWhatWasLearnt)
 {
@@ -113,7 +40,7 @@ TEST(KitDensities, TellTrialsOfABinomialOne)
     EXPECT_EQ(densities[0].theta, 0.5);
     EXPECT_EQ(densities[0].count, 4);
     EXPECT_TRUE(densities[0].mean.empty());
-    EXPECT_EQ(ktKit::densities(throughArchive(tool))[0].count, 0);
+    EXPECT_EQ(ktKit::densities(storedAndLoaded(tool))[0].count, 0);
 }
 
 TEST(KitDensities, SaysWhatIsWrong)
@@ -145,8 +72,7 @@ ktClassifierTool withForeign(ktClassifierTool tool, const std::string& known, co
     if (at == std::string::npos || known.size() != foreign.size()) {
         throw std::logic_error("the archive does not name the class so");
     }
-    std::istringstream changed(bytes.replace(at, known.size(), foreign));
-    ktArchive load(changed);
+    kt_test::LoadingArchive load(bytes.replace(at, known.size(), foreign));
     ktClassifierTool loaded;
     load || loaded;
     return loaded;
@@ -231,7 +157,7 @@ TEST(KitAdd, WhatIsBorrowedIsSettledAnew)
 
 TEST(KitAdd, KeepsTheParametersInUse)
 {
-    ktClassifierTool tool = throughArchive(trainedOn(Sample(0, 60), Knn(5)));
+    ktClassifierTool tool = storedAndLoaded(trainedOn(Sample(0, 60), Knn(5)));
     ktKit::add(tool, {ktKit::pattern({1, 2, 3})}, {7});
     EXPECT_EQ(ktKit::neighbors(tool, *ktKit::pattern({1, 2, 3})).size(), 1U);
     EXPECT_EQ(ktKit::neighbors(tool, *ktKit::pattern({1, 2, 3}))[0].index, 60U);
@@ -316,7 +242,7 @@ TEST(KitAdd, SaysWhatIsWrongInOrderAndLeavesTheTool)
             ktKit::add(tool, {ktKit::pattern({0.5})}, {9});
         });
     EXPECT_TRUE(bayes == before);
-    ktClassifierTool loaded = throughArchive(bayes);
+    ktClassifierTool loaded = storedAndLoaded(bayes);
     expectThrows<ktClassifierDefs::BadMethod>(fromArchive, [&] { ktKit::add(loaded, {good}, {0}); });
     EXPECT_TRUE(loaded == bayes);
 }
@@ -458,8 +384,8 @@ TEST(KitMerge, SaysWhatIsWrongInOrderAndLeavesTheTool)
                                                 [&] { ktKit::merge(bayes, trainedOn(longer, bayesParams())); });
     EXPECT_TRUE(bayes == before);
     ktClassifierTool binomial = trainedOn(Sample(0, 60), bayesParams(true));
-    expectThrows<ktClassifierDefs::BadMethod>(fromArchive, [&] { ktKit::merge(binomial, throughArchive(binomial)); });
-    ktClassifierTool loaded = throughArchive(binomial);
+    expectThrows<ktClassifierDefs::BadMethod>(fromArchive, [&] { ktKit::merge(binomial, storedAndLoaded(binomial)); });
+    ktClassifierTool loaded = storedAndLoaded(binomial);
     expectThrows<ktClassifierDefs::BadMethod>(fromArchive, [&] { ktKit::merge(loaded, binomial); });
     EXPECT_TRUE(loaded == binomial);
 }

@@ -7,39 +7,6 @@ namespace {
 using namespace kt_test;
 using ktKit::Rejection;
 
-ktClassifierDataProviderMemory dataOf(const Sample& sample)
-{
-    ktClassifierDataProviderMemory data;
-    data.data(sample.patterns, sample.labels);
-    return data;
-}
-
-/// Two measurements around (0, 0) and around (100, 100), label 4 and 9.
-Sample twoClouds()
-{
-    Sample sample(0, 0);
-    for (long i = 0; i < 40; ++i) {
-        const double center = i % 2 == 0 ? 0.0 : 100.0;
-        const double x = center + static_cast<double>(i * 7 % 11) - 5.0;
-        const double y = center + static_cast<double>(i * 5 % 13) - 6.0;
-        sample.patterns.push_back(ktKit::pattern({x, y}));
-        sample.labels.push_back(i % 2 == 0 ? 4 : 9);
-    }
-    return sample;
-}
-
-ktClassifierTool bayes(const Sample& sample)
-{
-    return trainedOn(sample, kt_test::Bayes());
-}
-
-double logLikelihood(const ktClassifierTool& tool, const ktFeaturePattern& pattern, long label)
-{
-    ktClassifierResult result;
-    tool.run(pattern, result);
-    return ktKit::logLikelihood(result, label);
-}
-
 TEST(KitRejection, LimitsAreQuantilesOfTheTrainingData)
 {
     const Sample sample(0, 90);
@@ -65,7 +32,7 @@ TEST(KitRejection, LimitsAreQuantilesOfTheTrainingData)
 TEST(KitRejection, RejectsWhatFitsNowhere)
 {
     const Sample sample = twoClouds();
-    const Rejection rejection(bayes(sample), dataOf(sample), 0.0);
+    const Rejection rejection(trainedOn(sample, Bayes()), dataOf(sample), 0.0);
     for (const auto& pattern : sample.patterns) {
         EXPECT_FALSE(rejection.rejects(*pattern));
     }
@@ -78,7 +45,7 @@ TEST(KitRejection, RejectsWhatFitsNowhere)
 TEST(KitRejection, ComparesLikeWithLike)
 {
     const Sample sample = twoClouds();
-    const Rejection rejection(bayes(sample), dataOf(sample), 0.0);
+    const Rejection rejection(trainedOn(sample, Bayes()), dataOf(sample), 0.0);
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({3.0, NaN})));
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({NaN, 98.0})));
     EXPECT_TRUE(rejection.rejects(*ktKit::pattern({30.0, NaN})));
@@ -93,14 +60,14 @@ TEST(KitRejection, ComparesLikeWithLike)
         first.patterns.push_back(ktKit::pattern({sample.patterns[i]->featureMeasurement(0, true)}));
         first.labels.push_back(sample.labels[i]);
     }
-    const Rejection ofFirst(bayes(first), dataOf(first), 0.0);
+    const Rejection ofFirst(trainedOn(first, Bayes()), dataOf(first), 0.0);
     EXPECT_EQ(rejection.limit(*ktKit::pattern({3.0, NaN}), 4), ofFirst.limit(*ktKit::pattern({3.0}), 4));
 }
 
 TEST(KitRejection, LeavesOutTrainingPatternsThatLackWhatIsThere)
 {
     Sample sample = twoClouds();
-    const ktClassifierTool tool = bayes(sample);
+    const ktClassifierTool tool = trainedOn(sample, Bayes());
     // All patterns of label 4 lack the second measurement.
     for (std::size_t i = 0; i < sample.labels.size(); i += 2) {
         sample.patterns[i] = ktKit::pattern({sample.patterns[i]->featureMeasurement(0, true), NaN});
@@ -123,7 +90,7 @@ TEST(KitRejection, AnyNumberOfSetsOfGapsIsServed)
         sample.patterns.push_back(ktKit::pattern(values));
         sample.labels.push_back(0);
     }
-    const Rejection rejection(bayes(sample), dataOf(sample), 0.0);
+    const Rejection rejection(trainedOn(sample, Bayes()), dataOf(sample), 0.0);
     // 2048 sets, more than are kept.
     for (unsigned gaps = 0; gaps < 2048; ++gaps) {
         std::vector<double> values = sample.patterns[gaps % 24]->featureMeasurements(true);
@@ -142,9 +109,9 @@ TEST(KitRejection, CategoriesThatTheToolDoesNotKnowTakeNoPart)
     more.labels.push_back(1);
     more.patterns.push_back(ktKit::pattern({50.0, 50.0}));
     more.labels.push_back(-1);
-    const Rejection rejection(bayes(sample), dataOf(more), 0.0);
+    const Rejection rejection(trainedOn(sample, Bayes()), dataOf(more), 0.0);
     const Rejection copy = rejection;
-    Rejection assigned(bayes(sample), dataOf(sample), 0.9);
+    Rejection assigned(trainedOn(sample, Bayes()), dataOf(sample), 0.9);
     ASSERT_NE(assigned.limit(*ktKit::pattern({1.0, 1.0}), 9), rejection.limit(*ktKit::pattern({1.0, 1.0}), 9));
     assigned = rejection;
     EXPECT_EQ(assigned.limit(*ktKit::pattern({1.0, 1.0}), 9), rejection.limit(*ktKit::pattern({1.0, 1.0}), 9));
@@ -161,7 +128,7 @@ TEST(KitRejection, SaysWhatIsWrongInOrder)
                                                [&] { Rejection rejection(ktClassifierTool(), null, -1.0); });
     expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained by Bayes",
                                               [&] { Rejection rejection(kt_test::treeTool(), null, -1.0); });
-    const ktClassifierTool tool = bayes(twoClouds());
+    const ktClassifierTool tool = trainedOn(twoClouds(), Bayes());
     for (const double bad : {-0.01, 1.0, NaN}) {
         expectThrows<ktClassifierDefs::BadParams>(share, [&] { Rejection rejection(tool, null, bad); });
     }
@@ -174,7 +141,7 @@ TEST(KitRejection, SaysWhatIsWrongInOrder)
 
 TEST(KitRejection, CanBeAborted)
 {
-    const Rejection rejection(bayes(twoClouds()), dataOf(twoClouds()), 0.0);
+    const Rejection rejection(trainedOn(twoClouds(), Bayes()), dataOf(twoClouds()), 0.0);
     const kt_test::Attention attention(30, kt_test::abortStatus);
     expectThrows<ktFailure>(kt_test::abortMessage, [&] { rejection.rejects(*ktKit::pattern({1.0, NaN})); });
     EXPECT_FALSE(rejection.rejects(*ktKit::pattern({1.0, NaN})));
@@ -182,7 +149,7 @@ TEST(KitRejection, CanBeAborted)
 
 TEST(KitRejection, RunsOutOfMemoryCleanly)
 {
-    const ktClassifierTool tool = bayes(twoClouds());
+    const ktClassifierTool tool = trainedOn(twoClouds(), Bayes());
     const ktClassifierDataProviderMemory data = dataOf(twoClouds());
     EXPECT_GT(kt_test::failEachAllocation([&] {
                   const Rejection rejection(tool, data, 0.0);

@@ -16,21 +16,6 @@ using namespace kt_test;
 const std::string untrained = "Classifier tool must be trained before running.";
 const std::string invalid = "K-nearest neighbor classification does not support invalid measurements";
 
-ktClassifierTool nearest(long k = 5)
-{
-    return trainedOn(Sample(0, 700, 7), Knn(k));
-}
-
-std::vector<double> rowsOf(const ktKit::Patterns& patterns)
-{
-    std::vector<double> rows;
-    for (const auto& pattern : patterns) {
-        const std::vector<double>& values = pattern->featureMeasurements(false);
-        rows.insert(rows.end(), values.begin(), values.end());
-    }
-    return rows;
-}
-
 TEST(KitResult, DecisionIsTheFirstCategory)
 {
     const ktClassifierResult result(

@@ -8,13 +8,6 @@ namespace {
 
 using namespace kt_test;
 
-const auto nothing = [](std::size_t) {};
-
-void fail(kt_SharedParts& parts, std::size_t part, const char* text)
-{
-    parts.attempt(part, [text] { throw ktClassifierDefs::BadParams(text); });
-}
-
 TEST(SharedParts, GivesOutEachPartOnceInAscendingOrder)
 {
     kt_SharedParts parts(5);
@@ -31,17 +24,21 @@ TEST(SharedParts, GivesOutNoneOnceOneHasFailed)
     kt_SharedParts parts(5);
     std::size_t first = 0;
     EXPECT_EQ(parts.take(1, first), 1u);
-    fail(parts, first, "failed");
+    parts.attempt(first, [] { throw ktClassifierDefs::BadParams("failed"); });
     EXPECT_EQ(parts.take(1, first), 0u);
 }
 
 TEST(SharedParts, ThrowWhatTheFirstPartThatFailedHasThrown)
 {
     kt_SharedParts parts(5);
-    fail(parts, 2, "the third");
-    fail(parts, 3, "the fourth");
+    const auto nothing = [](std::size_t) {};
+    const auto fail = [&parts](std::size_t part, const char* text) {
+        parts.attempt(part, [text] { throw ktClassifierDefs::BadParams(text); });
+    };
+    fail(2, "the third");
+    fail(3, "the fourth");
     expectThrows<ktClassifierDefs::BadParams>("the third", [&] { parts.doOnThreads(1, nothing); });
-    fail(parts, 1, "the second");
+    fail(1, "the second");
     expectThrows<ktClassifierDefs::BadParams>("the second", [&] { parts.doOnThreads(1, nothing); });
 }
 

@@ -7,15 +7,6 @@ namespace {
 using namespace kt_test;
 using ktKit::ConfusionMatrix;
 
-ConfusionMatrix someMatrix()
-{
-    ConfusionMatrix matrix;
-    for (const auto& pair : std::vector<std::pair<long, long>>{{0, 0}, {0, 0}, {0, 7}, {7, 7}, {7, -1}, {2, 0}}) {
-        matrix.add(pair.first, pair.second);
-    }
-    return matrix;
-}
-
 TEST(KitConfusionMatrix, Counts)
 {
     const ConfusionMatrix matrix = someMatrix();
@@ -210,13 +201,6 @@ Sample sampleWithUnknown()
     Sample sample(0, 120);
     sample.labels[7] = -1;
     return sample;
-}
-
-ktClassifierDataProviderMemory dataOf(const Sample& sample)
-{
-    ktClassifierDataProviderMemory data;
-    data.data(sample.patterns, sample.labels);
-    return data;
 }
 
 TEST(KitCrossValidation, CountsAsTheLoopByHand)
