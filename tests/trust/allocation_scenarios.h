@@ -88,6 +88,21 @@ auto refused(Operation operation)
     };
 }
 
+/// Failed training holds no parameters, and may hold data; or the old state.
+template <class Classifier>
+void expectTrainingFailed(const Classifier& classifier, const Classifier& before)
+{
+    Classifier copy(classifier);
+    if (copy == before) {
+        return;
+    }
+    if (copy.isTrained()) {
+        EXPECT_THROW(copy.trainParams(), ktClassifierDefs::BadMethod);
+    }
+    EXPECT_NO_THROW(copy.untrain());
+    EXPECT_FALSE(copy.isTrained());
+}
+
 /// A question to nothing: a constructor, a free function.
 struct Nothing {};
 
@@ -220,5 +235,21 @@ void listNeighbors(ScenarioList& list);
 void listTrees(ScenarioList& list);
 void listRules(ScenarioList& list);
 void listTools(ScenarioList& list);
+
+inline const std::vector<Scenario>& allScenarios()
+{
+    static const std::vector<Scenario> all = [] {
+        ScenarioList list;
+        listFoundation(list);
+        listValues(list);
+        listBayes(list);
+        listNeighbors(list);
+        listTrees(list);
+        listRules(list);
+        listTools(list);
+        return list.scenarios();
+    }();
+    return all;
+}
 
 }  // namespace trust

@@ -71,14 +71,13 @@ void listFailures(ScenarioList& list)
 /// The bytes of a pass opened by hand in which one object is stored twice.
 std::string storedShared(const ktPtrHandle<ktFeaturePattern>& pattern)
 {
-    std::ostringstream out;
+    kt_test::StoringArchive storing;
     {
-        ktArchive archive(static_cast<std::ostream&>(out));
-        const ktArchive::Pass pass(archive);
+        const ktArchive::Pass pass(storing);
         ktPtrHandle<ktFeaturePattern> handle = pattern;
-        archive || handle || handle;
+        storing || handle || handle;
     }
-    return out.str();
+    return storing.bytes();
 }
 
 void listArchives(ScenarioList& list)
@@ -89,10 +88,9 @@ void listArchives(ScenarioList& list)
     list.storedAndLoaded("texts in lists", std::vector<std::vector<std::string>>{},
                          std::vector<std::vector<std::string>>{{longText}, {"b", longText}});
     list.makes("archive: pass opened", [] {
-        std::ostringstream out;
-        ktArchive archive(static_cast<std::ostream&>(out));
+        kt_test::StoringArchive archive;
         const ktArchive::Pass pass(archive);
-        return out.str();
+        return archive.bytes();
     });
     list.makes("archive: class that nobody knows", [] {
         const std::string bytes = kt_test::archiveHeader() + kt_test::fromHex("03 04 00 00 00") + "none";

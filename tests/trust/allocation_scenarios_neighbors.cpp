@@ -103,20 +103,6 @@ void listParams(ScenarioList& list)
         [costs = someParams(1).misclassificationCosts()](Params& params) { params.misclassificationCosts(costs); });
 }
 
-/// Failed training holds no parameters, and may hold data; or the old state.
-void expectTrainingFailed(const Classifier& classifier, const Classifier& before)
-{
-    Classifier copy(classifier);
-    if (copy == before) {
-        return;
-    }
-    if (copy.isTrained()) {
-        EXPECT_THROW(copy.trainParams(), ktClassifierDefs::BadMethod);
-    }
-    EXPECT_NO_THROW(copy.untrain());
-    EXPECT_FALSE(copy.isTrained());
-}
-
 using Run = std::pair<Classifier, ktClassifierResult>;
 
 void listRuns(ScenarioList& list)

@@ -4,23 +4,8 @@
 
 namespace {
 
+using trust::allScenarios;
 using trust::Scenario;
-
-const std::vector<Scenario>& allScenarios()
-{
-    static const std::vector<Scenario> all = [] {
-        trust::ScenarioList list;
-        trust::listFoundation(list);
-        trust::listValues(list);
-        trust::listBayes(list);
-        trust::listNeighbors(list);
-        trust::listTrees(list);
-        trust::listRules(list);
-        trust::listTools(list);
-        return list.scenarios();
-    }();
-    return all;
-}
 
 class WithoutMemory : public ::testing::TestWithParam<std::size_t> {};
 
