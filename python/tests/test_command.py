@@ -15,10 +15,9 @@ from clastool import BayesParams, ClassifierTool, KNNParams
 from clastool.__main__ import main
 from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier
 from clastool.trees import from_sklearn
-from sklearn.datasets import load_iris
+from samples import IRIS, SPECIES
 from sklearn.tree import DecisionTreeClassifier
 
-IRIS, SPECIES = load_iris(return_X_y=True)
 NAMES = ["sepal length", "sepal width", "petal length", "petal width"]
 
 

@@ -12,13 +12,12 @@ from typing import Any
 import numpy as np
 import pandas as pd
 import pytest
-from sklearn.datasets import load_iris
 from sklearn.exceptions import NotFittedError
 from sklearn.utils import gen_batches
 
 from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier, fit_stream
+from samples import IRIS, SPECIES
 
-IRIS, SPECIES = load_iris(return_X_y=True)
 NAMES = np.array(["setosa", "versicolor", "virginica"])[SPECIES]
 CLASSES = ["setosa", "versicolor", "virginica"]
 
