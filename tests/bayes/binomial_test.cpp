@@ -351,6 +351,11 @@ TEST(Binomial, ProportionsOfOneAfterLoadingGiveNaN)
     EXPECT_EQ(density.logValue(pattern(1.0)), -infinity);
 }
 
+TEST(Binomial, NothingOfAMaximumOfZeroGivesNaN)
+{
+    EXPECT_TRUE(std::isnan(binomialWith(6, 0.4, 0.0).logValue(pattern(0.0))));
+}
+
 TEST(Binomial, MeasurementThatIsNotFiniteAddsNothing)
 {
     for (const double x : {NaN, infinity, -infinity}) {

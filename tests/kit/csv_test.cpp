@@ -54,6 +54,11 @@ TEST(KitCsv, TheLabelColumnIsFoundByNameOrNumber)
     EXPECT_EQ(measurementsOf(unlabelled.data).at(0), (Values{1.5, 2.0}));
 }
 
+TEST(KitCsv, NumbersMayHaveASign)
+{
+    EXPECT_EQ(measurementsOf(readText("kind,a,b,c\nx,+1,-2,+1.5e+1\n").data).at(0), (Values{1.0, -2.0, 15.0}));
+}
+
 TEST(KitCsv, WhatIsMissingIsInvalid)
 {
     ktKit::Table table =

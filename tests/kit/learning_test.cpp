@@ -155,6 +155,20 @@ TEST(KitAdd, WhatIsBorrowedIsSettledAnew)
     EXPECT_TRUE(oneByOne(tool, queries) == oneByOne(expected, queries));
 }
 
+TEST(KitAdd, GoesOnAfterLoadingCategoriesOfOnePattern)
+{
+    Sample all(0, 4);
+    const Sample others(4, 60);
+    kt_test::Bayes params = bayesParams(true);
+    params.throwIfNotReady(false);
+    std::stringstream file;
+    ktKit::save(trainedOn(all, params), file);
+    ktClassifierTool tool = ktKit::load(file);
+    ktKit::add(tool, others.patterns, others.labels);
+    all += others;
+    expectSameDensities(tool, trainedOn(all, params));
+}
+
 TEST(KitAdd, KeepsTheParametersInUse)
 {
     ktClassifierTool tool = storedAndLoaded(trainedOn(Sample(0, 60), Knn(5)));
@@ -357,6 +371,18 @@ TEST(KitMerge, WhatHasLearntNothingTakesTheOther)
         EXPECT_EQ(density.mean, std::vector<double>{2.0});
         EXPECT_EQ(density.covariance(0, 0), 2.0);
     }
+}
+
+TEST(KitMerge, ACategoryOfOnePatternCounts)
+{
+    Sample both(0, 70);
+    const Sample one(70, 71);
+    kt_test::Bayes params = bayesParams(true);
+    params.throwIfNotReady(false);
+    ktClassifierTool tool = trainedOn(both, params);
+    ktKit::merge(tool, trainedOn(one, params));
+    both += one;
+    expectSameDensities(tool, trainedOn(both, params));
 }
 
 TEST(KitMerge, SaysWhatIsWrongInOrderAndLeavesTheTool)
