@@ -72,7 +72,7 @@ private:
     std::size_t k_;
     std::size_t count_ = 0;
     Value bound_ = 0;
-    kt_Scratch<Value, 256> values_;
+    kt_Scratch<Value, 512> values_;
 };
 
 /// A row that may be among the nearest, and its sum as far as it is known.
