@@ -28,7 +28,7 @@ ktKit::Factory scaled(const ktClassifierTrainParams& params)
 int crossValidate(const std::string& path, long numFolds, const std::string& cost, char** ks, int numKs)
 {
     const ktKit::Table table = ktKit::readCsv(path);
-    const ktClassifierCosts costs = examples::costsOf(cost, table.labelNames);
+    const ktClassifierCosts costs = examples::costsOf(table, cost);
     const std::vector<long> thirds = ktKit::stratifiedFolds(ktKit::labels(table.data), 3, 1);
     const ktKit::Split rows = ktKit::split(table.data, thirds, 0);
     const std::vector<long> folds = ktKit::stratifiedFolds(ktKit::labels(rows.training), numFolds, 1);

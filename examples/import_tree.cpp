@@ -1,31 +1,24 @@
-// Reads a decision tree that another program learnt and wrote down as text, and hands it to the tool. The text says, with four
-// blanks for each level,
+// Makes a decision tree of a table that another program wrote, with a row for each part of the tree:
 //
-//     if worst_radius <= 16.305:
-//         leaf benign=224 malignant=13
-//     else:
-//         leaf benign=8 malignant=130
+//     question,limit,benign,malignant
+//     worst_radius,16.305,,
+//     ,,224,13
+//     ,,8,130
 //
-// where a leaf counts the training samples that reached it. Empty lines and lines that begin with # are passed over. The names
-// are those of any file whose first column names the categories.
+// A question is whether a measurement is at most the limit. The rows of its yes side stand below it, then those of its no side.
+// A row without a question is a leaf; it counts the samples that reached it. The names are those of any file whose first column
+// names the categories.
 
 #include "common/errors.h"
 #include "common/options.h"
 
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <limits>
-#include <sstream>
+#include <map>
 
 namespace {
 
-/// A part of the tree, and where it stands.
-struct Branch {
-    ktPtrHandle_const<ktDecisionTree> tree;
-    std::size_t indent;
-    bool isElse;
-};
+using Tree = ktPtrHandle_const<ktDecisionTree>;
 
 void check(bool isRight, const std::string& complaint)
 {
@@ -34,105 +27,61 @@ void check(bool isRight, const std::string& complaint)
     }
 }
 
-/// "NAME <= NUMBER:", the rest of an if. A measurement that is missing is answered with no.
-ktRangePredicate readQuestion(std::istream& words, const std::vector<std::string>& columns)
+/// The counts of a leaf, which stand behind the limit.
+std::map<long, double> countsOf(const ktFeaturePattern& row, const std::vector<long>& labels)
 {
-    std::string name, comparison, more;
-    double limit = 0.0;
-    char colon = '\0';
-    words >> name >> comparison >> limit >> colon;
-    check(words && comparison == "<=" && colon == ':' && !(words >> more), "\"if NAME <= NUMBER:\" is expected");
-    return {ktRange(-std::numeric_limits<double>::infinity(), limit), {examples::indexOf(columns, name)}};
+    std::map<long, double> counts;
+    for (std::size_t i = 0; i < labels.size(); ++i) {
+        const double count = row.featureMeasurements(false)[i + 1];
+        check(row.isValid(static_cast<long>(i + 1)) && count >= 0.0, "a leaf needs the count of each category");
+        counts[labels[i]] += count;
+    }
+    return counts;
 }
 
-/// "NAME=COUNT NAME=COUNT ...", the rest of a leaf. Their shares and the costs make the result.
-ktClassifierResult readLeaf(std::istream& words, const std::vector<std::string>& names, const ktClassifierCosts& costs)
+/// Throws: std::runtime_error that says what is wrong, and in which row.
+Tree readTree(const std::string& path, const ktKit::Table& samples, const ktClassifierCosts& costs)
 {
-    std::vector<std::pair<long, double>> counts;
-    double all = 0.0;
-    for (std::string name; std::getline(words >> std::ws, name, '=');) {
-        double count = 0.0;
-        check(!words.eof(), "\"" + name + "\" is not followed by \"=\" and a count");
-        check((words >> count) && count >= 0.0, "\"NAME=COUNT\" is expected");
-        counts.emplace_back(examples::indexOf(names, name), count);
-        all += count;
+    ktKit::Table rows = ktKit::readCsv(path);
+    std::vector<long> labels;
+    for (std::size_t i = 1; i < rows.columns.size(); ++i) {
+        labels.push_back(examples::labelOf(samples, rows.columns[i]));
     }
-    check(all > 0.0, "a leaf that no sample reached knows no answer");
-    std::vector<ktClassifierCategoryResult> shares;
-    for (const auto& [label, count] : counts) {
-        shares.emplace_back(label, count / all, 0.0, 0.0);
-    }
-    return {shares, ktClassifierFrequencies(), costs, 0.0};
-}
-
-/// Takes a line into account, given all that stand below it: an if joins the two branches that begin there.
-void takeLine(const std::string& line, const ktKit::Table& names, const ktClassifierCosts& costs,
-              std::vector<Branch>& below)
-{
-    const std::size_t indent = line.find_first_not_of(" \r");
-    if (indent == std::string::npos || line[indent] == '#') {
-        return;
-    }
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    const std::size_t inner = indent + 4;
-    if (word == "else:") {
-        check(!below.empty() && below.back().indent == inner && !below.back().isElse, "nothing stands below \"else:\"");
-        below.back() = {below.back().tree, indent, true};
-    } else if (word == "if") {
-        const ktRangePredicate question = readQuestion(words, names.columns);
-        check(below.size() > 1 && below.back().indent == inner && !below.back().isElse, "nothing stands below \"if\"");
-        const Branch yes = below.back();
-        below.pop_back();
-        check(below.back().indent == indent && below.back().isElse, "\"if\" has no \"else:\"");
-        below.back() = {new ktDecisionTreeNode(question, *yes.tree, *below.back().tree), indent, false};
-    } else {
-        check(word == "leaf", "\"if\", \"else:\" or \"leaf\" is expected, not \"" + word + "\"");
-        below.push_back({new ktDecisionTreeLeaf(readLeaf(words, names.labelNames, costs)), indent, false});
-    }
-}
-
-/// Throws: std::runtime_error that names the file, the line, if it is the fault of one, and what is wrong.
-ktPtrHandle_const<ktDecisionTree> readTree(const std::string& path, const ktKit::Table& names,
-                                           const ktClassifierCosts& costs)
-{
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(line);
-    }
-    // From the last line to the first: what an if joins has been read then, however deep the tree is.
-    std::vector<Branch> found;
-    for (std::size_t number = lines.size(); number > 0; --number) {
+    // From the last row to the first: both sides of a question have been read then, however deep the tree is.
+    std::vector<Tree> below;
+    for (long i = rows.data.numPatterns(); i-- > 0;) {
+        const ktFeaturePattern& row = *rows.data.featurePattern(i);
+        const long question = rows.data.categoryLabel(i);
         try {
-            takeLine(lines[number - 1], names, costs, found);
+            if (question < 0) {
+                below.push_back(new ktDecisionTreeLeaf(examples::leafOf(countsOf(row, labels), costs)));
+                continue;
+            }
+            const long measurement = examples::columnOf(samples, examples::nameOf(rows, question));
+            check(row.isValid(0), "a question needs a limit");
+            check(below.size() > 1, "a question needs a yes side and a no side");
+            const ktRange atMost(-std::numeric_limits<double>::infinity(), row.featureMeasurement(0, true));
+            const Tree yes = below.back();
+            below.pop_back();
+            below.back() = new ktDecisionTreeNode(ktRangePredicate(atMost, {measurement}), *yes, *below.back());
         } catch (const std::runtime_error& error) {
-            throw std::runtime_error(path + ": line " + std::to_string(number) + ": " + error.what());
+            throw std::runtime_error(path + ": row " + std::to_string(i + 1) + ": " + error.what());
         }
     }
-    check(found.size() == 1 && found[0].indent == 0 && !found[0].isElse, path + ": one tree is expected");
-    return found[0].tree;
+    check(below.size() == 1, path + ": one tree is expected");
+    return below[0];
 }
 
-int importTree(const std::string& treePath, const std::string& csvPath, char** options, int numOptions)
+void importTree(const std::string& treePath, const std::string& csvPath, const std::string& cost)
 {
-    const ktKit::Table table = ktKit::readCsv(csvPath);
-    const ktClassifierDataProviderMemory test = examples::thirds(table.data).test;
-    for (int i = 0; i < numOptions; ++i) {
-        const ktClassifierCosts costs = examples::costsOf(options[i], table.labelNames);
-        ktClassifierTool imported;
-        imported.train(*readTree(treePath, table, costs));
-        // Once saved, the text is needed no more.
-        ktKit::save(imported, "import_tree.tool");
-        const ktClassifierTool tool = ktKit::load("import_tree.tool");
-        std::filesystem::remove("import_tree.tool");
-        const ktKit::ConfusionMatrix matrix =
-            examples::counted(test, ktKit::runAll(tool, ktKit::patterns(test)), table.labelNames);
-        std::cout << "The tree, saved and loaded, with costs " << options[i] << ":\n"
-                  << matrix << "total cost: " << matrix.cost(costs) << "\n\n";
-    }
-    return 0;
+    const ktKit::Table samples = ktKit::readCsv(csvPath);
+    const ktClassifierCosts costs = examples::costsOf(samples, cost);
+    ktClassifierTool tool;
+    tool.train(*readTree(treePath, samples, costs));
+    const ktClassifierDataProviderMemory test = examples::thirds(samples.data).test;
+    const ktKit::ConfusionMatrix matrix =
+        examples::counted(test, ktKit::runAll(tool, ktKit::patterns(test)), samples.labelNames);
+    std::cout << matrix << "total cost, " << cost << ": " << matrix.cost(costs) << "\n";
 }
 
 }  // namespace
@@ -140,8 +89,8 @@ int importTree(const std::string& treePath, const std::string& csvPath, char** o
 int main(int argc, char** argv)
 {
     try {
-        return argc > 3 ? importTree(argv[1], argv[2], argv + 3, argc - 3)
-                        : throw std::runtime_error("usage: import_tree TREE_TXT CSV CATEGORY=COST...");
+        argc == 4 ? importTree(argv[1], argv[2], argv[3])
+                  : throw std::runtime_error("usage: import_tree TREE_CSV SAMPLES_CSV CATEGORY=COST");
     } catch (const std::exception& error) {
         return examples::reportError(error);
     }

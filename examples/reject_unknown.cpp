@@ -35,8 +35,8 @@ int rejectUnknown(const std::string& path, long numJoint)
     std::vector<long> group(static_cast<std::size_t>(numJoint));
     std::iota(group.begin(), group.end(), 0L);
     ktClassifierDistributionTypes types;
-    for (std::size_t label = 0; label < table.labelNames.size(); ++label) {
-        types.setDependent(static_cast<long>(label), group);
+    for (const long label : examples::categoriesOf(table)) {
+        types.setDependent(label, group);
     }
     ktClassifierTool tool;
     tool.train(rows.training, ktClassifierTrainParamsBayesian(types));

@@ -33,7 +33,7 @@ int runInThreads(const std::string& csvPath)
 
     // Other costs are given to a tool that only this thread knows; the others go on with the one they have.
     ktClassifierTool retrained(tool);
-    const ktClassifierCosts costs = examples::costsOf(table.labelNames.at(0) + "=10", table.labelNames);
+    const ktClassifierCosts costs = examples::costsOf(table, table.data.categoryLabel(0), 10.0);
     retrained.retrain(ktClassifierTrainParamsKNN(7, costs));
     const Results expectedLater = ktKit::runAll(retrained, patterns);
     // The tool that is in use. Who takes it keeps it until the handle is dropped, whatever is published meanwhile; nobody

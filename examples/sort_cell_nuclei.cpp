@@ -1,5 +1,5 @@
 // Sorts biopsies into malignant and benign ones by their nearest neighbours, and shows what costs and stored files do to the
-// decisions. Takes any file whose first column names the categories; missing the first of them is what costs more.
+// decisions. Takes any file whose first column names the categories; missing that of the first row is what costs more.
 
 #include "common/errors.h"
 #include "common/options.h"
@@ -10,17 +10,17 @@
 namespace {
 
 void printDecisions(const std::string& title, const ktKit::Split& rows, const std::vector<ktClassifierResult>& results,
-                    const std::vector<std::string>& names, const ktClassifierCosts& costs)
+                    const ktKit::Table& table, const ktClassifierCosts& costs)
 {
-    const ktKit::ConfusionMatrix matrix = examples::counted(rows.test, results, names);
+    const ktKit::ConfusionMatrix matrix = examples::counted(rows.test, results, table.labelNames);
     std::cout << title << ":\n"
               << matrix << "total cost: " << matrix.cost({}) << " with equal costs, " << matrix.cost(costs)
-              << " with costs " << names[0] << "=10\n\n";
+              << " with costs " << examples::nameOf(table, table.data.categoryLabel(0)) << "=10\n\n";
 }
 
 /// Says how many decisions the costs moved, and shows the first of them.
 void printWhatMoved(const std::vector<ktClassifierResult>& before, const std::vector<ktClassifierResult>& after,
-                    const std::vector<std::string>& names)
+                    const ktKit::Table& table)
 {
     int moved = 0;
     for (std::size_t i = 0; i < before.size(); ++i) {
@@ -30,7 +30,7 @@ void printWhatMoved(const std::vector<ktClassifierResult>& before, const std::ve
         std::cout << "The first decision that the costs moved, test row " << i + 1 << ", before and after:\n";
         for (const ktClassifierResult& result : {before[i], after[i]}) {
             for (const ktClassifierCategoryResult& category : result.categoryResults()) {
-                std::cout << "  " << names[static_cast<std::size_t>(category.categoryLabel())] << ": match score "
+                std::cout << "  " << examples::nameOf(table, category.categoryLabel()) << ": match score "
                           << category.matchScore() << ", expected cost " << category.expectedCost() << "\n";
             }
         }
@@ -41,7 +41,7 @@ void printWhatMoved(const std::vector<ktClassifierResult>& before, const std::ve
 int sortCellNuclei(const std::string& csvPath)
 {
     const ktKit::Table table = ktKit::readCsv(csvPath);
-    const ktClassifierCosts costs = examples::costsOf(table.labelNames.at(0) + "=10", table.labelNames);
+    const ktClassifierCosts costs = examples::costsOf(table, table.data.categoryLabel(0), 10.0);
     const ktKit::Split rows = ktKit::split(table.data, ktKit::stratifiedFolds(ktKit::labels(table.data), 3, 1), 0);
     const ktKit::Scaler scaler(rows.training);
     const ktKit::Patterns test = ktKit::patterns(scaler.transform(rows.test));
@@ -51,12 +51,12 @@ int sortCellNuclei(const std::string& csvPath)
     ktClassifierTool tool;
     tool.train(scaler.transform(rows.training), ktClassifierTrainParamsKNN(7));
     const std::vector<ktClassifierResult> before = ktKit::runAll(tool, test);
-    printDecisions("7 nearest neighbours, equal costs", rows, before, table.labelNames, costs);
+    printDecisions("7 nearest neighbours, equal costs", rows, before, table, costs);
     // Other costs take effect without training again.
     tool.retrain(ktClassifierTrainParamsKNN(7, costs));
     const std::vector<ktClassifierResult> after = ktKit::runAll(tool, test);
-    printDecisions("7 nearest neighbours, unequal costs", rows, after, table.labelNames, costs);
-    printWhatMoved(before, after, table.labelNames);
+    printDecisions("7 nearest neighbours, unequal costs", rows, after, table, costs);
+    printWhatMoved(before, after, table);
 
     const std::string path = "sort_cell_nuclei.tool";
     ktKit::save(tool, scaler, path);

@@ -32,14 +32,12 @@ ktClassifierDataProviderMemory withMissing(const ktClassifierDataProviderMemory&
 void print(const std::string& title, const ktClassifierTool& tool, const ktKit::Split& rows, const ktKit::Table& table,
            const ktClassifierCosts& costs, const ktFeaturePattern& stranger)
 {
-    ktKit::ConfusionMatrix matrix(table.labelNames);
     const ktKit::Rejection rejection(tool, rows.training, 0.0);
     const ktKit::Patterns patterns = ktKit::patterns(rows.test);
-    const std::vector<ktClassifierResult> results = ktKit::runAll(tool, patterns);
+    const ktKit::ConfusionMatrix matrix = examples::counted(rows.test, ktKit::runAll(tool, patterns), table.labelNames);
     long rejected = 0;
-    for (std::size_t i = 0; i < patterns.size(); ++i) {
-        matrix.add(rows.test.categoryLabel(static_cast<long>(i)), ktKit::decision(results[i]).categoryLabel());
-        rejected += rejection.rejects(*patterns[i]) ? 1 : 0;
+    for (const auto& pattern : patterns) {
+        rejected += rejection.rejects(*pattern) ? 1 : 0;
     }
     std::cout << title << ":\n"
               << matrix << "total cost: " << matrix.cost(costs) << "\nrejected: " << rejected << " of "
@@ -49,7 +47,7 @@ void print(const std::string& title, const ktClassifierTool& tool, const ktKit::
 int sortWithMissing(const std::string& path, const std::string& prefix, const std::string& cost)
 {
     const ktKit::Table table = ktKit::readCsv(path);
-    const ktClassifierCosts costs = examples::costsOf(cost, table.labelNames);
+    const ktClassifierCosts costs = examples::costsOf(table, cost);
     const ktKit::Split whole = ktKit::split(table.data, ktKit::stratifiedFolds(ktKit::labels(table.data), 3, 1), 0);
     const ktKit::Split rows = {withMissing(whole.training), withMissing(whole.test)};
     std::vector<long> group;
@@ -70,16 +68,15 @@ int sortWithMissing(const std::string& path, const std::string& prefix, const st
     print("Independent measurements, equal priors", tool, rows, table, costs, *stranger);
 
     ktClassifierDistributionTypes joint;
-    std::vector<double> counts(table.labelNames.size(), 1.0);
-    for (std::size_t label = 0; label < counts.size(); ++label) {
-        joint.setDependent(static_cast<long>(label), group);
+    for (const long label : examples::categoriesOf(table)) {
+        joint.setDependent(label, group);
     }
     tool.train(rows.training, ktClassifierTrainParamsBayesian(joint, {}, costs));
     print("One dependent group, equal priors", tool, rows, table, costs, *stranger);
 
-    // Priors take effect without training again: here, a screening, in which the first category is rare.
-    counts[0] = 0.05;
-    tool.retrain(ktClassifierTrainParamsBayesian(joint, ktKit::frequencies(counts), costs));
+    // Priors take effect without training again: here, a screening, in which the category of the first row is rare.
+    tool.retrain(
+        ktClassifierTrainParamsBayesian(joint, ktKit::frequencies({0.05}, {table.data.categoryLabel(0)}), costs));
     print("The same group, the first category rare", tool, rows, table, costs, *stranger);
     return 0;
 }

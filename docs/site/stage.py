@@ -21,8 +21,10 @@ SITE = Path(__file__).resolve().parent
 TOP = SITE.parent.parent
 # The pictures that examples draw, beside what they print.
 PICTURES = {
-    "draw_decision_regions": sorted(TOP.glob("docs/images/regions-*.svg")),
-    "grade_by_fuzzy_rules": [TOP / "docs/images/fuzzy-rules/grades.svg", TOP / "docs/images/fuzzy-rules/diameter_right.svg"],
+    "draw_decision_regions": [
+        TOP / f"docs/images/regions-{name}.svg" for name in ("bayes-independent", "bayes-joint", "nearest-neighbors")
+    ],
+    "grade_by_fuzzy_rules": [TOP / "docs/images/fuzzy-rules/grades.svg", TOP / "docs/images/fuzzy-rules/diameter.svg"],
 }
 # Of a picture of regions of this size the plots and the legend: left, top, width and height, and how far down they stand in a narrow
 # window.

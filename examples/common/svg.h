@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <fstream>
@@ -21,6 +22,18 @@ struct SvgAxis {
     double step;
 };
 
+/// An axis from the least of these values to the greatest, and a little further, with ticks at round numbers.
+inline SvgAxis axisOver(const std::string& label, const std::vector<double>& values)
+{
+    const auto [least, greatest] = std::minmax_element(values.begin(), values.end());
+    const double span = *least < *greatest ? *greatest - *least : 1.0;
+    double step = std::pow(10.0, std::floor(std::log10(span))) / 10.0;
+    for (int i = 0; span / step > 9.0; ++i) {
+        step *= i % 3 == 1 ? 2.5 : 2.0;  // 1, 2, 5, 10
+    }
+    return {label, *least - 0.05 * span, *greatest + 0.05 * span, step};
+}
+
 /// Where the frame of a plot lies in its picture, in pixels.
 struct SvgFrame {
     double left = 80;
@@ -39,24 +52,31 @@ public:
     {
     }
 
-    /// Straight lines from point to point.
-    void line(const std::vector<Point>& points, const std::string& color)
+    /// The graph of a function, with its entry in the legend.
+    void curve(const std::function<double(double)>& function, const std::string& words)
+    {
+        static const char* const colors[] = {"#1f5fa8", "#c2410c", "#2e7d32", "#6a1b9a"};
+        const std::string color = colors[entries_ % 4];
+        const int steps =
+            static_cast<int>(2 * frame_.width);  // two points for each pixel, so that a jump looks like one
+        std::string path;
+        for (int i = 0; i <= steps; ++i) {
+            const double x = x_.low + i * (x_.high - x_.low) / steps;
+            path += (i == 0 ? "" : " ") + number(left(x)) + "," + number(top(function(x)));
+        }
+        shapes_ += "<polyline fill=\"none\" stroke=\"" + color + "\" stroke-width=\"2.5\" points=\"" + path + "\"/>\n";
+        legend(words, "<path d=\"M-10,0 h20\" stroke-width=\"2.5\" stroke=\"" + color + "\"/>");
+    }
+
+    /// Many small marks of one kind: triangles or discs.
+    void marks(const std::vector<Point>& points, long kind, const std::string& color)
     {
         std::string path;
         for (const Point& point : points) {
-            path += (path.empty() ? "" : " ") + number(left(point[0])) + "," + number(top(point[1]));
+            path += "M" + number(left(point[0])) + "," + number(top(point[1])) + markOf(kind);
         }
-        shapes_ += "<polyline fill=\"none\" stroke=\"" + color + "\" stroke-width=\"2.5\" points=\"" + path + "\"/>\n";
+        shapes_ += markPath(path, color);
     }
-
-    void disc(const Point& center, const std::string& color)
-    {
-        shapes_ += discAt(left(center[0]), top(center[1]), color);
-    }
-
-    /// Many small marks of one kind: discs or triangles.
-    void discs(const std::vector<Point>& points, const std::string& color) { marks(points, smallDisc, color); }
-    void triangles(const std::vector<Point>& points, const std::string& color) { marks(points, triangle, color); }
 
     /// Colours the plot in cells, each by its middle. A cell whose colour is empty stays white.
     void regions(int columns, int rows, const std::function<std::string(double x, double y)>& colorAt)
@@ -92,18 +112,9 @@ public:
     {
         legend(words, "<rect x=\"-8\" y=\"-8\" width=\"16\" height=\"16\" stroke=\"#888888\" fill=\"" + color + "\"/>");
     }
-    void legendLine(const std::string& color, const std::string& words)
+    void legendMark(long kind, const std::string& color, const std::string& words)
     {
-        legend(words, "<path d=\"M-10,0 h20\" stroke-width=\"2.5\" stroke=\"" + color + "\"/>");
-    }
-    void legendDisc(const std::string& color, const std::string& words) { legend(words, discAt(0, 0, color)); }
-    void legendSmallDisc(const std::string& color, const std::string& words)
-    {
-        legend(words, markPath("M0,0" + std::string(smallDisc), color));
-    }
-    void legendTriangle(const std::string& color, const std::string& words)
-    {
-        legend(words, markPath("M0,0" + std::string(triangle), color));
+        legend(words, markPath("M0,0" + std::string(markOf(kind)), color));
     }
 
     /// Saves a picture of this plot alone.
@@ -134,9 +145,11 @@ public:
     }
 
 private:
-    // From the middle of a mark around it.
-    static constexpr const char* smallDisc = "m-2.6,0a2.6,2.6 0 1 0 5.2,0a2.6,2.6 0 1 0 -5.2,0z";
-    static constexpr const char* triangle = "m0,-3.8l3.4,5.9h-6.8z";
+    /// From the middle of a mark around it.
+    static const char* markOf(long kind)
+    {
+        return kind % 2 == 0 ? "m0,-3.8l3.4,5.9h-6.8z" : "m-2.6,0a2.6,2.6 0 1 0 5.2,0a2.6,2.6 0 1 0 -5.2,0z";
+    }
 
     double left(double x) const { return frame_.left + frame_.width * (x - x_.low) / (x_.high - x_.low); }
     double top(double y) const { return frame_.top + frame_.height * (y_.high - y) / (y_.high - y_.low); }
@@ -174,24 +187,9 @@ private:
                escaped(words) + "</text>\n";
     }
 
-    static std::string discAt(double x, double y, const std::string& color)
-    {
-        return "<circle cx=\"" + number(x) + "\" cy=\"" + number(y) + "\" r=\"5\" stroke=\"white\" fill=\"" + color +
-               "\"/>\n";
-    }
-
     static std::string markPath(const std::string& path, const std::string& color)
     {
         return "<path fill=\"" + color + "\" d=\"" + path + "\"/>\n";
-    }
-
-    void marks(const std::vector<Point>& points, const std::string& mark, const std::string& color)
-    {
-        std::string path;
-        for (const Point& point : points) {
-            path += "M" + number(left(point[0])) + "," + number(top(point[1])) + mark;
-        }
-        shapes_ += markPath(path, color);
     }
 
     std::string rectangle(double x0, double x1, double y0, double y1) const
