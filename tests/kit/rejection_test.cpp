@@ -101,6 +101,21 @@ TEST(KitRejection, AnyNumberOfSetsOfGapsIsServed)
     }
 }
 
+// Once per category; for limits that are computed also once per training pattern of each.
+TEST(KitRejection, PollsForNewGapsAloneMore)
+{
+    const Rejection rejection(bayes(twoClouds()), dataOf(twoClouds()), 0.0);
+    const auto polls = [&](const std::vector<double>& values) {
+        const kt_test::Attention attention;
+        rejection.rejects(*ktKit::pattern(values));
+        return attention.polls();
+    };
+    EXPECT_EQ(polls({50.0, NaN}), 42);
+    EXPECT_EQ(polls({NaN, 50.0}), 42);
+    EXPECT_EQ(polls({51.0, NaN}), 2);
+    EXPECT_EQ(polls({NaN, 51.0}), 2);
+}
+
 TEST(KitRejection, CategoriesThatTheToolDoesNotKnowTakeNoPart)
 {
     const Sample sample = twoClouds();
