@@ -92,14 +92,32 @@ TEST(KitConfusionMatrix, DrawsAPicture)
     matrix.add(0, 1);
     std::ostringstream picture;
     matrix.svg(picture);
-    const std::string text = picture.str();
-    EXPECT_EQ(text.rfind("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"260\" height=\"260\"", 0), 0U);
-    EXPECT_NE(text.find(">&lt;a&amp;b&gt;</text>"), std::string::npos);
-    EXPECT_NE(text.find("<rect x=\"130\" y=\"130\" width=\"60\" height=\"60\" fill=\"#2a7f4f\" fill-opacity=\"0.750\""),
-              std::string::npos);
-    EXPECT_NE(text.find("<rect x=\"190\" y=\"130\" width=\"60\" height=\"60\" fill=\"#b03030\" fill-opacity=\"0.250\""),
-              std::string::npos);
-    EXPECT_EQ(text.substr(text.size() - 7), "</svg>\n");
+    const std::string sized = "width=\"60\" height=\"60\" fill=";
+    EXPECT_EQ(picture.str(),
+              "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"260\" height=\"260\" font-family=\"sans-serif\" "
+              "font-size=\"13\">\n"
+              "<text x=\"10\" y=\"20\">rows: true, columns: assigned</text>\n"
+              "<text x=\"122\" y=\"165\" text-anchor=\"end\">&lt;a&amp;b&gt;</text>\n"
+              "<text x=\"160\" y=\"122\" text-anchor=\"middle\">&lt;a&amp;b&gt;</text>\n"
+              "<rect x=\"130\" y=\"130\" " +
+                  sized +
+                  "\"#2a7f4f\" fill-opacity=\"0.750\" stroke=\"#888888\"/>\n"
+                  "<text x=\"160\" y=\"165\" text-anchor=\"middle\">3</text>\n"
+                  "<rect x=\"190\" y=\"130\" " +
+                  sized +
+                  "\"#b03030\" fill-opacity=\"0.250\" stroke=\"#888888\"/>\n"
+                  "<text x=\"220\" y=\"165\" text-anchor=\"middle\">1</text>\n"
+                  "<text x=\"122\" y=\"225\" text-anchor=\"end\">1</text>\n"
+                  "<text x=\"220\" y=\"122\" text-anchor=\"middle\">1</text>\n"
+                  "<rect x=\"130\" y=\"190\" " +
+                  sized +
+                  "\"#b03030\" fill-opacity=\"0.000\" stroke=\"#888888\"/>\n"
+                  "<text x=\"160\" y=\"225\" text-anchor=\"middle\">0</text>\n"
+                  "<rect x=\"190\" y=\"190\" " +
+                  sized +
+                  "\"#2a7f4f\" fill-opacity=\"0.000\" stroke=\"#888888\"/>\n"
+                  "<text x=\"220\" y=\"225\" text-anchor=\"middle\">0</text>\n"
+                  "</svg>\n");
 }
 
 TEST(KitFolds, EachHasItsShareOfEachCategoryAndOfAll)
