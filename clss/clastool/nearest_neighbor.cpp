@@ -429,8 +429,8 @@ double kt_ClassifierKNN::orderByCopy() const
     if (params_.isNull()) {
         return 2.0;
     }
-    const ktPtrHandle_const<ktPatternDistanceMetric> held = params_->distanceMetric();
-    const ktPatternDistanceMetric* const metric = held.get();
+    // Not by a handle: all threads that run would write to the metric's count.
+    const ktPatternDistanceMetric* const metric = params_->metric_.get();
     // A metric derived from the norm may override the distance, so only the norm itself is replaced by the copy.
     if (metric == nullptr || typeid(*metric) != typeid(ktPatternDistanceMetricNorm)) {
         return 0.0;
@@ -477,7 +477,8 @@ void kt_ClassifierKNN::runEach(const std::vector<ktPtrHandle_const<ktFeaturePatt
     }
 }
 
-/// Finds the rows of the k neighbours of each pattern. Returns for each whether they were found; empty if a joint search saves no time.
+/// Finds the rows of the k neighbours of each pattern, and returns for each whether they were found; empty if they are not searched
+/// together. Where that saves no time, only a few are found, and `rows` ends with theirs.
 std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeaturePattern>* patterns, std::size_t count,
                                                  std::size_t k, std::vector<std::size_t>& rows) const
 {
@@ -489,14 +490,15 @@ std::vector<char> kt_ClassifierKNN::findTogether(const ktPtrHandle_const<ktFeatu
         if (!scan.isWorthwhile(count)) {
             return {};
         }
-        const auto valuesOf = [this](const ktPtrHandle_const<ktFeaturePattern>& pattern) {
-            const bool isRefused = pattern.isNull() || pattern->numInvalid() > 0 ||
-                                   pattern->numMeasurements() != trainingData_->numMeasurements();
+        const long size = trainingData_->numMeasurements();
+        const auto valuesOf = [size](const ktPtrHandle_const<ktFeaturePattern>& handle) {
+            const ktFeaturePattern* const pattern = handle.get();
+            const bool isRefused =
+                pattern == nullptr || pattern->numInvalid() > 0 || pattern->numMeasurements() != size;
             return isRefused ? nullptr : &pattern->featureMeasurements(false);
         };
         std::vector<const std::vector<double>*> queries(count);
         std::transform(patterns, patterns + count, queries.begin(), valuesOf);
-        rows.resize(count * k);
         return scan.run(queries, rows);
     } catch (const std::bad_alloc&) {
         // Without memory for a joint search, runs take longer and give the same answers.

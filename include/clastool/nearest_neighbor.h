@@ -133,6 +133,8 @@ protected:
     void serialize_(ktArchive& archive, unsigned char version);
 
 private:
+    friend class kt_ClassifierKNN;
+
     static ktPersistent* make();
     KT_HIDDEN static const kt_Instantiator sExemplar;
 

@@ -3,6 +3,8 @@
 #include "clss/clastool/neighbor_scan/batch_scan.h"
 #include "clss/clastool/neighbor_scan/batch_kernels.h"
 
+#include "tests/support/allocations.h"
+
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
 
@@ -480,6 +482,39 @@ TEST(BatchScanOfFewQueries, PassesOverThoseThatAreNull)
             EXPECT_EQ(rows[2 * i], queries[i] != nullptr ? 700u : 7u);
             EXPECT_EQ(rows[2 * i + 1], queries[i] != nullptr ? 701u : 7u);
         }
+    }
+}
+
+TEST(BatchScanMemory, IsNotNeededForTheAnswers)
+{
+    if (batchKernels().empty()) {
+        GTEST_SKIP() << "the machine has no kernels for batches";
+    }
+    kt_test::needCounts();
+    // So many measurements that boxes exclude no block, and a search together is faster.
+    ktRandomUniform uniform(7);
+    const auto drawRow = [&](std::size_t) {
+        Row row(40);
+        std::generate(row.begin(), row.end(), [&] { return uniform.next(0.0, 1.0); });
+        return row;
+    };
+    const Copied copied(1500, drawRow);
+    ktClassifierTool tool;
+    tool.train(copied.store, ktClassifierTrainParamsKNN(5));
+    std::vector<ktPtrHandle_const<ktFeaturePattern>> patterns(200);
+    std::generate(patterns.begin(), patterns.end(), [&] { return new ktFeaturePattern(drawRow(0), {}); });
+    std::vector<ktClassifierResult> expected;
+    const long all = kt_test::allocationsDuring([&] { tool.run(patterns, expected); });
+    const auto ofResults = static_cast<long>(patterns.size());
+    EXPECT_GT(all, ofResults + 10) << "they are searched one by one";
+    std::vector<ktClassifierResult> results;
+    // The first allocation is that of the list of results, and the last ones are those of each result.
+    for (long n = 2; n <= all - ofResults; ++n) {
+        SCOPED_TRACE(n);
+        const kt_test::AllocationFailure failure(n);
+        tool.run(patterns, results);
+        EXPECT_TRUE(failure.happened());
+        EXPECT_EQ(results, expected);
     }
 }
 

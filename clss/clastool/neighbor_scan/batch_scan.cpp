@@ -90,9 +90,9 @@ bool kt_BatchScan::isWorthwhile(std::size_t numQueries) const
 std::vector<char> kt_BatchScan::run(const Queries& queries, std::vector<std::size_t>& rows)
 {
     std::vector<char> isFound(queries.size(), 0);
-    listBlocks();
     const Way way = tryOneByOne(queries, isFound, rows);
     if (way != Way::oneByOne) {
+        rows.resize(queries.size() * k_);
         findTogether(queries, way == Way::byBoxes, isFound, rows);
     }
     return isFound;
@@ -174,8 +174,10 @@ kt_BatchScan::Way kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<
     std::size_t numCompared = 0;
     std::size_t numTried = 0;
     kt_RowList found(k_);
+    rows.reserve(mostTried * k_);
     for (std::size_t i = 0; i < queries.size() && numTried < mostTried; ++i) {
         if (queries[i] != nullptr && copy_.nearest(store_, *queries[i], 2.0, found, numCompared)) {
+            rows.resize(std::max(rows.size(), (i + 1) * k_));
             std::copy(found.begin(), found.end(), rows.begin() + static_cast<std::ptrdiff_t>(i * k_));
             isFound[i] = 1;
             ++numTried;
@@ -184,13 +186,14 @@ kt_BatchScan::Way kt_BatchScan::tryOneByOne(const Queries& queries, std::vector<
     // Estimates in nanoseconds, measured on several kinds of data. Together, a block costs each query less: its rows are read once
     // and few of them are left. But all blocks must be rounded, and each query's limits kept. Alone, a measurement of a block takes
     // longer if the floats do not fit the first-level caches.
-    const std::size_t fifths = blocks_.size() * size_ <= 2048 ? 13 : 25;
+    const std::size_t numBlocks = copy_.firstUnsortedBlock_ + kt_CompactCopy::blocksOf(copy_.numUnsorted_);
+    const std::size_t fifths = numBlocks * size_ <= 2048 ? 13 : 25;
     const std::size_t alone = numTried * 300 + numCompared * (20 + fifths * size_ / 5);
-    const std::size_t rounding = numTried * blocks_.size() * size_ * 40;
-    const std::size_t all = rounding / queries.size() + numTried * (1400 + blocks_.size() * (5 + 4 * size_ / 5));
-    const std::size_t together = std::min(queries.size(), mostBounds / blocks_.size() + 1);
+    const std::size_t rounding = numTried * numBlocks * size_ * 40;
+    const std::size_t all = rounding / queries.size() + numTried * (1400 + numBlocks * (5 + 4 * size_ / 5));
+    const std::size_t together = std::min(queries.size(), mostBounds / numBlocks + 1);
     const std::size_t byBoxes =
-        rounding / together + numTried * (2000 + blocks_.size() * (5 + size_ / 10)) + numCompared * (20 + size_);
+        rounding / together + numTried * (2000 + numBlocks * (5 + size_ / 10)) + numCompared * (20 + size_);
     if (alone <= std::min(all, byBoxes)) {
         return Way::oneByOne;
     }

@@ -25,13 +25,14 @@ public:
     /// Whether this number of queries may take less time together than one by one.
     bool isWorthwhile(std::size_t numQueries) const;
 
-    /// Finds the `k` nearest rows of each query, in no particular order. `rows` has room for `k` rows of each query. Null queries are
-    /// skipped. Returns for each query whether its rows were found; these are exactly those of the plain scan. The caller runs the
-    /// other queries one by one. Where that takes less time, only the few queries that were tried are found. Polls nothing.
+    /// Finds the `k` nearest rows of each query, in no particular order. Those of query i begin at `rows[i * k]`; `rows` grows where it
+    /// is too short. Null queries are skipped. Returns for each query whether its rows were found; these are exactly those of the plain
+    /// scan. The caller runs the other queries one by one. Where that takes less time, only the few queries that were tried are found,
+    /// and no memory is used for the others' rows. Polls nothing.
     std::vector<char> run(const Queries& queries, std::vector<std::size_t>& rows);
 
     /// The same for the queries that are not found yet, without asking what takes less time. `useBoxes`: queries skip blocks by the
-    /// blocks' own boxes; otherwise they skip whole parts only.
+    /// blocks' own boxes; otherwise they skip whole parts only. Requires: `rows` has room for all queries.
     void findTogether(const Queries& queries, bool useBoxes, std::vector<char>& isFound,
                       std::vector<std::size_t>& rows);
 

@@ -93,8 +93,9 @@ std::uint64_t floatSums(const float* block, const float* query, std::size_t size
     __m256 sum7 = sum0;
     for (const float* const end = query + size; query != end; ++query, block += kt_blockRows) {
         const __m256 q = _mm256_broadcast_ss(query);
+        // In this order one instruction reads the values and subtracts them.
         const auto added = [&](__m256 sum, int v) {
-            return term.add(sum, _mm256_sub_ps(_mm256_loadu_ps(block + v * lanes), q));
+            return term.add(sum, _mm256_sub_ps(q, _mm256_loadu_ps(block + v * lanes)));
         };
         sum0 = added(sum0, 0);
         sum1 = added(sum1, 1);
@@ -109,13 +110,9 @@ std::uint64_t floatSums(const float* block, const float* query, std::size_t size
     const __m256 highest = _mm256_set1_ps(limit);
     std::uint64_t within = 0;
     for (int v = 0; v < vectors; ++v) {
+        _mm256_storeu_ps(sums + v * lanes, sum[v]);
         const int mask = _mm256_movemask_ps(_mm256_cmp_ps(sum[v], highest, _CMP_LE_OQ));
         within |= std::uint64_t{static_cast<unsigned>(mask)} << (v * lanes);
-    }
-    if (within != 0) {
-        for (int v = 0; v < vectors; ++v) {
-            _mm256_storeu_ps(sums + v * lanes, sum[v]);
-        }
     }
     return within;
 }

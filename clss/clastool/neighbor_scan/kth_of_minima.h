@@ -2,11 +2,14 @@
 
 #include "kernels.h"
 
+#include <kt/compiler.h>
+
 // Plain loops that each file of kernels compiles for its own processors. So everything here is local to the file.
 
 namespace {
 
-/// Counts for each minimum how many others are less. So no branch depends on the values.
+/// Counts for each minimum how many others are less. So no branch depends on the values. Loops over few lanes are kept as loops: g++ makes
+/// vectors of a loop, but not of the same steps unrolled.
 template <std::size_t numLanes>
 float kthOfLanes(const float* sums, std::size_t k)
 {
@@ -15,6 +18,7 @@ float kthOfLanes(const float* sums, std::size_t k)
         minima[lane] = sums[lane];
     }
     for (std::size_t first = numLanes; first < kt_blockRows; first += numLanes) {
+        KT_NOT_UNROLLED
         for (std::size_t lane = 0; lane < numLanes; ++lane) {
             const float sum = sums[first + lane];
             minima[lane] = sum < minima[lane] ? sum : minima[lane];
@@ -22,6 +26,7 @@ float kthOfLanes(const float* sums, std::size_t k)
     }
     std::uint32_t numLess[numLanes] = {};
     for (std::size_t other = 0; other < numLanes; ++other) {
+        KT_NOT_UNROLLED
         for (std::size_t lane = 0; lane < numLanes; ++lane) {
             numLess[lane] += minima[other] < minima[lane] ? 1 : 0;
         }

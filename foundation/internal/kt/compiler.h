@@ -32,6 +32,13 @@ inline int kt_lowestBit(unsigned long long bits)
 #define KT_PROCESSOR_HAS_AVX512_VNNI false
 #endif
 
+// The loop that follows is not unrolled.
+#if defined(__GNUC__)
+#define KT_NOT_UNROLLED _Pragma("GCC unroll 1")
+#else
+#define KT_NOT_UNROLLED
+#endif
+
 // A function that is never inlined: a throw apart from the path that most calls take.
 #if defined(__GNUC__)
 #define KT_NOINLINE __attribute__((noinline))
