@@ -44,7 +44,7 @@ def run(body: str, names: dict[str, object]) -> str:
 
 def render(notebook: Path, pictures: Path) -> str:
     """The page of a notebook; its pictures go into a folder."""
-    names: dict[str, object] = {"__name__": notebook.stem}
+    names: dict[str, object] = {"__name__": "__main__"}
     stem = notebook.stem.replace("_", "-")
     page: list[str] = []
     count = 0
