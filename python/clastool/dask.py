@@ -15,7 +15,7 @@ import os
 from collections.abc import Iterator
 from contextlib import contextmanager
 from copy import copy
-from typing import Any
+from typing import Any, NamedTuple
 
 import dask.array as da
 import dask.dataframe as dd
@@ -26,7 +26,7 @@ from dask import config
 from dask.delayed import delayed
 from dask.highlevelgraph import HighLevelGraph
 from sklearn.utils.multiclass import check_classification_targets
-from sklearn.utils.validation import check_is_fitted
+from sklearn.utils.validation import check_is_fitted, column_or_1d
 
 from . import ClassifierTool, KNNParams, sklearn
 from ._dask_files import load_shards, save_shards
@@ -37,7 +37,7 @@ from .sklearn import _to_tool
 
 __all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "expected_costs", "predict", "predict_proba"]
 
-# How many models are merged at once.
+# How many models, or counts of labels, are merged at once.
 _BRANCHES = 8
 
 
@@ -292,7 +292,7 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
         shared = delayed((params, classes, _columns(X)))
         learnt = [delayed(_learnt)(table, part, shared, number) for number, (table, part) in enumerate(zip(tables, labels))]
         while len(learnt) > 1:
-            learnt = [delayed(_merged)(learnt[first : first + _BRANCHES]) for first in range(0, len(learnt), _BRANCHES)]
+            learnt = _in_groups(_merged, learnt)
         (tool,) = run(learnt)
         params.throw_if_not_ready = True
         tool.retrain(params)
@@ -419,29 +419,59 @@ def _partitions_kept() -> Any:
     return config.set({"optimization.tune.active": False})
 
 
+class _Counts(NamedTuple):
+    """The labels of some partitions, the number of rows of each, and for each kind of labels the first partition that has it.
+
+    Labels of different kinds are refused, so labels and numbers are left out if there is more than one kind.
+    """
+
+    labels: npt.NDArray[Any]
+    rows: npt.NDArray[np.int64]
+    kinds: dict[str, int]
+
+
 def _classes(labels: list[Any]) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
     """All labels, and the number of rows of each."""
-    counted = run([delayed(_counted)(part, number) for number, part in enumerate(labels)])
-    shown = [number for number, (known, _) in enumerate(counted) if len(known)]
-    if not shown:
+    counted = [delayed(_counted)(part, number) for number, part in enumerate(labels)]
+    while len(counted) > _BRANCHES:
+        counted = _in_groups(_counts_joined, counted)
+    joined = _counts_joined(run(counted))
+    if not joined.kinds:
         raise ValueError("y has no labels")
-    first = _kind(counted[shown[0]][0])
-    for number in shown:
-        kind = _kind(counted[number][0])
-        if kind != first:
-            raise ValueError(f"partition {number}: labels are {kind}, but those of partition {shown[0]} are {first}")
-    classes, places = np.unique(np.concatenate([counted[number][0] for number in shown]), return_inverse=True)
-    counts = np.zeros(len(classes), dtype=np.int64)
-    np.add.at(counts, places, np.concatenate([counted[number][1] for number in shown]))
-    return classes, counts
+    (first_kind, first), *others = joined.kinds.items()
+    if others:
+        kind, number = others[0]
+        raise ValueError(f"partition {number}: labels are {kind}, but those of partition {first} are {first_kind}")
+    return joined.labels, joined.rows
 
 
-def _counted(part: Any, number: int) -> Any:
+def _counted(part: Any, number: int) -> _Counts:
     with _in_partition(number):
         labels = np.asarray(part)
-        if len(labels):
+        # Integers and strings are labels. The check of other types takes twice as long as counting.
+        if len(labels) and (labels.ndim != 1 or labels.dtype.kind not in "biuU"):
             check_classification_targets(labels)
-        return np.unique(labels, return_counts=True)
+        known, rows = np.unique(labels, return_counts=True)
+        return _Counts(known, rows, {_kind(known): number} if len(known) else {})
+
+
+def _counts_joined(counted: list[_Counts]) -> _Counts:
+    kinds: dict[str, int] = {}
+    for part in counted:
+        for kind, number in part.kinds.items():
+            kinds.setdefault(kind, number)
+    if len(kinds) != 1:
+        return _Counts(np.empty(0), np.empty(0, dtype=np.int64), kinds)
+    shown = [part for part in counted if len(part.labels)]
+    labels, places = np.unique(np.concatenate([part.labels for part in shown]), return_inverse=True)
+    rows = np.zeros(len(labels), dtype=np.int64)
+    np.add.at(rows, places, np.concatenate([part.rows for part in shown]))
+    return _Counts(labels, rows, kinds)
+
+
+def _in_groups(work: Any, tasks: list[Any]) -> list[Any]:
+    """Applies `work` to groups of neighbouring tasks."""
+    return [delayed(work)(tasks[first : first + _BRANCHES]) for first in range(0, len(tasks), _BRANCHES)]
 
 
 def _kind(labels: npt.NDArray[Any]) -> str:
@@ -460,8 +490,9 @@ def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn
         if len(table) != len(part):
             raise ValueError(f"X has {len(table)} rows, but y has {len(part)} labels")
         if len(table):
-            X, y = kind()._checked_training(table, part, reset=True)
-            tool.train(X, _to_tool(y, classes), params)
+            X = kind()._checked_table(table, reset=True)
+            # The first pass has checked the labels.
+            tool.train(X, _to_tool(column_or_1d(part), classes), params)
     return tool
 
 

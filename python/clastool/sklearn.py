@@ -212,8 +212,11 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     def _checked(self, X: Any) -> Any:
         check_is_fitted(self)
+        return self._checked_table(X, reset=False)
+
+    def _checked_table(self, X: Any, reset: bool) -> Any:
         return validate_data(
-            self, X, reset=False, dtype=[np.float64, np.float32], ensure_all_finite=self._finite
+            self, X, reset=reset, dtype=[np.float64, np.float32], ensure_all_finite=self._finite
         )
 
     def _checked_classes(self, classes: Any, is_first: bool) -> npt.NDArray[Any]:

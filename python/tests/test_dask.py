@@ -301,6 +301,52 @@ def test_bayes_refuses_and_names_the_partition() -> None:
     refused(ValueError, "^reject_quantile needs all training rows at once", two, unknown, reject_quantile=0.1)
 
 
+@pytest.mark.parametrize(("first", "other"), [(0, 1), (0, 8), (2, 7), (2, 17), (9, 10), (9, 30)])
+def test_the_first_partition_with_labels_of_another_kind_is_named(first: int, other: int) -> None:
+    """Among 40 partitions, of which the first ones are empty."""
+    kinds = [NAMES[:0]] * first + [NAMES] * (40 - first)
+    kinds[other] = SPECIES
+    kinds[other + 3] = SPECIES > 0
+    y = da.concatenate([da.from_delayed(dask.delayed(part), (150,), dtype=object) for part in kinds])
+    text = f"^partition {other}: labels are numbers, but those of partition {first} are strings$"
+    with pytest.raises(ValueError, match=text):
+        cd.BayesCostClassifier().fit(da.zeros((6000, 4), chunks=(150, 4)), y)
+
+
+def test_labels_that_are_not_labels_of_a_kind() -> None:
+    def refused(text: str, part: Any) -> None:
+        with pytest.raises(ValueError, match=f"^partition 1: {text}"):
+            cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(NAMES, part))
+
+    refused("Unknown label type: unknown", np.array([None] * 150))
+    refused("Unknown label type: continuous-multioutput", IRIS)
+    missing = SPECIES.astype(float)
+    missing[3] = np.nan
+    refused("Input y contains NaN", missing)
+    text = "^partition 1: y should be a 1d array, got an array of shape \\(150, 2\\) instead"
+    with pytest.raises(ValueError, match=text):
+        cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(SPECIES, np.stack([SPECIES, SPECIES], axis=1)))
+
+
+@pytest.mark.parametrize("kind", [np.uint8, np.int64, np.float64, bool, str, object])
+def test_counts_of_labels_do_not_go_to_the_client_one_by_one(kind: Any, monkeypatch: Any) -> None:
+    X, y = scattered()
+    y = {str: y, object: y.astype(object)}.get(kind, (y == "b").astype(kind))
+    asked: list[int] = []
+    run = cd.run
+
+    def counting(tasks: Any) -> Any:
+        asked.append(len(tasks))
+        return run(tasks)
+
+    monkeypatch.setattr(cd, "run", counting)
+    fitted = cd.BayesCostClassifier().fit(*of_parts(X, y, range(4, 400, 4)))
+    close(fitted, BayesCostClassifier().fit(X, y), X)
+    same(fitted.classes_, BayesCostClassifier().fit(X, y).classes_)
+    # The counts of a hundred partitions are joined to two.
+    assert asked == [2, 1]
+
+
 def test_bayes_on_worker_processes(client: Any) -> None:
     X, y = scattered()
     close(cd.BayesCostClassifier().fit(*of_parts(X, y, (30, 100, 250))), BayesCostClassifier().fit(X, y), X)
