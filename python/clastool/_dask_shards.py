@@ -350,14 +350,18 @@ def run_on(blocks: list[Any], task: Any) -> list[Any]:
 
 def _sent(client: Client, blocks: list[Any]) -> list[Any]:
     """Sends the blocks to workers. Tries again, because for a moment the scheduler still names workers that have died."""
-    deadline = monotonic() + _PATIENCE
+    deadline = 0.0
     while True:
         try:
             return list(client.scatter(blocks, direct=True, hash=False, timeout=_PATIENCE))
         except TimeoutError as error:
             raise _without_workers() from error
-        except OSError as error:
-            if monotonic() > deadline:
+        # The scheduler raises KeyError if a worker has died since it took a block.
+        except (OSError, KeyError) as error:
+            # The time runs from the first failure on, because connecting to a dead worker may take as long.
+            now = monotonic()
+            deadline = deadline or now + _PATIENCE
+            if now > deadline:
                 raise _without_workers() from error
             sleep(0.2)
 

@@ -14,29 +14,17 @@ import dask.dataframe as dd
 import numpy as np
 import pandas as pd
 import pytest
-from distributed import Client, LocalCluster
 from sklearn.datasets import load_iris
 
 import clastool.dask as cd
 from clastool import CategoryResult, ClassifierTool, ComparisonPredicate, KNNParams, Leaf, Node, Result
+from clastool._dask_shards import run
 from clastool.sklearn import BayesCostClassifier, KNeighborsCostClassifier
 
 IRIS, SPECIES = load_iris(return_X_y=True)
 NAMES = np.array(["setosa", "versicolor", "virginica"])[SPECIES]
 COSTS = [[0, 1, 2], [5, 0, 3], [8, 2, 0]]
 METHODS = ["predict", "predict_proba", "expected_costs"]
-
-
-@pytest.fixture(scope="module")
-def cluster() -> Iterator[Any]:
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
-        yield started
-
-
-@pytest.fixture
-def client(cluster: Any) -> Iterator[Any]:
-    with Client(cluster) as connected:
-        yield connected
 
 
 @pytest.fixture(autouse=True)
@@ -313,7 +301,8 @@ def test_the_first_partition_with_labels_of_another_kind_is_named(first: int, ot
         cd.BayesCostClassifier().fit(da.zeros((6000, 4), chunks=(150, 4)), y)
 
 
-def test_labels_that_are_not_labels_of_a_kind() -> None:
+@pytest.mark.filterwarnings("ignore:invalid value encountered in cast")
+def test_labels_that_are_none_are_refused() -> None:
     def refused(text: str, part: Any) -> None:
         with pytest.raises(ValueError, match=f"^partition 1: {text}"):
             cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(NAMES, part))
@@ -333,13 +322,12 @@ def test_counts_of_labels_do_not_go_to_the_client_one_by_one(kind: Any, monkeypa
     X, y = scattered()
     y = {str: y, object: y.astype(object)}.get(kind, (y == "b").astype(kind))
     asked: list[int] = []
-    run = cd.run
 
     def counting(tasks: Any) -> Any:
         asked.append(len(tasks))
         return run(tasks)
 
-    monkeypatch.setattr(cd, "run", counting)
+    monkeypatch.setattr("clastool.dask.run", counting)
     fitted = cd.BayesCostClassifier().fit(*of_parts(X, y, range(4, 400, 4)))
     close(fitted, BayesCostClassifier().fit(X, y), X)
     same(fitted.classes_, BayesCostClassifier().fit(X, y).classes_)

@@ -14,7 +14,7 @@ import dask.dataframe as dd
 import numpy as np
 import pandas as pd
 import pytest
-from distributed import Client, LocalCluster
+from distributed import Client
 from distributed.protocol.pickle import dumps
 
 import clastool.dask as cd
@@ -34,16 +34,10 @@ def in_this_process() -> Iterator[None]:
         yield
 
 
-@pytest.fixture(scope="module")
-def cluster() -> Iterator[Any]:
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
-        yield started
-
-
 @pytest.fixture
-def client(cluster: Any) -> Iterator[Any]:
-    with Client(cluster) as connected, dask.config.set(scheduler=connected):
-        yield connected
+def client(client: Any) -> Iterator[Any]:
+    with dask.config.set(scheduler=client):
+        yield client
 
 
 def sample(rows: int, seed: int = 1) -> Any:
@@ -420,15 +414,24 @@ def test_rows_do_not_pass_through_the_scheduler(client: Any, monkeypatch: Any) -
     assert sizes[0] < 10_000
 
 
-def test_shards_stay_on_workers(client: Any) -> None:
+def test_a_shard_is_on_the_worker_that_has_its_rows(client: Any) -> None:
     X, y = sample(30_000)
     expected = KNeighborsCostClassifier().fit(X, y)
-    fitted = cd.KNeighborsCostClassifier().fit(*lazy(X, y, [15_000, 15_000]))
+    places = sorted(client.scheduler_info()["workers"])
+    # Rows and labels of a partition lie on one worker.
+    parts = [
+        [dask.delayed(client.scatter(part, workers=[place])) for part in (X[rows], y[rows])]
+        for place, rows in zip(places, [slice(15_000), slice(15_000, None)])
+    ]
+    blocks = da.concatenate([da.from_delayed(part, (15_000, 3), dtype=float) for part, _ in parts])
+    fitted = cd.KNeighborsCostClassifier().fit(
+        blocks, da.concatenate([da.from_delayed(part, (15_000,), dtype=y.dtype) for _, part in parts])
+    )
+    held = client.who_has([shard.dask[shard.key] for (shard,) in shards(fitted)])
+    assert [list(workers) for workers in held.values()] == [[place] for place in places]
     queries = sample(500, 2)[0]
     same_answers(fitted, expected, queries)
     same(fitted.predict(da.from_array(queries, chunks=(100, 3))).compute(), expected.predict(queries))
-    holders = client.who_has([shard.dask[shard.key] for (shard,) in shards(fitted)])
-    assert len({tuple(workers) for workers in holders.values()}) == 2
 
 
 def test_copies_are_on_other_workers(client: Any) -> None:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import itertools
 import os
 import signal
 import subprocess
@@ -17,14 +18,14 @@ import dask
 import dask.array as da
 import numpy as np
 import pytest
-from distributed import Client, LocalCluster
+from distributed import Client
 
 import clastool.dask as cd
 from clastool import _dask_shards
 from clastool.sklearn import KNeighborsCostClassifier
 
 # Seconds that nothing here takes, unless it waits for ever.
-LIMIT = 120
+LIMIT = 600
 
 
 @contextmanager
@@ -47,16 +48,8 @@ def programs(folder: Path, workers: int) -> Iterator[Any]:
 
 
 @pytest.fixture
-def cluster() -> Iterator[Any]:
-    """Workers of one test alone: none of them is one that a test before has killed and that is being started again."""
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
-        yield started
-
-
-@pytest.fixture
-def client(cluster: Any) -> Iterator[Any]:
-    with Client(cluster) as connected:
-        yield connected
+def client(client_to_kill: Any) -> Any:
+    return client_to_kill
 
 
 def sample(rows: int, seed: int = 1) -> Any:
@@ -143,7 +136,9 @@ def test_a_worker_with_a_loaded_shard_is_killed(client: Any, tmp_path: Path) -> 
     same(in_time(lambda: loaded.kneighbors(X[:30])), expected)
 
 
-def test_data_that_nothing_computes_again_are_one_error(client: Any) -> None:
+def test_data_that_nothing_computes_again_are_one_error(client: Any, monkeypatch: Any) -> None:
+    # The workers are started again, however long that takes.
+    monkeypatch.setattr(_dask_shards, "_PATIENCE", LIMIT)
     X, y = sample(100)
     workers = sorted(client.scheduler_info()["workers"])
     parts = [client.scatter(X[:50], workers=workers[:1]), client.scatter(X[50:], workers=workers[1:])]
@@ -153,6 +148,32 @@ def test_data_that_nothing_computes_again_are_one_error(client: Any) -> None:
         os.kill(pid, signal.SIGKILL)
     with pytest.raises(RuntimeError, match="^the workers lost data that cannot be computed again: fit or load anew$"):
         in_time(lambda: fitted.predict(X))
+
+
+class _Client:
+    """Fails to send blocks, with one error after the other."""
+
+    def __init__(self, *errors: Exception) -> None:
+        self.errors = list(errors)
+
+    def scatter(self, blocks: Any, **_: Any) -> Any:
+        if self.errors:
+            raise self.errors.pop(0)
+        return blocks
+
+
+def test_blocks_are_sent_again_if_a_worker_dies_before_or_after_it_takes_them(monkeypatch: Any) -> None:
+    # It takes longer than the patience to find out that a worker is dead.
+    clock = itertools.count(100, 100)
+    monkeypatch.setattr(_dask_shards, "monotonic", lambda: float(next(clock)))
+    monkeypatch.setattr(_dask_shards, "sleep", lambda _: None)
+    monkeypatch.setattr(_dask_shards, "_PATIENCE", 90.0)
+    dead = OSError("Timed out trying to connect"), KeyError("tcp://127.0.0.1:1")
+    for error in dead:
+        assert _dask_shards._sent(_Client(error), [1, 2]) == [1, 2]
+    for errors in (dead, (TimeoutError("No valid workers found"),)):
+        with pytest.raises(RuntimeError, match="^the cluster has been without a worker for 90 seconds$"):
+            _dask_shards._sent(_Client(*errors), [1, 2])
 
 
 def test_the_client_is_closed(cluster: Any, tmp_path: Path) -> None:
