@@ -134,7 +134,7 @@ def test_many_rows_are_decided_in_blocks_as_all_at_once() -> None:
 
     rows = np.arange(50_001)
     assert in_blocks(doubled, rows, rows).tolist() == (2 * rows).tolist()
-    assert sum(sizes) == len(rows) and max(sizes) <= 16384
+    assert sum(sizes) == len(rows) and max(sizes) <= 4096
     assert in_blocks(doubled, rows[:0], rows[:0]).tolist() == []
     X = np.random.default_rng(1).normal(size=(20_000, 2))
     y = (X[:, 0] > 0.3).astype(int)
