@@ -14,9 +14,19 @@ settings.load_profile("clastool")
 
 
 @pytest.fixture(scope="session")
-def cluster() -> Iterator[Any]:
-    """Two Dask workers for all tests that kill none."""
+def patience() -> Iterator[None]:
+    """On a busy machine a killed worker takes longer to end than the five seconds after which Dask raises an error."""
     # Some tests run where Dask is not installed.
+    from distributed import Nanny
+
+    with pytest.MonkeyPatch.context() as patch:
+        patch.setattr(Nanny.close, "__defaults__", (60.0, "nanny-close"))
+        yield
+
+
+@pytest.fixture(scope="session")
+def cluster(patience: None) -> Iterator[Any]:
+    """Two Dask workers for all tests that kill none."""
     from distributed import LocalCluster
 
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, dashboard_address=None) as started:
@@ -32,7 +42,7 @@ def client(cluster: Any) -> Iterator[Any]:
 
 
 @pytest.fixture
-def cluster_to_kill() -> Iterator[Any]:
+def cluster_to_kill(patience: None) -> Iterator[Any]:
     """Two Dask workers of one test alone: none of them is one that a test before has killed and that is being started again."""
     import dask
     from distributed import LocalCluster

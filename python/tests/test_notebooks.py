@@ -16,6 +16,7 @@ FOLDER = Path(__file__).resolve().parents[1] / "notebooks"
 RENDER: dict[str, Any] = runpy.run_path(str(FOLDER / "render.py"))
 
 
+@pytest.mark.usefixtures("patience")
 @pytest.mark.parametrize("notebook", RENDER["notebooks"](), ids=lambda path: path.stem)
 def test_page_is_what_the_notebook_says(notebook: Path, tmp_path: Path) -> None:
     page = RENDER["page_of"](notebook).read_text(encoding="utf-8")
@@ -32,6 +33,7 @@ def test_there_are_four_notebooks() -> None:
     assert [path.stem for path in RENDER["notebooks"]()] == ["choose_by_cost", "fuzzy_inspection", "many_parts", "to_a_program"]
 
 
+@pytest.mark.usefixtures("patience")
 def test_many_parts_go_to_the_cluster_that_the_environment_names(tmp_path: Path) -> None:
     picture, parts = tmp_path / "tasks.png", tmp_path / "parts"
     parts.mkdir()
