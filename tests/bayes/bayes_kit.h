@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/technique.h"
 #include "support/test.h"
 
 // Bayesian objects in states that only an archive can bring about, read and written field by field.
@@ -12,6 +13,7 @@ using Sets = std::vector<std::vector<long>>;
 using Density = ktPtrHandle<kt_ProbabilityDensityFunction>;
 using Model = ktPtrHandle<kt_CategoryModel>;
 using Params = ktClassifierTrainParamsBayesian;
+using OpenBayesian = kt_test::OpenClassifier<kt_ClassifierBayesian>;
 
 /// The bytes of an archive that `write` fills in one pass.
 inline std::string stored(const std::function<void(ktArchive&)>& write)
@@ -126,6 +128,13 @@ private:
 
 inline const kt_Instantiator fixedDensityEntry(typeid(FixedDensity), &FixedDensity::make, "bayes::FixedDensity");
 
+/// Tests with densities that give fixed answers.
+class WithFixedDensities : public ::testing::Test {
+protected:
+    void SetUp() override { FixedDensity::forget(); }
+    void TearDown() override { FixedDensity::forget(); }
+};
+
 /// A category model outside the library.
 class ForeignModel : public kt_CategoryModel {
 public:
@@ -217,22 +226,6 @@ inline const kt_CategoryModelBayesian& modelOf(const ClassifierFields& fields, s
     return dynamic_cast<const kt_CategoryModelBayesian&>(*fields.models.at(i));
 }
 
-/// The hooks of the classifier, open to a test.
-struct OpenBayesian : kt_ClassifierBayesian {
-    OpenBayesian() = default;
-    explicit OpenBayesian(const kt_ClassifierBayesian& other) : kt_ClassifierBayesian(other) {}
-    using kt_Classifier::storedParams;
-    using kt_ClassifierBayesian::checkRunnable_;
-    using kt_ClassifierBayesian::isTrained_;
-    using kt_ClassifierBayesian::retrain_;
-    using kt_ClassifierBayesian::run_;
-    using kt_ClassifierBayesian::serialize_;
-    using kt_ClassifierBayesian::train_;
-    using kt_ClassifierBayesian::trainIncremental_;
-    using kt_ClassifierBayesian::trainStart_;
-    using kt_ClassifierBayesian::untrain_;
-};
-
 inline OpenBayesian classifierWith(ClassifierFields fields)
 {
     OpenBayesian classifier;
@@ -266,18 +259,6 @@ inline ktClassifierResult answer(const kt_Classifier& classifier, const ktFeatur
     ktClassifierResult result = kt_test::untouchedResult();
     classifier.run(pattern, result);
     return result;
-}
-
-/// The category result of a label; fails the test if there is none.
-inline ktClassifierCategoryResult entryFor(const ktClassifierResult& result, long label)
-{
-    for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
-        if (entry.categoryLabel() == label) {
-            return entry;
-        }
-    }
-    ADD_FAILURE() << "no entry for label " << label;
-    return {};
 }
 
 /// A density's fields as an archive has them.
@@ -329,6 +310,12 @@ inline kt_PDFBinomial binomialWith(long numTrials, double theta, double maximum)
     kt_PDFBinomial density;
     kt_test::loadInto(density, stored([&](ktArchive& archive) { fields.archive(archive); }));
     return density;
+}
+
+/// A pattern, not a handle of one as from kt_test::pattern.
+inline ktFeaturePattern pattern(const std::vector<double>& values, const Indices& invalid = {})
+{
+    return {values, invalid};
 }
 
 /// Patterns of all valid measurements.

@@ -2,22 +2,16 @@
 
 #include "bayes_kit.h"
 
+#include "support/messages.h"
 #include "support/normal_reference.h"
 
 // What the tests of the Bayesian classifier share.
 
 namespace bayes {
 
-inline constexpr const char* noData = "No valid data was provided for training.";
-
 /// Two categories of two measurements.
 inline const std::vector<kt_test::Labelled> twoCategories = {{{1.0, 10.0}, 5}, {{2.0, 12.0}, 5}, {{8.0, 30.0}, 2},
                                                              {{9.0, 36.0}, 2}, {{3.0, 11.0}, 5}, {{7.0, 33.0}, 2}};
-
-inline ktFeaturePattern pattern(const std::vector<double>& values, const Indices& invalid = {})
-{
-    return {values, invalid};
-}
 
 /// Expects the error from a run, and the caller's result untouched.
 template <class Error>
@@ -79,7 +73,35 @@ inline long decided(const kt_Classifier& classifier, const std::vector<double>& 
 /// The log-likelihood of a category.
 inline double logLikelihood(const ktClassifierResult& result, long label)
 {
-    return std::log(entryFor(result, label).matchScore()) - result.matchScoreFactorLog();
+    return std::log(kt_test::entryFor(result, label).matchScore()) - result.matchScoreFactorLog();
+}
+
+/// Equal, or both not a number.
+inline bool isSame(double a, double b)
+{
+    return a == b || (std::isnan(a) && std::isnan(b));
+}
+
+/// Claims as many measurements as a `long` can count.
+class BoastingProvider : public ktClassifierDataProviderMemory {
+public:
+    long numMeasurements() const override { return std::numeric_limits<long>::max(); }
+};
+
+/// The share of the rows that get their own label.
+inline double shareRight(const kt_Classifier& classifier, const std::vector<kt_test::Labelled>& rows)
+{
+    double right = 0.0;
+    for (const kt_test::Labelled& row : rows) {
+        right += decided(classifier, row.measurements) == row.label ? 1.0 : 0.0;
+    }
+    return right / static_cast<double>(rows.size());
+}
+
+/// ln of the normal density at x.
+inline double logNormal(double x, double mean, double variance)
+{
+    return -0.5 * std::log(2.0 * 3.14159265358979323846 * variance) - 0.5 * (x - mean) * (x - mean) / variance;
 }
 
 }  // namespace bayes

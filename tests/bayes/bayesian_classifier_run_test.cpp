@@ -7,18 +7,7 @@ namespace {
 using namespace bayes;
 using namespace kt_test;
 using bayes::pattern;
-
-bool isSame(double a, double b)
-{
-    return a == b || (std::isnan(a) && std::isnan(b));
-}
-
-/// Tests with densities that give fixed answers.
-class BayesianRun : public ::testing::Test {
-protected:
-    void SetUp() override { FixedDensity::forget(); }
-    void TearDown() override { FixedDensity::forget(); }
-};
+using BayesianRun = bayes::WithFixedDensities;
 
 TEST_F(BayesianRun, ReadinessCheckRunsAPatternOfZeros)
 {

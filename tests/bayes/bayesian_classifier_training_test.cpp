@@ -8,18 +8,7 @@ namespace {
 using namespace bayes;
 using namespace kt_test;
 using bayes::pattern;
-
 using Data = ktClassifierDataProviderMemory;
-
-constexpr const char* otherTechnique = "The training parameters are for a different classification technique.";
-constexpr const char* otherTypes = "Cannot retrain a Bayesian classifier with different distribution types.";
-constexpr const char* otherMaxima = "Cannot retrain a Bayesian classifier with different maximum measurements values.";
-
-/// Claims as many measurements as a `long` can count.
-class BoastingProvider : public Data {
-public:
-    long numMeasurements() const override { return std::numeric_limits<long>::max(); }
-};
 
 TEST(BayesianTraining, RefusesAProviderThatClaimsMoreMeasurementsThanMemoryCanHold)
 {
@@ -298,10 +287,10 @@ TEST(BayesianTraining, ParametersOfAnotherTechniqueAreRefused)
     kt_test::Script script;
     const kt_test::TechniqueParams foreign(script, 1);
     OpenBayesian classifier = trained(twoCategories);
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique,
+    expectThrows<ktClassifierDefs::BadParams>(paramsOfOtherTechnique,
                                               [&] { classifier.train_(trainingData(twoCategories), foreign); });
     EXPECT_TRUE(classifier == trained(twoCategories));
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, [&] { classifier.retrain_(foreign); });
+    expectThrows<ktClassifierDefs::BadParams>(paramsOfOtherTechnique, [&] { classifier.retrain_(foreign); });
     EXPECT_TRUE(classifier == trained(twoCategories));
 }
 
@@ -497,7 +486,8 @@ TEST(BayesianTraining, RetrainingRefusesOtherTypesBeforeOtherMaxima)
         {"another default", Params(Types(Types::eBinomial)), otherTypes},
         {"an override", Params(overridden), otherTypes},
         {"a dependency set", Params(joined), otherTypes},
-        {"other maxima", Params(Types(), {}, {}, pattern({1.0})), otherMaxima},
+        {"other maxima", Params(Types(), {}, {}, pattern({1.0})),
+         "Cannot retrain a Bayesian classifier with different maximum measurements values."},
         {"both", Params(joined, {}, {}, pattern({1.0})), otherTypes},
     };
     for (const Row& row : rows) {

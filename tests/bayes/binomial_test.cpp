@@ -1,80 +1,13 @@
-#include "bayes_kit.h"
+#include "densities_kit.h"
 
 namespace {
 
 using namespace bayes;
 using namespace kt_test;
-
-using Binomial = kt_PDFBinomial;
-using Values = std::vector<double>;
-
-constexpr const char* multivariate = "Multivariate Binomial Distributions are not implemented";
-constexpr const char* trainedAboveMaximum =
-    "Train data measurement cannot exceed its maximum value when using binomial distribution";
-constexpr const char* aboveMaximum = "Feature measurement must be <= specified maximum value";
-constexpr const char* insufficient = "Insufficient data has been used to train the distribution";
-constexpr const char* differentSizes = "Must call clear before updating with feature vectors of different sizes";
+using bayes::pattern;
 
 constexpr long most = 2147483647L;
 constexpr long least = -most - 1;
-
-struct OpenBinomial : Binomial {
-    using Binomial::serialize_;
-};
-
-ktFeaturePattern pattern(double value)
-{
-    return {{value}, {}};
-}
-
-std::vector<ktFeaturePattern> single(const Values& values)
-{
-    std::vector<ktFeaturePattern> list;
-    for (const double value : values) {
-        list.push_back(pattern(value));
-    }
-    return list;
-}
-
-Binomial learnt(double maximum, const Values& values)
-{
-    Binomial density(pattern(maximum));
-    density.updateWithData(single(values));
-    return density;
-}
-
-double maximumOf(const Binomial& density)
-{
-    return fieldsOf(density).maximum;
-}
-
-template <class Operation>
-void expectNotImplemented(Operation operation)
-{
-    expectThrows<ktClassifierDefs::NotImplemented>(multivariate, operation);
-}
-
-template <class Operation>
-void expectBadParams(const char* message, Operation operation)
-{
-    expectThrows<ktClassifierDefs::BadParams>(message, operation);
-}
-
-template <class Operation>
-void expectInsufficient(Operation operation)
-{
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(insufficient, operation);
-}
-
-/// ln of n over k, of exact integers.
-double logChoose(long n, long k)
-{
-    long double product = 1.0L;
-    for (long i = 1; i <= k; ++i) {
-        product = product * static_cast<long double>(n - k + i) / static_cast<long double>(i);
-    }
-    return static_cast<double>(std::log(product));
-}
 
 TEST(Binomial, NewOneIsUntrainedWithMaximumOne)
 {
@@ -204,10 +137,11 @@ TEST(Binomial, RefusesPatternsInItsOrderAndStaysAsItWas)
         expectNotImplemented([&] { d.updateWithData(l); });
     };
     const auto tooLarge = [](Binomial& d, const std::vector<ktFeaturePattern>& l) {
-        expectBadParams(trainedAboveMaximum, [&] { d.updateWithData(l); });
+        expectBadParams("Train data measurement cannot exceed its maximum value when using binomial distribution",
+                        [&] { d.updateWithData(l); });
     };
     const auto sizes = [](Binomial& d, const std::vector<ktFeaturePattern>& l) {
-        expectBadParams(differentSizes, [&] { d.updateWithData(l); });
+        expectDifferentSizes([&] { d.updateWithData(l); });
     };
     const Row rows[] = {
         {"two measurements", patterns({{1.0, 2.0}}), notImplemented},

@@ -11,20 +11,6 @@ using bayes::pattern;
 
 constexpr unsigned long seed = 20;
 
-double shareRight(const kt_Classifier& classifier, const std::vector<Labelled>& rows)
-{
-    double right = 0.0;
-    for (const Labelled& row : rows) {
-        right += decided(classifier, row.measurements) == row.label ? 1.0 : 0.0;
-    }
-    return right / static_cast<double>(rows.size());
-}
-
-double logNormal(double x, double mean, double variance)
-{
-    return -0.5 * std::log(2.0 * 3.14159265358979323846 * variance) - 0.5 * (x - mean) * (x - mean) / variance;
-}
-
 // What is borrowed, by its formulas.
 
 TEST(BorrowedSpreads, PooledSpreadStandsInForNone)

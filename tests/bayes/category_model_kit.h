@@ -11,25 +11,10 @@ namespace models {
 using Model = kt_CategoryModelBayesian;
 using bayes::Indices;
 using bayes::ModelFields;
+using bayes::pattern;
 using bayes::Types;
+using CategoryModelWithFixedDensities = bayes::WithFixedDensities;
 using TypeList = std::vector<Types::DistributionType>;
-
-struct OpenModel : Model {
-    using Model::serialize_;
-    void serializeBase(ktArchive& archive, unsigned char version) { kt_CategoryModel::serialize_(archive, version); }
-};
-
-/// Tests with densities that give fixed answers.
-class CategoryModelWithFixedDensities : public ::testing::Test {
-protected:
-    void SetUp() override { bayes::FixedDensity::forget(); }
-    void TearDown() override { bayes::FixedDensity::forget(); }
-};
-
-inline ktFeaturePattern pattern(const std::vector<double>& values, const Indices& invalid = {})
-{
-    return {values, invalid};
-}
 
 inline double scoreOf(const Model& model, const ktFeaturePattern& query)
 {

@@ -1,38 +1,11 @@
-#include "bayes_kit.h"
+#include "types_kit.h"
 
 namespace {
 
 using namespace bayes;
-using kt_test::expectThrows;
-
-constexpr const char* badLabel = "Cateogory labels must be >= 0";
-constexpr const char* badIndex = "Feature measurement indices must be >= 0";
-constexpr const char* inASet =
-    "Cannot override distribution type of a feature measurement that is already part of a dependency set.";
-constexpr const char* differentTypes = "The distribution types of dependent feature measurements must be the same.";
+using namespace kt_test;
 
 constexpr long leastLong = std::numeric_limits<long>::min();
-
-/// Two overrides and two sets of label 3, a set of label 4.
-Types someTypes()
-{
-    Types types;
-    types.distributionTypeOverride(3, 0, Types::eBinomial);
-    types.distributionTypeOverride(4, 1, Types::ePoisson);
-    types.setDependent(3, {1, 2});
-    types.setDependent(4, {2, 5});
-    types.setDependent(3, {6, 7});
-    return types;
-}
-
-/// Expects that the operation is refused with these words and changes nothing.
-template <class Error, class Operation>
-void expectRefused(const std::string& message, const Types& before, Operation operation)
-{
-    Types types(before);
-    expectThrows<Error>(message, [&] { operation(types); });
-    EXPECT_TRUE(types == before);
-}
 
 TEST(DistributionTypes, NewOnesAreNormalWithoutOverridesAndSets)
 {
@@ -66,13 +39,13 @@ TEST(DistributionTypes, TakeAnyTypeAsTheDefault)
 
 TEST(DistributionTypes, AnotherDefaultLeavesOverridesAndSetsAlone)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.defaultDistributionType(Types::eUniform);
     EXPECT_EQ(types.distributionType(3, 0), Types::eBinomial);
     EXPECT_EQ(types.distributionType(9, 9), Types::eUniform);
     EXPECT_TRUE(types.isDependent(3, {1, 2}));
     types.defaultDistributionType(Types::eNormal);
-    EXPECT_TRUE(types == someTypes());
+    EXPECT_TRUE(types == typesWithSets());
 }
 
 TEST(DistributionTypes, OverrideHoldsForItsPairAlone)
@@ -87,7 +60,7 @@ TEST(DistributionTypes, OverrideHoldsForItsPairAlone)
 
 TEST(DistributionTypes, SecondOverrideOfAPairReplacesTheFirst)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.distributionTypeOverride(3, 0, Types::eUniform);
     const TypeFields fields = fieldsOf(types);
     EXPECT_EQ(fields.overrideLabels, Indices({3, 4}));
@@ -106,9 +79,9 @@ TEST(DistributionTypes, OverrideToTheDefaultReturnsBeforeAnyCheck)
                         {"member of a set", 3, 1}, {"overridden", 3, 0},      {"neither", 8, 8}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        Types types = someTypes();
+        Types types = typesWithSets();
         EXPECT_NO_THROW(types.distributionTypeOverride(row.category, row.index, types.defaultDistributionType()));
-        EXPECT_TRUE(types == someTypes());
+        EXPECT_TRUE(types == typesWithSets());
     }
 }
 
@@ -133,13 +106,13 @@ TEST(DistributionTypes, MemberOfASetCannotBeOverridden)
     for (const long index : {1L, 2L, 6L, 7L}) {
         SCOPED_TRACE(index);
         expectRefused<ktClassifierDefs::BadParams>(
-            inASet, someTypes(), [&](Types& types) { types.distributionTypeOverride(3, index, Types::eBinomial); });
+            inASet, typesWithSets(), [&](Types& types) { types.distributionTypeOverride(3, index, Types::eBinomial); });
     }
 }
 
 TEST(DistributionTypes, SetsOfAnotherLabelDoNotHinderAnOverride)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.distributionTypeOverride(4, 1, Types::eBinomial);
     types.distributionTypeOverride(3, 5, Types::eBinomial);
     EXPECT_EQ(types.distributionType(4, 1), Types::eBinomial);
@@ -157,8 +130,8 @@ TEST(DistributionTypes, SetsAreLookedThroughBeforeLabelAndIndexAreChecked)
     };
     expectRefused<ktClassifierDefs::BadParams>(inASet, types, overrideOf(-1, -3));
     expectRefused<ktClassifierDefs::BadParams>(inASet, types, overrideOf(2, -4));
-    expectRefused<ktClassifierDefs::BadLabel>(badLabel, types, overrideOf(-1, -4));
-    expectRefused<ktClassifierDefs::BadIndex>(badIndex, types, overrideOf(2, -3));
+    expectRefused<ktClassifierDefs::BadLabel>(misspeltNegativeLabel, types, overrideOf(-1, -4));
+    expectRefused<ktClassifierDefs::BadIndex>(negativeIndex, types, overrideOf(2, -3));
 }
 
 TEST(DistributionTypes, EveryOperationRefusesANegativeLabelBeforeANegativeIndex)
@@ -187,30 +160,31 @@ TEST(DistributionTypes, EveryOperationRefusesANegativeLabelBeforeANegativeIndex)
             const auto with = [&](long label, long index) {
                 return [=](Types& types) { row.operation(types, label, index); };
             };
-            expectRefused<ktClassifierDefs::BadLabel>(badLabel, someTypes(), with(negative, 0));
-            expectRefused<ktClassifierDefs::BadLabel>(badLabel, someTypes(), with(negative, negative));
-            expectRefused<ktClassifierDefs::BadIndex>(badIndex, someTypes(), with(0, negative));
+            expectRefused<ktClassifierDefs::BadLabel>(misspeltNegativeLabel, typesWithSets(), with(negative, 0));
+            expectRefused<ktClassifierDefs::BadLabel>(misspeltNegativeLabel, typesWithSets(), with(negative, negative));
+            expectRefused<ktClassifierDefs::BadIndex>(negativeIndex, typesWithSets(), with(0, negative));
         }
     }
 }
 
 TEST(DistributionTypes, NegativeLabelIsRefusedForAnEmptyListToo)
 {
-    expectRefused<ktClassifierDefs::BadLabel>(badLabel, someTypes(), [](Types& t) { t.setDependent(-1, {}); });
-    expectRefused<ktClassifierDefs::BadLabel>(badLabel, someTypes(),
+    expectRefused<ktClassifierDefs::BadLabel>(misspeltNegativeLabel, typesWithSets(),
+                                              [](Types& t) { t.setDependent(-1, {}); });
+    expectRefused<ktClassifierDefs::BadLabel>(misspeltNegativeLabel, typesWithSets(),
                                               [](Types& t) { static_cast<void>(t.isDependent(-1, {})); });
 }
 
 TEST(DistributionTypes, EmptyListJoinsNothing)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.setDependent(3, {});
-    EXPECT_TRUE(types == someTypes());
+    EXPECT_TRUE(types == typesWithSets());
 }
 
 TEST(DistributionTypes, IsDependentSaysWhetherAllAreInOneSet)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.setDependent(2, {4, 4, 7});
     struct Row {
         const char* label;
@@ -315,14 +289,15 @@ TEST(DistributionTypes, ListedMeasurementsMustBeOfOneType)
                         {"a member of a set and an overridden one", {2, 0}}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        expectRefused<ktClassifierDefs::BadParams>(differentTypes, someTypes(),
-                                                   [&](Types& types) { types.setDependent(3, row.listed); });
+        expectRefused<ktClassifierDefs::BadParams>(
+            "The distribution types of dependent feature measurements must be the same.", typesWithSets(),
+            [&](Types& types) { types.setDependent(3, row.listed); });
     }
 }
 
 TEST(DistributionTypes, IndicesAreCheckedBeforeTheirTypes)
 {
-    expectRefused<ktClassifierDefs::BadIndex>(badIndex, someTypes(), [](Types& types) {
+    expectRefused<ktClassifierDefs::BadIndex>(negativeIndex, typesWithSets(), [](Types& types) {
         types.setDependent(3, {0, 1, -1});
     });
 }
@@ -379,7 +354,7 @@ TEST(DistributionTypes, MergeOnRandomInputAsAPlainModelOfSets)
 
 TEST(DistributionTypes, ClearingEmptiesOverridesAndSetsAndKeepsTheDefault)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.defaultDistributionType(Types::eUniform);
     types.clearDistributionOverrides();
     EXPECT_TRUE(types == Types(Types::eUniform));
@@ -403,16 +378,16 @@ TEST(DistributionTypes, AreEqualFieldByFieldInOrder)
         {"order in a set", [](TypeFields& f) { std::swap(f.dependentSets[0][0], f.dependentSets[0][1]); }},
         {"one set less", [](TypeFields& f) { f.dependentSets.pop_back(), f.dependentLabels.pop_back(); }},
     };
-    EXPECT_TRUE(someTypes() == someTypes());
-    EXPECT_FALSE(someTypes() != someTypes());
+    EXPECT_TRUE(typesWithSets() == typesWithSets());
+    EXPECT_FALSE(typesWithSets() != typesWithSets());
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        TypeFields fields = fieldsOf(someTypes());
+        TypeFields fields = fieldsOf(typesWithSets());
         row.change(fields);
         const Types other = typesWith(fields);
-        EXPECT_FALSE(other == someTypes());
-        EXPECT_FALSE(someTypes() == other);
-        EXPECT_TRUE(someTypes() != other);
+        EXPECT_FALSE(other == typesWithSets());
+        EXPECT_FALSE(typesWithSets() == other);
+        EXPECT_TRUE(typesWithSets() != other);
     }
 }
 
@@ -429,7 +404,7 @@ TEST(DistributionTypes, SameSetsInAnotherOrderAreUnequal)
 
 TEST(DistributionTypes, AreStoredAsTheirVersionDefaultOverridesAndSets)
 {
-    Types types = someTypes();
+    Types types = typesWithSets();
     types.defaultDistributionType(Types::eUniform);
     const TypeFields fields = fieldsOf(types);
     EXPECT_EQ(fields.version, 0);

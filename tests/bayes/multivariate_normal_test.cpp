@@ -1,50 +1,10 @@
-#include "bayes_kit.h"
-
-#include "support/normal_reference.h"
+#include "densities_kit.h"
 
 namespace {
 
 using namespace bayes;
 using namespace kt_test;
-
-using Normal = kt_PDFMultivariateNormal;
-
-constexpr const char* noValidData = "No valid data has been used to train the distribution";
-constexpr const char* differentSizes = "Must call clear before updating with feature vectors of different sizes";
-
-/// The serialisation of the class, open to a test.
-struct OpenNormal : Normal {
-    using Normal::serialize_;
-};
-
-Normal learnt(const std::vector<ktFeaturePattern>& list)
-{
-    Normal density;
-    density.updateWithData(list);
-    return density;
-}
-
-Normal learnt(const Rows& rows)
-{
-    return learnt(patterns(rows));
-}
-
-ktFeaturePattern pattern(const std::vector<double>& values, const std::vector<long>& invalid = {})
-{
-    return {values, invalid};
-}
-
-template <class Operation>
-void expectDifferentSizes(Operation operation)
-{
-    expectThrows<ktClassifierDefs::BadParams>(differentSizes, operation);
-}
-
-template <class Operation>
-void expectNoValidData(Operation operation)
-{
-    expectThrows<ktClassifierDefs::InsufficientTrainData>(noValidData, operation);
-}
+using bayes::pattern;
 
 TEST(MultivariateNormal, NewOneHasLearntNothing)
 {

@@ -1,53 +1,9 @@
-#include "bayes_kit.h"
-#include "support/bytes.h"
-#include "support/technique.h"
+#include "types_kit.h"
 
 namespace {
 
 using namespace bayes;
-using kt_test::storedAndLoaded;
-
-/// The hooks of the parameters, open to a test.
-struct OpenParams : Params {
-    using Params::Params;
-    explicit OpenParams(const Params& params) : Params(params) {}
-    using Params::isEqual_;
-    using Params::isSameTechnique_;
-    using Params::newClassifier_;
-    using Params::serialize_;
-};
-
-Types someTypes()
-{
-    Types types(Types::eNormal);
-    types.distributionTypeOverride(0, 1, Types::eBinomial);
-    types.setDependent(0, {2, 3});
-    return types;
-}
-
-ktClassifierFrequencies someFrequencies()
-{
-    ktClassifierFrequencies frequencies(2.0);
-    frequencies.categoryFrequencyOverride(1, 0.25);
-    return frequencies;
-}
-
-ktClassifierCosts someCosts()
-{
-    ktClassifierCosts costs(2.5);
-    costs.misclassificationCostOverride(1, 0, 10.0);
-    return costs;
-}
-
-ktFeaturePattern someMaxima()
-{
-    return {{1.0, 7.0}, {0}};
-}
-
-Params someParams()
-{
-    return {someTypes(), someFrequencies(), someCosts(), someMaxima()};
-}
+using namespace kt_test;
 
 TEST(BayesianParams, AreNormalWithUnitFrequenciesAndCostsUnlessToldOtherwise)
 {
@@ -139,7 +95,7 @@ TEST(BayesianParams, AreEqualByAllFourFields)
         EXPECT_FALSE(someParams() == row.params);
         EXPECT_FALSE(row.params == someParams());
         EXPECT_TRUE(someParams() != row.params);
-        EXPECT_TRUE(OpenParams(someParams()).isSameTechnique_(row.params));
+        EXPECT_TRUE(OpenParams<Params>(someParams()).isSameTechnique_(row.params));
     }
 }
 
@@ -153,18 +109,18 @@ TEST(BayesianParams, ThrowIfNotReadyDoesNotMatterForEquality)
 TEST(BayesianParams, AreNeitherEqualNorOfOneTechniqueWithOthers)
 {
     kt_test::Script script;
-    const OpenParams params;
+    const OpenParams<Params> params;
     for (const ktPtrHandle<ktClassifierTrainParams>& other :
          {ktPtrHandle<ktClassifierTrainParams>(new kt_test::TechniqueParams(script, 1))}) {
         EXPECT_FALSE(params.isEqual_(*other));
         EXPECT_FALSE(params.isSameTechnique_(*other));
     }
-    EXPECT_TRUE(params.isSameTechnique_(OpenParams(someParams()))) << "a derived class";
+    EXPECT_TRUE(params.isSameTechnique_(OpenParams<Params>(someParams()))) << "a derived class";
 }
 
 TEST(BayesianParams, MakeANewUntrainedBayesianClassifier)
 {
-    const OpenParams params(someParams());
+    const OpenParams<Params> params(someParams());
     kt_Classifier* const made = params.newClassifier_();
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->refCount(), 0) << "the caller owns it";

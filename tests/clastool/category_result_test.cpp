@@ -1,13 +1,8 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
-using CategoryResult = ktClassifierCategoryResult;
 using namespace kt_test;
-
-constexpr const char* negativeLabel = "Category labels must be >= 0";
-constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
-constexpr const char* negativeCost = "Costs must be >= 0.0";
 
 constexpr double tiny = std::numeric_limits<double>::denorm_min();
 

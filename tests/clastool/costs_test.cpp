@@ -1,32 +1,10 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
 using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
-
-using Doubles = std::vector<double>;
-using Labels = std::vector<long>;
-
-constexpr const char* negativeCost = "Costs must be >= 0.0";
-constexpr const char* equalLabels = "Category labels must be different";
-constexpr const char* negativeLabel = "Category labels must be >= 0";
-
-/// Default 2.5, (0, 1) costs 10, (1, 0) costs 4.
-ktClassifierCosts overridden()
-{
-    ktClassifierCosts costs(2.5);
-    costs.misclassificationCostOverride(0, 1, 10.0);
-    costs.misclassificationCostOverride(1, 0, 4.0);
-    return costs;
-}
-
-/// What `overridden` is stored as, or any other table, of sequences that need not be equally long.
-std::string crafted(double defaultCost, const Labels& from, const Labels& to, const Doubles& costs)
-{
-    return kt_test::store(static_cast<unsigned char>(0), defaultCost, from, to, costs);
-}
 
 TEST(Costs, NewTableGivesOneForEveryPairOfDifferentLabels)
 {
@@ -62,15 +40,15 @@ TEST(Costs, NegativeDefaultIsRefused)
 {
     for (const double cost : {-1.0, -infinity, -std::numeric_limits<double>::denorm_min()}) {
         expectRefused<BadParams>([cost] { ktClassifierCosts refused(cost); }, negativeCost);
-        ktClassifierCosts costs = overridden();
+        ktClassifierCosts costs = overriddenCosts();
         expectRefused<BadParams>([&] { costs.defaultMisclassificationCost(cost); }, negativeCost);
-        EXPECT_TRUE(costs == overridden());
+        EXPECT_TRUE(costs == overriddenCosts());
     }
 }
 
 TEST(Costs, DefaultIsChangedWithoutTouchingTheOverrides)
 {
-    ktClassifierCosts costs = overridden();
+    ktClassifierCosts costs = overriddenCosts();
     costs.defaultMisclassificationCost(6.0);
     EXPECT_EQ(costs.misclassificationCost(0, 2), 6.0);
     EXPECT_EQ(costs.misclassificationCost(0, 1), 10.0);
@@ -94,14 +72,14 @@ TEST(Costs, SecondOverrideOfAPairReplacesTheFirst)
     costs.misclassificationCostOverride(0, 1, 7.0);
     EXPECT_EQ(costs.misclassificationCost(0, 1), 7.0);
     EXPECT_EQ(costs.misclassificationCost(1, 0), 1.0);
-    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(crafted(1.0, {0}, {1}, {7.0}))) << "one entry";
+    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(craftedCosts(1.0, {0}, {1}, {7.0}))) << "one entry";
 }
 
 TEST(Costs, OverrideKeepsItsPlaceWhenReplaced)
 {
-    ktClassifierCosts costs = overridden();
+    ktClassifierCosts costs = overriddenCosts();
     costs.misclassificationCostOverride(0, 1, 11.0);
-    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(crafted(2.5, {0, 1}, {1, 0}, {11.0, 4.0})));
+    EXPECT_EQ(kt_test::toHex(kt_test::store(costs)), kt_test::toHex(craftedCosts(2.5, {0, 1}, {1, 0}, {11.0, 4.0})));
 }
 
 TEST(Costs, OverrideOfZeroIsTaken)
@@ -135,10 +113,10 @@ TEST(Costs, OverrideChecksTheCostThenTheDifferenceThenTheLabels)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        ktClassifierCosts costs = overridden();
+        ktClassifierCosts costs = overriddenCosts();
         const auto set = [&] { costs.misclassificationCostOverride(row.trueLabel, row.assignedLabel, row.cost); };
         row.badParams ? expectRefused<BadParams>(set, row.message) : expectRefused<BadLabel>(set, row.message);
-        EXPECT_TRUE(costs == overridden());
+        EXPECT_TRUE(costs == overriddenCosts());
     }
 }
 
@@ -157,18 +135,18 @@ TEST(Costs, LookUpChecksTheDifferenceThenTheLabels)
         {"assigned label negative", 0, -1, negativeLabel},
         {"both negative", -1, LONG_MIN, negativeLabel},
     };
-    const ktClassifierCosts costs = overridden();
+    const ktClassifierCosts costs = overriddenCosts();
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         expectRefused<BadLabel>(
             [&] { static_cast<void>(costs.misclassificationCost(row.trueLabel, row.assignedLabel)); }, row.message);
     }
-    EXPECT_TRUE(costs == overridden());
+    EXPECT_TRUE(costs == overriddenCosts());
 }
 
 TEST(Costs, ClearingTheOverridesKeepsTheDefault)
 {
-    ktClassifierCosts costs = overridden();
+    ktClassifierCosts costs = overriddenCosts();
     costs.clearMisclassificationOverrides();
     EXPECT_EQ(costs.defaultMisclassificationCost(), 2.5);
     EXPECT_EQ(costs.misclassificationCost(0, 1), 2.5);
@@ -181,8 +159,8 @@ TEST(Costs, OverridesAreComparedInTheOrderOfTheirEntry)
     ktClassifierCosts reversed(2.5);
     reversed.misclassificationCostOverride(1, 0, 4.0);
     reversed.misclassificationCostOverride(0, 1, 10.0);
-    EXPECT_FALSE(reversed == overridden());
-    EXPECT_TRUE(reversed != overridden());
+    EXPECT_FALSE(reversed == overriddenCosts());
+    EXPECT_TRUE(reversed != overriddenCosts());
 }
 
 TEST(Costs, EqualityLooksAtEveryField)
@@ -193,32 +171,33 @@ TEST(Costs, EqualityLooksAtEveryField)
         [](ktClassifierCosts& costs) { costs.misclassificationCostOverride(2, 1, 10.0); },
         [](ktClassifierCosts& costs) { costs.clearMisclassificationOverrides(); },
         [](ktClassifierCosts& costs) {
-            kt_test::loadInto(costs, crafted(2.5, {5, 1}, {1, 0}, {10.0, 4.0}));
+            kt_test::loadInto(costs, craftedCosts(2.5, {5, 1}, {1, 0}, {10.0, 4.0}));
         },
         [](ktClassifierCosts& costs) {
-            kt_test::loadInto(costs, crafted(2.5, {0, 1}, {5, 0}, {10.0, 4.0}));
+            kt_test::loadInto(costs, craftedCosts(2.5, {0, 1}, {5, 0}, {10.0, 4.0}));
         },
     };
     for (std::size_t i = 0; i < changes.size(); ++i) {
-        ktClassifierCosts costs = overridden();
-        EXPECT_TRUE(costs == overridden());
-        EXPECT_FALSE(costs != overridden());
+        ktClassifierCosts costs = overriddenCosts();
+        EXPECT_TRUE(costs == overriddenCosts());
+        EXPECT_FALSE(costs != overriddenCosts());
         changes[i](costs);
-        EXPECT_FALSE(costs == overridden()) << i;
-        EXPECT_FALSE(overridden() == costs) << i;
-        EXPECT_TRUE(costs != overridden()) << i;
+        EXPECT_FALSE(costs == overriddenCosts()) << i;
+        EXPECT_FALSE(overriddenCosts() == costs) << i;
+        EXPECT_TRUE(costs != overriddenCosts()) << i;
     }
 }
 
 TEST(Costs, AreArchivedAsVersionDefaultFromLabelsToLabelsCosts)
 {
-    EXPECT_EQ(kt_test::toHex(kt_test::store(overridden())), kt_test::toHex(crafted(2.5, {0, 1}, {1, 0}, {10.0, 4.0})));
+    EXPECT_EQ(kt_test::toHex(kt_test::store(overriddenCosts())),
+              kt_test::toHex(craftedCosts(2.5, {0, 1}, {1, 0}, {10.0, 4.0})));
 }
 
 TEST(Costs, LoadingReplacesTheWholeTableAndDoesNotValidateIt)
 {
-    ktClassifierCosts costs = overridden();
-    kt_test::loadInto(costs, crafted(-3.0, {4, -1}, {4, 2}, {-9.0, NaN}));
+    ktClassifierCosts costs = overriddenCosts();
+    kt_test::loadInto(costs, craftedCosts(-3.0, {4, -1}, {4, 2}, {-9.0, NaN}));
     EXPECT_EQ(costs.defaultMisclassificationCost(), -3.0);
     EXPECT_EQ(costs.misclassificationCost(0, 1), -3.0);
     expectRefused<BadLabel>([&] { static_cast<void>(costs.misclassificationCost(4, 4)); }, equalLabels);
@@ -242,7 +221,7 @@ TEST(Costs, LoadedSequencesOfDifferentLengthsStaySafe)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        auto costs = kt_test::load<ktClassifierCosts>(crafted(2.0, row.from, row.to, row.costs));
+        auto costs = kt_test::load<ktClassifierCosts>(craftedCosts(2.0, row.from, row.to, row.costs));
         EXPECT_EQ(costs.misclassificationCost(0, 1), row.expected);
         EXPECT_TRUE(costs == kt_test::storedAndLoaded(costs));
         costs.misclassificationCostOverride(0, 1, 8.0);
@@ -266,7 +245,7 @@ TEST(Costs, LabelThatDoesNotFit32BitsIsNotStored)
 
 TEST(Costs, WhatNeedsNoMemoryTakesNone)
 {
-    ktClassifierCosts costs = overridden();
+    ktClassifierCosts costs = overriddenCosts();
     EXPECT_EQ(kt_test::allocationsDuring([&] {
                   costs.misclassificationCostOverride(0, 1, 3.0);
                   costs.defaultMisclassificationCost(3.0);

@@ -1,4 +1,4 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
@@ -6,76 +6,6 @@ using namespace kt_test;
 using ktClassifierDefs::BadFeatures;
 using ktClassifierDefs::BadIndex;
 using ktClassifierDefs::BadLabel;
-
-using Labels = std::vector<long>;
-using Memory = ktClassifierDataProviderMemory;
-using Patterns = std::vector<PatternHandle>;
-
-constexpr const char* badPatternIndex = "Feature pattern index must be >=0 and < number of patterns.";
-constexpr const char* badLabelIndex = "Category label index must be >=0 and < number of patterns.";
-constexpr const char* otherSize = "Feature pattern must have the same number of measurements as the rest of the data.";
-constexpr const char* otherCount = "The number of the feature patterns must be equal to the number of category labels";
-constexpr const char* differentSizes = "Feature patterns must all have the same number of measurements";
-constexpr const char* badLabel = "Category labels must be >= 0 or unknown";
-
-/// Two patterns of two measurements, a name and a description.
-Memory filled()
-{
-    Memory provider;
-    provider.setName("nuts");
-    provider.setDescription("length, width");
-    provider.addData(pattern({1.0, 2.0}), 3);
-    provider.addData(pattern({4.0, 5.0}, {1}), -1);
-    return provider;
-}
-
-/// The archive of a provider whose sequences need not fit each other.
-std::string crafted(const Patterns& patterns, const Labels& labels)
-{
-    kt_test::StoringArchive archive;
-    const ktArchive::Pass pass(archive);
-    unsigned char version = 0;
-    std::string name = "name";
-    std::string description = "description";
-    Patterns storedPatterns = patterns;
-    Labels storedLabels = labels;
-    archive || version || version || name || description || storedPatterns || storedLabels;
-    return archive.bytes();
-}
-
-/// The protected operations of the provider, open to a test; it may claim another number of patterns.
-class OpenedMemory : public Memory {
-public:
-    OpenedMemory() = default;
-    explicit OpenedMemory(const Memory& other) : Memory(other) {}
-
-    using Memory::isEqual_;
-    void serialize(ktArchive& archive, unsigned char version) { serialize_(archive, version); }
-    void serializeBase(ktArchive& archive, unsigned char version)
-    {
-        ktClassifierDataProvider::serialize_(archive, version);
-    }
-
-    long numPatterns() const override { return claimed < 0 ? Memory::numPatterns() : claimed; }
-
-    long claimed = -1;
-};
-
-/// A provider of a user's own, of the same content as `filled`.
-class Foreign : public ktClassifierDataProvider {
-public:
-    std::string name() override { return data_.name(); }
-    std::string description() override { return data_.description(); }
-    long numMeasurements() const override { return data_.numMeasurements(); }
-    long numPatterns() const override { return data_.numPatterns(); }
-    ktPtrHandle_const<ktFeaturePattern> featurePattern(long index) override { return data_.featurePattern(index); }
-    long categoryLabel(long index) const override { return data_.categoryLabel(index); }
-
-    using ktClassifierDataProvider::isEqual_;
-
-private:
-    Memory data_ = filled();
-};
 
 TEST(DataProvider, IsAbstractAndCopiedOnlyByItsOwn)
 {
@@ -241,8 +171,8 @@ TEST(DataProviderMemory, LabelIsUnknownOrNotNegative)
     }
     const Memory before(provider);
     for (const long label : {-2L, LONG_MIN}) {
-        expectRefused<BadLabel>([&] { provider.addData(pattern({1.0}), label); }, badLabel);
-        expectRefused<BadLabel>([&] { Memory().addData(pattern({1.0}), label); }, badLabel);
+        expectRefused<BadLabel>([&] { provider.addData(pattern({1.0}), label); }, badDataLabel);
+        expectRefused<BadLabel>([&] { Memory().addData(pattern({1.0}), label); }, badDataLabel);
     }
     EXPECT_TRUE(provider == before);
 }
@@ -252,10 +182,10 @@ TEST(DataProviderMemory, AddingChecksThePatternThenItsSizeThenTheLabel)
     Memory provider = filled();
     expectBadPointer([&] { provider.addData(nullptr, -2); });
     expectRefused<BadFeatures>([&] { provider.addData(pattern({1.0}), -2); }, otherSize);
-    expectRefused<BadLabel>([&] { provider.addData(pattern({1.0, 2.0}), -2); }, badLabel);
+    expectRefused<BadLabel>([&] { provider.addData(pattern({1.0, 2.0}), -2); }, badDataLabel);
     EXPECT_TRUE(provider == filled());
     Memory empty;
-    expectRefused<BadLabel>([&] { empty.addData(nullptr, -2); }, badLabel);
+    expectRefused<BadLabel>([&] { empty.addData(nullptr, -2); }, badDataLabel);
     EXPECT_TRUE(empty == Memory());
 }
 
@@ -321,20 +251,20 @@ TEST(DataProviderMemory, DataChecksTheCountsThenThePatternsThenTheLabels)
         {"a pattern without a label", {one}, {}, otherCount},
         {"a label without a pattern", {}, {1}, otherCount},
         {"counts and all else", {one, nullptr, two}, {-2, -2}, otherCount},
-        {"sizes", {one, two}, {1, 2}, differentSizes},
-        {"sizes, the last", {one, one, one, two}, {1, 2, 3, 4}, differentSizes},
-        {"sizes before null", {one, two, nullptr}, {1, 2, 3}, differentSizes},
-        {"sizes before labels", {one, two}, {-2, -2}, differentSizes},
-        {"label", {one, one}, {1, -2}, badLabel},
-        {"label of one pattern", {one}, {-2}, badLabel},
-        {"label of one null", {nullptr}, {LONG_MIN}, badLabel},
+        {"sizes", {one, two}, {1, 2}, differentPatternSizes},
+        {"sizes, the last", {one, one, one, two}, {1, 2, 3, 4}, differentPatternSizes},
+        {"sizes before null", {one, two, nullptr}, {1, 2, 3}, differentPatternSizes},
+        {"sizes before labels", {one, two}, {-2, -2}, differentPatternSizes},
+        {"label", {one, one}, {1, -2}, badDataLabel},
+        {"label of one pattern", {one}, {-2}, badDataLabel},
+        {"label of one null", {nullptr}, {LONG_MIN}, badDataLabel},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         Memory provider = filled();
         const auto set = [&] { provider.data(row.patterns, row.labels); };
-        row.message == badLabel ? expectRefused<BadLabel>(set, row.message)
-                                : expectRefused<BadFeatures>(set, row.message);
+        row.message == badDataLabel ? expectRefused<BadLabel>(set, row.message)
+                                    : expectRefused<BadFeatures>(set, row.message);
         EXPECT_TRUE(provider == filled());
     }
 }
@@ -394,7 +324,7 @@ TEST(DataProviderMemory, NeverEqualsAProviderOfAnotherClass)
 TEST(DataProviderMemory, EqualityMeetsAMissingPatternInTheOrderOfItsSteps)
 {
     const auto withNull = [](const Patterns& patterns) {
-        return kt_test::load<Memory>(crafted(patterns, Labels(patterns.size(), 1)));
+        return kt_test::load<Memory>(craftedProvider(patterns, Labels(patterns.size(), 1)));
     };
     const PatternHandle one = pattern({1.0});
     const PatternHandle two = pattern({2.0});
@@ -475,7 +405,7 @@ TEST(DataProviderMemory, LoadingReplacesTheWholeContentAndFreesTheOldPatterns)
 TEST(DataProviderMemory, LoadingDoesNotValidate)
 {
     auto provider =
-        kt_test::load<Memory>(crafted({pattern({1.0}), nullptr, pattern({1.0, 2.0})}, {-7, -2147483647L, 3}));
+        kt_test::load<Memory>(craftedProvider({pattern({1.0}), nullptr, pattern({1.0, 2.0})}, {-7, -2147483647L, 3}));
     EXPECT_EQ(provider.numPatterns(), 3);
     EXPECT_EQ(provider.numMeasurements(), 1);
     EXPECT_TRUE(provider.featurePattern(1).isNull());
@@ -485,7 +415,7 @@ TEST(DataProviderMemory, LoadingDoesNotValidate)
 
 TEST(DataProviderMemory, LoadedWithTooFewLabelsRefusesTheMissingOnes)
 {
-    auto provider = kt_test::load<Memory>(crafted({pattern({1.0}), pattern({2.0})}, {5}));
+    auto provider = kt_test::load<Memory>(craftedProvider({pattern({1.0}), pattern({2.0})}, {5}));
     EXPECT_EQ(provider.numPatterns(), 2);
     EXPECT_EQ(provider.categoryLabel(0), 5);
     EXPECT_EQ(provider.featurePattern(1)->featureMeasurement(0, true), 2.0);
@@ -500,11 +430,11 @@ TEST(DataProviderMemory, LoadedWithTooFewLabelsRefusesTheMissingOnes)
 
 TEST(DataProviderMemory, LoadedWithTooManyLabelsCountsThePatterns)
 {
-    auto provider = kt_test::load<Memory>(crafted({pattern({1.0})}, {5, 6, 7}));
+    auto provider = kt_test::load<Memory>(craftedProvider({pattern({1.0})}, {5, 6, 7}));
     EXPECT_EQ(provider.numPatterns(), 1);
     expectRefused<BadIndex>([&] { static_cast<void>(provider.categoryLabel(1)); }, badLabelIndex);
     EXPECT_TRUE(provider == kt_test::storedAndLoaded(provider));
-    EXPECT_FALSE(provider == kt_test::load<Memory>(crafted({pattern({1.0})}, {5})))
+    EXPECT_FALSE(provider == kt_test::load<Memory>(craftedProvider({pattern({1.0})}, {5})))
         << "the labels are compared as stored";
     provider.addData(pattern({3.0}), 8);
     EXPECT_EQ(provider.numPatterns(), 2);

@@ -1,45 +1,8 @@
-#include "support/technique.h"
-#include "support/test.h"
+#include "tool_kit.h"
 
 namespace {
 
 using namespace kt_test;
-
-using Calls = std::vector<std::string>;
-using Stop = std::runtime_error;
-
-constexpr const char* notTrainedToRun = "Classifier tool must be trained before running.";
-constexpr const char* notTrainedToRetrain = "Classifier tool must be trained before retraining.";
-constexpr const char* notTrainedToAdd = "Classifier tool must be trained before incremental training.";
-constexpr const char* notTrainedForParams =
-    "Classifier tool must be trained before requesting the training parameters.";
-constexpr const char* notAutomatic = "Classifier tool was not automatically trained.";
-constexpr const char* otherTechnique = "Cannot retrain with a different classification technique.";
-
-/// A technique, two sets of parameters for it, and a diagnostics object that sends recordings elsewhere and sets a flag.
-class Frame : public ::testing::Test {
-protected:
-    Frame() { caller_.sendTo(&destination_); }
-
-    void trainWithFirst()
-    {
-        technique_.train(data_, first_);
-        script_.takeCalls();
-    }
-
-    Script script_;
-    Technique technique_{script_};
-    TechniqueParams first_{script_, 1};
-    TechniqueParams second_{script_, 2};
-    const ktClassifierDataProviderMemory data_ = kt_test::trainingData({{{3}, 1}});
-    Recorder destination_{"destination"};
-    Recorder caller_{"caller", 8};
-};
-
-/// Parameters of another technique.
-struct OtherParams : TechniqueParams {
-    using TechniqueParams::TechniqueParams;
-};
 
 // Training
 
@@ -48,7 +11,7 @@ using FrameTrain = Frame;
 // Kept on purpose: the details of training go to the caller's object, everything else to the destination.
 TEST_F(FrameTrain, CallsTheHooksInOrderWithTheFlagsAsTheDestinationLeftThem)
 {
-    technique_.train(data_, first_, &caller_, 4);
+    technique_.train(data_, params_, &caller_, 4);
     const Calls expected = {
         "clone of params 1", "recordTrainInputs_(destination, 12)", "train_",
         "train_, half way",  "recordTrainDetails_(caller, 12)",     "recordTrainResults_(destination, 12)"};
@@ -60,7 +23,7 @@ TEST_F(FrameTrain, CallsTheHooksInOrderWithTheFlagsAsTheDestinationLeftThem)
 TEST_F(FrameTrain, UntrainsFirst)
 {
     trainWithFirst();
-    technique_.train(data_, second_, &caller_, 4);
+    technique_.train(data_, otherParams_, &caller_, 4);
     const Calls expected = {"clone of params 2",
                             "untrain_",
                             "recordTrainInputs_(destination, 12)",
@@ -74,7 +37,7 @@ TEST_F(FrameTrain, UntrainsFirst)
 
 TEST_F(FrameTrain, RecordsToNullWithoutADiagnosticsObject)
 {
-    technique_.train(data_, first_);
+    technique_.train(data_, params_);
     const Calls expected = {"clone of params 1", "recordTrainInputs_(null, 0)",  "train_",
                             "train_, half way",  "recordTrainDetails_(null, 0)", "recordTrainResults_(null, 0)"};
     EXPECT_EQ(script_.calls, expected);
@@ -83,7 +46,7 @@ TEST_F(FrameTrain, RecordsToNullWithoutADiagnosticsObject)
 TEST_F(FrameTrain, GivesTheDetailsToTheCallersObjectEvenIfThereIsNoDestination)
 {
     caller_.sendTo(nullptr);
-    technique_.train(data_, first_, &caller_, 1);
+    technique_.train(data_, params_, &caller_, 1);
     const Calls expected = {"clone of params 1", "recordTrainInputs_(null, 9)",    "train_",
                             "train_, half way",  "recordTrainDetails_(caller, 9)", "recordTrainResults_(null, 9)"};
     EXPECT_EQ(script_.calls, expected);
@@ -91,26 +54,26 @@ TEST_F(FrameTrain, GivesTheDetailsToTheCallersObjectEvenIfThereIsNoDestination)
 
 TEST_F(FrameTrain, HandsProviderAndParametersThemselvesToTheTechnique)
 {
-    technique_.train(data_, first_);
+    technique_.train(data_, params_);
     EXPECT_EQ(technique_.provider(), &data_);
-    EXPECT_EQ(technique_.params(), &first_);
+    EXPECT_EQ(technique_.params(), &params_);
     EXPECT_TRUE(technique_.wantsCheck());
 }
 
 TEST_F(FrameTrain, StoresACloneOfTheParameters)
 {
-    technique_.train(data_, first_);
-    first_.value(99);
+    technique_.train(data_, params_);
+    params_.value(99);
     EXPECT_EQ(valueOf(technique_.trainParams()), 1);
     EXPECT_EQ(technique_.heldParams()->refCount(), 1);
-    EXPECT_EQ(first_.refCount(), 0);
+    EXPECT_EQ(params_.refCount(), 0);
 }
 
 TEST_F(FrameTrain, ParametersAreStoredBetweenTheTrainingAndItsDetails)
 {
     Calls held;
     script_.during = [&](const std::string&) { held.push_back(std::to_string(valueOf(technique_.heldParams()))); };
-    technique_.train(data_, first_);
+    technique_.train(data_, params_);
     EXPECT_EQ(held, (Calls{"-1", "-1", "-1", "-1", "1", "1"}));
 }
 
@@ -129,9 +92,9 @@ TEST_F(FrameTrain, WhatAHookThrowsPassesThrough)
     for (const Row& row : rows) {
         SCOPED_TRACE(row.hook);
         Technique technique(script_);
-        technique.train(data_, first_);
+        technique.train(data_, params_);
         script_.failAt(row.hook, Stop("stop"));
-        EXPECT_THROW(technique.train(data_, second_), Stop);
+        EXPECT_THROW(technique.train(data_, otherParams_), Stop);
         script_.during = nullptr;
         EXPECT_EQ(technique.isTrained(), row.trained);
         EXPECT_EQ(valueOf(technique.heldParams()), row.params) << "the old parameters were let go";
@@ -142,7 +105,7 @@ TEST_F(FrameTrain, NothingChangesIfTheParametersCannotBeCloned)
 {
     trainWithFirst();
     script_.failAt("clone", Stop("stop"));
-    EXPECT_THROW(technique_.train(data_, second_), Stop);
+    EXPECT_THROW(technique_.train(data_, otherParams_), Stop);
     EXPECT_EQ(script_.calls, Calls{"clone of params 2"});
     EXPECT_TRUE(technique_.isTrained());
     EXPECT_EQ(valueOf(technique_.heldParams()), 1);
@@ -155,7 +118,7 @@ TEST_F(FrameTrain, WhatTheDiagnosticsObjectThrowsPassesThrough)
     };
     trainWithFirst();
     Broken broken;
-    EXPECT_THROW(technique_.train(data_, second_, &broken), Stop);
+    EXPECT_THROW(technique_.train(data_, otherParams_, &broken), Stop);
     EXPECT_EQ(script_.calls, (Calls{"clone of params 2", "untrain_"}));
     EXPECT_TRUE(technique_.heldParams().isNull());
 }
@@ -176,15 +139,15 @@ using FrameTrainStart = Frame;
 TEST_F(FrameTrainStart, UntrainsHandsOnTheParametersAndRecordsNothing)
 {
     trainWithFirst();
-    technique_.trainStart(second_);
+    technique_.trainStart(otherParams_);
     EXPECT_EQ(script_.calls, (Calls{"clone of params 2", "untrain_", "trainStart_"}));
-    EXPECT_EQ(technique_.params(), &second_);
+    EXPECT_EQ(technique_.params(), &otherParams_);
     EXPECT_EQ(valueOf(technique_.heldParams()), 2);
 }
 
 TEST_F(FrameTrainStart, DoesNotUntrainAnUntrainedClassifier)
 {
-    technique_.trainStart(first_);
+    technique_.trainStart(params_);
     EXPECT_EQ(script_.calls, (Calls{"clone of params 1", "trainStart_"}));
 }
 
@@ -192,7 +155,7 @@ TEST_F(FrameTrainStart, StoresNoParametersIfTheTechniqueThrows)
 {
     trainWithFirst();
     script_.failAt("trainStart_", Stop("stop"));
-    EXPECT_THROW(technique_.trainStart(second_), Stop);
+    EXPECT_THROW(technique_.trainStart(otherParams_), Stop);
     EXPECT_FALSE(technique_.isTrained());
     EXPECT_TRUE(technique_.heldParams().isNull());
 }
@@ -201,7 +164,7 @@ TEST_F(FrameTrainStart, NothingChangesIfTheParametersCannotBeCloned)
 {
     trainWithFirst();
     script_.failAt("clone", Stop("stop"));
-    EXPECT_THROW(technique_.trainStart(second_), Stop);
+    EXPECT_THROW(technique_.trainStart(otherParams_), Stop);
     EXPECT_EQ(script_.calls, Calls{"clone of params 2"});
     EXPECT_EQ(valueOf(technique_.trainParams()), 1);
 }
@@ -219,7 +182,8 @@ using FrameTrainIncremental = Frame;
 
 TEST_F(FrameTrainIncremental, NeedsATrainedClassifier)
 {
-    expectThrows<ktClassifierDefs::NotTrained>(notTrainedToAdd, [&] { technique_.trainIncremental(*pattern({5}), 7); });
+    expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before incremental training.",
+                                               [&] { technique_.trainIncremental(*pattern({5}), 7); });
     EXPECT_EQ(script_.calls, Calls());
 }
 
@@ -249,7 +213,7 @@ TEST_F(FrameRetrain, NeedsATrainedClassifierFirstOfAll)
 {
     OtherParams other(script_, 3);
     for (const ktClassifierTrainParams* params :
-         {static_cast<ktClassifierTrainParams*>(&first_), static_cast<ktClassifierTrainParams*>(&other)}) {
+         {static_cast<ktClassifierTrainParams*>(&params_), static_cast<ktClassifierTrainParams*>(&other)}) {
         expectThrows<ktClassifierDefs::NotTrained>(notTrainedToRetrain, [&] { technique_.retrain(*params); });
     }
     EXPECT_EQ(script_.calls, Calls());
@@ -258,7 +222,7 @@ TEST_F(FrameRetrain, NeedsATrainedClassifierFirstOfAll)
 TEST_F(FrameRetrain, NeedsStoredParameters)
 {
     technique_.trainManual();
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { technique_.retrain(first_); });
+    expectThrows<ktClassifierDefs::BadMethod>(toolOfOtherTechnique, [&] { technique_.retrain(params_); });
     EXPECT_EQ(script_.calls, Calls()) << "there is nothing to ask about";
     EXPECT_TRUE(technique_.isTrained());
 }
@@ -266,9 +230,9 @@ TEST_F(FrameRetrain, NeedsStoredParameters)
 TEST_F(FrameRetrain, AsksTheGivenParametersAboutTheStoredOnes)
 {
     trainWithFirst();
-    technique_.retrain(second_, &caller_, 4);
+    technique_.retrain(otherParams_, &caller_, 4);
     EXPECT_EQ(script_.calls, (Calls{"isSameTechnique_: 2 about 1", "clone of params 2", "retrain_"}));
-    EXPECT_EQ(technique_.params(), &second_);
+    EXPECT_EQ(technique_.params(), &otherParams_);
     EXPECT_EQ(valueOf(technique_.trainParams()), 2);
     EXPECT_EQ(caller_.timesAsked(), 0) << "nothing is recorded";
 }
@@ -276,7 +240,8 @@ TEST_F(FrameRetrain, AsksTheGivenParametersAboutTheStoredOnes)
 TEST_F(FrameRetrain, WithAnotherTechniqueLeavesTheClassifierTrainedWithItsOldParameters)
 {
     trainWithFirst();
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { technique_.retrain(OtherParams(script_, 3)); });
+    expectThrows<ktClassifierDefs::BadMethod>(toolOfOtherTechnique,
+                                              [&] { technique_.retrain(OtherParams(script_, 3)); });
     EXPECT_EQ(script_.calls, Calls{"isSameTechnique_: 3 about 1"});
     EXPECT_EQ(valueOf(technique_.trainParams()), 1);
 }
@@ -284,8 +249,8 @@ TEST_F(FrameRetrain, WithAnotherTechniqueLeavesTheClassifierTrainedWithItsOldPar
 TEST_F(FrameRetrain, StoresACloneOfTheParameters)
 {
     trainWithFirst();
-    technique_.retrain(second_);
-    second_.value(99);
+    technique_.retrain(otherParams_);
+    otherParams_.value(99);
     EXPECT_EQ(valueOf(technique_.trainParams()), 2);
 }
 
@@ -293,7 +258,7 @@ TEST_F(FrameRetrain, KeepsTheOldParametersIfTheTechniqueThrows)
 {
     trainWithFirst();
     script_.failAt("retrain_", Stop("stop"));
-    EXPECT_THROW(technique_.retrain(second_), Stop);
+    EXPECT_THROW(technique_.retrain(otherParams_), Stop);
     EXPECT_EQ(valueOf(technique_.trainParams()), 1);
 }
 
@@ -301,7 +266,7 @@ TEST_F(FrameRetrain, NothingChangesIfTheParametersCannotBeCloned)
 {
     trainWithFirst();
     script_.failAt("clone", Stop("stop"));
-    EXPECT_THROW(technique_.retrain(second_), Stop);
+    EXPECT_THROW(technique_.retrain(otherParams_), Stop);
     EXPECT_EQ(script_.calls, (Calls{"isSameTechnique_: 2 about 1", "clone of params 2"}));
     EXPECT_EQ(valueOf(technique_.trainParams()), 1);
 }
@@ -424,11 +389,11 @@ TEST_F(FrameComparison, LooksAtTrainingAndParameters)
     Technique byHand(script_);
     byHand.trainManual();
     Technique withFirst(script_);
-    withFirst.train(data_, first_);
+    withFirst.train(data_, params_);
     Technique withFirstAgain(script_);
-    withFirstAgain.train(data_, first_);
+    withFirstAgain.train(data_, params_);
     Technique withSecond(script_);
-    withSecond.train(data_, second_);
+    withSecond.train(data_, otherParams_);
     struct Row {
         const char* label;
         const Technique& a;
@@ -456,7 +421,7 @@ TEST_F(FrameComparison, AsksThisClassifiersParametersAboutTheOthers)
 {
     trainWithFirst();
     Technique other(script_);
-    other.train(data_, second_);
+    other.train(data_, otherParams_);
     script_.takeCalls();
     technique_.isEquivalent(other);
     EXPECT_EQ(script_.takeCalls(), Calls{"isEqual_: 1 with 2"});
@@ -515,7 +480,7 @@ TEST_F(Frame, IsStoredOnceAPass)
 TEST_F(Frame, RefusesAnyOtherVersion)
 {
     OpenTechnique classifier(script_);
-    classifier.train(data_, first_);
+    classifier.train(data_, params_);
     const std::string bytes = kt_test::withBytesAt(kt_test::store(technique_), kt_test::archiveHeader().size(), "\x02");
     expectThrows<ktArchive::UnknownVersion>("Unknown version in an archive.",
                                             [&] { kt_test::loadInto(classifier, bytes); });

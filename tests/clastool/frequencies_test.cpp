@@ -1,31 +1,10 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
 using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
-
-using Doubles = std::vector<double>;
-using Labels = std::vector<long>;
-
-constexpr const char* notPositive = "Category frequencies must be > 0.0";
-constexpr const char* negativeLabel = "Category labels must be >= 0";
-
-/// Default 4, label 1 has 2, label 2 has 3.
-ktClassifierFrequencies overridden()
-{
-    ktClassifierFrequencies frequencies(4.0);
-    frequencies.categoryFrequencyOverride(1, 2.0);
-    frequencies.categoryFrequencyOverride(2, 3.0);
-    return frequencies;
-}
-
-/// The archive of a table of sequences that need not be equally long.
-std::string crafted(double defaultFrequency, const Labels& labels, const Doubles& frequencies)
-{
-    return kt_test::store(static_cast<unsigned char>(0), defaultFrequency, labels, frequencies);
-}
 
 TEST(Frequencies, NewTableGivesOneForEveryLabel)
 {
@@ -61,15 +40,15 @@ TEST(Frequencies, DefaultThatIsNotPositiveIsRefused)
     for (const double frequency : {0.0, -0.0, -1.0, -infinity}) {
         SCOPED_TRACE(frequency);
         expectRefused<BadParams>([frequency] { ktClassifierFrequencies refused(frequency); }, notPositive);
-        ktClassifierFrequencies frequencies = overridden();
+        ktClassifierFrequencies frequencies = overriddenFrequencies();
         expectRefused<BadParams>([&] { frequencies.defaultCategoryFrequency(frequency); }, notPositive);
-        EXPECT_TRUE(frequencies == overridden());
+        EXPECT_TRUE(frequencies == overriddenFrequencies());
     }
 }
 
 TEST(Frequencies, DefaultIsChangedWithoutTouchingTheOverrides)
 {
-    ktClassifierFrequencies frequencies = overridden();
+    ktClassifierFrequencies frequencies = overriddenFrequencies();
     frequencies.defaultCategoryFrequency(6.0);
     EXPECT_EQ(frequencies.categoryFrequency(0), 6.0);
     EXPECT_EQ(frequencies.categoryFrequency(1), 2.0);
@@ -78,10 +57,10 @@ TEST(Frequencies, DefaultIsChangedWithoutTouchingTheOverrides)
 
 TEST(Frequencies, SecondOverrideOfALabelReplacesTheFirstInItsPlace)
 {
-    ktClassifierFrequencies frequencies = overridden();
+    ktClassifierFrequencies frequencies = overriddenFrequencies();
     frequencies.categoryFrequencyOverride(1, 7.0);
     EXPECT_EQ(frequencies.categoryFrequency(1), 7.0);
-    EXPECT_EQ(kt_test::toHex(kt_test::store(frequencies)), kt_test::toHex(crafted(4.0, {1, 2}, {7.0, 3.0})));
+    EXPECT_EQ(kt_test::toHex(kt_test::store(frequencies)), kt_test::toHex(craftedFrequencies(4.0, {1, 2}, {7.0, 3.0})));
 }
 
 TEST(Frequencies, OverrideChecksTheFrequencyThenTheLabel)
@@ -104,25 +83,25 @@ TEST(Frequencies, OverrideChecksTheFrequencyThenTheLabel)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        ktClassifierFrequencies frequencies = overridden();
+        ktClassifierFrequencies frequencies = overriddenFrequencies();
         const auto set = [&] { frequencies.categoryFrequencyOverride(row.category, row.frequency); };
         row.badParams ? expectRefused<BadParams>(set, row.message) : expectRefused<BadLabel>(set, row.message);
-        EXPECT_TRUE(frequencies == overridden());
+        EXPECT_TRUE(frequencies == overriddenFrequencies());
     }
 }
 
 TEST(Frequencies, LookUpOfANegativeLabelIsRefused)
 {
-    const ktClassifierFrequencies frequencies = overridden();
+    const ktClassifierFrequencies frequencies = overriddenFrequencies();
     for (const long label : {-1L, LONG_MIN}) {
         expectRefused<BadLabel>([&] { static_cast<void>(frequencies.categoryFrequency(label)); }, negativeLabel);
     }
-    EXPECT_TRUE(frequencies == overridden());
+    EXPECT_TRUE(frequencies == overriddenFrequencies());
 }
 
 TEST(Frequencies, ClearingTheOverridesKeepsTheDefault)
 {
-    ktClassifierFrequencies frequencies = overridden();
+    ktClassifierFrequencies frequencies = overriddenFrequencies();
     frequencies.clearFrequencyOverrides();
     EXPECT_EQ(frequencies.defaultCategoryFrequency(), 4.0);
     EXPECT_EQ(frequencies.categoryFrequency(1), 4.0);
@@ -135,8 +114,8 @@ TEST(Frequencies, OverridesAreComparedInTheOrderOfTheirEntry)
     ktClassifierFrequencies reversed(4.0);
     reversed.categoryFrequencyOverride(2, 3.0);
     reversed.categoryFrequencyOverride(1, 2.0);
-    EXPECT_FALSE(reversed == overridden());
-    EXPECT_TRUE(reversed != overridden());
+    EXPECT_FALSE(reversed == overriddenFrequencies());
+    EXPECT_TRUE(reversed != overriddenFrequencies());
 }
 
 TEST(Frequencies, EqualityLooksAtEveryField)
@@ -147,29 +126,30 @@ TEST(Frequencies, EqualityLooksAtEveryField)
         [](ktClassifierFrequencies& table) { table.categoryFrequencyOverride(3, 3.0); },
         [](ktClassifierFrequencies& table) { table.clearFrequencyOverrides(); },
         [](ktClassifierFrequencies& table) {
-            kt_test::loadInto(table, crafted(4.0, {1, 5}, {2.0, 3.0}));
+            kt_test::loadInto(table, craftedFrequencies(4.0, {1, 5}, {2.0, 3.0}));
         },
     };
     for (std::size_t i = 0; i < changes.size(); ++i) {
-        ktClassifierFrequencies frequencies = overridden();
-        EXPECT_TRUE(frequencies == overridden());
-        EXPECT_FALSE(frequencies != overridden());
+        ktClassifierFrequencies frequencies = overriddenFrequencies();
+        EXPECT_TRUE(frequencies == overriddenFrequencies());
+        EXPECT_FALSE(frequencies != overriddenFrequencies());
         changes[i](frequencies);
-        EXPECT_FALSE(frequencies == overridden()) << i;
-        EXPECT_FALSE(overridden() == frequencies) << i;
-        EXPECT_TRUE(frequencies != overridden()) << i;
+        EXPECT_FALSE(frequencies == overriddenFrequencies()) << i;
+        EXPECT_FALSE(overriddenFrequencies() == frequencies) << i;
+        EXPECT_TRUE(frequencies != overriddenFrequencies()) << i;
     }
 }
 
 TEST(Frequencies, AreArchivedAsVersionDefaultLabelsFrequencies)
 {
-    EXPECT_EQ(kt_test::toHex(kt_test::store(overridden())), kt_test::toHex(crafted(4.0, {1, 2}, {2.0, 3.0})));
+    EXPECT_EQ(kt_test::toHex(kt_test::store(overriddenFrequencies())),
+              kt_test::toHex(craftedFrequencies(4.0, {1, 2}, {2.0, 3.0})));
 }
 
 TEST(Frequencies, LoadingReplacesTheWholeTableAndDoesNotValidateIt)
 {
-    ktClassifierFrequencies frequencies = overridden();
-    kt_test::loadInto(frequencies, crafted(-3.0, {7, -1, 7}, {0.0, 5.0, 6.0}));
+    ktClassifierFrequencies frequencies = overriddenFrequencies();
+    kt_test::loadInto(frequencies, craftedFrequencies(-3.0, {7, -1, 7}, {0.0, 5.0, 6.0}));
     EXPECT_EQ(frequencies.defaultCategoryFrequency(), -3.0);
     EXPECT_EQ(frequencies.categoryFrequency(1), -3.0);
     EXPECT_EQ(frequencies.categoryFrequency(7), 0.0) << "the first of two entries";
@@ -193,7 +173,7 @@ TEST(Frequencies, LoadedSequencesOfDifferentLengthsStaySafe)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        auto frequencies = kt_test::load<ktClassifierFrequencies>(crafted(2.0, row.labels, row.frequencies));
+        auto frequencies = kt_test::load<ktClassifierFrequencies>(craftedFrequencies(2.0, row.labels, row.frequencies));
         EXPECT_EQ(frequencies.categoryFrequency(1), row.expected);
         EXPECT_TRUE(frequencies == kt_test::storedAndLoaded(frequencies));
         frequencies.categoryFrequencyOverride(1, 8.0);
@@ -206,7 +186,7 @@ TEST(Frequencies, LoadedSequencesOfDifferentLengthsStaySafe)
 
 TEST(Frequencies, WhatNeedsNoMemoryTakesNone)
 {
-    ktClassifierFrequencies frequencies = overridden();
+    ktClassifierFrequencies frequencies = overriddenFrequencies();
     EXPECT_EQ(kt_test::allocationsDuring([&] {
                   frequencies.categoryFrequencyOverride(1, 3.0);
                   frequencies.defaultCategoryFrequency(3.0);

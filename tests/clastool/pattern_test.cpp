@@ -1,38 +1,13 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
 using namespace kt_test;
 
-using Doubles = std::vector<double>;
 using Indices = std::vector<long>;
-
-constexpr const char* negativeIndex = "Feature measurement indices must be >= 0";
-constexpr const char* indexTooLarge = "Feature measurement indices must be < number of features";
-constexpr const char* notAvailable = "The measurement for the specified measurement index is not valid.";
-constexpr const char* notAllValid = "Access to full feature vector requires that all features are valid.";
 
 constexpr long leastIndex = std::numeric_limits<long>::min();
 constexpr long greatestIndex = std::numeric_limits<long>::max();
-
-class OpenedPattern : public ktFeaturePattern {
-public:
-    using ktFeaturePattern::ktFeaturePattern;
-
-    void serialize(ktArchive& archive, unsigned char version) { serialize_(archive, version); }
-};
-
-/// Three measurements, the middle one invalid.
-ktFeaturePattern withInvalidMiddle()
-{
-    return ktFeaturePattern({1.5, -2.5, 3.5}, {1});
-}
-
-/// The archive of a pattern whose sequences are what they are.
-std::string crafted(const Doubles& measurements, const std::vector<bool>& validity)
-{
-    return kt_test::store(static_cast<unsigned char>(0), measurements, validity);
-}
 
 TEST(FeaturePattern, NewOneHasNoMeasurements)
 {
@@ -220,7 +195,7 @@ TEST(FeaturePattern, NanIsKeptAndEqualsNothing)
 TEST(FeaturePattern, IsArchivedAsVersionMeasurementsValidity)
 {
     EXPECT_EQ(kt_test::toHex(kt_test::store(withInvalidMiddle())),
-              kt_test::toHex(crafted({1.5, -2.5, 3.5}, {true, false, true})));
+              kt_test::toHex(craftedPattern({1.5, -2.5, 3.5}, {true, false, true})));
 }
 
 TEST(FeaturePattern, SerializeArchivesMeasurementsAndValidity)
@@ -234,7 +209,7 @@ TEST(FeaturePattern, SerializeArchivesMeasurementsAndValidity)
 
 TEST(FeaturePattern, LoadedWithoutAFlagForAMeasurementHoldsItInvalid)
 {
-    auto pattern = kt_test::load<ktFeaturePattern>(crafted({1.0, 2.0, 3.0}, {true}));
+    auto pattern = kt_test::load<ktFeaturePattern>(craftedPattern({1.0, 2.0, 3.0}, {true}));
     EXPECT_EQ(pattern.numMeasurements(), 3);
     EXPECT_EQ(pattern.numInvalid(), 2);
     EXPECT_EQ(pattern.invalidFeatureIndices(), Indices({1, 2}));
@@ -250,7 +225,7 @@ TEST(FeaturePattern, LoadedWithoutAFlagForAMeasurementHoldsItInvalid)
 
 TEST(FeaturePattern, LoadedFlagsPastTheMeasurementsCountForNothing)
 {
-    auto pattern = kt_test::load<ktFeaturePattern>(crafted({1.0}, {true, true, false}));
+    auto pattern = kt_test::load<ktFeaturePattern>(craftedPattern({1.0}, {true, true, false}));
     EXPECT_EQ(pattern.numMeasurements(), 1);
     EXPECT_EQ(pattern.numInvalid(), 0);
     EXPECT_EQ(pattern.invalidFeatureIndices(), Indices());
@@ -290,12 +265,12 @@ TEST(FeaturePattern, StoredAgainIsWhatItWasLoadedFrom)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        const std::string bytes = crafted(row.measurements, row.flags);
+        const std::string bytes = craftedPattern(row.measurements, row.flags);
         const auto pattern = kt_test::load<ktFeaturePattern>(bytes);
         EXPECT_EQ(kt_test::toHex(kt_test::store(ktFeaturePattern(pattern))), kt_test::toHex(bytes));
         for (const Row& other : rows) {
             const auto same = &row == &other;
-            EXPECT_EQ(pattern == kt_test::load<ktFeaturePattern>(crafted(other.measurements, other.flags)), same)
+            EXPECT_EQ(pattern == kt_test::load<ktFeaturePattern>(craftedPattern(other.measurements, other.flags)), same)
                 << other.label;
         }
     }
@@ -303,7 +278,7 @@ TEST(FeaturePattern, StoredAgainIsWhatItWasLoadedFrom)
 
 TEST(FeaturePattern, LoadedWithAllValidIsThatWhichWasMadeSo)
 {
-    const auto loaded = kt_test::load<ktFeaturePattern>(crafted({1.0, 2.0}, {true, true}));
+    const auto loaded = kt_test::load<ktFeaturePattern>(craftedPattern({1.0, 2.0}, {true, true}));
     EXPECT_TRUE(loaded == ktFeaturePattern({1.0, 2.0}, {}));
     EXPECT_FALSE(loaded == ktFeaturePattern({1.0, 2.0}, {0}));
     EXPECT_FALSE(ktFeaturePattern({1.0, 2.0}, {0}) == loaded);

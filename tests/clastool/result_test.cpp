@@ -1,50 +1,10 @@
-#include "refusals.h"
+#include "values_kit.h"
 
 namespace {
 
-using CategoryResult = ktClassifierCategoryResult;
-using CategoryResults = std::vector<CategoryResult>;
-using Labels = std::vector<long>;
 using namespace kt_test;
 using ktClassifierDefs::BadLabel;
 using ktClassifierDefs::BadParams;
-
-constexpr const char* notUnique = "The category labels of the match results must be unique.";
-constexpr const char* noClassScore = "At least one of the classification scores must be > 0.";
-constexpr const char* noFrequency = "At least one of the category frequencies must be > 0.";
-constexpr const char* noMatch = "At least one of the resulting classification scores must be > 0.";
-constexpr const char* negativeLabel = "Category labels must be >= 0";
-constexpr const char* badScore = "Scores must be >= 0.0 and <= 1.0";
-constexpr const char* negativeCost = "Costs must be >= 0.0";
-
-/// A match of a category, as the cost-weighted constructor takes it.
-CategoryResult match(long label, double score)
-{
-    return {label, score, 0.0, 0.0};
-}
-
-/// A category result that the constructor would refuse, as only an archive brings it.
-CategoryResult unchecked(long label, double matchScore, double classScore, double cost)
-{
-    return kt_test::load<CategoryResult>(
-        kt_test::store(static_cast<unsigned char>(0), label, matchScore, classScore, cost));
-}
-
-ktClassifierResult decide(const CategoryResults& matches, const ktClassifierFrequencies& frequencies = {},
-                          const ktClassifierCosts& costs = {})
-{
-    return {matches, frequencies, costs, 0.0};
-}
-
-const CategoryResult& entryOf(const ktClassifierResult& result, long label)
-{
-    for (const CategoryResult& entry : result.categoryResults()) {
-        if (entry.categoryLabel() == label) {
-            return entry;
-        }
-    }
-    throw std::out_of_range("no such label");
-}
 
 TEST(ClassifierResult, NewOneIsEmpty)
 {
@@ -212,12 +172,12 @@ TEST(DecisionRule, DecidesForTheBestMatchByDefault)
 {
     const ktClassifierResult result = decide({match(1, 0.8), match(2, 0.2)});
     EXPECT_EQ(labelsOf(result), Labels({1, 2}));
-    EXPECT_DOUBLE_EQ(entryOf(result, 1).classScore(), 0.8);
-    EXPECT_DOUBLE_EQ(entryOf(result, 2).classScore(), 0.2);
-    EXPECT_DOUBLE_EQ(entryOf(result, 1).expectedCost(), 0.2);
-    EXPECT_DOUBLE_EQ(entryOf(result, 2).expectedCost(), 0.8);
-    EXPECT_EQ(entryOf(result, 1).matchScore(), 0.8);
-    EXPECT_EQ(entryOf(result, 2).matchScore(), 0.2);
+    EXPECT_DOUBLE_EQ(entryFor(result, 1).classScore(), 0.8);
+    EXPECT_DOUBLE_EQ(entryFor(result, 2).classScore(), 0.2);
+    EXPECT_DOUBLE_EQ(entryFor(result, 1).expectedCost(), 0.2);
+    EXPECT_DOUBLE_EQ(entryFor(result, 2).expectedCost(), 0.8);
+    EXPECT_EQ(entryFor(result, 1).matchScore(), 0.8);
+    EXPECT_EQ(entryFor(result, 2).matchScore(), 0.2);
 }
 
 TEST(DecisionRule, OutweighsAMatchByItsFrequency)
@@ -239,9 +199,9 @@ TEST(DecisionRule, WeighsADecisionByItsCosts)
     costs.misclassificationCostOverride(2, 1, 10.0);
     const ktClassifierResult result = decide({match(1, 0.8), match(2, 0.2)}, {}, costs);
     EXPECT_EQ(labelsOf(result), Labels({2, 1})) << "although its class score is lower";
-    EXPECT_DOUBLE_EQ(entryOf(result, 1).expectedCost(), 2.0);
-    EXPECT_DOUBLE_EQ(entryOf(result, 2).expectedCost(), 0.8);
-    EXPECT_DOUBLE_EQ(entryOf(result, 1).classScore(), 0.8);
+    EXPECT_DOUBLE_EQ(entryFor(result, 1).expectedCost(), 2.0);
+    EXPECT_DOUBLE_EQ(entryFor(result, 2).expectedCost(), 0.8);
+    EXPECT_DOUBLE_EQ(entryFor(result, 1).classScore(), 0.8);
 }
 
 TEST(DecisionRule, CostsAreLookedUpByTrueThenAssignedLabel)
@@ -249,9 +209,9 @@ TEST(DecisionRule, CostsAreLookedUpByTrueThenAssignedLabel)
     ktClassifierCosts costs(0.0);
     costs.misclassificationCostOverride(1, 2, 10.0);
     const ktClassifierResult result = decide({match(1, 0.5), match(2, 0.25), match(3, 0.25)}, {}, costs);
-    EXPECT_EQ(entryOf(result, 1).expectedCost(), 0.0);
-    EXPECT_DOUBLE_EQ(entryOf(result, 2).expectedCost(), 5.0);
-    EXPECT_EQ(entryOf(result, 3).expectedCost(), 0.0);
+    EXPECT_EQ(entryFor(result, 1).expectedCost(), 0.0);
+    EXPECT_DOUBLE_EQ(entryFor(result, 2).expectedCost(), 5.0);
+    EXPECT_EQ(entryFor(result, 3).expectedCost(), 0.0);
     EXPECT_EQ(labelsOf(result), Labels({1, 3, 2}));
 }
 
@@ -283,8 +243,8 @@ TEST(DecisionRule, CategoryWithoutAMatchIsAnEntryToo)
 {
     const ktClassifierResult result = decide({match(1, 0.0), match(2, 0.5), match(3, 0.0)});
     EXPECT_EQ(labelsOf(result), Labels({2, 1, 3}));
-    EXPECT_TRUE(entryOf(result, 1) == CategoryResult(1, 0.0, 0.0, 1.0));
-    EXPECT_TRUE(entryOf(result, 2) == CategoryResult(2, 0.5, 1.0, 0.0));
+    EXPECT_TRUE(entryFor(result, 1) == CategoryResult(1, 0.0, 0.0, 1.0));
+    EXPECT_TRUE(entryFor(result, 2) == CategoryResult(2, 0.5, 1.0, 0.0));
 }
 
 TEST(DecisionRule, RefusesInTheOrderOfItsSteps)
@@ -346,8 +306,8 @@ TEST(DecisionRule, NanIsAnAnswerAndComesAfterEveryNumber)
     // Label 2 has no posterior, so what deciding for 1 costs is infinity times 0.
     const ktClassifierResult result = decide({match(1, 1.0), match(2, 0.0), match(3, 0.0)}, {}, infinite);
     EXPECT_EQ(labelsOf(result), Labels({2, 3, 1}));
-    EXPECT_TRUE(std::isnan(entryOf(result, 1).expectedCost()));
-    EXPECT_EQ(entryOf(result, 2).expectedCost(), 1.0);
+    EXPECT_TRUE(std::isnan(entryFor(result, 1).expectedCost()));
+    EXPECT_EQ(entryFor(result, 2).expectedCost(), 1.0);
 
     const ktClassifierResult unknown = decide({match(4, NaN), match(2, 0.5), match(3, 0.5)});
     EXPECT_EQ(labelsOf(unknown), Labels({4, 2, 3})) << "all NaN, so the order given";
@@ -363,7 +323,7 @@ TEST(DecisionRule, InfiniteCostIsTheLastNumber)
     costs.misclassificationCostOverride(2, 1, infinity);
     const ktClassifierResult result = decide({match(1, 0.9), match(2, 0.1)}, {}, costs);
     EXPECT_EQ(labelsOf(result), Labels({2, 1}));
-    EXPECT_EQ(entryOf(result, 1).expectedCost(), infinity);
+    EXPECT_EQ(entryFor(result, 1).expectedCost(), infinity);
 }
 
 TEST(DecisionRule, WhatACategoryAddsToTheCostsOfOthersIsNotInItsOwn)
@@ -482,7 +442,7 @@ TEST(DecisionRule, AgreesWithASecondImplementationOfHigherPrecision)
         ASSERT_EQ(result.categoryResults().size(), expected.size());
         double classScoreSum = 0.0;
         for (std::size_t i = 0; i < expected.size(); ++i) {
-            const CategoryResult& entry = entryOf(result, given.labels[i]);
+            const CategoryResult& entry = entryFor(result, given.labels[i]);
             EXPECT_EQ(entry.matchScore(), given.matches[i].matchScore());
             EXPECT_NEAR(entry.classScore(), expected[i].classScore, 1e-13 * expected[i].classScore);
             EXPECT_NEAR(entry.expectedCost(), expected[i].expectedCost, 1e-13 * expected[i].expectedCost);
@@ -505,7 +465,7 @@ TEST(DecisionRule, KeepsTheOrderOfOperationsToTheLastBit)
         }
         const ktClassifierResult result = decide(given.matches, given.frequencies, given.costs);
         for (const CategoryResult& entry : decided) {
-            EXPECT_TRUE(entryOf(result, entry.categoryLabel()) == entry) << entry.categoryLabel();
+            EXPECT_TRUE(entryFor(result, entry.categoryLabel()) == entry) << entry.categoryLabel();
         }
         EXPECT_EQ(labelsOf(result), expectedOrder(decided));
     }
@@ -561,7 +521,7 @@ TEST(DecisionRule, TakesTheFirstOverrideOfAPairFromAnyTable)
             const std::vector<Decided> expected = decideByHand<double>(given);
             const ktClassifierResult result = decide(given.matches, given.frequencies, given.costs);
             for (std::size_t i = 0; i < expected.size(); ++i) {
-                EXPECT_TRUE(entryOf(result, given.labels[i]) ==
+                EXPECT_TRUE(entryFor(result, given.labels[i]) ==
                             CategoryResult(given.labels[i], given.matches[i].matchScore(), expected[i].classScore,
                                            expected[i].expectedCost));
             }

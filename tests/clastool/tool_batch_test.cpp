@@ -6,54 +6,6 @@ namespace {
 
 using namespace kt_test;
 
-using Calls = std::vector<std::string>;
-using Knn = ktClassifierTrainParamsKNN;
-using Patterns = std::vector<PatternHandle>;
-using Results = std::vector<ktClassifierResult>;
-
-constexpr long numKept = 700;
-
-/// Whole numbers, so that there are ties.
-std::vector<double> measurements(long i)
-{
-    return {static_cast<double>(i % 31), static_cast<double>(i * 7 % 53), static_cast<double>(i * i % 17)};
-}
-
-/// Enough patterns for a search of several queries at once.
-ktClassifierTool neighbors(long k = 5, double order = 2.0)
-{
-    ktClassifierDataProviderMemory data;
-    for (long i = 0; i < numKept; ++i) {
-        data.addData(pattern(measurements(i)), i % 7);
-    }
-    ktClassifierTool tool;
-    tool.train(data, Knn(k, ktPatternDistanceMetricNorm(order), ktClassifierCosts(1.0)));
-    return tool;
-}
-
-Patterns queries(long count)
-{
-    Patterns patterns;
-    for (long i = 0; i < count; ++i) {
-        patterns.push_back(pattern(measurements(5 * i + 3)));
-    }
-    return patterns;
-}
-
-Results oneByOne(const ktClassifierTool& tool, const Patterns& patterns)
-{
-    Results results(patterns.size());
-    for (std::size_t i = 0; i < patterns.size(); ++i) {
-        tool.run(*patterns[i], results[i]);
-    }
-    return results;
-}
-
-Results untouched()
-{
-    return {untouchedResult(), ktClassifierResult(), untouchedResult()};
-}
-
 TEST(ToolBatch, AnswersAsRunsOneByOneForEachTechnique)
 {
     ktClassifierTool bayes;
@@ -62,16 +14,16 @@ TEST(ToolBatch, AnswersAsRunsOneByOneForEachTechnique)
     const Patterns few = {pattern({3, 4}), pattern({0, 1}), pattern({5, 5})};
     Results results;
     bayes.run(few, results);
-    EXPECT_EQ(results, oneByOne(bayes, few));
+    EXPECT_EQ(results, answersOf(bayes, few));
     const ktClassifierTool tree = trainedTree();
     tree.run(few, results);
-    EXPECT_EQ(results, oneByOne(tree, few));
+    EXPECT_EQ(results, answersOf(tree, few));
     for (const double order : {2.0, 1.0, 1.5}) {
         for (const long count : {1L, 5L, 31L, 32L, 100L, 1100L}) {
             SCOPED_TRACE(testing::Message() << "order " << order << ", " << count << " patterns");
-            const ktClassifierTool tool = neighbors(5, order);
+            const ktClassifierTool tool = neighborsTool(5, order);
             tool.run(queries(count), results);
-            EXPECT_EQ(results, oneByOne(tool, queries(count)));
+            EXPECT_EQ(results, answersOf(tool, queries(count)));
         }
     }
 }
@@ -114,11 +66,11 @@ TEST_F(Tool, BatchHandsOnEachPatternResultDiagnosticsAndFlags)
 
 TEST_F(Tool, BatchOfNeighborsAsksTheDiagnosticsObjectOnceForEachPattern)
 {
-    const ktClassifierTool tool = neighbors();
+    const ktClassifierTool tool = neighborsTool();
     Results results;
     tool.run(queries(100), results, &caller_, 4);
     EXPECT_EQ(caller_.timesAsked(), 100);
-    EXPECT_EQ(results, oneByOne(tool, queries(100)));
+    EXPECT_EQ(results, answersOf(tool, queries(100)));
 }
 
 TEST_F(Tool, BatchEndsWithTheErrorOfTheFirstPatternThatIsRefused)
@@ -137,7 +89,7 @@ TEST_F(Tool, BatchEndsWithTheErrorOfTheFirstPatternThatIsRefused)
 TEST(ToolBatch, OfNeighborsEndsWithTheErrorOfTheFirstPatternThatIsRefused)
 {
     const char* const invalid = "K-nearest neighbor classification does not support invalid measurements";
-    const ktClassifierTool tool = neighbors();
+    const ktClassifierTool tool = neighborsTool();
     for (const std::size_t place : {0u, 1u, 40u, 99u}) {
         for (const PatternHandle& refused : {pattern({1, 2, 3}, {1}), pattern({1, 2}), pattern({})}) {
             Patterns patterns = queries(100);
@@ -181,7 +133,7 @@ std::vector<long> pollsOneByOne(const ktClassifierTool& tool, const Patterns& pa
 
 TEST(ToolBatch, PollsAsRunsOneByOneDoAndIsAbortedAtEachPoll)
 {
-    const ktClassifierTool tool = neighbors();
+    const ktClassifierTool tool = neighborsTool();
     const Patterns patterns = queries(70);
     const std::vector<long> expected = pollsOneByOne(tool, patterns);
     const long all = expected.back();
@@ -193,7 +145,7 @@ TEST(ToolBatch, PollsAsRunsOneByOneDoAndIsAbortedAtEachPoll)
         EXPECT_EQ(attention.polls(), n);
         EXPECT_EQ(results, untouched());
     }
-    const Results answers = oneByOne(tool, patterns);
+    const Results answers = answersOf(tool, patterns);
     const kt_test::Attention attention;
     Results results;
     tool.run(patterns, results);
@@ -203,7 +155,7 @@ TEST(ToolBatch, PollsAsRunsOneByOneDoAndIsAbortedAtEachPoll)
 
 TEST(ToolBatch, PollsForThePatternsBeforeARefusedOne)
 {
-    const ktClassifierTool tool = neighbors();
+    const ktClassifierTool tool = neighborsTool();
     const std::vector<long> expected = pollsOneByOne(tool, queries(40));
     Patterns patterns = queries(50);
     patterns[40] = pattern({1, 2});
@@ -232,7 +184,7 @@ TEST(ToolBatch, AsksAClassifierDerivedFromTheLibrarysForEachPattern)
 {
     ktClassifierDataProviderMemory data;
     for (long i = 0; i < numKept; ++i) {
-        data.addData(pattern(measurements(i)), 3);
+        data.addData(pattern(measurementsWithTies(i)), 3);
     }
     ktClassifierTool tool;
     tool.train(data, OwnParams());
@@ -250,7 +202,7 @@ TEST(ToolBatch, SeesPatternsThatWereAddedOrAssigned)
     ktClassifierDataProviderMemory data;
     data.addData(owned, 50);
     for (long i = 0; i < numKept; ++i) {
-        data.addData(pattern(measurements(i)), i % 7);
+        data.addData(pattern(measurementsWithTies(i)), i % 7);
     }
     kt_ClassifierKNN classifier;
     classifier.train(data, Knn(1));
@@ -259,10 +211,10 @@ TEST(ToolBatch, SeesPatternsThatWereAddedOrAssigned)
     const Patterns patterns = queries(40);
     Results before;
     tool.run(patterns, before);
-    *owned = ktFeaturePattern(measurements(3), {});
+    *owned = ktFeaturePattern(measurementsWithTies(3), {});
     Results after;
     tool.run(patterns, after);
-    EXPECT_EQ(after, oneByOne(tool, patterns));
+    EXPECT_EQ(after, answersOf(tool, patterns));
     EXPECT_EQ(kt_test::labelsOf(after[0]), std::vector<long>{50});
     EXPECT_NE(after, before);
 }
@@ -270,7 +222,7 @@ TEST(ToolBatch, SeesPatternsThatWereAddedOrAssigned)
 TEST(ToolMemory, BatchThatIsSearchedOneByOneTakesNoMoreThanAPointerAndAFlagForAPattern)
 {
     kt_test::needCounts();
-    const ktClassifierTool tool = neighbors();
+    const ktClassifierTool tool = neighborsTool();
     const Patterns patterns = queries(1000);
     Results results;
     const kt_test::MemoryWatch watch;

@@ -1,15 +1,10 @@
 #include "tool_kit.h"
 
 #include "support/archivable_kit.h"
-#include "support/technique.h"
 
 namespace {
 
 using namespace kt_test;
-
-using Calls = std::vector<std::string>;
-using Knn = ktClassifierTrainParamsKNN;
-using Stop = std::runtime_error;
 
 // Copies
 

@@ -4,9 +4,6 @@ namespace {
 
 using namespace kt_test;
 
-using Calls = std::vector<std::string>;
-using Knn = ktClassifierTrainParamsKNN;
-
 // Running
 
 TEST_F(Tool, RunHandsOnPatternResultDiagnosticsAndFlags)

@@ -1,18 +1,9 @@
 #include "tool_kit.h"
 
-#include "support/technique.h"
-
 namespace {
 
 using namespace kt_test;
 
-using Calls = std::vector<std::string>;
-using Knn = ktClassifierTrainParamsKNN;
-using Stop = std::runtime_error;
-
-constexpr const char* notAutomatic = "Classifier tool was not automatically trained.";
-constexpr const char* notByTree = "Classifier tool was not trained using a decision tree.";
-constexpr const char* otherTechnique = "Cannot retrain with a different classification technique.";
 constexpr const char* notImplemented =
     "The classification method specified by the training parameters is not implemented.";
 
@@ -283,7 +274,7 @@ TEST_F(ToolRetrain, WithAnotherTechniqueChangesNothing)
 {
     tool_ = trainedKnn();
     const ktClassifierTool before(tool_);
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(params_); });
+    expectThrows<ktClassifierDefs::BadMethod>(toolOfOtherTechnique, [&] { tool_.retrain(params_); });
     EXPECT_TRUE(tool_ == before);
     EXPECT_TRUE(answer(tool_, {0}) == answer(before, {0}));
 }
@@ -359,8 +350,8 @@ TEST_F(ToolTree, LeavesNoParametersAndCannotBeRetrained)
 {
     tool_ = trainedTree();
     expectThrows<ktClassifierDefs::BadMethod>(notAutomatic, [&] { tool_.trainParams(); });
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(Knn()); });
-    expectThrows<ktClassifierDefs::BadMethod>(otherTechnique, [&] { tool_.retrain(params_); });
+    expectThrows<ktClassifierDefs::BadMethod>(toolOfOtherTechnique, [&] { tool_.retrain(Knn()); });
+    expectThrows<ktClassifierDefs::BadMethod>(toolOfOtherTechnique, [&] { tool_.retrain(params_); });
     EXPECT_EQ(script_.calls, Calls());
     EXPECT_TRUE(*tool_.decisionTree() == someTree()) << "it stays trained";
 }
@@ -368,7 +359,8 @@ TEST_F(ToolTree, LeavesNoParametersAndCannotBeRetrained)
 TEST_F(ToolTree, IsNotThereAfterAutomaticTraining)
 {
     tool_ = trainedKnn();
-    expectThrows<ktClassifierDefs::BadMethod>(notByTree, [&] { tool_.decisionTree(); });
+    expectThrows<ktClassifierDefs::BadMethod>("Classifier tool was not trained using a decision tree.",
+                                              [&] { tool_.decisionTree(); });
     EXPECT_EQ(dynamic_cast<const Knn&>(*tool_.trainParams()).k(), 3);
 }
 

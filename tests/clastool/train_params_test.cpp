@@ -3,17 +3,7 @@
 
 namespace {
 
-using kt_test::expectThrows;
-
-/// Parameters that add nothing to the base but what it asks for.
-struct PlainParams : ktClassifierTrainParams {
-    ktPtrHandle<ktClassifierTrainParams> clone() const override { return new PlainParams(*this); }
-    bool isSameTechnique_(const ktClassifierTrainParams&) const override { return false; }
-    kt_Classifier* newClassifier_() const override { return nullptr; }
-
-    using ktClassifierTrainParams::isEqual_;
-    using ktClassifierTrainParams::serialize_;
-};
+using namespace kt_test;
 
 TEST(TrainParams, ThrowIfNotReadyUnlessToldOtherwise)
 {

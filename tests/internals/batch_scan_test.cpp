@@ -1,7 +1,6 @@
 // Searches for many queries at once against runs one by one, to the bit, and the kernels of such searches against plain loops.
 
-#include "clss/clastool/neighbor_scan/batch_scan.h"
-#include "clss/clastool/neighbor_scan/batch_kernels.h"
+#include "scan_kit.h"
 
 #include "tests/support/allocations.h"
 
@@ -12,87 +11,11 @@
 #include <cmath>
 #include <limits>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
 
-using Row = std::vector<double>;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
-/// The sets of kernels that this machine can run.
-std::vector<std::pair<int, const kt_BatchKernels*>> batchKernels()
-{
-    std::vector<std::pair<int, const kt_BatchKernels*>> found;
-    for (const int set : {1, 2}) {
-        if (kt_CompactCopy::instructionSet(set) == set) {
-            found.emplace_back(set, set == 1 ? kt_avx2BatchKernels : kt_vnniBatchKernels);
-        }
-    }
-    kt_CompactCopy::instructionSet(2);
-    return found;
-}
-
-/// A value in whole numbers of steps from a centre, and what rounding and the end of their range took off.
-struct Rounded {
-    double whole = 0.0;
-    double lost = 0.0;
-    double outside = 0.0;
-};
-
-Rounded rounded(float value, float centre, float scale, float most)
-{
-    const auto steps = static_cast<double>((value - centre) * scale);
-    const double inside = std::clamp(steps, -static_cast<double>(most), static_cast<double>(most));
-    return {std::nearbyint(inside), inside - std::nearbyint(inside), steps - inside};
-}
-
-struct RoundedBlock {
-    std::vector<std::int16_t> rows;
-    std::vector<std::int32_t> squares;
-    double lost = 0.0;
-};
-
-RoundedBlock rounded(const std::vector<float>& block, const std::vector<float>& centre, std::size_t size, float scale,
-                     float most)
-{
-    const std::size_t numPairs = (size + 1) / 2;
-    RoundedBlock result{std::vector<std::int16_t>(numPairs * 2 * kt_blockRows),
-                        std::vector<std::int32_t>(kt_blockRows)};
-    for (std::size_t row = 0; row < kt_blockRows; ++row) {
-        double lost = 0.0;
-        for (std::size_t j = 0; j < size; ++j) {
-            const Rounded value = rounded(block[j * kt_blockRows + row], centre[j], scale, most);
-            lost += value.lost * value.lost;
-            result.rows[j / 2 * 2 * kt_blockRows + 2 * row + j % 2] = static_cast<std::int16_t>(value.whole);
-            result.squares[row] += static_cast<std::int32_t>(value.whole * value.whole);
-        }
-        result.lost = std::max(result.lost, lost);
-    }
-    return result;
-}
-
-std::vector<float> draw(ktRandomGaussian& normal, std::size_t size, std::size_t paddedSize, double deviation)
-{
-    std::vector<float> values(paddedSize);
-    std::generate_n(values.begin(), size, [&] { return static_cast<float>(normal.next(0.0, deviation)); });
-    return values;
-}
-
-std::size_t padded(std::size_t size)
-{
-    return (size + kt_batchPadding - 1) / kt_batchPadding * kt_batchPadding;
-}
-
-class BatchKernels : public testing::TestWithParam<std::size_t> {
-protected:
-    void TearDown() override { kt_CompactCopy::instructionSet(2); }
-
-    const std::size_t size_ = GetParam();
-    const std::size_t numPairs_ = (size_ + 1) / 2;
-    ktRandomGaussian normal_{static_cast<unsigned long>(size_)};
-};
+using namespace scans;
 
 TEST_P(BatchKernels, RoundBlocksAsPlainLoopsDo)
 {

@@ -1,4 +1,5 @@
-#include "clss/clastool/neighbor_scan/compact_copy.h"
+#include "scan_kit.h"
+
 #include "clss/clastool/neighbor_scan/leaf_order.h"
 #include "tests/support/allocations.h"
 
@@ -7,35 +8,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <numeric>
-#include <optional>
 #include <random>
 #include <vector>
 
 namespace {
 
-using Row = std::vector<double>;
-using Store = ktClassifierDataProviderMemory;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
-/// Patterns of one measurement: 0, 1, 2, ...
-Store line(int size)
-{
-    Store store;
-    for (int i = 0; i < size; ++i) {
-        store.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i);
-    }
-    return store;
-}
-
-/// The nearest row; nothing where that is left to the plain scan.
-std::optional<std::size_t> nearest(const kt_CompactCopy& copy, const Store& store, const Row& query, double order = 2.0)
-{
-    kt_RowList rows(1);
-    return copy.nearest(store, query, order, rows) ? std::optional<std::size_t>(rows[0]) : std::nullopt;
-}
+using namespace scans;
 
 TEST(CompactCopy, OfAStoreIsCurrentUntilTheStoreChanges)
 {

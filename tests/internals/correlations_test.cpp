@@ -16,14 +16,7 @@ using kt_normal::makeRegular;
 using kt_normal::Square;
 
 /// Ones on the diagonal and `beside` everywhere else: eigenvalues 1 - beside, and 1 + (size - 1) beside.
-Square alike(std::size_t size, double beside)
-{
-    Square matrix(size * size, beside);
-    for (std::size_t i = 0; i < size; ++i) {
-        matrix[i * size + i] = 1.0;
-    }
-    return matrix;
-}
+Square alike(std::size_t size, double beside);
 
 TEST(Correlations, AreRegularAboveTheLeastEigenvalue)
 {
@@ -103,6 +96,15 @@ TEST(Correlations, LargeMatricesPoll)
     EXPECT_ANY_THROW(isRegular(alike(600, 0.5), 600));
     EXPECT_EQ(polls, 5);
     kfSetAttentionHandler(nullptr, nullptr);
+}
+
+Square alike(std::size_t size, double beside)
+{
+    Square matrix(size * size, beside);
+    for (std::size_t i = 0; i < size; ++i) {
+        matrix[i * size + i] = 1.0;
+    }
+    return matrix;
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 // Rows that floats or the approximate power bring into the wrong order are told apart, with each set of kernels that the machine
 // has. That answers are those of the plain scan is shown by neighbor_cases_test.cpp.
 
-#include "clss/clastool/neighbor_scan/compact_copy.h"
+#include "scan_kit.h"
+
 #include "clss/clastool/neighbor_scan/kernels.h"
 #include "clss/clastool/neighbor_scan/leaf_order.h"
-#include "tests/support/neighbor_reference.h"
 
 #include <clastool/clastool.h>
 #include <gtest/gtest.h>
@@ -12,69 +12,15 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <iostream>
 #include <limits>
 #include <numeric>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
 
 namespace {
 
-using Row = std::vector<double>;
-
-/// Each test runs with every set of kernels that the machine has.
-class NeighborScan : public testing::TestWithParam<int> {
-protected:
-    void SetUp() override
-    {
-        if (kt_CompactCopy::instructionSet(GetParam()) != GetParam()) {
-            std::cout << "[   NOTE   ] this machine has no such instruction set; the baseline runs instead\n";
-        }
-    }
-    void TearDown() override { kt_CompactCopy::instructionSet(1); }
-};
-
-/// The nearest of some rows by their copy, and whether the copy answered.
-std::size_t nearestByCopy(const std::vector<Row>& rows, const Row& query, double order)
-{
-    ktClassifierDataProviderMemory store;
-    for (const Row& row : rows) {
-        store.addData(new ktFeaturePattern(row, {}), 0);
-    }
-    const ktPtrHandle<kt_CompactCopy> copy = new kt_CompactCopy;
-    copy->make(store);
-    kt_RowList found(1);
-    EXPECT_TRUE(copy->nearest(store, query, order, found));
-    return found[0];
-}
-
-/// The first of the nearest rows.
-std::size_t nearestByPlainScan(const std::vector<Row>& rows, const Row& query, double order)
-{
-    const auto distance = [&](const Row& row) { return kt_test::plainDistance(query, row, order); };
-    return static_cast<std::size_t>(
-        std::min_element(rows.begin(), rows.end(),
-                         [&](const Row& a, const Row& b) { return distance(a) < distance(b); }) -
-        rows.begin());
-}
-
-constexpr std::size_t width = 16;
-// Where a float's last place is 2^-24.
-constexpr double place = 0.75;
-
-/// A row that is so many last places away from `place`, the last measurement by another number.
-Row awayFromPlace(double distance, double last)
-{
-    Row row(width, place + distance * 0x1p-24);
-    row.back() = place + last * 0x1p-24;
-    return row;
-}
-
-/// Rows that bring the copy's scale to a power of two, so that its floats are those of the values.
-const Row lowest(width, -1.0);
-const Row highest(width, 1.0);
+using namespace scans;
 
 TEST_P(NeighborScan, RowsThatRoundingBringsIntoTheWrongOrderAreToldApart)
 {

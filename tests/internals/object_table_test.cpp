@@ -13,10 +13,7 @@ struct Entry {
 };
 
 /// An address, for a table that looks at nothing but addresses.
-const ktPersistent* at(std::uintptr_t address)
-{
-    return reinterpret_cast<const ktPersistent*>(address);
-}
+const ktPersistent* at(std::uintptr_t address);
 
 TEST(ObjectTable, FindsNothingWhileItIsEmpty)
 {
@@ -136,6 +133,11 @@ TEST(ObjectTable, AgreesWithAMapUnderRandomInsertionAndErasure)
             ASSERT_EQ(entry->value, map[address]) << step;
         }
     }
+}
+
+const ktPersistent* at(std::uintptr_t address)
+{
+    return reinterpret_cast<const ktPersistent*>(address);
 }
 
 }  // namespace

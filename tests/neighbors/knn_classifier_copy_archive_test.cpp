@@ -1,20 +1,10 @@
 #include "knn_classifier_kit.h"
 #include "metrics.h"
 
-#include "support/technique.h"
-
 namespace {
 
 using namespace kt_test;
 using namespace neighbors;
-
-using Data = ktClassifierDataProviderMemory;
-using Params = ktClassifierTrainParamsKNN;
-
-std::string withoutHeader(const std::string& bytes)
-{
-    return bytes.substr(kt_test::archiveHeader().size());
-}
 
 // Copies and comparison
 
@@ -123,7 +113,7 @@ TEST(KnnArchive, IsItsVersionItsBaseAndThePatterns)
 
 TEST(KnnArchive, OfAnUntrainedClassifierHoldsTwoNullPointers)
 {
-    EXPECT_EQ(kt_test::toHex(withoutHeader(kt_test::store(kt_ClassifierKNN()))), "00 00 00 00");
+    EXPECT_EQ(kt_test::toHex(afterHeader(kt_test::store(kt_ClassifierKNN()))), "00 00 00 00");
 }
 
 TEST(KnnArchive, SharedPatternsAreRestoredShared)

@@ -6,9 +6,6 @@ namespace {
 using namespace kt_test;
 using namespace neighbors;
 
-using Data = ktClassifierDataProviderMemory;
-using Params = ktClassifierTrainParamsKNN;
-
 // Hooks without kept patterns
 
 TEST(KnnHooks, NeedKeptPatterns)

@@ -1,70 +1,9 @@
 #include "knn_classifier_kit.h"
 
-#include "support/technique.h"
-
 namespace {
 
 using namespace kt_test;
 using namespace neighbors;
-
-using Data = ktClassifierDataProviderMemory;
-using Params = ktClassifierTrainParamsKNN;
-
-constexpr const char* notAllValid = "Access to full feature vector requires that all features are valid.";
-constexpr const char* otherTechnique = "The training parameters are for a different classification technique.";
-constexpr const char* notTrainedToRun = "Classifier tool must be trained before running.";
-
-/// A provider of the user's own, which notes what it is asked for.
-class NotingProvider : public ktClassifierDataProvider {
-public:
-    struct Row {
-        PatternHandle pattern;
-        long label;
-    };
-
-    NotingProvider(kt_test::Script& script, std::vector<Row> rows) : script_(&script), rows_(std::move(rows)) {}
-
-    std::string name() override { return noted("name"); }
-    std::string description() override { return noted("description"); }
-    long numMeasurements() const override { return 0; }
-    long numPatterns() const override
-    {
-        script_->note("numPatterns");
-        return static_cast<long>(rows_.size());
-    }
-    PatternHandle featurePattern(long index) override
-    {
-        script_->note("pattern " + std::to_string(index));
-        return rows_[static_cast<std::size_t>(index)].pattern;
-    }
-    long categoryLabel(long index) const override
-    {
-        script_->note("label " + std::to_string(index));
-        return rows_[static_cast<std::size_t>(index)].label;
-    }
-
-private:
-    std::string noted(const std::string& call)
-    {
-        script_->note(call);
-        return "the " + call;
-    }
-
-    kt_test::Script* script_;
-    std::vector<Row> rows_;
-};
-
-/// The patterns that a classifier keeps, as its archive tells.
-Data keptBy(const kt_ClassifierKNN& classifier)
-{
-    kt_test::LoadingArchive archive(kt_test::store(classifier));
-    const ktArchive::Pass pass(archive);
-    unsigned char version = 0;
-    ktPtrHandle<Params> params;
-    ktPtrHandle<Data> data;
-    archive || version || version || params || data;
-    return *data;
-}
 
 // Training
 
@@ -219,9 +158,11 @@ TEST(KnnTraining, RefusesParametersOfAnotherTechnique)
     kt_test::Script script;
     const kt_test::TechniqueParams foreign(script, 1);
     OpenKNN classifier = trained(line, Params(3));
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, [&] { classifier.train_(trainingData({}), foreign); });
+    expectThrows<ktClassifierDefs::BadParams>(paramsOfOtherTechnique,
+                                              [&] { classifier.train_(trainingData({}), foreign); });
     EXPECT_TRUE(keptBy(classifier) == trainingData(line)) << "the hook changed nothing";
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, [&] { classifier.train(trainingData({}), foreign); });
+    expectThrows<ktClassifierDefs::BadParams>(paramsOfOtherTechnique,
+                                              [&] { classifier.train(trainingData({}), foreign); });
     EXPECT_FALSE(classifier.isTrained());
     EXPECT_TRUE(classifier.storedParams().isNull());
 }
@@ -304,7 +245,7 @@ TEST(KnnRetraining, RefusesForeignParametersThatClaimTheTechnique)
     kt_test::Script script;
     OpenKNN classifier = trained(line, Params(3));
     const ktClassifierResult before = answer(classifier, {0});
-    expectThrows<ktClassifierDefs::BadParams>(otherTechnique, [&] { classifier.retrain(Claiming(script, 1)); });
+    expectThrows<ktClassifierDefs::BadParams>(paramsOfOtherTechnique, [&] { classifier.retrain(Claiming(script, 1)); });
     EXPECT_EQ(dynamic_cast<const Params&>(*classifier.trainParams()).k(), 3);
     EXPECT_TRUE(answer(classifier, {0}) == before);
 }

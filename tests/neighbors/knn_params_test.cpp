@@ -6,31 +6,9 @@ namespace {
 
 using namespace kt_test;
 
-constexpr const char* badK = "K must be >= 1";
-
 using Params = ktClassifierTrainParamsKNN;
 
-/// The hooks of the parameters, open to a test.
-struct OpenParams : Params {
-    using Params::Params;
-    explicit OpenParams(const Params& params) : Params(params) {}
-    using Params::isEqual_;
-    using Params::isSameTechnique_;
-    using Params::newClassifier_;
-    using Params::serialize_;
-};
-
-ktClassifierCosts someCosts()
-{
-    ktClassifierCosts costs(2.5);
-    costs.misclassificationCostOverride(1, 0, 10.0);
-    return costs;
-}
-
-double orderOf(const Params& params)
-{
-    return dynamic_cast<const ktPatternDistanceMetricNorm&>(*params.distanceMetric()).order();
-}
+constexpr const char* badK = "K must be >= 1";
 
 TEST(KnnParams, AreOneNeighbourTheEuclideanNormAndUnitCostsUnlessToldOtherwise)
 {
@@ -238,7 +216,7 @@ TEST(KnnParams, ThrowIfNotReadyDoesNotMatterForEquality)
 TEST(KnnParams, AreNotEqualToParametersOfAnotherTechnique)
 {
     kt_test::Script script;
-    EXPECT_FALSE(OpenParams().isEqual_(kt_test::TechniqueParams(script, 1)));
+    EXPECT_FALSE(OpenParams<Params>().isEqual_(kt_test::TechniqueParams(script, 1)));
 }
 
 TEST(KnnParams, ComparisonNeedsBothMetricsOnceClassAndKAreEqual)
@@ -250,7 +228,7 @@ TEST(KnnParams, ComparisonNeedsBothMetricsOnceClassAndKAreEqual)
     expectThrows<ktBadPointer>("", [&] { static_cast<void>(whole == without); });
     expectThrows<ktBadPointer>("", [&] { static_cast<void>(without == whole); });
     expectThrows<ktBadPointer>("", [&] { static_cast<void>(without == without); });
-    EXPECT_FALSE(OpenParams(without).isEqual_(kt_test::TechniqueParams(script, 1))) << "the class comes first";
+    EXPECT_FALSE(OpenParams<Params>(without).isEqual_(kt_test::TechniqueParams(script, 1))) << "the class comes first";
     whole.k(4);
     EXPECT_FALSE(whole == without) << "k comes before the metric";
     EXPECT_FALSE(without == whole);
@@ -259,15 +237,15 @@ TEST(KnnParams, ComparisonNeedsBothMetricsOnceClassAndKAreEqual)
 TEST(KnnParams, AreOfOneTechniqueWhateverTheirValues)
 {
     kt_test::Script script;
-    const OpenParams params;
+    const OpenParams<Params> params;
     EXPECT_TRUE(params.isSameTechnique_(Params(7, kt_test::Chebyshev(), someCosts())));
-    EXPECT_TRUE(params.isSameTechnique_(OpenParams(3))) << "a derived class";
+    EXPECT_TRUE(params.isSameTechnique_(OpenParams<Params>(3))) << "a derived class";
     EXPECT_FALSE(params.isSameTechnique_(kt_test::TechniqueParams(script, 1)));
 }
 
 TEST(KnnParams, MakeANewUntrainedNearestNeighbourClassifier)
 {
-    const OpenParams params(7);
+    const OpenParams<Params> params(7);
     kt_Classifier* const made = params.newClassifier_();
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->refCount(), 0) << "the caller owns it";

@@ -4,26 +4,6 @@ namespace {
 
 using namespace kt_test;
 
-constexpr const char* badOrder = "Order of norm distance must be > 0";
-constexpr const char* unequalSizes =
-    "Pattern distance function requires the number of measurementsin the two patterns to be equal";
-constexpr const char* notAllValid = "Access to full feature vector requires that all features are valid.";
-
-double distance(const ktPatternDistanceMetric& metric, const std::vector<double>& a, const std::vector<double>& b)
-{
-    return metric.distance(ktFeaturePattern(a, {}), ktFeaturePattern(b, {}));
-}
-
-/// The layers of a norm, open to a test.
-struct OpenNorm : ktPatternDistanceMetricNorm {
-    using ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm;
-    using ktPatternDistanceMetricNorm::serialize_;
-    void serializeBase(ktArchive& archive, unsigned char version)
-    {
-        ktPatternDistanceMetric::serialize_(archive, version);
-    }
-};
-
 TEST(Metric, HasOnePersistentPartAndOneCountWhateverElseItDerivesFrom)
 {
     struct Other : virtual ktPersistent, virtual ktRepBase {};

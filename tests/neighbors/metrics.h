@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/messages.h"
 #include "support/test.h"
 
 // Metrics as a user of the library would write them.
@@ -63,6 +64,28 @@ private:
 inline CloneBy withoutClone()
 {
     return CloneBy([] { return ktPtrHandle<ktPatternDistanceMetric>(); });
+}
+
+inline double distance(const ktPatternDistanceMetric& metric, const std::vector<double>& a,
+                       const std::vector<double>& b)
+{
+    return metric.distance(ktFeaturePattern(a, {}), ktFeaturePattern(b, {}));
+}
+
+/// The layers of a norm, open to a test.
+struct OpenNorm : ktPatternDistanceMetricNorm {
+    using ktPatternDistanceMetricNorm::ktPatternDistanceMetricNorm;
+    using ktPatternDistanceMetricNorm::serialize_;
+    void serializeBase(ktArchive& archive, unsigned char version)
+    {
+        ktPatternDistanceMetric::serialize_(archive, version);
+    }
+};
+
+/// The order of the norm in such parameters.
+inline double orderOf(const ktClassifierTrainParamsKNN& params)
+{
+    return dynamic_cast<const ktPatternDistanceMetricNorm&>(*params.distanceMetric()).order();
 }
 
 }  // namespace kt_test

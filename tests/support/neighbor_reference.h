@@ -10,7 +10,7 @@
 #include <vector>
 
 // The search for the nearest neighbours as it is defined: the distance to every pattern, a sorted list, votes. What every test of
-// faster searches is compared with. neighbors/knn_oracle_test.cpp has another one that does not go by the list.
+// faster searches is compared with. neighbors/knn_oracle.h has another one that does not go by the list.
 
 namespace kt_test {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "training.h"
+
 #include <clastool/classifier.h>
 
 #include <functional>
@@ -244,6 +246,53 @@ private:
 inline long valueOf(const ktPtrHandle_const<ktClassifierTrainParams>& params)
 {
     return params.isNull() ? -1 : dynamic_cast<const TechniqueParams&>(*params).value();
+}
+
+/// Parameters that add nothing to the base but what it asks for.
+struct PlainParams : ktClassifierTrainParams {
+    ktPtrHandle<ktClassifierTrainParams> clone() const override { return new PlainParams(*this); }
+    bool isSameTechnique_(const ktClassifierTrainParams&) const override { return false; }
+    kt_Classifier* newClassifier_() const override { return nullptr; }
+
+    using ktClassifierTrainParams::isEqual_;
+    using ktClassifierTrainParams::serialize_;
+};
+
+/// The hooks of a classifier, open to a test.
+template <class Classifier>
+struct OpenClassifier : Classifier {
+    OpenClassifier() = default;
+    explicit OpenClassifier(const Classifier& other) : Classifier(other) {}
+    using Classifier::checkRunnable_;
+    using Classifier::isTrained_;
+    using Classifier::retrain_;
+    using Classifier::run_;
+    using Classifier::serialize_;
+    using Classifier::storedParams;
+    using Classifier::train_;
+    using Classifier::trainIncremental_;
+    using Classifier::trainStart_;
+    using Classifier::untrain_;
+};
+
+/// The hooks of a technique's parameters, open to a test.
+template <class Params>
+struct OpenParams : Params {
+    using Params::Params;
+    explicit OpenParams(const Params& params) : Params(params) {}
+    using Params::isEqual_;
+    using Params::isSameTechnique_;
+    using Params::newClassifier_;
+    using Params::serialize_;
+};
+
+/// The result of a run, which must not throw.
+template <class Trained>
+ktClassifierResult answer(const Trained& trained, const std::vector<double>& measurements)
+{
+    ktClassifierResult result = untouchedResult();
+    trained.run(ktFeaturePattern(measurements, {}), result);
+    return result;
 }
 
 }  // namespace kt_test

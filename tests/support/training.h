@@ -2,6 +2,7 @@
 
 #include <clastool/training_data.h>
 
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -58,6 +59,42 @@ inline std::vector<std::vector<double>> measurementsOf(ktClassifierDataProviderM
         rows.push_back(data.featurePattern(i)->featureMeasurements(false));
     }
     return rows;
+}
+
+/// The category result of a label. Throws std::out_of_range if there is none.
+inline const ktClassifierCategoryResult& entryFor(const ktClassifierResult& result, long label)
+{
+    for (const ktClassifierCategoryResult& entry : result.categoryResults()) {
+        if (entry.categoryLabel() == label) {
+            return entry;
+        }
+    }
+    throw std::out_of_range("no such label");
+}
+
+/// Three whole numbers that depend on `i`, so that some patterns are equally far from others.
+inline std::vector<double> measurementsWithTies(long i)
+{
+    return {static_cast<double>(i % 31), static_cast<double>(i * 7 % 53), static_cast<double>(i * i % 17)};
+}
+
+/// The results of runs one by one.
+template <class Trained>
+std::vector<ktClassifierResult> answersOf(const Trained& trained, const std::vector<PatternHandle>& patterns)
+{
+    std::vector<ktClassifierResult> results(patterns.size());
+    for (std::size_t i = 0; i < patterns.size(); ++i) {
+        trained.run(*patterns[i], results[i]);
+    }
+    return results;
+}
+
+/// Default 2.5, (1, 0) costs 10.
+inline ktClassifierCosts someCosts()
+{
+    ktClassifierCosts costs(2.5);
+    costs.misclassificationCostOverride(1, 0, 10.0);
+    return costs;
 }
 
 /// A result that no run gives, to see whether a run left it alone.

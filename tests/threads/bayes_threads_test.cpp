@@ -1,51 +1,10 @@
 #include "bayes/bayes_kit.h"
-#include "threads/each_thread.h"
+#include "threads/tools.h"
 
 namespace {
 
 using namespace bayes;
 using namespace threads;
-
-/// Four categories of a joint group, a single measurement and a binomial one.
-ktClassifierTool trainedTool()
-{
-    Types types;
-    ktClassifierDataProviderMemory data;
-    for (long label = 0; label < 4; ++label) {
-        types.setDependent(label, {0, 1, 2, 3});
-        types.distributionTypeOverride(label, 5, Types::eBinomial);
-        const auto shift = static_cast<double>(label);
-        for (int row = 0; row < 9; ++row) {
-            const double x = 0.5 * row;
-            data.addData(
-                kt_test::pattern({x + shift, x * x, 3.0 - shift * x, x - 2.0 * shift, shift, static_cast<double>(row)}),
-                label);
-        }
-    }
-    ktClassifierTool tool;
-    tool.train(data, bayes::Params(types, {}, {}, ktFeaturePattern(std::vector<double>(6, 20.0), {})));
-    return tool;
-}
-
-const std::vector<ktFeaturePattern>& queries()
-{
-    static const std::vector<ktFeaturePattern> made = {
-        {{1.0, 2.0, 3.0, 0.5, 1.0, 4.0}, {}},
-        {{1.0, 2.0, 3.0, 0.5, 1.0, 4.0}, {1, 3}},
-        {{4.0, 2.5, -3.0, -0.5, 3.0, 9.0}, {5}},
-        {{1e200, 0.0, 0.0, 0.0, 0.0, 0.0}, {}},
-    };
-    return made;
-}
-
-std::vector<ktClassifierResult> answers(const ktClassifierTool& tool)
-{
-    std::vector<ktClassifierResult> results(queries().size());
-    for (std::size_t i = 0; i < results.size(); ++i) {
-        tool.run(queries()[i], results[i]);
-    }
-    return results;
-}
 
 // First, so that the table is not there yet.
 TEST(BayesThreads, ThreadsRaceToTheTableOfLogarithmsAndGiveTheSameBits)
@@ -62,26 +21,26 @@ TEST(BayesThreads, ThreadsRaceToTheTableOfLogarithmsAndGiveTheSameBits)
 
 TEST(BayesThreads, ThreadsRaceToTheFactorisationAndGiveTheSameBits)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<ktClassifierResult> expected = answers(tool);
+    const ktClassifierTool tool = bayesTool();
+    const std::vector<ktClassifierResult> expected = bayesAnswers(tool);
     const std::string bytes = kt_test::store(tool);
     for (int round = 0; round < 50; ++round) {
         // A loaded tool has evaluated none of its densities.
         const ktClassifierTool fresh = kt_test::load<ktClassifierTool>(bytes);
         std::atomic<int> wrong{0};
-        onEachThread([&](int) { wrong += answers(fresh) == expected ? 0 : 1; });
+        onEachThread([&](int) { wrong += bayesAnswers(fresh) == expected ? 0 : 1; });
         EXPECT_EQ(wrong, 0) << round;
     }
 }
 
 TEST(BayesThreads, ThreadsRunOneTool)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<ktClassifierResult> expected = answers(tool);
+    const ktClassifierTool tool = bayesTool();
+    const std::vector<ktClassifierResult> expected = bayesAnswers(tool);
     std::atomic<int> wrong{0};
     onEachThread([&](int) {
         for (int i = 0; i < 200; ++i) {
-            wrong += answers(tool) == expected ? 0 : 1;
+            wrong += bayesAnswers(tool) == expected ? 0 : 1;
         }
     });
     EXPECT_EQ(wrong, 0);
@@ -142,14 +101,14 @@ TEST(BayesThreads, ThreadsRenewWhatAModelKeepsAfterItsDensitiesHaveLearnt)
 
 TEST(BayesThreads, CopiesThatShareModelsRunAndGoOnAllThreads)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<ktClassifierResult> expected = answers(tool);
+    const ktClassifierTool tool = bayesTool();
+    const std::vector<ktClassifierResult> expected = bayesAnswers(tool);
     const ktClassifierTool fresh = kt_test::storedAndLoaded(tool);
     std::atomic<int> wrong{0};
     onEachThread([&](int) {
         for (int i = 0; i < 50; ++i) {
             ktClassifierTool copy(fresh);
-            wrong += answers(copy) == expected ? 0 : 1;
+            wrong += bayesAnswers(copy) == expected ? 0 : 1;
             wrong += copy == tool ? 0 : 1;
             copy.untrain();
         }
@@ -159,14 +118,14 @@ TEST(BayesThreads, CopiesThatShareModelsRunAndGoOnAllThreads)
 
 TEST(BayesThreads, ToolIsStoredWhileItRuns)
 {
-    ktClassifierTool tool = trainedTool();
-    const std::vector<ktClassifierResult> expected = answers(tool);
+    ktClassifierTool tool = bayesTool();
+    const std::vector<ktClassifierResult> expected = bayesAnswers(tool);
     const std::string bytes = kt_test::store(tool);
     const ktClassifierTool fresh = kt_test::load<ktClassifierTool>(bytes);
     std::atomic<int> wrong{0};
     onEachThread([&](int i) {
         for (int round = 0; round < 50; ++round) {
-            wrong += (i % 2 == 0 ? answers(fresh) == expected : kt_test::store(fresh) == bytes) ? 0 : 1;
+            wrong += (i % 2 == 0 ? bayesAnswers(fresh) == expected : kt_test::store(fresh) == bytes) ? 0 : 1;
         }
     });
     EXPECT_EQ(wrong, 0);

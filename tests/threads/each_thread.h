@@ -4,15 +4,17 @@
 
 namespace threads {
 
-constexpr int numThreads = 8;
+inline constexpr int numThreads = 8;
+/// Where eight would take too long.
+inline constexpr int fewThreads = 4;
 
-/// Runs `work(i)` on eight threads at once, which begin together.
-template <class Work>
+/// Runs `work(i)` on that many threads at once, which begin together.
+template <int Count = numThreads, class Work>
 void onEachThread(Work work)
 {
-    std::atomic<int> waiting{numThreads};
+    std::atomic<int> waiting{Count};
     std::vector<std::thread> started;
-    for (int i = 0; i < numThreads; ++i) {
+    for (int i = 0; i < Count; ++i) {
         started.emplace_back([&waiting, work, i] {
             --waiting;
             while (waiting > 0) {

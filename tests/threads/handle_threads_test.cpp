@@ -1,37 +1,8 @@
-#include "threads/each_thread.h"
+#include "threads/tools.h"
 
 namespace {
 
 using namespace threads;
-
-/// Knows how many of it live and on which thread the last one died.
-class Shared : public ktPersistent, public ktRepBase {
-public:
-    Shared() { ++alive; }
-    ~Shared() override
-    {
-        --alive;
-        diedOn = std::this_thread::get_id();
-    }
-
-    long number = 0;
-
-    static ktPersistent* make() { return new Shared; }
-
-    static inline std::atomic<long> alive{0};
-    static inline std::atomic<std::thread::id> diedOn;
-
-protected:
-    void dispatchSerialize(ktArchive& archive) override
-    {
-        dispatchLayer(archive, this, sizeof *this, [&](unsigned char version) {
-            ktArchive::checkVersion(version);
-            archive || number;
-        });
-    }
-};
-
-const kt_Instantiator sharedEntry(typeid(Shared), &Shared::make, "Shared");
 
 TEST(HandleThreads, CopiesAndDropsOnAllThreadsBringTheCountBack)
 {

@@ -11,40 +11,10 @@ namespace {
 using threads::onEachThread;
 
 /// Loads the plug-in, lets it use its classes, and unloads it. Returns whether all of that went well.
-bool visit()
-{
-    void* const plugin = dlopen(KT_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
-    if (plugin == nullptr) {
-        return false;
-    }
-    const auto works = reinterpret_cast<bool (*)()>(dlsym(plugin, "ktPluginWorks"));
-    const bool worked = works != nullptr && works();
-    return dlclose(plugin) == 0 && worked;
-}
-
-bool isLoaded()
-{
-    void* const plugin = dlopen(KT_TEST_PLUGIN, RTLD_NOW | RTLD_NOLOAD);
-    if (plugin != nullptr) {
-        dlclose(plugin);
-    }
-    return plugin != nullptr;
-}
-
+bool visit();
+bool isLoaded();
 /// An archive of objects of several classes of the library.
-std::string storedTool()
-{
-    ktClassifierDataProviderMemory data;
-    for (long i = 0; i < 4; ++i) {
-        data.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i % 2);
-    }
-    ktClassifierTool tool;
-    tool.train(data, ktClassifierTrainParamsKNN(1));
-    std::ostringstream out;
-    ktArchive archive(static_cast<std::ostream&>(out));
-    archive || tool;
-    return out.str();
-}
+std::string storedTool();
 
 TEST(RegistryThreads, ToolsAreStoredAndLoadedWhileAPlugInIsLoadedAndUnloaded)
 {
@@ -74,6 +44,37 @@ TEST(RegistryThreads, ToolsAreStoredAndLoadedWhileAPlugInIsLoadedAndUnloaded)
     });
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(kt_Instantiator::find("Visitor63"), nullptr);
+}
+
+bool visit()
+{
+    void* const plugin = dlopen(KT_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+    if (plugin == nullptr) {
+        return false;
+    }
+    const auto works = reinterpret_cast<bool (*)()>(dlsym(plugin, "ktPluginWorks"));
+    const bool worked = works != nullptr && works();
+    return dlclose(plugin) == 0 && worked;
+}
+
+bool isLoaded()
+{
+    void* const plugin = dlopen(KT_TEST_PLUGIN, RTLD_NOW | RTLD_NOLOAD);
+    if (plugin != nullptr) {
+        dlclose(plugin);
+    }
+    return plugin != nullptr;
+}
+
+std::string storedTool()
+{
+    ktClassifierDataProviderMemory data;
+    for (long i = 0; i < 4; ++i) {
+        data.addData(new ktFeaturePattern({static_cast<double>(i)}, {}), i % 2);
+    }
+    ktClassifierTool tool;
+    tool.train(data, ktClassifierTrainParamsKNN(1));
+    return kt_test::store(tool);
 }
 
 }  // namespace

@@ -1,78 +1,26 @@
 // One tool, or tools that share their patterns, on several threads at once. What must not happen shows under
 // ThreadSanitizer; that all answers are the same to the bit shows everywhere.
 
-#include "support/test.h"
+#include "threads/tools.h"
 
 namespace {
 
+using namespace kt_test;
+using namespace threads;
 using Knn = ktClassifierTrainParamsKNN;
-
-constexpr int numThreads = 4;
-
-/// Runs `work(thread)` on several threads that begin together.
-void onThreads(const std::function<void(int thread)>& work)
-{
-    std::atomic<int> waiting{numThreads};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < numThreads; ++thread) {
-        threads.emplace_back([&, thread] {
-            --waiting;
-            while (waiting > 0) {
-                std::this_thread::yield();
-            }
-            work(thread);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-
-/// Points on a grid, so that there are ties.
-ktClassifierTool trainedTool()
-{
-    std::vector<kt_test::Labelled> rows;
-    for (int i = 0; i < 60; ++i) {
-        rows.push_back({{static_cast<double>(i % 5), static_cast<double>(i % 7)}, i % 3});
-    }
-    ktClassifierTool tool;
-    tool.train(kt_test::trainingData(rows), Knn(7, ktPatternDistanceMetricNorm(3.0), ktClassifierCosts(2.0)));
-    return tool;
-}
-
-std::vector<kt_test::PatternHandle> queries()
-{
-    std::vector<kt_test::PatternHandle> made;
-    for (int i = 0; i < 20; ++i) {
-        made.push_back(kt_test::pattern({0.25 * i, 5.0 - 0.25 * i}));
-    }
-    return made;
-}
-
-std::vector<ktClassifierResult> answersOf(const ktClassifierTool& tool,
-                                          const std::vector<kt_test::PatternHandle>& patterns)
-{
-    std::vector<ktClassifierResult> results;
-    for (const kt_test::PatternHandle& pattern : patterns) {
-        ktClassifierResult result;
-        tool.run(*pattern, result);
-        results.push_back(result);
-    }
-    return results;
-}
 
 TEST(ToolThreads, RunsOnOneToolAtOnceGiveTheAnswersOfRunsOneByOne)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const ktClassifierTool tool = gridTool();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> expected = answersOf(tool, patterns);
     std::atomic<int> equal{0};
-    onThreads([&](int) {
+    onEachThread<fewThreads>([&](int) {
         for (int round = 0; round < 5; ++round) {
             equal += answersOf(tool, patterns) == expected ? 1 : 0;
         }
     });
-    EXPECT_EQ(equal, 5 * numThreads);
+    EXPECT_EQ(equal, 5 * fewThreads);
 }
 
 TEST(ToolThreads, RunsOnOneDecisionTreeAtOnceGiveTheAnswersOfRunsOneByOne)
@@ -82,37 +30,37 @@ TEST(ToolThreads, RunsOnOneDecisionTreeAtOnceGiveTheAnswersOfRunsOneByOne)
     };
     ktClassifierTool tool;
     tool.train(ktDecisionTreeNode(ktComparisonPredicate(), leaf(1), leaf(2)));
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> expected = answersOf(tool, patterns);
     std::atomic<int> equal{0};
-    onThreads([&](int) { equal += answersOf(tool, patterns) == expected ? 1 : 0; });
-    EXPECT_EQ(equal, numThreads);
+    onEachThread<fewThreads>([&](int) { equal += answersOf(tool, patterns) == expected ? 1 : 0; });
+    EXPECT_EQ(equal, fewThreads);
 }
 
 TEST(ToolThreads, RunsAndComparisonsGoTogether)
 {
-    const ktClassifierTool tool = trainedTool();
+    const ktClassifierTool tool = gridTool();
     const ktClassifierTool copy(tool);
-    const ktClassifierTool other = trainedTool();
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const ktClassifierTool other = gridTool();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> expected = answersOf(tool, patterns);
     std::atomic<int> right{0};
-    onThreads([&](int thread) {
+    onEachThread<fewThreads>([&](int thread) {
         const bool ran = answersOf(thread % 2 == 0 ? tool : copy, patterns) == expected;
         right += ran && tool.isTrained() && tool == copy && copy == other && !(tool == ktClassifierTool()) ? 1 : 0;
     });
-    EXPECT_EQ(right, numThreads);
+    EXPECT_EQ(right, fewThreads);
 }
 
 TEST(ToolThreads, CopiesThatSharePatternsAreMadeRunAndDroppedAtOnce)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const ktClassifierTool tool = gridTool();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> expected = answersOf(tool, patterns);
     // Copying reads the tool, which is done here one by one; what the copies share they use at once.
-    std::vector<ktClassifierTool> copies(numThreads, tool);
+    std::vector<ktClassifierTool> copies(fewThreads, tool);
     std::atomic<int> right{0};
-    onThreads([&](int thread) {
+    onEachThread<fewThreads>([&](int thread) {
         ktClassifierTool& own = copies[static_cast<std::size_t>(thread)];
         for (int round = 0; round < 5; ++round) {
             ktClassifierTool copy(own);
@@ -121,33 +69,33 @@ TEST(ToolThreads, CopiesThatSharePatternsAreMadeRunAndDroppedAtOnce)
             copy.untrain();
         }
     });
-    EXPECT_EQ(right, 5 * numThreads);
+    EXPECT_EQ(right, 5 * fewThreads);
     EXPECT_TRUE(answersOf(tool, patterns) == expected);
 }
 
 TEST(ToolThreads, ToolsThatSharePatternsAreStoredAtOnce)
 {
-    const ktClassifierTool tool = trainedTool();
+    const ktClassifierTool tool = gridTool();
     const std::string expected = kt_test::store(tool);
-    const std::vector<ktClassifierTool> copies(numThreads, tool);
+    const std::vector<ktClassifierTool> copies(fewThreads, tool);
     std::atomic<int> right{0};
-    onThreads([&](int thread) {
+    onEachThread<fewThreads>([&](int thread) {
         for (int round = 0; round < 5; ++round) {
             right += kt_test::store(copies[static_cast<std::size_t>(thread)]) == expected ? 1 : 0;
         }
     });
-    EXPECT_EQ(right, 5 * numThreads);
+    EXPECT_EQ(right, 5 * fewThreads);
 }
 
 TEST(ToolThreads, ToolIsStoredWhileACopyOfItRunsAndAnotherIsLoaded)
 {
-    const ktClassifierTool tool = trainedTool();
+    const ktClassifierTool tool = gridTool();
     const ktClassifierTool copy(tool);
     const std::string expected = kt_test::store(tool);
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> answers = answersOf(tool, patterns);
     std::atomic<int> right{0};
-    onThreads([&](int thread) {
+    onEachThread<fewThreads>([&](int thread) {
         switch (thread % 4) {
         case 0:
             right += kt_test::store(tool) == expected ? 1 : 0;
@@ -160,25 +108,25 @@ TEST(ToolThreads, ToolIsStoredWhileACopyOfItRunsAndAnotherIsLoaded)
             break;
         }
     });
-    EXPECT_EQ(right, numThreads);
+    EXPECT_EQ(right, fewThreads);
 }
 
 TEST(ToolThreads, ToolsLoadedFromReferencesToOneRecordAreChangedAndRunAtOnce)
 {
     std::ostringstream out;
     {
-        ktClassifierTool stored = trainedTool();
+        ktClassifierTool stored = gridTool();
         ktArchive storing(static_cast<std::ostream&>(out));
         const ktArchive::Pass pass(storing);
-        for (int i = 0; i < numThreads; ++i) {
+        for (int i = 0; i < fewThreads; ++i) {
             storing || stored;
         }
     }
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     for (int round = 0; round < 20; ++round) {
         std::istringstream in(out.str());
         ktArchive loading(static_cast<std::istream&>(in));
-        std::vector<ktClassifierTool> tools(numThreads);
+        std::vector<ktClassifierTool> tools(fewThreads);
         {
             const ktArchive::Pass pass(loading);
             for (ktClassifierTool& tool : tools) {
@@ -187,7 +135,7 @@ TEST(ToolThreads, ToolsLoadedFromReferencesToOneRecordAreChangedAndRunAtOnce)
         }
         const std::vector<ktClassifierResult> expected = answersOf(tools.front(), patterns);
         std::atomic<int> equal{0};
-        onThreads([&](int thread) {
+        onEachThread<fewThreads>([&](int thread) {
             ktClassifierTool& tool = tools[static_cast<std::size_t>(thread)];
             switch (thread) {
             case 0:
@@ -209,8 +157,8 @@ TEST(ToolThreads, ToolsLoadedFromReferencesToOneRecordAreChangedAndRunAtOnce)
 
 TEST(ToolThreads, AttentionIsAskedOnEveryComputingThread)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const ktClassifierTool tool = gridTool();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     std::vector<long> polls(2, 0);
     {
         const kt_test::Attention attention;
@@ -219,23 +167,23 @@ TEST(ToolThreads, AttentionIsAskedOnEveryComputingThread)
     }
     {
         const kt_test::Attention attention;
-        onThreads([&](int) { answersOf(tool, patterns); });
+        onEachThread<fewThreads>([&](int) { answersOf(tool, patterns); });
         polls[1] = attention.polls();
     }
     EXPECT_GE(polls[0], 60 * 20);
-    EXPECT_EQ(polls[1], numThreads * polls[0]);
+    EXPECT_EQ(polls[1], fewThreads * polls[0]);
 }
 
 TEST(ToolThreads, AbortOnOneThreadLeavesTheOthersRunning)
 {
-    const ktClassifierTool tool = trainedTool();
-    const std::vector<kt_test::PatternHandle> patterns = queries();
+    const ktClassifierTool tool = gridTool();
+    const std::vector<kt_test::PatternHandle> patterns = gridQueries();
     const std::vector<ktClassifierResult> expected = answersOf(tool, patterns);
     std::atomic<int> aborted{0};
     std::atomic<int> equal{0};
     {
         const kt_test::Attention attention(100, kt_test::abortStatus);
-        onThreads([&](int) {
+        onEachThread<fewThreads>([&](int) {
             try {
                 equal += answersOf(tool, patterns) == expected ? 1 : 0;
             } catch (const ktFailure&) {
@@ -244,7 +192,7 @@ TEST(ToolThreads, AbortOnOneThreadLeavesTheOthersRunning)
         });
     }
     EXPECT_EQ(aborted, 1);
-    EXPECT_EQ(equal, numThreads - 1);
+    EXPECT_EQ(equal, fewThreads - 1);
 }
 
 }  // namespace

@@ -1,69 +1,9 @@
-#include "trees.h"
+#include "own_trees.h"
 
 namespace {
 
 using namespace kt_test;
 using namespace trees;
-using Labels = std::vector<long>;
-using Node = ktDecisionTreeNode;
-using Leaf = ktDecisionTreeLeaf;
-
-/// Labels of its own; writes down what is done with it. Equal to every tree, unless made to be equal to none.
-class OwnTree : public ktDecisionTree {
-public:
-    explicit OwnTree(const Labels& labels, std::string name = "", std::string* log = nullptr, bool equalsAll = true)
-        : labels_(labels), name_(std::move(name)), log_(log), equalsAll_(equalsAll)
-    {
-    }
-    Labels categoryLabels() const override
-    {
-        note("labels");
-        return labels_;
-    }
-    ktPtrHandle<ktDecisionTree> clone() const override
-    {
-        note("clone");
-        return new OwnTree(*this);
-    }
-    bool isEqual(const ktDecisionTree& other) const override
-    {
-        note("compare");
-        return equalsAll_ && ktDecisionTree::isEqual(other);
-    }
-
-private:
-    void note(const char* what) const
-    {
-        if (log_ != nullptr) {
-            *log_ += std::string(what) + " " + name_ + "; ";
-        }
-    }
-
-    Labels labels_;
-    std::string name_;
-    std::string* log_;
-    bool equalsAll_;
-};
-
-class OwnPredicate : public ktPredicateFunction {
-public:
-    explicit OwnPredicate(std::string* log, bool equalsAll = true) : log_(log), equalsAll_(equalsAll) {}
-    bool outcome(const ktFeaturePattern&) const override { return true; }
-    ktPtrHandle<ktPredicateFunction> clone() const override
-    {
-        *log_ += "clone predicate; ";
-        return new OwnPredicate(*this);
-    }
-    bool isEqual(const ktPredicateFunction&) const override
-    {
-        *log_ += "compare predicate; ";
-        return equalsAll_;
-    }
-
-private:
-    std::string* log_;
-    bool equalsAll_;
-};
 
 TEST(DecisionTreeLeaf, DefaultOneHoldsADefaultResult)
 {

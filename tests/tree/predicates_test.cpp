@@ -3,41 +3,11 @@
 namespace {
 
 using namespace kt_test;
-using trees::Fields;
-using Predicate = ktPtrHandle_const<ktPredicateFunction>;
+using namespace trees;
 
 constexpr double largest = std::numeric_limits<double>::max();
 constexpr double tiniest = std::numeric_limits<double>::denorm_min();
 constexpr long lastLong = std::numeric_limits<long>::max();
-
-Predicate comparison(long left, long right)
-{
-    return new ktComparisonPredicate(left, right);
-}
-
-Predicate range(double low, double high, const std::vector<long>& indices)
-{
-    return new ktRangePredicate(ktRange(low, high), indices);
-}
-
-Predicate validity(const std::vector<long>& indices)
-{
-    return new ktValidityPredicate(indices);
-}
-
-struct OutcomeRow {
-    const char* what;
-    Predicate predicate;
-    ktFeaturePattern pattern;
-    bool outcome;
-};
-
-void expectOutcomes(const std::vector<OutcomeRow>& rows)
-{
-    for (const OutcomeRow& row : rows) {
-        EXPECT_EQ(row.predicate->outcome(row.pattern), row.outcome) << row.what;
-    }
-}
 
 TEST(ComparisonPredicate, IsTrueExactlyWhenBothAreValidAndTheFirstIsGreater)
 {

@@ -1,5 +1,5 @@
+#include "own_trees.h"
 #include "tree_classifier_kit.h"
-#include "trees.h"
 
 namespace {
 
@@ -107,7 +107,7 @@ TEST(ToolWithTree, HandsTheDiagnosticsOn)
 TEST(ToolWithTree, TreeWhoseCloneFailsLeavesItUntrained)
 {
     ktClassifierTool tool = trainedTool(smallTree());
-    EXPECT_THROW(tool.train(OwnTree(false)), std::runtime_error);
+    EXPECT_THROW(tool.train(UnclonableTree()), std::runtime_error);
     EXPECT_FALSE(tool.isTrained());
     expectThrows<ktClassifierDefs::NotTrained>("Classifier tool must be trained before running.",
                                                [&] { run(tool, ktFeaturePattern()); });

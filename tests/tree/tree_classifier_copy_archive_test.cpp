@@ -1,5 +1,4 @@
 #include "tree_classifier_kit.h"
-#include "trees.h"
 
 namespace {
 

@@ -9,8 +9,6 @@
 namespace trees {
 
 using Classifier = kt_ClassifierDecisionTree;
-using Node = ktDecisionTreeNode;
-using Leaf = ktDecisionTreeLeaf;
 
 inline Classifier trained(const ktDecisionTree& tree)
 {
@@ -101,23 +99,6 @@ public:
 
 private:
     ktDiagObject* destination_;
-};
-
-/// A tree of the caller's own, whose clone can be made to fail.
-class OwnTree : public ktDecisionTree {
-public:
-    explicit OwnTree(bool canClone = true) : canClone_(canClone) {}
-    std::vector<long> categoryLabels() const override { return {}; }
-    ktPtrHandle<ktDecisionTree> clone() const override
-    {
-        if (!canClone_) {
-            throw std::runtime_error("no clone");
-        }
-        return new OwnTree(*this);
-    }
-
-private:
-    bool canClone_;
 };
 
 }  // namespace trees

@@ -1,36 +1,10 @@
+#include "own_trees.h"
 #include "tree_classifier_kit.h"
-#include "trees.h"
 
 namespace {
 
 using namespace kt_test;
 using namespace trees;
-
-class OwnLeaf : public ktDecisionTreeLeaf {
-public:
-    using ktDecisionTreeLeaf::ktDecisionTreeLeaf;
-    ktPtrHandle<ktDecisionTree> clone() const override { return new OwnLeaf(*this); }
-};
-
-class OwnNode : public ktDecisionTreeNode {
-public:
-    using ktDecisionTreeNode::ktDecisionTreeNode;
-    ktPtrHandle<ktDecisionTree> clone() const override { return new OwnNode(*this); }
-};
-
-/// Says the contrary of what its base says; throws for a pattern without measurements.
-class Contrary : public ktComparisonPredicate {
-public:
-    using ktComparisonPredicate::ktComparisonPredicate;
-    bool outcome(const ktFeaturePattern& pattern) const override
-    {
-        if (pattern.numMeasurements() == 0) {
-            throw std::runtime_error("nothing to compare");
-        }
-        return !ktComparisonPredicate::outcome(pattern);
-    }
-    ktPtrHandle<ktPredicateFunction> clone() const override { return new Contrary(*this); }
-};
 
 TEST(TreeClassifierRun, SingleLeafAnswersEveryPattern)
 {

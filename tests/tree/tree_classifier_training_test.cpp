@@ -1,5 +1,5 @@
+#include "own_trees.h"
 #include "tree_classifier_kit.h"
-#include "trees.h"
 
 namespace {
 
@@ -110,7 +110,7 @@ TEST(TreeClassifier, CloneThatFailsLeavesItUntrained)
     classifier.trainManual(smallTree());
     log.clear();
     try {
-        classifier.trainManual(OwnTree(false));
+        classifier.trainManual(UnclonableTree());
         ADD_FAILURE() << "no exception";
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(std::string(error.what()), "no clone");

@@ -1,27 +1,11 @@
 // Trees that are far deeper, or have far more ways through them, than a plain recursion could stand.
 
-#include "trees.h"
+#include "deep_trees.h"
 
 namespace {
 
 using namespace kt_test;
 using namespace trees;
-using Labels = std::vector<long>;
-using Node = ktDecisionTreeNode;
-using Leaf = ktDecisionTreeLeaf;
-
-constexpr long million = 1000000;
-
-/// A chain of a million nodes, handled on a stack of 256 KiB.
-class MillionNodes : public ::testing::TestWithParam<Shape> {
-protected:
-    static Tree build(long end) { return trees::chain(GetParam(), million, leafFor({end}), leafFor({8})); }
-};
-
-std::string shapeName(const ::testing::TestParamInfo<Shape>& info)
-{
-    return info.param == Shape::trueSide ? "TrueSide" : info.param == Shape::falseSide ? "FalseSide" : "ZigZag";
-}
 
 TEST_P(MillionNodes, AreBuiltAndDestroyed)
 {
@@ -128,6 +112,11 @@ TEST_P(MillionNodes, PartThatAHandleHoldsOutlivesTheRest)
         classifier.run(ktFeaturePattern(), result);
         EXPECT_EQ(attention.polls(), million / 2 + 1);
     });
+}
+
+std::string shapeName(const ::testing::TestParamInfo<Shape>& info)
+{
+    return info.param == Shape::trueSide ? "TrueSide" : info.param == Shape::falseSide ? "FalseSide" : "ZigZag";
 }
 
 INSTANTIATE_TEST_SUITE_P(Tree, MillionNodes, ::testing::Values(Shape::trueSide, Shape::falseSide, Shape::zigZag),

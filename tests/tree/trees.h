@@ -1,23 +1,31 @@
 #pragma once
 
-#include "support/stacks.h"
 #include "support/test.h"
 
-// What the tests of decision trees build their trees of.
+// What the tests of decision trees build their trees of, and what they expect of predicates.
 
 namespace trees {
 
 using Tree = ktPtrHandle<ktDecisionTree>;
+using Node = ktDecisionTreeNode;
+using Leaf = ktDecisionTreeLeaf;
+using Labels = std::vector<long>;
+using Predicate = ktPtrHandle_const<ktPredicateFunction>;
 using SharedTree = ktPtrHandle_const<ktDecisionTree>;
 
-/// A result with these labels in this order.
-inline ktClassifierResult resultFor(const std::vector<long>& labels)
+inline std::vector<ktClassifierCategoryResult> entriesFor(const std::vector<long>& labels)
 {
     std::vector<ktClassifierCategoryResult> entries;
     for (const long label : labels) {
         entries.emplace_back(label, 1.0, 1.0, 0.0);
     }
-    return {entries, 0.0};
+    return entries;
+}
+
+/// A result with these labels in this order.
+inline ktClassifierResult resultFor(const std::vector<long>& labels)
+{
+    return {entriesFor(labels), 0.0};
 }
 
 inline ktDecisionTreeLeaf leafFor(const std::vector<long>& labels)
@@ -40,10 +48,7 @@ inline ktRangePredicate no()
 /// A leaf whose result no constructor makes: labels as they stand, twice or more if need be.
 inline ktDecisionTreeLeaf loadedLeaf(const std::vector<long>& labels)
 {
-    std::vector<ktClassifierCategoryResult> entries;
-    for (const long label : labels) {
-        entries.emplace_back(label, 1.0, 1.0, 0.0);
-    }
+    std::vector<ktClassifierCategoryResult> entries = entriesFor(labels);
     unsigned char version = 0;
     double factorLog = 0.0;
     kt_test::StoringArchive archive;
@@ -80,38 +85,6 @@ inline ktDecisionTreeNode missingPredicate(const ktDecisionTree& trueTree, const
     return result;
 }
 
-enum class Shape { trueSide, falseSide, zigZag };
-
-/// A chain of `length` nodes that every pattern walks down to the leaf `end`; on the other side of each node lies `aside`.
-/// The nodes are objects of their own and share predicate and leaf.
-inline Tree chain(Shape shape, long length, const ktDecisionTreeLeaf& end, const ktDecisionTreeLeaf& aside)
-{
-    const ktDecisionTreeNode towardsTrue(yes(), end, aside);
-    const ktDecisionTreeNode towardsFalse(no(), aside, end);
-    Tree tree = end.clone();
-    for (long level = 0; level < length; ++level) {
-        const bool isTrue = shape == Shape::trueSide || (shape == Shape::zigZag && level % 2 == 0);
-        ktPtrHandle<ktDecisionTreeNode> node = new ktDecisionTreeNode(isTrue ? towardsTrue : towardsFalse);
-        if (isTrue) {
-            node->trueTree(*tree);
-        } else {
-            node->falseTree(*tree);
-        }
-        tree = node;
-    }
-    return tree;
-}
-
-/// The two branches of each node are clones of one tree, so they share their subtrees, and 2^levels ways lead to a leaf.
-inline Tree doubledChain(int levels, const ktDecisionTreeLeaf& end)
-{
-    Tree tree = end.clone();
-    for (int level = 0; level < levels; ++level) {
-        tree = new ktDecisionTreeNode(yes(), *tree, *tree);
-    }
-    return tree;
-}
-
 /// Loads an archive value by value, in one pass.
 class Fields {
 public:
@@ -136,11 +109,33 @@ private:
     ktArchive::Pass pass_;
 };
 
-/// Runs `operation` on a thread with a stack of 256 KiB.
-template <class Operation>
-void runOnSmallStack(Operation operation)
+inline Predicate comparison(long left, long right)
 {
-    kt_test::runOnStack(256 * 1024, operation);
+    return new ktComparisonPredicate(left, right);
+}
+
+inline Predicate range(double low, double high, const std::vector<long>& indices)
+{
+    return new ktRangePredicate(ktRange(low, high), indices);
+}
+
+inline Predicate validity(const std::vector<long>& indices)
+{
+    return new ktValidityPredicate(indices);
+}
+
+struct OutcomeRow {
+    const char* what;
+    Predicate predicate;
+    ktFeaturePattern pattern;
+    bool outcome;
+};
+
+inline void expectOutcomes(const std::vector<OutcomeRow>& rows)
+{
+    for (const OutcomeRow& row : rows) {
+        EXPECT_EQ(row.predicate->outcome(row.pattern), row.outcome) << row.what;
+    }
 }
 
 }  // namespace trees
