@@ -104,7 +104,7 @@ TEST(KitRejection, AnyNumberOfSetsOfGapsIsServed)
 // Once per category; for limits that are computed also once per training pattern of each.
 TEST(KitRejection, PollsForNewGapsAloneMore)
 {
-    const Rejection rejection(bayes(twoClouds()), dataOf(twoClouds()), 0.0);
+    const Rejection rejection(trainedOn(twoClouds(), Bayes()), dataOf(twoClouds()), 0.0);
     const auto polls = [&](const std::vector<double>& values) {
         const kt_test::Attention attention;
         rejection.rejects(*ktKit::pattern(values));
