@@ -3,9 +3,10 @@
 // newer state never waits for more than that.
 
 export const fineCells = 250;
-const stripRows = 5;
-/** What a coarse picture may take, in milliseconds, so that every frame can have one. */
-const coarseTime = 8;
+/** What a coarse picture may take, and about what a strip takes, in milliseconds, so that every frame can have a coarse picture. */
+const coarseTime = 6;
+const stripTime = 3;
+const mostStripRows = 25;
 const coarseSizes = [50, 25, 10];
 
 export class Engine {
@@ -20,7 +21,6 @@ export class Engine {
         this.missing = 0;
         this.question = null;
         this.requests = [];
-        this.numStrips = fineCells / stripRows;
         this.perCell = 0;
         this.resetPicture();
         const url = URL.createObjectURL(new Blob([workerSource], { type: "text/javascript" }));
@@ -41,8 +41,8 @@ export class Engine {
         this.isCoarseAsked = false;
         this.isCoarseDone = false;
         this.isBroken = false;
-        this.nextStrip = 0;
-        this.stripsDone = 0;
+        this.nextRow = 0;
+        this.rowsDone = 0;
         this.isTestAsked = false;
         this.numFailed = 0;
         this.why = "";
@@ -106,7 +106,7 @@ export class Engine {
         if (strip !== null) {
             return strip;
         }
-        if (this.stripsDone === this.numStrips && !this.isTestAsked) {
+        if (this.rowsDone === fineCells && !this.isTestAsked) {
             this.isTestAsked = true;
             return { kind: "each", numbers: this.testNumbers };
         }
@@ -114,12 +114,14 @@ export class Engine {
     }
 
     nextStripTask() {
-        if (!this.isCoarseDone || this.nextStrip >= this.numStrips) {
+        if (!this.isCoarseDone || this.nextRow >= fineCells) {
             return null;
         }
-        const firstRow = this.nextStrip * stripRows;
-        this.nextStrip += 1;
-        return { kind: "rows", numCells: fineCells, firstRow, numRows: stripRows, missing: this.missing };
+        const inTime = Math.max(Math.floor(stripTime / (this.perCell * fineCells)), 1);
+        const firstRow = this.nextRow;
+        const numRows = Math.min(inTime, mostStripRows, fineCells - firstRow);
+        this.nextRow += numRows;
+        return { kind: "rows", numCells: fineCells, firstRow, numRows, missing: this.missing };
     }
 
     /** Everybody gets something before somebody gets a second strip. */
@@ -192,8 +194,8 @@ export class Engine {
         }
         this.numFailed += data.numFailed;
         this.why = data.why || this.why;
-        this.stripsDone += 1;
-        if (this.stripsDone === this.numStrips) {
+        this.rowsDone += task.numRows;
+        if (this.rowsDone === fineCells) {
             this.views.finished(this.numFailed, this.why);
         }
     }

@@ -14,13 +14,13 @@ class AskedWorker {
         this.asked.push(message);
     }
 
-    /** Answers the oldest task; cells say which model they were decided by. */
-    answer(error) {
+    /** Answers the oldest task, after some milliseconds for each cell; cells say which model they were decided by. */
+    answer(error, perCell = 0.005) {
         const { model, task } = this.asked.shift();
         this.model = model ?? this.model;
         const count = task.kind === "rows" ? task.numCells * task.numRows : 1;
         const cells = new Uint8Array(count).fill(this.model);
-        this.onmessage({ data: error === undefined ? { cells, numFailed: 0, why: "", milliseconds: 1, numbers: [] } : { error, milliseconds: 1 } });
+        this.onmessage({ data: error === undefined ? { cells, numFailed: 0, why: "", milliseconds: count * perCell, numbers: [] } : { error, milliseconds: 1 } });
     }
 }
 globalThis.Worker = AskedWorker;
@@ -59,6 +59,15 @@ test("The fine picture consists of strips that follow each other; a busy worker 
     const rows = fine.flatMap(({ firstRow, numRows }) => Array.from({ length: numRows }, (each, i) => firstRow + i));
     assert.deepEqual(rows.sort((a, b) => a - b), [...Array(fineCells).keys()]);
     assert.equal(seen.finished, 1);
+});
+
+test("A strip has as many rows as three milliseconds allow, from 1 to 25", () => {
+    for (const [perCell, numRows] of [[0.1, 1], [0.004, 3], [0.0013, 9], [0, 25]]) {
+        const { engine, workers } = started(1);
+        engine.setModel(1, 0, []);
+        workers[0].answer(undefined, perCell);
+        assert.deepEqual(workers[0].asked.map(({ task }) => task.numRows), [numRows, numRows]);
+    }
 });
 
 test("A newer state comes next, by a model that each worker is given once, and no strip of an older one is shown", () => {
