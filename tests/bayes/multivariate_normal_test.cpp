@@ -12,7 +12,7 @@ TEST(MultivariateNormal, NewOneHasLearntNothing)
     EXPECT_FALSE(Normal().isValid());
     EXPECT_EQ(density.mean().numRows(), 0);
     EXPECT_EQ(density.covariance().numRows(), 0);
-    expectNoValidData([&] { static_cast<void>(density.logValue(pattern({1.0}))); });
+    expectNoValidData([&] { static_cast<void>(density.logValue(pattern(1.0))); });
     expectNoValidData([&] { static_cast<void>(density.logValue(ktFeaturePattern())); });
     EXPECT_TRUE(density == Normal());
 }
@@ -200,7 +200,7 @@ TEST(MultivariateNormal, IsStoredAsItsVersionMeanCovarianceAndCount)
 TEST(MultivariateNormal, LoadedOneTakesTheShapesOfTheArchive)
 {
     Normal density = learnt(Rows{{1.0}, {3.0}});
-    static_cast<void>(density.logValue(pattern({1.0})));
+    static_cast<void>(density.logValue(pattern(1.0)));
     const Normal other = learnt(Rows{{1.0, 2.0}, {3.0, 7.0}, {4.0, 1.0}});
     kt_test::loadInto(density, kt_test::store(other));
     EXPECT_TRUE(density == other);
@@ -262,7 +262,7 @@ TEST(MultivariateNormal, LoadedCountBelowOneIsNoData)
         fields.count = count;
         Normal density = normalWith(fields);
         EXPECT_FALSE(density.isValid());
-        expectNoValidData([&] { static_cast<void>(density.logValue(pattern({1.0}))); });
+        expectNoValidData([&] { static_cast<void>(density.logValue(pattern(1.0))); });
         density.updateWithData(patterns({{5.0}}));
         EXPECT_TRUE(density == learnt(Rows{{5.0}}));
     }
