@@ -13,7 +13,7 @@
 TEST(SmallestValues, LargestIsThatOfTheSortedValues)
 {
     std::mt19937 random(1);
-    for (const std::size_t k : {1, 2, 15, 16, 17, 18, 40, 200}) {
+    for (const std::size_t k : std::vector<std::size_t>{1, 2, 15, 16, 17, 18, 40, 200}) {
         for (const unsigned step : {1U, 7U, 64U}) {
             for (const unsigned range : {10U, 1000000U}) {
                 kt_Smallest<float> smallest(k);
