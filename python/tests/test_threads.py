@@ -245,13 +245,13 @@ def test_other_interpreters_are_refused() -> None:
         try:
             import clastool._clastool
         except ImportError as refused:
-            print(type(refused).__name__)
+            print(type(refused).__name__, flush=True)
         else:
             raise SystemExit("not refused")
         '''
         import textwrap
         number = interpreters.create()
-        print(interpreters.run_string(number, textwrap.dedent(program)))
+        print(interpreters.run_string(number, textwrap.dedent(program)), flush=True)
         tool = clastool.ClassifierTool()
         tool.train([[1.0]], [3], clastool.KNNParams())
         print(tool.run([2.0]).label)
