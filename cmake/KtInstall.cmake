@@ -83,4 +83,5 @@ install(
     FILES_MATCHING
     REGEX "\\.(md|svg|png|cpp|h|csv|txt|args)$"
     PATTERN CMakeLists.txt EXCLUDE
+    PATTERN __pycache__ EXCLUDE
     PATTERN known_words.txt EXCLUDE)
