@@ -3,9 +3,9 @@
 // newer state never waits for more than that.
 
 export const fineCells = 250;
-/** What a coarse picture may take, and about what a strip takes, in milliseconds, so that every frame can have a coarse picture. */
+/** What a coarse picture may take, and about what a strip takes, in milliseconds: a newer state waits, but strips cost time by themselves. */
 const coarseTime = 6;
-const stripTime = 3;
+const stripTime = 8;
 const mostStripRows = 25;
 const coarseSizes = [50, 25, 10];
 

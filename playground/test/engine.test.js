@@ -61,8 +61,8 @@ test("The fine picture consists of strips that follow each other; a busy worker 
     assert.equal(seen.finished, 1);
 });
 
-test("A strip has as many rows as three milliseconds allow, from 1 to 25", () => {
-    for (const [perCell, numRows] of [[0.1, 1], [0.004, 3], [0.0013, 9], [0, 25]]) {
+test("A strip has as many rows as eight milliseconds allow, from 1 to 25", () => {
+    for (const [perCell, numRows] of [[0.1, 1], [0.004, 8], [0.0013, 24], [0, 25]]) {
         const { engine, workers } = started(1);
         engine.setModel(1, 0, []);
         workers[0].answer(undefined, perCell);
