@@ -3,7 +3,7 @@
 // newer state never waits for more than that.
 
 export const fineCells = 250;
-/** What a coarse picture may take, and about what a strip takes, in milliseconds: a newer state waits, but strips cost time by themselves. */
+/** What a coarse picture may take, and about what a strip takes, in milliseconds. A newer state waits for it, but each strip has a cost. */
 const coarseTime = 6;
 const stripTime = 8;
 const mostStripRows = 25;
