@@ -4,7 +4,8 @@
 are equal to the bit to those for NumPy arrays. A `dask.array` gives an array, a `dask.dataframe` a series or a data frame with the same
 index. The model is one node of the graph, so it is not sent with each block.
 
-An error in a partition is raised when the collection is computed. Its text begins with the partition's number, counted from 0.
+An error in a partition is raised when the collection is computed. Its text begins with the partition's number, counted from 0. Of Parquet
+files with few of their columns, `predict` and its relatives take several as one partition, as Dask reads them.
 
 Threads: as for the estimators of `clastool.sklearn`.
 """
@@ -12,7 +13,7 @@ Threads: as for the estimators of `clastool.sklearn`.
 from __future__ import annotations
 
 import os
-from collections.abc import Iterator
+from collections.abc import Iterator, Mapping
 from contextlib import contextmanager
 from copy import copy
 from typing import Any, NamedTuple
@@ -25,10 +26,11 @@ import pandas as pd
 from dask import config
 from dask.delayed import delayed
 from dask.highlevelgraph import HighLevelGraph
+from distributed.protocol.pickle import dumps, loads
 from sklearn.utils.multiclass import check_classification_targets
 from sklearn.utils.validation import check_is_fitted, column_or_1d
 
-from . import ClassifierTool, KNNParams, sklearn
+from . import BayesParams, ClassifierTool, Costs, FeaturePattern, Frequencies, KNNParams, sklearn
 from ._dask_files import load_shards, save_shards
 from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted, run
 from ._decision import cost_matrix, decide, settle_ties, tool_labels
@@ -75,13 +77,7 @@ def _applied_to_frame(model: Any, X: Any, method: str) -> Any:
     sample = pd.DataFrame(np.zeros((1, len(X.columns))), columns=X.columns)
     empty = _answers(model, sample, method)[:0]
     meta = _table(empty, X._meta.index, model)
-    parts = {"model": delayed(model), "method": method, "empty": empty, "columns": _columns(X), "meta": meta}
-    answers = X.map_partitions(_answered_table, **parts)
-    if answers.optimize(fuse=False).npartitions == X.npartitions:
-        return answers
-    with _partitions_kept():
-        kept = X.optimize()
-    X = dd.from_graph(kept.dask, X._meta, X.divisions, kept.__dask_keys__(), "rows")
+    parts = {"model": _on_workers(model), "method": method, "empty": empty, "columns": _columns(X), "meta": meta}
     return X.map_partitions(_answered_table, **parts)
 
 
@@ -91,11 +87,16 @@ def _applied_to_array(model: Any, X: Any, method: str) -> Any:
     X = X.rechunk({1: -1})
     empty = _answers(model, np.zeros((1, X.shape[1])), method)[:0]
     shape: dict[str, Any] = {"drop_axis": 1} if empty.ndim == 1 else {"chunks": (X.chunks[0], (empty.shape[1],))}
-    return X.map_blocks(_answered, model=delayed(model), method=method, empty=empty, dtype=empty.dtype, meta=empty, **shape)
+    return X.map_blocks(_answered, model=_on_workers(model), method=method, empty=empty, dtype=empty.dtype, meta=empty, **shape)
+
+
+def _on_workers(value: Any) -> Any:
+    """The value as a node of a graph. The scheduler passes it on as bytes, which it does not read."""
+    return delayed(loads)(dumps(value))
 
 
 def _applied_to_shards(model: Any, X: Any, method: str) -> Any:
-    light, params = delayed(_without_tool(model)), delayed(model.tool_.params)
+    light, params = _on_workers(_without_tool(model)), _on_workers(model.tool_.params)
     answers = [delayed(_decided)(near, light, params, method) for near in _neighbors_of(model, X)]
     empty = _decided(NO_NEIGHBORS, model, model.tool_.params, method)
     if not isinstance(X, dd.DataFrame):
@@ -112,9 +113,9 @@ def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
     _require_columns(model, X.shape[1])
     if isinstance(X, da.Array):
         X = X.rechunk({1: -1})
-    light, tool = delayed(_without_tool(model)), model.tool_
+    light, tool = _on_workers(_without_tool(model)), model.tool_
     if not isinstance(tool, ShardedTool):
-        tool = ShardedTool([[delayed(tool)]], [tool.num_patterns], tool.params, tool.category_counts, tool.num_measurements)
+        tool = ShardedTool([[_on_workers(tool)]], [tool.num_patterns], tool.params, tool.category_counts, tool.num_measurements)
     else:
         tool.require_shards()
     return [
@@ -125,7 +126,7 @@ def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
 
 def _without_tool(model: Any) -> Any:
     light = copy(model)
-    del light.tool_
+    vars(light).pop("tool_", None)
     return light
 
 
@@ -267,7 +268,8 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
         """Learns from labelled rows. The fit is not lazy.
 
         X: a Dask array or data frame. y: a Dask array or series with the same partitions. Arrays of known chunk sizes are rechunked to
-        fit. Partitions may be empty or lack classes. A first pass reads y alone. Anything else than Dask collections goes to the
+        fit. Partitions may be empty or lack classes. Each partition is learnt by itself. If the results do not fit together, because
+        partitions hold different classes, the partitions are learnt again with the classes of all. Anything else than Dask collections goes to the
         estimator of `clastool.sklearn`. An error leaves the estimator as it was.
         """
         if not _is_lazy(X):
@@ -284,19 +286,30 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
 
     def _fit_partitions(self, X: Any, y: Any) -> None:
         tables, labels = _partitions(X, y)
-        classes, counts = _classes(labels)
         self._take_names(X)
+        columns = _columns(X)
+        alone = self._learnt_alone(tables, labels, columns)
+        classes, counts = _classes(alone.counts)
         costs = cost_matrix(self.costs, classes)
         params = self._params(classes, costs, counts)
-        params.throw_if_not_ready = False
-        shared = delayed((params, classes, _columns(X)))
-        learnt = [delayed(_learnt)(table, part, shared, number) for number, (table, part) in enumerate(zip(tables, labels))]
-        while len(learnt) > 1:
-            learnt = _in_groups(_merged, learnt)
-        (tool,) = run(learnt)
-        params.throw_if_not_ready = True
+        tool = alone.tool
+        if tool is None:
+            params.throw_if_not_ready = False
+            shared = _on_workers((params, classes, columns))
+            tool = _reduced(_merged, [delayed(_learnt)(*each, shared, number) for number, each in enumerate(zip(tables, labels))])
+            params.throw_if_not_ready = True
         tool.retrain(params)
         self._take(tool, classes, costs, counts)
+
+    def _learnt_alone(self, tables: list[Any], labels: list[Any], columns: Any) -> _Learnt:
+        """What the partitions teach, each with its own classes."""
+        if isinstance(self.groups, Mapping):
+            # It may name classes that a partition lacks.
+            return _Learnt(_counts(labels), None)
+        shared = _on_workers((_without_tool(self), columns))
+        parts = [delayed(_learnt_by_itself)(*each, shared, number) for number, each in enumerate(zip(tables, labels))]
+        learnt: _Learnt = _reduced(_learnt_together, parts)
+        return learnt
 
 
 class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
@@ -322,9 +335,9 @@ class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
         if self.reject_quantile is not None:
             raise ValueError("reject_quantile needs all training rows at once: fit without Dask")
         tables, labels = _partitions(X, y)
-        classes, counts = _classes(labels)
+        classes, counts = _classes(_counts(labels))
         costs = cost_matrix(self.costs, classes)
-        shared = delayed((self._params(classes, costs, counts), classes, X.shape[1]))
+        shared = _on_workers((self._params(classes, costs, counts), classes, _columns(X)))
         kind = sklearn.KNeighborsCostClassifier
         stored = [
             delayed(_learnt)(table, part, shared, number, kind) for number, (table, part) in enumerate(zip(tables, labels))
@@ -414,7 +427,7 @@ def _parts(collection: Any) -> list[Any]:
 def _partitions_kept() -> Any:
     """Stops Dask from reading several Parquet files as one partition when few of their columns are used.
 
-    Otherwise the partitions of X and y would hold different rows, and errors would name the numbers of other partitions.
+    Otherwise the partitions of X and y would hold different rows.
     """
     return config.set({"optimization.tune.active": False})
 
@@ -430,19 +443,21 @@ class _Counts(NamedTuple):
     kinds: dict[str, int]
 
 
-def _classes(labels: list[Any]) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
+def _counts(labels: list[Any]) -> _Counts:
+    """The labels of all partitions."""
+    counts: _Counts = _reduced(_counts_joined, [delayed(_counted)(part, number) for number, part in enumerate(labels)])
+    return counts
+
+
+def _classes(counts: _Counts) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
     """All labels, and the number of rows of each."""
-    counted = [delayed(_counted)(part, number) for number, part in enumerate(labels)]
-    while len(counted) > _BRANCHES:
-        counted = _in_groups(_counts_joined, counted)
-    joined = _counts_joined(run(counted))
-    if not joined.kinds:
+    if not counts.kinds:
         raise ValueError("y has no labels")
-    (first_kind, first), *others = joined.kinds.items()
+    (first_kind, first), *others = counts.kinds.items()
     if others:
         kind, number = others[0]
         raise ValueError(f"partition {number}: labels are {kind}, but those of partition {first} are {first_kind}")
-    return joined.labels, joined.rows
+    return counts.labels, counts.rows
 
 
 def _counted(part: Any, number: int) -> _Counts:
@@ -469,9 +484,12 @@ def _counts_joined(counted: list[_Counts]) -> _Counts:
     return _Counts(labels, rows, kinds)
 
 
-def _in_groups(work: Any, tasks: list[Any]) -> list[Any]:
-    """Applies `work` to groups of neighbouring tasks."""
-    return [delayed(work)(tasks[first : first + _BRANCHES]) for first in range(0, len(tasks), _BRANCHES)]
+def _reduced(work: Any, tasks: list[Any]) -> Any:
+    """The results of all tasks, which `work` joins in groups of neighbours until one is left. The workers do it."""
+    while len(tasks) > 1:
+        tasks = [delayed(work)(tasks[first : first + _BRANCHES]) for first in range(0, len(tasks), _BRANCHES)]
+    (result,) = run(tasks)
+    return result
 
 
 def _kind(labels: npt.NDArray[Any]) -> str:
@@ -494,6 +512,44 @@ def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn
             # The first pass has checked the labels.
             tool.train(X, _to_tool(column_or_1d(part), classes), params)
     return tool
+
+
+class _Learnt(NamedTuple):
+    """The labels of some partitions, and a tool that has learnt all their rows; None if there is no such tool."""
+
+    counts: _Counts
+    tool: ClassifierTool | None
+
+
+def _learnt_by_itself(table: Any, part: Any, shared: Any, number: int) -> _Learnt:
+    model, columns = shared
+    counts = _counted(part, number)
+    with _in_partition(number):
+        params = _params_of(model, counts.labels) if len(counts.labels) else None
+    return _Learnt(counts, _learnt(table, part, (params, counts.labels, columns), number))
+
+
+def _params_of(model: Any, classes: npt.NDArray[Any]) -> BayesParams:
+    """What learning needs. Priors and costs are for the classes of all partitions."""
+    types = model._distribution_types(classes, tool_labels(classes))
+    params = BayesParams(types, Frequencies(1.0), Costs(1.0), FeaturePattern(model._maxima()))
+    params.throw_if_not_ready = False
+    return params
+
+
+def _learnt_together(parts: list[_Learnt]) -> _Learnt:
+    counts = _counts_joined([part.counts for part in parts])
+    tools = [part.tool for part in parts if part.tool is not None]
+    fit = len(counts.kinds) == 1 and len(tools) == len(parts) and _fit_together(parts, tools, counts.labels)
+    return _Learnt(counts, _merged(tools) if fit else None)
+
+
+def _fit_together(parts: list[_Learnt], tools: list[ClassifierTool], classes: npt.NDArray[Any]) -> bool:
+    """Whether the tools name each class by its label among all classes, and have learnt by equal parameters."""
+    labels = [part.counts.labels for part in parts]
+    params = [tool.params for tool in tools if tool.is_trained]
+    same = all(np.array_equal(_to_tool(own, classes), tool_labels(own)) for own in labels if len(own))
+    return same and all(each == params[0] for each in params)
 
 
 def _merged(tools: list[ClassifierTool]) -> ClassifierTool:

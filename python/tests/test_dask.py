@@ -296,9 +296,10 @@ def test_the_first_partition_with_labels_of_another_kind_is_named(first: int, ot
     kinds[other] = SPECIES
     kinds[other + 3] = SPECIES > 0
     y = da.concatenate([da.from_delayed(dask.delayed(part), (150,), dtype=object) for part in kinds])
+    X = da.concatenate([da.from_delayed(dask.delayed(IRIS[: len(part)]), (150, 4), dtype=float) for part in kinds])
     text = f"^partition {other}: labels are numbers, but those of partition {first} are strings$"
     with pytest.raises(ValueError, match=text):
-        cd.BayesCostClassifier().fit(da.zeros((6000, 4), chunks=(150, 4)), y)
+        cd.BayesCostClassifier().fit(X, y)
 
 
 @pytest.mark.filterwarnings("ignore:invalid value encountered in cast")
@@ -317,10 +318,9 @@ def test_labels_that_are_none_are_refused() -> None:
         cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(SPECIES, np.stack([SPECIES, SPECIES], axis=1)))
 
 
-@pytest.mark.parametrize("kind", [np.uint8, np.int64, np.float64, bool, str, object])
-def test_counts_of_labels_do_not_go_to_the_client_one_by_one(kind: Any, monkeypatch: Any) -> None:
-    X, y = scattered()
-    y = {str: y, object: y.astype(object)}.get(kind, (y == "b").astype(kind))
+@pytest.fixture
+def requests(monkeypatch: Any) -> list[int]:
+    """The number of results that each request to the workers asks for."""
     asked: list[int] = []
 
     def counting(tasks: Any) -> Any:
@@ -328,11 +328,60 @@ def test_counts_of_labels_do_not_go_to_the_client_one_by_one(kind: Any, monkeypa
         return run(tasks)
 
     monkeypatch.setattr("clastool.dask.run", counting)
-    fitted = cd.BayesCostClassifier().fit(*of_parts(X, y, range(4, 400, 4)))
-    close(fitted, BayesCostClassifier().fit(X, y), X)
+    return asked
+
+
+@pytest.mark.parametrize("kind", [np.uint8, np.int64, np.float64, bool, str, object])
+@pytest.mark.parametrize("groups", [None, "all"])
+def test_partitions_are_read_once_if_each_has_all_classes(kind: Any, groups: Any, requests: list[int]) -> None:
+    X, y = scattered()
+    y = {str: y, object: y.astype(object)}.get(kind, (y == "b").astype(kind))
+    fitted = cd.BayesCostClassifier(groups=groups).fit(*of_parts(X, y, range(25, 400, 25)))
+    close(fitted, BayesCostClassifier(groups=groups).fit(X, y), X)
     same(fitted.classes_, BayesCostClassifier().fit(X, y).classes_)
-    # The counts of a hundred partitions are joined to two.
-    assert asked == [2, 1]
+    assert requests == [1]
+
+
+@pytest.mark.parametrize(
+    ("first", "second", "groups", "passes"),
+    [
+        ([3, 5], [5, 7], None, 1),
+        ([3, 5], [5, 7], "all", 2),
+        ([-3, 5], [5, 7], None, 2),
+        ([-3, 5], [-3, 5], "all", 1),
+        (["a", "b"], ["b", "c"], None, 2),
+        (["a", "b"], ["a", "b", "c"], None, 1),
+        (["a", "b"], ["a", "b"], {"a": "all"}, 2),
+        ([5, 7], [5.0, 7.0], None, 2),
+        ([0, 1], [0.0, 1.0], None, 1),
+        (np.array([5, 7], dtype=np.uint64), [5, 7], None, 2),
+        ([False, True], [True, True], None, 2),
+        ([False, True], [False, False], None, 1),
+        ([0, 2**31 - 1], [5, 2**31 - 1], None, 1),
+        ([0, 2**31], [0, 2**31], None, 1),
+        ([0, 2**31 - 1], [0, 2**31], None, 2),
+    ],
+)
+def test_a_second_pass_if_tools_of_partitions_do_not_fit_together(
+    first: Any, second: Any, groups: Any, passes: int, requests: list[int]
+) -> None:
+    X, _ = scattered()
+    one, other = (np.resize(np.asarray(values), 40) for values in (first, second))
+    parts = [one, other, one, other[:0], other]
+    cuts = np.cumsum([len(part) for part in parts])
+    blocks_of_X = np.split(X[: cuts[-1]], cuts[:-1])
+    y = np.concatenate(parts)
+    expected = BayesCostClassifier(groups=groups).fit(X[: len(y)], y)
+    fitted = cd.BayesCostClassifier(groups=groups).fit(blocks(*blocks_of_X), labels(*parts))
+    close(fitted, expected, X)
+    same(fitted.classes_, expected.classes_)
+    assert requests == [1] * passes
+
+
+def test_results_of_many_partitions_are_joined_on_the_workers(requests: list[int]) -> None:
+    X, y = scattered()
+    close(cd.BayesCostClassifier().fit(*of_parts(X, y, range(4, 400, 4))), BayesCostClassifier().fit(X, y), X)
+    assert requests == [1, 1]
 
 
 def test_bayes_on_worker_processes(client: Any) -> None:
