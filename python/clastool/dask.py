@@ -308,7 +308,7 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
             return _Learnt(_counts(labels), None)
         shared = _on_workers((_without_tool(self), columns))
         parts = [delayed(_learnt_by_itself)(*each, shared, number) for number, each in enumerate(zip(tables, labels))]
-        learnt: _Learnt = _reduced(_learnt_together, parts)
+        learnt: _Learnt = _reduced(_merged_learnt, parts)
         return learnt
 
 
@@ -537,7 +537,7 @@ def _params_of(model: Any, classes: npt.NDArray[Any]) -> BayesParams:
     return params
 
 
-def _learnt_together(parts: list[_Learnt]) -> _Learnt:
+def _merged_learnt(parts: list[_Learnt]) -> _Learnt:
     counts = _counts_joined([part.counts for part in parts])
     tools = [part.tool for part in parts if part.tool is not None]
     fit = len(counts.kinds) == 1 and len(tools) == len(parts) and _fit_together(parts, tools, counts.labels)
