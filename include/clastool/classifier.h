@@ -170,12 +170,13 @@ public:
     bool operator==(const kt_Classifier& other) const { return isEquivalent(other); }
     bool operator!=(const kt_Classifier& other) const { return !isEquivalent(other); }
 
-    /// Untrains, trains with the technique and stores a clone of the parameters. If training throws, none are stored.
-    /// `params` may be the stored ones.
+    /// Untrains, trains with the technique and then stores a clone of the parameters. If training throws, none are stored. If the
+    /// clone throws, the classifier is untrained. `params` may be the stored ones.
     void train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
                ktDiagObject* diag = nullptr, unsigned long flags = 0);
 
-    /// Starts incremental training: untrains, and stores a clone of the parameters.
+    /// Starts incremental training: untrains, lets the technique make ready, and then stores a clone of the parameters. If the
+    /// clone throws, the classifier is untrained.
     void trainStart(const ktClassifierTrainParams& params);
 
     /// Adds one pattern. `diag` and `flags` are not used.
@@ -243,6 +244,8 @@ private:
     virtual void recordRunDetails_(ktDiagObject* diag, unsigned long flags) const = 0;
     virtual void recordRunResults_(ktDiagObject* diag, unsigned long flags, const ktFeaturePattern& pattern,
                                    const ktClassifierResult& result) const = 0;
+
+    KT_HIDDEN void storeCloneOf(const ktClassifierTrainParams& params);
 
     // A tool loaded it. Other tools may hold it too, because references lead to one object.
     bool isLoaded_ = false;

@@ -12,9 +12,12 @@ using FrameTrain = Frame;
 TEST_F(FrameTrain, CallsTheHooksInOrderWithTheFlagsAsTheDestinationLeftThem)
 {
     technique_.train(data_, params_, &caller_, 4);
-    const Calls expected = {
-        "clone of params 1", "recordTrainInputs_(destination, 12)", "train_",
-        "train_, half way",  "recordTrainDetails_(caller, 12)",     "recordTrainResults_(destination, 12)"};
+    const Calls expected = {"recordTrainInputs_(destination, 12)",
+                            "train_",
+                            "train_, half way",
+                            "clone of params 1",
+                            "recordTrainDetails_(caller, 12)",
+                            "recordTrainResults_(destination, 12)"};
     EXPECT_EQ(script_.calls, expected);
     EXPECT_EQ(caller_.timesAsked(), 1);
     EXPECT_EQ(destination_.timesAsked(), 0);
@@ -24,11 +27,11 @@ TEST_F(FrameTrain, UntrainsFirst)
 {
     trainWithFirst();
     technique_.train(data_, otherParams_, &caller_, 4);
-    const Calls expected = {"clone of params 2",
-                            "untrain_",
+    const Calls expected = {"untrain_",
                             "recordTrainInputs_(destination, 12)",
                             "train_",
                             "train_, half way",
+                            "clone of params 2",
                             "recordTrainDetails_(caller, 12)",
                             "recordTrainResults_(destination, 12)"};
     EXPECT_EQ(script_.calls, expected);
@@ -38,8 +41,12 @@ TEST_F(FrameTrain, UntrainsFirst)
 TEST_F(FrameTrain, RecordsToNullWithoutADiagnosticsObject)
 {
     technique_.train(data_, params_);
-    const Calls expected = {"clone of params 1", "recordTrainInputs_(null, 0)",  "train_",
-                            "train_, half way",  "recordTrainDetails_(null, 0)", "recordTrainResults_(null, 0)"};
+    const Calls expected = {"recordTrainInputs_(null, 0)",
+                            "train_",
+                            "train_, half way",
+                            "clone of params 1",
+                            "recordTrainDetails_(null, 0)",
+                            "recordTrainResults_(null, 0)"};
     EXPECT_EQ(script_.calls, expected);
 }
 
@@ -47,8 +54,12 @@ TEST_F(FrameTrain, GivesTheDetailsToTheCallersObjectEvenIfThereIsNoDestination)
 {
     caller_.sendTo(nullptr);
     technique_.train(data_, params_, &caller_, 1);
-    const Calls expected = {"clone of params 1", "recordTrainInputs_(null, 9)",    "train_",
-                            "train_, half way",  "recordTrainDetails_(caller, 9)", "recordTrainResults_(null, 9)"};
+    const Calls expected = {"recordTrainInputs_(null, 9)",
+                            "train_",
+                            "train_, half way",
+                            "clone of params 1",
+                            "recordTrainDetails_(caller, 9)",
+                            "recordTrainResults_(null, 9)"};
     EXPECT_EQ(script_.calls, expected);
 }
 
@@ -101,14 +112,26 @@ TEST_F(FrameTrain, WhatAHookThrowsPassesThrough)
     }
 }
 
-TEST_F(FrameTrain, NothingChangesIfTheParametersCannotBeCloned)
+TEST_F(FrameTrain, IsUndoneIfTheParametersCannotBeCloned)
 {
     trainWithFirst();
     script_.failAt("clone", Stop("stop"));
     EXPECT_THROW(technique_.train(data_, otherParams_), Stop);
-    EXPECT_EQ(script_.calls, Calls{"clone of params 2"});
-    EXPECT_TRUE(technique_.isTrained());
-    EXPECT_EQ(valueOf(technique_.heldParams()), 1);
+    EXPECT_EQ(script_.calls, (Calls{"untrain_", "recordTrainInputs_(null, 0)", "train_", "train_, half way",
+                                    "clone of params 2", "untrain_"}));
+    EXPECT_FALSE(technique_.isTrained());
+    EXPECT_TRUE(technique_.heldParams().isNull());
+}
+
+TEST_F(FrameTrain, StoresTheParametersAsTheTrainingLeftThem)
+{
+    script_.during = [&](const std::string& call) {
+        if (call == "train_") {
+            params_.value(7);
+        }
+    };
+    technique_.train(data_, params_);
+    EXPECT_EQ(valueOf(technique_.trainParams()), 7);
 }
 
 TEST_F(FrameTrain, WhatTheDiagnosticsObjectThrowsPassesThrough)
@@ -119,7 +142,7 @@ TEST_F(FrameTrain, WhatTheDiagnosticsObjectThrowsPassesThrough)
     trainWithFirst();
     Broken broken;
     EXPECT_THROW(technique_.train(data_, otherParams_, &broken), Stop);
-    EXPECT_EQ(script_.calls, (Calls{"clone of params 2", "untrain_"}));
+    EXPECT_EQ(script_.calls, Calls{"untrain_"});
     EXPECT_TRUE(technique_.heldParams().isNull());
 }
 
@@ -140,7 +163,7 @@ TEST_F(FrameTrainStart, UntrainsHandsOnTheParametersAndRecordsNothing)
 {
     trainWithFirst();
     technique_.trainStart(otherParams_);
-    EXPECT_EQ(script_.calls, (Calls{"clone of params 2", "untrain_", "trainStart_"}));
+    EXPECT_EQ(script_.calls, (Calls{"untrain_", "trainStart_", "clone of params 2"}));
     EXPECT_EQ(technique_.params(), &otherParams_);
     EXPECT_EQ(valueOf(technique_.heldParams()), 2);
 }
@@ -148,7 +171,7 @@ TEST_F(FrameTrainStart, UntrainsHandsOnTheParametersAndRecordsNothing)
 TEST_F(FrameTrainStart, DoesNotUntrainAnUntrainedClassifier)
 {
     technique_.trainStart(params_);
-    EXPECT_EQ(script_.calls, (Calls{"clone of params 1", "trainStart_"}));
+    EXPECT_EQ(script_.calls, (Calls{"trainStart_", "clone of params 1"}));
 }
 
 TEST_F(FrameTrainStart, StoresNoParametersIfTheTechniqueThrows)
@@ -160,13 +183,13 @@ TEST_F(FrameTrainStart, StoresNoParametersIfTheTechniqueThrows)
     EXPECT_TRUE(technique_.heldParams().isNull());
 }
 
-TEST_F(FrameTrainStart, NothingChangesIfTheParametersCannotBeCloned)
+TEST_F(FrameTrainStart, LeavesTheClassifierUntrainedIfTheParametersCannotBeCloned)
 {
     trainWithFirst();
     script_.failAt("clone", Stop("stop"));
     EXPECT_THROW(technique_.trainStart(otherParams_), Stop);
-    EXPECT_EQ(script_.calls, Calls{"clone of params 2"});
-    EXPECT_EQ(valueOf(technique_.trainParams()), 1);
+    EXPECT_FALSE(technique_.isTrained());
+    EXPECT_TRUE(technique_.heldParams().isNull());
 }
 
 TEST_F(FrameTrainStart, WithTheStoredParametersThemselves)

@@ -33,10 +33,10 @@ TEST_F(ToolTrain, MakesAClassifierTrainsItAndChecksThatItCanRun)
 {
     tool_.train(data_, params_, &caller_, 4);
     const Calls expected = {"newClassifier_",
-                            "clone of params 1",
                             "recordTrainInputs_(destination, 12)",
                             "train_",
                             "train_, half way",
+                            "clone of params 1",
                             "recordTrainDetails_(caller, 12)",
                             "recordTrainResults_(destination, 12)",
                             "checkRunnable_"};
@@ -62,7 +62,6 @@ TEST_F(ToolTrain, AgainUntrainsTheOldClassifierAndLetsItGo)
     tool_.train(data_, otherParams_);
     EXPECT_EQ(script_.calls[0], "untrain_");
     EXPECT_EQ(script_.calls[1], "newClassifier_");
-    EXPECT_EQ(script_.calls[2], "clone of params 2");
     EXPECT_EQ(techniques, (std::vector<long>{1, 1, 1, 1, 1, 1, 1, 1, 1}))
         << "the new one takes the place of the old one";
     EXPECT_EQ(valueOf(tool_.trainParams()), 2);

@@ -45,14 +45,13 @@ bool kt_Classifier::isEquivalent(const kt_Classifier& other) const
 void kt_Classifier::train(const ktClassifierDataProvider& provider, const ktClassifierTrainParams& params,
                           ktDiagObject* diag, unsigned long flags)
 {
-    // Cloned before anything changes; and the old parameters live on, because they may be the ones given.
-    const ktPtrHandle_const<ktClassifierTrainParams> newParams = params.clone();
+    // The given parameters may be the stored ones, which this handle keeps alive.
     const ktPtrHandle_const<ktClassifierTrainParams> oldParams = trainParams_;
     untrain();
     ktDiagObject* destination = ktDiagObject::getRecordingDestination(diag, flags);
     recordTrainInputs_(destination, flags);
     train_(provider, params);
-    trainParams_ = newParams;
+    storeCloneOf(params);
     // Kept on purpose: this hook is given the caller's own object, not the destination.
     recordTrainDetails_(diag, flags);
     recordTrainResults_(destination, flags);
@@ -60,11 +59,21 @@ void kt_Classifier::train(const ktClassifierDataProvider& provider, const ktClas
 
 void kt_Classifier::trainStart(const ktClassifierTrainParams& params)
 {
-    const ktPtrHandle_const<ktClassifierTrainParams> newParams = params.clone();
     const ktPtrHandle_const<ktClassifierTrainParams> oldParams = trainParams_;
     untrain();
     trainStart_(params);
-    trainParams_ = newParams;
+    storeCloneOf(params);
+}
+
+/// Ends a training. Without its parameters a classifier would seem to be trained by hand, so it is untrained if they cannot be cloned.
+void kt_Classifier::storeCloneOf(const ktClassifierTrainParams& params)
+{
+    try {
+        trainParams_ = params.clone();
+    } catch (...) {
+        untrain();
+        throw;
+    }
 }
 
 void kt_Classifier::trainIncremental(const ktFeaturePattern& pattern, long label, ktDiagObject*, unsigned long)
@@ -83,6 +92,7 @@ void kt_Classifier::retrain(const ktClassifierTrainParams& params, ktDiagObject*
     if (trainParams_.isNull() || !params.isSameTechnique_(*trainParams_)) {
         throw ktClassifierDefs::BadMethod("Cannot retrain with a different classification technique.");
     }
+    // Cloned first: if that fails, the classifier stays as it was.
     const ktPtrHandle_const<ktClassifierTrainParams> newParams = params.clone();
     retrain_(params);
     trainParams_ = newParams;
