@@ -62,7 +62,7 @@ KT_KIT_API void add(ktClassifierTool& tool, const Patterns& patterns, const std:
 ///
 /// Rounding changes a mean by about 1e-15 of itself. It changes a covariance by about 1e-15 of the product of the deviations, times
 /// |mean| / deviation where that is more than 1: so by less than 1e-12 for a mean of up to a thousand deviations. Learning rounds as
-/// much.
+/// much. A binomial n that lies halfway between two integers may be rounded to the other one.
 ///
 /// Categories that only `other` has are appended to those of the tool. `other` may be the tool itself, which then counts twice.
 /// Throws, with the tool unchanged:
