@@ -180,7 +180,8 @@ private:
 
 /// An inner node: a predicate and the trees for its two outcomes.
 ///
-/// Ownership: holds clones of what it is given; its getters share them, read-only.
+/// Ownership: holds clones of what it is given; its getters share them, read-only. A predicate or subtree that the same pass also
+/// loaded into a handle of the caller's own is read-only too: a walk may keep what a predicate asked when the node took it.
 /// Copy: shares predicate and subtrees. Archive: version byte, base, true tree, false tree, predicate, as pointer records.
 class KT_API ktDecisionTreeNode : public ktDecisionTree {
 public:
