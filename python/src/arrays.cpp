@@ -47,6 +47,20 @@ nb::object floatsOf(nb::handle table)
     return array.attr("astype")("float64");
 }
 
+/// An array of labels that are objects. By itself NumPy makes doubles of signed and unsigned integers together.
+nb::object wholeNumbers(nb::handle labels)
+{
+    const nb::object index = nb::module_::import_("operator").attr("index");
+    nb::list numbers;
+    for (nb::handle label : labels) {
+        if (!PyIndex_Check(label.ptr())) {
+            throw nb::type_error("category labels must be whole numbers");
+        }
+        numbers.append(index(label));
+    }
+    return numpy().attr("asarray")(numbers);
+}
+
 }  // namespace
 
 Rows::Rows(nb::handle given)
@@ -111,8 +125,12 @@ Labels::Labels(nb::handle labels, std::size_t numRows)
     if (size == 0) {
         return;
     }
+    const bool areObjects = kindOf(array) == "O" || !nb::hasattr(labels, "dtype");
     if (kindOf(array) == "O") {
         array = numpy().attr("asarray")(array.attr("tolist")());
+    }
+    if (areObjects && kindOf(array) == "f") {
+        array = wholeNumbers(labels);
     }
     const std::string kind = kindOf(array);
     if (kind != "i" && kind != "u" && kind != "b") {

@@ -192,6 +192,7 @@ void bindKnn(nb::module_& module)
             makeKnn(&self, std::get<0>(state), std::get<1>(state), &std::get<2>(state), std::get<3>(state));
         });
     compares<Knn>(type);
+    picklesByState(type);
 }
 
 template <class T>
@@ -262,6 +263,7 @@ void bindBayes(nb::module_& module)
             new (&self) Bayes(params);
         });
     compares<Bayes>(type);
+    picklesByState(type);
 }
 
 }  // namespace

@@ -62,6 +62,7 @@ void bindIgnore(nb::module_& module)
             "__setstate__", [](Ignore& self, const nb::tuple&) { new (&self) Ignore(); },
             nb::sig("def __setstate__(self, state: tuple[()], /) -> None"));
     compares<Ignore>(type);
+    picklesByState(type);
 }
 
 void bindOneSided(nb::module_& module)

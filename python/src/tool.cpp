@@ -237,8 +237,13 @@ SharedTool fromBuffer(nb::handle data)
 /// The name of a file in the encoding of the file system.
 std::string pathOf(nb::handle path)
 {
-    const nb::bytes name = nb::cast<nb::bytes>(nb::module_::import_("os").attr("fsencode")(path));
-    return std::string(name.c_str(), name.size());
+    const nb::bytes bytes = nb::cast<nb::bytes>(nb::module_::import_("os").attr("fsencode")(path));
+    std::string name(bytes.c_str(), bytes.size());
+    // The system would end the name there.
+    if (name.find('\0') != std::string::npos) {
+        throw nb::value_error("embedded null byte");
+    }
+    return name;
 }
 
 void save(const SharedTool& self, nb::handle path, bool plain)

@@ -5,6 +5,7 @@
 
 #include <kt/archive.h>
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -66,10 +67,24 @@ void compares(Class& type)
     isUnhashable(type);
 }
 
+/// Makes pickle take the state of values in every protocol. By itself Python does so from protocol 2 on.
+template <class Class>
+void picklesByState(Class& type)
+{
+    type.def(
+        "__reduce_ex__",
+        [](nb::handle self, int protocol) {
+            const nb::handle object(reinterpret_cast<PyObject*>(&PyBaseObject_Type));
+            return object.attr("__reduce_ex__")(self, std::max(protocol, 2));
+        },
+        nb::arg("protocol"), nb::sig("def __reduce_ex__(self, protocol: typing.SupportsIndex) -> tuple[object, ...]"));
+}
+
 /// Values are pickled as the bytes of an archive. The module `copy` uses the same functions.
 template <class T, class Class>
 void pickles(Class& type)
 {
+    picklesByState(type);
     type.def("__getstate__", [](const T& self) { return stored<T>(self); });
     type.def("__setstate__", [](T& self, const nb::bytes& state) { new (&self) T(loaded<T>(state)); });
 }

@@ -342,6 +342,7 @@ def test_errors_are_python_s_too(kind: type[ct.ClastoolError]) -> None:
         (lambda: train([["a"]], [1]), ValueError, "could not convert string to float"),
         (lambda: train([[1j]], [1]), TypeError, "measurements must be real numbers, not complex ones"),
         (lambda: train([[1.0]], [1.0]), TypeError, "category labels must be whole numbers"),
+        (lambda: train([[1.0]] * 2, [np.uint64(1), 2.0]), TypeError, "category labels must be whole numbers"),
         (lambda: train([[1.0]], ["a"]), TypeError, "category labels must be whole numbers"),
         (lambda: train([[1.0]] * 2, np.array([1, None])), TypeError, "category labels must be whole numbers"),
         (lambda: train([[1.0]], [[1]]), ValueError, "category labels must have one dimension"),
@@ -398,3 +399,13 @@ def test_damaged_files_are_named(tmp_path: Path) -> None:
     with pytest.raises(ct.FileError) as caught:
         ct.ClassifierTool.load(path)
     assert str(caught.value) == f"{path}: damaged or cut short: the checksum at byte {len(whole) - 5} does not match"
+
+
+@pytest.mark.parametrize("plain", [False, True])
+def test_a_name_that_the_system_would_cut_is_refused(plain: bool, tmp_path: Path) -> None:
+    name = f"{tmp_path}/tool\0.kt"
+    with pytest.raises(ValueError, match="^embedded null byte$"):
+        trained(ct.BayesParams()).save(name, plain=plain)
+    with pytest.raises(ValueError, match="^embedded null byte$"):
+        ct.ClassifierTool.load(name)
+    assert list(tmp_path.iterdir()) == []

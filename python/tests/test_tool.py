@@ -246,16 +246,26 @@ def test_labels_may_be_any_whole_numbers(kind: str) -> None:
     assert tool.categories.tolist() == [0, 1]
 
 
+@pytest.mark.parametrize("as_objects", [False, True])
+def test_labels_may_be_whole_numbers_of_several_types(as_objects: bool) -> None:
+    X, _ = sample(99, 4, 2)
+    mixed = [np.int8(1), np.uint64(2**40), 3] * 33
+    tool = ct.ClassifierTool()
+    labels: Any = np.array(mixed, dtype=object) if as_objects else mixed
+    tool.train(X, labels, ct.KNNParams())
+    assert tool.run_rows(X).labels.tolist() == [1, 2**40, 3] * 33
+
+
 def test_what_a_mask_hides_is_missing() -> None:
     X, y = sample(100, 4, 2)
     hidden = X > 1.5
+    masked_array: Any = np.ma.array  # NumPy 2.2 gives it no types
     tool, expected = ct.ClassifierTool(), ct.ClassifierTool()
-    masked = np.ma.array(np.where(hidden, 7.0, X), mask=hidden)
-    tool.train(masked, y, ct.BayesParams())
+    tool.train(masked_array(np.where(hidden, 7.0, X), mask=hidden), y, ct.BayesParams())
     expected.train(np.where(hidden, np.nan, X), y, ct.BayesParams())
     assert tool == expected
-    assert ct.FeaturePattern(np.ma.array([1.0, 2.0], mask=[False, True])) == ct.FeaturePattern([1.0, np.nan])
-    whole = np.ma.array(np.rint(X).astype(int), mask=False)
+    assert ct.FeaturePattern(masked_array([1.0, 2.0], mask=[False, True])) == ct.FeaturePattern([1.0, np.nan])
+    whole = masked_array(np.rint(X).astype(int), mask=False)
     assert tool.run_rows(whole).labels.tolist() == tool.run_rows(np.rint(X)).labels.tolist()
 
 

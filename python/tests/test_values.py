@@ -145,8 +145,8 @@ def test_equal_values_have_no_hash(name: str) -> None:
 @pytest.mark.parametrize("name", VALUES)
 @pytest.mark.parametrize(
     "again",
-    [copy.copy, copy.deepcopy, *(lambda v, p=p: pickle.loads(pickle.dumps(v, p)) for p in range(2, 6))],
-    ids=["copy", "deepcopy", "pickle 2", "pickle 3", "pickle 4", "pickle 5"],
+    [copy.copy, copy.deepcopy, *(lambda v, p=p: pickle.loads(pickle.dumps(v, p)) for p in range(6))],
+    ids=["copy", "deepcopy", "pickle 0", "pickle 1", "pickle 2", "pickle 3", "pickle 4", "pickle 5"],
 )
 def test_values_copy_and_pickle(name: str, again: Callable[[Any], Any]) -> None:
     value = VALUES[name][0]()
