@@ -131,19 +131,19 @@ def _measurements(
 
 def _read_table(path: str) -> tuple[list[str] | None, list[list[str]]]:
     """The names of the columns and the cells below. The names are None if the first line holds only numbers."""
-    with open(path, newline="", encoding="utf-8") as file:
+    with open(path, newline="", encoding="utf-8-sig") as file:
         try:
             lines = [line for line in csv.reader(file) if line]
         except (csv.Error, UnicodeDecodeError) as error:
             raise ValueError(f"{path}: is not a table in UTF-8: {error}") from None
-    names = None
+    names, width = None, len(lines[0]) if lines else 0
     if lines and not all(_is_number(cell) for cell in lines[0]):
         names = [name.strip() for name in lines.pop(0)]
     if not lines:
         raise ValueError(f"{path}: has no rows")
     for number, line in enumerate(lines, 1):
-        if len(line) != len(lines[0]):
-            raise ValueError(f"{path}: row {number} has {len(line)} cells, the first one {len(lines[0])}")
+        if len(line) != width:
+            raise ValueError(f"{path}: row {number} has {len(line)} cells, the first line {width}")
     return names, lines
 
 

@@ -26,13 +26,14 @@ def class_index(classes: npt.NDArray[Any], label: Any, parameter: str) -> int:
 def cost_matrix(costs: Any, classes: npt.NDArray[Any]) -> Floats:
     """The costs as a matrix cost[true, assigned] over the classes. The diagonal is 0."""
     count = len(classes)
+    matrix: Floats
     if costs is None:
         matrix = np.ones((count, count))
         np.fill_diagonal(matrix, 0.0)
     elif isinstance(costs, Mapping):
         matrix = _matrix_of_pairs(costs, classes)
     else:
-        matrix = np.array(costs, dtype=np.float64)
+        matrix = _numbers(costs, "costs", "a matrix of numbers or a dict")
         if matrix.shape != (count, count):
             raise ValueError(f"costs must have a row and a column for each of {count} classes, not the shape {matrix.shape}")
     if not np.all(np.isfinite(matrix)) or np.any(matrix < 0.0):
@@ -42,8 +43,16 @@ def cost_matrix(costs: Any, classes: npt.NDArray[Any]) -> Floats:
     return matrix
 
 
+def _numbers(stated: Any, parameter: str, wanted: str) -> Floats:
+    try:
+        return np.array(stated, dtype=np.float64)
+    except (TypeError, ValueError):
+        raise ValueError(f"{parameter} must be {wanted}, not {stated!r}") from None
+
+
 def _matrix_of_pairs(costs: Mapping[Any, Any], classes: npt.NDArray[Any]) -> Floats:
-    matrix = np.full((len(classes), len(classes)), float(costs.get("default", 1.0)))
+    default = _numbers(costs.get("default", 1.0), "costs", "numbers")
+    matrix = np.full((len(classes), len(classes)), default)
     np.fill_diagonal(matrix, 0.0)
     for pair, cost in costs.items():
         if isinstance(pair, str) and pair == "default":
@@ -51,7 +60,7 @@ def _matrix_of_pairs(costs: Mapping[Any, Any], classes: npt.NDArray[Any]) -> Flo
         if not isinstance(pair, tuple) or len(pair) != 2:
             raise ValueError(f'costs must have pairs (true, assigned) and "default" as keys, not {pair!r}')
         true, assigned = (class_index(classes, label, "costs") for label in pair)
-        matrix[true, assigned] = cost
+        matrix[true, assigned] = _numbers(cost, "costs", "numbers")
     return matrix
 
 
@@ -76,6 +85,7 @@ def tool_costs(matrix: Floats, labels: npt.NDArray[np.int64]) -> Costs:
 def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArray[np.int64]) -> Floats:
     """The prior of each class: its share of the rows, equal, or as stated. They add up to 1."""
     count = len(classes)
+    stated: Floats
     if priors is None:
         return np.asarray(class_count / class_count.sum(), dtype=np.float64)
     if isinstance(priors, str):
@@ -85,11 +95,11 @@ def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArra
     if isinstance(priors, Mapping):
         stated = np.full(count, np.nan)
         for label, prior in priors.items():
-            stated[class_index(classes, label, "priors")] = prior
+            stated[class_index(classes, label, "priors")] = _numbers(prior, "priors", "numbers")
         if np.any(np.isnan(stated)):
             raise ValueError(f"priors must have a number for each of the classes {classes.tolist()!r}")
     else:
-        stated = np.array(priors, dtype=np.float64)
+        stated = _numbers(priors, "priors", 'None, "equal", numbers or a dict')
         if stated.shape != (count,):
             raise ValueError(f"priors must have a number for each of {count} classes, not the shape {stated.shape}")
     if not np.all(np.isfinite(stated)) or np.any(stated <= 0.0):

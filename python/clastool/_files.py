@@ -21,7 +21,7 @@ _ATTRIBUTES = ("classes_", "class_count_", "costs_", "class_prior_", "n_features
 
 
 def save_estimator(estimator: Any, path: Any) -> None:
-    path = os.fspath(path)
+    path = os.fsdecode(path)
     content = {
         "written by": "clastool.sklearn",
         "version": _VERSION,
@@ -37,7 +37,7 @@ def save_estimator(estimator: Any, path: Any) -> None:
 
 
 def load_estimator(cls: Any, path: Any) -> Any:
-    path = os.fspath(path)
+    path = os.fsdecode(path)
     tool = ClassifierTool.load(path)
     if tool.technique != cls._technique:
         raise ValueError(f"{path}: the tool is not one of a {cls.__name__}")

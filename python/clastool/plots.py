@@ -253,7 +253,7 @@ class ScoringFunctionDisplay:
         cls, function: Any, low: float, high: float, *, name: str = "measurement", ax: Axes | None = None
     ) -> ScoringFunctionDisplay:
         """The scores between two values of the measurement."""
-        x = np.linspace(low, high, 401)
+        x: Floats = np.linspace(low, high, 401, dtype=np.float64)
         return cls(x=x, scores=np.array([function(value) for value in x.tolist()]), name=name).plot(ax=ax)
 
     def plot(self, *, ax: Axes | None = None) -> ScoringFunctionDisplay:

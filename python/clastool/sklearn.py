@@ -14,6 +14,7 @@ from __future__ import annotations
 from abc import abstractmethod
 from collections.abc import Iterable, Mapping
 from copy import copy
+from numbers import Real
 from os import PathLike
 from typing import Any, TypeVar, Union
 
@@ -22,8 +23,8 @@ import numpy.typing as npt
 from joblib import effective_n_jobs
 from sklearn.base import BaseEstimator, ClassifierMixin
 from sklearn.utils.metaestimators import available_if
-from sklearn.utils.multiclass import check_classification_targets
-from sklearn.utils.validation import check_is_fitted, column_or_1d
+from sklearn.utils.multiclass import check_classification_targets, type_of_target
+from sklearn.utils.validation import check_consistent_length, check_is_fitted, column_or_1d
 
 from . import BayesParams, ClassifierTool, DistributionType, DistributionTypes, FeaturePattern, KNNParams, Norm
 from ._decision import (
@@ -100,7 +101,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         """Learns from labelled rows.
 
         X: rows of measurements. float32 and float64 are read in place, with any strides.
-        y: a label of any kind for each row.
+        y: a label for each row: numbers, strings, truth values, or other objects that can be sorted.
         """
         X, y = self._checked_training(X, y, reset=True)
         classes, counts = np.unique(y, return_counts=True)
@@ -166,7 +167,9 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     def score(self, X: Any, y: Any, sample_weight: Any = None) -> float:
         """The share of right decisions. A rejected row is not right."""
-        right = self.predict(X) == column_or_1d(y)
+        y = column_or_1d(_plain_labels(y))
+        check_consistent_length(X, y, sample_weight)
+        right = self.predict(X) == y
         return float(np.average(right, weights=sample_weight))
 
     def paid_cost(self, X: Any, y: Any, *, normalize: bool = True) -> float:
@@ -176,7 +179,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         """
         X = self._checked(X)
         assigned = self._decisions(X)
-        y = column_or_1d(y)
+        y = column_or_1d(_plain_labels(y))
         if len(y) != len(assigned):
             raise ValueError(f"X has {len(assigned)} rows, but y has {len(y)} labels")
         true = np.array([class_index(self.classes_, label, "y") for label in y.tolist()], dtype=np.intp)
@@ -205,9 +208,9 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     def _checked_training(self, X: Any, y: Any, reset: bool) -> tuple[Any, npt.NDArray[Any]]:
         X, y = validate_data(
-            self, X, y, reset=reset, dtype=[np.float64, np.float32], ensure_all_finite=self._finite
+            self, X, _plain_labels(y), reset=reset, dtype=[np.float64, np.float32], ensure_all_finite=self._finite
         )
-        check_classification_targets(y)
+        _check_labels(y)
         return X, y
 
     def _checked(self, X: Any) -> Any:
@@ -222,9 +225,10 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
     def _checked_classes(self, classes: Any, is_first: bool) -> npt.NDArray[Any]:
         if is_first and classes is None:
             raise ValueError("classes must be passed on the first call to partial_fit.")
+        stated: npt.NDArray[Any] = self.classes_ if classes is None else np.unique(_plain_labels(classes))
         if is_first:
-            return np.unique(classes)
-        if classes is not None and not np.array_equal(self.classes_, np.unique(classes)):
+            return stated
+        if not np.array_equal(self.classes_, stated):
             raise ValueError(f"classes {classes!r} are not those of the first call, {self.classes_.tolist()!r}")
         return self.classes_
 
@@ -232,7 +236,7 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         share = self.reject_quantile
         if share is None:
             return None
-        if not 0.0 <= share < 1.0:
+        if not _is_number(share) or not 0.0 <= share < 1.0:
             raise ValueError(f"reject_quantile must be None or >= 0 and < 1, not {share!r}")
         return float(share)
 
@@ -277,6 +281,31 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
 
     def _rejects(self, X: Any) -> npt.NDArray[np.bool_]:
         return np.asarray(np.all(self._typicality(X, False) < self._reject_limits, axis=1))
+
+
+def _plain_labels(y: Any) -> Any:
+    """Whole numbers and truth values of their own type if y holds them as objects or in a nullable type of pandas."""
+    dtype = getattr(y, "dtype", None)
+    if dtype is None or (isinstance(dtype, np.dtype) and dtype.kind != "O"):
+        return y
+    labels = np.asarray(y)
+    if labels.dtype.kind == "O" and labels.ndim == 1:
+        items = labels.tolist()
+        # Only then: NumPy would take a truth value among numbers for a number.
+        if len({isinstance(item, (bool, np.bool_)) for item in items if isinstance(item, (int, np.integer, np.bool_))}) == 1:
+            labels = np.array(items)
+    return labels if labels.ndim == 1 and labels.dtype.kind in "biu" else y
+
+
+def _check_labels(y: npt.NDArray[Any]) -> None:
+    """Of objects scikit-learn takes only strings for labels. Here all are labels that can be sorted."""
+    if y.dtype.kind != "O" or type_of_target(y) != "unknown":
+        check_classification_targets(y)
+        return
+    try:
+        np.unique(y)
+    except TypeError as error:
+        raise ValueError(f"labels cannot be sorted: {error}") from None
 
 
 def _to_tool(y: npt.NDArray[Any], classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:
@@ -354,6 +383,8 @@ class KNeighborsCostClassifier(_CostClassifier):
     def _count(self, n_neighbors: int | None) -> int:
         count = self.n_neighbors if n_neighbors is None else n_neighbors
         kept = self.tool_.num_patterns
+        if not isinstance(count, (int, np.integer)):
+            raise ValueError(f"n_neighbors must be an integer >= 1, not {count!r}")
         if not 1 <= count <= kept:
             raise ValueError(f"n_neighbors must be >= 1 and at most the number of training rows, {kept}, not {count}")
         return int(count)
@@ -361,7 +392,7 @@ class KNeighborsCostClassifier(_CostClassifier):
     def _params(self, classes: npt.NDArray[Any], costs: Floats, counts: npt.NDArray[np.int64]) -> KNNParams:
         if isinstance(self.n_neighbors, bool) or not isinstance(self.n_neighbors, (int, np.integer)) or self.n_neighbors < 1:
             raise ValueError(f"n_neighbors must be an integer >= 1, not {self.n_neighbors!r}")
-        if not 0.0 < self.p < np.inf:
+        if not _is_number(self.p) or not 0.0 < self.p < np.inf:
             raise ValueError(f"p must be finite and > 0, not {self.p!r}")
         if self.metric is not None and not callable(self.metric):
             raise ValueError(f"metric must be None or a function of two arrays, not {self.metric!r}")
@@ -531,13 +562,13 @@ class BayesCostClassifier(_CostClassifier):
     def _set_dependent(self, types: DistributionTypes, label: int, groups: Any) -> None:
         if groups is None:
             return
-        if isinstance(groups, str):
-            if groups != "all":
-                raise ValueError(f'groups must be None, "all", lists of measurements or a dict, not {groups!r}')
+        if isinstance(groups, str) and groups == "all":
             groups = [range(self.n_features_in_)]
+        if isinstance(groups, str) or not isinstance(groups, Iterable):
+            raise ValueError(f'groups must be None, "all", lists of measurements or a dict, not {groups!r}')
         grouped: set[int] = set()
         for group in groups:
-            if isinstance(group, (str, int, np.integer)):
+            if isinstance(group, str) or not isinstance(group, Iterable):
                 raise ValueError(f"groups must be lists of measurements, not {group!r}")
             indices = [self._measurement(name, "groups") for name in group]
             if grouped & set(indices) or len(set(indices)) < len(indices):
@@ -548,7 +579,7 @@ class BayesCostClassifier(_CostClassifier):
     def _distributions(self) -> tuple[DistributionType, dict[int, DistributionType]]:
         """The default type, and the types of the measurements that differ from it."""
         stated = self.distribution
-        if isinstance(stated, str):
+        if isinstance(stated, str) or not isinstance(stated, Iterable):
             return _type(stated), {}
         per_measurement = self._per_measurement(stated, "distribution")
         types = {index: _type(name) for index, name in per_measurement.items()}
@@ -579,10 +610,9 @@ class BayesCostClassifier(_CostClassifier):
             if name not in names:
                 raise ValueError(f"{parameter} names the measurement {name!r}, which is not among {names!r}")
             return int(names.index(name))
-        index = int(name)
-        if index != name or not 0 <= index < self.n_features_in_:
+        if not _is_number(name) or name not in range(self.n_features_in_):
             raise ValueError(f"{parameter} names the measurement {name!r} of {self.n_features_in_}")
-        return index
+        return int(name)
 
     def _typicality(self, X: Any, is_training: bool) -> Floats:
         gaps, which = np.unique(np.isnan(X), axis=0, return_inverse=True)
@@ -616,6 +646,10 @@ class BayesCostClassifier(_CostClassifier):
 
 def _is_kept(value: Any) -> bool:
     return isinstance(value, str) and value == _KEEP
+
+
+def _is_number(value: Any) -> bool:
+    return isinstance(value, Real) and not isinstance(value, bool)
 
 
 def _type(name: Any) -> DistributionType:

@@ -139,7 +139,9 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
         "": "has no rows",
         "a,b,c,d\n": "has no rows",
         "1,2,3\n": "has 3 columns, but the tool was trained on 4 measurements",
-        "1,2,3,4\n1,2,3\n": "row 2 has 3 cells, the first one 4",
+        "1,2,3,4\n1,2,3\n": "row 2 has 3 cells, the first line 4",
+        "a,b,c,d\n1,2,3\n": "row 1 has 3 cells, the first line 4",
+        "a,b,c,d\n1,2,3,4,5\n": "row 1 has 5 cells, the first line 4",
         "a,b,c,d\n1,2,x,4\n": "row 1, column 3: 'x' is not a number",
     }
     for text, message in texts.items():
@@ -158,6 +160,15 @@ def test_wrong_files_end_in_one_line_and_status_1(tmp_path: Path, capsys: pytest
     assert main(["predict", str(good), str(data), "-o", str(out)]) == 1
     told = capsys.readouterr().err
     assert told.startswith("clastool: Input X contains NaN. KNeighborsCostClassifier does not") and told.count("\n") == 1
+
+
+def test_names_may_follow_a_byte_order_mark(tmp_path: Path) -> None:
+    table = pd.DataFrame(IRIS, columns=NAMES)
+    model = BayesCostClassifier().fit(table, SPECIES)
+    model.save(tmp_path / "model")
+    table.to_csv(tmp_path / "data.csv", index=False, encoding="utf-8-sig")
+    assert main(["predict", str(tmp_path / "model"), str(tmp_path / "data.csv"), "-o", str(tmp_path / "out.csv")]) == 0
+    assert [int(row[0]) for row in read(tmp_path / "out.csv")[1]] == model.predict(table).tolist()
 
 
 def test_texts_that_were_changed_at_random_end_in_one_line_or_are_taken(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:

@@ -5,6 +5,7 @@ from __future__ import annotations
 import pickle
 import sys
 import threading
+from datetime import date
 from pathlib import Path
 from types import ModuleType
 from typing import Any
@@ -60,6 +61,46 @@ def test_truth_values_are_labels(cls: Any) -> None:
     model = cls(costs={(True, False): 5}).fit(IRIS, y)
     assert model.predict(IRIS).dtype == bool
     assert model.costs_.tolist() == [[0.0, 1.0], [5.0, 0.0]]
+
+
+@pytest.mark.parametrize("cls", BOTH)
+@pytest.mark.parametrize(
+    "labels",
+    [
+        pd.array([7, 2**62 + 1, -3], dtype="Int64"),
+        pd.array([7, 8, 9], dtype="UInt8"),
+        pd.array([True, False, True], dtype="boolean"),
+        np.array([7, np.int8(5), np.uint16(9)], dtype=object),
+        np.array([True, np.bool_(False), True], dtype=object),
+    ],
+    ids=str,
+)
+def test_objects_that_are_whole_numbers_or_truth_values_come_back(cls: Any, labels: Any, tmp_path: Path) -> None:
+    y = labels[SPECIES]
+    model = cls().fit(IRIS, y)
+    assert model.classes_.tolist() == sorted({*labels.tolist()})
+    assert model.classes_.dtype.kind in ("b" if isinstance(labels[0], (bool, np.bool_)) else "iu")
+    assert np.mean(model.predict(IRIS) == np.asarray(y)) > 0.9
+    assert model.score(IRIS, y) == 1.0 - model.paid_cost(IRIS, y) > 0.9
+    model.save(tmp_path / "model")
+    assert cls.load(tmp_path / "model").classes_.tolist() == model.classes_.tolist()
+    in_parts = cls().partial_fit(IRIS[::2], y[::2], classes=labels).partial_fit(IRIS[1::2], y[1::2], classes=labels)
+    assert in_parts.classes_.tolist() == model.classes_.tolist() and in_parts.class_count_.tolist() == model.class_count_.tolist()
+
+
+@pytest.mark.parametrize("cls", BOTH)
+def test_objects_that_can_be_sorted_are_labels(cls: Any) -> None:
+    labels = np.array([date(2026, 5, 1), date(2025, 1, 1), date(2026, 2, 28)], dtype=object)
+    y = labels[SPECIES]
+    model = cls(costs={(labels[0], labels[1]): 2.0}).fit(IRIS, y)
+    assert model.classes_.tolist() == sorted(labels)
+    assert model.costs_.tolist() == [[0, 1, 1], [1, 0, 1], [2, 1, 0]]
+    assert model.score(IRIS, y) > 0.9
+    assert model.partial_fit(IRIS, y).class_count_.tolist() == [100, 100, 100]
+    with pytest.raises(ValueError, match="^labels cannot be sorted: '<' not supported between instances of"):
+        cls().fit(IRIS, np.array([1, "a", 2], dtype=object)[SPECIES])
+    with pytest.raises(ValueError, match="^Input y contains NaN"):
+        cls().fit(IRIS, pd.array([1, 2, None], dtype="Int64")[SPECIES])
 
 
 def test_tool_has_the_classes_as_labels_if_an_archive_can_hold_them() -> None:
@@ -243,23 +284,31 @@ def test_refusals_say_what_is_wrong() -> None:
         (KNeighborsCostClassifier, {"p": 0}, "p must be finite and > 0, not 0"),
         (KNeighborsCostClassifier, {"p": np.inf}, "p must be finite and > 0, not inf"),
         (KNeighborsCostClassifier, {"p": np.nan}, "p must be finite and > 0, not nan"),
+        (KNeighborsCostClassifier, {"p": "2"}, "p must be finite and > 0, not '2'"),
         (KNeighborsCostClassifier, {"metric": "cosine"}, "metric must be None or a function of two arrays, not 'cosine'"),
         (BayesCostClassifier, {"priors": "counts"}, "priors must be None, \"equal\", an array or a dict, not 'counts'"),
         (BayesCostClassifier, {"priors": [0.5, 0.5]}, "priors must have a number for each of 3 classes, not the shape (2,)"),
         (BayesCostClassifier, {"priors": [0.5, 0.5, 0]}, "priors must be finite and > 0"),
         (BayesCostClassifier, {"priors": [1, 1, np.inf]}, "priors must be finite and > 0"),
         (BayesCostClassifier, {"priors": {"a": 1, "b": 1}}, "priors must have a number for each of the classes ['a', 'b', 'c']"),
+        (BayesCostClassifier, {"priors": ["a", 1, 1]}, "priors must be None, \"equal\", numbers or a dict, not ['a', 1, 1]"),
+        (BayesCostClassifier, {"priors": {"a": "x"}}, "priors must be numbers, not 'x'"),
         (BayesCostClassifier, {"priors": {"d": 1}}, "priors names the class 'd', which is not among ['a', 'b', 'c']"),
         (BayesCostClassifier, {"groups": "some"}, "groups must be None, \"all\", lists of measurements or a dict, not 'some'"),
+        (BayesCostClassifier, {"groups": 5}, 'groups must be None, "all", lists of measurements or a dict, not 5'),
+        (BayesCostClassifier, {"groups": [None]}, "groups must be lists of measurements, not None"),
         (BayesCostClassifier, {"groups": [0, 1]}, "groups must be lists of measurements, not 0"),
         (BayesCostClassifier, {"groups": [[0, 1], [1, 2]]}, "groups must name each measurement only once"),
         (BayesCostClassifier, {"groups": [[0, 0]]}, "groups must name each measurement only once"),
         (BayesCostClassifier, {"groups": [[0, 4]]}, "groups names the measurement 4 of 4"),
         (BayesCostClassifier, {"groups": [[0, -1]]}, "groups names the measurement -1 of 4"),
         (BayesCostClassifier, {"groups": [[0, 1.5]]}, "groups names the measurement 1.5 of 4"),
+        (BayesCostClassifier, {"groups": [[0, None]]}, "groups names the measurement None of 4"),
+        (BayesCostClassifier, {"groups": [[True]]}, "groups names the measurement True of 4"),
         (BayesCostClassifier, {"groups": [["x", "y"]]}, "groups names the measurement 'x', which is not among []"),
         (BayesCostClassifier, {"groups": {"d": "all"}}, "groups names the class 'd', which is not among ['a', 'b', 'c']"),
         (BayesCostClassifier, {"distribution": "poisson"}, "distribution must be \"normal\" or \"binomial\", not 'poisson'"),
+        (BayesCostClassifier, {"distribution": None}, 'distribution must be "normal" or "binomial", not None'),
         (BayesCostClassifier, {"distribution": ["normal"]}, "distribution must have one for each of 4 measurements, not 1"),
         (BayesCostClassifier, {"distribution": {0: 1}}, 'distribution must be "normal" or "binomial", not 1'),
         (BayesCostClassifier, {"max_values": [1, 2]}, "max_values must have one for each of 4 measurements, not 2"),
@@ -269,12 +318,16 @@ def test_refusals_say_what_is_wrong() -> None:
             (cls, {"costs": [[0, 1], [1, 0]]}, "costs must have a row and a column for each of 3 classes, not the shape (2, 2)"),
             (cls, {"costs": np.ones((3, 3))}, "costs of the right decision must be 0"),
             (cls, {"costs": {("a", "a"): 1}}, "costs of the right decision must be 0"),
+            (cls, {"costs": "equal"}, "costs must be a matrix of numbers or a dict, not 'equal'"),
+            (cls, {"costs": {"default": None}}, "costs must be finite and >= 0"),
+            (cls, {"costs": {("a", "b"): "x"}}, "costs must be numbers, not 'x'"),
             (cls, {"costs": {"default": -1}}, "costs must be finite and >= 0"),
             (cls, {"costs": {("a", "b"): np.inf}}, "costs must be finite and >= 0"),
             (cls, {"costs": {("a", "b"): np.nan}}, "costs must be finite and >= 0"),
             (cls, {"costs": {("a", "d"): 1}}, "costs names the class 'd', which is not among ['a', 'b', 'c']"),
             (cls, {"costs": {"a": 1}}, "costs must have pairs (true, assigned) and \"default\" as keys, not 'a'"),
             (cls, {"reject_quantile": 1.0}, "reject_quantile must be None or >= 0 and < 1, not 1.0"),
+            (cls, {"reject_quantile": "0.1"}, "reject_quantile must be None or >= 0 and < 1, not '0.1'"),
             (cls, {"reject_quantile": -0.1}, "reject_quantile must be None or >= 0 and < 1, not -0.1"),
         ]
     for cls, parameters, text in rows:
@@ -283,9 +336,18 @@ def test_refusals_say_what_is_wrong() -> None:
             model.fit(IRIS, y)
         assert str(caught.value) == text
         assert not hasattr(model, "tool_")
-    with pytest.raises(ValueError) as caught:
-        KNeighborsCostClassifier().fit(IRIS, y).kneighbors(IRIS, 151)
-    assert str(caught.value) == "n_neighbors must be >= 1 and at most the number of training rows, 150, not 151"
+    several: Any = KNeighborsCostClassifier().fit(IRIS, y)
+    for count, text in [
+        (151, "n_neighbors must be >= 1 and at most the number of training rows, 150, not 151"),
+        (0, "n_neighbors must be >= 1 and at most the number of training rows, 150, not 0"),
+        (2.5, "n_neighbors must be an integer >= 1, not 2.5"),
+    ]:
+        with pytest.raises(ValueError) as caught:
+            several.kneighbors(IRIS, count)
+        assert str(caught.value) == text
+    for cls in BOTH:
+        with pytest.raises(ValueError, match="inconsistent numbers of samples"):
+            cls().fit(IRIS, y).score(IRIS, y[:1])
 
 
 @pytest.mark.parametrize(

@@ -47,6 +47,14 @@ def test_loaded_estimators_answer_to_the_bit(model: Any, tmp_path: Path) -> None
         )
 
 
+def test_names_of_files_may_be_bytes(tmp_path: Path) -> None:
+    model = BayesCostClassifier().fit(IRIS, SPECIES)
+    name: Any = bytes(tmp_path / "model")
+    model.save(name)
+    assert sorted(path.name for path in tmp_path.iterdir()) == ["model", "model.json"]
+    assert np.array_equal(BayesCostClassifier.load(name).predict_proba(IRIS), model.predict_proba(IRIS))
+
+
 def test_tool_in_the_file_is_the_estimator_without_python(tmp_path: Path) -> None:
     model = KNeighborsCostClassifier(7, p=1, costs=COSTS).fit(IRIS, SPECIES)
     model.save(tmp_path / "model")
