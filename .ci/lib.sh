@@ -129,10 +129,18 @@ build() {
     ) 9>"build/$preset.lock"
 }
 
-# python_environment FOLDER: a virtual environment with what building and testing the Python package takes.
+# python_environment FOLDER [PYTHON]: a virtual environment with what building and testing the Python package takes.
 python_environment() {
-    [ -x "$1/bin/python" ] && [ "$("$1/bin/python" -VV)" = "$(python3 -VV)" ] || python3 -m venv --clear "$1"
+    local python=${2:-python3}
+    [ -x "$1/bin/python" ] && [ "$("$1/bin/python" -VV)" = "$("$python" -VV)" ] || "$python" -m venv --clear "$1"
     "$1/bin/pip" install -q -r python/tests/requirements.txt
+}
+
+# python_wheel ENVIRONMENT BUILD WHEELS: a wheel of the Python package in the folder WHEELS. The folder of the build stays, so that
+# only what changed is compiled again.
+python_wheel() {
+    PATH=$1/bin:$PATH "$1/bin/pip" wheel -q --no-build-isolation --no-deps -w "$3" \
+        --config-settings=build-dir="$2" --config-settings=cmake.define.KT_DEVELOPER=ON ./python
 }
 
 # step COMMAND...: a check among others; says how long it took.
