@@ -76,7 +76,8 @@ class DecisionRegionsDisplay:
         if rows.ndim != 2 or rows.shape[1] != 2:
             raise ValueError(f"X must have two measurements, not the shape {rows.shape}")
         low, high = np.nanmin(rows, axis=0), np.nanmax(rows, axis=0)
-        low, high = low - margin * (high - low), high + margin * (high - low)
+        reach = np.where(high > low, margin * (high - low), 0.5)
+        low, high = low - reach, high + reach
         xx0, xx1 = np.meshgrid(
             np.linspace(low[0], high[0], grid_resolution), np.linspace(low[1], high[1], grid_resolution)
         )

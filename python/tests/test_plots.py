@@ -53,6 +53,13 @@ def test_decision_regions_are_the_decisions_on_the_grid() -> None:
     assert other is display and len(plt.get_fignums()) == 2
 
 
+def test_decision_regions_reach_around_measurements_that_do_not_vary() -> None:
+    X = np.column_stack([IRIS[:, 2], np.full(len(IRIS), 7.0)])
+    display = DecisionRegionsDisplay.from_estimator(KNeighborsCostClassifier().fit(X, SPECIES), X, grid_resolution=5)
+    assert display.xx1[:, 0].tolist() == [6.5, 6.75, 7.0, 7.25, 7.5]
+    assert display.ax_.get_ylim() == (6.5, 7.5)
+
+
 def test_decision_regions_show_where_rows_are_rejected() -> None:
     model = KNeighborsCostClassifier(reject_quantile=0.05, reject_label="none").fit(IRIS[:, 2:], np.array(["a", "b", "c"])[SPECIES])
     display = DecisionRegionsDisplay.from_estimator(model, IRIS[:, 2:], grid_resolution=20, margin=1.0)
