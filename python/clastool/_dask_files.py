@@ -23,7 +23,11 @@ _VERSION = 1
 
 def save_shards(estimator: Any, path: str) -> None:
     tool: ShardedTool = estimator.tool_
-    tool.require_shards()
+    with tool.require_shards():
+        _save(estimator, tool, path)
+
+
+def _save(estimator: Any, tool: ShardedTool, path: str) -> None:
     content = {
         "written by": "clastool.dask",
         "version": _VERSION,

@@ -10,6 +10,7 @@ shard with all their rows would send, for any grouping of neighbouring shards.
 from __future__ import annotations
 
 from concurrent.futures import CancelledError
+from contextlib import nullcontext
 from copy import copy
 from itertools import accumulate
 from time import monotonic, sleep
@@ -20,7 +21,7 @@ import numpy as np
 import numpy.typing as npt
 from dask.delayed import delayed
 from dask.sizeof import sizeof
-from distributed import Client, Future, KilledWorker, TimeoutError, default_client, wait
+from distributed import Client, Future, KilledWorker, TimeoutError, default_client, get_client, get_worker, wait
 
 from . import ClassifierTool, KNNParams, Norm
 from ._tables import Neighbors, RowResults
@@ -80,23 +81,34 @@ class ShardedTool:
         """Raises ValueError: shards stay as they were fitted."""
         raise ValueError("shards on Dask learn nothing further: fit anew")
 
-    def require_shards(self) -> None:
-        """Raises an error if the client that held the shards is closed."""
-        futures = [shard.dask[shard.key] for held in self.shards for shard in held]
-        if any(isinstance(future, Future) and future.cancelled() for future in futures):
-            raise _Lost("the client that held the shards is closed: fit or load anew")
+    def require_shards(self) -> Any:
+        """A context in which the client that holds the shards is the current one. Raises an error if it is closed or lost its scheduler."""
+        shards = [shard.dask[shard.key] for held in self.shards for shard in held]
+        futures = [shard for shard in shards if isinstance(shard, Future)]
+        if not futures:
+            return nullcontext()
+        # Futures from a pickle have no client.
+        unbound = [future for future in futures if future.client is None]
+        try:
+            for future in unbound:
+                future.bind_client(get_client())
+        except ValueError as error:
+            raise _Lost("the shards are on the workers of a cluster, and this process has no client of it") from error
+        if any(future.cancelled() for future in futures):
+            raise _Lost("the client that held the shards is closed or has lost its scheduler: fit or load anew")
+        return futures[0].client.as_current()
 
     def neighbors(self, X: Any, k: int | None = None, *, threads: int = 1, progress: Any = None) -> Neighbors:
         """The nearest neighbours of each row of X, found by the workers. `threads` is ignored: the workers choose."""
-        self.require_shards()
         X = np.asarray(X)
         copies = min(len(self.shards[0]), max(len(X), 1))
         blocks = np.array_split(X, max(copies, -(-len(X) // _BLOCK)))
         found: list[Neighbors] = []
-        for first in range(0, len(blocks), _WAVE):
-            found += run_on(blocks[first : first + _WAVE], lambda block, number: self.nearest(block, k, number))
-            if progress is not None:
-                progress(sum(len(near.indices) for near in found), len(X))
+        with self.require_shards():
+            for first in range(0, len(blocks), _WAVE):
+                found += run_on(blocks[first : first + _WAVE], lambda block, number: self.nearest(block, k, number))
+                if progress is not None:
+                    progress(sum(len(near.indices) for near in found), len(X))
         return Neighbors(*(np.concatenate(parts) for parts in zip(*found)))
 
     def nearest(self, block: Any, k: int | None = None, number: int = 0) -> Any:
@@ -117,10 +129,13 @@ class ShardedTool:
 
     def replicated(self, copies: int) -> ShardedTool:
         """The same tool with each shard on `copies` workers, or on all if these are fewer. 1 gives copies up."""
+        with self.require_shards():
+            return self._replicated(copies)
+
+    def _replicated(self, copies: int) -> ShardedTool:
         client = _client()
         if client is None:
             return self
-        self.require_shards()
         workers = sorted(client.scheduler_info(n_workers=-1)["workers"])
         shards = []
         for place, (shard, *_) in enumerate(self.shards):
@@ -277,7 +292,7 @@ def _nearest(found: list[Found], k: int) -> Neighbors:
     keep = rows.nearer | ((first < ties) & (ties <= last))
     order = np.flatnonzero(keep)
     order = order[np.lexsort((-rows.indices[order], rows.distances[order], rows.queries[order]))]
-    shape = (count, int(width.max(initial=0)))
+    shape = (count, int(width.max()) if count else k)
     return _of_each(lambda part: part[order].reshape(shape), Neighbors(rows.distances, rows.indices, rows.labels))
 
 
@@ -305,10 +320,20 @@ def decided(labels: npt.NDArray[np.int64], params: KNNParams, categories: npt.ND
 
 
 def _client() -> Client | None:
+    """The current client. None without one, and inside a task: there Dask itself lets other tasks run while this one waits."""
     try:
-        return default_client()
+        get_worker()
+    except ValueError:
+        pass
+    else:
+        return None
+    try:
+        client = default_client()
     except ValueError:
         return None
+    if client.asynchronous:
+        raise RuntimeError("a client that is asynchronous cannot fit: only what is lazy works with it")
+    return client
 
 
 def persisted(shards: list[Any]) -> tuple[list[Any], list[int]]:
@@ -329,7 +354,10 @@ def run(tasks: list[Any]) -> list[Any]:
         return list(dask.compute(*tasks))
     try:
         return list(_gathered(client, client.compute(tasks)))
-    except (CancelledError, KilledWorker) as error:
+    except KilledWorker as error:
+        raise _Lost(f"one worker after the other died during the task {error.task!r}: it may need more memory than they have") from error
+    except CancelledError as error:
+        _require_scheduler(client)
         raise _Lost("the workers lost data that cannot be computed again: fit or load anew") from error
 
 
@@ -373,9 +401,15 @@ def _gathered(client: Client, futures: list[Any]) -> Any:
             wait(futures, timeout=2.0)
             return client.gather(futures, direct=True)
         except TimeoutError:
-            idle = 0.0 if client.scheduler_info(n_workers=-1)["workers"] else idle + 2.0
+            _require_scheduler(client)
+            idle = 0.0 if client.scheduler_info(n_workers=-1).get("workers") else idle + 2.0
     client.cancel(futures)
     raise _without_workers()
+
+
+def _require_scheduler(client: Client) -> None:
+    if client.status != "running":
+        raise RuntimeError("the client has lost its scheduler")
 
 
 def _without_workers() -> RuntimeError:

@@ -23,7 +23,7 @@ import dask.dataframe as dd
 import numpy as np
 import numpy.typing as npt
 import pandas as pd
-from dask import config
+from dask import config, is_dask_collection
 from dask.delayed import delayed
 from dask.highlevelgraph import HighLevelGraph
 from distributed.protocol.pickle import dumps, loads
@@ -35,7 +35,7 @@ from ._dask_files import load_shards, save_shards
 from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted, run
 from ._decision import cost_matrix, decide, settle_ties, tool_labels
 from ._tables import Neighbors
-from .sklearn import _to_tool
+from .sklearn import _to_tool, _total
 
 __all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "expected_costs", "predict", "predict_proba"]
 
@@ -113,13 +113,13 @@ def _neighbors_of(model: Any, X: Any, k: int | None = None) -> list[Any]:
     _require_columns(model, X.shape[1])
     if isinstance(X, da.Array):
         X = X.rechunk({1: -1})
-    light, tool = _on_workers(_without_tool(model)), model.tool_
+    light, columns, tool = _on_workers(_without_tool(model)), _columns(X), model.tool_
     if not isinstance(tool, ShardedTool):
         tool = ShardedTool([[_on_workers(tool)]], [tool.num_patterns], tool.params, tool.category_counts, tool.num_measurements)
     else:
         tool.require_shards()
     return [
-        tool.nearest(delayed(_checked_rows)(table, light, number), k, number)
+        tool.nearest(delayed(_checked_rows)(table, light, columns, number), k, number)
         for number, table in enumerate(_parts(X))
     ]
 
@@ -130,10 +130,11 @@ def _without_tool(model: Any) -> Any:
     return light
 
 
-def _checked_rows(table: Any, model: Any, number: int) -> Any:
+def _checked_rows(table: Any, model: Any, columns: Any, number: int) -> Any:
     with _in_partition(number):
         _require_two_dimensions(table)
         _require_columns(model, table.shape[1])
+        _require_layout(table, columns)
         # The estimators refuse tables without rows.
         return model._checked(table) if len(table) else np.empty((0, table.shape[1]))
 
@@ -191,11 +192,14 @@ def _answers(model: Any, X: Any, method: str) -> npt.NDArray[Any]:
 def _table(answers: npt.NDArray[Any], index: Any, model: Any) -> Any:
     """The answers with the index of the rows."""
     if answers.ndim == 1:
-        return pd.Series(answers, index=index)
+        # Of objects that are all strings pandas would make strings, and of None among them NaN.
+        return pd.Series(answers, index=index, dtype=object if answers.dtype == object else None)
     return pd.DataFrame(answers, index=index, columns=model.categories if isinstance(model, ClassifierTool) else model.classes_)
 
 
 def _require_columns(model: Any, columns: float) -> None:
+    if not isinstance(model, ClassifierTool) and not hasattr(model, "n_features_in_"):
+        check_is_fitted(model)
     known = model.num_measurements if isinstance(model, ClassifierTool) else model.n_features_in_
     # The number is 0 for a decision tree, which does not know how many measurements a pattern has.
     if known and columns != known:
@@ -247,6 +251,23 @@ class _OnDask(sklearn._CostClassifier):
     def expected_costs(self, X: Any) -> Any:
         """The expected cost of deciding for each class in each row."""
         return expected_costs(self, X) if _is_lazy(X) else super().expected_costs(X)
+
+    def score(self, X: Any, y: Any, sample_weight: Any = None) -> float:
+        """The share of right decisions. Of Dask collections, only the decisions and the labels come to this process."""
+        if not _is_lazy(X):
+            return super().score(X, y, sample_weight)
+        decided, y = _computed(predict(self, X), y)
+        return float(np.average(np.asarray(decided) == column_or_1d(y), weights=sample_weight))
+
+    def paid_cost(self, X: Any, y: Any, *, normalize: bool = True) -> float:
+        """The cost of the decisions on rows of known classes: the mean, or the sum without `normalize`.
+
+        Of Dask collections, only the decisions and the labels come to this process; all rows if rows may be rejected.
+        """
+        if not _is_lazy(X) or hasattr(self, "_reject_limits"):
+            return super().paid_cost(X, y, normalize=normalize)
+        decided, y = _computed(predict(self, X), y)
+        return _total(self._paid(np.searchsorted(self.classes_, np.asarray(decided)), y), normalize)
 
     def _take_names(self, X: Any) -> None:
         self.n_features_in_ = X.shape[1]
@@ -310,6 +331,15 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
         parts = [delayed(_learnt_by_itself)(*each, shared, number) for number, each in enumerate(zip(tables, labels))]
         learnt: _Learnt = _reduced(_merged_learnt, parts)
         return learnt
+
+
+    def predict_log_proba(self, X: Any) -> Any:
+        """The logarithm of the probabilities, also of those that are too small for a number."""
+        return _applied(self, X, "predict_log_proba") if _is_lazy(X) else super().predict_log_proba(X)
+
+    def log_likelihoods(self, X: Any) -> Any:
+        """The logarithm of the density of each row in each class. The columns are those of `classes_`."""
+        return _applied(self, X, "log_likelihoods") if _is_lazy(X) else super().log_likelihoods(X)
 
 
 class KNeighborsCostClassifier(_OnDask, sklearn.KNeighborsCostClassifier):
@@ -401,10 +431,17 @@ def _is_lazy(X: Any) -> bool:
     return isinstance(X, (da.Array, dd.DataFrame))
 
 
+def _computed(*values: Any) -> list[Any]:
+    """The values, of which Dask collections are computed."""
+    done = iter(run([value for value in values if is_dask_collection(value)]))
+    return [next(done) if is_dask_collection(value) else value for value in values]
+
+
 def _partitions(X: Any, y: Any) -> tuple[list[Any], list[Any]]:
     """The partitions of both, as delayed tables and labels."""
     if not isinstance(y, (da.Array, dd.Series)) or y.ndim != 1:
         raise TypeError(f"y must be a Dask array of one dimension or a Dask series, not {type(y).__name__}")
+    _require_two_dimensions(X)
     if isinstance(X, da.Array):
         X = X.rechunk({1: -1})
         if isinstance(y, da.Array) and not np.isnan(X.shape[0] + y.shape[0]):

@@ -178,15 +178,10 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         Rejected rows are left out, because `costs` has no cost of rejection. If all are rejected, the result is 0.
         """
         X = self._checked(X)
-        assigned = self._decisions(X)
-        y = column_or_1d(_plain_labels(y))
-        if len(y) != len(assigned):
-            raise ValueError(f"X has {len(assigned)} rows, but y has {len(y)} labels")
-        true = np.array([class_index(self.classes_, label, "y") for label in y.tolist()], dtype=np.intp)
-        paid = self.costs_[true, assigned]
+        paid = self._paid(self._decisions(X), y)
         if hasattr(self, "_reject_limits"):
             paid = paid[~self._rejects(X)]
-        return float(paid.mean() if normalize and len(paid) else paid.sum())
+        return _total(paid, normalize)
 
     def save(self, path: Path) -> None:
         """Writes the tool into the file `path`, which C++ programs load, and the rest of the estimator into `path` + ".json".
@@ -279,6 +274,14 @@ class _CostClassifier(ClassifierMixin, BaseEstimator):
         decided: npt.NDArray[np.intp] = in_blocks(decide, expected, probabilities)
         return decided
 
+    def _paid(self, assigned: npt.NDArray[np.intp], y: Any) -> Floats:
+        """The cost of each decision. Decisions are places in `classes_`."""
+        y = column_or_1d(_plain_labels(y))
+        if len(y) != len(assigned):
+            raise ValueError(f"X has {len(assigned)} rows, but y has {len(y)} labels")
+        true = np.array([class_index(self.classes_, label, "y") for label in y.tolist()], dtype=np.intp)
+        return np.asarray(self.costs_[true, assigned])
+
     def _rejects(self, X: Any) -> npt.NDArray[np.bool_]:
         return np.asarray(np.all(self._typicality(X, False) < self._reject_limits, axis=1))
 
@@ -306,6 +309,10 @@ def _check_labels(y: npt.NDArray[Any]) -> None:
         np.unique(y)
     except TypeError as error:
         raise ValueError(f"labels cannot be sorted: {error}") from None
+
+
+def _total(paid: Floats, normalize: bool) -> float:
+    return float(paid.mean() if normalize and len(paid) else paid.sum())
 
 
 def _to_tool(y: npt.NDArray[Any], classes: npt.NDArray[Any]) -> npt.NDArray[np.int64]:

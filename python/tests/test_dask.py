@@ -15,6 +15,7 @@ import numpy as np
 import pandas as pd
 import pytest
 from sklearn.datasets import load_iris
+from sklearn.exceptions import NotFittedError
 
 import clastool.dask as cd
 from clastool import CategoryResult, ClassifierTool, ComparisonPredicate, KNNParams, Leaf, Node, Result
@@ -115,6 +116,21 @@ def test_empty_partitions_of_frames() -> None:
     np.testing.assert_array_equal(cd.predict(model, X).compute(), model.predict(table[:20]))
 
 
+def test_objects_stay_what_they_are_in_a_series() -> None:
+    table = pd.DataFrame(IRIS, columns=["a", "b", "c", "d"])
+    X = dd.from_pandas(table, npartitions=5)
+    X = X.map_partitions(lambda part: part[part.index < 100])
+    for model in (
+        BayesCostClassifier(reject_quantile=0.3).fit(table, NAMES),
+        BayesCostClassifier().fit(table, NAMES.astype(object)),
+    ):
+        lazy, expected = cd.predict(model, X), model.predict(table[:100])
+        assert lazy.dtype == object
+        parts = [part.compute() for part in lazy.to_delayed()]
+        assert [part.dtype for part in parts] == [object] * 5
+        assert lazy.compute().tolist() == expected.tolist()
+
+
 def test_a_tree_is_applied() -> None:
     def leaf(label: int) -> Leaf:
         return Leaf(Result([CategoryResult(label, 1.0, 1.0)]))
@@ -144,6 +160,9 @@ def test_refusals_before_anything_is_computed() -> None:
         cd.predict(model, da.zeros((6, 3)))
     with pytest.raises(ValueError, match="^X has 2 columns, but the model was trained on 4$"):
         cd.predict(model.tool_, dd.from_pandas(pd.DataFrame(IRIS[:, :2]), npartitions=1))
+    for unfitted in (BayesCostClassifier(), cd.BayesCostClassifier(), cd.KNeighborsCostClassifier()):
+        with pytest.raises(NotFittedError, match="instance is not fitted yet"):
+            cd.predict(unfitted, da.zeros((6, 4)))
 
 
 def blocks(*parts: Any) -> Any:
@@ -265,6 +284,51 @@ def test_bayes_of_one_machine_is_the_same_estimator() -> None:
     close(cd.BayesCostClassifier().fit(IRIS, NAMES), BayesCostClassifier().fit(IRIS, NAMES), IRIS)
 
 
+def no_rows(*_: Any, **__: Any) -> Any:
+    raise AssertionError("the rows come to this process")
+
+
+@pytest.mark.parametrize("kind", [cd.BayesCostClassifier, cd.KNeighborsCostClassifier])
+def test_scores_of_collections(kind: Any, monkeypatch: Any) -> None:
+    table = pd.DataFrame(IRIS, columns=["a", "b", "c", "d"])
+    frame, array = dd.from_pandas(table, npartitions=3), da.from_array(IRIS, chunks=(70, 2))
+    names, y = dd.from_pandas(pd.Series(NAMES), npartitions=3), da.from_array(NAMES, chunks=70)
+    weights, some = np.arange(1.0, 151.0), IRIS[:, 0] > 5.5
+    fitted = kind(costs=COSTS).fit(table, NAMES)
+    expected = fitted.score(table, NAMES), fitted.score(table, NAMES, weights), fitted.paid_cost(table, NAMES)
+    few = fitted.score(table[some], NAMES[some]), fitted.paid_cost(table[some], NAMES[some], normalize=False)
+    for kind_of_rows in (da.Array, dd.DataFrame):
+        monkeypatch.setattr(kind_of_rows, "__array__", no_rows)
+    for X, labels in ((frame, names), (array, y), (array, NAMES), (frame, NAMES.tolist())):
+        assert expected == (fitted.score(X, labels), fitted.score(X, labels, weights), fitted.paid_cost(X, labels))
+    kept = array[:, 0] > 5.5
+    assert few == (fitted.score(array[kept], y[kept]), fitted.paid_cost(array[kept], y[kept], normalize=False))
+    for score in (fitted.score, fitted.paid_cost):
+        with pytest.raises(ValueError, match=r"150\D+149"):
+            score(array, y[1:])
+    with pytest.raises(ValueError, match="^y names the class 'rose', which is not among "):
+        fitted.paid_cost(array, np.full(150, "rose"))
+
+
+def test_the_cost_of_collections_with_rejected_rows() -> None:
+    for label in (None, "setosa"):
+        fitted = cd.BayesCostClassifier(costs=COSTS, reject_quantile=0.2, reject_label=label).fit(IRIS, NAMES)
+        X, y = da.from_array(IRIS, chunks=(70, 4)), da.from_array(NAMES, chunks=70)
+        assert fitted.paid_cost(X, y) == fitted.paid_cost(IRIS, NAMES)
+        assert fitted.score(X, y) == fitted.score(IRIS, NAMES)
+
+
+@pytest.mark.parametrize("method", ["predict_log_proba", "log_likelihoods"])
+def test_logarithms_of_collections_are_lazy(method: str) -> None:
+    fitted = cd.BayesCostClassifier().fit(IRIS, NAMES)
+    lazy, expected = getattr(fitted, method)(da.from_array(IRIS, chunks=((1, 60, 0, 89), (2, 2)))), getattr(fitted, method)(IRIS)
+    assert isinstance(lazy, da.Array) and lazy.shape == expected.shape
+    same(lazy.compute(), expected)
+    frame = getattr(fitted, method)(dd.from_pandas(pd.DataFrame(IRIS), npartitions=3))
+    assert list(frame.columns) == fitted.classes_.tolist()
+    same(frame.compute().to_numpy(), expected)
+
+
 def labels(*parts: Any) -> Any:
     return da.concatenate([da.from_delayed(dask.delayed(part), (len(part),), dtype=object) for part in parts])
 
@@ -284,6 +348,8 @@ def test_bayes_refuses_and_names_the_partition() -> None:
     refused(ValueError, "^X has 300 rows, but y has 150 labels$", two, labels(NAMES))
     unknown = labels(NAMES, NAMES, NAMES)
     refused(ValueError, "^X has 2 partitions, but y has 3$", two, unknown[unknown != "none"])
+    refused(ValueError, "^X must have two dimensions, not 1$", da.zeros(300), labels(NAMES, NAMES))
+    refused(ValueError, "^X must have two dimensions, not 3$", da.zeros((300, 2, 2)), labels(NAMES, NAMES))
     refused(ValueError, "^y has no labels$", two[:0], labels(NAMES)[:0])
     refused(TypeError, "^y must be a Dask array of one dimension or a Dask series, not ndarray$", two, NAMES)
     refused(ValueError, "^reject_quantile needs all training rows at once", two, unknown, reject_quantile=0.1)

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import json
 import os
+import re
 from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
@@ -252,6 +253,32 @@ def test_kneighbors_of_collections() -> None:
         same(indices.compute(), expected.kneighbors(queries, 4)[1])
         parts = dd.from_pandas(pd.DataFrame(queries), npartitions=2)
         same(fitted.kneighbors(parts, 4, return_distance=False).compute(), expected.kneighbors(queries, 4)[1])
+
+
+def test_kneighbors_of_partitions_without_rows() -> None:
+    X, y = sample(100)
+    queries = sample(30, 2)[0]
+    expected = KNeighborsCostClassifier().fit(X, y)
+    fitted = cd.KNeighborsCostClassifier().fit(*lazy(X, y, [40, 60]))
+    array = da.from_array(queries, chunks=((0, 10, 0, 20), 3))
+    frame = dd.from_pandas(pd.DataFrame(queries), npartitions=3).map_partitions(lambda part: part[part.index < 12])
+    for blocks, rows in [(array, 30), (frame, 12), (array[array[:, 0] > 1e9], 0)]:
+        distances, indices = fitted.kneighbors(blocks, 4)
+        known = expected.kneighbors(queries, 4)
+        same(distances.compute(), known[0][:rows])
+        same(indices.compute(), known[1][:rows])
+
+
+@pytest.mark.parametrize("names", [["a", "b", "c"], [0, 1, 2]], ids=["names", "numbers"])
+def test_queries_in_another_order_of_columns_are_refused(names: Any) -> None:
+    X, y = sample(60)
+    table = pd.DataFrame(X, columns=names)
+    fitted = cd.KNeighborsCostClassifier().fit(dd.from_pandas(table, npartitions=2), dd.from_pandas(pd.Series(y), npartitions=2))
+    parts = [dask.delayed(part) for part in (table, table[names[::-1]])]
+    queries = dd.from_delayed(parts, meta=table[:0], verify_meta=False)
+    text = re.escape(f"partition 1: columns are {names[::-1]}, but {names} are expected")
+    with pytest.raises(ValueError, match=f"^{text}$"):
+        fitted.predict(queries).compute()
 
 
 def test_recost_and_other_parameters_of_a_fitted_one() -> None:

@@ -30,7 +30,7 @@ LIMIT = 600
 
 @contextmanager
 def programs(folder: Path, workers: int) -> Iterator[Any]:
-    """A scheduler and workers without anybody who starts them again, as programs; gives the client and the workers' processes."""
+    """A scheduler and workers without anybody who starts them again, as programs; gives the client and the processes."""
     file = str(folder / "scheduler.json")
     dask_command = [sys.executable, "-m", "dask"]
     quiet: Any = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
@@ -40,7 +40,7 @@ def programs(folder: Path, workers: int) -> Iterator[Any]:
     try:
         with Client(scheduler_file=file, timeout=LIMIT) as client:
             client.wait_for_workers(workers, timeout=LIMIT)
-            yield client, {process.pid: process for process in started[1:]}
+            yield client, started
     finally:
         for process in started:
             process.kill()
@@ -187,22 +187,59 @@ def test_the_client_is_closed(cluster: Any, tmp_path: Path) -> None:
         lambda: fitted.kneighbors(blocks),
         lambda: fitted.save(tmp_path / "model"),
     ):
-        with pytest.raises(RuntimeError, match="^the client that held the shards is closed: fit or load anew$"):
+        with pytest.raises(RuntimeError, match="^the client that held the shards is closed or has lost its scheduler: fit or load anew$"):
             in_time(work)
 
 
 def test_workers_as_programs(tmp_path: Path, monkeypatch: Any) -> None:
     X, y = sample(2000)
     expected = KNeighborsCostClassifier().fit(X, y)
-    with programs(tmp_path, 2) as (client, workers):
+    with programs(tmp_path, 2) as (client, (_, first, second)):
         fitted = cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(500, 3)), da.from_array(y, chunks=500))
         same(in_time(lambda: fitted.kneighbors(X[:100])), expected.kneighbors(X[:100]))
-        first, second = workers
-        workers[first].kill()
+        first.kill()
         same(in_time(lambda: fitted.kneighbors(X[:100])), expected.kneighbors(X[:100]))
-        workers[second].kill()
+        second.kill()
         monkeypatch.setattr(_dask_shards, "_PATIENCE", 3.0)
         with pytest.raises(RuntimeError, match="^the cluster has been without a worker for 3 seconds$"):
             in_time(lambda: fitted.predict(X[:100]))
         with pytest.raises(RuntimeError, match="^the cluster has been without a worker for 3 seconds$"):
             in_time(lambda: fitted.save(tmp_path / "model"))
+
+
+def test_the_scheduler_is_lost(tmp_path: Path) -> None:
+    X, y = sample(300)
+    begun = str(tmp_path / "begun")
+
+    def slow(block: Any) -> Any:
+        open(begun, "w").close()
+        time.sleep(LIMIT)
+
+    with programs(tmp_path, 1) as (client, (scheduler, _)):
+        lazy_y = da.from_array(y, chunks=100)
+        fitted = cd.KNeighborsCostClassifier().fit(da.from_array(X, chunks=(100, 3)), lazy_y)
+        blocks = da.from_array(X, chunks=(100, 3)).map_blocks(slow, meta=X[:0])
+        with ThreadPoolExecutor(1) as pool:
+            fit = pool.submit(lambda: cd.BayesCostClassifier().fit(blocks, lazy_y))
+            while not os.path.exists(begun):
+                time.sleep(0.02)
+            scheduler.kill()
+            with pytest.raises(RuntimeError, match="^the client has lost its scheduler$"):
+                fit.result(LIMIT)
+        with pytest.raises(RuntimeError, match="^the client that held the shards is closed or has lost its scheduler: "):
+            in_time(lambda: fitted.predict(X))
+
+
+def test_a_task_that_kills_all_its_workers_is_named(client: Any) -> None:
+    client.cluster.scheduler.allowed_failures = 0
+
+    def deadly(block: Any, block_id: Any = None) -> Any:
+        if block_id == (2, 0):
+            os.kill(os.getpid(), signal.SIGKILL)
+        return block
+
+    X, y = sample(300)
+    blocks = da.from_array(X, chunks=(100, 3)).map_blocks(deadly, meta=X[:0])
+    text = r"^one worker after the other died during the task .*: it may need more memory than they have$"
+    with pytest.raises(RuntimeError, match=text):
+        in_time(lambda: cd.BayesCostClassifier().fit(blocks, da.from_array(y, chunks=100)))
