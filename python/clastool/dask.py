@@ -27,15 +27,14 @@ from dask import config, is_dask_collection
 from dask.delayed import delayed
 from dask.highlevelgraph import HighLevelGraph
 from distributed.protocol.pickle import dumps, loads
-from sklearn.utils.multiclass import check_classification_targets
-from sklearn.utils.validation import check_is_fitted, column_or_1d
+from sklearn.utils.validation import assert_all_finite, check_is_fitted, column_or_1d
 
 from . import BayesParams, ClassifierTool, Costs, FeaturePattern, Frequencies, KNNParams, sklearn
 from ._dask_files import load_shards, save_shards
 from ._dask_shards import NO_NEIGHBORS, ShardedTool, decided, persisted, run
 from ._decision import cost_matrix, decide, settle_ties, tool_labels
 from ._tables import Neighbors
-from .sklearn import _to_tool, _total
+from .sklearn import _check_labels, _plain_labels, _to_tool, _total
 
 __all__ = ["BayesCostClassifier", "KNeighborsCostClassifier", "expected_costs", "predict", "predict_proba"]
 
@@ -257,7 +256,7 @@ class _OnDask(sklearn._CostClassifier):
         if not _is_lazy(X):
             return super().score(X, y, sample_weight)
         decided, y = _computed(predict(self, X), y)
-        return float(np.average(np.asarray(decided) == column_or_1d(y), weights=sample_weight))
+        return float(np.average(np.asarray(decided) == column_or_1d(_plain_labels(y)), weights=sample_weight))
 
     def paid_cost(self, X: Any, y: Any, *, normalize: bool = True) -> float:
         """The cost of the decisions on rows of known classes: the mean, or the sum without `normalize`.
@@ -290,8 +289,8 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
 
         X: a Dask array or data frame. y: a Dask array or series with the same partitions. Arrays of known chunk sizes are rechunked to
         fit. Partitions may be empty or lack classes. Each partition is learnt by itself. If the results do not fit together, because
-        partitions hold different classes, the partitions are learnt again with the classes of all. Anything else than Dask collections goes to the
-        estimator of `clastool.sklearn`. An error leaves the estimator as it was.
+        partitions hold different classes, the partitions are learnt again with the classes of all. Anything else than Dask collections
+        goes to the estimator of `clastool.sklearn`. An error leaves the estimator as it was.
         """
         if not _is_lazy(X):
             return super().fit(X, y)
@@ -331,7 +330,6 @@ class BayesCostClassifier(_OnDask, sklearn.BayesCostClassifier):
         parts = [delayed(_learnt_by_itself)(*each, shared, number) for number, each in enumerate(zip(tables, labels))]
         learnt: _Learnt = _reduced(_merged_learnt, parts)
         return learnt
-
 
     def predict_log_proba(self, X: Any) -> Any:
         """The logarithm of the probabilities, also of those that are too small for a number."""
@@ -499,10 +497,11 @@ def _classes(counts: _Counts) -> tuple[npt.NDArray[Any], npt.NDArray[np.int64]]:
 
 def _counted(part: Any, number: int) -> _Counts:
     with _in_partition(number):
-        labels = np.asarray(part)
+        labels = np.asarray(_plain_labels(part))
         # Integers and strings are labels. The check of other types takes twice as long as counting.
         if len(labels) and (labels.ndim != 1 or labels.dtype.kind not in "biuU"):
-            check_classification_targets(labels)
+            assert_all_finite(labels, input_name="y")
+            _check_labels(labels)
         known, rows = np.unique(labels, return_counts=True)
         return _Counts(known, rows, {_kind(known): number} if len(known) else {})
 
@@ -547,7 +546,7 @@ def _learnt(table: Any, part: Any, shared: Any, number: int, kind: Any = sklearn
         if len(table):
             X = kind()._checked_table(table, reset=True)
             # The first pass has checked the labels.
-            tool.train(X, _to_tool(column_or_1d(part), classes), params)
+            tool.train(X, _to_tool(column_or_1d(_plain_labels(part)), classes), params)
     return tool
 
 

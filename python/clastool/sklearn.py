@@ -302,11 +302,11 @@ def _plain_labels(y: Any) -> Any:
 
 def _check_labels(y: npt.NDArray[Any]) -> None:
     """Of objects scikit-learn takes only strings for labels. Here all are labels that can be sorted."""
-    if y.dtype.kind != "O" or type_of_target(y) != "unknown":
-        check_classification_targets(y)
-        return
     try:
-        np.unique(y)
+        if y.dtype.kind != "O" or type_of_target(y) != "unknown":
+            check_classification_targets(y)
+        else:
+            np.unique(y)
     except TypeError as error:
         raise ValueError(f"labels cannot be sorted: {error}") from None
 

@@ -374,7 +374,9 @@ def test_labels_that_are_none_are_refused() -> None:
         with pytest.raises(ValueError, match=f"^partition 1: {text}"):
             cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(NAMES, part))
 
-    refused("Unknown label type: unknown", np.array([None] * 150))
+    refused("labels cannot be sorted: ", np.array([None] * 150))
+    refused("labels cannot be sorted: ", np.array(["a", None] * 75, dtype=object))
+    refused("Input contains NaN", np.array([1.0, np.nan] * 75, dtype=object))
     refused("Unknown label type: continuous-multioutput", IRIS)
     missing = SPECIES.astype(float)
     missing[3] = np.nan
@@ -382,6 +384,13 @@ def test_labels_that_are_none_are_refused() -> None:
     text = "^partition 1: y should be a 1d array, got an array of shape \\(150, 2\\) instead"
     with pytest.raises(ValueError, match=text):
         cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(SPECIES, np.stack([SPECIES, SPECIES], axis=1)))
+
+
+def test_numbers_and_truth_values_that_are_objects_keep_their_type() -> None:
+    for y in (SPECIES, SPECIES > 0):
+        fitted = cd.BayesCostClassifier().fit(blocks(IRIS, IRIS), labels(y.astype(object), y.astype(object)))
+        same(fitted.classes_, BayesCostClassifier().fit(IRIS, y).classes_)
+        assert fitted.score(blocks(IRIS), y.astype(object)) == fitted.score(IRIS, y)
 
 
 @pytest.fixture
