@@ -36,11 +36,21 @@ def cost_matrix(costs: Any, classes: npt.NDArray[Any]) -> Floats:
         matrix = _numbers(costs, "costs", "a matrix of numbers or a dict")
         if matrix.shape != (count, count):
             raise ValueError(f"costs must have a row and a column for each of {count} classes, not the shape {matrix.shape}")
+        if _is_named(costs, "index") or _is_named(costs, "columns"):
+            places = [[class_index(classes, label, "costs") for label in axis.tolist()] for axis in (costs.index, costs.columns)]
+            stated, matrix = matrix, np.full((count, count), np.nan)
+            matrix[np.ix_(*places)] = stated
     if not np.all(np.isfinite(matrix)) or np.any(matrix < 0.0):
         raise ValueError("costs must be finite and >= 0")
     if np.any(np.diagonal(matrix) != 0.0):
         raise ValueError("costs of the right decision must be 0")
     return matrix
+
+
+def _is_named(stated: Any, axis: str) -> bool:
+    """Whether this is a table or series of pandas with other labels along the axis than the numbers that pandas gives by itself."""
+    labels: Any = getattr(stated, axis, None)
+    return hasattr(labels, "tolist") and labels.tolist() != list(range(len(labels)))
 
 
 def _numbers(stated: Any, parameter: str, wanted: str) -> Floats:
@@ -92,6 +102,8 @@ def class_priors(priors: Any, classes: npt.NDArray[Any], class_count: npt.NDArra
         if priors != "equal":
             raise ValueError(f'priors must be None, "equal", an array or a dict, not {priors!r}')
         return np.full(count, 1.0 / count)
+    if _is_named(priors, "index"):
+        priors = priors.to_dict()
     if isinstance(priors, Mapping):
         stated = np.full(count, np.nan)
         for label, prior in priors.items():

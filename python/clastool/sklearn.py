@@ -336,8 +336,8 @@ class KNeighborsCostClassifier(_CostClassifier):
     n_neighbors: the number of neighbours that vote. All training rows vote if these are fewer.
     p: the order of the norm that measures distances, any finite number > 0.
     metric: None for that norm, or a function of two arrays that returns a distance (slow, and not stored by `save`).
-    costs: None, every mistake costs 1; a matrix cost[true, assigned] over `classes_`; or a dict {(true, assigned): cost}. Its key
-        "default" gives the cost of all other mistakes, 1 if it is absent.
+    costs: None, every mistake costs 1; a matrix cost[true, assigned] over `classes_`, or in the order of its names if it is a data frame
+        with names; or a dict {(true, assigned): cost}. Its key "default" gives the cost of all other mistakes, 1 if it is absent.
     n_jobs: the number of threads of predictions. None is 1, -1 all processors.
     reject_quantile: None, or a share. A row is rejected if its last neighbour is farther away than the last neighbours of all but this
         share of the training rows. A training row is not its own neighbour.
@@ -419,7 +419,8 @@ class KNeighborsCostClassifier(_CostClassifier):
 class BayesCostClassifier(_CostClassifier):
     """Bayes with normal or binomial densities, decided by expected cost. NaN is a missing measurement.
 
-    priors: None, the shares of the classes in the training data; "equal"; an array over `classes_`; or a dict {class: prior}.
+    priors: None, the shares of the classes in the training data; "equal"; an array over `classes_`; a dict {class: prior}; or a
+        series of pandas with the classes as index.
     costs: as in KNeighborsCostClassifier.
     groups: the measurements that are modelled jointly, by index or name. None, each separately; "all" together; a list of lists; or a
         dict {class: one of these}, where a class that is not named has no groups.

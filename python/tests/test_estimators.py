@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import pickle
+import re
 import sys
 import threading
 from datetime import date
@@ -386,6 +387,31 @@ def test_recost_is_as_a_new_fit(cls: Any) -> None:
     assert np.array_equal(model.expected_costs(IRIS), cls().fit(IRIS, SPECIES).expected_costs(IRIS))
     model.recost()
     assert model.costs is None and np.array_equal(model.costs_, 1 - np.eye(3))
+
+
+def test_names_of_tables_say_which_class_is_meant() -> None:
+    X, y = IRIS, np.array(list("abc"))[SPECIES]
+    priors, costs = np.array([0.5, 0.3, 0.2]), np.array([[0.0, 1.0, 2.0], [3.0, 0.0, 4.0], [5.0, 6.0, 0.0]])
+    expected = BayesCostClassifier(priors=priors, costs=costs).fit(X, y)
+    table = pd.DataFrame(costs, index=list("abc"), columns=list("abc"))
+    for order in (list("abc"), list("cab")):
+        named = BayesCostClassifier(priors=pd.Series(priors, list("abc"))[order], costs=table.loc[order, order[::-1]]).fit(X, y)
+        np.testing.assert_array_equal(named.class_prior_, expected.class_prior_)
+        np.testing.assert_array_equal(named.costs_, costs)
+    by_place = BayesCostClassifier(priors=pd.Series(priors), costs=pd.DataFrame(costs)).fit(X, y)
+    np.testing.assert_array_equal(by_place.expected_costs(X), expected.expected_costs(X))
+    shares = BayesCostClassifier(priors=pd.Series(y).value_counts()).fit(X, y)
+    np.testing.assert_array_equal(shares.class_prior_, BayesCostClassifier().fit(X, y).class_prior_)
+
+    def refused(text: str, **parameters: Any) -> None:
+        with pytest.raises(ValueError, match=f"^{re.escape(text)}$"):
+            BayesCostClassifier(**parameters).fit(X, y)
+
+    refused("priors names the class 'd', which is not among ['a', 'b', 'c']", priors=pd.Series(priors, list("abd")))
+    refused("priors must have a number for each of the classes ['a', 'b', 'c']", priors=pd.Series(priors[:2], list("ab")))
+    refused("costs names the class 'd', which is not among ['a', 'b', 'c']", costs=table.rename(columns={"c": "d"}))
+    refused("costs must be finite and >= 0", costs=table.rename(index={"c": "b"}))
+    refused("costs must have a row and a column for each of 3 classes, not the shape (2, 3)", costs=table.loc[["a", "b"]])
 
 
 def test_recost_takes_priors() -> None:
