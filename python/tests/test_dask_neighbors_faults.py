@@ -18,7 +18,7 @@ import dask
 import dask.array as da
 import numpy as np
 import pytest
-from distributed import Client
+from distributed import Client, TimeoutError
 
 import clastool.dask as cd
 from clastool import _dask_shards
